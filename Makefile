@@ -1,0 +1,60 @@
+# The front door: one command per task. The builds themselves are CMake presets.
+
+# What `make snapshot` asks of varnelctl, on the sample host unless --host names another.
+VARNELCTL_ARGUMENTS ?= snapshot --app none --disk TSL0001 TSL0002 TSL0003
+# Installs missing packages; SETUP=: skips that.
+SETUP ?= tools/setup.sh
+# For `make fuzz`: which fuzzer, and for how long.
+FUZZER ?= format
+FUZZ_SECONDS ?= 60
+
+sources = $(shell git ls-files --cached --others --exclude-standard -- '*.cpp' '*.h')
+configure = cmake --log-level=WARNING --preset
+
+.DEFAULT_GOAL := help
+.PHONY: help snapshot test bench bench-instructions fuzz format tidy clean setup
+
+help: ## this list
+	@sed -n 's/^\([a-z-]*\):.*## \(.*\)/\1\t\2/p' $(firstword $(MAKEFILE_LIST)) | expand -t 22
+
+snapshot: setup ## build varnelctl and take a snapshot on the simulated sample host
+	@$(configure) native
+	@cmake --build --preset native --target varnelctl
+	build/native/bin/varnelctl $(VARNELCTL_ARGUMENTS)
+
+test: setup ## build and run every test, natively with sanitizers and under Wine
+	@tools/run-tests.sh
+
+bench: setup ## build and run the benchmarks
+	@$(configure) native
+	@cmake --build --preset native --target benchmarks
+	@set -e; for program in $$(cat build/native/benchmarks.txt); do $$program; done
+
+bench-instructions: setup ## count the instructions of each benchmark under valgrind
+	@$(SETUP) instructions
+	@$(configure) native
+	@cmake --build --preset native --target benchmarks
+	@tools/count-instructions.sh $$(cat build/native/benchmarks.txt)
+
+fuzz: setup ## fuzz one target: make fuzz FUZZER=host_file FUZZ_SECONDS=600
+	@$(SETUP) fuzz
+	@$(configure) fuzz
+	@cmake --build --preset fuzz --target $(FUZZER)_fuzzer
+	@mkdir -p build/fuzz/findings/$(FUZZER)
+	build/fuzz/bin/fuzz/$(FUZZER)_fuzzer -max_total_time=$(FUZZ_SECONDS) \
+	  -artifact_prefix=build/fuzz/findings/$(FUZZER)/ build/fuzz/findings/$(FUZZER) fuzz/corpus/$(FUZZER)
+
+format: ## format every source file in place
+	@$(SETUP) format
+	@clang-format -i $(sources)
+
+tidy: setup ## check every unit with clang-tidy
+	@$(SETUP) format
+	@$(configure) tidy
+	@cmake --build --preset tidy -- -k 0
+
+clean: ## remove everything that was built
+	rm -rf build
+
+setup: ## install what is missing (Debian 12)
+	@$(SETUP)

@@ -1,0 +1,27 @@
+# The installed package: the library, its headers in the folders under which they include each other, and what
+# find_package(varnel) reads. Users link varnel::varnel.
+
+option(VARNEL_INSTALL "Install the library" ${PROJECT_IS_TOP_LEVEL})
+if(NOT VARNEL_INSTALL)
+  return()
+endif()
+
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(varnel_headers ${CMAKE_INSTALL_INCLUDEDIR}/varnel)
+set(varnel_package ${CMAKE_INSTALL_LIBDIR}/cmake/varnel)
+
+target_include_directories(varnel PUBLIC $<INSTALL_INTERFACE:${varnel_headers}>)
+install(TARGETS varnel EXPORT varnelTargets)
+foreach(folder core platform platform/portable platform/tessel requestors)
+  file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.h)
+  install(FILES ${headers} DESTINATION ${varnel_headers}/${folder})
+endforeach()
+
+install(EXPORT varnelTargets NAMESPACE varnel:: DESTINATION ${varnel_package})
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/varnelConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/varnelConfig.cmake INSTALL_DESTINATION ${varnel_package})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/varnelConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/varnelConfig.cmake ${PROJECT_BINARY_DIR}/varnelConfigVersion.cmake
+  DESTINATION ${varnel_package})

@@ -1,0 +1,94 @@
+# Test rooms. Each is one program and one line in ${CMAKE_BINARY_DIR}/tests.txt, which tools/run-tests.sh reads: name,
+# kind, seconds allowed and command, parted by tabs. CTest knows the same rooms.
+
+# Makes GTest::gmock_main available: the installed package, or its sources where there is none for the target platform.
+function(varnel_find_googletest)
+  if(NOT CMAKE_CROSSCOMPILING)
+    find_package(GTest CONFIG QUIET)
+    if(TARGET GTest::gmock_main)
+      return()
+    endif()
+  endif()
+  set(VARNEL_GOOGLETEST_SOURCE_DIR /usr/src/googletest CACHE PATH "Sources of GoogleTest")
+  if(NOT EXISTS ${VARNEL_GOOGLETEST_SOURCE_DIR}/googlemock/CMakeLists.txt)
+    message(FATAL_ERROR "No GoogleTest: neither a package nor sources in ${VARNEL_GOOGLETEST_SOURCE_DIR}")
+  endif()
+  set(CMAKE_POLICY_DEFAULT_CMP0077 NEW)
+  set(BUILD_GMOCK ON)
+  set(INSTALL_GTEST OFF)
+  set(gtest_force_shared_crt ON)
+  set(CMAKE_CXX_CLANG_TIDY "")
+  add_subdirectory(${VARNEL_GOOGLETEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
+  foreach(target gtest gtest_main gmock gmock_main)
+    target_compile_options(${target} PRIVATE $<IF:$<BOOL:${MSVC}>,/w,-w>)
+    if(WIN32)
+      target_compile_definitions(${target} PUBLIC _WIN32_WINNT=0x0603)
+    endif()
+  endforeach()
+endfunction()
+
+# varnel_add_room(NAME KIND SECONDS COMMAND...): one more line of tests.txt.
+function(varnel_add_room name kind seconds)
+  list(JOIN ARGN "\t" command)
+  set_property(GLOBAL APPEND PROPERTY VARNEL_ROOMS "${name}\t${kind}\t${seconds}\t${command}")
+  add_test(NAME ${name} COMMAND ${ARGN})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${seconds})
+endfunction()
+
+# varnel_test_headers: a program that does nothing but hold, compiled once, the headers that every room includes.
+function(varnel_precompile_test_headers)
+  set(source ${CMAKE_BINARY_DIR}/test_headers.cpp)
+  file(CONFIGURE OUTPUT ${source} CONTENT "// Holds the precompiled headers of the test rooms.\n")
+  add_executable(varnel_test_headers EXCLUDE_FROM_ALL ${source})
+  target_link_libraries(varnel_test_headers PRIVATE varnel_static varnel::simulator varnel_options GTest::gmock_main)
+  target_precompile_headers(varnel_test_headers PRIVATE
+    <gmock/gmock.h> <gtest/gtest.h> [["core/varnel.h"]] [["simulator/simulated_host.h"]])
+endfunction()
+
+# varnel_add_test(NAME [WINDOWS_ONLY] [SECONDS N] SOURCES FILE... [LIBRARIES TARGET...]): a GoogleTest room.
+# The sources belong to the folder of the calling CMakeLists.txt; SECONDS is the time allowed (120).
+function(varnel_add_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 room "WINDOWS_ONLY" "SECONDS" "SOURCES;LIBRARIES")
+  if(room_UNPARSED_ARGUMENTS OR NOT room_SOURCES)
+    message(FATAL_ERROR "varnel_add_test(${name}): SOURCES wanted, got ${ARGN}")
+  endif()
+  list(TRANSFORM room_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE sources)
+  set_property(GLOBAL APPEND PROPERTY VARNEL_TEST_SOURCES ${sources})
+  if(room_WINDOWS_ONLY AND NOT WIN32)
+    return()
+  endif()
+  if(NOT room_SECONDS)
+    set(room_SECONDS 120)
+  endif()
+
+  add_executable(${name} ${room_SOURCES})
+  target_link_libraries(${name} PRIVATE varnel_static varnel::simulator ${room_LIBRARIES} varnel_options
+    GTest::gmock_main)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin/tests)
+  if(NOT room_LIBRARIES) # others may be compiled with other settings
+    target_precompile_headers(${name} REUSE_FROM varnel_test_headers)
+  endif()
+  if(WIN32)
+    # Without this manifest Windows reports its version as 6.2.
+    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/windows/supportedos.rc)
+  endif()
+
+  set_property(GLOBAL APPEND PROPERTY VARNEL_ROOMS "${name}\tgtest\t${room_SECONDS}\t$<TARGET_FILE:${name}>")
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${room_SECONDS})
+endfunction()
+
+# Called once, when every room is known: writes tests.txt, and refuses a *_test.cpp below tests/ that is in no room.
+function(varnel_finish_tests)
+  get_property(rooms GLOBAL PROPERTY VARNEL_ROOMS)
+  list(JOIN rooms "\n" rooms)
+  file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/tests.txt CONTENT "${rooms}\n")
+
+  file(GLOB_RECURSE unlisted CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tests/*_test.cpp)
+  get_property(listed GLOBAL PROPERTY VARNEL_TEST_SOURCES)
+  list(REMOVE_ITEM unlisted ${listed})
+  if(unlisted)
+    message(FATAL_ERROR "No varnel_add_test lists: ${unlisted}")
+  endif()
+endfunction()
+cmake_language(DEFER DIRECTORY ${PROJECT_SOURCE_DIR} CALL varnel_finish_tests)

@@ -1,0 +1,52 @@
+// Asking the writers for their metadata, and waiting for the service.
+#include "core/logging.h"
+#include "core/varnel.h"
+#include "platform/com.h"
+
+using varnel::ComPtr;
+using varnel::kLog;
+
+void CVarnel::GatherWriterMetadata(std::string& errorDetails) {
+  const std::string operationName = "m_pVssObject->GatherWriterMetadata(&pAsync)";
+  ComPtr<IVssAsync> async;
+  const HRESULT hr = OnVssObject([&](auto& vss) { return vss.GatherWriterMetadata(async.Put()); });
+  CheckCommError(varnel::Delivered(hr, async), operationName, errorDetails);
+  WaitAndCheckForAsyncOperation(async.Get(), operationName, errorDetails);
+  m_metadataGathered = true;
+  InitializeWriterMetadata(errorDetails);
+}
+
+void CVarnel::WaitAndCheckForAsyncOperation(IVssAsync* async, std::string operationName, std::string& errorDetails) {
+  kLog.Info(L"Waiting for Operation=%S to finish...", operationName);
+  CheckCommError(async->Wait(INFINITE), "pAsync->Wait()", errorDetails);
+  operationName = "pAsync->QueryStatus()";
+  HRESULT result = S_OK;
+  CheckCommError(async->QueryStatus(&result, nullptr), operationName, errorDetails);
+  if (SUCCEEDED(result)) return;
+  varnel::WriteAlert(varnel::alert::kQueryStatus, {operationName, HResult2String(result)}, errorDetails);
+  varnel::ThrowHResult(result);
+}
+
+void CVarnel::InitializeWriterMetadata(std::string& errorDetails) {
+  UINT count = 0;
+  CheckCommError(OnVssObject([&](auto& vss) { return vss.GetWriterMetadataCount(&count); }), "GetWriterMetadataCount()",
+                 errorDetails);
+  varnel::VolumeResolver volumes;
+  for (UINT index = 0; index < count; ++index) {
+    VSS_ID instanceId{};
+    ComPtr<IVssExamineWriterMetadata> metadata;
+    const HRESULT hr = m_pVssObject->GetWriterMetadata(index, &instanceId, metadata.Put());
+    CheckCommError(varnel::Delivered(hr, metadata), "GetWriterMetadata()", errorDetails);
+    VssWriter writer;
+    varnel::BuildWriter(writer, metadata.Get(), volumes);
+    m_writers.push_back(std::move(writer));
+  }
+}
+
+void CVarnel::FreeWriterMetadata() {
+  if (m_pVssObject && m_metadataGathered) {
+    const HRESULT hr = m_pVssObject->FreeWriterMetadata();
+    if (FAILED(hr)) kLog.Error(L"FreeWriterMetadata failed with error: 0x%x", hr);
+  }
+  m_metadataGathered = false;
+}

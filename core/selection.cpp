@@ -1,0 +1,303 @@
+// Which writers and components take part, and the writer code that can narrow them to named databases.
+#include <algorithm>
+#include <stdexcept>
+
+#include "core/logging.h"
+#include "core/text.h"
+#include "core/varnel.h"
+#include "platform/ascii_case.h"
+#include "platform/tessel/MetadataWrapper.h"
+#include "platform/unicode.h"
+
+using varnel::kLog;
+namespace ascii = varnel::ascii;
+
+namespace {
+
+// Logs before it lets the conversion's own exception pass: the request text comes from the array.
+int WriterCodeNumber(const std::string& code) {
+  try {
+    return std::stoi(code);
+  } catch (const std::logic_error&) {
+    kLog.Error(L"Writer code is not a number: %S", code);
+    throw;
+  }
+}
+
+// The codes whose backup is limited to the databases that the metadata service names.
+bool NamesDatabases(int writerCode) {
+  return writerCode >= 2 && writerCode <= 4;
+}
+
+// The entries between the separators; a separator at the end adds none.
+std::vector<std::wstring> Split(const std::wstring& text, wchar_t separator) {
+  std::vector<std::wstring> entries;
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find(separator, begin), text.size());
+    entries.push_back(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return entries;
+}
+
+}  // namespace
+
+bool CVarnel::IsWriterEligible(VssWriter& /*writer*/) {
+  return true;
+}
+
+void CVarnel::VerifyComponentFile(VssFileDescriptor& /*file*/) {}
+
+bool CVarnel::ArePartialFailuresSupported() {
+  return false;
+}
+
+void CVarnel::SelectComponentsForBackup(std::string& errorDetails) {
+  constexpr int kNoWriterMessage = 126;
+  std::map<std::wstring, std::wstring> volumeSerials;
+  bool anyEligible = false;
+  for (VssWriter& writer : m_writers) {
+    writer.excluded = !IsWriterEligible(writer);
+    if (writer.excluded) continue;
+    anyEligible = true;
+    SelectComponentsOf(writer, volumeSerials, errorDetails);
+  }
+  if (!anyEligible) {
+    std::wstring message;
+    GetErrorMessageFromCatalog(kNoWriterMessage, message);
+    throw VarnelException(VarnelException::ConfigurationError, message);
+  }
+  IncludeImplicitComponents();
+  VerifyComponentSelection();
+  DiscardEmptyWriters();
+  VerifyProtectionSetDiskList(errorDetails);
+  AddSelectedComponents(errorDetails);
+}
+
+void CVarnel::SelectComponentsOf(VssWriter& writer, std::map<std::wstring, std::wstring>& volumeSerials,
+                                 const std::string& errorDetails) {
+  if (NamesDatabases(WriterCodeNumber(parseWriterCode(errorDetails)))) GetComponentsList(m_inputComponents);
+  for (VssComponent& component : writer.components) component.excluded = !IsComponentEligible(component, volumeSerials);
+}
+
+bool CVarnel::IsComponentEligible(VssComponent& component, std::map<std::wstring, std::wstring>& volumeSerials) {
+  if (component.files.empty()) return false;
+  // The same answer for every file, so it is asked once.
+  if (!IsInInputComponents(m_inputComponents, component.fullPath)) {
+    kLog.Warning(L"Component not in input file, State=NotEligible");
+    return false;
+  }
+  std::set<std::wstring> serialNumbers;
+  for (const VssFileDescriptor& file : component.files) {
+    auto known = volumeSerials.find(file.volumeName);
+    if (known == volumeSerials.end()) {
+      std::wstring diskName;
+      std::wstring serialNumber;
+      if (GetDiskSerialNumberForVolume(file.volumeName, diskName, serialNumber) != ERROR_SUCCESS) {
+        kLog.Error(L"GetDiskSerialNumberForVolume() Failed, Volume=%s, Component=%s, State=NotEligible",
+                   file.volumeName, component.caption);
+        return false;
+      }
+      known = volumeSerials.emplace(file.volumeName, std::move(serialNumber)).first;
+    }
+    const std::wstring& serialNumber = known->second;
+    kLog.Info(L"Component=%s, File=%s, AffectedVolume=%s, SerialNumber=%s", component.caption, file.expandedPath,
+              file.volumeName, serialNumber);
+    component.affectedSerialNumbers.insert(serialNumber);
+    if (serialNumbers.contains(serialNumber)) continue;
+    if (!isVolumeEligible(serialNumber)) {
+      kLog.Warning(L"Volume not in input list, State=NotEligible");
+      return false;
+    }
+    serialNumbers.insert(serialNumber);
+  }
+  for (const std::wstring& serialNumber : serialNumbers) {
+    if (std::find(m_eligibleSerialNumbers.begin(), m_eligibleSerialNumbers.end(), serialNumber) ==
+        m_eligibleSerialNumbers.end()) {
+      m_eligibleSerialNumbers.push_back(serialNumber);
+    }
+  }
+  return true;
+}
+
+bool CVarnel::checkComponents(std::set<std::wstring> inputComponents, std::wstring componentFullPath) {
+  return IsInInputComponents(inputComponents, componentFullPath);
+}
+
+bool CVarnel::IsInInputComponents(const std::set<std::wstring>& inputComponents,
+                                  const std::wstring& componentFullPath) {
+  if (!NamesDatabases(WriterCodeNumber(m_writerCode))) return true;
+  if (inputComponents.empty()) return false;
+  return *inputComponents.begin() == varnel::kAllDatabases ||
+         inputComponents.contains(ascii::ToLower(componentFullPath));
+}
+
+void CVarnel::GetComponentsList(std::set<std::wstring>& components) {
+  if (m_inputSerialNumbers.empty()) {
+    kLog.Error(L"Invalid number of serial nos");
+    varnel::ThrowHResult(E_INVALIDARG);
+  }
+  FetchDatabaseList();
+  const std::wstring databases = stringToWstring(m_successfulDBList);
+  if (databases == varnel::kAllDatabases) {
+    components.insert(varnel::kAllDatabases);
+    return;
+  }
+  for (const std::wstring& entry : Split(databases, L'\t')) {
+    const std::size_t separator = entry.find(L'@');
+    if (separator == entry.npos) {
+      kLog.Warning(L"Database entry without a server is skipped, Entry=%s", entry);
+      continue;
+    }
+    components.insert(ComponentPathOfDatabase(entry.substr(0, separator), entry.substr(separator + 1)));
+  }
+}
+
+// A bridge that cannot answer leaves the list as it is.
+void CVarnel::FetchDatabaseList() {
+  MetadataWrapper* bridge = MetadataWrapper::GetMetadataWrapperInstance();
+  const std::string serialNumber = wstringTostring(m_inputSerialNumbers.front().c_str());
+  if (bridge != nullptr && bridge->W_FindDataBaseToQuiesce(serialNumber.c_str())) {
+    m_successfulDBList = bridge->GetdbFilesToQuiescePtr();
+  } else {
+    const char* reason =
+        bridge == nullptr ? "the metadata bridge is not available" : bridge->W_GetErrorDetailStructurePtr();
+    kLog.Info(L" GetdbFilesToQuiescePtr failed with error =%s",
+              varnel::Utf8ToWideLossy(reason == nullptr ? "" : reason));
+  }
+  if (m_successfulDBList == nullptr) kLog.Info(L" GetdbFilesToQuiescePtr failed ");
+}
+
+// "\network name\database" for the default instance of a host, "\network name\instance\database" for a named one.
+std::wstring CVarnel::ComponentPathOfDatabase(const std::wstring& database, const std::wstring& server) {
+  const std::wstring networkName = GetHostnameNetworkName(server);
+  std::wstring path = L"\\" + networkName + L"\\";
+  if (ascii::ToLower(server) != networkName) path += server + L"\\";
+  return ascii::ToLower(path + database);
+}
+
+void CVarnel::IncludeImplicitComponents() {
+  kLog.Info(L"Including implicit components");
+  for (VssWriter& writer : m_writers) {
+    if (writer.excluded) continue;
+    const auto descendants = varnel::DescendantsByComponent(writer.components);
+    for (std::size_t index = 0; index < writer.components.size(); ++index) {
+      VssComponent& parent = writer.components[index];
+      for (const std::size_t descendant : descendants[index]) {
+        const VssComponent& child = writer.components[descendant];
+        if (child.excluded) continue;
+        if (parent.excluded) {
+          kLog.Info(L"Including, Component='%s, BecauseOf='%s", parent.fullPath, child.fullPath);
+          parent.excluded = false;
+        }
+        parent.affectedSerialNumbers.insert(child.affectedSerialNumbers.begin(), child.affectedSerialNumbers.end());
+      }
+    }
+  }
+}
+
+void CVarnel::VerifyComponentSelection() {
+  constexpr int kIncompleteMessage = 113;
+  constexpr int kMissingChildMessage = 124;
+  kLog.Info(L"VerifyComponentSelection");
+  for (const VssWriter& writer : m_writers) {
+    if (writer.excluded) continue;
+    const auto descendants = varnel::DescendantsByComponent(writer.components);
+    for (std::size_t index = 0; index < writer.components.size(); ++index) {
+      const VssComponent& parent = writer.components[index];
+      if (parent.excluded) continue;
+      for (const std::size_t descendant : descendants[index]) {
+        const VssComponent& child = writer.components[descendant];
+        if (!child.excluded) continue;
+        kLog.Error(L"IncludedParent=%s, ExcludedChild=%s. Ensure that protection set is complete", parent.caption,
+                   child.caption);
+        std::wstring message;
+        std::wstring detail;
+        GetErrorMessageFromCatalog(kIncompleteMessage, message);
+        GetErrorMessageFromCatalog(kMissingChildMessage, detail, child.caption, parent.caption, child.caption);
+        throw VarnelException(VarnelException::ConfigurationError, message, {message + detail});
+      }
+    }
+  }
+}
+
+void CVarnel::DiscardEmptyWriters() {
+  kLog.Info(L"Discarding empty writers");
+  for (VssWriter& writer : m_writers) {
+    if (writer.excluded) continue;
+    writer.excluded = std::all_of(writer.components.begin(), writer.components.end(),
+                                  [](const VssComponent& component) { return component.excluded; });
+    if (writer.excluded) kLog.Info(L"Discarding writer. Writer=%s", writer.name);
+  }
+}
+
+void CVarnel::AddSelectedComponents(std::string& errorDetails) {
+  constexpr int kNothingEligibleMessage = 114;
+  kLog.Info(L"Selecting components");
+  int count = 0;
+  for (VssWriter& writer : m_writers) {
+    if (writer.excluded) continue;
+    for (VssComponent& component : writer.components) {
+      if (component.excluded || !component.selectable) continue;
+      AddSelectedComponent(writer, component, errorDetails);
+      ++count;
+    }
+  }
+  if (count == 0) {
+    varnel::WriteAlert(varnel::alert::kNoComponents, {}, errorDetails);
+    std::wstring message;
+    GetErrorMessageFromCatalog(kNothingEligibleMessage, message);
+    throw VarnelException(VarnelException::ConfigurationError, message);
+  }
+  kLog.Info(L"Number of components explicitly included in snapshot set = %d ", count);
+}
+
+void CVarnel::AddSelectedComponent(const VssWriter& writer, VssComponent& component, std::string& errorDetails) {
+  kLog.Info(L"Add Component=%s ", component.fullPath);
+  const HRESULT hr = OnVssObject([&](auto& vss) {
+    return vss.AddComponent(varnel::WString2Guid(writer.instanceId), varnel::WString2Guid(writer.writerId),
+                            static_cast<VSS_COMPONENT_TYPE>(component.type), component.logicalPath.c_str(),
+                            component.name.c_str());
+  });
+  if (hr != S_OK) {
+    varnel::WriteAlert(varnel::alert::kAddComponentFailed, {component.fullPath}, errorDetails);
+    CheckCommError(hr, "m_pVssObject->AddComponent()", errorDetails);
+  }
+  component.added = true;
+}
+
+VssWriter* CVarnel::FindSelectedWriter(const GUID& instanceId) {
+  const std::wstring text = varnel::Guid2WString(instanceId);
+  const auto found = std::find_if(m_writers.begin(), m_writers.end(), [&](const VssWriter& writer) {
+    return !writer.excluded && writer.instanceId == text;
+  });
+  return found == m_writers.end() ? nullptr : &*found;
+}
+
+bool CVarnel::IsWriterSelected(GUID instanceId) {
+  return FindSelectedWriter(instanceId) != nullptr;
+}
+
+std::string CVarnel::parseWriterCode(std::string requestText) {
+  std::string code;
+  for (std::size_t begin = 0; begin <= requestText.size();) {
+    const std::size_t end = std::min(requestText.find(',', begin), requestText.size());
+    const std::string field = requestText.substr(begin, end - begin);
+    if (field.find("writer") != field.npos) {
+      code = field.substr(field.find('=') + 1);  // the whole field when there is no "="
+      break;
+    }
+    begin = end + 1;
+  }
+  setWriterCode(code);
+  kLog.Info(L"Writer code received from Array is: %s", varnel::Utf8ToWideLossy(code));
+  return code;
+}
+
+void CVarnel::setWriterCode(std::string code) {
+  m_writerCode = std::move(code);
+}
+
+std::string CVarnel::getWriterCode() {
+  return m_writerCode;
+}

@@ -1,0 +1,216 @@
+// The seam: everything the library asks of the machine it runs on, one small abstract class per question. Methods keep
+// the Win32 name, argument order, result convention and error codes, so that the Windows back end is a line each and a
+// Windows engineer reads them without a manual.
+//
+// Calls that report through GetLastError on Windows report through Host::GetLastError here.
+#pragma once
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "platform/export.h"
+#include "platform/iscsi.h"
+#include "platform/vss.h"
+#include "platform/win32.h"
+
+namespace varnel {
+
+/// Creation of the service's objects, and the memory that they hand to their caller.
+class VssService {
+ public:
+  virtual ~VssService() = default;
+  virtual HRESULT CreateVssBackupComponents(IVssBackupComponents** backup) = 0;
+  virtual HRESULT CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID interfaceId,
+                                   void** object) = 0;
+  /// Frees the strings of a property structure, not the structure.
+  virtual void VssFreeSnapshotProperties(VSS_SNAPSHOT_PROP* properties) = 0;
+  virtual BSTR SysAllocStringLen(const wchar_t* text, UINT length) = 0;
+  virtual void SysFreeString(BSTR text) = 0;
+  virtual void CoTaskMemFree(void* block) = 0;
+};
+
+/// Volumes, disks and their handles.
+class Storage {
+ public:
+  virtual ~Storage() = default;
+  virtual HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD share, void* security, DWORD disposition, DWORD flags,
+                             HANDLE templateFile) = 0;
+  virtual BOOL DeviceIoControl(HANDLE device, DWORD code, void* in, DWORD inBytes, void* out, DWORD outBytes,
+                               DWORD* returned, void* overlapped) = 0;
+  virtual BOOL CloseHandle(HANDLE handle) = 0;
+  /// The mount point that holds `path`, as a prefix of it with a trailing backslash.
+  virtual BOOL GetVolumePathNameW(LPCWSTR path, LPWSTR mountPoint, DWORD characters) = 0;
+  virtual BOOL GetVolumeNameForVolumeMountPointW(LPCWSTR mountPoint, LPWSTR volumeName, DWORD characters) = 0;
+  virtual HANDLE FindFirstVolumeW(LPWSTR volumeName, DWORD characters) = 0;
+  virtual BOOL FindNextVolumeW(HANDLE search, LPWSTR volumeName, DWORD characters) = 0;
+  virtual BOOL FindVolumeClose(HANDLE search) = 0;
+  /// `names` is a list of NUL-terminated texts with one more NUL behind the last.
+  virtual BOOL GetVolumePathNamesForVolumeNameW(LPCWSTR volumeName, LPWSTR names, DWORD characters,
+                                                DWORD* needed) = 0;
+};
+
+/// Processes.
+class Processes {
+ public:
+  virtual ~Processes() = default;
+  virtual BOOL CreateProcessW(LPCWSTR application, LPWSTR commandLine, void* processSecurity, void* threadSecurity,
+                              BOOL inheritHandles, DWORD flags, void* environment, LPCWSTR directory,
+                              STARTUPINFOW* startup, PROCESS_INFORMATION* process) = 0;
+  virtual DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) = 0;
+  virtual BOOL GetExitCodeProcess(HANDLE process, DWORD* exitCode) = 0;
+  virtual BOOL CloseHandle(HANDLE handle) = 0;
+};
+
+/// The registry. Functions return their Win32 error code.
+class Registry {
+ public:
+  virtual ~Registry() = default;
+  virtual LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, HKEY* result) = 0;
+  virtual LSTATUS RegQueryInfoKeyW(HKEY key, LPWSTR className, DWORD* classCharacters, DWORD* reserved,
+                                   DWORD* subKeys, DWORD* maxSubKeyLength, DWORD* maxClassLength, DWORD* values,
+                                   DWORD* maxValueNameLength, DWORD* maxValueBytes, DWORD* securityDescriptorBytes,
+                                   FILETIME* lastWrite) = 0;
+  virtual LSTATUS RegEnumKeyExW(HKEY key, DWORD index, LPWSTR name, DWORD* characters, DWORD* reserved,
+                                LPWSTR className, DWORD* classCharacters, FILETIME* lastWrite) = 0;
+  virtual LSTATUS RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, DWORD* type, void* data,
+                               DWORD* bytes) = 0;
+  virtual LSTATUS RegCloseKey(HKEY key) = 0;
+};
+
+/// The machine's names, environment and version.
+class SystemInformation {
+ public:
+  virtual ~SystemInformation() = default;
+  virtual BOOL GetComputerNameW(LPWSTR name, DWORD* characters) = 0;
+  virtual UINT GetSystemDirectoryW(LPWSTR directory, UINT characters) = 0;
+  /// The characters written or needed, the NUL included; 0 is a failure.
+  virtual DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR target, DWORD characters) = 0;
+  virtual BOOL VerifyVersionInfoW(OSVERSIONINFOEXW* version, DWORD typeMask, DWORDLONG conditionMask) = 0;
+  virtual ULONGLONG VerSetConditionMask(ULONGLONG conditionMask, DWORD typeMask, BYTE condition) = 0;
+};
+
+/// Message tables, modules and their string tables.
+class Messages {
+ public:
+  virtual ~Messages() = default;
+  /// With FORMAT_MESSAGE_ALLOCATE_BUFFER, `text` points at the pointer to set, cast as on Windows.
+  virtual DWORD FormatMessageW(DWORD flags, const void* source, DWORD id, DWORD language, LPWSTR text, DWORD characters,
+                               void* arguments) = 0;
+  virtual void LocalFree(void* block) = 0;
+  /// A module of the system directory; nothing is searched for elsewhere.
+  virtual HMODULE LoadLibraryW(LPCWSTR name) = 0;
+  virtual BOOL FreeLibrary(HMODULE module) = 0;
+  virtual BOOL GetModuleHandleExW(DWORD flags, LPCWSTR name, HMODULE* module) = 0;
+  virtual int LoadStringW(HMODULE module, UINT id, LPWSTR text, int characters) = 0;
+};
+
+/// The iSCSI initiator. Functions return their Win32 or ISDSC_ code.
+class IscsiInitiator {
+ public:
+  virtual ~IscsiInitiator() = default;
+  virtual DWORD GetIScsiSessionListW(ULONG* bytes, ULONG* sessions, iscsi::SessionInfo* list) = 0;
+  virtual DWORD GetDevicesForIScsiSessionW(iscsi::UniqueSessionId* session, ULONG* devices,
+                                           iscsi::DeviceOnSession* list) = 0;
+  virtual DWORD LogoutIScsiTarget(iscsi::UniqueSessionId* session) = 0;
+};
+
+/// The failover cluster as this node sees it.
+class Cluster {
+ public:
+  virtual ~Cluster() = default;
+  /// `state`: 0 no cluster software, 1 not configured, 3 not running, 0x13 running.
+  virtual DWORD GetNodeClusterState(LPCWSTR node, DWORD* state) = 0;
+  virtual BOOL ClusterIsPathOnSharedVolume(LPCWSTR path) = 0;
+};
+
+/// One disk of the WMI class MSFT_Disk.
+struct WmiDisk {
+  DWORD number = 0;
+  std::wstring serialNumber;
+  std::wstring manufacturer;
+  bool isSystem = false;
+  bool isClustered = false;
+};
+
+class WmiDisks {
+ public:
+  virtual ~WmiDisks() = default;
+  /// Every MSFT_Disk instance in the class's order; on failure `disks` is empty.
+  virtual HRESULT QueryDisks(std::vector<WmiDisk>& disks) = 0;
+};
+
+class FileVersions {
+ public:
+  virtual ~FileVersions() = default;
+  /// The fixed version resource of a file: GetFileVersionInfoSizeW, GetFileVersionInfoW and VerQueryValueW in one.
+  virtual BOOL GetFileVersion(LPCWSTR path, VS_FIXEDFILEINFO* version) = 0;
+};
+
+class Time {
+ public:
+  virtual ~Time() = default;
+  virtual void Sleep(DWORD milliseconds) = 0;
+  virtual ULONGLONG GetTickCount64() = 0;
+};
+
+/// The array's metadata service, which knows which databases a protection set holds. Texts are UTF-8.
+class MetadataService {
+ public:
+  virtual ~MetadataService() = default;
+  /// Fills `databases` and answers true, or fills `error` and answers false.
+  virtual bool FindDatabasesToQuiesce(const std::string& serialNumber, std::string& databases, std::string& error) = 0;
+  /// The network name under which the cluster knows `name`. Throws std::runtime_error when there is none.
+  virtual std::string GetClusterName(const std::string& name) = 0;
+};
+
+/// One machine: the one the process runs on, or a simulated one.
+class Host {
+ public:
+  virtual ~Host() = default;
+  virtual VssService& vss() = 0;
+  virtual Storage& storage() = 0;
+  virtual Processes& processes() = 0;
+  virtual Registry& registry() = 0;
+  virtual SystemInformation& system() = 0;
+  virtual Messages& messages() = 0;
+  virtual IscsiInitiator& iscsi() = 0;
+  virtual Cluster& cluster() = 0;
+  virtual WmiDisks& wmi() = 0;
+  virtual FileVersions& files() = 0;
+  virtual Time& time() = 0;
+  virtual MetadataService& metadata() = 0;
+  /// The last error of the calling thread on this host.
+  virtual DWORD GetLastError() = 0;
+};
+
+/// Thrown where a machine is needed and none is installed (only possible outside Windows).
+class NoHostError : public std::logic_error {
+ public:
+  NoHostError()
+      : std::logic_error("no host: this platform has no Volume Shadow Copy service; install a simulated host first") {}
+};
+
+/// The process's current host: on Windows the machine itself until another is installed. Throws NoHostError without one.
+VARNEL_API Host& CurrentHost();
+/// The same, null without one. For paths that may not throw.
+VARNEL_API Host* CurrentHostOrNull() noexcept;
+
+/// Installs a host for its lifetime and puts the one before it back. The host must outlive the guard. Not for use from
+/// two threads at once.
+class VARNEL_API ScopedHost {
+ public:
+  explicit ScopedHost(Host& host) noexcept;
+  ~ScopedHost();
+  ScopedHost(const ScopedHost&) = delete;
+  ScopedHost& operator=(const ScopedHost&) = delete;
+
+ private:
+  Host* previous_;
+};
+
+/// The machine's own host; each platform's back end defines it. Null where there is none.
+VARNEL_API Host* MachineHost() noexcept;
+
+}  // namespace varnel

@@ -1,0 +1,7 @@
+#include "platform/host.h"
+
+namespace varnel {
+
+Host* MachineHost() noexcept { return nullptr; }
+
+}  // namespace varnel

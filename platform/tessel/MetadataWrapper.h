@@ -1,0 +1,47 @@
+// The maker's bridge to the array's managed metadata service, as far as varnel calls it.
+#pragma once
+
+#include <cstdlib>
+
+#include "platform/export.h"
+
+/// Owns the two texts it holds (allocated with malloc), but has no destructor that frees them: the process-wide
+/// instance lives as long as the process, and copies share the texts.
+class VARNEL_API MetadataWrapper {
+ public:
+  MetadataWrapper() = default;
+  MetadataWrapper(const MetadataWrapper&) = default;
+  /// Copies the five fields as they stand: both objects then point at the same texts.
+  MetadataWrapper& operator=(const MetadataWrapper&) = default;
+
+  /// The process-wide instance, never freed by the caller; null where the bridge is not available.
+  static MetadataWrapper* GetMetadataWrapperInstance();
+
+  /// Asks which databases the protection set of this disk holds. On true, GetdbFilesToQuiescePtr has the list; on
+  /// false the held list stays and W_GetErrorDetailStructurePtr has the reason.
+  bool W_FindDataBaseToQuiesce(const char* serialNumber);
+  /// The network name for the given name, held by the wrapper. Throws when the cluster does not know it.
+  char* W_GetClusterName(const char* name);
+  /// The reason of the last failure, held by the wrapper; never null after one.
+  char* W_GetErrorDetailStructurePtr();
+
+  void SetDbFilesToQuiescePtr(char* text) { Replace(dbFilesToQuiesce, text); }
+  void SetSqlClusterNamePtr(char* text) { Replace(sqlClusterName, text); }
+  char* GetdbFilesToQuiescePtr() { return dbFilesToQuiesce; }
+
+ private:
+  friend struct MetadataWrapperLayout;
+
+  static void Replace(char*& held, char* text) {
+    if (held == text) return;
+    std::free(held);
+    held = text;
+  }
+
+  // The first three belong to the bridge.
+  void* service = nullptr;
+  void* session = nullptr;
+  char* errorDetails = nullptr;
+  char* dbFilesToQuiesce = nullptr;
+  char* sqlClusterName = nullptr;
+};

@@ -1,0 +1,98 @@
+// The maker's common classes library, as far as varnel calls it.
+#pragma once
+
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/export.h"
+#include "platform/win32.h"
+
+namespace TesselCommonClasses {
+
+/// What the common classes throw.
+class VARNEL_API ExceptionCommon : public std::exception {
+ public:
+  ExceptionCommon(DWORD code, std::wstring message);
+  const char* what() const noexcept override { return narrow_.c_str(); }
+  DWORD GetErrorCode() const noexcept { return code_; }
+  const std::wstring& GetErrorMessage() const noexcept { return message_; }
+
+ private:
+  DWORD code_;
+  std::wstring message_;
+  std::string narrow_;
+};
+
+/// One disk: its physical drive path and the serial number that the device reports.
+class VARNEL_API WindowsDiskDevice {
+ public:
+  std::wstring diskName;
+  std::wstring serialNumber;
+  DWORD diskNumber = 0;
+  bool isClustered = false;
+};
+
+/// One volume: its unique name and its first mount point, empty when it has none.
+class VARNEL_API WindowsVolumeInfo {
+ public:
+  std::wstring uniqueVolumeName;
+  std::wstring mountPoint;
+};
+
+/// Maps volumes to disks and disks to volumes. The cache is filled on first use and by EnumerateDisks.
+class VARNEL_API DiskAndVolumeEnumerator {
+ public:
+  DiskAndVolumeEnumerator();
+  ~DiskAndVolumeEnumerator();
+  DiskAndVolumeEnumerator(const DiskAndVolumeEnumerator&) = delete;
+  DiskAndVolumeEnumerator& operator=(const DiskAndVolumeEnumerator&) = delete;
+
+  /// Rebuilds the cache when `refresh` is set or there is none yet.
+  void EnumerateDisks(bool refresh);
+  /// Fills `device` for the disk that holds the volume, given by its unique name or a device path in any case; leaves
+  /// the serial number empty when it cannot tell.
+  void GetDiskDeviceForUniqueVolume(const std::wstring& volume, WindowsDiskDevice& device);
+  /// The unique names of all volumes on the disk with this serial number, in any case.
+  void GetUniqueVolumeNamesForDisk(const std::wstring& serialNumber, std::vector<std::wstring>& names);
+  /// The volumes of the disk with this serial number, in any case.
+  void GetVolumesForGivenDisk(const std::wstring& serialNumber, std::vector<WindowsVolumeInfo>& volumes);
+  /// Every disk of the cache, in drive order.
+  const std::vector<WindowsDiskDevice>& GetDisks();
+
+  /// Serial number of the disk that holds the system drive, as the latest enumeration found it; empty when it could not
+  /// tell.
+  static std::wstring systemDriveSerialNumber;
+
+ private:
+  struct Cache;
+  Cache& Filled();
+  std::unique_ptr<Cache> cache_;
+};
+
+/// Disks as the WMI class MSFT_Disk lists them.
+class VARNEL_API WMIDiskHelper {
+ public:
+  WMIDiskHelper() = default;
+  /// With `arrayDisksOnly`, the disks whose manufacturer is the array's.
+  std::vector<WindowsDiskDevice> GetDiskDevices2k8(bool arrayDisksOnly);
+};
+
+class VARNEL_API ClusterHelper {
+ public:
+  /// Whether this node belongs to a cluster; `checkRunning` also wants the cluster service to run.
+  static bool IsCluster(bool checkRunning);
+};
+
+class VARNEL_API UtilityClass {
+ public:
+  /// The text with a backslash at its end; the empty text gives "\".
+  static std::wstring AppendBackslash(std::wstring text);
+  /// The unique name of the volume that holds `path`, and the mount point as the prefix of `path` to cut. False, with
+  /// both left empty, when no volume is found.
+  static bool GetUniqueVolumeNameForPathNoThrow(const std::wstring& path, std::wstring& volumeName,
+                                                std::wstring& mountPoint);
+};
+
+}  // namespace TesselCommonClasses

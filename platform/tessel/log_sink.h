@@ -1,0 +1,37 @@
+// Where the stand-in of CFileLog writes. The maker's own library brings its own destination and does without this.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/export.h"
+
+namespace varnel {
+
+class LogSink {
+ public:
+  virtual ~LogSink() = default;
+  /// The lowest category (CFileLog::Category) that is written; lines below it are never formatted.
+  virtual int LowestCategory() const = 0;
+  virtual void Write(int category, std::wstring_view source, int line, std::wstring_view text) = 0;
+};
+
+/// Makes `sink` the process's log for the guard's lifetime; `CFileLog::GetInstance()` is null without one.
+class VARNEL_API ScopedLog {
+ public:
+  explicit ScopedLog(LogSink& sink) noexcept;
+  ~ScopedLog();
+  ScopedLog(const ScopedLog&) = delete;
+  ScopedLog& operator=(const ScopedLog&) = delete;
+
+ private:
+  LogSink* previous_;
+};
+
+/// Appends lines to a file as UTF-8: time, category, source(line), text. Throws std::system_error when the file cannot
+/// be opened.
+VARNEL_API std::unique_ptr<LogSink> OpenLogFile(const std::filesystem::path& path, int lowestCategory);
+
+}  // namespace varnel

@@ -1,0 +1,201 @@
+// What a simulated host is made of: plain values, filled by the host file or by a test.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/vss.h"
+#include "platform/win32.h"
+
+namespace varnel::simulator {
+
+struct FileSpec {
+  std::wstring path;
+  std::wstring filespec;
+  bool recursive = false;
+  std::wstring alternatePath{};
+  DWORD backupTypeMask = 0xF0F;
+};
+
+/// A component of a writer. A missing logical path or caption is null on the wire, an empty one is empty.
+struct WriterComponent {
+  VSS_COMPONENT_TYPE type = VSS_CT_FILEGROUP;
+  std::optional<std::wstring> logicalPath;
+  std::wstring name;
+  std::optional<std::wstring> caption;
+  bool restoreMetadata = false;
+  bool notifyOnBackupComplete = false;
+  bool selectable = true;
+  bool selectableForRestore = false;
+  DWORD componentFlags = 0;
+  std::vector<FileSpec> files;
+  std::vector<FileSpec> databaseFiles;
+  std::vector<FileSpec> logFiles;
+};
+
+/// The name under which a requestor knows a component: "\\logical\\path\\name".
+inline std::wstring FullPath(const WriterComponent& component) {
+  std::wstring path = component.logicalPath.value_or(L"");
+  if (path.empty() || path.back() != L'\\') path += L'\\';
+  path += component.name;
+  return path.front() == L'\\' ? path : L'\\' + path;
+}
+
+struct RestoreMethod {
+  VSS_RESTOREMETHOD_ENUM method = VSS_RME_UNDEFINED;
+  std::wstring service;
+  std::wstring userProcedure;
+  VSS_WRITERRESTORE_ENUM writerRestore = VSS_WRE_UNDEFINED;
+  bool rebootRequired = false;
+};
+
+/// A writer: the content of its Writer Metadata Document.
+struct Writer {
+  std::wstring name;
+  GUID writerId{};
+  GUID instanceId{};
+  std::wstring instanceName;
+  VSS_USAGE_TYPE usage = VSS_UT_OTHER;
+  VSS_SOURCE_TYPE source = VSS_ST_OTHER;
+  DWORD majorVersion = 0;
+  DWORD minorVersion = 0;
+  DWORD backupSchema = 0;
+  std::optional<RestoreMethod> restoreMethod;
+  std::vector<FileSpec> excludeFiles;
+  std::vector<FileSpec> excludeFilesFromSnapshot;
+  std::vector<WriterComponent> components;
+};
+
+struct Volume {
+  std::wstring name;  // "\\?\Volume{...}\"
+  std::vector<std::wstring> mountPoints;
+  bool csv = false;
+  std::wstring label;
+};
+
+struct Disk {
+  std::wstring serial;
+  bool reportsSerial = true;  // false: the descriptor's offset is 0xFFFFFFFF
+  DWORD number = 0;
+  std::wstring vendor;
+  bool system = false;
+  bool clustered = false;
+  std::vector<Volume> volumes;
+};
+
+struct Provider {
+  GUID id{};
+  std::wstring name;
+  VSS_PROVIDER_TYPE type = VSS_PROV_UNKNOWN;
+  std::wstring version;
+};
+
+struct OperatingSystem {
+  bool server = true;
+  DWORD major = 10;
+  DWORD minor = 0;
+  DWORD build = 17763;
+  WORD servicePack = 0;
+};
+
+struct ClusterNode {
+  std::wstring name;
+  std::map<std::wstring, std::wstring> networkNames;
+};
+
+struct IscsiDevice {
+  std::wstring diskSerial;
+  bool shadow = false;  // the disk of the shadow copy of `diskSerial`, not that disk itself
+};
+
+struct IscsiSession {
+  std::wstring targetName;
+  std::vector<IscsiDevice> devices;
+  int busyQueries = 0;
+  int failedLogouts = 0;
+};
+
+/// An external program: the first one whose pattern ('*' and '?') matches the command line runs.
+struct Command {
+  std::wstring match;
+  DWORD exitCode = 0;
+};
+
+/// A call that fails (or returns another success) instead of running.
+struct CallFault {
+  std::string call;    // "Interface::Method" or the Win32 function's name
+  int occurrence = 1;  // counted from 1; 0 = every one
+  DWORD result = 0;    // an HRESULT, or a Win32 code for a Win32 function
+};
+
+/// An asynchronous operation that ends with this result, named by the method that started it ("DoSnapshotSet").
+struct AsyncFault {
+  std::string async;
+  int occurrence = 1;
+  HRESULT result = 0;
+};
+
+enum class WriterEvent {
+  identify,
+  prepareBackup,
+  prepareSnapshot,
+  freeze,
+  thaw,
+  postSnapshot,
+  backupComplete,
+  backupShutdown,
+};
+
+struct ComponentFault {
+  std::wstring fullPath;
+  HRESULT failure = 0;
+  HRESULT applicationResult = 0;
+  std::wstring applicationMessage;
+};
+
+/// A writer that fails at one event.
+struct WriterFault {
+  std::wstring writer;  // its name
+  WriterEvent event = WriterEvent::freeze;
+  HRESULT failure = 0;
+  HRESULT applicationResult = 0;
+  std::wstring applicationMessage;
+  std::vector<ComponentFault> components;
+  std::optional<VSS_WRITER_STATE> state = {};  // reported in place of the failed state of the event
+};
+
+struct Faults {
+  std::vector<CallFault> calls;
+  std::vector<AsyncFault> asyncs;
+  std::vector<WriterFault> writers;
+};
+
+struct HostModel {
+  std::wstring computerName = L"HOST";
+  std::wstring systemDirectory = L"C:\\Windows\\system32";
+  /// Names compare without regard to ASCII case. SystemRoot, windir, SystemDrive and ProgramData follow the system
+  /// directory where they are absent.
+  std::map<std::wstring, std::wstring> environment;
+  OperatingSystem os;
+  std::optional<ClusterNode> cluster;
+  std::vector<Disk> disks;
+  std::vector<Provider> providers;
+  std::vector<Writer> writers;
+  std::map<std::wstring, std::wstring> databases;  // by disk serial, as the metadata service tells them
+  std::vector<IscsiSession> iscsiSessions;
+  std::map<std::wstring, std::wstring> fileVersions;                      // path -> "6.3.9600.17120"
+  std::map<std::wstring, std::map<std::wstring, std::wstring>> registry;  // full key -> value name -> text
+  std::vector<Command> commands;
+  std::map<DWORD, std::wstring> messages;  // the system's message table
+  /// The message table of vsstrace.dll; without one that module does not exist here.
+  std::optional<std::map<DWORD, std::wstring>> vssMessages;
+  Faults faults;
+  /// How long each writer's freeze and the provider's commit take on the virtual clock, in milliseconds.
+  DWORD freezeMilliseconds = 0;
+  DWORD commitMilliseconds = 0;
+};
+
+}  // namespace varnel::simulator

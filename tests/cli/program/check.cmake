@@ -1,0 +1,37 @@
+# Run by the varnelctl_program room with -P: what only the real program shows, its command line outside ASCII, the bytes
+# that it prints and its exit status.
+cmake_minimum_required(VERSION 3.25)
+
+# Wine reads the command line in the locale's encoding.
+set(ENV{LC_ALL} C.UTF-8)
+set(out ${SCRATCH_DIR}/out.txt)
+set(err ${SCRATCH_DIR}/err.txt)
+file(REMOVE_RECURSE ${SCRATCH_DIR})
+file(MAKE_DIRECTORY ${SCRATCH_DIR})
+file(COPY_FILE ${DATA_DIR}/host.json "${SCRATCH_DIR}/höst €.json")
+
+# The program ends with this status after it printed exactly these files' bytes.
+function(expect status expected_out expected_err)
+  execute_process(COMMAND ${EMULATOR} ${PROGRAM} ${ARGN} WORKING_DIRECTORY ${SCRATCH_DIR}
+    RESULT_VARIABLE result OUTPUT_FILE ${out} ERROR_FILE ${err})
+  list(JOIN ARGN " " arguments)
+  if(NOT result STREQUAL status)
+    file(READ ${err} text)
+    message(FATAL_ERROR "varnelctl ${arguments}: exit status ${result}, not ${status}\n${text}")
+  endif()
+  foreach(stream out err)
+    execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${${stream}} ${expected_${stream}}
+      RESULT_VARIABLE differs OUTPUT_QUIET ERROR_QUIET)
+    if(differs)
+      file(READ ${${stream}} text)
+      message(FATAL_ERROR "varnelctl ${arguments}: std${stream} differs from ${expected_${stream}}:\n${text}")
+    endif()
+  endforeach()
+endfunction()
+
+file(WRITE ${SCRATCH_DIR}/empty.txt "")
+file(WRITE ${SCRATCH_DIR}/missing.txt "varnelctl: nöwhere.json: /: cannot read the file\n")
+file(WRITE ${SCRATCH_DIR}/version.txt "varnelctl ${VERSION}\n")
+expect(0 ${DATA_DIR}/disks.json ${SCRATCH_DIR}/empty.txt disks --json --host "höst €.json")
+expect(2 ${SCRATCH_DIR}/empty.txt ${SCRATCH_DIR}/missing.txt disks --host "nöwhere.json")
+expect(0 ${SCRATCH_DIR}/version.txt ${SCRATCH_DIR}/empty.txt --version)

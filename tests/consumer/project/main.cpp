@@ -1,0 +1,37 @@
+// A host agent in miniature, built against the installed library only. It asks for nothing that needs a host.
+#include <cstdio>
+#include <string>
+
+#include "core/varnel.h"
+
+namespace {
+
+long RefusalOfAnEmptyDiskList(CVarnel& requestor) {
+  try {
+    requestor.SetInputDriveSerialNos({});
+  } catch (long hr) {
+    return hr;
+  }
+  return 0;
+}
+
+bool Check(bool holds, const char* claim) {
+  if (!holds) std::printf("not so: %s\n", claim);
+  return holds;
+}
+
+}  // namespace
+
+int main() {
+  CVarnel requestor(0);
+  requestor.SetInputDriveSerialNos({L"TSL0001"});
+
+  bool good = Check(requestor.GetSnapShotSetId().empty(), "a new requestor has no snapshot set");
+  good &= Check(requestor.GetBackupDocument().empty(), "a new requestor has no backup document");
+  good &= Check(RefusalOfAnEmptyDiskList(requestor) == static_cast<long>(E_INVALIDARG),
+                "an empty disk list is refused with a thrown E_INVALIDARG");
+  good &= Check(CVarnel::VectorToString({L"a", L"b"}) == L"a, b", "lists join with a comma");
+  good &=
+      Check(CVarnel::HResult2String(static_cast<long>(VSS_E_BAD_STATE)) == L"VSS_E_BAD_STATE", "results have names");
+  return good ? 0 : 1;
+}

@@ -1,0 +1,132 @@
+// Whole runs against texts that were read once and kept: outcome, error details, log lines and platform calls.
+//
+// With the environment variable VARNEL_UPDATE_GOLDEN set to anything, the texts in tests/golden are rewritten from the
+// runs; read the difference before keeping it. The texts hold on every platform.
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "tests/support/host_fixture.h"
+#include "tests/support/snapshot_request.h"
+
+namespace varnel::test {
+namespace {
+
+using simulator::WriterEvent;
+using simulator::WriterFault;
+
+std::filesystem::path GoldenFile(const std::string& name) {
+  return std::filesystem::path(VARNEL_GOLDEN_DIR) / (name + ".txt");
+}
+
+// Without the carriage returns that a checkout may add.
+std::string ReadText(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::erase(text, '\r');
+  return text;
+}
+
+// One line whatever it holds.
+std::string OnOneLine(const std::string& text) {
+  std::string line;
+  for (const char c : text) {
+    if (c == '\n') {
+      line += "\\n";
+    } else {
+      line += c;
+    }
+  }
+  return line;
+}
+
+std::string Section(const std::string& title, const std::vector<std::string>& lines) {
+  std::string text = "== " + title + " ==\n";
+  for (const std::string& line : lines) text += OnOneLine(line) + "\n";
+  return text;
+}
+
+std::vector<std::string> Describe(const Outcome& outcome) {
+  if (outcome.alertCode == 0) return {testing::PrintToString(outcome)};
+  std::vector<std::string> lines = {"alert code " + std::to_string(outcome.alertCode),
+                                    "message " + WideToUtf8Lossy(outcome.message)};
+  for (const std::wstring& entry : outcome.list) lines.push_back("entry " + WideToUtf8Lossy(entry));
+  return lines;
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size());
+    lines.push_back(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return lines;
+}
+
+class GoldenTest : public HostFixture {
+ protected:
+  /// A mail writer with two databases and a web writer; all files lie on TSL0001.
+  void SetUp() override {
+    simulator::HostModel model = SmallHost();
+    model.writers = {
+        MakeWriter(L"Mail", 1,
+                   {MakeComponent(L"mail", L"db1", {L"E:\\db1", L"%MailData%\\log"}),
+                    MakeComponent(L"mail", L"db2", {L"E:\\db2"})}),
+        MakeWriter(L"Web", 2, {MakeComponent(L"", L"site", {L"E:\\web"})}),
+    };
+    model.environment[L"MailData"] = L"E:\\mail";
+    Install(std::move(model));
+  }
+
+  /// A whole life of a requestor.
+  template <class Requestor>
+  std::string Run(RequestOptions options) {
+    Outcome outcome;
+    std::string details;
+    {
+      SnapshotRequest<Requestor> request(std::move(options));
+      outcome = request.StartAndCreate();
+      details = request.details();
+    }
+    return Section("outcome", Describe(outcome)) + Section("error details", Lines(details)) +
+           Section("log", log.All()) + Section("calls", host().calls().lines());
+  }
+
+  static void Compare(const std::string& name, const std::string& text) {
+    if (std::getenv("VARNEL_UPDATE_GOLDEN") != nullptr) {
+      std::ofstream(GoldenFile(name), std::ios::binary) << text;
+      GTEST_SKIP() << "rewrote " << GoldenFile(name);
+    }
+    EXPECT_EQ(text, ReadText(GoldenFile(name))) << "set VARNEL_UPDATE_GOLDEN to rewrite " << GoldenFile(name);
+  }
+};
+
+TEST_F(GoldenTest, ACleanRequest) {
+  Compare("clean", Run<CVarnel>({}));
+}
+
+TEST_F(GoldenTest, ARequestWithAPartialWriterFailure) {
+  WriterFault fault;
+  fault.writer = L"Mail";
+  fault.event = WriterEvent::postSnapshot;
+  fault.failure = VSS_E_WRITERERROR_PARTIAL_FAILURE;
+  fault.applicationResult = static_cast<HRESULT>(0x80040e14);
+  fault.applicationMessage = L"one database is offline";
+  fault.components = {
+      {L"\\mail\\db2", VSS_E_WRITERERROR_RETRYABLE, static_cast<HRESULT>(0x80040e15), L"db2 is offline"}};
+  host().faults().FailWriter(fault);
+  Compare("partial", Run<PartialRequestor>({}));
+}
+
+TEST_F(GoldenTest, ARequestWhoseDisksHoldNoApplication) {
+  Compare("mismatch", Run<CVarnel>({.serialNumbers = {L"TSL0002", L"TSL0003"}}));
+}
+
+TEST_F(GoldenTest, ARequestWithExtraVolumes) {
+  Compare("extra_volumes", Run<CVarnel>({.serialNumbers = {L"TSL0001", L"TSL0002"}}));
+}
+
+}  // namespace
+}  // namespace varnel::test

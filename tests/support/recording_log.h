@@ -1,0 +1,46 @@
+// A log that keeps its lines, so that a test can expect them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/tessel/FileLog.h"
+#include "platform/tessel/log_sink.h"
+#include "platform/unicode.h"
+
+namespace varnel::test {
+
+class RecordingLog : public LogSink {
+ public:
+  struct Line {
+    int category;
+    std::string source;
+    std::string text;
+  };
+
+  int LowestCategory() const override { return CFileLog::Verbose; }
+  void Write(int category, std::wstring_view source, int /*line*/, std::wstring_view text) override {
+    lines.push_back({category, WideToUtf8Lossy(source), WideToUtf8Lossy(text)});
+  }
+
+  /// The lines of one category, as text.
+  std::vector<std::string> Of(int category) const {
+    std::vector<std::string> texts;
+    for (const Line& line : lines) {
+      if (line.category == category) texts.push_back(line.text);
+    }
+    return texts;
+  }
+  std::vector<std::string> Errors() const { return Of(CFileLog::Error); }
+  std::vector<std::string> Warnings() const { return Of(CFileLog::Warning); }
+  /// Every line, its category in front: "E text".
+  std::vector<std::string> All() const {
+    std::vector<std::string> texts;
+    for (const Line& line : lines) texts.push_back(std::string(1, "?VIWE"[line.category]) + " " + line.text);
+    return texts;
+  }
+
+  std::vector<Line> lines;
+};
+
+}  // namespace varnel::test

@@ -1,0 +1,404 @@
+// The machine's own host. What it answers depends on the machine, so the tests ask for what holds on every Windows.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "platform/ascii_case.h"
+#include "platform/com.h"
+#include "platform/host.h"
+#include "platform/tessel/MetadataWrapper.h"
+#include "platform/tessel/TesselCommonClasses.h"
+
+namespace varnel {
+namespace {
+
+using testing::Contains;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+std::wstring SystemDirectory() {
+  std::array<wchar_t, MAX_PATH> directory{};
+  EXPECT_NE(CurrentHost().system().GetSystemDirectoryW(directory.data(), MAX_PATH), 0u);
+  return directory.data();
+}
+
+bool IsInSystemDirectory(const wchar_t* file) {
+  return std::filesystem::exists(std::filesystem::path(SystemDirectory()) / file);
+}
+
+TEST(MachineHost, IsTheCurrentHostUntilAnotherIsInstalled) {
+  EXPECT_EQ(&CurrentHost(), MachineHost());
+}
+
+TEST(MachineSystem, ExpandsEnvironmentVariables) {
+  ASSERT_TRUE(::SetEnvironmentVariableW(L"VARNEL_TEST_VALUE", L"E:\\data"));
+  std::array<wchar_t, MAX_PATH> text{};
+  const DWORD written =
+      CurrentHost().system().ExpandEnvironmentStringsW(L"%VARNEL_TEST_VALUE%\\x", text.data(), MAX_PATH);
+  EXPECT_STREQ(text.data(), L"E:\\data\\x");
+  EXPECT_EQ(written, 10u);
+}
+
+TEST(MachineSystem, KnowsTheComputerName) {
+  std::array<wchar_t, MAX_PATH> name{};
+  DWORD characters = MAX_PATH;
+  ASSERT_TRUE(CurrentHost().system().GetComputerNameW(name.data(), &characters));
+  EXPECT_GT(characters, 0u);
+  EXPECT_EQ(std::wstring(name.data()).size(), characters);
+}
+
+TEST(MachineSystem, TellsThatTheRoomForTheComputerNameIsTooSmall) {
+  wchar_t name[1] = {};
+  DWORD characters = 1;
+  EXPECT_FALSE(CurrentHost().system().GetComputerNameW(name, &characters));
+  EXPECT_EQ(CurrentHost().GetLastError(), ERROR_BUFFER_OVERFLOW);
+}
+
+TEST(MachineSystem, KnowsTheSystemDirectory) {
+  EXPECT_TRUE(ascii::ToLower(SystemDirectory()).ends_with(L"\\system32")) << "not a system directory";
+}
+
+// The version as the kernel knows it, whatever the program's manifest says.
+OSVERSIONINFOEXW TrueVersion() {
+  using GetVersion = LONG WINAPI(OSVERSIONINFOEXW*);
+  OSVERSIONINFOEXW version{};
+  version.dwOSVersionInfoSize = sizeof version;
+  const FARPROC address = ::GetProcAddress(::GetModuleHandleW(L"ntdll.dll"), "RtlGetVersion");
+  EXPECT_NE(address, nullptr);
+  if (address != nullptr) reinterpret_cast<GetVersion*>(reinterpret_cast<void (*)()>(address))(&version);
+  return version;
+}
+
+bool IsVersion(OSVERSIONINFOEXW version, BYTE condition) {
+  SystemInformation& system = CurrentHost().system();
+  constexpr DWORD kMask = VER_MAJORVERSION | VER_MINORVERSION;
+  ULONGLONG conditions = system.VerSetConditionMask(0, VER_MAJORVERSION, condition);
+  conditions = system.VerSetConditionMask(conditions, VER_MINORVERSION, condition);
+  return system.VerifyVersionInfoW(&version, kMask, conditions) != FALSE;
+}
+
+TEST(MachineSystem, HasAManifestThatNamesTheWindowsVersionsItSupports) {
+  const HRSRC resource = ::FindResourceW(nullptr, MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(24));
+  ASSERT_NE(resource, nullptr);
+  const auto* text = static_cast<const char*>(::LockResource(::LoadResource(nullptr, resource)));
+  const std::string manifest(text, ::SizeofResource(nullptr, resource));
+  EXPECT_THAT(manifest, HasSubstr("{1f676c76-80e1-4239-95bb-83d0f6d0da78}"));
+  EXPECT_THAT(manifest, HasSubstr("{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}"));
+}
+
+TEST(MachineSystem, VerifiesTheTrueVersionBecauseTheProgramHasAManifest) {
+  EXPECT_TRUE(IsVersion(TrueVersion(), VER_EQUAL));
+}
+
+TEST(MachineSystem, RefusesALaterVersion) {
+  OSVERSIONINFOEXW later = TrueVersion();
+  ++later.dwMajorVersion;
+  EXPECT_FALSE(IsVersion(later, VER_GREATER_EQUAL));
+  EXPECT_EQ(CurrentHost().GetLastError(), static_cast<DWORD>(ERROR_OLD_WIN_VERSION));
+}
+
+TEST(MachineMessages, DoNotLoadALibraryThatIsNotThere) {
+  EXPECT_EQ(CurrentHost().messages().LoadLibraryW(L"varnel-no-such-library.dll"), nullptr);
+  EXPECT_EQ(CurrentHost().GetLastError(), static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
+}
+
+TEST(MachineMessages, LoadVsstraceOnlyWhereTheSystemHasIt) {
+  const Module module(CurrentHost().messages().LoadLibraryW(L"vsstrace.dll"));
+  const DWORD error = CurrentHost().GetLastError();
+  EXPECT_EQ(static_cast<bool>(module), IsInSystemDirectory(L"vsstrace.dll"));
+  if (!module) {
+    EXPECT_EQ(error, static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
+  }
+}
+
+TEST(MachineMessages, DoNotLoadALibraryFromBesideTheProgram) {
+  std::array<wchar_t, MAX_PATH> program{};
+  ASSERT_NE(::GetModuleFileNameW(nullptr, program.data(), MAX_PATH), 0u);
+  const std::filesystem::path beside = std::filesystem::path(program.data()).replace_filename(L"varnel-beside.dll");
+  std::filesystem::copy_file(std::filesystem::path(SystemDirectory()) / L"version.dll", beside,
+                             std::filesystem::copy_options::overwrite_existing);
+  const Module module(CurrentHost().messages().LoadLibraryW(L"varnel-beside.dll"));
+  EXPECT_FALSE(module);
+  std::error_code ignored;
+  std::filesystem::remove(beside, ignored);
+}
+
+TEST(MachineMessages, HaveTheSystemsTextOfAnErrorCode) {
+  LocalText text;
+  const DWORD characters = CurrentHost().messages().FormatMessageW(
+      FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+      ERROR_ACCESS_DENIED, 0, text.AsBuffer(), 0, nullptr);
+  ASSERT_NE(text.Get(), nullptr);
+  EXPECT_GT(characters, 0u);
+  EXPECT_EQ(std::wstring(text.Get()).size(), characters);
+}
+
+TEST(MachineMessages, HaveNoTextForAnUnknownCode) {
+  LocalText text;
+  EXPECT_EQ(CurrentHost().messages().FormatMessageW(
+                FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                0x2FFFFFFF, 0, text.AsBuffer(), 0, nullptr),
+            0u);
+  EXPECT_EQ(text.Get(), nullptr);
+  EXPECT_EQ(CurrentHost().GetLastError(), static_cast<DWORD>(ERROR_MR_MID_NOT_FOUND));
+}
+
+TEST(MachineMessages, HandOutAndTakeBackTheProgramsOwnModule) {
+  Module module;
+  ASSERT_TRUE(CurrentHost().messages().GetModuleHandleExW(0, nullptr, module.Put()));
+  EXPECT_EQ(module.Get(), ::GetModuleHandleW(nullptr));
+  std::array<wchar_t, 16> text{};
+  EXPECT_EQ(CurrentHost().messages().LoadStringW(module.Get(), 54321, text.data(), 16), 0);
+}
+
+TEST(MachineStorage, FindsTheVolumeOfTheSystemDriveAmongAllVolumes) {
+  Storage& storage = CurrentHost().storage();
+  const std::wstring drive = SystemDirectory().substr(0, 3);
+  std::array<wchar_t, MAX_PATH> systemVolume{};
+  ASSERT_TRUE(storage.GetVolumeNameForVolumeMountPointW(drive.c_str(), systemVolume.data(), MAX_PATH));
+  EXPECT_THAT(std::wstring(systemVolume.data()), StartsWith(L"\\\\?\\Volume{"));
+
+  std::array<wchar_t, MAX_PATH> name{};
+  const HANDLE search = storage.FindFirstVolumeW(name.data(), MAX_PATH);
+  ASSERT_NE(search, INVALID_HANDLE_VALUE);
+  std::vector<std::wstring> names;
+  do {
+    names.emplace_back(name.data());
+  } while (storage.FindNextVolumeW(search, name.data(), MAX_PATH));
+  EXPECT_EQ(CurrentHost().GetLastError(), static_cast<DWORD>(ERROR_NO_MORE_FILES));
+  EXPECT_TRUE(storage.FindVolumeClose(search));
+  EXPECT_THAT(names, Contains(std::wstring(systemVolume.data())));
+}
+
+TEST(MachineStorage, KnowsTheMountPointsOfTheSystemVolume) {
+  Storage& storage = CurrentHost().storage();
+  const std::wstring drive = SystemDirectory().substr(0, 3);
+  std::array<wchar_t, MAX_PATH> volume{};
+  ASSERT_TRUE(storage.GetVolumeNameForVolumeMountPointW(drive.c_str(), volume.data(), MAX_PATH));
+  std::array<wchar_t, MAX_PATH> names{};
+  DWORD needed = 0;
+  ASSERT_TRUE(storage.GetVolumePathNamesForVolumeNameW(volume.data(), names.data(), MAX_PATH, &needed));
+  EXPECT_TRUE(ascii::EqualIgnoringCase(names.data(), drive));
+}
+
+TEST(MachineStorage, OpensAndClosesAFile) {
+  const std::wstring file = SystemDirectory() + L"\\kernel32.dll";
+  const FileHandle handle(CurrentHost().storage().CreateFileW(file.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  EXPECT_TRUE(handle);
+}
+
+TEST(MachineStorage, ReportsADeviceThatIsNotThere) {
+  const FileHandle handle(CurrentHost().storage().CreateFileW(L"\\\\.\\PhysicalDrive9999", 0,
+                                                              FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+  EXPECT_FALSE(handle);
+  EXPECT_EQ(CurrentHost().GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+}
+
+TEST(MachineStorage, PassesADeviceQueryOnAndReportsThatAFileHasNoExtents) {
+  const FileHandle handle(CurrentHost().storage().CreateFileW((SystemDirectory() + L"\\kernel32.dll").c_str(),
+                                                              GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                                              FILE_ATTRIBUTE_NORMAL, nullptr));
+  ASSERT_TRUE(handle);
+  VOLUME_DISK_EXTENTS extents{};
+  DWORD returned = 0;
+  EXPECT_FALSE(CurrentHost().storage().DeviceIoControl(handle.Get(), IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS, nullptr, 0,
+                                                       &extents, sizeof extents, &returned, nullptr));
+}
+
+TEST(MachineStorage, LetsTheCommonClassesEnumerateTheMachine) {
+  TesselCommonClasses::DiskAndVolumeEnumerator enumerator;
+  EXPECT_NO_THROW(enumerator.EnumerateDisks(true));
+  TesselCommonClasses::WindowsDiskDevice device;
+  enumerator.GetDiskDeviceForUniqueVolume(L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy9999\\", device);
+  EXPECT_TRUE(device.serialNumber.empty());
+}
+
+TEST(MachineStorage, LetsTheCommonClassesFindTheVolumeOfAPath) {
+  std::wstring volume;
+  std::wstring mountPoint;
+  ASSERT_TRUE(TesselCommonClasses::UtilityClass::GetUniqueVolumeNameForPathNoThrow(SystemDirectory() + L"\\", volume,
+                                                                                   mountPoint));
+  EXPECT_THAT(volume, StartsWith(L"\\\\?\\Volume{"));
+  EXPECT_EQ(mountPoint, SystemDirectory().substr(0, 3));
+}
+
+TEST(MachineProcesses, RunAProgramAndTellItsExitCode) {
+  Processes& processes = CurrentHost().processes();
+  std::wstring commandLine = L"cmd.exe /c exit 3";
+  STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process{};
+  ASSERT_TRUE(processes.CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr,
+                                       nullptr, &startup, &process));
+  EXPECT_EQ(processes.WaitForSingleObject(process.hProcess, INFINITE), WAIT_OBJECT_0);
+  DWORD exitCode = 0;
+  EXPECT_TRUE(processes.GetExitCodeProcess(process.hProcess, &exitCode));
+  EXPECT_EQ(exitCode, 3u);
+  EXPECT_TRUE(processes.CloseHandle(process.hThread));
+  EXPECT_TRUE(processes.CloseHandle(process.hProcess));
+}
+
+TEST(MachineProcesses, ReportAProgramThatIsNotThere) {
+  std::wstring commandLine = L"varnel-no-such-program.exe";
+  STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process{};
+  EXPECT_FALSE(CurrentHost().processes().CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0,
+                                                        nullptr, nullptr, &startup, &process));
+  EXPECT_EQ(CurrentHost().GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+}
+
+// A key of this test's own, gone with it.
+class TestKey {
+ public:
+  TestKey() {
+    EXPECT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, kPath, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key_, nullptr),
+              ERROR_SUCCESS);
+  }
+  TestKey(const TestKey&) = delete;
+  TestKey& operator=(const TestKey&) = delete;
+  ~TestKey() {
+    ::RegCloseKey(key_);
+    ::RegDeleteTreeW(HKEY_CURRENT_USER, kPath);
+  }
+  HKEY Get() const { return key_; }
+  static constexpr wchar_t kPath[] = L"Software\\VarnelMachineHostTest";
+
+ private:
+  HKEY key_ = nullptr;
+};
+
+TEST(MachineRegistry, ReadsTextsAndSubKeys) {
+  const TestKey testKey;
+  constexpr wchar_t kText[] = L"D:\\Exchange";
+  ASSERT_EQ(::RegSetKeyValueW(testKey.Get(), L"v15\\Setup", L"MsiInstallPath", REG_SZ, kText, sizeof kText),
+            ERROR_SUCCESS);
+
+  Registry& registry = CurrentHost().registry();
+  HKEY key = nullptr;
+  ASSERT_EQ(registry.RegOpenKeyExW(HKEY_CURRENT_USER, TestKey::kPath, 0, KEY_READ, &key), ERROR_SUCCESS);
+  DWORD subKeys = 0;
+  EXPECT_EQ(registry.RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, &subKeys, nullptr, nullptr, nullptr, nullptr,
+                                      nullptr, nullptr, nullptr),
+            ERROR_SUCCESS);
+  EXPECT_EQ(subKeys, 1u);
+  std::array<wchar_t, MAX_PATH> name{};
+  DWORD characters = MAX_PATH;
+  EXPECT_EQ(registry.RegEnumKeyExW(key, 0, name.data(), &characters, nullptr, nullptr, nullptr, nullptr),
+            ERROR_SUCCESS);
+  EXPECT_STREQ(name.data(), L"v15");
+  characters = MAX_PATH;
+  EXPECT_EQ(registry.RegEnumKeyExW(key, 1, name.data(), &characters, nullptr, nullptr, nullptr, nullptr),
+            ERROR_NO_MORE_ITEMS);
+  std::array<wchar_t, MAX_PATH> text{};
+  DWORD bytes = sizeof text;
+  EXPECT_EQ(registry.RegGetValueW(key, L"v15\\Setup", L"MsiInstallPath", RRF_RT_REG_SZ, nullptr, text.data(), &bytes),
+            ERROR_SUCCESS);
+  EXPECT_STREQ(text.data(), kText);
+  EXPECT_EQ(registry.RegCloseKey(key), ERROR_SUCCESS);
+}
+
+TEST(MachineRegistry, ReportsAKeyThatIsNotThere) {
+  HKEY key = nullptr;
+  EXPECT_EQ(CurrentHost().registry().RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\VarnelNoSuchKey", 0, KEY_READ, &key),
+            ERROR_FILE_NOT_FOUND);
+}
+
+TEST(MachineIscsi, HasNoSessionsWhereTheInitiatorIsAbsent) {
+  if (IsInSystemDirectory(L"iscsidsc.dll")) GTEST_SKIP() << "this machine has the iSCSI initiator";
+  ULONG bytes = 0;
+  ULONG sessions = 7;
+  EXPECT_EQ(CurrentHost().iscsi().GetIScsiSessionListW(&bytes, &sessions, nullptr), static_cast<DWORD>(ERROR_SUCCESS));
+  EXPECT_EQ(sessions, 0u);
+  iscsi::UniqueSessionId session{};
+  ULONG devices = 0;
+  EXPECT_EQ(CurrentHost().iscsi().GetDevicesForIScsiSessionW(&session, &devices, nullptr),
+            static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
+  EXPECT_EQ(CurrentHost().iscsi().LogoutIScsiTarget(&session), static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
+}
+
+TEST(MachineCluster, AMachineOutsideAClusterIsNoClusterNode) {
+  DWORD state = 99;
+  ASSERT_EQ(CurrentHost().cluster().GetNodeClusterState(nullptr, &state), static_cast<DWORD>(ERROR_SUCCESS));
+  if (state > 1) GTEST_SKIP() << "this machine is a cluster node";
+  EXPECT_FALSE(TesselCommonClasses::ClusterHelper::IsCluster(true));
+  EXPECT_FALSE(TesselCommonClasses::ClusterHelper::IsCluster(false));
+}
+
+TEST(MachineFileVersions, ReadTheVersionOfASystemLibrary) {
+  VS_FIXEDFILEINFO version{};
+  ASSERT_TRUE(CurrentHost().files().GetFileVersion((SystemDirectory() + L"\\kernel32.dll").c_str(), &version));
+  EXPECT_EQ(version.dwSignature, 0xFEEF04BDu);
+  EXPECT_GT(version.dwFileVersionMS, 0u);
+}
+
+TEST(MachineFileVersions, ReportAFileThatIsNotThere) {
+  VS_FIXEDFILEINFO version{};
+  EXPECT_FALSE(CurrentHost().files().GetFileVersion(L"C:\\varnel-no-such-file.exe", &version));
+  EXPECT_NE(CurrentHost().GetLastError(), static_cast<DWORD>(ERROR_SUCCESS));
+}
+
+TEST(MachineWmi, NeedsAProcessThatInitialisedCom) {
+  std::vector<WmiDisk> disks = {WmiDisk{}};
+  EXPECT_EQ(CurrentHost().wmi().QueryDisks(disks), CO_E_NOTINITIALIZED);
+  EXPECT_TRUE(disks.empty());
+}
+
+TEST(MachineWmi, AnswersWithDisksOrWithAFailureAndNone) {
+  ASSERT_TRUE(SUCCEEDED(::CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
+  std::vector<WmiDisk> disks = {WmiDisk{}};
+  const HRESULT hr = CurrentHost().wmi().QueryDisks(disks);
+  ::CoUninitialize();
+  if (FAILED(hr)) {
+    EXPECT_TRUE(disks.empty());
+  } else {
+    for (const WmiDisk& disk : disks) EXPECT_LT(disk.number, 10000u);
+  }
+}
+
+TEST(MachineTime, GoesForwardWhileTheProcessSleeps) {
+  Time& time = CurrentHost().time();
+  const ULONGLONG before = time.GetTickCount64();
+  time.Sleep(20);
+  EXPECT_GE(time.GetTickCount64() + 16, before + 20);  // a tick takes up to 16 milliseconds
+  EXPECT_GT(time.GetTickCount64(), before);
+}
+
+TEST(MachineVss, FreesAnEmptyPropertyStructureWithoutTheServicesHelp) {
+  VSS_SNAPSHOT_PROP properties{};
+  CurrentHost().vss().VssFreeSnapshotProperties(&properties);
+  EXPECT_EQ(properties.m_pwszSnapshotDeviceObject, nullptr);
+}
+
+TEST(MachineVss, HandsOutAndTakesBackCountedText) {
+  const Bstr text(std::wstring_view(L"a\0b", 3));
+  EXPECT_EQ(text.View(), std::wstring_view(L"a\0b", 3));
+}
+
+TEST(MachineVss, RefusesAnUnknownClass) {
+  ASSERT_TRUE(SUCCEEDED(::CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
+  constexpr GUID kNoSuchClass = ParseGuid("{0f0f0f0f-0000-4000-8000-000000000000}");
+  ComPtr<IUnknown> object;
+  EXPECT_EQ(CurrentHost().vss().CoCreateInstance(kNoSuchClass, nullptr, CLSCTX_ALL, kIidUnknown,
+                                                 reinterpret_cast<void**>(object.Put())),
+            REGDB_E_CLASSNOTREG);
+  ::CoUninitialize();
+}
+
+TEST(MachineMetadata, IsNotAvailableAndSaysSo) {
+  std::string databases = "kept";
+  std::string error;
+  EXPECT_FALSE(CurrentHost().metadata().FindDatabasesToQuiesce("TSL0001", databases, error));
+  EXPECT_EQ(databases, "kept");
+  EXPECT_THAT(error, HasSubstr("metadata service is not available"));
+  EXPECT_THROW(CurrentHost().metadata().GetClusterName("sqlvirt"), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace varnel

@@ -1,0 +1,12 @@
+#include "platform/host.h"
+#include "varnelctl/machine_session.h"
+
+namespace varnelctl {
+
+MachineSession::MachineSession() {
+  throw varnel::NoHostError();
+}
+
+MachineSession::~MachineSession() = default;
+
+}  // namespace varnelctl

@@ -1,0 +1,14 @@
+// The whole program but for its process: tests call it in theirs.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+namespace varnelctl {
+
+/// Runs varnelctl. \param arguments UTF-8, without the program's name. \param terminal whether `out` is one.
+/// \return the exit status.
+int RunVarnelctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& err, bool terminal = false);
+
+}  // namespace varnelctl

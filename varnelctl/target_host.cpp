@@ -1,0 +1,23 @@
+#include "varnelctl/target_host.h"
+
+#include "varnelctl/text.h"
+
+namespace varnelctl {
+
+TargetHost::TargetHost(const std::optional<std::string>& hostFile) {
+  varnel::Host* const current = varnel::CurrentHostOrNull();
+  if (hostFile) {
+    Simulate(varnel::simulator::LoadHostFile(PathOf(*hostFile)));
+  } else if (current == nullptr) {
+    Simulate(varnel::simulator::SampleHost());
+  } else if (current == varnel::MachineHost()) {
+    machine_.emplace();
+  }
+}
+
+void TargetHost::Simulate(varnel::simulator::HostModel model) {
+  simulated_.emplace(std::move(model));
+  current_.emplace(*simulated_);
+}
+
+}  // namespace varnelctl

@@ -1,0 +1,33 @@
+// The host that a command asks: the one of a host file, this machine, or the built-in sample.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/host.h"
+#include "simulator/simulated_host.h"
+#include "varnelctl/machine_session.h"
+
+namespace varnelctl {
+
+/// Makes the host current for its own lifetime. Objects of the host must be gone before this one.
+class TargetHost {
+ public:
+  /// With a file the simulated host that it describes (throws simulator::HostFileError); else the current host, which
+  /// is this machine unless another is installed; else the sample host.
+  explicit TargetHost(const std::optional<std::string>& hostFile);
+  TargetHost(const TargetHost&) = delete;
+  TargetHost& operator=(const TargetHost&) = delete;
+
+  /// The call log of a simulated host that this object made, else null.
+  const varnel::simulator::CallLog* calls() { return simulated_ ? &simulated_->calls() : nullptr; }
+
+ private:
+  void Simulate(varnel::simulator::HostModel model);
+
+  std::optional<MachineSession> machine_;
+  std::optional<varnel::simulator::SimulatedHost> simulated_;
+  std::optional<varnel::ScopedHost> current_;
+};
+
+}  // namespace varnelctl

@@ -1,0 +1,25 @@
+// Text between the library, the user and the file system. Everything that varnelctl reads or prints is UTF-8.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace varnelctl {
+
+/// For JSON: the whole text; what is no valid Unicode becomes U+FFFD.
+std::string Utf8(std::wstring_view text);
+
+/// For people: the same, and control characters, which could move the cursor or hide text, become U+FFFD too.
+std::string Printable(std::wstring_view text);
+
+/// A message in one line: every run of control characters becomes one blank, or nothing at either end.
+std::string OneLine(std::string_view text);
+
+/// "1 writer", "3 writers".
+std::string Counted(std::size_t count, std::string_view noun);
+
+/// The path that an argument names.
+std::filesystem::path PathOf(std::string_view argument);
+
+}  // namespace varnelctl
