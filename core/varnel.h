@@ -70,7 +70,7 @@ struct SnapshotVolumeInfo {
 
 /// A requestor: drives one shadow copy request of the host agent through the Volume Shadow Copy service. The agent
 /// constructs it (or an application's subclass), names the disks of the protection set, calls Initialize and
-/// CreateVssSnapshotSet, reads the results, and ends with SetBackupStatus.
+/// CreateVssSnapshotSet, and reads the results.
 ///
 /// Driven by one thread at a time; the process must have initialised COM and its security. Operations that fail throw:
 /// a bare `long` holding an HRESULT after a failed platform call, or VarnelException for a failed request. Most take
@@ -129,7 +129,8 @@ class VARNEL_API CVarnel {
   ///
   /// Throws VarnelException 601 when the set exists but writers failed for some components, 701 when it exists but the
   /// collection holds volumes that the application does not use, 602 when the protection set is wrong, 600 when writers
-  /// failed, and a `long` after a failed call. Nothing is aborted or deleted here: SetBackupStatus does that.
+  /// failed, and a `long` after a failed call. Nothing is aborted or deleted here, and the members stay as far as they
+  /// were filled.
   void CreateVssSnapshotSet(std::string& errorDetails);
 
   /// Fills the map of application objects by disk serial number, narrow text. On an exception it holds what was filled.

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/export.h"
 #include "platform/vss.h"
 #include "platform/win32.h"
 
@@ -86,7 +87,7 @@ void BuildWriter(VssWriter& writer, IVssExamineWriterMetadata* source, VolumeRes
 std::wstring ComponentFullPath(const std::wstring& logicalPath, const std::wstring& name);
 
 /// True when `a`'s full path and a backslash start `b`'s, case ignored. No component is its own ancestor.
-bool IsAncestor(const VssComponent& a, const VssComponent& b);
+VARNEL_API bool IsAncestor(const VssComponent& a, const VssComponent& b);
 
 /// For every component of a list the indexes of its descendants, in list order. Built in time linear in the paths.
 std::vector<std::vector<std::size_t>> DescendantsByComponent(const std::vector<VssComponent>& components);

@@ -76,7 +76,9 @@ Conversion ReadConversion(std::basic_string_view<Char> format) {
   return result;
 }
 
-bool IsText(const Conversion& conversion) { return conversion.type == 's' || conversion.type == 'S'; }
+bool IsText(const Conversion& conversion) {
+  return conversion.type == 's' || conversion.type == 'S';
+}
 
 // ASCII digits only, so that the same text serves both widths.
 std::string FormatNumber(const Conversion& conversion, std::uint32_t value) {

@@ -21,8 +21,8 @@ namespace varnel {
 class FormatArgument {
  public:
   template <class T>
-    requires(std::is_integral_v<T> || std::is_enum_v<T>)
-  FormatArgument(T value) noexcept : value_(static_cast<std::uint32_t>(value)) {}
+  requires(std::is_integral_v<T> || std::is_enum_v<T>) FormatArgument(T value)
+  noexcept : value_(static_cast<std::uint32_t>(value)) {}
   FormatArgument(const char* text) noexcept : value_(text == nullptr ? std::string_view() : std::string_view(text)) {}
   FormatArgument(const wchar_t* text) noexcept
       : value_(text == nullptr ? std::wstring_view() : std::wstring_view(text)) {}

@@ -26,6 +26,8 @@ std::wstring FormatBareGuid(const GUID& guid) {
   return text;
 }
 
-std::wstring FormatGuid(const GUID& guid) { return L"{" + FormatBareGuid(guid) + L"}"; }
+std::wstring FormatGuid(const GUID& guid) {
+  return L"{" + FormatBareGuid(guid) + L"}";
+}
 
 }  // namespace varnel

@@ -8,7 +8,9 @@ Host*& Installed() noexcept {
 }
 }  // namespace
 
-Host* CurrentHostOrNull() noexcept { return Installed() != nullptr ? Installed() : MachineHost(); }
+Host* CurrentHostOrNull() noexcept {
+  return Installed() != nullptr ? Installed() : MachineHost();
+}
 
 Host& CurrentHost() {
   Host* host = CurrentHostOrNull();
@@ -16,8 +18,12 @@ Host& CurrentHost() {
   return *host;
 }
 
-ScopedHost::ScopedHost(Host& host) noexcept : previous_(Installed()) { Installed() = &host; }
+ScopedHost::ScopedHost(Host& host) noexcept : previous_(Installed()) {
+  Installed() = &host;
+}
 
-ScopedHost::~ScopedHost() { Installed() = previous_; }
+ScopedHost::~ScopedHost() {
+  Installed() = previous_;
+}
 
 }  // namespace varnel

@@ -47,8 +47,7 @@ class Storage {
   virtual BOOL FindNextVolumeW(HANDLE search, LPWSTR volumeName, DWORD characters) = 0;
   virtual BOOL FindVolumeClose(HANDLE search) = 0;
   /// `names` is a list of NUL-terminated texts with one more NUL behind the last.
-  virtual BOOL GetVolumePathNamesForVolumeNameW(LPCWSTR volumeName, LPWSTR names, DWORD characters,
-                                                DWORD* needed) = 0;
+  virtual BOOL GetVolumePathNamesForVolumeNameW(LPCWSTR volumeName, LPWSTR names, DWORD characters, DWORD* needed) = 0;
 };
 
 /// Processes.
@@ -68,8 +67,8 @@ class Registry {
  public:
   virtual ~Registry() = default;
   virtual LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, HKEY* result) = 0;
-  virtual LSTATUS RegQueryInfoKeyW(HKEY key, LPWSTR className, DWORD* classCharacters, DWORD* reserved,
-                                   DWORD* subKeys, DWORD* maxSubKeyLength, DWORD* maxClassLength, DWORD* values,
+  virtual LSTATUS RegQueryInfoKeyW(HKEY key, LPWSTR className, DWORD* classCharacters, DWORD* reserved, DWORD* subKeys,
+                                   DWORD* maxSubKeyLength, DWORD* maxClassLength, DWORD* values,
                                    DWORD* maxValueNameLength, DWORD* maxValueBytes, DWORD* securityDescriptorBytes,
                                    FILETIME* lastWrite) = 0;
   virtual LSTATUS RegEnumKeyExW(HKEY key, DWORD index, LPWSTR name, DWORD* characters, DWORD* reserved,
@@ -192,7 +191,8 @@ class NoHostError : public std::logic_error {
       : std::logic_error("no host: this platform has no Volume Shadow Copy service; install a simulated host first") {}
 };
 
-/// The process's current host: on Windows the machine itself until another is installed. Throws NoHostError without one.
+/// The process's current host: on Windows the machine itself until another is installed. Throws NoHostError without
+/// one.
 VARNEL_API Host& CurrentHost();
 /// The same, null without one. For paths that may not throw.
 VARNEL_API Host* CurrentHostOrNull() noexcept;

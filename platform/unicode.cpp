@@ -10,9 +10,15 @@ constexpr char32_t kInvalid = 0xFFFFFFFF;
 constexpr char32_t kReplacement = 0xFFFD;
 constexpr bool kWideIsUtf16 = sizeof(wchar_t) == 2;
 
-constexpr bool IsHighSurrogate(char32_t c) { return c >= 0xD800 && c <= 0xDBFF; }
-constexpr bool IsLowSurrogate(char32_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
-constexpr bool IsSurrogate(char32_t c) { return c >= 0xD800 && c <= 0xDFFF; }
+constexpr bool IsHighSurrogate(char32_t c) {
+  return c >= 0xD800 && c <= 0xDBFF;
+}
+constexpr bool IsLowSurrogate(char32_t c) {
+  return c >= 0xDC00 && c <= 0xDFFF;
+}
+constexpr bool IsSurrogate(char32_t c) {
+  return c >= 0xD800 && c <= 0xDFFF;
+}
 
 int SequenceLength(unsigned char first) {
   if (first < 0x80) return 1;
@@ -108,9 +114,17 @@ To Convert(From text, bool strict, Next next, Append append) {
 
 }  // namespace
 
-std::wstring Utf8ToWide(std::string_view text) { return Convert<std::wstring>(text, true, NextUtf8, AppendWide); }
-std::string WideToUtf8(std::wstring_view text) { return Convert<std::string>(text, true, NextWide, AppendUtf8); }
-std::wstring Utf8ToWideLossy(std::string_view text) { return Convert<std::wstring>(text, false, NextUtf8, AppendWide); }
-std::string WideToUtf8Lossy(std::wstring_view text) { return Convert<std::string>(text, false, NextWide, AppendUtf8); }
+std::wstring Utf8ToWide(std::string_view text) {
+  return Convert<std::wstring>(text, true, NextUtf8, AppendWide);
+}
+std::string WideToUtf8(std::wstring_view text) {
+  return Convert<std::string>(text, true, NextWide, AppendUtf8);
+}
+std::wstring Utf8ToWideLossy(std::string_view text) {
+  return Convert<std::wstring>(text, false, NextUtf8, AppendWide);
+}
+std::string WideToUtf8Lossy(std::wstring_view text) {
+  return Convert<std::string>(text, false, NextWide, AppendUtf8);
+}
 
 }  // namespace varnel

@@ -2,11 +2,13 @@
 // failed calls.
 #include "core/errors.h"
 
+#include <algorithm>
 #include <clocale>
 #include <cstdint>
 #include <limits>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>

@@ -1,5 +1,7 @@
 // The requestor object: its members, Initialize with every way it can fail, accessors, converters and constants.
 #include <cstdint>
+#include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <type_traits>

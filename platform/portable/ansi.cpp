@@ -2,6 +2,8 @@
 
 namespace varnel {
 
-std::string WideToAnsi(std::wstring_view text) { return WideToUtf8Lossy(text); }
+std::string WideToAnsi(std::wstring_view text) {
+  return WideToUtf8Lossy(text);
+}
 
 }  // namespace varnel

@@ -33,6 +33,10 @@ UINT SysStringLen(BSTR text) {
   return static_cast<UINT>(bytes / sizeof(wchar_t));
 }
 
-void* CoTaskMemAlloc(std::size_t bytes) { return std::malloc(bytes); }
+void* CoTaskMemAlloc(std::size_t bytes) {
+  return std::malloc(bytes);
+}
 
-void CoTaskMemFree(void* block) { std::free(block); }
+void CoTaskMemFree(void* block) {
+  std::free(block);
+}

@@ -2,6 +2,8 @@
 
 namespace varnel {
 
-Host* MachineHost() noexcept { return nullptr; }
+Host* MachineHost() noexcept {
+  return nullptr;
+}
 
 }  // namespace varnel

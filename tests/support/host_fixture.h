@@ -64,7 +64,8 @@ inline simulator::Writer MakeWriter(std::wstring name, DWORD n, std::vector<simu
 /// A system disk (SYS, C:), two array disks (TSL0001 at E:, TSL0002 at F:) and the array's provider; no writers.
 inline simulator::HostModel SmallHost() {
   simulator::HostModel model;
-  model.disks = {MakeDisk(L"SYS", 0, L"C:\\", true), MakeDisk(L"TSL0001", 1, L"E:\\"), MakeDisk(L"TSL0002", 2, L"F:\\")};
+  model.disks = {MakeDisk(L"SYS", 0, L"C:\\", true), MakeDisk(L"TSL0001", 1, L"E:\\"),
+                 MakeDisk(L"TSL0002", 2, L"F:\\")};
   model.environment = {{L"SystemRoot", L"C:\\Windows"}, {L"SystemDrive", L"C:"}};
   model.providers = {{ParseGuid("{374579ad-285c-49b9-ab8a-950e0e252de2}"), L"Tessel VSS Hardware Provider",
                       VSS_PROV_HARDWARE, L"1.0"}};

@@ -96,12 +96,8 @@ class RequestorProbe {
   DWORD GetWriterStatusMessage(VSS_WRITER_STATE state, const std::wstring& name, std::wstring& text) {
     return requestor_.GetWriterStatusMessage(state, name, text);
   }
-  std::wstring GetStringFromWriterStatus(VSS_WRITER_STATE state) {
-    return requestor_.GetStringFromWriterStatus(state);
-  }
-  std::wstring GetHostnameNetworkName(std::wstring name) {
-    return requestor_.GetHostnameNetworkName(std::move(name));
-  }
+  std::wstring GetStringFromWriterStatus(VSS_WRITER_STATE state) { return requestor_.GetStringFromWriterStatus(state); }
+  std::wstring GetHostnameNetworkName(std::wstring name) { return requestor_.GetHostnameNetworkName(std::move(name)); }
   void GetComponentInfoForCataloging(const VssComponent& component, ComponentCatalogingInfo& info) {
     requestor_.GetComponentInfoForCataloging(component, info);
   }
