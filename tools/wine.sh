@@ -19,6 +19,8 @@ if [[ ${VARNEL_CAPTURES:-} == /* ]]; then export VARNEL_CAPTURES="Z:$VARNEL_CAPT
 mkdir -p "$WINEPREFIX"
 case ${1:?which program?} in
   --start)
+    # A server that an interrupted run left behind would refuse a second one.
+    wineserver --kill 2>/dev/null || true
     wineserver --persistent
     wine wineboot --init
     ;;
