@@ -4,6 +4,8 @@
 VARNELCTL_ARGUMENTS ?= snapshot --app none --disk TSL0001 TSL0002 TSL0003
 # Installs missing packages; SETUP=: skips that.
 SETUP ?= tools/setup.sh
+# Documents captured from a real server, for the benchmarks that read them; they skip where there are none.
+bench bench-instructions: export VARNEL_CAPTURES ?= $(wildcard ../shared/captures/win2012-sql17)
 # For `make fuzz`: which fuzzer, and for how long.
 FUZZER ?= format
 FUZZ_SECONDS ?= 60

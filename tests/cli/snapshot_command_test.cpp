@@ -297,7 +297,9 @@ class CapturedServer : public SnapshotCommand {
  protected:
   void SetUp() override {
     const char* captures = std::getenv("VARNEL_CAPTURES");
-    if (captures == nullptr) GTEST_SKIP() << "VARNEL_CAPTURES names no folder with captured documents";
+    if (captures == nullptr || !std::filesystem::is_directory(captures)) {
+      GTEST_SKIP() << "VARNEL_CAPTURES names no folder with captured documents";
+    }
     host_ = {{"disks", json::array({DiskJson("SYS", 0, "C:\\"), DiskJson("TSLE", 1, "E:\\"),
                                     DiskJson("TSLF", 2, "F:\\"), DiskJson("TSLG", 3, "G:\\")})},
              {"providers", SmallHostJson()["providers"]}};
