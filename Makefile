@@ -4,8 +4,8 @@
 VARNELCTL_ARGUMENTS ?= snapshot --app none --disk TSL0001 TSL0002 TSL0003
 # Installs missing packages; SETUP=: skips that.
 SETUP ?= tools/setup.sh
-# Documents captured from a real server, for the benchmarks that read them; they skip where there are none.
-bench bench-instructions: export VARNEL_CAPTURES ?= $(wildcard ../shared/captures/win2012-sql17)
+# Documents captured from a real server, for the benchmark that reads them; it skips where there are none.
+captures = VARNEL_CAPTURES="$${VARNEL_CAPTURES:-../shared/captures/win2012-sql17}"
 # For `make fuzz`: which fuzzer, and for how long.
 FUZZER ?= format
 FUZZ_SECONDS ?= 60
@@ -30,13 +30,13 @@ test: setup ## build and run every test, natively with sanitizers and under Wine
 bench: setup ## build and run the benchmarks
 	@$(configure) native
 	@cmake --build --preset native --target benchmarks
-	@set -e; for program in $$(cat build/native/benchmarks.txt); do $$program; done
+	@set -e; for program in $$(cat build/native/benchmarks.txt); do $(captures) $$program; done
 
 bench-instructions: setup ## count the instructions of each benchmark under valgrind
 	@$(SETUP) instructions
 	@$(configure) native
 	@cmake --build --preset native --target benchmarks
-	@tools/count-instructions.sh $$(cat build/native/benchmarks.txt)
+	@$(captures) tools/count-instructions.sh $$(cat build/native/benchmarks.txt)
 
 fuzz: setup ## fuzz one target: make fuzz FUZZER=host_file FUZZ_SECONDS=600
 	@$(SETUP) fuzz
