@@ -1,5 +1,6 @@
 // The message catalog: the module's string table, reached by the module's name.
 #include <algorithm>
+#include <cwchar>
 #include <new>
 
 #include "core/logging.h"
@@ -14,9 +15,10 @@ constexpr int kEntryCharacters = 1024;
 }  // namespace
 
 bool CVarnel::PrepareMessageBuffer() {
-  if (!m_messageBuffer) m_messageBuffer.reset(new (std::nothrow) wchar_t[kMessageCharacters]);
+  if (!m_messageBuffer) m_messageBuffer.reset(new (std::nothrow) wchar_t[kMessageCharacters]());
   if (!m_messageBuffer) return false;
-  std::fill_n(m_messageBuffer.get(), kMessageCharacters, L'\0');
+  // Only what an earlier message left is cleared: thousands of components may fail in one request.
+  std::fill_n(m_messageBuffer.get(), std::wcslen(m_messageBuffer.get()), L'\0');
   return true;
 }
 
