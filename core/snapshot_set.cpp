@@ -1,4 +1,5 @@
 // CreateVssSnapshotSet and its steps.
+#include <algorithm>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -95,10 +96,9 @@ void CVarnel::CollectVolumes() {
 }
 
 bool CVarnel::IsVolumeAlreadyAdded(std::wstring volume) {
-  for (const SnapshotVolumeInfo& added : m_snapshotVolumes) {
-    if (ascii::EqualIgnoringCase(added.volumeName, volume)) return true;
-  }
-  return false;
+  return std::any_of(m_snapshotVolumes.begin(), m_snapshotVolumes.end(), [&](const SnapshotVolumeInfo& added) {
+    return ascii::EqualIgnoringCase(added.volumeName, volume);
+  });
 }
 
 void CVarnel::GetVolumeListForExtraVolumes(std::vector<std::wstring>& volumes) {
