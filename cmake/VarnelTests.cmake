@@ -70,7 +70,7 @@ function(varnel_add_test name)
   endif()
 
   add_executable(${name} ${room_SOURCES})
-  target_link_libraries(${name} PRIVATE varnel::simulator varnel_static ${room_LIBRARIES} varnel_options
+  target_link_libraries(${name} PRIVATE ${room_LIBRARIES} varnel::simulator varnel_static varnel_options
     varnel_test_options GTest::gmock_main)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin/tests)
   if(NOT room_LIBRARIES) # others may be compiled with other settings
