@@ -55,7 +55,3 @@ void CVarnel::CatalogComponent(const VssComponent& component,
     AppendUnlessEmpty(failed ? entry.otherObjectNames : entry.appObjectNames, name);
   }
 }
-
-char* CVarnel::getSuccesfulDBList() {
-  return m_successfulDBList;
-}

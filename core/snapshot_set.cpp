@@ -129,7 +129,7 @@ void CVarnel::DoSnapshotSet(std::string& errorDetails) {
   WaitAndCheckForAsyncOperation(async.Get(), operationName, errorDetails);
   m_snapshotDone = true;
   CheckSelectedWriterStatus(errorDetails);
-  if ((m_testPoints & varnel::kTestPointFailDoSnapshotSet) != 0) {
+  if (IsTestPointSet(varnel::kTestPointFailDoSnapshotSet)) {
     kLog.Error(L"***Testpoint enabled. Throwing error unexpected writer error after DoSnapshotSet***");
     varnel::ThrowHResult(VSS_E_UNEXPECTED_WRITER_ERROR);
   }

@@ -138,6 +138,33 @@ class VARNEL_API CVarnel {
   /// The databases that the metadata service named, or "ALL_DB"; owned by the requestor or the metadata bridge.
   char* getSuccesfulDBList();
 
+  /// Ends the backup: tells every writer per component whether it succeeded, sends BackupComplete and looks at the
+  /// writers once more. Without a snapshot set the backup is aborted instead. Belongs behind every request, failed or
+  /// not: until then the service takes no other one.
+  /// \param snapErrorCode 0, or the alert code of the VarnelException that ended the request, or the HRESULT that was
+  /// thrown, or -1. With anything but 0 and 601 the set is deleted first (a transportable one is kept) and the
+  /// components are reported as failed.
+  ///
+  /// Throws VarnelException 600 or 601 for what the writers said to BackupComplete, and a `long` when the components
+  /// could not be marked or a call failed; BackupComplete has then been tried all the same.
+  void SetBackupStatus(int snapErrorCode, std::string& errorDetails);
+
+  /// Breaks the set: its shadow copies become ordinary read-write disks of this host. Throws a `long` after a failed
+  /// call.
+  void BreakSnapshotSet(std::string& errorDetails);
+  /// Breaks the set and masks its disks from this host. Throws a `long` after a failed call.
+  void MaskSnapshotSet(std::string& errorDetails);
+  /// Deletes the set, by force. Throws a `long` when the service did not delete all of it; writes no alert.
+  void DeleteSnapshotSet(std::string& errorDetails);
+  /// Logs this host out of every iSCSI session that carries a shadow copy of the set. A session whose devices cannot be
+  /// read, or that does not end after five tries, is logged and left. Throws a `long`: 122 without memory for the
+  /// lists, else the HRESULT of the failed session list. Transportable sets have no disks here, so nothing is logged
+  /// out.
+  void DisconnectSnapshotLuns(std::string& errorDetails);
+  /// Has every file of the selected components checked on the snapshot (VerifyComponentFile); the first damaged one
+  /// throws and ends the walk.
+  void VerifySnapShotData();
+
   /// Whether the array's VSS hardware provider is registered on this host.
   bool IsTesselVSSProviderPresent();
   /// Whether a writer that this requestor accepts is present. Belongs before Initialize: it uses the same object.
@@ -177,6 +204,12 @@ class VARNEL_API CVarnel {
 
   /// The array's VSS hardware provider.
   static const GUID TesselVssProviderID;
+
+ protected:
+  /// Whether a test point (kTestPoint...) is on.
+  bool IsTestPointSet(DWORD testPoint) const { return (m_testPoints & testPoint) != 0; }
+  /// Throws E_POINTER, with an error line, while no enumerator is set.
+  TesselCommonClasses::DiskAndVolumeEnumerator& RequireEnumerator() const;
 
  private:
   friend class varnel::RequestorProbe;
@@ -222,7 +255,6 @@ class VARNEL_API CVarnel {
   [[noreturn]] void ReportLunMismatch(std::string& errorDetails);
   void FindExtraDisks();
   void StoreExtraVolumesWarning(std::string& errorDetails);
-  TesselCommonClasses::DiskAndVolumeEnumerator& RequireEnumerator() const;
   // The snapshot set
   void StartSnapshotSet(std::string& errorDetails);
   void AddToSnapshotSet(std::string& errorDetails);
@@ -250,6 +282,16 @@ class VARNEL_API CVarnel {
   void MarkAllWriterComponentsAsFailed(VssWriter& writer, long hr, std::wstring& failedComponentList);
   DWORD GetWriterStatusMessage(VSS_WRITER_STATE state, const std::wstring& writerName, std::wstring& text);
   std::wstring GetStringFromWriterStatus(VSS_WRITER_STATE state);
+  // Completion and maintenance
+  struct MarkingResult;
+  void AbortUnfinishedBackup();
+  void CleanUpFailedSet(std::string& errorDetails);
+  MarkingResult MarkComponents(int snapErrorCode, std::string& errorDetails);
+  void SetBackupSucceeded(int snapErrorCode, std::string& errorDetails);
+  void ReportComponent(const VssWriter& writer, const VssComponent& component, bool byDefault,
+                       std::string& errorDetails);
+  void BackupComplete(std::string& errorDetails);
+  bool HoldsSnapshotDevice(const std::vector<std::wstring>& devices);
   // Names and catalogue
   std::wstring GetHostnameNetworkName(std::wstring name);
   std::wstring ClusterNetworkName(const std::wstring& name);

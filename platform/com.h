@@ -126,6 +126,50 @@ class LocalText {
   wchar_t* text_ = nullptr;
 };
 
+/// A block of the host's heap.
+class HeapBlock {
+ public:
+  HeapBlock() noexcept = default;
+  explicit HeapBlock(std::size_t bytes) : block_(CurrentHost().heap().Malloc(bytes)) {}
+  HeapBlock(HeapBlock&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
+  HeapBlock& operator=(HeapBlock other) noexcept {
+    std::swap(block_, other.block_);
+    return *this;
+  }
+  HeapBlock(const HeapBlock&) = delete;
+  ~HeapBlock() {
+    Host* host = block_ != nullptr ? CurrentHostOrNull() : nullptr;
+    if (host != nullptr) host->heap().Free(block_);
+  }
+  explicit operator bool() const noexcept { return block_ != nullptr; }
+  void* Get() const noexcept { return block_; }
+
+ private:
+  void* block_ = nullptr;
+};
+
+/// An open key of the registry.
+class RegistryKey {
+ public:
+  RegistryKey() noexcept = default;
+  RegistryKey(const RegistryKey&) = delete;
+  RegistryKey& operator=(const RegistryKey&) = delete;
+  ~RegistryKey() { Reset(); }
+  void Reset() noexcept {
+    HKEY key = std::exchange(key_, nullptr);
+    Host* host = key != nullptr ? CurrentHostOrNull() : nullptr;
+    if (host != nullptr) host->registry().RegCloseKey(key);
+  }
+  HKEY* Put() noexcept {
+    Reset();
+    return &key_;
+  }
+  HKEY Get() const noexcept { return key_; }
+
+ private:
+  HKEY key_ = nullptr;
+};
+
 /// A counted module handle.
 class Module {
  public:

@@ -5,6 +5,7 @@
 // Calls that report through GetLastError on Windows report through Host::GetLastError here.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -147,6 +148,15 @@ class FileVersions {
   virtual BOOL GetFileVersion(LPCWSTR path, VS_FIXEDFILEINFO* version) = 0;
 };
 
+/// The C runtime's heap, for buffers whose size the machine names: a request for one may fail.
+class Heap {
+ public:
+  virtual ~Heap() = default;
+  /// Null only when there is no memory, also for 0 bytes.
+  virtual void* Malloc(std::size_t bytes) = 0;
+  virtual void Free(void* block) = 0;
+};
+
 class Time {
  public:
   virtual ~Time() = default;
@@ -178,6 +188,7 @@ class Host {
   virtual Cluster& cluster() = 0;
   virtual WmiDisks& wmi() = 0;
   virtual FileVersions& files() = 0;
+  virtual Heap& heap() = 0;
   virtual Time& time() = 0;
   virtual MetadataService& metadata() = 0;
   /// The last error of the calling thread on this host.

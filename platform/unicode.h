@@ -18,5 +18,6 @@ VARNEL_API std::string WideToUtf8Lossy(std::wstring_view text);
 
 /// The calling thread's ANSI code page: CP_THREAD_ACP on Windows, UTF-8 elsewhere. Never fails on a character.
 VARNEL_API std::string WideToAnsi(std::wstring_view text);
+VARNEL_API std::wstring AnsiToWide(std::string_view text);
 
 }  // namespace varnel

@@ -1,6 +1,7 @@
 #include "simulator/machine.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "simulator/snapshot_service.h"
@@ -68,6 +69,14 @@ wchar_t* Machine::MakeLocalText(std::wstring_view text, std::size_t characters) 
 
 void Machine::FreeLocal(void* block) {
   if (block != nullptr && TakeBack("LocalAlloc", block)) delete[] static_cast<wchar_t*>(block);
+}
+
+void* Machine::MakeHeapBlock(std::size_t bytes) {
+  return HandOut("heap block", ::operator new(bytes, std::nothrow));
+}
+
+void Machine::FreeHeapBlock(void* block) {
+  if (block != nullptr && TakeBack("heap block", block)) ::operator delete(block);
 }
 
 std::vector<std::string> CallLog::Of(std::string_view call) const {

@@ -101,6 +101,8 @@ class Machine : public std::enable_shared_from_this<Machine> {
   DWORD lastError = 0;
   /// Milliseconds since the host started; only sleeping and waiting move it.
   ULONGLONG now = 0;
+  /// The part of it spent in Sleep.
+  ULONGLONG slept = 0;
 
   /// The next identifier: the same sequence on every run.
   GUID NewId();
@@ -113,6 +115,8 @@ class Machine : public std::enable_shared_from_this<Machine> {
   /// Text for LocalFree, with room for at least `characters`.
   wchar_t* MakeLocalText(std::wstring_view text, std::size_t characters);
   void FreeLocal(void* block);
+  void* MakeHeapBlock(std::size_t bytes);
+  void FreeHeapBlock(void* block);
 
  private:
   template <class T>

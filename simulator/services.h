@@ -228,6 +228,17 @@ class SimulatedFileVersions final : public FileVersions {
   Machine& machine_;
 };
 
+/// Blocks are counted; the fault plan's call "malloc" makes a request fail.
+class SimulatedHeap final : public Heap {
+ public:
+  explicit SimulatedHeap(Machine& machine) : machine_(machine) {}
+  void* Malloc(std::size_t bytes) override;
+  void Free(void* block) override;
+
+ private:
+  Machine& machine_;
+};
+
 /// The virtual clock.
 class SimulatedTime final : public Time {
  public:

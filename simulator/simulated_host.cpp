@@ -98,8 +98,19 @@ BOOL SimulatedFileVersions::GetFileVersion(LPCWSTR path, VS_FIXEDFILEINFO* versi
       });
 }
 
+void* SimulatedHeap::Malloc(std::size_t bytes) {
+  return Win32Call(
+      machine_, "malloc", static_cast<void*>(nullptr), [] { return std::string(); },
+      [&] { return machine_.MakeHeapBlock(bytes); });
+}
+
+void SimulatedHeap::Free(void* block) {
+  machine_.FreeHeapBlock(block);
+}
+
 void SimulatedTime::Sleep(DWORD milliseconds) {
   machine_.now += milliseconds;
+  machine_.slept += milliseconds;
   RecordCall(machine_, "Sleep", [&] { return std::to_string(milliseconds); });
 }
 
@@ -149,6 +160,7 @@ struct SimulatedHost::Services {
         cluster(*machine),
         wmi(*machine),
         files(*machine),
+        heap(*machine),
         time(*machine),
         metadata(*machine) {}
 
@@ -163,6 +175,7 @@ struct SimulatedHost::Services {
   SimulatedCluster cluster;
   SimulatedWmiDisks wmi;
   SimulatedFileVersions files;
+  SimulatedHeap heap;
   SimulatedTime time;
   SimulatedMetadataService metadata;
 };
@@ -201,6 +214,9 @@ WmiDisks& SimulatedHost::wmi() {
 }
 FileVersions& SimulatedHost::files() {
   return services_->files;
+}
+Heap& SimulatedHost::heap() {
+  return services_->heap;
 }
 Time& SimulatedHost::time() {
   return services_->time;

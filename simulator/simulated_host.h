@@ -42,6 +42,7 @@ class SimulatedHost final : public Host {
   Cluster& cluster() override;
   WmiDisks& wmi() override;
   FileVersions& files() override;
+  Heap& heap() override;
   Time& time() override;
   MetadataService& metadata() override;
   DWORD GetLastError() override;

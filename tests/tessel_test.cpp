@@ -235,6 +235,7 @@ class HostDecorator : public Host {
   Cluster& cluster() override { return clusterInstead == nullptr ? inner_.cluster() : *clusterInstead; }
   WmiDisks& wmi() override { return inner_.wmi(); }
   FileVersions& files() override { return inner_.files(); }
+  Heap& heap() override { return inner_.heap(); }
   Time& time() override { return inner_.time(); }
   MetadataService& metadata() override { return inner_.metadata(); }
   DWORD GetLastError() override { return lastErrorInstead ? *lastErrorInstead : inner_.GetLastError(); }

@@ -1,7 +1,10 @@
 // The maker's common classes library, as far as varnel calls it.
 #pragma once
 
+#include <array>
+#include <compare>
 #include <exception>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -58,6 +61,10 @@ class VARNEL_API DiskAndVolumeEnumerator {
   void GetUniqueVolumeNamesForDisk(const std::wstring& serialNumber, std::vector<std::wstring>& names);
   /// The volumes of the disk with this serial number, in any case.
   void GetVolumesForGivenDisk(const std::wstring& serialNumber, std::vector<WindowsVolumeInfo>& volumes);
+  /// Whether the volume lies on a disk that is a cluster resource. Throws ExceptionCommon when its disk cannot be told.
+  bool IsClusteredDisk(const std::wstring& volume);
+  /// Whether the volume is a cluster shared volume.
+  bool IsClusterSharedVolume(const std::wstring& volume);
   /// Every disk of the cache, in drive order.
   const std::vector<WindowsDiskDevice>& GetDisks();
 
@@ -83,6 +90,23 @@ class VARNEL_API ClusterHelper {
  public:
   /// Whether this node belongs to a cluster; `checkRunning` also wants the cluster service to run.
   static bool IsCluster(bool checkRunning);
+};
+
+/// A file version: four parts, the first counts most.
+class VARNEL_API Version {
+ public:
+  constexpr Version(unsigned short major, unsigned short minor, unsigned short build, unsigned short revision)
+      : parts_{major, minor, build, revision} {}
+  friend constexpr auto operator<=>(const Version&, const Version&) = default;
+
+ private:
+  std::array<unsigned short, 4> parts_;
+};
+
+class VARNEL_API VersionHelper {
+ public:
+  /// Whether every file exists and has at least its version. What is missing or older is logged as a warning.
+  static bool VerifyFileVersions(const std::map<std::wstring, Version>& lowest);
 };
 
 class VARNEL_API UtilityClass {

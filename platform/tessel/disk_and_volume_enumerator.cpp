@@ -207,6 +207,14 @@ struct DiskAndVolumeEnumerator::Cache {
     volumes.push_back({std::move(name), std::move(mountPoint)});
   }
 
+  /// Empty when the volume has none or is not known.
+  std::wstring MountPointOf(std::wstring_view volume) const {
+    const std::wstring key = KeyOf(volume);
+    const auto known = std::find_if(volumes.begin(), volumes.end(),
+                                    [&](const WindowsVolumeInfo& info) { return KeyOf(info.uniqueVolumeName) == key; });
+    return known == volumes.end() ? std::wstring() : known->mountPoint;
+  }
+
   /// Null when no disk can be told.
   const WindowsDiskDevice* DiskOf(std::wstring_view volume) {
     if (!IsDevicePath(volume)) return nullptr;
@@ -283,6 +291,22 @@ void DiskAndVolumeEnumerator::GetVolumesForGivenDisk(const std::wstring& serialN
   const Cache& cache = Filled();
   volumes.clear();
   for (const std::size_t i : cache.VolumesOnDisk(serialNumber)) volumes.push_back(cache.volumes[i]);
+}
+
+bool DiskAndVolumeEnumerator::IsClusteredDisk(const std::wstring& volume) {
+  const WindowsDiskDevice* disk = Filled().DiskOf(volume);
+  if (disk == nullptr) {
+    throw ExceptionCommon(ERROR_FILE_NOT_FOUND, varnel::FormatWide(L"No disk is known for volume %s", {volume}));
+  }
+  return disk->isClustered;
+}
+
+// The volume may be known to the cluster by either of its names.
+bool DiskAndVolumeEnumerator::IsClusterSharedVolume(const std::wstring& volume) {
+  varnel::Cluster& cluster = CurrentHost().cluster();
+  if (cluster.ClusterIsPathOnSharedVolume(volume.c_str())) return true;
+  const std::wstring mountPoint = Filled().MountPointOf(volume);
+  return !mountPoint.empty() && cluster.ClusterIsPathOnSharedVolume(mountPoint.c_str());
 }
 
 const std::vector<WindowsDiskDevice>& DiskAndVolumeEnumerator::GetDisks() {

@@ -12,4 +12,13 @@ std::string WideToAnsi(std::wstring_view text) {
   return result;
 }
 
+std::wstring AnsiToWide(std::string_view text) {
+  if (text.empty()) return {};
+  const int bytes = static_cast<int>(text.size());
+  const int length = ::MultiByteToWideChar(CP_THREAD_ACP, 0, text.data(), bytes, nullptr, 0);
+  std::wstring result(static_cast<std::size_t>(length), L'\0');
+  ::MultiByteToWideChar(CP_THREAD_ACP, 0, text.data(), bytes, result.data(), length);
+  return result;
+}
+
 }  // namespace varnel

@@ -1,3 +1,4 @@
+#include <cstdlib>
 #include <vector>
 
 #include "platform/windows/machine_services.h"
@@ -126,6 +127,12 @@ class MachineFileVersions final : public FileVersions {
   }
 };
 
+class MachineHeap final : public Heap {
+ public:
+  void* Malloc(std::size_t bytes) override { return std::malloc(bytes == 0 ? 1 : bytes); }
+  void Free(void* block) override { std::free(block); }
+};
+
 class MachineTime final : public Time {
  public:
   void Sleep(DWORD milliseconds) override { ::Sleep(milliseconds); }
@@ -158,6 +165,7 @@ class Machine final : public Host {
   Cluster& cluster() override { return windows::MachineCluster(); }
   WmiDisks& wmi() override { return windows::MachineWmi(); }
   FileVersions& files() override { return files_; }
+  Heap& heap() override { return heap_; }
   Time& time() override { return time_; }
   MetadataService& metadata() override { return metadata_; }
   DWORD GetLastError() override { return ::GetLastError(); }
@@ -169,6 +177,7 @@ class Machine final : public Host {
   MachineSystemInformation system_;
   MachineMessages messages_;
   MachineFileVersions files_;
+  MachineHeap heap_;
   MachineTime time_;
   MachineMetadata metadata_;
 };

@@ -18,6 +18,7 @@ class ForwardingHost : public Host {
   Cluster& cluster() override { return inner_.cluster(); }
   WmiDisks& wmi() override { return inner_.wmi(); }
   FileVersions& files() override { return inner_.files(); }
+  Heap& heap() override { return inner_.heap(); }
   Time& time() override { return inner_.time(); }
   MetadataService& metadata() override { return inner_.metadata(); }
   DWORD GetLastError() override { return inner_.GetLastError(); }

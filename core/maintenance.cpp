@@ -1,0 +1,185 @@
+// What becomes of a snapshot set after it was taken.
+#include <algorithm>
+#include <cstring>
+#include <cwchar>
+
+#include "core/logging.h"
+#include "core/text.h"
+#include "core/varnel.h"
+#include "platform/com.h"
+
+using varnel::ComPtr;
+using varnel::CurrentHost;
+using varnel::kLog;
+namespace iscsi = varnel::iscsi;
+
+namespace {
+
+// `entries` records in one block, and as many bytes behind them as the initiator wants for their texts.
+template <class Record>
+class RecordBuffer {
+ public:
+  RecordBuffer() = default;
+  explicit RecordBuffer(std::size_t bytes) : block_(bytes), bytes_(bytes) {
+    if (block_) std::memset(block_.Get(), 0, bytes);
+  }
+  explicit operator bool() const noexcept { return static_cast<bool>(block_); }
+  Record* Get() const noexcept { return static_cast<Record*>(block_.Get()); }
+  /// As many of `reported` records as the block can hold: none without one.
+  std::size_t Count(ULONG reported) const noexcept {
+    return block_ ? std::min<std::size_t>(reported, bytes_ / sizeof(Record)) : 0;
+  }
+
+ private:
+  varnel::HeapBlock block_;
+  std::size_t bytes_ = 0;
+};
+
+using SessionBuffer = RecordBuffer<iscsi::SessionInfo>;
+using DeviceBuffer = RecordBuffer<iscsi::DeviceOnSession>;
+
+struct Sessions {
+  SessionBuffer buffer;
+  std::size_t count = 0;
+};
+
+[[noreturn]] void ThrowLowMemory(const varnel::AlertRecord& record, std::string& errorDetails) {
+  varnel::WriteAlert(record, {}, errorDetails);
+  throw long{ERROR_INSUFFICIENT_BUFFER};
+}
+
+// The first answer tells how much memory the list takes. Any other answer leaves the second call without a buffer: it
+// then says itself what is wrong.
+Sessions ListSessions(std::string& errorDetails) {
+  varnel::IscsiInitiator& initiator = CurrentHost().iscsi();
+  ULONG bytes = 0;
+  ULONG reported = 0;
+  Sessions sessions;
+  if (initiator.GetIScsiSessionListW(&bytes, &reported, nullptr) == ERROR_INSUFFICIENT_BUFFER) {
+    sessions.buffer = SessionBuffer(bytes);
+    if (!sessions.buffer) ThrowLowMemory(varnel::alert::kSessionMemory, errorDetails);
+  }
+  const DWORD error = initiator.GetIScsiSessionListW(&bytes, &reported, sessions.buffer.Get());
+  if (error != ERROR_SUCCESS) varnel::ThrowWin32Failure(L"GetIScsiSessionListW", error);
+  sessions.count = sessions.buffer.Count(reported);
+  return sessions;
+}
+
+DWORD QueryDevices(iscsi::SessionInfo& session, ULONG& reported, const DeviceBuffer& buffer) {
+  constexpr DWORD kPauseMilliseconds = 500;
+  varnel::IscsiInitiator& initiator = CurrentHost().iscsi();
+  const DWORD error = initiator.GetDevicesForIScsiSessionW(&session.SessionId, &reported, buffer.Get());
+  if (error != iscsi::kDeviceBusyOnSession) return error;
+  kLog.Warning(L"  %S",
+               varnel::FormatNarrow("%s is sleeping for 500 ms and retrying. DeviceCount:%d",
+                                    {"GetDevicesForIScsiSessionW returned ISDSC_DEVICE_BUSY_ON_SESSION", reported}));
+  CurrentHost().time().Sleep(kPauseMilliseconds);
+  return initiator.GetDevicesForIScsiSessionW(&session.SessionId, &reported, buffer.Get());
+}
+
+// The device paths of the session; none when they cannot be read.
+std::vector<std::wstring> DevicesOf(iscsi::SessionInfo& session, std::string& errorDetails) {
+  ULONG reported = 0;
+  DeviceBuffer buffer;
+  const DWORD needed = CurrentHost().iscsi().GetDevicesForIScsiSessionW(&session.SessionId, &reported, nullptr);
+  if (needed == ERROR_INSUFFICIENT_BUFFER) {
+    buffer = DeviceBuffer(std::size_t{reported} * sizeof(iscsi::DeviceOnSession));
+    if (!buffer) ThrowLowMemory(varnel::alert::kDeviceMemory, errorDetails);
+  }
+  std::vector<std::wstring> devices;
+  if (reported == 0) return devices;
+  if (const DWORD error = QueryDevices(session, reported, buffer); error != ERROR_SUCCESS) {
+    kLog.Error(L"GetDevicesForIScsiSessionW() Failed! Error=0x%x", error);
+    return devices;
+  }
+  const std::size_t count = buffer.Count(reported);
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto& name = buffer.Get()[i].LegacyName;
+    devices.emplace_back(std::begin(name), std::find(std::begin(name), std::end(name), L'\0'));
+  }
+  return devices;
+}
+
+void LogOut(iscsi::SessionInfo& session) {
+  constexpr int kTries = 5;
+  constexpr DWORD kPauseMilliseconds = 10;
+  const std::wstring target = session.TargetName == nullptr ? L"" : session.TargetName;
+  for (int budget = kTries; budget > 0; --budget) {
+    kLog.Info(L"Logging out of target %s  ", target);
+    const DWORD error = CurrentHost().iscsi().LogoutIScsiTarget(&session.SessionId);
+    if (error == ERROR_SUCCESS) return;
+    kLog.Error(L"LogoutIScsiTarget() Failed, Target=%s, RetryCount=%d, Error=0x%x", target, budget, error);
+    CurrentHost().time().Sleep(kPauseMilliseconds);
+  }
+}
+
+}  // namespace
+
+void CVarnel::BreakSnapshotSet(std::string& errorDetails) {
+  kLog.Info(L"Breaking snapshot set...");
+  const GUID setId = varnel::WString2Guid(m_snapshotSetId);
+  CheckCommError(OnVssObject([&](auto& vss) { return vss.BreakSnapshotSet(setId); }),
+                 "m_pVssObject->BreakSnapshotSet()", errorDetails);
+}
+
+void CVarnel::MaskSnapshotSet(std::string& errorDetails) {
+  const std::string operationName = "pVssObject2->BreakSnapshotSetEx()";
+  kLog.Info(L"Breaking snapshot set and masking the shadow copy LUNs...");
+  const GUID setId = varnel::WString2Guid(m_snapshotSetId);
+  ComPtr<IVssBackupComponentsEx2> extended;
+  const HRESULT hr =
+      OnVssObject([&](auto& vss) { return varnel::QueryFor(&vss, varnel::kIidVssBackupComponentsEx2, extended); });
+  CheckCommError(varnel::Delivered(hr, extended), "m_pVssObject->QueryInterface(IVssBackupComponentsEx2)",
+                 errorDetails);
+  ComPtr<IVssAsync> async;
+  const HRESULT broken = extended->BreakSnapshotSetEx(setId, VSS_BREAKEX_FLAG_MASK_LUNS, async.Put());
+  CheckCommError(varnel::Delivered(broken, async), operationName, errorDetails);
+  WaitAndCheckForAsyncOperation(async.Get(), operationName, errorDetails);
+}
+
+void CVarnel::DeleteSnapshotSet(std::string& /*errorDetails*/) {
+  kLog.Info(L"Deleting shadow copy set %s", m_snapshotSetId);
+  const GUID setId = varnel::WString2Guid(m_snapshotSetId);
+  LONG deleted = 0;
+  VSS_ID notDeleted{};
+  const HRESULT hr = OnVssObject(
+      [&](auto& vss) { return vss.DeleteSnapshots(setId, VSS_OBJECT_SNAPSHOT_SET, TRUE, &deleted, &notDeleted); });
+  if (SUCCEEDED(hr)) return;
+  kLog.Error(L"DeleteSnapshots() Failed, SnapshotID=%s, Error=0x%x", varnel::Guid2WString(notDeleted), hr);
+  // The text names the call as support knows it; the set is deleted by force.
+  varnel::CheckComCall(hr,
+                       L"L\"m_pVssObject->DeleteSnapshots(snapshotSetID, VSS_OBJECT_SNAPSHOT_SET,FALSE,&lSnapshots,"
+                       L"&idNonDeleted)\"");
+}
+
+void CVarnel::DisconnectSnapshotLuns(std::string& errorDetails) {
+  kLog.Info(L"Disconnecting snapshot LUNs...");
+  const Sessions sessions = ListSessions(errorDetails);
+  for (std::size_t i = 0; i < sessions.count; ++i) {
+    iscsi::SessionInfo& session = sessions.buffer.Get()[i];
+    if (HoldsSnapshotDevice(DevicesOf(session, errorDetails))) LogOut(session);
+  }
+}
+
+// The first snapshot device decides; those behind it are not looked at.
+bool CVarnel::HoldsSnapshotDevice(const std::vector<std::wstring>& devices) {
+  return std::any_of(devices.begin(), devices.end(), [&](const std::wstring& device) {
+    if (IsSnapShotDevice(device)) return true;
+    kLog.Verbose(L"Device not snapshot device, Device=%s", device);
+    return false;
+  });
+}
+
+void CVarnel::VerifySnapShotData() {
+  kLog.Info(L"VerifySnapShotData");
+  for (VssWriter& writer : m_writers) {
+    if (writer.excluded) continue;
+    for (VssComponent& component : writer.components) {
+      if (component.excluded || component.files.empty()) {
+        kLog.Verbose(L"Component either excluded or has no files, Component=%s", component.name);
+        continue;
+      }
+      for (VssFileDescriptor& file : component.files) VerifyComponentFile(file);
+    }
+  }
+}
