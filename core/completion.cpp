@@ -87,19 +87,19 @@ CVarnel::MarkingResult CVarnel::MarkComponents(int snapErrorCode, std::string& e
     UINT writers = 0;
     CheckComCall(OnVssObject([&](auto& vss) { return vss.GetWriterComponentsCount(&writers); }),
                  L"\"m_pVssObject->GetWriterComponentsCount(&cWriters)\"");
-    result.anyWriters = writers != 0;
-    if (!result.anyWriters) {
+    if (writers == 0) {
       kLog.Warning(L"- There were no writer components in this backup");
+      result.anyWriters = false;
       return result;
     }
     LogIntention(snapErrorCode);
     SetBackupSucceeded(snapErrorCode, errorDetails);
   } catch (long hr) {
-    kLog.Error(L"SetBackupStatus Failed. Error = 0x%x", hr);
     result.failure = hr;
+    kLog.Error(L"SetBackupStatus Failed. Error = 0x%x", hr);
   } catch (...) {
-    kLog.Error(L"SetBackupStatus Failed. Unknown error.");
     result.failure = E_FAIL;
+    kLog.Error(L"SetBackupStatus Failed. Unknown error.");
   }
   return result;
 }

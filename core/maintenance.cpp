@@ -15,7 +15,7 @@ namespace iscsi = varnel::iscsi;
 
 namespace {
 
-// `entries` records in one block, and as many bytes behind them as the initiator wants for their texts.
+// Records of the initiator in one block, and behind them the texts that they point at.
 template <class Record>
 class RecordBuffer {
  public:
@@ -74,6 +74,8 @@ DWORD QueryDevices(iscsi::SessionInfo& session, ULONG& reported, const DeviceBuf
                varnel::FormatNarrow("%s is sleeping for 500 ms and retrying. DeviceCount:%d",
                                     {"GetDevicesForIScsiSessionW returned ISDSC_DEVICE_BUSY_ON_SESSION", reported}));
   CurrentHost().time().Sleep(kPauseMilliseconds);
+  // The busy answer may have raised the count beyond the room that there is.
+  if (buffer) reported = static_cast<ULONG>(buffer.Count(reported));
   return initiator.GetDevicesForIScsiSessionW(&session.SessionId, &reported, buffer.Get());
 }
 

@@ -76,12 +76,13 @@ bool IsWindowsVersionOrGreater(WORD majorVersion, WORD minorVersion, WORD servic
   return system.VerifyVersionInfoW(&version, VER_MAJORVERSION | VER_MINORVERSION | VER_SERVICEPACKMAJOR, condition);
 }
 
-// Empty, with an error line, when it cannot be had.
+// Empty, with an error line, when it cannot be had. A directory without room in the buffer sets no last error.
 std::wstring SystemDirectory() {
   std::array<wchar_t, MAX_PATH> directory{};
   const UINT length = varnel::CurrentHost().system().GetSystemDirectoryW(directory.data(), MAX_PATH);
   if (length > 0 && length < MAX_PATH) return directory.data();
-  kLog.Error(L"Could not get the system directory. Error: %d", varnel::CurrentHost().GetLastError());
+  const DWORD error = length == 0 ? varnel::LastErrorOrGeneric() : DWORD{ERROR_INSUFFICIENT_BUFFER};
+  kLog.Error(L"Could not get the system directory. Error: %d", error);
   return {};
 }
 

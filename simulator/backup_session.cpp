@@ -532,10 +532,9 @@ HRESULT BackupSession::IsVolumeSupported(const GUID& provider, VSS_PWSZ volume, 
   return result;
 }
 
-HRESULT BackupSession::DeleteSnapshots(const GUID& id, VSS_OBJECT_TYPE type, LONG* deleted, VSS_ID* notDeleted) {
-  if (deleted == nullptr || notDeleted == nullptr) return E_INVALIDARG;
+HRESULT BackupSession::DeleteSnapshots(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, VSS_ID& notDeleted) {
   if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
-  return service_.Delete(id, type, *deleted, *notDeleted);
+  return service_.Delete(id, type, deleted, notDeleted);
 }
 
 HRESULT BackupSession::BreakSnapshotSet(const GUID& setId) {

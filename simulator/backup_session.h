@@ -82,7 +82,7 @@ class BackupSession {
   HRESULT QuerySnapshots(std::vector<const ShadowCopy*>& copies);
   HRESULT QueryProviders();
   HRESULT IsVolumeSupported(const GUID& provider, VSS_PWSZ volume, BOOL* supported);
-  HRESULT DeleteSnapshots(const GUID& id, VSS_OBJECT_TYPE type, LONG* deleted, VSS_ID* notDeleted);
+  HRESULT DeleteSnapshots(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, VSS_ID& notDeleted);
   HRESULT BreakSnapshotSet(const GUID& setId);
   HRESULT BreakSnapshotSetEx(const GUID& setId, DWORD flags, IVssAsync** async);
   HRESULT ImportSnapshots(IVssAsync** async);

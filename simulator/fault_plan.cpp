@@ -49,6 +49,10 @@ void FaultPlan::FailWriter(WriterFault fault) {
   faults_.writers.push_back(std::move(fault));
 }
 
+void FaultPlan::FailDeletion(DeletionFault fault) {
+  faults_.deletions.push_back(std::move(fault));
+}
+
 std::optional<DWORD> FaultPlan::OnCall(std::string_view call) {
   ++calls_;
   if (nth_ != 0 && (calls_ == nth_ || (nthPersistent_ && calls_ > nth_))) {
@@ -76,6 +80,13 @@ const WriterFault* FaultPlan::OnWriterEvent(std::wstring_view writer, WriterEven
     return candidate.event == event && candidate.writer == writer;
   });
   return fault == faults_.writers.end() ? nullptr : &*fault;
+}
+
+std::optional<HRESULT> FaultPlan::OnDeletion(std::wstring_view originalSerial) const {
+  for (const DeletionFault& fault : faults_.deletions) {
+    if (fault.shadowOf == originalSerial) return fault.result;
+  }
+  return std::nullopt;
 }
 
 }  // namespace varnel::simulator

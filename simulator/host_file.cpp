@@ -407,20 +407,23 @@ void ReadDatabases(const JsonObject& root, HostModel& model) {
 }
 
 IscsiDevice ReadIscsiDevice(const JsonNode& node, const HostModel& model) {
-  const JsonObject object(node, {"disk", "shadowOf"});
+  const JsonObject object(node, {"disk", "shadowOf", "appearsAfter"});
   if (object.Has("disk") == object.Has("shadowOf")) node.Fail("expected one of disk, shadowOf");
   const JsonNode serial = object.At(object.Has("disk") ? "disk" : "shadowOf");
   ExpectDisk(model, serial.Text(), serial);
-  return {serial.Text(), object.Has("shadowOf")};
+  IscsiDevice device{serial.Text(), object.Has("shadowOf")};
+  Read(object, "appearsAfter", device.appearsAfter);
+  return device;
 }
 
 void ReadIscsiSessions(const JsonObject& root, HostModel& model) {
   ForEachElement(root, "iscsiSessions", [&](const JsonNode& node) {
-    const JsonObject object(node, {"targetName", "devices", "busyQueries", "failedLogouts"});
+    const JsonObject object(node, {"targetName", "devices", "busyQueries", "failedLogouts", "appearsAfter"});
     IscsiSession session;
     Read(object, "targetName", session.targetName);
     Read(object, "busyQueries", session.busyQueries);
     Read(object, "failedLogouts", session.failedLogouts);
+    Read(object, "appearsAfter", session.appearsAfter);
     ForEachElement(object, "devices",
                    [&](const JsonNode& device) { session.devices.push_back(ReadIscsiDevice(device, model)); });
     model.iscsiSessions.push_back(session);
@@ -549,6 +552,15 @@ WriterFault ReadWriterFault(const JsonObject& object, const HostModel& model) {
   return fault;
 }
 
+DeletionFault ReadDeletionFault(const JsonObject& object, const HostModel& model) {
+  const JsonNode serial = object.At("deleteShadowOf");
+  ExpectDisk(model, serial.Text(), serial);
+  const JsonNode result = object.At("result");
+  const auto failure = static_cast<HRESULT>(ResultOf(result));
+  if (SUCCEEDED(failure)) result.Fail("a deletion that fails needs a failure");
+  return {serial.Text(), failure};
+}
+
 void ReadFault(const JsonNode& node, HostModel& model) {
   const std::vector<std::pair<std::string, JsonNode>> members = node.Members();
   const auto has = [&](std::string_view key) {
@@ -562,8 +574,10 @@ void ReadFault(const JsonNode& node, HostModel& model) {
     const JsonObject object(node,
                             {"writer", "event", "failure", "applicationResult", "applicationMessage", "components"});
     model.faults.writers.push_back(ReadWriterFault(object, model));
+  } else if (has("deleteShadowOf")) {
+    model.faults.deletions.push_back(ReadDeletionFault(JsonObject(node, {"deleteShadowOf", "result"}), model));
   } else {
-    node.Fail("expected one of call, async, writer");
+    node.Fail("expected one of call, async, writer, deleteShadowOf");
   }
 }
 

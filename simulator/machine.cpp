@@ -41,11 +41,13 @@ bool Machine::TakeBack(std::string_view kind, const void* block) {
 }
 
 BSTR Machine::MakeBstr(std::wstring_view text) {
-  return HandOut("BSTR", ::SysAllocStringLen(text.data(), static_cast<UINT>(text.size())));
+  const BSTR copy = ::SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+  return countsSystemMemory ? HandOut("BSTR", copy) : copy;
 }
 
 void Machine::FreeBstr(BSTR text) {
-  if (text != nullptr && TakeBack("BSTR", text)) ::SysFreeString(text);
+  if (text == nullptr) return;
+  if (!countsSystemMemory || TakeBack("BSTR", text)) ::SysFreeString(text);
 }
 
 wchar_t* Machine::MakeTaskText(std::wstring_view text) {
@@ -54,11 +56,12 @@ wchar_t* Machine::MakeTaskText(std::wstring_view text) {
   wchar_t* copy = static_cast<wchar_t*>(block);
   text.copy(copy, text.size());
   copy[text.size()] = L'\0';
-  return HandOut("task memory", copy);
+  return countsSystemMemory ? HandOut("task memory", copy) : copy;
 }
 
 void Machine::FreeTask(void* block) {
-  if (block != nullptr && TakeBack("task memory", block)) ::CoTaskMemFree(block);
+  if (block == nullptr) return;
+  if (!countsSystemMemory || TakeBack("task memory", block)) ::CoTaskMemFree(block);
 }
 
 wchar_t* Machine::MakeLocalText(std::wstring_view text, std::size_t characters) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <concepts>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -27,6 +28,7 @@ class FaultPlan {
   void FailCall(std::string call, DWORD result, int occurrence = 1);
   void FailAsync(std::string async, HRESULT result, int occurrence = 1);
   void FailWriter(WriterFault fault);
+  void FailDeletion(DeletionFault fault);
 
   /// Counts one call; its forced result, if any.
   std::optional<DWORD> OnCall(std::string_view call);
@@ -34,6 +36,8 @@ class FaultPlan {
   std::optional<HRESULT> OnAsync(std::string_view async);
   /// The fault of a writer at an event, null when it does well.
   const WriterFault* OnWriterEvent(std::wstring_view writer, WriterEvent event) const;
+  /// Why a shadow copy of the disk with this serial number is not deleted; nothing when it is.
+  std::optional<HRESULT> OnDeletion(std::wstring_view originalSerial) const;
 
   /// Calls of any kind so far.
   int callCount() const { return calls_; }
@@ -55,7 +59,17 @@ class FaultPlan {
 /// Every call with its arguments and result, one line each: `Interface::Method(arguments) = RESULT`.
 class CallLog {
  public:
-  void Add(std::string line) { lines_.push_back(std::move(line)); }
+  using Sink = std::function<void(const std::string& line)>;
+
+  void Add(std::string line) {
+    if (sink_) {
+      sink_(line);
+    } else {
+      lines_.push_back(std::move(line));
+    }
+  }
+  /// From now on lines go there, each as it is added, and are not kept here.
+  void SendTo(Sink sink) { sink_ = std::move(sink); }
   const std::vector<std::string>& lines() const { return lines_; }
   void Clear() { lines_.clear(); }
   /// The lines whose call is `call`.
@@ -64,6 +78,7 @@ class CallLog {
   bool enabled = true;
 
  private:
+  Sink sink_;
   std::vector<std::string> lines_;
 };
 
@@ -104,10 +119,13 @@ class Machine : public std::enable_shared_from_this<Machine> {
   /// The part of it spent in Sleep.
   ULONGLONG slept = 0;
 
+  /// Off where callers give BSTRs and task memory back to the system itself, so that nobody could count them.
+  bool countsSystemMemory = true;
+
   /// The next identifier: the same sequence on every run.
   GUID NewId();
 
-  /// BSTRs are counted; so is every block that a caller must give to CoTaskMemFree.
+  /// BSTRs are counted, see countsSystemMemory; so is every block that a caller must give to CoTaskMemFree.
   BSTR MakeBstr(std::wstring_view text);
   void FreeBstr(BSTR text);
   wchar_t* MakeTaskText(std::wstring_view text);

@@ -108,7 +108,8 @@ struct ClusterNode {
 
 struct IscsiDevice {
   std::wstring diskSerial;
-  bool shadow = false;  // the disk of the shadow copy of `diskSerial`, not that disk itself
+  bool shadow = false;   // the disk of the shadow copy of `diskSerial`, not that disk itself
+  int appearsAfter = 0;  // device queries of the session that do not show it yet
 };
 
 struct IscsiSession {
@@ -116,6 +117,7 @@ struct IscsiSession {
   std::vector<IscsiDevice> devices;
   int busyQueries = 0;
   int failedLogouts = 0;
+  int appearsAfter = 0;  // session lists that do not show it yet
 };
 
 /// An external program: the first one whose pattern ('*' and '?') matches the command line runs.
@@ -167,10 +169,17 @@ struct WriterFault {
   std::optional<VSS_WRITER_STATE> state = {};  // reported in place of the failed state of the event
 };
 
+/// Shadow copies that their provider does not delete when DeleteSnapshots asks for it.
+struct DeletionFault {
+  std::wstring shadowOf;  // serial number of the original disk
+  HRESULT result = 0;     // a failure
+};
+
 struct Faults {
   std::vector<CallFault> calls;
   std::vector<AsyncFault> asyncs;
   std::vector<WriterFault> writers;
+  std::vector<DeletionFault> deletions;
 };
 
 struct HostModel {

@@ -183,6 +183,7 @@ class SimulatedIscsi final : public IscsiInitiator {
   struct SessionState {
     int busyAnswers = 0;
     int failedLogouts = 0;
+    int queries = 0;  // of its devices
     bool loggedOut = false;
   };
   struct Session {
@@ -194,9 +195,10 @@ class SimulatedIscsi final : public IscsiInitiator {
   std::vector<Session> Sessions();
   std::optional<Session> Find(const iscsi::UniqueSessionId* id);
   std::string TargetOf(const iscsi::UniqueSessionId* id);
-  std::vector<DWORD> DisksOf(const IscsiSession& session) const;
+  std::vector<DWORD> DisksOf(const Session& session) const;
 
   Machine& machine_;
+  int lists_ = 0;                     // session lists that were asked for
   std::vector<SessionState> states_;  // by index in the model
 };
 

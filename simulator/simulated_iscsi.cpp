@@ -89,7 +89,8 @@ std::vector<SimulatedIscsi::Session> SimulatedIscsi::Sessions() {
   states_.resize(all.size());
   std::vector<Session> sessions;
   for (std::size_t i = 0; i < all.size(); ++i) {
-    if (!states_[i].loggedOut) sessions.push_back({&all[i], &states_[i], {kAdapter, kFirstSession + i}});
+    if (states_[i].loggedOut || lists_ < all[i].appearsAfter) continue;
+    sessions.push_back({&all[i], &states_[i], {kAdapter, kFirstSession + i}});
   }
   return sessions;
 }
@@ -107,9 +108,10 @@ std::string SimulatedIscsi::TargetOf(const iscsi::UniqueSessionId* id) {
   return session ? Show(session->model->targetName) : "unknown session";
 }
 
-std::vector<DWORD> SimulatedIscsi::DisksOf(const IscsiSession& session) const {
+std::vector<DWORD> SimulatedIscsi::DisksOf(const Session& session) const {
   std::vector<DWORD> disks;
-  for (const IscsiDevice& device : session.devices) {
+  for (const IscsiDevice& device : session.model->devices) {
+    if (session.state->queries < device.appearsAfter) continue;
     if (device.shadow) {
       for (const ShadowCopy* copy : CopiesOfDisk(machine_, device.diskSerial)) disks.push_back(copy->diskNumber);
       continue;
@@ -127,6 +129,7 @@ DWORD SimulatedIscsi::GetIScsiSessionListW(ULONG* bytes, ULONG* sessions, iscsi:
       [&]() -> DWORD {
         if (bytes == nullptr || sessions == nullptr) return ERROR_INVALID_PARAMETER;
         const std::vector<Session> open = Sessions();
+        ++lists_;
         const std::wstring initiator = InitiatorName(machine_);
         std::size_t needed = SessionListBuffer::FixedBytes(open.size());
         for (const Session& session : open) {
@@ -150,11 +153,12 @@ DWORD SimulatedIscsi::GetDevicesForIScsiSessionW(iscsi::UniqueSessionId* session
         const std::optional<Session> open = Find(session);
         if (!open) return kIscsiInvalidSession;
         if (devices == nullptr) return ERROR_INVALID_PARAMETER;
+        const std::vector<DWORD> disks = DisksOf(*open);
+        ++open->state->queries;
         if (list != nullptr && open->state->busyAnswers < open->model->busyQueries) {
           ++open->state->busyAnswers;
           return iscsi::kDeviceBusyOnSession;
         }
-        const std::vector<DWORD> disks = DisksOf(*open->model);
         const bool fits = disks.empty() || (list != nullptr && *devices >= disks.size());
         *devices = static_cast<ULONG>(disks.size());
         if (!fits) return ERROR_INSUFFICIENT_BUFFER;

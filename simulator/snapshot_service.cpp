@@ -174,14 +174,19 @@ HRESULT SnapshotService::Delete(const GUID& id, VSS_OBJECT_TYPE type, LONG& dele
   const std::vector<ShadowCopy*> copies = KnownCopies(id, type);
   if (copies.empty()) return VSS_E_OBJECT_NOT_FOUND;
   for (const ShadowCopy* copy : copies) {
-    if (FindProvider(copy->providerId) == nullptr) {
+    if (const HRESULT result = AskToDelete(*copy); FAILED(result)) {
       notDeleted = copy->id;
-      return VSS_E_UNEXPECTED_PROVIDER_ERROR;
+      return result;
     }
     Withdraw(copy->id);
     ++deleted;
   }
   return S_OK;
+}
+
+HRESULT SnapshotService::AskToDelete(const ShadowCopy& copy) const {
+  if (FindProvider(copy.providerId) == nullptr) return VSS_E_UNEXPECTED_PROVIDER_ERROR;
+  return machine_.faults.OnDeletion(copy.originalSerial).value_or(S_OK);
 }
 
 HRESULT SnapshotService::CanBreak(const GUID& setId) const {

@@ -42,7 +42,7 @@ struct RaisedEvent {
 };
 
 /// One per machine. Sessions (backup components objects) are known by their identifiers. Results are those of the call
-/// that asks; nothing here is logged or failed by the fault plan.
+/// that asks; nothing here is logged, and of the fault plan only the faults of deletions count here.
 class SnapshotService {
  public:
   explicit SnapshotService(Machine& machine);
@@ -71,7 +71,8 @@ class SnapshotService {
   /// Every copy of a set, also those that are not surfaced here.
   std::vector<const ShadowCopy*> CopiesOfSet(const GUID& setId) const;
 
-  /// Deletes a copy or a set, one copy after the other, and stops at the first that its provider cannot delete.
+  /// Deletes a copy or a set, one copy after the other, and stops at the first that its provider cannot delete:
+  /// `deleted` then counts those before it and `notDeleted` names it.
   HRESULT Delete(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, GUID& notDeleted);
   /// Whether a set can be broken: its copies must be surfaced here and belong to hardware providers.
   HRESULT CanBreak(const GUID& setId) const;
@@ -110,6 +111,7 @@ class SnapshotService {
   ShadowCopy MakeCopy(const OpenSet& set, const PlannedCopy& planned, const Location& location);
   void Surface(ShadowCopy& copy);
   DWORD NextFreeDisk() const;
+  HRESULT AskToDelete(const ShadowCopy& copy) const;
   std::vector<ShadowCopy*> KnownCopies(const GUID& id, VSS_OBJECT_TYPE type);
 
   Machine& machine_;

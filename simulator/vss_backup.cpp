@@ -426,15 +426,18 @@ HRESULT BackupComponents::DoSnapshotSet(IVssAsync** async) {
 HRESULT BackupComponents::DeleteSnapshots(VSS_ID id, VSS_OBJECT_TYPE type, BOOL force, LONG* deleted,
                                           VSS_ID* notDeleted) {
   LONG count = 0;
+  GUID left{};
   return Call(
       machine(), "IVssBackupComponents::DeleteSnapshots",
       [&] {
         return ArgumentList({GuidText(id), std::to_string(static_cast<int>(type)), std::to_string(force)}) + " -> " +
-               std::to_string(count);
+               std::to_string(count) + (left == GUID{} ? "" : ", not " + GuidText(left));
       },
       [&] {
-        const HRESULT result = session_.DeleteSnapshots(id, type, deleted, notDeleted);
-        if (SUCCEEDED(result)) count = *deleted;
+        if (deleted == nullptr || notDeleted == nullptr) return E_INVALIDARG;
+        const HRESULT result = session_.DeleteSnapshots(id, type, count, left);
+        *deleted = count;
+        *notDeleted = left;
         return result;
       });
 }

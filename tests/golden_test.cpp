@@ -80,18 +80,41 @@ class GoldenTest : public HostFixture {
     Install(std::move(model));
   }
 
-  /// A whole life of a requestor.
+  /// A whole life of a requestor; `completed`: with what became of the request told to SetBackupStatus.
   template <class Requestor>
-  std::string Run(RequestOptions options) {
-    Outcome outcome;
+  std::string Run(RequestOptions options, bool completed) {
+    std::string endings;
     std::string details;
     {
       SnapshotRequest<Requestor> request(std::move(options));
-      outcome = request.StartAndCreate();
+      const Outcome outcome = request.StartAndCreate();
+      endings = Section("outcome", Describe(outcome));
+      if (completed) endings += Section("completion", Describe(request.Complete(StatusCode(outcome))));
       details = request.details();
     }
-    return Section("outcome", Describe(outcome)) + Section("error details", Lines(details)) +
-           Section("log", log.All()) + Section("calls", host().calls().lines());
+    return endings + Section("error details", Lines(details)) + Section("log", log.All()) +
+           Section("calls", host().calls().lines());
+  }
+  template <class Requestor = CVarnel>
+  std::string RunRequest(RequestOptions options = {}) {
+    return Run<Requestor>(std::move(options), false);
+  }
+  template <class Requestor = CVarnel>
+  std::string RunBackup(RequestOptions options = {}) {
+    return Run<Requestor>(std::move(options), true);
+  }
+
+  /// Mail's second database fails while the first does well.
+  static WriterFault PartialFault() {
+    WriterFault fault;
+    fault.writer = L"Mail";
+    fault.event = WriterEvent::postSnapshot;
+    fault.failure = VSS_E_WRITERERROR_PARTIAL_FAILURE;
+    fault.applicationResult = static_cast<HRESULT>(0x80040e14);
+    fault.applicationMessage = L"one database is offline";
+    fault.components = {
+        {L"\\mail\\db2", VSS_E_WRITERERROR_RETRYABLE, static_cast<HRESULT>(0x80040e15), L"db2 is offline"}};
+    return fault;
   }
 
   static void Compare(const std::string& name, const std::string& text) {
@@ -104,28 +127,54 @@ class GoldenTest : public HostFixture {
 };
 
 TEST_F(GoldenTest, ACleanRequest) {
-  Compare("clean", Run<CVarnel>({}));
+  Compare("clean", RunRequest());
 }
 
 TEST_F(GoldenTest, ARequestWithAPartialWriterFailure) {
-  WriterFault fault;
-  fault.writer = L"Mail";
-  fault.event = WriterEvent::postSnapshot;
-  fault.failure = VSS_E_WRITERERROR_PARTIAL_FAILURE;
-  fault.applicationResult = static_cast<HRESULT>(0x80040e14);
-  fault.applicationMessage = L"one database is offline";
-  fault.components = {
-      {L"\\mail\\db2", VSS_E_WRITERERROR_RETRYABLE, static_cast<HRESULT>(0x80040e15), L"db2 is offline"}};
-  host().faults().FailWriter(fault);
-  Compare("partial", Run<PartialRequestor>({}));
+  host().faults().FailWriter(PartialFault());
+  Compare("partial", RunRequest<PartialRequestor>());
 }
 
 TEST_F(GoldenTest, ARequestWhoseDisksHoldNoApplication) {
-  Compare("mismatch", Run<CVarnel>({.serialNumbers = {L"TSL0002", L"TSL0003"}}));
+  Compare("mismatch", RunRequest({.serialNumbers = {L"TSL0002", L"TSL0003"}}));
 }
 
 TEST_F(GoldenTest, ARequestWithExtraVolumes) {
-  Compare("extra_volumes", Run<CVarnel>({.serialNumbers = {L"TSL0001", L"TSL0002"}}));
+  Compare("extra_volumes", RunRequest({.serialNumbers = {L"TSL0001", L"TSL0002"}}));
+}
+
+TEST_F(GoldenTest, ACompletedBackup) {
+  Compare("completed", RunBackup());
+}
+
+TEST_F(GoldenTest, ABackupCompletedWithMessages) {
+  host().faults().FailWriter(PartialFault());
+  Compare("completed_partial", RunBackup<PartialRequestor>());
+}
+
+TEST_F(GoldenTest, AFailedBackupWhoseSetIsDeleted) {
+  host().faults().FailWriter(PartialFault());
+  Compare("failed", RunBackup());
+}
+
+TEST_F(GoldenTest, AFailedBackupWhoseTransportableSetIsKept) {
+  Compare("failed_transportable",
+          RunBackup({.context = VSS_VOLSNAP_ATTR_TRANSPORTABLE, .testPoints = kTestPointFailDoSnapshotSet}));
+}
+
+TEST_F(GoldenTest, ABackupAbortedBeforeItsSnapshot) {
+  host().faults().FailAsync("PrepareForBackup", VSS_E_WRITER_INFRASTRUCTURE);
+  Compare("aborted", RunBackup());
+}
+
+TEST_F(GoldenTest, ABackupThatNeverBegan) {
+  host().faults().FailCall("CreateVssBackupComponents", static_cast<DWORD>(E_ACCESSDENIED));
+  Compare("never_begun", RunBackup());
+}
+
+TEST_F(GoldenTest, ABackupWithoutWriterComponents) {
+  host().faults().FailCall("IVssBackupComponents::AddComponent", S_OK, 0);  // the service lost them
+  Compare("no_writer_components", RunBackup());
 }
 
 }  // namespace

@@ -186,6 +186,25 @@ TEST(Unicode, JoinsASurrogatePairOnEveryPlatform) {
   EXPECT_EQ(WideToUtf8(pair), kRocketUtf8);
 }
 
+TEST(Ansi, KeepsLatinTextBothWays) {
+  EXPECT_EQ(AnsiToWide("\\\\?\\Volume{0-1}\\"), L"\\\\?\\Volume{0-1}\\");
+  EXPECT_EQ(WideToAnsi(L"TSL0001"), "TSL0001");
+  EXPECT_EQ(AnsiToWide(""), L"");
+  EXPECT_EQ(WideToAnsi(L""), "");
+}
+
+TEST(Ansi, KeepsNulCharactersInsideText) {
+  EXPECT_EQ(AnsiToWide(std::string_view("a\0b", 3)), std::wstring(L"a\0b", 3));
+  EXPECT_EQ(WideToAnsi(std::wstring_view(L"a\0b", 3)), std::string("a\0b", 3));
+}
+
+TEST(Ansi, NeverFailsOnACharacter) {
+  EXPECT_EQ(AnsiToWide("a\xFFz").front(), L'a');
+  EXPECT_EQ(AnsiToWide("a\xFFz").back(), L'z');
+  EXPECT_EQ(WideToAnsi(L"a" + kRocket + L"z").front(), 'a');
+  EXPECT_EQ(WideToAnsi(L"a" + kRocket + L"z").back(), 'z');
+}
+
 TEST(AsciiCase, FoldsTheLettersAToZOnly) {
   EXPECT_EQ(ascii::ToLower(L"\\\\?\\Volume{AZ[`\u00C4}"), L"\\\\?\\volume{az[`\u00C4}");
   EXPECT_TRUE(ascii::EqualIgnoringCase(L"TSL0001", L"tsl0001"));
@@ -454,6 +473,43 @@ TEST_F(Owners, AFileHandleIsClosedOnce) {
 TEST_F(Owners, AFileHandleThatDidNotOpenIsNotClosed) {
   { EXPECT_FALSE(OpenDisk(L"\\\\.\\PhysicalDrive77")); }
   EXPECT_THAT(host().calls().Of("CloseHandle"), IsEmpty());
+}
+
+HKEY OpenKey(HKEY* target) {
+  EXPECT_EQ(CurrentHost().registry().RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"", 0, KEY_READ, target), ERROR_SUCCESS);
+  return *target;
+}
+
+TEST_F(Owners, ARegistryKeyIsClosedOnce) {
+  {
+    RegistryKey key;
+    EXPECT_EQ(key.Get(), nullptr);
+    const HKEY opened = OpenKey(key.Put());
+    EXPECT_EQ(key.Get(), opened);
+    EXPECT_EQ(host().live().Count("registry key"), 1);
+    key.Reset();
+    EXPECT_EQ(key.Get(), nullptr);
+  }
+  EXPECT_EQ(host().calls().Of("RegCloseKey").size(), 1u);
+}
+
+TEST_F(Owners, ARegistryKeyIsClosedBeforeAnotherTakesItsPlace) {
+  {
+    RegistryKey key;
+    OpenKey(key.Put());
+    OpenKey(key.Put());
+    EXPECT_EQ(host().live().Count("registry key"), 1);
+  }
+  EXPECT_EQ(host().live().Count("registry key"), 0);
+}
+
+TEST_F(Owners, ARegistryKeyThatDidNotOpenIsNotClosed) {
+  {
+    RegistryKey key;
+    EXPECT_EQ(CurrentHost().registry().RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"No\\Such\\Key", 0, KEY_READ, key.Put()),
+              ERROR_FILE_NOT_FOUND);
+  }
+  EXPECT_THAT(host().calls().Of("RegCloseKey"), IsEmpty());
 }
 
 TEST_F(Owners, AMessageTextIsFreed) {

@@ -32,6 +32,7 @@ using testing::StartsWith;
 constexpr GUID kArrayProvider = ParseGuid("{374579ad-285c-49b9-ab8a-950e0e252de2}");
 constexpr GUID kSession = ParseGuid("{00000000-0000-0000-0000-00000000a5a5}");
 constexpr DWORD kFilenameExceedsRange = 206;
+constexpr wchar_t kFirstCopyDevice[] = L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1";
 
 std::filesystem::path SourceFolder() {
   return std::filesystem::path(__FILE__).parent_path().parent_path();
@@ -184,6 +185,16 @@ TEST(FaultPlan, AsynchronousOperationsAndWritersFailByName) {
   EXPECT_EQ(plan.OnWriterEvent(L"SqlServerWriter", WriterEvent::freeze)->failure, VSS_E_WRITERERROR_TIMEOUT);
   EXPECT_EQ(plan.OnWriterEvent(L"SqlServerWriter", WriterEvent::thaw), nullptr);
   EXPECT_EQ(plan.OnWriterEvent(L"System Writer", WriterEvent::freeze), nullptr);
+}
+
+TEST(FaultPlan, DeletionsFailByTheDiskUntilThePlanIsReplaced) {
+  FaultPlan plan;
+  plan.FailDeletion({L"TSL0001", VSS_E_PROVIDER_VETO});
+  EXPECT_EQ(plan.OnDeletion(L"TSL0002"), std::nullopt);
+  EXPECT_EQ(plan.OnDeletion(L"TSL0001"), VSS_E_PROVIDER_VETO);
+  EXPECT_EQ(plan.OnDeletion(L"TSL0001"), VSS_E_PROVIDER_VETO);
+  plan.Load({});
+  EXPECT_EQ(plan.OnDeletion(L"TSL0001"), std::nullopt);
 }
 
 TEST(CallLog, FindsTheLinesOfOneCall) {
@@ -427,8 +438,9 @@ const char kFullHost[] = R"json({
                                    "databaseFiles": [ { "path": "E:\\", "filespec": "c.mdf", "backupType": 15 } ],
                                    "logFiles": [ { "path": "E:\\", "filespec": "c.ldf", "alternatePath": "F:\\" } ] } ] } ],
   "databases": { "TSL0001": "sales@sql01" },
-  "iscsiSessions": [ { "targetName": "iqn", "devices": [ { "shadowOf": "TSL0001" }, { "disk": "TSL0001" } ],
-                       "busyQueries": 1, "failedLogouts": 2 } ],
+  "iscsiSessions": [ { "targetName": "iqn", "devices": [ { "shadowOf": "TSL0001", "appearsAfter": 4 },
+                                                     { "disk": "TSL0001" } ],
+                       "busyQueries": 1, "failedLogouts": 2, "appearsAfter": 3 } ],
   "files": { "C:\\Vmms.exe": { "version": "6.3.9600.17120" } },
   "registry": { "HKEY_LOCAL_MACHINE\\A\\B": { "V": "text" } },
   "commands": [ { "match": "a *", "exitCode": 3 } ],
@@ -439,7 +451,8 @@ const char kFullHost[] = R"json({
               { "async": "DoSnapshotSet", "result": "0x80042314" },
               { "writer": "W", "event": "postSnapshot", "failure": "VSS_E_WRITERERROR_PARTIAL_FAILURE",
                 "applicationResult": "0x1", "applicationMessage": "log full",
-                "components": [ { "fullPath": "\\c", "failure": "VSS_E_WRITERERROR_RETRYABLE" } ] } ],
+                "components": [ { "fullPath": "\\c", "failure": "VSS_E_WRITERERROR_RETRYABLE" } ] },
+              { "deleteShadowOf": "TSL0001", "result": "VSS_E_PROVIDER_VETO" } ],
   "timing": { "freezeMilliseconds": 100, "commitMilliseconds": 200 }
 })json";
 
@@ -460,6 +473,9 @@ TEST(HostFile, FillsTheMachinePartOfTheModel) {
   EXPECT_THAT(model.disks[0].volumes.at(0).mountPoints, ElementsAre(L"E:\\", L"C:\\mnt\\"));
   EXPECT_TRUE(model.disks[0].volumes[0].csv);
   EXPECT_EQ(model.iscsiSessions.at(0).failedLogouts, 2);
+  EXPECT_EQ(model.iscsiSessions[0].appearsAfter, 3);
+  EXPECT_EQ(model.iscsiSessions[0].devices.at(0).appearsAfter, 4);
+  EXPECT_EQ(model.iscsiSessions[0].devices.at(1).appearsAfter, 0);
   EXPECT_TRUE(model.iscsiSessions[0].devices.at(0).shadow);
   EXPECT_FALSE(model.iscsiSessions[0].devices.at(1).shadow);
   EXPECT_EQ(model.registry.at(L"HKEY_LOCAL_MACHINE\\A\\B").at(L"V"), L"text");
@@ -492,6 +508,8 @@ TEST(HostFile, FillsTheServicePartOfTheModel) {
   EXPECT_EQ(model.faults.asyncs.at(0).result, VSS_E_HOLD_WRITES_TIMEOUT);
   EXPECT_EQ(model.faults.writers.at(0).event, WriterEvent::postSnapshot);
   EXPECT_EQ(model.faults.writers[0].components.at(0).fullPath, L"\\c");
+  EXPECT_EQ(model.faults.deletions.at(0).shadowOf, L"TSL0001");
+  EXPECT_EQ(model.faults.deletions[0].result, VSS_E_PROVIDER_VETO);
 }
 
 TEST(HostFile, DerivesInstanceIdentifiersThatDifferAndStayTheSame) {
@@ -595,7 +613,24 @@ INSTANTIATE_TEST_SUITE_P(
         BadHostFile{"SameMessageTwice", R"({"disks": [], "messages": {"5": "x", "0x5": "y"}})",
                     "host.json: /messages/5: duplicate message \"5\""},
         BadHostFile{"FaultOfNothing", R"({"disks": [], "faults": [{"result": 5}]})",
-                    "host.json: /faults/0: expected one of call, async, writer"},
+                    "host.json: /faults/0: expected one of call, async, writer, deleteShadowOf"},
+        BadHostFile{"DeletionFaultOfAnUnknownDisk",
+                    R"({"disks": [], "faults": [{"deleteShadowOf": "A", "result": "VSS_E_PROVIDER_VETO"}]})",
+                    "host.json: /faults/0/deleteShadowOf: no disk has the serial \"A\""},
+        BadHostFile{"DeletionFaultThatIsNone",
+                    R"({"disks": [{"serial": "A"}], "faults": [{"deleteShadowOf": "A", "result": "S_FALSE"}]})",
+                    "host.json: /faults/0/result: a deletion that fails needs a failure"},
+        BadHostFile{"DeletionFaultWithAnOccurrence",
+                    R"({"disks": [{"serial": "A"}],
+                        "faults": [{"deleteShadowOf": "A", "occurrence": 1, "result": "E_FAIL"}]})",
+                    "host.json: /faults/0/occurrence: unknown key"},
+        BadHostFile{"SessionThatAppearsBeforeTheStart",
+                    R"({"disks": [], "iscsiSessions": [{"devices": [], "appearsAfter": -1}]})",
+                    "host.json: /iscsiSessions/0/appearsAfter: expected a whole number from 0 to 2147483647"},
+        BadHostFile{"DeviceThatAppearsAfterAWord",
+                    R"({"disks": [{"serial": "A"}],
+                        "iscsiSessions": [{"devices": [{"disk": "A", "appearsAfter": "later"}]}]})",
+                    "host.json: /iscsiSessions/0/devices/0/appearsAfter: expected number, found string"},
         BadHostFile{"FaultWithABadCall", R"({"disks": [], "faults": [{"call": "a b", "result": 5}]})",
                     "host.json: /faults/0/call: \"a b\" is no call (Interface::Method or a function's name)"},
         BadHostFile{"FaultWithABadResult", R"({"disks": [], "faults": [{"call": "A", "result": "VSS_E_NOPE"}]})",
@@ -725,6 +760,13 @@ class StorageTest : public HostFixture {
   std::wstring VolumeNameOf(const std::wstring& mountPoint) {
     std::array<wchar_t, MAX_PATH> name{};
     return storage().GetVolumeNameForVolumeMountPointW(mountPoint.c_str(), name.data(), MAX_PATH) ? name.data() : L"";
+  }
+  std::vector<std::wstring> Serials() {
+    std::vector<WmiDisk> disks;
+    EXPECT_EQ(host().wmi().QueryDisks(disks), S_OK);
+    std::vector<std::wstring> serials;
+    for (const WmiDisk& disk : disks) serials.push_back(disk.serialNumber);
+    return serials;
   }
   // Makes a shadow copy of a volume through the service behind the objects.
   void Snapshot(std::initializer_list<const wchar_t*> volumes) {
@@ -940,6 +982,36 @@ TEST_F(StorageTest, WmiListsAllDisksInTheOrderOfTheirNumbers) {
   host().faults().FailCall("IWbemServices::ExecQuery", 0x80041010);
   EXPECT_EQ(host().wmi().QueryDisks(disks), static_cast<HRESULT>(0x80041010));
   EXPECT_THAT(disks, IsEmpty());
+}
+
+TEST_F(StorageTest, ABrokenCopyStaysAsAnOrdinaryDisk) {
+  Snapshot({L"E:\\"});
+  const GUID set = host().machine().snapshots->SurfacedCopies().at(0)->setId;
+  ASSERT_EQ(host().machine().snapshots->Break(set, 0), S_OK);
+  EXPECT_THAT(Serials(), ElementsAre(L"SYS", L"TSL0001", L"TSL0002", L"SHADOW-TSL0001"));
+  const FileHandle disk(Open(L"\\\\.\\PhysicalDrive3"));
+  ASSERT_TRUE(disk);
+  EXPECT_EQ(SerialOf(disk.Get()), "SHADOW-TSL0001");
+  EXPECT_TRUE(FileHandle(Open(kFirstCopyDevice)));
+  // Its number stays taken.
+  Snapshot({L"E:\\"});
+  EXPECT_EQ(host().machine().snapshots->SurfacedCopies().at(1)->diskNumber, 4u);
+}
+
+TEST_F(StorageTest, AMaskedDiskIsGoneFromEveryListAndGivesItsNumberBack) {
+  Snapshot({L"E:\\"});
+  const GUID set = host().machine().snapshots->SurfacedCopies().at(0)->setId;
+  const FileHandle open(Open(L"\\\\.\\PhysicalDrive3"));
+  ASSERT_TRUE(open);
+  ASSERT_EQ(host().machine().snapshots->Break(set, VSS_BREAKEX_FLAG_MASK_LUNS), S_OK);
+  EXPECT_THAT(Serials(), ElementsAre(L"SYS", L"TSL0001", L"TSL0002"));
+  EXPECT_EQ(OpenError(L"\\\\.\\PhysicalDrive3"), DWORD{ERROR_FILE_NOT_FOUND});
+  EXPECT_EQ(OpenError(kFirstCopyDevice), DWORD{ERROR_FILE_NOT_FOUND});
+  EXPECT_EQ(MountPointOf(std::wstring(kFirstCopyDevice) + L"\\data"), L"");
+  EXPECT_THAT(Ask(open.Get(), IOCTL_STORAGE_QUERY_PROPERTY), IsEmpty());
+  EXPECT_EQ(host().GetLastError(), DWORD{1167}) << "the device is not connected any more";
+  Snapshot({L"F:\\"});
+  EXPECT_EQ(host().machine().snapshots->SurfacedCopies().at(0)->diskNumber, 3u);
 }
 
 // ---- System information
@@ -1326,6 +1398,99 @@ TEST_F(IscsiTest, LogoutFailsAsOftenAsPlannedAndThenEndsTheSession) {
   EXPECT_NE(iscsi().LogoutIScsiTarget(&session), 0u);
 }
 
+TEST_F(IscsiTest, ASessionThatWasLoggedOutOfHasNoDevices) {
+  iscsi::UniqueSessionId session = Sessions().at(1).second;
+  Snapshot({L"F:\\"});
+  EXPECT_THAT(Devices(session), SizeIs(1));
+  EXPECT_EQ(iscsi().LogoutIScsiTarget(&session), 0u);
+  ULONG count = 5;
+  EXPECT_EQ(iscsi().GetDevicesForIScsiSessionW(&session, &count, nullptr), DWORD{0xEFFF0012});
+  EXPECT_EQ(count, 5u);
+  EXPECT_EQ(host().calls().lines().back(), "GetDevicesForIScsiSessionW(unknown session) = error 0xefff0012");
+}
+
+TEST_F(IscsiTest, QueriesWithoutABufferAreNeverBusy) {
+  iscsi::UniqueSessionId session = Sessions().at(0).second;
+  ULONG count = 0;
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(iscsi().GetDevicesForIScsiSessionW(&session, &count, nullptr), DWORD{ERROR_INSUFFICIENT_BUFFER});
+  }
+  iscsi::DeviceOnSession device{};
+  EXPECT_EQ(iscsi().GetDevicesForIScsiSessionW(&session, &count, &device), iscsi::kDeviceBusyOnSession);
+  EXPECT_EQ(count, 1u);
+  EXPECT_EQ(device.LegacyName[0], L'\0');
+}
+
+TEST_F(IscsiTest, DisksOfABrokenSetStayOnTheirSessionsAndMaskedOnesDoNot) {
+  const iscsi::UniqueSessionId session = Sessions().at(1).second;
+  Snapshot({L"F:\\"});
+  SnapshotService& service = *host().machine().snapshots;
+  ASSERT_EQ(service.Break(service.SurfacedCopies().at(0)->setId, 0), S_OK);
+  EXPECT_THAT(Devices(session), ElementsAre(L"\\\\.\\PhysicalDrive3"));
+  Snapshot({L"F:\\"});
+  EXPECT_THAT(Devices(session), SizeIs(2));
+  ASSERT_EQ(service.Break(service.SurfacedCopies().at(1)->setId, VSS_BREAKEX_FLAG_MASK_LUNS), S_OK);
+  EXPECT_THAT(Devices(session), ElementsAre(L"\\\\.\\PhysicalDrive3"));
+}
+
+TEST_F(IscsiTest, ASessionThatAppearsBetweenTwoListsNeedsMoreRoom) {
+  HostModel model = test::SmallHost();
+  model.iscsiSessions = {{L"iqn:one", {}}, {L"iqn:two", {}, 0, 0, 1}, {L"iqn:three", {}, 0, 0, 3}};
+  Install(model);
+  ULONG bytes = 0;
+  ULONG count = 0;
+  EXPECT_EQ(iscsi().GetIScsiSessionListW(&bytes, &count, nullptr), DWORD{ERROR_INSUFFICIENT_BUFFER});
+  EXPECT_EQ(count, 1u);
+  const ULONG first = bytes;
+  std::vector<iscsi::SessionInfo> buffer(bytes / sizeof(iscsi::SessionInfo) + 1);
+  EXPECT_EQ(iscsi().GetIScsiSessionListW(&bytes, &count, buffer.data()), DWORD{ERROR_INSUFFICIENT_BUFFER});
+  EXPECT_EQ(count, 2u);
+  EXPECT_GT(bytes, first);
+  buffer.resize(bytes / sizeof(iscsi::SessionInfo) + 1);
+  EXPECT_EQ(iscsi().GetIScsiSessionListW(&bytes, &count, buffer.data()), DWORD{ERROR_SUCCESS});
+  ASSERT_EQ(count, 2u);
+  EXPECT_STREQ(buffer[1].TargetName, L"iqn:two");
+  iscsi::UniqueSessionId third = buffer[1].SessionId;
+  ++third.AdapterSpecific;
+  ULONG devices = 0;
+  EXPECT_EQ(iscsi().GetDevicesForIScsiSessionW(&third, &devices, nullptr), DWORD{ERROR_SUCCESS}) << "there by now";
+  EXPECT_THAT(Sessions(), SizeIs(3));
+}
+
+TEST_F(IscsiTest, AListCallThatIsMadeToFailBringsNoSessionCloser) {
+  HostModel model = test::SmallHost();
+  model.iscsiSessions = {{L"iqn:one", {}, 0, 0, 1}};
+  Install(model);
+  host().faults().FailCall("GetIScsiSessionListW", ERROR_ACCESS_DENIED);
+  ULONG bytes = 0;
+  ULONG count = 0;
+  EXPECT_EQ(iscsi().GetIScsiSessionListW(&bytes, &count, nullptr), DWORD{ERROR_ACCESS_DENIED});
+  EXPECT_EQ(iscsi().GetIScsiSessionListW(&bytes, &count, nullptr), DWORD{ERROR_SUCCESS});
+  EXPECT_EQ(count, 0u);
+  EXPECT_EQ(iscsi().GetIScsiSessionListW(&bytes, &count, nullptr), DWORD{ERROR_INSUFFICIENT_BUFFER});
+}
+
+TEST_F(IscsiTest, ADeviceThatAppearsBetweenTwoQueriesNeedsMoreRoom) {
+  HostModel model = test::SmallHost();
+  model.iscsiSessions = {{L"iqn:one", {{L"TSL0002", false, 2}, {L"TSL0001", false}}, 1},
+                         {L"iqn:two", {{L"SYS", false, 1}}}};
+  Install(model);
+  const auto sessions = Sessions();
+  iscsi::UniqueSessionId session = sessions.at(0).second;
+  ULONG count = 0;
+  EXPECT_EQ(iscsi().GetDevicesForIScsiSessionW(&session, &count, nullptr), DWORD{ERROR_INSUFFICIENT_BUFFER});
+  EXPECT_EQ(count, 1u);
+  std::array<iscsi::DeviceOnSession, 2> devices{};
+  EXPECT_EQ(iscsi().GetDevicesForIScsiSessionW(&session, &count, devices.data()), iscsi::kDeviceBusyOnSession);
+  EXPECT_EQ(iscsi().GetDevicesForIScsiSessionW(&session, &count, devices.data()), DWORD{ERROR_INSUFFICIENT_BUFFER});
+  EXPECT_EQ(count, 2u);
+  EXPECT_EQ(iscsi().GetDevicesForIScsiSessionW(&session, &count, devices.data()), DWORD{ERROR_SUCCESS});
+  EXPECT_STREQ(devices[0].LegacyName, L"\\\\.\\PhysicalDrive2");
+  EXPECT_STREQ(devices[1].LegacyName, L"\\\\.\\PhysicalDrive1");
+  EXPECT_THAT(Devices(sessions.at(1).second), IsEmpty()) << "each session counts its own queries";
+  EXPECT_THAT(Devices(sessions.at(1).second), SizeIs(1));
+}
+
 // ---- Cluster, files, time, metadata, memory
 
 class OtherQuestionsTest : public HostFixture {
@@ -1371,6 +1536,52 @@ TEST_F(OtherQuestionsTest, SleepingMovesTheVirtualClock) {
   host().time().Sleep(500);
   EXPECT_EQ(host().time().GetTickCount64() - before, 500u);
   EXPECT_THAT(host().calls().lines(), ElementsAre("Sleep(500)"));
+}
+
+TEST_F(OtherQuestionsTest, TimeSpentInSleepIsToldApartFromOtherTime) {
+  host().machine().now = 1000;
+  host().time().Sleep(500);
+  host().time().Sleep(10);
+  EXPECT_EQ(host().machine().now, 1510u);
+  EXPECT_EQ(host().machine().slept, 510u);
+}
+
+TEST_F(OtherQuestionsTest, TheHeapCountsItsBlocks) {
+  void* block = host().heap().Malloc(100);
+  void* empty = host().heap().Malloc(0);
+  ASSERT_NE(block, nullptr);
+  ASSERT_NE(empty, nullptr);
+  std::memset(block, 1, 100);
+  EXPECT_EQ(host().live().Describe(), "2 heap block");
+  host().heap().Free(block);
+  host().heap().Free(empty);
+  host().heap().Free(nullptr);
+  EXPECT_EQ(host().live().Describe(), "");
+  EXPECT_THAT(host().calls().lines(), ElementsAre("malloc() = ok", "malloc() = ok"));
+}
+
+TEST_F(OtherQuestionsTest, TheHeapRunsOutOfMemoryOnDemand) {
+  host().faults().FailCall("malloc", ERROR_NOT_ENOUGH_MEMORY, 2);
+  const HeapBlock first(10);
+  const HeapBlock second(10);
+  EXPECT_TRUE(first);
+  EXPECT_FALSE(second);
+  EXPECT_EQ(host().live().Count("heap block"), 1);
+  EXPECT_THAT(host().calls().lines(), ElementsAre("malloc() = ok", "malloc() = error 8"));
+}
+
+TEST(HeapMisuse, ABlockFreedTwiceOrOfAnotherKindIsRecorded) {
+  SimulatedHost host{HostModel{}};
+  const ScopedHost scope(host);
+  void* block = host.heap().Malloc(10);
+  BSTR text = host.vss().SysAllocStringLen(L"abc", 3);
+  host.heap().Free(text);
+  EXPECT_THAT(host.live().misuses(), ElementsAre("heap block given back that the caller does not hold"));
+  host.heap().Free(block);
+  host.heap().Free(block);
+  EXPECT_THAT(host.live().misuses(), SizeIs(2));
+  EXPECT_EQ(host.live().Describe(), "1 BSTR");
+  host.vss().SysFreeString(text);
 }
 
 TEST_F(OtherQuestionsTest, TheMetadataServiceKnowsDatabasesByTheExactSerialNumber) {

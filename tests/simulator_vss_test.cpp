@@ -1241,6 +1241,74 @@ TEST_F(ShadowCopyService, StopsDeletingAtTheFirstCopyThatStays) {
   EXPECT_EQ(left, backup.copyIds.at(1));
 }
 
+// The copies of E: and F:, in this order.
+void TakeBoth(Backup& backup, LONG context = VSS_CTX_APP_ROLLBACK) {
+  backup.AdvanceTo(Phase::setStarted, context);
+  ASSERT_THAT(backup.AddVolume(L"F:\\"), Gives(S_OK));
+  backup.Prepare();
+  ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+}
+
+TEST_F(ShadowCopyService, DeletesUpToTheCopyThatItsProviderKeeps) {
+  for (const bool firstStays : {true, false}) {
+    SCOPED_TRACE(firstStays);
+    Install(VssHost());
+    host().faults().FailDeletion({firstStays ? L"TSL0001" : L"TSL0002", VSS_E_PROVIDER_VETO});
+    Backup backup;
+    TakeBoth(backup);
+    LONG deleted = 7;
+    GUID left{};
+    EXPECT_THAT(backup->DeleteSnapshots(backup.setId, VSS_OBJECT_SNAPSHOT_SET, TRUE, &deleted, &left),
+                Gives(VSS_E_PROVIDER_VETO));
+    EXPECT_EQ(deleted, firstStays ? 0 : 1);
+    EXPECT_EQ(left, backup.copyIds.at(firstStays ? 0 : 1));
+    EXPECT_THAT(Copies(), SizeIs(firstStays ? 2 : 1));
+    EXPECT_THAT(backup.PropertiesOf(left), Gives(S_OK));
+    EXPECT_THAT(
+        host().calls().Of("IVssBackupComponents::DeleteSnapshots"),
+        ElementsAre("IVssBackupComponents::DeleteSnapshots(" + WideToUtf8(FormatGuid(backup.setId)) + ", 2, 1 -> " +
+                    std::to_string(deleted) + ", not " + WideToUtf8(FormatGuid(left)) + ") = VSS_E_PROVIDER_VETO"));
+    EXPECT_THAT(backup.Delete(left, VSS_OBJECT_SNAPSHOT), Gives(VSS_E_PROVIDER_VETO));
+    host().faults().Load({});
+    EXPECT_THAT(backup.Delete(backup.setId, VSS_OBJECT_SNAPSHOT_SET), Gives(S_OK));
+    EXPECT_THAT(Copies(), IsEmpty());
+  }
+}
+
+TEST_F(ShadowCopyService, KeepsAutoReleaseCopiesUntilTheLastReferenceGoes) {
+  Backup backup;
+  TakeBoth(backup, VSS_CTX_BACKUP);
+  ComPtr<IVssBackupComponentsEx2> extended;
+  ASSERT_THAT(QueryFor(&*backup, kIidVssBackupComponentsEx2, extended), Gives(S_OK));
+  backup.Release();
+  EXPECT_THAT(Copies(), SizeIs(2));
+  EXPECT_THAT(Told(WriterEvent::backupShutdown), IsEmpty());
+  extended.Reset();
+  EXPECT_THAT(Copies(), IsEmpty());
+  EXPECT_THAT(Told(WriterEvent::backupShutdown), ElementsAre(L"SqlServerWriter"));
+}
+
+TEST_F(ShadowCopyService, ListsABrokenSetNoMore) {
+  Backup backup;
+  TakeBoth(backup);
+  const auto count = [] {
+    Backup administrator;
+    administrator.Initialize(Context(VSS_CTX_ALL));
+    ComPtr<IVssEnumObject> found;
+    EXPECT_THAT(administrator->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, found.Put()), Gives(S_OK));
+    ULONG fetched = 0;
+    VSS_OBJECT_PROP objects[3] = {};
+    EXPECT_THAT(found->Next(3, objects, &fetched), Gives(S_FALSE));
+    for (ULONG i = 0; i < fetched; ++i) CurrentHost().vss().VssFreeSnapshotProperties(&objects[i].Obj.Snap);
+    return fetched;
+  };
+  EXPECT_EQ(count(), 2U);
+  EXPECT_THAT(backup->BreakSnapshotSet(backup.setId), Gives(S_OK));
+  EXPECT_EQ(count(), 0U);
+  EXPECT_THAT(service().CopiesOfSet(backup.setId), IsEmpty());
+  EXPECT_THAT(Copies(), SizeIs(2)) << "the disks are there";
+}
+
 TEST_F(ShadowCopyService, ForgetsABrokenSetWhoseDisksStay) {
   Backup backup;
   backup.AdvanceTo(Phase::snapshotDone);
@@ -1528,6 +1596,41 @@ TEST_F(ShadowCopyService, ReturnsWritersToStableOnAbort) {
   EXPECT_THAT(Told(std::nullopt), SizeIs(3));
 }
 
+TEST_F(ShadowCopyService, LeavesTheCopiesOfAnAbortedBackupToTheirRelease) {
+  for (const LONG context : {LONG{VSS_CTX_BACKUP}, LONG{VSS_CTX_APP_ROLLBACK}}) {
+    Install(VssHost());
+    Backup backup;
+    backup.AdvanceTo(Phase::snapshotDone, context);
+    EXPECT_THAT(backup->AbortBackup(), Gives(S_OK));
+    EXPECT_THAT(Told(std::nullopt), ElementsAre(L"SqlServerWriter"));
+    EXPECT_THAT(backup.Complete(), Gives(VSS_E_BAD_STATE));
+    EXPECT_THAT(backup.Delete(backup.setId, VSS_OBJECT_SNAPSHOT_SET), Gives(VSS_E_BAD_STATE));
+    EXPECT_THAT(Copies(), SizeIs(1));
+    EXPECT_THAT(Told(WriterEvent::backupComplete), IsEmpty());
+    backup.Release();
+    EXPECT_THAT(Copies(), SizeIs(context == VSS_CTX_BACKUP ? 0 : 1));
+  }
+}
+
+TEST_F(ShadowCopyService, AbortsNothingOnceTheBackupIsComplete) {
+  Backup backup;
+  backup.AdvanceTo(Phase::complete);
+  EXPECT_THAT(backup->AbortBackup(), Gives(S_OK));
+  EXPECT_THAT(Told(std::nullopt), IsEmpty());
+  EXPECT_THAT(backup.PropertiesOf(backup.copyIds.at(0)), Gives(S_OK));
+}
+
+TEST_F(ShadowCopyService, RaisesBackupCompleteWhenItIsTriedAgainAfterAFailure) {
+  Backup backup;
+  backup.AdvanceTo(Phase::snapshotDone);
+  host().faults().FailAsync("BackupComplete", VSS_E_UNEXPECTED_WRITER_ERROR);
+  EXPECT_THAT(backup.Complete(), Gives(VSS_E_UNEXPECTED_WRITER_ERROR));
+  EXPECT_THAT(Told(WriterEvent::backupComplete), IsEmpty());
+  EXPECT_THAT(backup.Complete(), Gives(VSS_S_ASYNC_FINISHED));
+  EXPECT_THAT(Told(WriterEvent::backupComplete), ElementsAre(L"SqlServerWriter"));
+  EXPECT_THAT(backup.Complete(), Gives(VSS_E_BAD_STATE));
+}
+
 TEST_F(ShadowCopyService, StartsEverySessionWithStableWriters) {
   FailWriter(WriterEvent::freeze, VSS_E_WRITERERROR_TIMEOUT);
   Backup first;
@@ -1599,6 +1702,7 @@ TEST_F(ShadowCopyService, MovesTheClockWhenTheSnapshotIsWaitedFor) {
   EXPECT_THAT(async->QueryStatus(&result, nullptr), Gives(S_OK));
   EXPECT_THAT(result, Gives(VSS_S_ASYNC_FINISHED));
   EXPECT_EQ(host().machine().now, 25000U);
+  EXPECT_EQ(host().machine().slept, 0U) << "a wait is no sleep";
   EXPECT_THAT(backup.PropertiesOf(backup.copyIds.at(0)), Gives(S_OK));
 }
 
@@ -1804,6 +1908,40 @@ TEST_F(ShadowCopyService, KnowsSuccessFromTheRequestorAndFailureFromItsSilence) 
   EXPECT_TRUE(succeeded);
   EXPECT_THAT(AddedComponent(backup, 1)->GetBackupSucceeded(&succeeded), Gives(S_OK));
   EXPECT_FALSE(succeeded);
+}
+
+TEST_F(ShadowCopyService, SavesWhatBecameOfEachComponent) {
+  FailWriter(WriterEvent::backupComplete, VSS_E_WRITERERROR_PARTIAL_FAILURE,
+             {{L"\\SQL01\\crm", VSS_E_WRITERERROR_NONRETRYABLE, 0x41, L"log kept"}});
+  Backup backup;
+  backup.AdvanceTo(Phase::gathered);
+  for (const wchar_t* name : {L"sales", L"crm"}) ASSERT_THAT(backup.Add(0xA, L"SQL01", name), Gives(S_OK));
+  ASSERT_THAT(backup.Add(0xB, nullptr, L"Server"), Gives(S_OK));
+  backup.StartSet().Prepare();
+  ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+  const auto mark = [&](DWORD writer, LPCWSTR path, LPCWSTR name, bool succeeded) {
+    return backup->SetBackupSucceeded(InstanceId(writer), ClassId(writer), VSS_CT_FILEGROUP, path, name, succeeded);
+  };
+  ASSERT_THAT(mark(0xA, L"SQL01", L"sales", false), Gives(S_OK));
+  ASSERT_THAT(mark(0xA, L"SQL01", L"sales", true), Gives(S_OK)) << "the last mark counts";
+  ASSERT_THAT(mark(0xB, nullptr, L"Server", false), Gives(S_OK));
+  const BackupDocument before = ParseBackupDocument(WideToUtf8(backup.Document()));
+  EXPECT_EQ(before.writers.at(0).components.at(0).succeeded, true);
+  EXPECT_EQ(before.writers[0].components.at(1).succeeded, std::nullopt);
+  ASSERT_THAT(backup.Complete(), Gives(VSS_S_ASYNC_FINISHED));
+  EXPECT_THAT(mark(0xA, L"SQL01", L"crm", true), Gives(VSS_E_BAD_STATE));
+
+  const BackupDocument after = ParseBackupDocument(WideToUtf8(backup.Document()));
+  const auto& sql = after.writers.at(0);
+  EXPECT_TRUE(sql.changedByWriter);
+  EXPECT_EQ(sql.components.at(0).succeeded, true);
+  EXPECT_THAT(sql.components[0].failure, Gives(S_OK));
+  EXPECT_EQ(sql.components.at(1).succeeded, false) << "never marked";
+  EXPECT_THAT(sql.components[1].failure, Gives(VSS_E_WRITERERROR_NONRETRYABLE));
+  EXPECT_EQ(sql.components[1].applicationResult, 0x41);
+  EXPECT_EQ(sql.components[1].applicationMessage, L"log kept");
+  EXPECT_EQ(after.writers.at(1).components.at(0).succeeded, false);
+  EXPECT_EQ(backup.Statuses().at(0).state, VSS_WS_FAILED_AT_BACKUP_COMPLETE);
 }
 
 TEST_F(ShadowCopyService, AnswersWhatABackupDoesNotFill) {

@@ -32,6 +32,8 @@ using TesselCommonClasses::ClusterHelper;
 using TesselCommonClasses::DiskAndVolumeEnumerator;
 using TesselCommonClasses::ExceptionCommon;
 using TesselCommonClasses::UtilityClass;
+using TesselCommonClasses::Version;
+using TesselCommonClasses::VersionHelper;
 using TesselCommonClasses::WindowsDiskDevice;
 using TesselCommonClasses::WindowsVolumeInfo;
 using TesselCommonClasses::WMIDiskHelper;
@@ -655,6 +657,146 @@ TEST_F(ScriptedEnumerator, AVolumeWithoutAnExtentHasNoDisk) {
   EXPECT_THAT(log.Warnings(), Contains(HasSubstr("without an extent")));
 }
 
+// ---- volumes of a cluster ----
+
+// Remembers what the cluster is asked and answers for the paths that a test names.
+class SharedPaths final : public Cluster {
+ public:
+  DWORD GetNodeClusterState(LPCWSTR /*node*/, DWORD* state) override {
+    *state = 0x13;
+    return ERROR_SUCCESS;
+  }
+  BOOL ClusterIsPathOnSharedVolume(LPCWSTR path) override {
+    asked.emplace_back(path);
+    return std::find(shared.begin(), shared.end(), path) != shared.end() ? TRUE : FALSE;
+  }
+  std::vector<std::wstring> shared;
+  std::vector<std::wstring> asked;
+};
+
+// Volume 1 lies on a clustered disk and is a cluster shared volume, volume 2 is neither.
+class ClusterVolumes : public Enumerator {
+ protected:
+  void SetUp() override {
+    HostModel model = SmallHost();
+    model.cluster = simulator::ClusterNode{L"CLU01", {}};
+    model.disks[1].clustered = true;
+    model.disks[1].volumes[0].csv = true;
+    Install(std::move(model));
+  }
+  std::pair<DWORD, std::wstring> ExceptionFor(const std::wstring& volume) {
+    try {
+      enumerator.IsClusteredDisk(volume);
+    } catch (const ExceptionCommon& e) {
+      return {e.GetErrorCode(), e.GetErrorMessage()};
+    }
+    return {};
+  }
+};
+
+TEST_F(ClusterVolumes, LieOnClusteredDisks) {
+  EXPECT_TRUE(enumerator.IsClusteredDisk(VolumeName(1)));
+  EXPECT_FALSE(enumerator.IsClusteredDisk(VolumeName(2)));
+  EXPECT_FALSE(enumerator.IsClusteredDisk(VolumeName(0)));
+}
+
+TEST_F(ClusterVolumes, AreKnownByANameInAnyCaseAndWithoutItsBackslash) {
+  std::wstring name = VolumeName(1);
+  name.pop_back();
+  EXPECT_TRUE(enumerator.IsClusteredDisk(name));
+  EXPECT_TRUE(enumerator.IsClusteredDisk(L"\\\\?\\VOLUME{00000001-0000-0000-0000-000000000000}\\"));
+}
+
+TEST_F(ClusterVolumes, WithoutADiskAreAnException) {
+  EXPECT_EQ(ExceptionFor(VolumeName(99)),
+            std::make_pair(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), L"No disk is known for volume " + VolumeName(99)));
+  EXPECT_EQ(ExceptionFor(L"E:\\").first, static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+  EXPECT_EQ(ExceptionFor(L"").first, static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+}
+
+TEST_F(ClusterVolumes, OfWhichTheEnumerationFailsAreItsException) {
+  host().faults().FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED);
+  EXPECT_EQ(ExceptionFor(VolumeName(1)),
+            std::make_pair(static_cast<DWORD>(ERROR_ACCESS_DENIED), std::wstring(L"FindFirstVolumeW() failed with 5")));
+}
+
+TEST_F(ClusterVolumes, OnADiskThatDoesNotKnowTheQuestionAreNone) {
+  // Every disk answers three queries: the extents of its volume, its descriptor, and whether it is clustered.
+  constexpr DWORD kInvalidFunction = 1;
+  host().faults().FailCall("DeviceIoControl", kInvalidFunction, 6);
+  EXPECT_FALSE(enumerator.IsClusteredDisk(VolumeName(1)));
+  EXPECT_EQ(host().calls().Of("DeviceIoControl")[5],
+            "DeviceIoControl(\\\\.\\PhysicalDrive1, IOCTL_DISK_IS_CLUSTERED) = error 1");
+  EXPECT_THAT(log.Warnings(), IsEmpty());
+}
+
+TEST_F(ClusterVolumes, OnADiskThatCannotBeAskedAreAnExceptionAndNotStandalone) {
+  host().faults().FailCall("DeviceIoControl", ERROR_ACCESS_DENIED, 6);
+  EXPECT_EQ(ExceptionFor(VolumeName(1)),
+            std::make_pair(static_cast<DWORD>(ERROR_GEN_FAILURE),
+                           std::wstring(L"\\\\.\\PhysicalDrive1 did not tell whether it is clustered")));
+  EXPECT_THAT(log.Warnings(),
+              ElementsAre("IOCTL_DISK_IS_CLUSTERED Failed, Device=\\\\.\\PhysicalDrive1, Error=5"));
+}
+
+TEST_F(ClusterVolumes, AreAskedForOnce) {
+  EXPECT_TRUE(enumerator.IsClusteredDisk(VolumeName(1)));
+  const std::size_t before = OpenCount();
+  EXPECT_TRUE(enumerator.IsClusteredDisk(VolumeName(1)));
+  EXPECT_FALSE(enumerator.IsClusteredDisk(VolumeName(2)));
+  EXPECT_EQ(OpenCount(), before);
+}
+
+TEST_F(ClusterVolumes, AreSharedWhenTheClusterSaysSo) {
+  EXPECT_TRUE(enumerator.IsClusterSharedVolume(VolumeName(1)));
+  EXPECT_FALSE(enumerator.IsClusterSharedVolume(VolumeName(2)));
+  EXPECT_FALSE(enumerator.IsClusterSharedVolume(VolumeName(99)));
+  EXPECT_FALSE(enumerator.IsClusterSharedVolume(L""));
+}
+
+TEST_F(ClusterVolumes, AreNotSharedWhenTheClusterCannotTell) {
+  host().faults().FailCall("ClusterIsPathOnSharedVolume", ERROR_PROC_NOT_FOUND, 0);
+  EXPECT_FALSE(enumerator.IsClusterSharedVolume(VolumeName(1)));
+}
+
+class SharedClusterVolumes : public ClusterVolumes {
+ protected:
+  void SetUp() override {
+    ClusterVolumes::SetUp();
+    host().model().disks[2].volumes.push_back({VolumeName(20), {}, false, L""});
+    decorator = std::make_unique<HostDecorator>(host());
+    decorator->clusterInstead = &cluster;
+    scoped.emplace(*decorator);
+  }
+  void TearDown() override {
+    scoped.reset();
+    ClusterVolumes::TearDown();
+  }
+
+  SharedPaths cluster;
+  std::unique_ptr<HostDecorator> decorator;
+  std::optional<ScopedHost> scoped;
+};
+
+TEST_F(SharedClusterVolumes, AreAskedForByTheirNameFirst) {
+  cluster.shared = {VolumeName(1)};
+  EXPECT_TRUE(enumerator.IsClusterSharedVolume(VolumeName(1)));
+  EXPECT_THAT(cluster.asked, ElementsAre(VolumeName(1)));
+}
+
+TEST_F(SharedClusterVolumes, MayBeKnownByTheirMountPointOnly) {
+  cluster.shared = {L"E:\\"};
+  std::wstring name = L"\\\\?\\volume{00000001-0000-0000-0000-000000000000}";
+  EXPECT_TRUE(enumerator.IsClusterSharedVolume(name));
+  EXPECT_THAT(cluster.asked, ElementsAre(name, L"E:\\"));
+}
+
+TEST_F(SharedClusterVolumes, WithoutAMountPointAreAskedForByTheirNameOnly) {
+  EXPECT_FALSE(enumerator.IsClusterSharedVolume(VolumeName(20)));
+  EXPECT_FALSE(enumerator.IsClusterSharedVolume(VolumeName(99)));
+  EXPECT_THAT(cluster.asked, ElementsAre(VolumeName(20), VolumeName(99)));
+}
+
 // ---- disks by WMI ----
 
 class WmiHelper : public test::HostFixture {};
@@ -744,6 +886,61 @@ TEST_F(ClusterNode, IsNoneWhenTheStateCannotBeRead) {
   EXPECT_FALSE(ClusterHelper::IsCluster(true));
   EXPECT_FALSE(ClusterHelper::IsCluster(false));
   EXPECT_THAT(log.Warnings(), Contains(HasSubstr("Error=127")));
+}
+
+// ---- versions of files ----
+
+static_assert(Version(6, 3, 9600, 17120) > Version(6, 3, 9600, 17119));
+static_assert(Version(10, 0, 0, 0) > Version(6, 3, 9600, 17120));
+static_assert(Version(6, 4, 0, 0) > Version(6, 3, 65535, 65535));
+static_assert(Version(6, 3, 9600, 17120) == Version(6, 3, 9600, 17120));
+
+class FileVersionCheck : public test::HostFixture {
+ protected:
+  void SetUp() override {
+    HostModel model = SmallHost();
+    model.fileVersions = {{L"C:\\a.exe", L"6.3.9600.17120"}, {L"C:\\b.exe", L"1.2.3.4"}};
+    Install(std::move(model));
+  }
+  static bool Verify(const std::map<std::wstring, Version>& lowest) {
+    return VersionHelper::VerifyFileVersions(lowest);
+  }
+};
+
+TEST_F(FileVersionCheck, OfNoFileHolds) {
+  EXPECT_TRUE(Verify({}));
+  EXPECT_THAT(host().calls().lines(), IsEmpty());
+}
+
+TEST_F(FileVersionCheck, HoldsWhenEveryFileHasAtLeastItsVersion) {
+  EXPECT_TRUE(Verify({{L"C:\\a.exe", Version(6, 3, 9600, 17120)}, {L"C:\\b.exe", Version(1, 2, 3, 3)}}));
+  EXPECT_TRUE(Verify({{L"c:\\A.EXE", Version(6, 2, 65535, 65535)}}));
+  EXPECT_THAT(log.All(), IsEmpty());
+}
+
+TEST_F(FileVersionCheck, FailsForAFileThatIsOlderInAnyPart) {
+  for (const Version& lowest : {Version(7, 0, 0, 0), Version(6, 4, 0, 0), Version(6, 3, 9601, 0),
+                                Version(6, 3, 9600, 17121), Version(65535, 65535, 65535, 65535)}) {
+    log.lines.clear();
+    EXPECT_FALSE(Verify({{L"C:\\a.exe", lowest}}));
+    EXPECT_THAT(log.AllWithSources(),
+                ElementsAre("W VersionHelper: File is older than required, File=C:\\a.exe, Version=6.3.9600.17120"));
+  }
+}
+
+TEST_F(FileVersionCheck, FailsForAFileThatIsMissing) {
+  EXPECT_FALSE(Verify({{L"C:\\a.exe", Version(0, 0, 0, 0)}, {L"C:\\c.exe", Version(0, 0, 0, 0)}}));
+  EXPECT_THAT(log.AllWithSources(),
+              ElementsAre("W VersionHelper: GetFileVersionInfoW() Failed, File=C:\\c.exe, Error=2"));
+}
+
+TEST(FileVersionCheckWithoutALog, FailsAllTheSame) {
+  HostModel model = SmallHost();
+  model.fileVersions = {{L"C:\\a.exe", L"6.3.9600.17120"}};
+  simulator::SimulatedHost host(std::move(model));
+  const ScopedHost scoped(host);
+  EXPECT_FALSE(VersionHelper::VerifyFileVersions({{L"C:\\c.exe", Version(0, 0, 0, 0)}}));
+  EXPECT_FALSE(VersionHelper::VerifyFileVersions({{L"C:\\a.exe", Version(7, 0, 0, 0)}}));
 }
 
 // ---- paths ----

@@ -10,8 +10,9 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 export WINEPREFIX=${VARNEL_WINEPREFIX:-$root/build/windows/wineprefix}
 export WINEARCH=win64
 export WINEDEBUG=${WINEDEBUG:--all}
-# No menu entries, no .NET, no HTML and no debugger: a program that crashes just ends.
-export WINEDLLOVERRIDES='winemenubuilder.exe=d;mscoree=d;mshtml=d;winedbg.exe=d'
+# No menu entries, no .NET, no HTML and no debugger: a program that crashes just ends. A vssapi.dll beside a program, or
+# loaded by its path, comes before Wine's own.
+export WINEDLLOVERRIDES='winemenubuilder.exe=d;mscoree=d;mshtml=d;winedbg.exe=d;vssapi,*vssapi=n,b'
 unset DISPLAY WAYLAND_DISPLAY
 # Drive Z: is the root of the file system.
 if [[ ${VARNEL_CAPTURES:-} == /* ]]; then export VARNEL_CAPTURES="Z:$VARNEL_CAPTURES"; fi

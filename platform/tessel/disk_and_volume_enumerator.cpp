@@ -162,12 +162,18 @@ std::wstring ReadSerialNumber(const FileHandle& disk, const std::wstring& diskNa
 }
 
 // Systems without the cluster feature do not know the question, which is an answer too.
-bool IsClustered(const FileHandle& disk) {
+void AskWhetherClustered(const FileHandle& disk, WindowsDiskDevice& device) {
   DWORD clustered = 0;
   DWORD returned = 0;
-  return CurrentHost().storage().DeviceIoControl(disk.Get(), IOCTL_DISK_IS_CLUSTERED, nullptr, 0, &clustered,
-                                                 sizeof clustered, &returned, nullptr) &&
-         clustered != 0;
+  if (CurrentHost().storage().DeviceIoControl(disk.Get(), IOCTL_DISK_IS_CLUSTERED, nullptr, 0, &clustered,
+                                              sizeof clustered, &returned, nullptr)) {
+    device.isClustered = clustered != 0;
+    device.isClusteredKnown = true;
+    return;
+  }
+  const DWORD error = CurrentHost().GetLastError();
+  device.isClusteredKnown = error == ERROR_INVALID_FUNCTION || error == ERROR_NOT_SUPPORTED;
+  if (!device.isClusteredKnown) Warn(__LINE__, L"IOCTL_DISK_IS_CLUSTERED", device.diskName, error);
 }
 
 // A disk that cannot be read has no serial number.
@@ -181,7 +187,7 @@ WindowsDiskDevice ReadDisk(DWORD number) {
     return device;
   }
   device.serialNumber = ReadSerialNumber(disk, device.diskName);
-  device.isClustered = IsClustered(disk);
+  AskWhetherClustered(disk, device);
   return device;
 }
 
@@ -297,6 +303,10 @@ bool DiskAndVolumeEnumerator::IsClusteredDisk(const std::wstring& volume) {
   const WindowsDiskDevice* disk = Filled().DiskOf(volume);
   if (disk == nullptr) {
     throw ExceptionCommon(ERROR_FILE_NOT_FOUND, varnel::FormatWide(L"No disk is known for volume %s", {volume}));
+  }
+  if (!disk->isClusteredKnown) {
+    throw ExceptionCommon(ERROR_GEN_FAILURE,
+                          varnel::FormatWide(L"%s did not tell whether it is clustered", {disk->diskName}));
   }
   return disk->isClustered;
 }

@@ -6,11 +6,11 @@
 namespace varnel::windows {
 
 /// A library of the system directory, loaded for the rest of the process: unloading one while the process ends, when
-/// static objects are destroyed, is not safe. Nothing is searched for outside the system directory.
+/// static objects are destroyed, is not safe. Nothing is searched for outside `places` (LOAD_LIBRARY_SEARCH_ flags).
 class SystemLibrary {
  public:
-  explicit SystemLibrary(LPCWSTR name) noexcept
-      : module_(::LoadLibraryExW(name, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32)),
+  explicit SystemLibrary(LPCWSTR name, DWORD places = LOAD_LIBRARY_SEARCH_SYSTEM32) noexcept
+      : module_(::LoadLibraryExW(name, nullptr, places)),
         error_(module_ == nullptr ? ::GetLastError() : ERROR_SUCCESS) {}
 
   /// Null when the library or the function is absent.

@@ -60,4 +60,77 @@ class ForwardingStorage : public Storage {
   Storage& inner_;
 };
 
+class ForwardingIscsi : public IscsiInitiator {
+ public:
+  explicit ForwardingIscsi(IscsiInitiator& inner) : inner_(inner) {}
+  DWORD GetIScsiSessionListW(ULONG* bytes, ULONG* sessions, iscsi::SessionInfo* list) override {
+    return inner_.GetIScsiSessionListW(bytes, sessions, list);
+  }
+  DWORD GetDevicesForIScsiSessionW(iscsi::UniqueSessionId* session, ULONG* devices,
+                                   iscsi::DeviceOnSession* list) override {
+    return inner_.GetDevicesForIScsiSessionW(session, devices, list);
+  }
+  DWORD LogoutIScsiTarget(iscsi::UniqueSessionId* session) override { return inner_.LogoutIScsiTarget(session); }
+
+ private:
+  IscsiInitiator& inner_;
+};
+
+class ForwardingProcesses : public Processes {
+ public:
+  explicit ForwardingProcesses(Processes& inner) : inner_(inner) {}
+  BOOL CreateProcessW(LPCWSTR application, LPWSTR commandLine, void* processSecurity, void* threadSecurity,
+                      BOOL inheritHandles, DWORD flags, void* environment, LPCWSTR directory, STARTUPINFOW* startup,
+                      PROCESS_INFORMATION* process) override {
+    return inner_.CreateProcessW(application, commandLine, processSecurity, threadSecurity, inheritHandles, flags,
+                                 environment, directory, startup, process);
+  }
+  DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) override {
+    return inner_.WaitForSingleObject(handle, milliseconds);
+  }
+  BOOL GetExitCodeProcess(HANDLE process, DWORD* exitCode) override {
+    return inner_.GetExitCodeProcess(process, exitCode);
+  }
+  BOOL CloseHandle(HANDLE handle) override { return inner_.CloseHandle(handle); }
+
+ private:
+  Processes& inner_;
+};
+
+class ForwardingRegistry : public Registry {
+ public:
+  explicit ForwardingRegistry(Registry& inner) : inner_(inner) {}
+  LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, HKEY* result) override {
+    return inner_.RegOpenKeyExW(key, subKey, options, access, result);
+  }
+  LSTATUS RegQueryInfoKeyW(HKEY key, LPWSTR className, DWORD* classCharacters, DWORD* reserved, DWORD* subKeys,
+                           DWORD* maxSubKeyLength, DWORD* maxClassLength, DWORD* values, DWORD* maxValueNameLength,
+                           DWORD* maxValueBytes, DWORD* securityDescriptorBytes, FILETIME* lastWrite) override {
+    return inner_.RegQueryInfoKeyW(key, className, classCharacters, reserved, subKeys, maxSubKeyLength, maxClassLength,
+                                   values, maxValueNameLength, maxValueBytes, securityDescriptorBytes, lastWrite);
+  }
+  LSTATUS RegEnumKeyExW(HKEY key, DWORD index, LPWSTR name, DWORD* characters, DWORD* reserved, LPWSTR className,
+                        DWORD* classCharacters, FILETIME* lastWrite) override {
+    return inner_.RegEnumKeyExW(key, index, name, characters, reserved, className, classCharacters, lastWrite);
+  }
+  LSTATUS RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, DWORD* type, void* data,
+                       DWORD* bytes) override {
+    return inner_.RegGetValueW(key, subKey, value, flags, type, data, bytes);
+  }
+  LSTATUS RegCloseKey(HKEY key) override { return inner_.RegCloseKey(key); }
+
+ private:
+  Registry& inner_;
+};
+
+class ForwardingCluster : public Cluster {
+ public:
+  explicit ForwardingCluster(Cluster& inner) : inner_(inner) {}
+  DWORD GetNodeClusterState(LPCWSTR node, DWORD* state) override { return inner_.GetNodeClusterState(node, state); }
+  BOOL ClusterIsPathOnSharedVolume(LPCWSTR path) override { return inner_.ClusterIsPathOnSharedVolume(path); }
+
+ private:
+  Cluster& inner_;
+};
+
 }  // namespace varnel::test

@@ -40,6 +40,15 @@ class RecordingLog : public LogSink {
     return texts;
   }
 
+  /// The same with the source: "E varnel: text".
+  std::vector<std::string> AllWithSources() const {
+    std::vector<std::string> texts;
+    for (const Line& line : lines) {
+      texts.push_back(std::string(1, "?VIWE"[line.category]) + " " + line.source + ": " + line.text);
+    }
+    return texts;
+  }
+
   std::vector<Line> lines;
 };
 

@@ -102,6 +102,20 @@ class RequestorProbe {
     requestor_.GetComponentInfoForCataloging(component, info);
   }
 
+  // What the application requestors have of their own.
+  template <class Requestor>
+  static void VerifyLogNCheckPtFiles(Requestor& requestor, VssFileDescriptor& file) {
+    requestor.VerifyLogNCheckPtFiles(file);
+  }
+  template <class Requestor>
+  static long FindExchangeServerBinFolder(Requestor& requestor, std::wstring& folder) {
+    return requestor.FindExchangeServerBinFolder(folder);
+  }
+  template <class Requestor>
+  static DWORD Flag(const Requestor& requestor) {
+    return requestor.m_flag;
+  }
+
  private:
   CVarnel& requestor_;
 };

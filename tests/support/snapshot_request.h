@@ -63,6 +63,11 @@ Outcome OutcomeOf(Action action) {
   return Outcome::Returned();
 }
 
+/// What the host agent passes to SetBackupStatus after a request that ended so.
+inline int StatusCode(const Outcome& outcome) {
+  return outcome.thrown ? static_cast<int>(*outcome.thrown) : outcome.alertCode;
+}
+
 /// A requestor of an application whose components may fail one by one.
 class PartialRequestor : public CVarnel {
  public:
@@ -93,8 +98,13 @@ class SnapshotRequest {
     return OutcomeOf([&] { requestor.CreateVssSnapshotSet(details_); });
   }
   Outcome StartAndCreate() {
-    Start();
-    return Create();
+    return OutcomeOf([&] {
+      Start();
+      requestor.CreateVssSnapshotSet(details_);
+    });
+  }
+  Outcome Complete(int snapErrorCode) {
+    return OutcomeOf([&] { requestor.SetBackupStatus(snapErrorCode, details_); });
   }
   Outcome CheckStatus() {
     return OutcomeOf([&] { probe.CheckSelectedWriterStatus(details_); });
@@ -123,6 +133,13 @@ class SnapshotRequest {
   RequestOptions options_;
   std::string details_{kRequestText};
 };
+
+/// How a request without any special wish ends, its completion included. It needs a service that is free for it.
+inline Outcome PlainRequest() {
+  SnapshotRequest request;
+  const Outcome outcome = request.StartAndCreate();
+  return outcome == Outcome::Returned() ? request.Complete(0) : outcome;
+}
 
 /// The name in front of a call log line's arguments.
 inline std::string CallName(const std::string& line) {

@@ -7,11 +7,17 @@
 #include <string>
 #include <vector>
 
+#include "core/varnel.h"
 #include "platform/ascii_case.h"
 #include "platform/com.h"
 #include "platform/host.h"
 #include "platform/tessel/MetadataWrapper.h"
 #include "platform/tessel/TesselCommonClasses.h"
+#include "platform/unicode.h"
+#include "requestors/ExchReq.h"
+#include "requestors/HyperVReq.h"
+#include "tests/support/host_fixture.h"
+#include "tests/support/request.h"
 
 namespace varnel {
 namespace {
@@ -254,6 +260,30 @@ TEST(MachineProcesses, ReportAProgramThatIsNotThere) {
   EXPECT_EQ(CurrentHost().GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
 }
 
+TEST(MachineProcesses, RunACommandOfTheRequestorToItsEnd) {
+  test::RecordingLog log;
+  const ScopedLog scopedLog(log);
+
+  EXPECT_NO_THROW(CVarnel(0).ExecCommand(L"cmd.exe /c exit 0"));
+
+  EXPECT_EQ(log.All(), (std::vector<std::string>{"I - Executing command = cmd.exe /c exit 0",
+                                                 "I Successfully completed execution of command = cmd.exe /c exit 0"}));
+}
+
+TEST(MachineProcesses, TellTheRequestorThatItsCommandFailed) {
+  test::RecordingLog log;
+  const ScopedLog scopedLog(log);
+
+  EXPECT_EQ(test::ThrownLong([] { CVarnel(0).ExecCommand(L"cmd.exe /c exit 1"); }), test::Win32Failure(1));
+
+  EXPECT_EQ(log.Errors(), std::vector<std::string>{"Command Failed, Command=cmd.exe /c exit 1, Error=0x1"});
+}
+
+TEST(MachineProcesses, TellTheRequestorThatItsCommandCannotBeStarted) {
+  EXPECT_EQ(test::ThrownLong([] { CVarnel(0).ExecCommand(L"varnel-no-such-program.exe /k"); }),
+            test::Win32Failure(ERROR_FILE_NOT_FOUND));
+}
+
 // A key of this test's own, gone with it.
 class TestKey {
  public:
@@ -304,6 +334,72 @@ TEST(MachineRegistry, ReadsTextsAndSubKeys) {
   EXPECT_EQ(registry.RegCloseKey(key), ERROR_SUCCESS);
 }
 
+// The Exchange key of a registry that consists of the test's key only.
+class ExchangeRegistry : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_EQ(::RegOverridePredefKey(HKEY_LOCAL_MACHINE, key_.Get()), ERROR_SUCCESS); }
+  void TearDown() override { EXPECT_EQ(::RegOverridePredefKey(HKEY_LOCAL_MACHINE, nullptr), ERROR_SUCCESS); }
+
+  void Set(const std::wstring& subKey, DWORD type, const void* data, std::size_t bytes) {
+    const std::wstring path = L"SOFTWARE\\Microsoft\\ExchangeServer\\" + subKey;
+    ASSERT_EQ(::RegSetKeyValueW(key_.Get(), path.c_str(), L"MsiInstallPath", type, data, static_cast<DWORD>(bytes)),
+              ERROR_SUCCESS);
+  }
+  void SetText(const std::wstring& subKey, const std::wstring& text, DWORD type = REG_SZ) {
+    Set(subKey, type, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
+  }
+  long FindFolder() {
+    ExchangeReq requestor(0);
+    folder_ = L"left over";
+    return RequestorProbe::FindExchangeServerBinFolder(requestor, folder_);
+  }
+
+  const TestKey key_;
+  std::wstring folder_;
+};
+
+TEST_F(ExchangeRegistry, HoldsTheFolderOfTheFirstVersion) {
+  SetText(L"AdminTools\\Setup", L"C:\\Tools");
+  SetText(L"v14\\Setup", L"C:\\Exchange 2010");
+  SetText(L"v15\\Setup", L"C:\\Exchange\\");
+  EXPECT_EQ(FindFolder(), 0);
+  EXPECT_EQ(folder_, L"C:\\Exchange 2010\\Bin\\");
+}
+
+TEST_F(ExchangeRegistry, WithoutTheExchangeKeyIsNotFound) {
+  EXPECT_EQ(FindFolder(), test::Win32Failure(ERROR_FILE_NOT_FOUND));
+  EXPECT_EQ(folder_, L"");
+}
+
+TEST_F(ExchangeRegistry, WithoutAVersionIsNotFound) {
+  SetText(L"v0\\Setup", L"C:\\Exchange");
+  EXPECT_EQ(FindFolder(), test::Win32Failure(774));
+}
+
+TEST_F(ExchangeRegistry, HoldsAPathOf259CharactersAndNoLongerOne) {
+  const std::wstring path = L"C:\\" + std::wstring(256, L'p');
+  SetText(L"v15\\Setup", path);
+  EXPECT_EQ(FindFolder(), 0);
+  EXPECT_EQ(folder_, path + L"\\Bin\\");
+  SetText(L"v15\\Setup", path + L"p");
+  EXPECT_EQ(FindFolder(), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(folder_, L"");
+}
+
+TEST_F(ExchangeRegistry, HoldsNoPathInAValueThatIsNoText) {
+  const DWORD number = 15;
+  Set(L"v15\\Setup", REG_DWORD, &number, sizeof number);
+  EXPECT_EQ(FindFolder(), ERROR_PATH_NOT_FOUND);
+  EXPECT_EQ(folder_, L"");
+}
+
+TEST_F(ExchangeRegistry, HoldsAPathWithItsVariablesExpanded) {
+  ASSERT_TRUE(::SetEnvironmentVariableW(L"VARNEL_TEST_VALUE", L"D:\\Exchange"));
+  SetText(L"v15\\Setup", L"%VARNEL_TEST_VALUE%\\15", REG_EXPAND_SZ);
+  EXPECT_EQ(FindFolder(), 0);
+  EXPECT_EQ(folder_, L"D:\\Exchange\\15\\Bin\\");
+}
+
 TEST(MachineRegistry, ReportsAKeyThatIsNotThere) {
   HKEY key = nullptr;
   EXPECT_EQ(CurrentHost().registry().RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"SOFTWARE\\VarnelNoSuchKey", 0, KEY_READ, &key),
@@ -342,6 +438,37 @@ TEST(MachineFileVersions, ReportAFileThatIsNotThere) {
   VS_FIXEDFILEINFO version{};
   EXPECT_FALSE(CurrentHost().files().GetFileVersion(L"C:\\varnel-no-such-file.exe", &version));
   EXPECT_NE(CurrentHost().GetLastError(), static_cast<DWORD>(ERROR_SUCCESS));
+}
+
+TEST(MachineFileVersions, AreComparedByTheCommonClasses) {
+  using TesselCommonClasses::Version;
+  using TesselCommonClasses::VersionHelper;
+  const std::wstring file = SystemDirectory() + L"\\kernel32.dll";
+  EXPECT_TRUE(VersionHelper::VerifyFileVersions({{file, Version(0, 0, 0, 1)}}));
+  EXPECT_FALSE(VersionHelper::VerifyFileVersions({{file, Version(0xFFFF, 0, 0, 0)}}));
+  EXPECT_FALSE(VersionHelper::VerifyFileVersions({{L"C:\\varnel-no-such-file.exe", Version(0, 0, 0, 0)}}));
+}
+
+TEST(MachineSystem, IsFitForVirtualMachinesOnlyAsAServer) {
+  HyperVReq requestor(0);
+  std::string details;
+  const DWORD result = requestor.ValidateHostConfiguration(details);
+  if (TrueVersion().wProductType == VER_NT_WORKSTATION) {
+    EXPECT_EQ(result, 254u);
+    EXPECT_EQ(details, "Error, status=UnsupportedOSVersion, rc=ConfigError, ca=CheckHostOSVersion;\n");
+  } else {
+    EXPECT_EQ(result == 0, IsInSystemDirectory(L"Vmms.exe")) << details;
+  }
+}
+
+TEST(MachineText, IsConvertedInTheCodePageOfTheThread) {
+  const LCID before = ::GetThreadLocale();
+  ASSERT_TRUE(::SetThreadLocale(MAKELCID(MAKELANGID(LANG_RUSSIAN, SUBLANG_DEFAULT), SORT_DEFAULT)));
+  EXPECT_EQ(AnsiToWide("\xC0\xE0"), L"\u0410\u0430");
+  EXPECT_EQ(WideToAnsi(L"\u0410\u0430"), "\xC0\xE0");
+  ASSERT_TRUE(::SetThreadLocale(MAKELCID(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), SORT_DEFAULT)));
+  EXPECT_EQ(AnsiToWide("\xC0\xE0"), L"\u00C0\u00E0");
+  ::SetThreadLocale(before);
 }
 
 TEST(MachineWmi, NeedsAProcessThatInitialisedCom) {

@@ -3,6 +3,9 @@
 #include <string>
 
 #include "core/varnel.h"
+#include "requestors/ExchReq.h"
+#include "requestors/HyperVReq.h"
+#include "requestors/SqlReq.h"
 
 namespace {
 
@@ -20,6 +23,26 @@ bool Check(bool holds, const char* claim) {
   return holds;
 }
 
+bool Accepts(CVarnel& requestor, const wchar_t* writerId) {
+  VssWriter writer;
+  writer.writerId = writerId;
+  return requestor.IsWriterEligible(writer);
+}
+
+bool CheckApplications() {
+  SqlReq sql(0);
+  ExchangeReq exchange(0, true);
+  HyperVReq hyperV(0);
+  exchange.SetSkipDBVerification();
+  bool good = Check(Accepts(sql, varnel::kSqlServerWriterId) && !Accepts(sql, varnel::kExchangeWriterId),
+                    "SQL Server's requestor takes its own writer only");
+  good &= Check(Accepts(exchange, varnel::kExchangeWriterId) && !Accepts(exchange, varnel::kHyperVWriterId),
+                "Exchange's requestor takes its own writer only");
+  good &= Check(Accepts(hyperV, varnel::kHyperVWriterId) && !Accepts(hyperV, varnel::kSqlServerWriterId),
+                "Hyper-V's requestor takes its own writer only");
+  return good;
+}
+
 }  // namespace
 
 int main() {
@@ -33,5 +56,6 @@ int main() {
   good &= Check(CVarnel::VectorToString({L"a", L"b"}) == L"a, b", "lists join with a comma");
   good &=
       Check(CVarnel::HResult2String(static_cast<long>(VSS_E_BAD_STATE)) == L"VSS_E_BAD_STATE", "results have names");
+  good &= CheckApplications();
   return good ? 0 : 1;
 }
