@@ -1,7 +1,7 @@
 # The front door: one command per task. The builds themselves are CMake presets.
 
 # What `make snapshot` asks of varnelctl, on the sample host unless --host names another.
-VARNELCTL_ARGUMENTS ?= snapshot --app none --disk TSL0001 TSL0002 TSL0003
+VARNELCTL_ARGUMENTS ?= snapshot --app sql --disk TSL0001 TSL0002 TSL0003
 # Installs missing packages; SETUP=: skips that.
 SETUP ?= tools/setup.sh
 # Documents captured from a real server, for the benchmark that reads them; it skips where there are none.

@@ -27,7 +27,7 @@ struct ExitStatusText {
 /// Every status in ascending order, as the help lists them.
 inline constexpr std::array kExitStatuses = {
     ExitStatusText{ExitStatus::Done, "done"},
-    ExitStatusText{ExitStatus::Unexpected, "unexpected failure"},
+    ExitStatusText{ExitStatus::Unexpected, "unexpected failure, or interrupted"},
     ExitStatusText{ExitStatus::Usage, "usage error or unreadable input"},
     ExitStatusText{ExitStatus::WriterFailure, "writers failed (alert 600)"},
     ExitStatusText{ExitStatus::PartialSuccess, "got through, with messages (alert 601)"},

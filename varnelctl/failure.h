@@ -31,16 +31,23 @@ class CallFailure : public std::exception {
   HRESULT hr_;
 };
 
-/// The library refused the volumes or the host before anything was asked of the service. The alert records say why.
+/// Throws CallFailure for a failed call.
+inline void CheckCall(const char* call, HRESULT hr) {
+  if (FAILED(hr)) throw CallFailure(call, hr);
+}
+
+/// The library refused the volumes or the host before anything was asked of the service. what() is the catalogue's
+/// message; the alert records say which volumes.
 class ValidationFailure : public std::runtime_error {
  public:
-  explicit ValidationFailure(DWORD catalogId)
-      : std::runtime_error("the library refuses this request (message " + std::to_string(catalogId) + ")"),
-        catalogId_(static_cast<int>(catalogId)) {}
+  /// \param statusWord of the rule that was broken, as the array knows it.
+  ValidationFailure(DWORD catalogId, std::string statusWord);
   int catalogId() const noexcept { return catalogId_; }
+  const std::string& statusWord() const noexcept { return statusWord_; }
 
  private:
   int catalogId_;
+  std::string statusWord_;
 };
 
 struct Failure {
@@ -49,6 +56,7 @@ struct Failure {
   std::optional<HRESULT> hresult;  ///< of a failed call
   std::string message;             ///< one line of UTF-8
   std::vector<std::string> details;
+  int backupStatus = -1;  ///< what SetBackupStatus is told: the alert code or the thrown HRESULT, else -1
 };
 
 /// Describes an exception. `call` is what was asked of the library when it left as a bare `long`. Belongs where the

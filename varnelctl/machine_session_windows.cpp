@@ -5,10 +5,6 @@
 namespace varnelctl {
 namespace {
 
-void Check(const char* call, HRESULT hr) {
-  if (FAILED(hr)) throw CallFailure(call, hr);
-}
-
 // Writers call back into the requestor under their own accounts, so no access list is set; the cloaking lets the
 // service see the caller's identity.
 HRESULT SetSecurity() {
@@ -19,7 +15,7 @@ HRESULT SetSecurity() {
 }  // namespace
 
 MachineSession::MachineSession() {
-  Check("CoInitializeEx", ::CoInitializeEx(nullptr, COINIT_MULTITHREADED));
+  CheckCall("CoInitializeEx", ::CoInitializeEx(nullptr, COINIT_MULTITHREADED));
   if (const HRESULT hr = SetSecurity(); FAILED(hr)) {
     ::CoUninitialize();
     throw CallFailure("CoInitializeSecurity", hr);

@@ -56,5 +56,5 @@ int main() {
   ::_setmode(::_fileno(stdout), _O_BINARY);
   ::_setmode(::_fileno(stderr), _O_BINARY);
   const Utf8Console console;
-  return varnelctl::RunVarnelctl(Arguments(), std::cout, std::cerr, IsTerminal());
+  return varnelctl::RunVarnelctl(Arguments(), std::cout, std::cerr, IsTerminal(), varnelctl::WatchProcess);
 }

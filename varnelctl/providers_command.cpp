@@ -6,6 +6,7 @@
 #include "platform/com.h"
 #include "varnelctl/command.h"
 #include "varnelctl/text.h"
+#include "varnelctl/vss_object.h"
 
 namespace varnelctl {
 namespace {
@@ -22,57 +23,26 @@ struct Provider {
   bool IsArrayProvider() const { return id == CVarnel::TesselVssProviderID; }
 };
 
-// One entry of the coordinator's list. The texts in it are this object's.
-class ListEntry {
- public:
-  ListEntry() = default;
-  ListEntry(const ListEntry&) = delete;
-  ListEntry& operator=(const ListEntry&) = delete;
-  ~ListEntry() {
-    if (entry_.Type == VSS_OBJECT_PROVIDER) {
-      CurrentHost().vss().CoTaskMemFree(entry_.Obj.Prov.m_pwszProviderName);
-      CurrentHost().vss().CoTaskMemFree(entry_.Obj.Prov.m_pwszProviderVersion);
-    } else if (entry_.Type == VSS_OBJECT_SNAPSHOT) {
-      CurrentHost().vss().VssFreeSnapshotProperties(&entry_.Obj.Snap);
-    }
-  }
-  VSS_OBJECT_PROP* Address() { return &entry_; }
-  bool IsProvider() const { return entry_.Type == VSS_OBJECT_PROVIDER; }
-  Provider Read() const {
-    const VSS_PROVIDER_PROP& properties = entry_.Obj.Prov;
-    return {properties.m_ProviderId, TextOf(properties.m_pwszProviderName), properties.m_eProviderType,
-            TextOf(properties.m_pwszProviderVersion)};
-  }
-
- private:
-  static std::wstring TextOf(const wchar_t* text) { return text == nullptr ? std::wstring() : std::wstring(text); }
-
-  VSS_OBJECT_PROP entry_{};
-};
-
-void Check(const char* call, HRESULT hr) {
-  if (FAILED(hr)) throw CallFailure(call, hr);
-}
-
-std::vector<Provider> ReadList(IVssEnumObject& list) {
-  std::vector<Provider> providers;
-  for (;;) {
-    ListEntry entry;
-    ULONG fetched = 0;
-    Check("IVssEnumObject::Next", list.Next(1, entry.Address(), &fetched));
-    if (fetched == 0) return providers;
-    if (entry.IsProvider()) providers.push_back(entry.Read());
-  }
+std::wstring TextOf(const wchar_t* text) {
+  return text == nullptr ? std::wstring() : std::wstring(text);
 }
 
 std::vector<Provider> ReadProviders() {
   ComPtr<IVssAdmin> admin;
   const HRESULT hr = CurrentHost().vss().CoCreateInstance(varnel::kClsidVssCoordinator, nullptr, CLSCTX_ALL,
                                                           varnel::kIidVssAdmin, reinterpret_cast<void**>(admin.Put()));
-  Check("CoCreateInstance(CLSID_VSSCoordinator)", varnel::Delivered(hr, admin));
+  CheckCall("CoCreateInstance(CLSID_VSSCoordinator)", varnel::Delivered(hr, admin));
   ComPtr<IVssEnumObject> list;
-  Check("IVssAdmin::QueryProviders", admin->QueryProviders(list.Put()));
-  return list ? ReadList(*list) : std::vector<Provider>();
+  CheckCall("IVssAdmin::QueryProviders", admin->QueryProviders(list.Put()));
+  std::vector<Provider> providers;
+  if (!list) return providers;
+  ForEachVssObject(*list, [&](const VssObject& object) {
+    const VSS_PROVIDER_PROP* properties = object.provider();
+    if (properties == nullptr) return;
+    providers.push_back({properties->m_ProviderId, TextOf(properties->m_pwszProviderName), properties->m_eProviderType,
+                         TextOf(properties->m_pwszProviderVersion)});
+  });
+  return providers;
 }
 
 const char* NameOf(VSS_PROVIDER_TYPE type) {

@@ -42,9 +42,9 @@ ExitStatus Guarded(Session& session, Action action) {
   }
 }
 
-ExitStatus RunCommand(const Invocation& invocation, Console& console) {
+ExitStatus RunCommand(const Invocation& invocation, Console& console, InterruptionSource interruption) {
   if (!invocation.command) return ExitStatus::Done;
-  Session session(console, invocation.options.json);
+  Session session(console, invocation.options.json, std::move(interruption));
   return Guarded(session, [&] {
     const LogOfRun log(invocation.options);
     TargetHost host(invocation.options.hostFile);
@@ -54,7 +54,7 @@ ExitStatus RunCommand(const Invocation& invocation, Console& console) {
   });
 }
 
-ExitStatus ParseAndRun(std::vector<std::string> arguments, Console& console) {
+ExitStatus ParseAndRun(std::vector<std::string> arguments, Console& console, InterruptionSource interruption) {
   Invocation invocation;
   try {
     invocation = ParseCommandLine(std::move(arguments), console);
@@ -62,14 +62,15 @@ ExitStatus ParseAndRun(std::vector<std::string> arguments, Console& console) {
     console.Error(error.what());
     return ExitStatus::Usage;
   }
-  return RunCommand(invocation, console);
+  return RunCommand(invocation, console, std::move(interruption));
 }
 
 }  // namespace
 
-int RunVarnelctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& err, bool terminal) {
+int RunVarnelctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& err, bool terminal,
+                 InterruptionSource interruption) {
   Console console(out, err, terminal);
-  ExitStatus status = ParseAndRun(std::move(arguments), console);
+  ExitStatus status = ParseAndRun(std::move(arguments), console, std::move(interruption));
   if (!console.Flush()) {
     console.Error("standard output did not take everything");
     if (status == ExitStatus::Done) status = ExitStatus::Unexpected;

@@ -5,10 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "varnelctl/interruption.h"
+
 namespace varnelctl {
 
 /// Runs varnelctl. \param arguments UTF-8, without the program's name. \param terminal whether `out` is one.
-/// \return the exit status.
-int RunVarnelctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& err, bool terminal = false);
+/// \param interruption how the user can end a run that must not just stop. \return the exit status.
+int RunVarnelctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& err, bool terminal = false,
+                 InterruptionSource interruption = {});
 
 }  // namespace varnelctl

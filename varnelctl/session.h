@@ -8,17 +8,21 @@
 #include "simulator/machine.h"
 #include "varnelctl/console.h"
 #include "varnelctl/failure.h"
+#include "varnelctl/interruption.h"
 
 namespace varnelctl {
 
 class Session {
  public:
-  Session(Console& sessionConsole, bool printJson) : console(sessionConsole), json(printJson) {}
+  Session(Console& sessionConsole, bool printJson, InterruptionSource source)
+      : console(sessionConsole), json(printJson), watchInterruption(std::move(source)) {}
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
   Console& console;
   const bool json;
+  /// Empty when nobody can interrupt.
+  const InterruptionSource watchInterruption;
   /// The simulated host's call log, null on a real machine. Borrowed while the command runs.
   const varnel::simulator::CallLog* calls = nullptr;
   /// The library's error-details argument: the alert records collected so far.

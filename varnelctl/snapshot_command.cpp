@@ -38,8 +38,8 @@ class OutputFile {
 class QuietProgress : public PhaseListener {
  public:
   explicit QuietProgress(Console& progressConsole) : console(progressConsole) {}
-  void Started(const std::string&) override {}
-  void Ended(const Phase&, bool) override {}
+  void Started(const std::string& /*name*/) override {}
+  void Ended(const Phase& /*phase*/, bool /*succeeded*/) override {}
   void Warned(const std::string& warning) override { console.Warning(warning); }
 
  protected:
@@ -66,15 +66,18 @@ class SnapshotCommand final : public Command {
  public:
   const char* name() const override { return "snapshot"; }
   const char* description() const override {
-    return "Take an application-consistent snapshot set of disks, from the first check to the catalogue";
+    return "Take an application-consistent snapshot set of disks, from the first check to what becomes of the set";
   }
   const char* examples() const override {
-    return "  varnelctl snapshot --app none --disk TSL0001 TSL0002\n"
+    return "  varnelctl snapshot --app sql --disk TSL0001 TSL0002 TSL0003\n"
+           "  varnelctl snapshot --app exchange --disk TSL1001 TSL1002 --context app-rollback --verify --then mask "
+           "--disconnect\n"
            "  varnelctl snapshot --app none --disk TSL0001 --json --document backup.xml --catalog catalog.json\n";
   }
   void AddOptions(CLI::App& app) override { AddSnapshotOptions(app, options_); }
 
   ExitStatus Run(Session& session) override {
+    CheckSnapshotOptions(options_);
     if (options_.callsFile && session.calls == nullptr) {
       throw UsageError("--calls needs a simulated host: this machine keeps no log of its calls");
     }

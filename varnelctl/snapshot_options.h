@@ -13,21 +13,36 @@ class App;
 
 namespace varnelctl {
 
+/// The application to quiesce; None takes every writer.
+enum class Application { None, Sql, Exchange, HyperV };
+
+/// What becomes of a set that was taken.
+enum class Then { Keep, Break, Mask, Delete };
+
 struct SnapshotOptions {
-  std::string application = "none";
+  Application application = Application::None;
   std::vector<std::string> disks;  ///< serial numbers, as the devices report them
   int writerCode = 0;
   DWORD context = 0;
   VSS_BACKUP_TYPE backupType = VSS_BT_FULL;
   DWORD testPoints = 0;
+  bool verify = false;
+  bool skipDbVerification = false;
   bool acceptExtraVolumes = false;
+  Then then = Then::Keep;
+  bool disconnect = false;
   std::optional<std::string> documentFile;
   std::optional<std::string> catalogFile;
   std::optional<std::string> callsFile;
+
+  bool IsTransportable() const { return (context & VSS_VOLSNAP_ATTR_TRANSPORTABLE) != 0; }
 };
 
 /// Declares the options; they are bound to `options`, which must outlive the parse.
 void AddSnapshotOptions(CLI::App& app, SnapshotOptions& options);
+
+/// Refuses what cannot be asked for together. Throws UsageError.
+void CheckSnapshotOptions(const SnapshotOptions& options);
 
 /// The VSS context of "backup", "app-rollback+transportable", "0x29" or "41"; nothing for anything else.
 std::optional<DWORD> ParseContext(const std::string& text);

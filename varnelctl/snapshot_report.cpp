@@ -76,29 +76,81 @@ Json TextsJson(const std::vector<std::string>& texts) {
   return list;
 }
 
+const char* NameOf(SetState state) {
+  switch (state) {
+    case SetState::None:
+      return "none";
+    case SetState::Kept:
+      return "kept";
+    case SetState::Released:
+      return "released";
+    case SetState::Deleted:
+      return "deleted";
+    case SetState::Broken:
+      return "broken";
+    case SetState::Masked:
+      return "masked";
+    case SetState::Unknown:
+      break;
+  }
+  return "unknown";
+}
+
+// Why a set exists behind a failed request; empty behind one that got through.
+std::string WhyStillThere(const SnapshotRun& run) {
+  if (run.copiesLeft()) {
+    const std::size_t count = *run.copiesLeft();
+    return ", because " + std::to_string(count) + (count == 1 ? " shadow copy" : " shadow copies") +
+           " could not be deleted";
+  }
+  if (run.gotThrough()) return {};
+  return ", although the request failed: deleting a transportable set is up to the array";
+}
+
+std::string DescribeState(const SnapshotRun& run) {
+  switch (run.setState()) {
+    case SetState::None:
+      return "not taken";
+    case SetState::Kept:
+      return (run.options().IsTransportable() ? "kept for the array" : "kept until it is deleted") + WhyStillThere(run);
+    case SetState::Released:
+      return "released when this program ends, as its context says" + WhyStillThere(run);
+    case SetState::Deleted:
+      return run.gotThrough() ? "deleted" : "deleted, because the request failed";
+    case SetState::Broken:
+      return "broken, its disks are ordinary read-write disks of this host";
+    case SetState::Masked:
+      return "broken and masked, its disks are hidden from this host";
+    case SetState::Unknown:
+      break;
+  }
+  return run.options().IsTransportable() ? "unknown, as this host does not see transportable sets: ask the array"
+                                         : "unknown, as the service did not say whether it is still there";
+}
+
+void PrintShadowCopy(Console& console, const ShadowCopyView& copy) {
+  console.Line("  " + Printable(copy.mountPoint.empty() ? copy.volume.volumeName : copy.mountPoint) + "  on disk " +
+               Quoted(copy.sourceSerialNumber));
+  console.Line("    volume       " + Printable(copy.volume.volumeName));
+  console.Line("    shadow copy  " + (copy.volume.snapshotId.empty() ? "none" : Printable(copy.volume.snapshotId)));
+  if (copy.volume.snapshotDeviceName.empty()) {
+    console.Line("    not surfaced on this host");
+    return;
+  }
+  console.Line("    device       " + Printable(copy.volume.snapshotDeviceName));
+  console.Line("    disk         " + Printable(copy.disk.diskName) + ", serial " + Quoted(copy.disk.serialNumber));
+}
+
 void PrintSet(Console& console, const SnapshotRun& run) {
   const std::string id = Printable(run.requestor().GetSnapShotSetId());
-  if (id.empty()) return;
-  console.Line("Snapshot set " + id + (run.taken() ? "" : "  (the request failed; parts of it may exist)"));
-  for (const ShadowCopyView& copy : run.shadowCopies()) {
-    console.Line("  " + Printable(copy.mountPoint.empty() ? copy.volume.volumeName : copy.mountPoint) + "  on disk \"" +
-                 Printable(copy.sourceSerialNumber) + "\"");
-    console.Line("    volume       " + Printable(copy.volume.volumeName));
-    console.Line("    shadow copy  " + (copy.volume.snapshotId.empty() ? "none" : Printable(copy.volume.snapshotId)));
-    if (copy.volume.snapshotDeviceName.empty()) {
-      console.Line("    not surfaced on this host");
-      continue;
-    }
-    console.Line("    device       " + Printable(copy.volume.snapshotDeviceName));
-    console.Line("    disk         " + Printable(copy.disk.diskName) + ", serial \"" +
-                 Printable(copy.disk.serialNumber) + "\"");
-  }
+  console.Line((id.empty() ? "Snapshot set: " : "Snapshot set " + id + ": ") + DescribeState(run));
+  for (const ShadowCopyView& copy : run.shadowCopies()) PrintShadowCopy(console, copy);
 }
 
 std::string DisksOf(const VssComponent& component) {
   std::string disks;
   for (const std::wstring& serialNumber : component.affectedSerialNumbers) {
-    disks += (disks.empty() ? "  on \"" : ", \"") + Printable(serialNumber) + "\"";
+    disks += (disks.empty() ? "  on " : ", ") + Quoted(serialNumber);
   }
   return disks;
 }
@@ -142,11 +194,33 @@ void PrintCaptured(Console& console, const SnapshotRun& run) {
   PrintComponents(console, run, HasFailed);
 }
 
+void PrintObjects(Console& console, std::string_view label, const std::vector<std::string>& objects) {
+  for (const std::string& object : objects) {
+    console.Line("    " + std::string(label) + Printable(varnel::Utf8ToWideLossy(object)));
+  }
+}
+
+void PrintCatalog(Console& console, const SnapshotRun& run) {
+  if (run.catalog().empty()) return;
+  console.Line("Catalogue by disk");
+  for (const auto& [serialNumber, info] : run.catalog()) {
+    console.Line("  disk " + Quoted(varnel::Utf8ToWideLossy(serialNumber)));
+    PrintObjects(console, "object id    ", info.appObjectIds);
+    PrintObjects(console, "object name  ", info.appObjectNames);
+    PrintObjects(console, "other id     ", info.otherObjectIds);
+    PrintObjects(console, "other name   ", info.otherObjectNames);
+  }
+}
+
 void PrintLeftOut(Console& console, const SnapshotRun& run) {
   if (run.leftOut().empty()) return;
   console.Line("Left out");
   const VssWriter* writer = nullptr;
   for (const LeftOut& entry : run.leftOut()) {
+    if (entry.component == nullptr) {
+      console.Line("  " + Printable(entry.writer->name) + ": " + entry.reason);
+      continue;
+    }
     if (entry.writer != writer) console.Line("  " + Printable(entry.writer->name));
     writer = entry.writer;
     console.Line("    " + Printable(entry.component->fullPath) + ": " + entry.reason);
@@ -168,6 +242,7 @@ Json CatalogDocument(const SnapshotRun& run) {
 
 Json SnapshotDocument(const SnapshotRun& run) {
   return {{"snapshotSetId", Utf8(run.requestor().GetSnapShotSetId())},
+          {"setState", NameOf(run.setState())},
           {"result", ResultJson(run)},
           {"errorDetails", Utf8(varnel::Utf8ToWideLossy(run.errorDetails()))},
           {"writers", WritersJson(run.requestor().GetWriters())},
@@ -181,7 +256,10 @@ Json SnapshotDocument(const SnapshotRun& run) {
 void PrintSnapshot(Console& console, const SnapshotRun& run) {
   console.Line("");
   PrintSet(console, run);
-  if (run.taken()) PrintCaptured(console, run);
+  if (run.gotThrough()) {
+    PrintCaptured(console, run);
+    PrintCatalog(console, run);
+  }
   PrintLeftOut(console, run);
 }
 

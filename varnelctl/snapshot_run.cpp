@@ -1,22 +1,17 @@
 #include "varnelctl/snapshot_run.h"
 
 #include <algorithm>
-#include <set>
+#include <functional>
 
 #include "platform/ascii_case.h"
 #include "platform/unicode.h"
+#include "varnelctl/application.h"
 #include "varnelctl/text.h"
 
 namespace varnelctl {
 namespace {
 
-using TesselCommonClasses::DiskAndVolumeEnumerator;
 using TesselCommonClasses::WindowsDiskDevice;
-
-// Blanks count in a serial number, so it is always shown in quotes.
-std::string Quoted(const std::wstring& text) {
-  return "\"" + Printable(text) + "\"";
-}
 
 std::wstring Trimmed(const std::wstring& text) {
   const std::size_t first = text.find_first_not_of(L' ');
@@ -34,52 +29,41 @@ std::string HintFor(const std::wstring& serialNumber, const std::vector<WindowsD
   return {};
 }
 
-// The serial numbers of the component's disks, each once; `unknown` is a directory whose disk cannot be told.
-std::set<std::wstring> DisksOf(const VssComponent& component, VolumeSerials& serials, std::wstring& unknown) {
-  std::set<std::wstring> disks;
-  for (const VssFileDescriptor& file : component.files) {
-    const std::wstring& serialNumber = serials.Of(file.volumeName);
-    if (serialNumber.empty()) {
-      unknown = file.expandedPath;
-    } else {
-      disks.insert(serialNumber);
-    }
-  }
-  return disks;
+// The host check tells its status word in the alert record only.
+const char* StatusWordOfHostCheck(DWORD catalogId) {
+  constexpr DWORD kUnsupportedOsId = 254;
+  return catalogId == kUnsupportedOsId ? varnel::alert::kUnsupportedOs.tag : varnel::alert::kMissingHotfixes.tag;
+}
+
+// Messages about a set that there is, as opposed to a failure.
+bool GotThrough(const Failure& failure) {
+  return failure.alertCode == VarnelException::PartialSuccess || failure.status == ExitStatus::Done;
 }
 
 }  // namespace
 
-bool IsCaptured(const VssWriter& writer, const VssComponent& component) {
-  if (writer.excluded || component.excluded) return false;
-  return component.added || std::any_of(writer.components.begin(), writer.components.end(), [&](const auto& parent) {
-           return parent.added && varnel::IsAncestor(parent, component);
-         });
-}
+// One of the things that may be done with a set.
+struct SnapshotRun::Step {
+  std::string option;
+  std::string phase;
+  std::optional<SetState> result;  // nothing: the set stays what it is
+  std::function<void()> action;
+};
 
 SnapshotRun::SnapshotRun(Session& session, const SnapshotOptions& options, PhaseListener& listener)
-    : session_(session),
-      options_(options),
-      listener_(listener),
-      requestor_(std::make_unique<CVarnel>(options.testPoints)) {
+    : session_(session), options_(options), requestor_(MakeRequestor(options)), phases_(session, listener) {
   for (const std::string& disk : options.disks) serialNumbers_.push_back(varnel::Utf8ToWideLossy(disk));
+  requestor_->SetDiskAndVolumeEnumeratorObj(&enumerator_);
 }
 
 SnapshotRun::~SnapshotRun() = default;
 
 void SnapshotRun::Run() {
-  try {
-    Sequence();
-  } catch (...) {
-    NoteFailure();
-  }
-  // What can be told after a failure is told, too; what cannot is one more detail of it.
-  try {
-    FindShadowCopies();
-    ExplainWhatWasLeftOut();
-  } catch (...) {
-    NoteFailure();
-  }
+  Attempt([&] { Sequence(); });
+  Complete();
+  FollowUp();
+  phases_.StopWatching();
+  Attempt([&] { leftOut_ = FindLeftOut(requestor_->GetWriters(), serialNumbers_, enumerator_); });
 }
 
 void SnapshotRun::Sequence() {
@@ -89,32 +73,37 @@ void SnapshotRun::Sequence() {
   const std::string requestText = "writer=" + std::to_string(options_.writerCode) + ",";
   session_.errorDetails = requestText;
   requestTextLength_ = requestText.size();
-  InPhase("Initialize", [&] {
+  phases_.Run("Initialize", [&] {
     requestor_->SetInputDriveSerialNos(serialNumbers_);
     requestor_->Initialize(options_.context, L"", false, options_.backupType, session_.errorDetails, &enumerator_);
   });
-  InPhase("CreateVssSnapshotSet", [&] { Create(); });
-  InPhase("GetSnapshotMeatadata", [&] { ReadResults(); });
+  phases_.Run("CreateVssSnapshotSet", [&] { Create(); });
+  phases_.Run("GetSnapshotMeatadata", [&] { ReadResults(); });
+  if (options_.verify) Verify();
+  phases_.ThrowIfInterrupted();
 }
 
 // The library takes a serial number that no disk has for an extra disk; a typing error deserves a plainer word.
 void SnapshotRun::CheckDisks() {
-  InPhase("EnumerateDisks", [&] {
+  phases_.Run("EnumerateDisks", [&] {
     const std::vector<WindowsDiskDevice>& disks = enumerator_.GetDisks();
     for (const std::wstring& serialNumber : serialNumbers_) {
       const bool known =
           std::any_of(disks.begin(), disks.end(), [&](const auto& disk) { return disk.serialNumber == serialNumber; });
-      if (!known)
-        listener_.Warned("no disk of this host has serial " + Quoted(serialNumber) + HintFor(serialNumber, disks));
+      if (!known) {
+        phases_.Warn("no disk of this host has serial " + Quoted(serialNumber) + HintFor(serialNumber, disks));
+      }
     }
   });
 }
 
 void SnapshotRun::Validate() {
-  InPhase("ValidateHostConfiguration", [&] {
-    if (const DWORD code = requestor_->ValidateHostConfiguration(session_.errorDetails)) throw ValidationFailure(code);
+  phases_.Run("ValidateHostConfiguration", [&] {
+    if (const DWORD code = requestor_->ValidateHostConfiguration(session_.errorDetails)) {
+      throw ValidationFailure(code, StatusWordOfHostCheck(code));
+    }
   });
-  InPhase("ValidateVolumes", [&] {
+  phases_.Run("ValidateVolumes", [&] {
     std::vector<std::string> volumes;
     for (const std::wstring& serialNumber : serialNumbers_) {
       std::vector<std::wstring> names;
@@ -123,21 +112,25 @@ void SnapshotRun::Validate() {
     }
     std::string status;
     if (const DWORD code = requestor_->ValidateVolumes(volumes, status, session_.errorDetails, options_.disks, "")) {
-      throw ValidationFailure(code);
+      throw ValidationFailure(code, status);
     }
   });
 }
 
-// What is missing here makes a later step fail with its own message; a warning says it early.
+// What is missing here, or cannot be asked for, makes a later step fail with its own message; a warning says it early.
 void SnapshotRun::CheckPresence() {
-  InPhase("IsTesselVSSProviderPresent", [&] {
-    if (!requestor_->IsTesselVSSProviderPresent()) {
-      listener_.Warned("the array's VSS hardware provider is not registered on this host");
-    }
-  });
-  InPhase("IsWriterPresent", [&] {
-    if (!requestor_->IsWriterPresent(session_.errorDetails)) {
-      listener_.Warned("no writer of this application is present on this host");
+  WarnUnless("IsTesselVSSProviderPresent", "the array's VSS hardware provider is not registered on this host",
+             [&] { return requestor_->IsTesselVSSProviderPresent(); });
+  WarnUnless("IsWriterPresent", "no writer of this application is present on this host",
+             [&] { return requestor_->IsWriterPresent(session_.errorDetails); });
+}
+
+void SnapshotRun::WarnUnless(const std::string& phase, const std::string& warning, const std::function<bool()>& holds) {
+  phases_.Run(phase, [&] {
+    try {
+      if (!holds()) phases_.Warn(warning);
+    } catch (long) {
+      phases_.Warn(DescribeFailure(std::current_exception(), phase).message);
     }
   });
 }
@@ -150,7 +143,10 @@ void SnapshotRun::Create() {
     const int code = alert.GetAlertCode();
     if (code != VarnelException::PartialSuccess && code != VarnelException::ExtraVolumes) throw;
     NoteFailure();
-    if (code == VarnelException::ExtraVolumes && options_.acceptExtraVolumes) failure_->status = ExitStatus::Done;
+    if (code == VarnelException::ExtraVolumes && options_.acceptExtraVolumes) {
+      failure_->status = ExitStatus::Done;
+      failure_->backupStatus = 0;
+    }
   }
   taken_ = true;
 }
@@ -160,88 +156,167 @@ void SnapshotRun::ReadResults() {
   if (const char* databases = requestor_->getSuccesfulDBList()) databases_ = databases;
 }
 
-// Also after a failure: a set that was begun may be there, and its identifiers are what one needs to remove it.
-void SnapshotRun::FindShadowCopies() {
-  for (const SnapshotVolumeInfo& volume : requestor_->GetSnapshotVolumes()) {
-    ShadowCopyView& view = shadowCopies_.emplace_back();
-    view.volume = volume;
-    WindowsDiskDevice source;
-    enumerator_.GetDiskDeviceForUniqueVolume(volume.volumeName, source);
-    view.sourceSerialNumber = source.serialNumber;
-    std::vector<TesselCommonClasses::WindowsVolumeInfo> volumes;
-    enumerator_.GetVolumesForGivenDisk(source.serialNumber, volumes);
-    for (const auto& candidate : volumes) {
-      if (varnel::ascii::EqualIgnoringCase(candidate.uniqueVolumeName, volume.volumeName)) {
-        view.mountPoint = candidate.mountPoint;
-      }
+// The checker may run for hours: not on a set that is about to be deleted.
+void SnapshotRun::Verify() {
+  if (failure_ && !GotThrough(*failure_)) {
+    phases_.Warn("--verify is left out: the request failed, and its set is deleted");
+    return;
+  }
+  phases_.Run("VerifySnapShotData", [&] { requestor_->VerifySnapShotData(); });
+}
+
+// The set is looked at before and after only where its state cannot be told otherwise.
+void SnapshotRun::Complete() {
+  const int code = failure_ ? failure_->backupStatus : 0;
+  gotThrough_ = taken_ && (!failure_ || GotThrough(*failure_));
+  Attempt([&] { shadowCopies_ = FindShadowCopies(*requestor_, enumerator_); });
+  const std::optional<std::size_t> copiesBefore =
+      !gotThrough_ && MayBeListed() ? AskForCopies() : std::optional<std::size_t>();
+  Attempt(
+      [&] { phases_.RunAnyway("SetBackupStatus", [&] { requestor_->SetBackupStatus(code, session_.errorDetails); }); });
+  setState_ = gotThrough_ ? StateOfExistingSet() : StateAfterFailure(copiesBefore);
+}
+
+// The service lists neither what it was never asked to make nor what is not surfaced here.
+bool SnapshotRun::MayBeListed() const {
+  const std::vector<SnapshotVolumeInfo>& volumes = requestor_->GetSnapshotVolumes();
+  const bool complete = !volumes.empty() && std::none_of(volumes.begin(), volumes.end(),
+                                                         [](const auto& volume) { return volume.snapshotId.empty(); });
+  return complete && !options_.IsTransportable();
+}
+
+SetState SnapshotRun::StateOfExistingSet() const {
+  const bool goes = (options_.context & VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE) == 0 && !options_.IsTransportable();
+  return goes ? SetState::Released : SetState::Kept;
+}
+
+SetState SnapshotRun::StateAfterFailure(const std::optional<std::size_t>& copiesBefore) {
+  if (!MayBeListed()) {
+    if (taken_) return StateOfExistingSet();
+    const std::vector<SnapshotVolumeInfo>& volumes = requestor_->GetSnapshotVolumes();
+    const bool begun = !volumes.empty() && !volumes.back().snapshotId.empty();
+    return begun ? SetState::Unknown : SetState::None;
+  }
+  if (!copiesBefore) return SetState::Unknown;
+  if (*copiesBefore == 0) return SetState::None;
+  const std::optional<std::size_t> copiesAfter = AskForCopies();
+  if (!copiesAfter) return SetState::Unknown;
+  if (*copiesAfter == 0) return SetState::Deleted;
+  copiesLeft_ = copiesAfter;
+  return StateOfExistingSet();
+}
+
+std::optional<std::size_t> SnapshotRun::AskForCopies() {
+  std::optional<std::size_t> count;
+  Attempt([&] { count = CountShadowCopies(requestor_->GetSnapShotSetId()); });
+  return count;
+}
+
+void SnapshotRun::FollowUp() {
+  std::string reason = WhyNothingFollows();
+  for (const Step& step : StepsWanted()) {
+    if (!reason.empty()) {
+      phases_.Warn(step.option + " is left out: " + reason);
+      continue;
     }
-    if (!volume.snapshotDeviceName.empty()) {
-      enumerator_.GetDiskDeviceForUniqueVolume(volume.snapshotDeviceName, view.disk);
+    try {
+      phases_.Run(step.phase, step.action);
+      setState_ = step.result.value_or(setState_);
+    } catch (const Interrupted&) {
+      NoteFailure();
+      reason = "the run was interrupted";
+    } catch (...) {
+      NoteFailure();
+      if (!step.result) continue;  // what else is wanted of the set does not depend on it
+      reason = step.phase + " failed";
+      LookAfterFailedStep(*step.result);
     }
   }
 }
 
-void SnapshotRun::ExplainWhatWasLeftOut() {
-  VolumeSerials serials(enumerator_);
-  for (const VssWriter& writer : requestor_->GetWriters()) {
-    for (const VssComponent& component : writer.components) {
-      if (!IsCaptured(writer, component)) {
-        leftOut_.push_back({&writer, &component, ReasonFor(writer, component, serials)});
-      }
-    }
+// Masked disks are no longer seen on their sessions, so these end first. Elsewhere it is the other way round: a set
+// whose disks are gone can be neither broken nor deleted.
+std::vector<SnapshotRun::Step> SnapshotRun::StepsWanted() {
+  std::vector<Step> steps;
+  switch (options_.then) {
+    case Then::Keep:
+      break;
+    case Then::Break:
+      steps.push_back({"--then break", "BreakSnapshotSet", SetState::Broken,
+                       [this] { requestor_->BreakSnapshotSet(session_.errorDetails); }});
+      break;
+    case Then::Mask:
+      steps.push_back({"--then mask", "MaskSnapshotSet", SetState::Masked,
+                       [this] { requestor_->MaskSnapshotSet(session_.errorDetails); }});
+      break;
+    case Then::Delete:
+      steps.push_back({"--then delete", "DeleteSnapshotSet", SetState::Deleted,
+                       [this] { requestor_->DeleteSnapshotSet(session_.errorDetails); }});
+      break;
+  }
+  if (options_.disconnect) {
+    steps.insert(options_.then == Then::Mask ? steps.begin() : steps.end(),
+                 Step{"--disconnect", "DisconnectSnapshotLuns", std::nullopt,
+                      [this] { requestor_->DisconnectSnapshotLuns(session_.errorDetails); }});
+  }
+  return steps;
+}
+
+std::string SnapshotRun::WhyNothingFollows() const {
+  if (gotThrough_) return {};
+  switch (setState_) {
+    case SetState::None:
+      return "no snapshot set was taken";
+    case SetState::Deleted:
+      return "the set was deleted because the request failed";
+    default:
+      return "the request failed";
   }
 }
 
-std::string SnapshotRun::ReasonFor(const VssWriter& writer, const VssComponent& component, VolumeSerials& serials) {
-  if (!component.excluded && !writer.excluded) {
-    return component.selectable ? "the request ended before it was added"
-                                : "it is not selectable, and no selectable parent is included";
+// Part of the set may be gone.
+void SnapshotRun::LookAfterFailedStep(SetState wanted) {
+  if (!MayBeListed()) return;
+  const std::optional<std::size_t> copies = AskForCopies();
+  if (!copies) {
+    setState_ = SetState::Unknown;
+  } else if (*copies == 0) {
+    setState_ = wanted == SetState::Deleted ? SetState::Deleted : SetState::Unknown;
+  } else if (*copies < shadowCopies_.size()) {
+    copiesLeft_ = copies;
   }
-  if (component.files.empty()) return "it has no files";
-  std::wstring unknown;
-  std::string missing;
-  for (const std::wstring& serialNumber : DisksOf(component, serials, unknown)) {
-    if (serialNumber == DiskAndVolumeEnumerator::systemDriveSerialNumber) {
-      return "disk " + Quoted(serialNumber) + " holds the system";
-    }
-    if (std::find(serialNumbers_.begin(), serialNumbers_.end(), serialNumber) == serialNumbers_.end()) {
-      missing += (missing.empty() ? "" : ", ") + Quoted(serialNumber);
-    }
-  }
-  if (!missing.empty()) return "not in the protection set: disk " + missing;
-  if (!unknown.empty()) return "the disk of " + Printable(unknown) + " is not known";
-  return "it is not among the databases that the array named";
 }
 
 std::string SnapshotRun::errorDetails() const {
   return session_.errorDetails.substr(std::min(requestTextLength_, session_.errorDetails.size()));
 }
 
-void SnapshotRun::InPhase(const std::string& name, const std::function<void()>& action) {
-  varnel::Time& time = varnel::CurrentHost().time();
-  const ULONGLONG start = time.GetTickCount64();
-  listener_.Started(name);
-  const auto end = [&](bool succeeded) {
-    phases_.push_back({name, time.GetTickCount64() - start});
-    listener_.Ended(phases_.back(), succeeded);
-  };
+template <class Action>
+void SnapshotRun::Attempt(Action action) {
   try {
-    session_.Ask(name, action);
+    action();
   } catch (...) {
-    end(false);
-    throw;
+    NoteFailure();
   }
-  end(true);
 }
 
-// The first failure is the outcome of the request; what fails behind it is a detail.
+// The first failure is the outcome of the request, in the place of mere messages; what else fails is a detail.
 void SnapshotRun::NoteFailure() {
   Failure failure = DescribeFailure(std::current_exception(), session_.call());
-  if (failure_) {
-    failure_->details.push_back(failure.message);
-  } else {
+  if (!failure_) {
     failure_ = std::move(failure);
+    return;
   }
+  if (GotThrough(*failure_) && !GotThrough(failure)) {
+    failure.details.push_back(failure_->message);
+    failure.details.insert(failure.details.end(), failure_->details.begin(), failure_->details.end());
+    failure_ = std::move(failure);
+    return;
+  }
+  // An alert's message does not say where it was raised.
+  std::string detail = failure.alertCode == 0 ? failure.message : session_.call() + ": " + failure.message;
+  std::vector<std::string>& details = failure_->details;
+  if (std::find(details.begin(), details.end(), detail) == details.end()) details.push_back(std::move(detail));
 }
 
 }  // namespace varnelctl

@@ -1,4 +1,4 @@
-// One snapshot from the first check to the last getter, and what came of it.
+// One snapshot from the first check to what becomes of its set, and what came of it.
 #pragma once
 
 #include <functional>
@@ -10,43 +10,23 @@
 
 #include "core/varnel.h"
 #include "varnelctl/failure.h"
+#include "varnelctl/left_out.h"
+#include "varnelctl/phases.h"
 #include "varnelctl/session.h"
+#include "varnelctl/shadow_copies.h"
 #include "varnelctl/snapshot_options.h"
-#include "varnelctl/storage_view.h"
 
 namespace varnelctl {
 
-struct Phase {
-  std::string name;
-  unsigned long long milliseconds = 0;
-};
-
-/// Told when a phase starts and when it ends.
-class PhaseListener {
- public:
-  virtual ~PhaseListener() = default;
-  virtual void Started(const std::string& name) = 0;
-  virtual void Ended(const Phase& phase, bool succeeded) = 0;
-  /// Something that a later phase may fail over.
-  virtual void Warned(const std::string& warning) = 0;
-};
-
-/// A shadow copy, its source, and the disk that the host found it on; no disk when the copy is not surfaced here.
-struct ShadowCopyView {
-  SnapshotVolumeInfo volume;
-  std::wstring mountPoint;          ///< of the source volume; empty when it has none
-  std::wstring sourceSerialNumber;  ///< of the disk that holds the source volume
-  TesselCommonClasses::WindowsDiskDevice disk;
-};
-
-/// Whether the component is part of the set: the service was given it or a parent of it.
-bool IsCaptured(const VssWriter& writer, const VssComponent& component);
-
-/// A component that was left out, and why.
-struct LeftOut {
-  const VssWriter* writer = nullptr;
-  const VssComponent* component = nullptr;
-  std::string reason;
+/// What became of the snapshot set.
+enum class SetState {
+  None,      ///< it was never taken
+  Kept,      ///< it stays until somebody deletes it
+  Released,  ///< it goes when the requestor is released, at the end of the program
+  Deleted,
+  Broken,   ///< its disks are ordinary disks of this host
+  Masked,   ///< broken, and its disks were taken from this host
+  Unknown,  ///< nobody could say
 };
 
 /// Drives one requestor in the host agent's order of calls. Keeps the requestor: a set whose context releases it stays
@@ -58,14 +38,21 @@ class SnapshotRun {
   SnapshotRun(const SnapshotRun&) = delete;
   SnapshotRun& operator=(const SnapshotRun&) = delete;
 
-  /// Runs every phase. A failure ends the sequence and is kept; nothing is thrown for it.
+  /// Runs every phase. A failure ends the sequence, the backup is completed all the same, and the failure is kept;
+  /// nothing is thrown for it.
   void Run();
 
   const CVarnel& requestor() const { return *requestor_; }
-  const std::vector<Phase>& phases() const { return phases_; }
+  const SnapshotOptions& options() const { return options_; }
+  const std::vector<Phase>& phases() const { return phases_.list(); }
   const std::optional<Failure>& failure() const { return failure_; }
-  /// Whether the request got through, with or without messages.
+  /// Whether a set was taken, whatever became of it.
   bool taken() const { return taken_; }
+  /// Whether the request got through, with or without messages: its set is not deleted for a failure.
+  bool gotThrough() const { return gotThrough_; }
+  SetState setState() const { return setState_; }
+  /// How many shadow copies are left of a set that could not be deleted whole; nothing for any other.
+  const std::optional<std::size_t>& copiesLeft() const { return copiesLeft_; }
   /// The alert records, without the request text in front.
   std::string errorDetails() const;
   const std::map<std::string, ApplicationObjectMeatadataInfo>& catalog() const { return catalog_; }
@@ -74,27 +61,40 @@ class SnapshotRun {
   const std::vector<LeftOut>& leftOut() const { return leftOut_; }
 
  private:
+  struct Step;
+
   void Sequence();
   void CheckDisks();
   void Validate();
   void CheckPresence();
+  void WarnUnless(const std::string& phase, const std::string& warning, const std::function<bool()>& holds);
   void Create();
   void ReadResults();
-  void FindShadowCopies();
-  void ExplainWhatWasLeftOut();
-  std::string ReasonFor(const VssWriter& writer, const VssComponent& component, VolumeSerials& serials);
-  void InPhase(const std::string& name, const std::function<void()>& action);
+  void Verify();
+  void Complete();
+  SetState StateAfterFailure(const std::optional<std::size_t>& copiesBefore);
+  SetState StateOfExistingSet() const;
+  bool MayBeListed() const;
+  std::optional<std::size_t> AskForCopies();
+  void FollowUp();
+  std::vector<Step> StepsWanted();
+  std::string WhyNothingFollows() const;
+  void LookAfterFailedStep(SetState wanted);
+  template <class Action>
+  void Attempt(Action action);
   void NoteFailure();
 
   Session& session_;
   const SnapshotOptions& options_;
-  PhaseListener& listener_;
   TesselCommonClasses::DiskAndVolumeEnumerator enumerator_;
   std::unique_ptr<CVarnel> requestor_;
+  Phases phases_;
   std::vector<std::wstring> serialNumbers_;
-  std::vector<Phase> phases_;
   std::optional<Failure> failure_;
   bool taken_ = false;
+  bool gotThrough_ = false;
+  SetState setState_ = SetState::None;
+  std::optional<std::size_t> copiesLeft_;
   std::size_t requestTextLength_ = 0;
   std::map<std::string, ApplicationObjectMeatadataInfo> catalog_;
   std::vector<ShadowCopyView> shadowCopies_;

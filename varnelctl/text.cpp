@@ -42,6 +42,10 @@ std::string OneLine(std::string_view text) {
   return line;
 }
 
+std::string Quoted(std::wstring_view serialNumber) {
+  return "\"" + Printable(serialNumber) + "\"";
+}
+
 std::string Counted(std::size_t count, std::string_view noun) {
   std::string text = std::to_string(count) + ' ';
   text += noun;

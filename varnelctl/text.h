@@ -16,6 +16,9 @@ std::string Printable(std::wstring_view text);
 /// A message in one line: every run of control characters becomes one blank, or nothing at either end.
 std::string OneLine(std::string_view text);
 
+/// A serial number for people: blanks count in it, so it stands in quotes.
+std::string Quoted(std::wstring_view serialNumber);
+
 /// "1 writer", "3 writers".
 std::string Counted(std::size_t count, std::string_view noun);
 

@@ -21,10 +21,10 @@ struct CliResult {
   std::string err;
 };
 
-inline CliResult RunCli(std::vector<std::string> arguments) {
+inline CliResult RunCli(std::vector<std::string> arguments, varnelctl::InterruptionSource interruption = {}) {
   std::ostringstream out;
   std::ostringstream err;
-  const int status = varnelctl::RunVarnelctl(std::move(arguments), out, err);
+  const int status = varnelctl::RunVarnelctl(std::move(arguments), out, err, false, std::move(interruption));
   return {status, out.str(), err.str()};
 }
 

@@ -715,8 +715,14 @@ TEST(Failure, EachAlertCodeHasItsStatus) {
     EXPECT_EQ(static_cast<int>(failure.status), status) << alert;
     EXPECT_EQ(failure.alertCode, alert);
     EXPECT_EQ(failure.message, "text");
-    EXPECT_THAT(failure.details, IsEmpty());
+    EXPECT_EQ(failure.details.size(), alert == VarnelException::VerificationFailure ? 1u : 0u);
   }
+}
+
+TEST(Failure, AFailedVerificationSaysWhereItsFileIsNamed) {
+  EXPECT_THAT(
+      Described(VarnelException(VarnelException::VerificationFailure, L"text")).details,
+      ElementsAre("a check of VerifySnapShotData failed; the log (--log FILE) has its command line and its file"));
 }
 
 TEST(Failure, AnAlertsListFollowsItsMessage) {
@@ -732,6 +738,29 @@ TEST(Failure, AThrownLongIsAFailedCall) {
   EXPECT_EQ(failure.status, varnelctl::ExitStatus::FailedCall);
   EXPECT_EQ(failure.hresult, VSS_E_BAD_STATE);
   EXPECT_EQ(failure.message, "SomeCall failed: VSS_E_BAD_STATE (0x80042301)");
+}
+
+TEST(Failure, ARefusalHasTheCataloguesMessageAndTheStatusWord) {
+  const varnelctl::Failure failure = Described(varnelctl::ValidationFailure(252, "TesselHyperVValidation_Exception"));
+
+  EXPECT_EQ(failure.status, varnelctl::ExitStatus::Validation);
+  EXPECT_EQ(failure.alertCode, 252);
+  EXPECT_EQ(failure.message,
+            "An error occurred while validating volumes in volume collection. Please refer to logs on the host for "
+            "more details.");
+  EXPECT_THAT(failure.details, ElementsAre("status TesselHyperVValidation_Exception"));
+  EXPECT_EQ(Described(varnelctl::ValidationFailure(99, "")).message, "the library refuses this request (message 99)");
+}
+
+TEST(Failure, TheCompletionIsToldAnAlertsCodeOrAThrownResultElseMinusOne) {
+  EXPECT_EQ(Described(VarnelException(601, L"text")).backupStatus, 601);
+  EXPECT_EQ(Described(static_cast<long>(VSS_E_BAD_STATE)).backupStatus, static_cast<int>(VSS_E_BAD_STATE));
+  EXPECT_EQ(Described(122L).backupStatus, 122);
+  EXPECT_EQ(Described(varnelctl::ValidationFailure(250, "")).backupStatus, -1);
+  EXPECT_EQ(Described(varnelctl::CallFailure("SomeCall", E_FAIL)).backupStatus, -1);
+  EXPECT_EQ(Described(std::runtime_error("broken")).backupStatus, -1);
+  EXPECT_EQ(Described(VarnelException()).backupStatus, -1) << "0 would be a success";
+  EXPECT_EQ(Described(0L).backupStatus, -1);
 }
 
 TEST(Failure, AnythingElseIsUnexpected) {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
-#include "tests/cli/cli_support.h"
+#include "tests/cli/snapshot_support.h"
 #include "tests/support/host_fixture.h"
 #include "varnelctl/snapshot_options.h"
 
@@ -15,58 +15,6 @@ using nlohmann::json;
 using testing::StartsWith;
 
 constexpr char kSetId[] = "{00000003-5e1f-4c3d-9a0b-000000000000}";
-
-json DiskJson(const std::string& serial, int number, const std::string& mountPoint) {
-  const std::string volume = "\\\\?\\Volume{0000000" + std::to_string(number) + "-0000-0000-0000-000000000000}\\";
-  return {{"serial", serial},
-          {"number", number},
-          {"vendor", number == 0 ? "Local" : "Tessel"},
-          {"system", number == 0},
-          {"volumes", json::array({{{"name", volume}, {"mountPoints", json::array({mountPoint})}}})}};
-}
-
-json ComponentJson(const std::string& name, const std::vector<std::string>& directories) {
-  json files = json::array();
-  for (const std::string& directory : directories) files.push_back({{"path", directory}, {"filespec", "*"}});
-  return {{"type", "fileGroup"}, {"logicalPath", "SQL01"}, {"name", name}, {"caption", name}, {"files", files}};
-}
-
-// A writer with one database on each of two array disks, one on the system disk and one without files.
-json SmallHostJson() {
-  return {
-      {"disks",
-       json::array({DiskJson("SYS", 0, "C:\\"), DiskJson("TSL0001", 1, "E:\\"), DiskJson("TSL0002", 2, "F:\\")})},
-      {"providers", json::array({{{"id", "{374579ad-285c-49b9-ab8a-950e0e252de2}"},
-                                  {"name", "Tessel VSS Hardware Provider"},
-                                  {"type", "hardware"},
-                                  {"version", "1.0"}}})},
-      {"writers",
-       json::array({{{"name", "Demo Writer"},
-                     {"writerId", "{00000000-0000-0000-0000-00000000000a}"},
-                     {"instanceId", "{00000000-0000-0000-0000-0000000000aa}"},
-                     {"components",
-                      json::array({ComponentJson("sales", {"E:\\data"}), ComponentJson("crm", {"E:\\data", "F:\\data"}),
-                                   ComponentJson("tools", {"C:\\tools"}), ComponentJson("empty", {})})}}})},
-      {"databases", {{"TSL0001", "sales@sql01"}}},
-      {"computerName", "SQL01"}};
-}
-
-class SnapshotCommand : public testing::Test {
- protected:
-  CliResult Snapshot(std::vector<std::string> arguments, const json& host = SmallHostJson()) {
-    std::vector<std::string> all = {"--host", folder.Write("host.json", host.dump()), "snapshot", "--app", "none"};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    return RunCli(std::move(all));
-  }
-  json SnapshotJson(std::vector<std::string> arguments, int status, const json& host = SmallHostJson()) {
-    arguments.push_back("--json");
-    const CliResult result = Snapshot(std::move(arguments), host);
-    EXPECT_EQ(result.status, status) << result.err;
-    return json::parse(result.out);
-  }
-
-  TemporaryFolder folder;
-};
 
 std::vector<std::string> PathsOf(const json& writer, const std::string& flag) {
   std::vector<std::string> paths;
@@ -97,8 +45,10 @@ CreateVssSnapshotSet ...
 CreateVssSnapshotSet: done (0 ms)
 GetSnapshotMeatadata ...
 GetSnapshotMeatadata: done (0 ms)
+SetBackupStatus ...
+SetBackupStatus: done (0 ms)
 
-Snapshot set {00000003-5e1f-4c3d-9a0b-000000000000}
+Snapshot set {00000003-5e1f-4c3d-9a0b-000000000000}: released when this program ends, as its context says
   E:\  on disk "TSL0001"
     volume       \\?\Volume{00000001-0000-0000-0000-000000000000}\
     shadow copy  {00000004-5e1f-4c3d-9a0b-000000000000}
@@ -113,6 +63,15 @@ Captured application-consistent
   Demo Writer
     \SQL01\sales  on "TSL0001"
     \SQL01\crm  on "TSL0001", "TSL0002"
+Catalogue by disk
+  disk "TSL0001"
+    object id    \SQL01\sales
+    object id    \SQL01\crm
+    object name  sales
+    object name  crm
+  disk "TSL0002"
+    object id    \SQL01\crm
+    object name  crm
 Left out
   Demo Writer
     \SQL01\tools: disk "SYS" holds the system
@@ -136,7 +95,8 @@ TEST_F(SnapshotCommand, JsonIsOneDocumentWithTheWholeOutcome) {
   EXPECT_EQ(outcome["snapshots"][1]["serialNumber"], "SHADOW-TSL0002");
   EXPECT_EQ(outcome["catalog"]["TSL0001"]["appObjectNames"], json({"sales", "crm"}));
   EXPECT_EQ(outcome["databases"], "ALL_DB");
-  EXPECT_EQ(outcome["phases"].back()["name"], "GetSnapshotMeatadata");
+  EXPECT_EQ(outcome["setState"], "released");
+  EXPECT_EQ(outcome["phases"].back()["name"], "SetBackupStatus");
   EXPECT_THAT(outcome["document"].get<std::string>(), StartsWith("<BACKUP_COMPONENTS "));
 }
 
@@ -160,12 +120,13 @@ TEST_F(SnapshotCommand, AFailedRunLeavesAnEarlierDocumentAsItIs) {
   EXPECT_EQ(ReadFile(document), "yesterday");
 }
 
-TEST_F(SnapshotCommand, ExtraVolumesEndWith14AndTheSetIsShown) {
+TEST_F(SnapshotCommand, ExtraVolumesEndWith14AndTheSetIsDeleted) {
   json host = SmallHostJson();
   host["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
   const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "TSL0003"}, 14, host);
 
   EXPECT_EQ(outcome["result"]["alertCode"], 701);
+  EXPECT_EQ(outcome["setState"], "deleted");
   EXPECT_EQ(outcome["result"]["details"], json({"Extra volumes in the volume collection : TSL0003"}));
   EXPECT_EQ(outcome["errorDetails"],
             "status=ExtarVolumesInVolColl, VolumesInvolvedInSnapshot =2 , ExtraVolumes =1, rc=ConfigWarning, "
@@ -223,7 +184,7 @@ TEST_F(SnapshotCommand, AWriterThatFailsEndsWith10AndTheFailedComponents) {
   EXPECT_THAT(PathsOf(outcome["writers"][0], "failed"), ElementsAre("\\SQL01\\sales", "\\SQL01\\crm"));
   EXPECT_EQ(outcome["writers"][0]["components"][0]["failureCode"], "0x800423f2");
   EXPECT_THAT(outcome["errorDetails"].get<std::string>(), HasSubstr("ApplicationMsg=log full"));
-  EXPECT_EQ(outcome["snapshots"].size(), 2u) << "the set exists and its identifiers are needed to remove it";
+  EXPECT_EQ(outcome["snapshots"].size(), 2u) << "identifiers that the array's log knows";
 }
 
 TEST_F(SnapshotCommand, AProviderThatIsNotRegisteredIsWarnedOfAndEndsWith15) {
@@ -237,8 +198,7 @@ TEST_F(SnapshotCommand, AProviderThatIsNotRegisteredIsWarnedOfAndEndsWith15) {
             "varnelctl: CreateVssSnapshotSet failed: VSS_E_PROVIDER_NOT_REGISTERED (0x80042304)\n"
             "m_pVssObject->AddToSnapshotSet()=Failed, error=VSS_E_PROVIDER_NOT_REGISTERED, rc=COMMError, "
             "ca=ContactTechSupport;\n");
-  EXPECT_THAT(result.out, HasSubstr("Snapshot set "));
-  EXPECT_THAT(result.out, HasSubstr("(the request failed; parts of it may exist)\n"));
+  EXPECT_THAT(result.out, HasSubstr("\nSnapshot set {00000003-5e1f-4c3d-9a0b-000000000000}: not taken\n"));
 }
 
 TEST_F(SnapshotCommand, ATestPointFailsTheSnapshotAfterItWasTaken) {
@@ -271,6 +231,9 @@ TEST_F(SnapshotCommand, WhatItCannotDoIsAUsageError) {
                                                        {"--disk", "TSL0001", "--test-points", "many"},
                                                        {"--disk", "TSL0001", "--backup-type", "half"},
                                                        {"--disk", "TSL0001", "--writer-code", "x"},
+                                                       {"--disk", "TSL0001", "--then", "forget"},
+                                                       {"--disk", "TSL0001", "--then", "1"},
+                                                       {"--disk", "TSL0001", "--backup-type", "1"},
                                                        {"--disk", "TSL0001", "--document", "no/such/folder/out.xml"}};
   for (const std::vector<std::string>& arguments : cases) {
     const CliResult result = Snapshot(arguments);

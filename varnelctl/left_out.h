@@ -1,0 +1,25 @@
+// What a set holds, what it does not, and why.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "core/varnel.h"
+
+namespace varnelctl {
+
+/// Whether the component is part of the set: the service was given it or a parent of it.
+bool IsCaptured(const VssWriter& writer, const VssComponent& component);
+
+/// A component that was left out, or with a null component a whole writer.
+struct LeftOut {
+  const VssWriter* writer = nullptr;
+  const VssComponent* component = nullptr;
+  std::string reason;
+};
+
+/// Everything that was gathered and is not captured, in the writers' order. \param serialNumbers of the protection set.
+std::vector<LeftOut> FindLeftOut(const std::vector<VssWriter>& writers, const std::vector<std::wstring>& serialNumbers,
+                                 TesselCommonClasses::DiskAndVolumeEnumerator& enumerator);
+
+}  // namespace varnelctl

@@ -1,0 +1,28 @@
+// The shadow copies of a set, as this host sees them.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "core/varnel.h"
+
+namespace varnelctl {
+
+/// A shadow copy, its source, and the disk that the host found it on; no disk when the copy is not surfaced here.
+struct ShadowCopyView {
+  SnapshotVolumeInfo volume;
+  std::wstring mountPoint;          ///< of the source volume; empty when it has none
+  std::wstring sourceSerialNumber;  ///< of the disk that holds the source volume
+  TesselCommonClasses::WindowsDiskDevice disk;
+};
+
+/// Those of the requestor's set, in its order. Belongs in front of whatever takes their disks away.
+std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor,
+                                             TesselCommonClasses::DiskAndVolumeEnumerator& enumerator);
+
+/// How many shadow copies of this set the service lists on this host. Transportable and broken ones it does not list.
+/// Throws CallFailure.
+std::size_t CountShadowCopies(const std::wstring& setId);
+
+}  // namespace varnelctl
