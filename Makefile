@@ -14,7 +14,7 @@ sources = $(shell git ls-files --cached --others --exclude-standard -- '*.cpp' '
 configure = cmake --log-level=WARNING --preset
 
 .DEFAULT_GOAL := help
-.PHONY: help snapshot test bench bench-instructions fuzz format tidy clean setup
+.PHONY: help snapshot test package bench bench-instructions fuzz format tidy clean setup
 
 help: ## this list
 	@sed -n 's/^\([a-z-]*\):.*## \(.*\)/\1\t\2/p' $(firstword $(MAKEFILE_LIST)) | expand -t 22
@@ -26,6 +26,11 @@ snapshot: setup ## build varnelctl and take a snapshot on the simulated sample h
 
 test: setup ## build and run every test, natively with sanitizers and under Wine
 	@tools/run-tests.sh
+
+package: setup ## build the Windows package, build/windows/package/varnel-*.zip
+	@$(configure) windows
+	@cmake --build --preset windows --target varnel varnelctl
+	@cd build/windows && cpack -G ZIP
 
 bench: setup ## build and run the benchmarks
 	@$(configure) native

@@ -25,9 +25,45 @@ if(WIN32)
   # Windows 8.1 is the oldest system that the provider supports.
   target_compile_definitions(varnel_options INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0603)
 endif()
+
+# Exceptions and standard types cross the boundary of varnel.dll, so the DLL and the programs that load it share one C++
+# runtime, which lies beside them. Programs that link the library statically carry it in themselves.
+add_library(varnel_static_runtime INTERFACE)
+set(VARNEL_RUNTIME_DLLS "")
 if(MINGW)
-  target_link_options(varnel_options INTERFACE -static)
+  target_link_options(varnel_static_runtime INTERFACE -static)
+  foreach(name libstdc++-6.dll libgcc_s_seh-1.dll libwinpthread-1.dll)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=${name}
+      OUTPUT_VARIABLE file OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    if(NOT IS_ABSOLUTE "${file}" OR NOT EXISTS "${file}")
+      message(FATAL_ERROR "The compiler has no ${name}")
+    endif()
+    set(runtime_dll ${CMAKE_BINARY_DIR}/runtime/${name})
+    file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/runtime)
+    # The compiler's own copies carry their debug information, ten times the code.
+    execute_process(COMMAND ${CMAKE_STRIP} --strip-debug -o ${runtime_dll} ${file} COMMAND_ERROR_IS_FATAL ANY)
+    list(APPEND VARNEL_RUNTIME_DLLS ${runtime_dll})
+  endforeach()
 endif()
+
+# varnel_windows_version(TARGET FILE_NAME DESCRIPTION): the version resource that Explorer and support tools show.
+function(varnel_windows_version target file_name description)
+  if(NOT WIN32)
+    return()
+  endif()
+  string(REPLACE "." "," VERSION_NUMBERS "${PROJECT_VERSION}.0")
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL SHARED_LIBRARY)
+    set(VERSION_FILE_TYPE 2)
+  else()
+    set(VERSION_FILE_TYPE 1)
+  endif()
+  set(VERSION_FILE_NAME ${file_name})
+  set(VERSION_DESCRIPTION ${description})
+  set(resource ${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc)
+  configure_file(${PROJECT_SOURCE_DIR}/resources/version.rc.in ${resource} @ONLY)
+  target_sources(${target} PRIVATE ${resource})
+endfunction()
 
 # varnel_header_package(TARGET HEADER ENTRY...): an interface target for a header-only Debian package. A native build
 # finds it on the system path. A cross build must not see that path, so ENTRY... (files or folders below the system's

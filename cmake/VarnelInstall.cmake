@@ -14,6 +14,9 @@ set(varnel_package ${CMAKE_INSTALL_LIBDIR}/cmake/varnel)
 
 target_include_directories(varnel PUBLIC $<INSTALL_INTERFACE:${varnel_headers}>)
 install(TARGETS varnel EXPORT varnelTargets)
+if(VARNEL_RUNTIME_DLLS)
+  install(FILES ${VARNEL_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 foreach(folder core platform platform/portable platform/tessel requestors)
   file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${folder}/*.h)
   install(FILES ${headers} DESTINATION ${varnel_headers}/${folder})
@@ -25,3 +28,20 @@ configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/varnelConfig.cmake.in
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/varnelConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/varnelConfig.cmake ${PROJECT_BINARY_DIR}/varnelConfigVersion.cmake
   DESTINATION ${varnel_package})
+
+# What a host administrator gets beside the library: the host agent, hosts to try it on, and the documents.
+install(TARGETS varnelctl)
+install(DIRECTORY examples/hosts DESTINATION ${CMAKE_INSTALL_DATADIR}/varnel)
+install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DATADIR}/varnel)
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DATADIR}/varnel)
+
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+else()
+  set(CPACK_GENERATOR TGZ)
+endif()
+set(CPACK_PACKAGE_VENDOR "Tessel Storage")
+set(CPACK_PACKAGE_FILE_NAME varnel-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-x64)
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/package)
+set(CPACK_VERBATIM_VARIABLES ON)
+include(CPack)

@@ -47,16 +47,17 @@ function(varnel_precompile_test_headers)
   set(source ${CMAKE_BINARY_DIR}/test_headers.cpp)
   file(CONFIGURE OUTPUT ${source} CONTENT "// Holds the precompiled headers of the test rooms.\n")
   add_executable(varnel_test_headers EXCLUDE_FROM_ALL ${source})
-  target_link_libraries(varnel_test_headers PRIVATE varnel::simulator varnel_static varnel_options varnel_test_options
-    GTest::gmock_main)
+  target_link_libraries(varnel_test_headers PRIVATE varnel::simulator varnel_static varnel_static_runtime varnel_options
+    varnel_test_options GTest::gmock_main)
   target_precompile_headers(varnel_test_headers PRIVATE
     <gmock/gmock.h> <gtest/gtest.h> [["core/varnel.h"]] [["simulator/simulated_host.h"]])
 endfunction()
 
-# varnel_add_test(NAME [WINDOWS_ONLY] [SECONDS N] SOURCES FILE... [LIBRARIES TARGET...]): a GoogleTest room.
-# The sources belong to the folder of the calling CMakeLists.txt; SECONDS is the time allowed (120).
+# varnel_add_test(NAME [WINDOWS_ONLY] [PRODUCT] [SECONDS N] SOURCES FILE... [LIBRARIES TARGET...]): a GoogleTest room.
+# The sources belong to the folder of the calling CMakeLists.txt; SECONDS is the time allowed (120). A room of PRODUCT
+# links the library as its users do, on Windows varnel.dll; the others have it in themselves, private parts included.
 function(varnel_add_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 room "WINDOWS_ONLY" "SECONDS" "SOURCES;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 1 room "WINDOWS_ONLY;PRODUCT" "SECONDS" "SOURCES;LIBRARIES")
   if(room_UNPARSED_ARGUMENTS OR NOT room_SOURCES)
     message(FATAL_ERROR "varnel_add_test(${name}): SOURCES wanted, got ${ARGN}")
   endif()
@@ -70,10 +71,14 @@ function(varnel_add_test name)
   endif()
 
   add_executable(${name} ${room_SOURCES})
-  target_link_libraries(${name} PRIVATE ${room_LIBRARIES} varnel::simulator varnel_static varnel_options
+  set(library varnel_static varnel_static_runtime)
+  if(room_PRODUCT)
+    set(library varnel)
+  endif()
+  target_link_libraries(${name} PRIVATE ${room_LIBRARIES} varnel::simulator ${library} varnel_options
     varnel_test_options GTest::gmock_main)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin/tests)
-  if(NOT room_LIBRARIES) # others may be compiled with other settings
+  if(NOT room_LIBRARIES AND NOT room_PRODUCT) # others may be compiled with other settings
     target_precompile_headers(${name} REUSE_FROM varnel_test_headers)
   endif()
   if(WIN32)

@@ -102,6 +102,10 @@ Failure DescribeFailure(const std::exception_ptr& exception, std::string_view ca
     return Thrown(call, hr);
   } catch (const CallFailure& failure) {
     return FailedCall(failure.what(), failure.hresult());
+  } catch (const UnfitMachine& unfit) {
+    Failure failure = Plain(ExitStatus::FailedCall, unfit.what());
+    failure.hresult = unfit.hresult();
+    return failure;
   } catch (const VarnelException& alert) {
     return Alert(alert);
   } catch (const UsageError& error) {

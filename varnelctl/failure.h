@@ -36,6 +36,16 @@ inline void CheckCall(const char* call, HRESULT hr) {
   if (FAILED(hr)) throw CallFailure(call, hr);
 }
 
+/// This machine cannot take a snapshot for this process at all; what() is the reason in one sentence.
+class UnfitMachine : public std::runtime_error {
+ public:
+  UnfitMachine(const std::string& reason, HRESULT hr) : std::runtime_error(reason), hr_(hr) {}
+  HRESULT hresult() const noexcept { return hr_; }
+
+ private:
+  HRESULT hr_;
+};
+
 /// The library refused the volumes or the host before anything was asked of the service. what() is the catalogue's
 /// message; the alert records say which volumes.
 class ValidationFailure : public std::runtime_error {

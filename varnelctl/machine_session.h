@@ -1,10 +1,16 @@
 // What the process must set up before it asks this machine's own services.
 #pragma once
 
+#include <string>
+
 namespace varnelctl {
 
+/// Why a process cannot use the service, in one sentence; empty when it can.
+std::string WhyUnfit(bool elevated, bool matchesSystem, bool hasService);
+
 /// COM in the multithreaded apartment and its security, as the Volume Shadow Copy service wants them of a requestor.
-/// Throws CallFailure. Where there is no such machine it is never made.
+/// Throws CallFailure, and UnfitMachine where the service would answer this process nothing: without elevation, as a
+/// 32-bit process, or without the service. Where there is no such machine it is never made.
 class MachineSession {
  public:
   MachineSession();

@@ -12,9 +12,46 @@ HRESULT SetSecurity() {
                                 nullptr, EOAC_DYNAMIC_CLOAKING, nullptr);
 }
 
+class Token {
+ public:
+  Token() { ::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &handle_); }
+  ~Token() {
+    if (handle_ != nullptr) ::CloseHandle(handle_);
+  }
+  Token(const Token&) = delete;
+  Token& operator=(const Token&) = delete;
+  // A token that does not tell counts as elevated: the service then says itself what it refuses.
+  bool IsElevated() const {
+    TOKEN_ELEVATION elevation{};
+    DWORD bytes = 0;
+    return !::GetTokenInformation(handle_, TokenElevation, &elevation, sizeof elevation, &bytes) ||
+           elevation.TokenIsElevated != 0;
+  }
+
+ private:
+  HANDLE handle_ = nullptr;
+};
+
+bool IsWow64() {
+  BOOL wow64 = FALSE;
+  return ::IsWow64Process(::GetCurrentProcess(), &wow64) && wow64;
+}
+
+bool HasService() {
+  const HMODULE library = ::LoadLibraryExW(L"vssapi.dll", nullptr, LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
+  if (library != nullptr) ::FreeLibrary(library);
+  return library != nullptr;
+}
+
+void RequireFitMachine() {
+  const std::string reason = WhyUnfit(Token().IsElevated(), !IsWow64(), HasService());
+  if (!reason.empty()) throw UnfitMachine(reason, E_ACCESSDENIED);
+}
+
 }  // namespace
 
 MachineSession::MachineSession() {
+  RequireFitMachine();
   CheckCall("CoInitializeEx", ::CoInitializeEx(nullptr, COINIT_MULTITHREADED));
   if (const HRESULT hr = SetSecurity(); FAILED(hr)) {
     ::CoUninitialize();

@@ -9,6 +9,7 @@
 #include "tests/cli/cli_support.h"
 #include "tests/support/host_fixture.h"
 #include "varnelctl/failure.h"
+#include "varnelctl/machine_session.h"
 
 namespace varnel::test {
 namespace {
@@ -723,6 +724,24 @@ TEST(Failure, AFailedVerificationSaysWhereItsFileIsNamed) {
   EXPECT_THAT(
       Described(VarnelException(VarnelException::VerificationFailure, L"text")).details,
       ElementsAre("a check of VerifySnapShotData failed; the log (--log FILE) has its command line and its file"));
+}
+
+TEST(Failure, AnUnfitMachineIsOneSentenceAndAFailedCall) {
+  const varnelctl::Failure failure = Described(varnelctl::UnfitMachine("no service here", E_ACCESSDENIED));
+
+  EXPECT_EQ(failure.status, varnelctl::ExitStatus::FailedCall);
+  EXPECT_EQ(failure.message, "no service here");
+  EXPECT_EQ(failure.hresult, E_ACCESSDENIED);
+}
+
+TEST(Failure, AProcessIsToldWhyTheServiceWillNotAnswerIt) {
+  EXPECT_EQ(varnelctl::WhyUnfit(true, true, true), "");
+  EXPECT_EQ(varnelctl::WhyUnfit(true, true, false),
+            "this machine has no Volume Shadow Copy service: vssapi.dll cannot be loaded");
+  EXPECT_EQ(varnelctl::WhyUnfit(true, false, true),
+            "the Volume Shadow Copy service of 64-bit Windows answers 64-bit programs only, and this one has 32");
+  EXPECT_EQ(varnelctl::WhyUnfit(false, true, true),
+            "the Volume Shadow Copy service answers administrators only: start varnelctl elevated");
 }
 
 TEST(Failure, AnAlertsListFollowsItsMessage) {

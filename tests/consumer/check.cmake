@@ -34,7 +34,7 @@ if(TOOLCHAIN_FILE)
   # A cross build searches its own root only, and finds varnel.dll through Wine's path.
   list(GET package 0 package_folder)
   cmake_path(GET package_folder PARENT_PATH package_folder)
-  list(APPEND flags -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN_FILE} -DCMAKE_EXE_LINKER_FLAGS=-static
+  list(APPEND flags -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN_FILE}
     -Dvarnel_DIR=${package_folder})
   set(ENV{WINEPATH} "Z:${prefix}/bin")
 else()

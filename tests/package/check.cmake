@@ -1,0 +1,40 @@
+# Run with -P: packs the build, unpacks the archive into an empty folder, looks for everything that belongs into it and
+# takes a snapshot with the program in it, which finds its DLLs there and nowhere else.
+cmake_minimum_required(VERSION 3.25)
+
+file(REMOVE_RECURSE ${SCRATCH_DIR})
+file(MAKE_DIRECTORY ${SCRATCH_DIR}/unpacked)
+
+function(run)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  if(NOT result EQUAL 0)
+    list(JOIN ARGN " " command)
+    message(FATAL_ERROR "${command}: ${result}\n${output}")
+  endif()
+endfunction()
+
+run(${CMAKE_CPACK_COMMAND} -G ZIP --config ${BUILD_DIR}/CPackConfig.cmake -B ${SCRATCH_DIR}/packed)
+file(GLOB archives ${SCRATCH_DIR}/packed/varnel-${VERSION}-*.zip)
+list(LENGTH archives count)
+if(NOT count EQUAL 1)
+  message(FATAL_ERROR "Not one archive of version ${VERSION}: ${archives}")
+endif()
+file(ARCHIVE_EXTRACT INPUT ${archives} DESTINATION ${SCRATCH_DIR}/unpacked)
+
+file(GLOB root ${SCRATCH_DIR}/unpacked/*)
+foreach(path bin/varnel.dll bin/varnelctl.exe bin/libstdc++-6.dll bin/libgcc_s_seh-1.dll bin/libwinpthread-1.dll
+        lib/libvarnel.dll.a lib/cmake/varnel/varnelConfig.cmake include/varnel/core/varnel.h
+        include/varnel/requestors/SqlReq.h include/varnel/platform/vss.h share/varnel/README.md
+        share/varnel/docs/host-file.md share/varnel/hosts/sql-server.json)
+  if(NOT EXISTS ${root}/${path})
+    message(FATAL_ERROR "The package lacks ${path}")
+  endif()
+endforeach()
+file(GLOB_RECURSE sources ${root}/*.cpp)
+if(sources)
+  message(FATAL_ERROR "The package holds sources: ${sources}")
+endif()
+
+run(${CMAKE_COMMAND} -DPROGRAM=${root}/bin/varnelctl.exe -DHOST=${root}/share/varnel/hosts/sql-server.json
+  -DEXPECTED=${CMAKE_CURRENT_LIST_DIR}/snapshot.json -DEMULATOR=${EMULATOR} -DSCRATCH_DIR=${SCRATCH_DIR}/run
+  -P ${CMAKE_CURRENT_LIST_DIR}/document.cmake)
