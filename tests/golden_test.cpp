@@ -2,11 +2,9 @@
 //
 // With the environment variable VARNEL_UPDATE_GOLDEN set to anything, the texts in tests/golden are rewritten from the
 // runs; read the difference before keeping it. The texts hold on every platform.
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
+#include "tests/support/golden.h"
 #include "tests/support/host_fixture.h"
 #include "tests/support/snapshot_request.h"
 
@@ -18,51 +16,6 @@ using simulator::WriterFault;
 
 std::filesystem::path GoldenFile(const std::string& name) {
   return std::filesystem::path(VARNEL_GOLDEN_DIR) / (name + ".txt");
-}
-
-// Without the carriage returns that a checkout may add.
-std::string ReadText(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  std::erase(text, '\r');
-  return text;
-}
-
-// One line whatever it holds.
-std::string OnOneLine(const std::string& text) {
-  std::string line;
-  for (const char c : text) {
-    if (c == '\n') {
-      line += "\\n";
-    } else {
-      line += c;
-    }
-  }
-  return line;
-}
-
-std::string Section(const std::string& title, const std::vector<std::string>& lines) {
-  std::string text = "== " + title + " ==\n";
-  for (const std::string& line : lines) text += OnOneLine(line) + "\n";
-  return text;
-}
-
-std::vector<std::string> Describe(const Outcome& outcome) {
-  if (outcome.alertCode == 0) return {testing::PrintToString(outcome)};
-  std::vector<std::string> lines = {"alert code " + std::to_string(outcome.alertCode),
-                                    "message " + WideToUtf8Lossy(outcome.message)};
-  for (const std::wstring& entry : outcome.list) lines.push_back("entry " + WideToUtf8Lossy(entry));
-  return lines;
-}
-
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  for (std::size_t begin = 0; begin < text.size();) {
-    const std::size_t end = std::min(text.find('\n', begin), text.size());
-    lines.push_back(text.substr(begin, end - begin));
-    begin = end + 1;
-  }
-  return lines;
 }
 
 class GoldenTest : public HostFixture {
@@ -88,12 +41,12 @@ class GoldenTest : public HostFixture {
     {
       SnapshotRequest<Requestor> request(std::move(options));
       const Outcome outcome = request.StartAndCreate();
-      endings = Section("outcome", Describe(outcome));
-      if (completed) endings += Section("completion", Describe(request.Complete(StatusCode(outcome))));
+      endings = GoldenSection("outcome", GoldenOutcome(outcome));
+      if (completed) endings += GoldenSection("completion", GoldenOutcome(request.Complete(StatusCode(outcome))));
       details = request.details();
     }
-    return endings + Section("error details", Lines(details)) + Section("log", log.All()) +
-           Section("calls", host().calls().lines());
+    return endings + GoldenSection("error details", LinesOf(details)) + GoldenSection("log", log.All()) +
+           GoldenSection("calls", host().calls().lines());
   }
   template <class Requestor = CVarnel>
   std::string RunRequest(RequestOptions options = {}) {
@@ -117,13 +70,7 @@ class GoldenTest : public HostFixture {
     return fault;
   }
 
-  static void Compare(const std::string& name, const std::string& text) {
-    if (std::getenv("VARNEL_UPDATE_GOLDEN") != nullptr) {
-      std::ofstream(GoldenFile(name), std::ios::binary) << text;
-      GTEST_SKIP() << "rewrote " << GoldenFile(name);
-    }
-    EXPECT_EQ(text, ReadText(GoldenFile(name))) << "set VARNEL_UPDATE_GOLDEN to rewrite " << GoldenFile(name);
-  }
+  static void Compare(const std::string& name, const std::string& text) { CompareWithGolden(GoldenFile(name), text); }
 };
 
 TEST_F(GoldenTest, ACleanRequest) {
