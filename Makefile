@@ -4,11 +4,9 @@
 VARNELCTL_ARGUMENTS ?= snapshot --app sql --disk TSL0001 TSL0002 TSL0003
 # Installs missing packages; SETUP=: skips that.
 SETUP ?= tools/setup.sh
-# Documents captured from a real server, for the benchmark that reads them; it skips where there are none.
-captures = VARNEL_CAPTURES="$${VARNEL_CAPTURES:-../shared/captures/win2012-sql17}"
-# For `make fuzz`: which fuzzer, and for how long.
-FUZZER ?= format
-FUZZ_SECONDS ?= 60
+# For `make fuzz`: how long each target runs, and which alone (all of them when empty).
+SECONDS ?= 60
+FUZZER ?=
 
 sources = $(shell git ls-files --cached --others --exclude-standard -- '*.cpp' '*.h')
 configure = cmake --log-level=WARNING --preset
@@ -35,21 +33,19 @@ package: setup ## build the Windows package, build/windows/package/varnel-*.zip
 bench: setup ## build and run the benchmarks
 	@$(configure) native
 	@cmake --build --preset native --target benchmarks
-	@set -e; for program in $$(cat build/native/benchmarks.txt); do $(captures) $$program; done
+	@set -e; for program in $$(cat build/native/benchmarks.txt); do $$program; done
 
 bench-instructions: setup ## count the instructions of each benchmark under valgrind
 	@$(SETUP) instructions
 	@$(configure) native
 	@cmake --build --preset native --target benchmarks
-	@$(captures) tools/count-instructions.sh $$(cat build/native/benchmarks.txt)
+	@tools/count-instructions.sh $$(cat build/native/benchmarks.txt)
 
-fuzz: setup ## fuzz one target: make fuzz FUZZER=host_file FUZZ_SECONDS=600
+fuzz: setup ## fuzz every target in turn: make fuzz SECONDS=600, FUZZER=host_file for one alone
 	@$(SETUP) fuzz
 	@$(configure) fuzz
-	@cmake --build --preset fuzz --target $(FUZZER)_fuzzer
-	@mkdir -p build/fuzz/findings/$(FUZZER)
-	build/fuzz/bin/fuzz/$(FUZZER)_fuzzer -max_total_time=$(FUZZ_SECONDS) \
-	  -artifact_prefix=build/fuzz/findings/$(FUZZER)/ build/fuzz/findings/$(FUZZER) fuzz/corpus/$(FUZZER)
+	@cmake --build --preset fuzz --target $(if $(FUZZER),$(FUZZER)_fuzzer,fuzzers)
+	@fuzz/run.sh $(SECONDS) $(FUZZER)
 
 format: ## format every source file in place
 	@$(SETUP) format

@@ -1,5 +1,6 @@
 #include "core/writer_metadata.h"
 
+#include <algorithm>
 #include <cwchar>
 #include <string_view>
 
@@ -49,11 +50,14 @@ std::wstring ExpandEnvironment(const std::wstring& path) {
   return expanded;
 }
 
+// A writer's counts are its own word: no more room than this is made before it delivers.
+constexpr UINT kMostReserved = 1024;
+
 // Reads what GetFile and its like hand out, one descriptor after the other.
 template <class Get>
 void AppendFiles(std::vector<VssFileDescriptor>& files, UINT count, DWORD fileType, const wchar_t* call,
                  VolumeResolver& volumes, Get get) {
-  files.reserve(files.size() + count);
+  files.reserve(files.size() + std::min(count, kMostReserved));
   for (UINT index = 0; index < count; ++index) {
     ComPtr<IVssWMFiledesc> source;
     const HRESULT hr = get(index, source.Put());
@@ -93,7 +97,7 @@ void ReadRestoreMethod(VssWriter& writer, IVssExamineWriterMetadata* source) {
 }
 
 void ReadComponents(VssWriter& writer, UINT count, IVssExamineWriterMetadata* source, VolumeResolver& volumes) {
-  writer.components.reserve(count);
+  writer.components.reserve(std::min(count, kMostReserved));
   for (UINT index = 0; index < count; ++index) {
     ComPtr<IVssWMComponent> component;
     const HRESULT hr = source->GetComponent(index, component.Put());

@@ -101,7 +101,7 @@ void ExchangeReq::RunVerification(const std::wstring& arguments) {
   try {
     ExecCommand(varnel::kDatabaseChecker + arguments);
   } catch (long hr) {
-    // Plain codes: an HRESULT that says the same is the utility's own answer.
+    // Plain codes only. ExecCommand throws HRESULTs, so a utility that is not on the search path is a failed check.
     if (hr != ERROR_FILE_NOT_FOUND && hr != ERROR_PATH_NOT_FOUND) ThrowVerificationFailure(hr);
     RunVerificationFromInstallation(arguments);
   }

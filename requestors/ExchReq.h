@@ -6,8 +6,8 @@
 #include "core/varnel.h"
 
 /// Takes application-consistent snapshots of Exchange databases: only the Exchange writer takes part. Databases and
-/// logs are verified on the snapshot with the server's own utility, which is started from the search path or, failing
-/// that, from the folder of the installation.
+/// logs are verified on the snapshot with the server's own utility, which must be on the search path. (It is looked for
+/// in the folder of the installation only after a plain code 2 or 3; ExecCommand reports HRESULTs.)
 class VARNEL_API ExchangeReq : public CVarnel {
  public:
   /// \param testPoints as for CVarnel.

@@ -38,8 +38,6 @@ done
 
 # Documents captured from real servers are no part of the checkout; tests that read them skip where they are absent.
 find_captures() {
-  local beside=../shared/captures/win2012-sql17
-  if [[ -z ${VARNEL_CAPTURES:-} && -d $beside ]]; then VARNEL_CAPTURES=$beside; fi
   if [[ -d ${VARNEL_CAPTURES:-} ]]; then
     VARNEL_CAPTURES=$(cd "$VARNEL_CAPTURES" && pwd)
     export VARNEL_CAPTURES

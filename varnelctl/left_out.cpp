@@ -31,11 +31,30 @@ bool IsOfAnotherApplication(const VssWriter& writer) {
                                         [](const VssComponent& component) { return !component.excluded; });
 }
 
+bool HasIncludedParent(const VssWriter& writer, const VssComponent& component) {
+  return std::any_of(writer.components.begin(), writer.components.end(), [&](const VssComponent& parent) {
+    return !parent.excluded && parent.selectable && varnel::IsAncestor(parent, component);
+  });
+}
+
+// A mere container: it has no files, and what lies below it is captured.
+bool IsCapturedByItsParts(const VssWriter& writer, const VssComponent& component) {
+  if (!component.files.empty()) return false;
+  bool anyBelow = false;
+  for (const VssComponent& part : writer.components) {
+    if (part.files.empty() || !varnel::IsAncestor(component, part)) continue;
+    if (!IsCaptured(writer, part)) return false;
+    anyBelow = true;
+  }
+  return anyBelow;
+}
+
 std::string ReasonFor(const VssWriter& writer, const VssComponent& component,
                       const std::vector<std::wstring>& serialNumbers, VolumeSerials& serials) {
   if (!component.excluded && !writer.excluded) {
-    return component.selectable ? "the request ended before it was added"
-                                : "it is not selectable, and no selectable parent is included";
+    return component.selectable || HasIncludedParent(writer, component)
+               ? "the request ended before it was added"
+               : "it is not selectable, and no selectable parent is included";
   }
   if (component.files.empty()) return "it has no files";
   std::wstring unknown;
@@ -72,7 +91,7 @@ std::vector<LeftOut> FindLeftOut(const std::vector<VssWriter>& writers, const st
       continue;
     }
     for (const VssComponent& component : writer.components) {
-      if (IsCaptured(writer, component)) continue;
+      if (IsCaptured(writer, component) || IsCapturedByItsParts(writer, component)) continue;
       leftOut.push_back({&writer, &component, ReasonFor(writer, component, serialNumbers, serials)});
     }
   }

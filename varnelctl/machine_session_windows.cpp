@@ -44,8 +44,15 @@ bool HasService() {
 }
 
 void RequireFitMachine() {
-  const std::string reason = WhyUnfit(Token().IsElevated(), !IsWow64(), HasService());
-  if (!reason.empty()) throw UnfitMachine(reason, E_ACCESSDENIED);
+  const bool elevated = Token().IsElevated();
+  const bool matchesSystem = !IsWow64();
+  const bool hasService = HasService();
+  const std::string reason = WhyUnfit(elevated, matchesSystem, hasService);
+  if (reason.empty()) return;
+  DWORD code = ERROR_ACCESS_DENIED;
+  if (!matchesSystem) code = ERROR_EXE_MACHINE_TYPE_MISMATCH;
+  if (!hasService) code = ERROR_MOD_NOT_FOUND;
+  throw UnfitMachine(reason, varnel::HResultFromWin32(code));
 }
 
 }  // namespace

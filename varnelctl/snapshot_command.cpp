@@ -1,4 +1,5 @@
 #include <CLI/App.hpp>
+#include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -12,18 +13,30 @@
 namespace varnelctl {
 namespace {
 
-// A file that is written at the end, and only when there is something to write: what it held before stays until then.
-// It is tried at the start: a run of minutes must not end in a path that cannot be written.
+// A file that is written at the end, and only when there is something to write: what it held before stays until then,
+// and where there was none, none is left. It is tried at the start: a run of minutes must not end in a path that cannot
+// be written.
 class OutputFile {
  public:
   explicit OutputFile(const std::optional<std::string>& path) : path_(path) {
-    if (path_ && !std::ofstream(PathOf(*path_), std::ios::binary | std::ios::app)) {
+    if (!path_) return;
+    std::error_code ignored;
+    isNew_ = !std::filesystem::exists(PathOf(*path_), ignored);
+    if (!std::ofstream(PathOf(*path_), std::ios::binary | std::ios::app)) {
       throw UsageError(*path_ + ": the file cannot be written");
     }
   }
+  ~OutputFile() {
+    std::error_code ignored;
+    if (isNew_) std::filesystem::remove(PathOf(*path_), ignored);
+  }
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
   bool wanted() const { return path_.has_value(); }
   /// False when the file did not take everything.
-  bool Write(const std::string& text) const {
+  bool Write(const std::string& text) {
+    isNew_ = false;
     std::ofstream file(PathOf(*path_), std::ios::binary | std::ios::trunc);
     file << text << std::flush;
     return file.good();
@@ -32,6 +45,7 @@ class OutputFile {
 
  private:
   std::optional<std::string> path_;
+  bool isNew_ = false;  // made here and not written yet
 };
 
 // A JSON document is all that its reader wants on standard output; warnings go beside it.
@@ -81,9 +95,9 @@ class SnapshotCommand final : public Command {
     if (options_.callsFile && session.calls == nullptr) {
       throw UsageError("--calls needs a simulated host: this machine keeps no log of its calls");
     }
-    const OutputFile document(options_.documentFile);
-    const OutputFile catalog(options_.catalogFile);
-    const OutputFile calls(options_.callsFile);
+    OutputFile document(options_.documentFile);
+    OutputFile catalog(options_.catalogFile);
+    OutputFile calls(options_.callsFile);
     ExitStatus status = RunAndShow(session, document, catalog);
     // Behind the requestor's end, which makes calls too.
     if (calls.wanted()) status = Save(session, calls, JoinLines(session.calls->lines()), status);
@@ -91,7 +105,7 @@ class SnapshotCommand final : public Command {
   }
 
  private:
-  ExitStatus RunAndShow(Session& session, const OutputFile& document, const OutputFile& catalog) {
+  ExitStatus RunAndShow(Session& session, OutputFile& document, OutputFile& catalog) {
     Progress progress(session.console);
     QuietProgress quiet(session.console);
     SnapshotRun run(session, options_, session.json ? quiet : progress);
@@ -121,7 +135,7 @@ class SnapshotCommand final : public Command {
   }
 
   // The outcome of the snapshot stays what it is; only a success turns into a failure.
-  static ExitStatus Save(Session& session, const OutputFile& file, const std::string& text, ExitStatus status) {
+  static ExitStatus Save(Session& session, OutputFile& file, const std::string& text, ExitStatus status) {
     if (file.Write(text)) return status;
     session.console.Error(file.path() + ": the file did not take everything");
     return status == ExitStatus::Done ? ExitStatus::Unexpected : status;

@@ -193,6 +193,9 @@ void CheckSnapshotOptions(const SnapshotOptions& options) {
   if (options.verify && options.IsTransportable()) {
     throw UsageError("--verify does not go with a transportable context: there would be no snapshot to verify here");
   }
+  if (options.then != Then::Keep && options.IsTransportable()) {
+    throw UsageError("--then does not go with a transportable context: the set belongs to the array, not to this host");
+  }
   if (options.skipDbVerification && options.application != Application::Exchange) {
     throw UsageError("--skip-db-verification goes with --app exchange only");
   }

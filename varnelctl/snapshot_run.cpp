@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <set>
 
 #include "platform/ascii_case.h"
 #include "platform/unicode.h"
@@ -87,7 +88,11 @@ void SnapshotRun::Sequence() {
 void SnapshotRun::CheckDisks() {
   phases_.Run("EnumerateDisks", [&] {
     const std::vector<WindowsDiskDevice>& disks = enumerator_.GetDisks();
+    std::set<std::wstring> seen;
     for (const std::wstring& serialNumber : serialNumbers_) {
+      if (!seen.insert(serialNumber).second) {
+        phases_.Warn("--disk names " + Quoted(serialNumber) + " twice; the library counts it twice, too");
+      }
       const bool known =
           std::any_of(disks.begin(), disks.end(), [&](const auto& disk) { return disk.serialNumber == serialNumber; });
       if (!known) {
@@ -172,9 +177,18 @@ void SnapshotRun::Complete() {
   Attempt([&] { shadowCopies_ = FindShadowCopies(*requestor_, enumerator_); });
   const std::optional<std::size_t> copiesBefore =
       !gotThrough_ && MayBeListed() ? AskForCopies() : std::optional<std::size_t>();
-  Attempt(
-      [&] { phases_.RunAnyway("SetBackupStatus", [&] { requestor_->SetBackupStatus(code, session_.errorDetails); }); });
+  Attempt([&] { phases_.RunAnyway("SetBackupStatus", [&] { TellWriters(code); }); });
   setState_ = gotThrough_ ? StateOfExistingSet() : StateAfterFailure(copiesBefore);
+}
+
+// Messages are no failure of the completion: the writers were told, and the set is there.
+void SnapshotRun::TellWriters(int code) {
+  try {
+    requestor_->SetBackupStatus(code, session_.errorDetails);
+  } catch (const VarnelException& alert) {
+    if (alert.GetAlertCode() != VarnelException::PartialSuccess) throw;
+    NoteFailure();
+  }
 }
 
 // The service lists neither what it was never asked to make nor what is not surfaced here.
@@ -225,6 +239,7 @@ void SnapshotRun::FollowUp() {
     } catch (const Interrupted&) {
       NoteFailure();
       reason = "the run was interrupted";
+      phases_.Warn(step.option + " is left out: " + reason);
     } catch (...) {
       NoteFailure();
       if (!step.result) continue;  // what else is wanted of the set does not depend on it

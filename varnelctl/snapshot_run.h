@@ -72,6 +72,7 @@ class SnapshotRun {
   void ReadResults();
   void Verify();
   void Complete();
+  void TellWriters(int code);
   SetState StateAfterFailure(const std::optional<std::size_t>& copiesBefore);
   SetState StateOfExistingSet() const;
   bool MayBeListed() const;

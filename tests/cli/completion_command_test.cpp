@@ -503,6 +503,22 @@ TEST_F(Completion, ATransportableSetCannotBeVerified) {
       "varnelctl: --verify does not go with a transportable context: there would be no snapshot to verify here\n");
 }
 
+TEST_F(Completion, NothingCanBeDoneToATransportableSetHere) {
+  for (const char* then : {"break", "mask", "delete"}) {
+    const CliResult result = Snapshot({"--then", then, "--context", "app-rollback+transportable"});
+
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err,
+              "varnelctl: --then does not go with a transportable context: the set belongs to the array, not to this "
+              "host\n");
+  }
+}
+
+TEST_F(Completion, ADiskThatIsNamedTwiceIsAWarning) {
+  EXPECT_THAT(Snapshot({"--disk", "TSL0001", "TSL0001"}).err,
+              HasSubstr("varnelctl: warning: --disk names \"TSL0001\" twice; the library counts it twice, too\n"));
+}
+
 // Ctrl-C
 
 TEST_F(Completion, AnInterruptionEndsTheRunBehindThePresentPhaseAndCompletesItAsAFailure) {
@@ -526,6 +542,7 @@ TEST_F(Completion, AnInterruptionBehindTheCompletionLeavesTheSetAsItIs) {
 
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err,
+            "varnelctl: warning: --disconnect is left out: the run was interrupted\n"
             "varnelctl: warning: --then mask is left out: the run was interrupted\n"
             "varnelctl: interrupted after SetBackupStatus\n");
   EXPECT_THAT(result.out, HasSubstr("}: kept until it is deleted\n"));
