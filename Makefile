@@ -12,7 +12,7 @@ sources = $(shell git ls-files --cached --others --exclude-standard -- '*.cpp' '
 configure = cmake --log-level=WARNING --preset
 
 .DEFAULT_GOAL := help
-.PHONY: help snapshot test package bench bench-instructions fuzz format tidy clean setup
+.PHONY: help snapshot test package bench bench-budget bench-steps bench-instructions fuzz format tidy clean setup
 
 help: ## this list
 	@sed -n 's/^\([a-z-]*\):.*## \(.*\)/\1\t\2/p' $(firstword $(MAKEFILE_LIST)) | expand -t 22
@@ -30,16 +30,23 @@ package: setup ## build the Windows package, build/windows/package/varnel-*.zip
 	@cmake --build --preset windows --target varnel varnelctl
 	@cd build/windows && cpack -G ZIP
 
-bench: setup ## build and run the benchmarks
-	@$(configure) native
-	@cmake --build --preset native --target benchmarks
+bench: build-benchmarks ## what whole requests cost beside a bare requestor: table, JSON and plot in build/bench
+	@tools/measure-cost.sh build/native/bin/bench build/bench
+
+bench-budget: build-benchmarks ## fail when a request needs more instructions than bench/budget.txt allows
+	@tools/check-budget.sh build/native
+
+bench-steps: build-benchmarks ## time the single steps of a request
 	@set -e; for program in $$(cat build/native/benchmarks.txt); do $$program; done
 
-bench-instructions: setup ## count the instructions of each benchmark under valgrind
+bench-instructions: build-benchmarks ## count the instructions of each step under valgrind
+	@tools/count-instructions.sh $$(cat build/native/benchmarks.txt)
+
+.PHONY: build-benchmarks
+build-benchmarks: setup
 	@$(SETUP) instructions
 	@$(configure) native
 	@cmake --build --preset native --target benchmarks
-	@tools/count-instructions.sh $$(cat build/native/benchmarks.txt)
 
 fuzz: setup ## fuzz every target in turn: make fuzz SECONDS=600, FUZZER=host_file for one alone
 	@$(SETUP) fuzz

@@ -110,13 +110,14 @@ void CVarnel::SetBackupSucceeded(int snapErrorCode, std::string& errorDetails) {
                       : L"***Reporting component status as FAILED unless overriden***");
   for (const VssWriter& writer : m_writers) {
     if (writer.excluded) continue;
+    const WriterIds ids(writer);
     for (const VssComponent& component : writer.components) {
-      if (component.added) ReportComponent(writer, component, byDefault, errorDetails);
+      if (component.added) ReportComponent(ids, component, byDefault, errorDetails);
     }
   }
 }
 
-void CVarnel::ReportComponent(const VssWriter& writer, const VssComponent& component, bool byDefault,
+void CVarnel::ReportComponent(const WriterIds& writer, const VssComponent& component, bool byDefault,
                               std::string& errorDetails) {
   bool succeeded = byDefault;
   if (component.failed) {
@@ -125,11 +126,10 @@ void CVarnel::ReportComponent(const VssWriter& writer, const VssComponent& compo
               succeeded ? 1 : 0);
   }
   const HRESULT hr = OnVssObject([&](auto& vss) {
-    return vss.SetBackupSucceeded(varnel::WString2Guid(writer.instanceId), varnel::WString2Guid(writer.writerId),
-                                  static_cast<VSS_COMPONENT_TYPE>(component.type), component.logicalPath.c_str(),
-                                  component.name.c_str(), succeeded);
+    return vss.SetBackupSucceeded(writer.instanceId, writer.writerId, static_cast<VSS_COMPONENT_TYPE>(component.type),
+                                  component.logicalPath.c_str(), component.name.c_str(), succeeded);
   });
-  CheckCommError(hr, "SetBackupSucceeded()", errorDetails);
+  if (FAILED(hr)) CheckCommError(hr, "SetBackupSucceeded()", errorDetails);
 }
 
 void CVarnel::BackupComplete(std::string& errorDetails) {

@@ -31,14 +31,14 @@ void CVarnel::InitializeWriterMetadata(std::string& errorDetails) {
   UINT count = 0;
   CheckCommError(OnVssObject([&](auto& vss) { return vss.GetWriterMetadataCount(&count); }), "GetWriterMetadataCount()",
                  errorDetails);
-  varnel::VolumeResolver volumes;
+  varnel::DirectoryResolver directories;
   for (UINT index = 0; index < count; ++index) {
     VSS_ID instanceId{};
     ComPtr<IVssExamineWriterMetadata> metadata;
     const HRESULT hr = m_pVssObject->GetWriterMetadata(index, &instanceId, metadata.Put());
     CheckCommError(varnel::Delivered(hr, metadata), "GetWriterMetadata()", errorDetails);
     VssWriter writer;
-    varnel::BuildWriter(writer, metadata.Get(), volumes);
+    varnel::BuildWriter(writer, metadata.Get(), directories);
     m_writers.push_back(std::move(writer));
   }
 }

@@ -98,7 +98,7 @@ bool CVarnel::IsWriterPresent(std::string& errorDetails) {
 bool CVarnel::FindEligibleWriter() {
   UINT count = 0;
   CheckComCall(m_pVssObject->GetWriterMetadataCount(&count), L"\"m_pVssObject->GetWriterMetadataCount(&cWriters)\"");
-  varnel::VolumeResolver volumes;
+  varnel::DirectoryResolver directories;
   for (UINT index = 0; index < count; ++index) {
     VSS_ID instanceId{};
     ComPtr<IVssExamineWriterMetadata> metadata;
@@ -106,7 +106,7 @@ bool CVarnel::FindEligibleWriter() {
     CheckComCall(varnel::Delivered(hr, metadata),
                  L"\"m_pVssObject->GetWriterMetadata(iWriter, &idInstance, &pMetadata)\"");
     VssWriter writer;
-    varnel::BuildWriter(writer, metadata.Get(), volumes);
+    varnel::BuildWriter(writer, metadata.Get(), directories);
     if (IsWriterEligible(writer)) return true;
   }
   return false;

@@ -121,6 +121,10 @@ DWORD CVarnel::GetDiskSerialNumberForVolume(const std::wstring& volume, std::wst
 }
 
 bool CVarnel::IsSerialNumberPresentInInputList(std::wstring serialNumber) {
+  return IsInputDisk(serialNumber);
+}
+
+bool CVarnel::IsInputDisk(const std::wstring& serialNumber) const {
   return std::find(m_inputSerialNumbers.begin(), m_inputSerialNumbers.end(), serialNumber) !=
          m_inputSerialNumbers.end();
 }
@@ -142,7 +146,11 @@ bool CVarnel::IsSnapShotDevice(std::wstring diskName) {
 }
 
 bool CVarnel::isVolumeEligible(std::wstring serialNumber) {
-  if (!IsSerialNumberPresentInInputList(serialNumber)) return false;
+  return IsOnEligibleDisk(serialNumber);
+}
+
+bool CVarnel::IsOnEligibleDisk(const std::wstring& serialNumber) const {
+  if (!IsInputDisk(serialNumber)) return false;
   if (serialNumber == DiskAndVolumeEnumerator::systemDriveSerialNumber) {
     kLog.Warning(L"Affected volume %s of file descriptor is a system volume. Hence not including in the snapshot set.",
                  serialNumber);

@@ -1,5 +1,8 @@
 // Which writers and components take part, and the writer code that can narrow them to named databases.
 #include <algorithm>
+#include <array>
+#include <cstddef>
+#include <memory_resource>
 #include <stdexcept>
 
 #include "core/logging.h"
@@ -27,6 +30,17 @@ int WriterCodeNumber(const std::string& code) {
 // The codes whose backup is limited to the databases that the metadata service names.
 bool NamesDatabases(int writerCode) {
   return writerCode >= 2 && writerCode <= 4;
+}
+
+// None has a descendant then.
+bool AllTopLevel(const VssWriter& writer) {
+  return std::all_of(writer.components.begin(), writer.components.end(),
+                     [](const VssComponent& component) { return component.topLevel; });
+}
+
+bool AnyExcluded(const VssWriter& writer) {
+  return std::any_of(writer.components.begin(), writer.components.end(),
+                     [](const VssComponent& component) { return component.excluded; });
 }
 
 // The entries between the separators; a separator at the end adds none.
@@ -81,43 +95,62 @@ void CVarnel::SelectComponentsOf(VssWriter& writer, std::map<std::wstring, std::
 }
 
 bool CVarnel::IsComponentEligible(VssComponent& component, std::map<std::wstring, std::wstring>& volumeSerials) {
+  constexpr std::size_t kUsualDisks = 16;
   if (component.files.empty()) return false;
   // The same answer for every file, so it is asked once.
   if (!IsInInputComponents(m_inputComponents, component.fullPath)) {
     kLog.Warning(L"Component not in input file, State=NotEligible");
     return false;
   }
-  std::set<std::wstring> serialNumbers;
+  // Found eligible. Usually so few that they need no memory from outside.
+  std::array<std::byte, kUsualDisks * sizeof(std::wstring_view)> room;
+  std::pmr::monotonic_buffer_resource arena(room.data(), room.size());
+  std::pmr::vector<std::wstring_view> serialNumbers(&arena);
+  serialNumbers.reserve(kUsualDisks);
+  const SharedText* volume = nullptr;
+  const std::wstring* serialNumber = nullptr;
   for (const VssFileDescriptor& file : component.files) {
-    auto known = volumeSerials.find(file.volumeName);
-    if (known == volumeSerials.end()) {
-      std::wstring diskName;
-      std::wstring serialNumber;
-      if (GetDiskSerialNumberForVolume(file.volumeName, diskName, serialNumber) != ERROR_SUCCESS) {
-        kLog.Error(L"GetDiskSerialNumberForVolume() Failed, Volume=%s, Component=%s, State=NotEligible",
-                   file.volumeName, component.caption);
-        return false;
-      }
-      known = volumeSerials.emplace(file.volumeName, std::move(serialNumber)).first;
+    // Most files lie on the volume of the one before.
+    if (volume == nullptr || *volume != file.volumeName) {
+      volume = &file.volumeName;
+      serialNumber = SerialNumberOf(*volume, volumeSerials);
     }
-    const std::wstring& serialNumber = known->second;
+    if (serialNumber == nullptr) {
+      kLog.Error(L"GetDiskSerialNumberForVolume() Failed, Volume=%s, Component=%s, State=NotEligible", file.volumeName,
+                 component.caption);
+      return false;
+    }
     kLog.Info(L"Component=%s, File=%s, AffectedVolume=%s, SerialNumber=%s", component.caption, file.expandedPath,
-              file.volumeName, serialNumber);
-    component.affectedSerialNumbers.insert(serialNumber);
-    if (serialNumbers.contains(serialNumber)) continue;
-    if (!isVolumeEligible(serialNumber)) {
+              file.volumeName, *serialNumber);
+    if (std::find(serialNumbers.begin(), serialNumbers.end(), *serialNumber) != serialNumbers.end()) continue;
+    component.affectedSerialNumbers.insert(*serialNumber);
+    if (!IsOnEligibleDisk(*serialNumber)) {
       kLog.Warning(L"Volume not in input list, State=NotEligible");
       return false;
     }
-    serialNumbers.insert(serialNumber);
+    serialNumbers.push_back(*serialNumber);
   }
-  for (const std::wstring& serialNumber : serialNumbers) {
-    if (std::find(m_eligibleSerialNumbers.begin(), m_eligibleSerialNumbers.end(), serialNumber) ==
-        m_eligibleSerialNumbers.end()) {
-      m_eligibleSerialNumbers.push_back(serialNumber);
-    }
-  }
+  std::sort(serialNumbers.begin(), serialNumbers.end());
+  for (const std::wstring_view eligible : serialNumbers) AddEligibleSerialNumber(eligible);
   return true;
+}
+
+// Each volume is asked for once in a request; null when its disk cannot be told.
+const std::wstring* CVarnel::SerialNumberOf(const std::wstring& volume,
+                                            std::map<std::wstring, std::wstring>& volumeSerials) {
+  const auto known = volumeSerials.find(volume);
+  if (known != volumeSerials.end()) return &known->second;
+  std::wstring diskName;
+  std::wstring serialNumber;
+  if (GetDiskSerialNumberForVolume(volume, diskName, serialNumber) != ERROR_SUCCESS) return nullptr;
+  return &volumeSerials.emplace(volume, std::move(serialNumber)).first->second;
+}
+
+void CVarnel::AddEligibleSerialNumber(std::wstring_view serialNumber) {
+  if (std::find(m_eligibleSerialNumbers.begin(), m_eligibleSerialNumbers.end(), serialNumber) ==
+      m_eligibleSerialNumbers.end()) {
+    m_eligibleSerialNumbers.emplace_back(serialNumber);
+  }
 }
 
 bool CVarnel::checkComponents(std::set<std::wstring> inputComponents, std::wstring componentFullPath) {
@@ -180,10 +213,11 @@ void CVarnel::IncludeImplicitComponents() {
   kLog.Info(L"Including implicit components");
   for (VssWriter& writer : m_writers) {
     if (writer.excluded) continue;
-    const auto descendants = varnel::DescendantsByComponent(writer.components);
+    if (AllTopLevel(writer)) continue;
+    const varnel::Descendants descendants{varnel::ComponentTree(writer.components)};
     for (std::size_t index = 0; index < writer.components.size(); ++index) {
       VssComponent& parent = writer.components[index];
-      for (const std::size_t descendant : descendants[index]) {
+      for (const std::size_t descendant : descendants.Of(index)) {
         const VssComponent& child = writer.components[descendant];
         if (child.excluded) continue;
         if (parent.excluded) {
@@ -202,11 +236,12 @@ void CVarnel::VerifyComponentSelection() {
   kLog.Info(L"VerifyComponentSelection");
   for (const VssWriter& writer : m_writers) {
     if (writer.excluded) continue;
-    const auto descendants = varnel::DescendantsByComponent(writer.components);
+    if (AllTopLevel(writer) || !AnyExcluded(writer)) continue;
+    const varnel::Descendants descendants{varnel::ComponentTree(writer.components)};
     for (std::size_t index = 0; index < writer.components.size(); ++index) {
       const VssComponent& parent = writer.components[index];
       if (parent.excluded) continue;
-      for (const std::size_t descendant : descendants[index]) {
+      for (const std::size_t descendant : descendants.Of(index)) {
         const VssComponent& child = writer.components[descendant];
         if (!child.excluded) continue;
         kLog.Error(L"IncludedParent=%s, ExcludedChild=%s. Ensure that protection set is complete", parent.caption,
@@ -237,9 +272,10 @@ void CVarnel::AddSelectedComponents(std::string& errorDetails) {
   int count = 0;
   for (VssWriter& writer : m_writers) {
     if (writer.excluded) continue;
+    const WriterIds ids(writer);
     for (VssComponent& component : writer.components) {
       if (component.excluded || !component.selectable) continue;
-      AddSelectedComponent(writer, component, errorDetails);
+      AddSelectedComponent(ids, component, errorDetails);
       ++count;
     }
   }
@@ -252,12 +288,11 @@ void CVarnel::AddSelectedComponents(std::string& errorDetails) {
   kLog.Info(L"Number of components explicitly included in snapshot set = %d ", count);
 }
 
-void CVarnel::AddSelectedComponent(const VssWriter& writer, VssComponent& component, std::string& errorDetails) {
+void CVarnel::AddSelectedComponent(const WriterIds& writer, VssComponent& component, std::string& errorDetails) {
   kLog.Info(L"Add Component=%s ", component.fullPath);
   const HRESULT hr = OnVssObject([&](auto& vss) {
-    return vss.AddComponent(varnel::WString2Guid(writer.instanceId), varnel::WString2Guid(writer.writerId),
-                            static_cast<VSS_COMPONENT_TYPE>(component.type), component.logicalPath.c_str(),
-                            component.name.c_str());
+    return vss.AddComponent(writer.instanceId, writer.writerId, static_cast<VSS_COMPONENT_TYPE>(component.type),
+                            component.logicalPath.c_str(), component.name.c_str());
   });
   if (hr != S_OK) {
     varnel::WriteAlert(varnel::alert::kAddComponentFailed, {component.fullPath}, errorDetails);

@@ -77,7 +77,8 @@ void CVarnel::CollectVolumes() {
   for (const SnapshotVolumeInfo& volume : m_snapshotVolumes) added.insert(ascii::ToLower(volume.volumeName));
   std::unordered_set<std::wstring_view> seen;  // spellings that need no folding again
   ForEachSelectedFile(m_writers, [&](VssFileDescriptor& file) {
-    if (!seen.insert(file.volumeName).second || !added.insert(ascii::ToLower(file.volumeName)).second) return;
+    const std::wstring& name = file.volumeName;
+    if (!seen.insert(name).second || !added.insert(ascii::ToLower(name)).second) return;
     m_snapshotVolumes.push_back({file.volumeName, {}, {}});
   });
 
@@ -143,16 +144,20 @@ void CVarnel::SaveBackupComponentsDocument(std::string& errorDetails) {
 void CVarnel::GetSnapShotProperties(std::string& errorDetails) {
   kLog.Info(L"Getting snapshot properties...");
   std::unordered_map<std::wstring_view, std::vector<VssFileDescriptor*>> filesByVolume;
-  ForEachSelectedFile(m_writers, [&](VssFileDescriptor& file) { filesByVolume[file.volumeName].push_back(&file); });
+  ForEachSelectedFile(m_writers,
+                      [&](VssFileDescriptor& file) { filesByVolume[file.volumeName.Get()].push_back(&file); });
   for (SnapshotVolumeInfo& volume : m_snapshotVolumes) {
     ReadSnapshotProperties(volume, errorDetails);
     std::wstring diskName;
     std::wstring serialNumber;
     IdentifySnapshotDisk(volume, diskName, serialNumber);
+    const SharedText sharedDevice = volume.snapshotDeviceName;
+    const SharedText sharedDisk = std::move(diskName);
+    const SharedText sharedSerial = std::move(serialNumber);
     for (VssFileDescriptor* file : filesByVolume[volume.volumeName]) {
-      file->snapshotDeviceName = volume.snapshotDeviceName;
-      file->snapshotDiskName = diskName;
-      file->snapshotSerialNumber = serialNumber;
+      file->snapshotDeviceName = sharedDevice;
+      file->snapshotDiskName = sharedDisk;
+      file->snapshotSerialNumber = sharedSerial;
     }
   }
 }

@@ -14,6 +14,9 @@ namespace {
 char defaultDatabaseList[] = "ALL_DB";
 }  // namespace
 
+CVarnel::WriterIds::WriterIds(const VssWriter& writer)
+    : instanceId(varnel::WString2Guid(writer.instanceId)), writerId(varnel::WString2Guid(writer.writerId)) {}
+
 CVarnel::CVarnel(DWORD testPoints) : m_successfulDBList(defaultDatabaseList), m_testPoints(testPoints) {}
 
 CVarnel::~CVarnel() {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/cataloguing.h"
@@ -226,10 +227,19 @@ class VARNEL_API CVarnel {
   void InitializeWriterMetadata(std::string& errorDetails);
   void FreeWriterMetadata();
 
+  // The identifiers as the service wants them, read once for all components of a writer.
+  struct WriterIds {
+    explicit WriterIds(const VssWriter& writer);
+    GUID instanceId;
+    GUID writerId;
+  };
+
   // Selection
   void SelectComponentsForBackup(std::string& errorDetails);
   void SelectComponentsOf(VssWriter& writer, std::map<std::wstring, std::wstring>& volumeSerials,
                           const std::string& errorDetails);
+  const std::wstring* SerialNumberOf(const std::wstring& volume, std::map<std::wstring, std::wstring>& volumeSerials);
+  void AddEligibleSerialNumber(std::wstring_view serialNumber);
   bool checkComponents(std::set<std::wstring> inputComponents, std::wstring componentFullPath);
   bool IsInInputComponents(const std::set<std::wstring>& inputComponents, const std::wstring& componentFullPath);
   void GetComponentsList(std::set<std::wstring>& components);
@@ -239,7 +249,7 @@ class VARNEL_API CVarnel {
   void VerifyComponentSelection();
   void DiscardEmptyWriters();
   void AddSelectedComponents(std::string& errorDetails);
-  void AddSelectedComponent(const VssWriter& writer, VssComponent& component, std::string& errorDetails);
+  void AddSelectedComponent(const WriterIds& writer, VssComponent& component, std::string& errorDetails);
   VssWriter* FindSelectedWriter(const GUID& instanceId);
   bool IsWriterSelected(GUID instanceId);
   std::string parseWriterCode(std::string requestText);
@@ -249,8 +259,10 @@ class VARNEL_API CVarnel {
   void GetAllSystemDisks();
   DWORD GetDiskSerialNumberForVolume(const std::wstring& volume, std::wstring& diskName, std::wstring& serialNumber);
   bool IsSerialNumberPresentInInputList(std::wstring serialNumber);
+  bool IsInputDisk(const std::wstring& serialNumber) const;
   bool IsSnapShotDevice(std::wstring diskName);
   bool isVolumeEligible(std::wstring serialNumber);
+  bool IsOnEligibleDisk(const std::wstring& serialNumber) const;
   void VerifyProtectionSetDiskList(std::string& errorDetails);
   [[noreturn]] void ReportLunMismatch(std::string& errorDetails);
   void FindExtraDisks();
@@ -288,7 +300,7 @@ class VARNEL_API CVarnel {
   void CleanUpFailedSet(std::string& errorDetails);
   MarkingResult MarkComponents(int snapErrorCode, std::string& errorDetails);
   void SetBackupSucceeded(int snapErrorCode, std::string& errorDetails);
-  void ReportComponent(const VssWriter& writer, const VssComponent& component, bool byDefault,
+  void ReportComponent(const WriterIds& writer, const VssComponent& component, bool byDefault,
                        std::string& errorDetails);
   void BackupComplete(std::string& errorDetails);
   bool HoldsSnapshotDevice(const std::vector<std::wstring>& devices);

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <memory_resource>
+#include <numeric>
 #include <string_view>
+#include <utility>
 
 #include "core/errors.h"
 #include "core/logging.h"
@@ -15,6 +18,10 @@ using TesselCommonClasses::UtilityClass;
 
 namespace varnel {
 namespace {
+
+std::wstring_view TextOf(BSTR text) {
+  return text == nullptr ? std::wstring_view() : std::wstring_view(text, ::SysStringLen(text));
+}
 
 // The component information, which only its own component may free.
 class ComponentInfo {
@@ -32,37 +39,19 @@ class ComponentInfo {
   PVSSCOMPONENTINFO info_ = nullptr;
 };
 
-std::wstring ExpandEnvironment(const std::wstring& path) {
-  SystemInformation& system = CurrentHost().system();
-  std::wstring expanded(MAX_PATH, L'\0');
-  for (;;) {
-    const auto characters = static_cast<DWORD>(expanded.size());
-    const DWORD needed = system.ExpandEnvironmentStringsW(path.c_str(), expanded.data(), characters);
-    if (needed == 0) {
-      const DWORD error = LastErrorOrGeneric();
-      kLog.Error(L"ExpandEnvironmentStringsW() Failed, Path=%s, Error=0x%x", path, error);
-      ThrowHResult(HResultFromWin32(error));
-    }
-    if (needed <= characters) break;
-    expanded.resize(needed);
-  }
-  expanded.resize(std::wcslen(expanded.c_str()));
-  return expanded;
-}
-
 // A writer's counts are its own word: no more room than this is made before it delivers.
 constexpr UINT kMostReserved = 1024;
 
 // Reads what GetFile and its like hand out, one descriptor after the other.
 template <class Get>
 void AppendFiles(std::vector<VssFileDescriptor>& files, UINT count, DWORD fileType, const wchar_t* call,
-                 VolumeResolver& volumes, Get get) {
+                 DirectoryResolver& directories, Get get) {
   files.reserve(files.size() + std::min(count, kMostReserved));
   for (UINT index = 0; index < count; ++index) {
     ComPtr<IVssWMFiledesc> source;
     const HRESULT hr = get(index, source.Put());
     CheckComCall(Delivered(hr, source), call);
-    BuildFileDescriptor(files.emplace_back(), source.Get(), fileType, volumes);
+    BuildFileDescriptor(files.emplace_back(), source.Get(), fileType, directories);
   }
 }
 
@@ -96,37 +85,104 @@ void ReadRestoreMethod(VssWriter& writer, IVssExamineWriterMetadata* source) {
   writer.restoreInvolvesWriter = writerRestore != VSS_WRE_NEVER;
 }
 
-void ReadComponents(VssWriter& writer, UINT count, IVssExamineWriterMetadata* source, VolumeResolver& volumes) {
+void ReadComponents(VssWriter& writer, UINT count, IVssExamineWriterMetadata* source, DirectoryResolver& directories) {
+  const SharedText writerName = writer.name;
+  RecentTexts logicalPaths;
   writer.components.reserve(std::min(count, kMostReserved));
   for (UINT index = 0; index < count; ++index) {
-    ComPtr<IVssWMComponent> component;
-    const HRESULT hr = source->GetComponent(index, component.Put());
-    CheckComCall(Delivered(hr, component), L"\"pMetadata->GetComponent(iComponent, &pComponent)\"");
-    BuildComponent(writer.components.emplace_back(), writer.name, component.Get(), volumes);
+    ComPtr<IVssWMComponent> found;
+    const HRESULT hr = source->GetComponent(index, found.Put());
+    CheckComCall(Delivered(hr, found), L"\"pMetadata->GetComponent(iComponent, &pComponent)\"");
+    BuildComponent(writer.components.emplace_back(), writerName, found.Get(), directories, logicalPaths);
   }
 }
 
 void MarkTopLevel(std::vector<VssComponent>& components) {
-  for (VssComponent& component : components) component.topLevel = true;
-  for (const std::vector<std::size_t>& descendants : DescendantsByComponent(components)) {
-    for (const std::size_t index : descendants) components[index].topLevel = false;
+  const ComponentTree tree(components);
+  for (std::size_t index = 0; index < components.size(); ++index) {
+    components[index].topLevel = !tree.HasAncestor(index);
   }
 }
 
 }  // namespace
 
-const VolumeResolver::Location& VolumeResolver::Resolve(const std::wstring& expandedPath) {
-  const auto [entry, isNew] = known_.try_emplace(expandedPath);
-  if (isNew) {
-    std::wstring mountPoint;
-    Location& location = entry->second;
-    location.found = UtilityClass::GetUniqueVolumeNameForPathNoThrow(expandedPath, location.volumeName, mountPoint);
-    location.mountPointLength = mountPoint.size();
+SharedText RecentTexts::Share(std::wstring_view text) {
+  if (latest_ != text) {
+    std::swap(latest_, earlier_);
+    if (latest_ != text) latest_ = SharedText(text);
   }
-  return entry->second;
+  return latest_;
 }
 
-void BuildFileDescriptor(VssFileDescriptor& file, IVssWMFiledesc* source, DWORD fileType, VolumeResolver& volumes) {
+struct DirectoryResolver::OwnTexts {
+  std::wstring path;
+  std::wstring expandedPath;
+  std::wstring pathOnVolume;
+};
+
+const DirectoryResolver::Directory& DirectoryResolver::Resolve(std::wstring_view path) {
+  const std::wstring_view expanded = Expand(path);
+  // Most files lie where the one before does.
+  if (latest_ == nullptr || latest_->expandedPath != expanded) {
+    auto known = known_.find(expanded);
+    if (known == known_.end()) {
+      Directory directory = LookUp(path, expanded);
+      const std::wstring_view key = directory.expandedPath;
+      known = known_.emplace(key, std::move(directory)).first;
+    }
+    latest_ = &known->second;
+  }
+  return *latest_;
+}
+
+// With a backslash at the end; valid until the next call.
+std::wstring_view DirectoryResolver::Expand(std::wstring_view path) {
+  SystemInformation& system = CurrentHost().system();
+  path_ = path;
+  for (DWORD characters = MAX_PATH;;) {
+    if (expanded_.size() <= characters) expanded_.resize(characters + 1);  // and the backslash
+    const DWORD needed = system.ExpandEnvironmentStringsW(path_.c_str(), expanded_.data(), characters);
+    if (needed == 0) {
+      const DWORD error = LastErrorOrGeneric();
+      kLog.Error(L"ExpandEnvironmentStringsW() Failed, Path=%s, Error=0x%x", path_, error);
+      ThrowHResult(HResultFromWin32(error));
+    }
+    if (needed <= characters) break;
+    characters = needed;
+  }
+  std::size_t length = std::wcslen(expanded_.c_str());
+  if (length == 0 || expanded_[length - 1] != L'\\') expanded_[length++] = L'\\';
+  return std::wstring_view(expanded_).substr(0, length);
+}
+
+DirectoryResolver::Directory DirectoryResolver::LookUp(std::wstring_view path, std::wstring_view expandedPath) {
+  const auto texts = std::make_shared<OwnTexts>();
+  texts->path = path;
+  texts->expandedPath = expandedPath;
+  const bool found = UtilityClass::GetUniqueVolumeNameForPathNoThrow(texts->expandedPath, volumeName_, mountPoint_);
+  if (found && mountPoint_.size() < expandedPath.size()) {
+    texts->pathOnVolume = expandedPath.substr(mountPoint_.size());
+  }
+  const auto share = [&](const std::wstring& text) {
+    return SharedText(std::shared_ptr<const std::wstring>(texts, &text));
+  };
+  Directory directory;
+  directory.path = share(texts->path);
+  directory.expandedPath = share(texts->expandedPath);
+  directory.volumeName = found ? Volume(volumeName_) : directory.expandedPath;
+  directory.pathOnVolume = share(texts->pathOnVolume);
+  return directory;
+}
+
+const SharedText& DirectoryResolver::Volume(std::wstring_view name) {
+  const auto known = volumes_.find(name);
+  if (known != volumes_.end()) return known->second;
+  const SharedText text(name);
+  return volumes_.emplace(text, text).first->second;
+}
+
+void BuildFileDescriptor(VssFileDescriptor& file, IVssWMFiledesc* source, DWORD fileType,
+                         DirectoryResolver& directories) {
   file.fileType = fileType;
   Bstr path;
   Bstr filespec;
@@ -137,38 +193,36 @@ void BuildFileDescriptor(VssFileDescriptor& file, IVssWMFiledesc* source, DWORD 
   CheckComCall(source->GetRecursive(&recursive), L"\"pFileDesc->GetRecursive(&bRecursive)\"");
   CheckComCall(source->GetAlternateLocation(alternateLocation.Put()),
                L"\"pFileDesc->GetAlternateLocation(&bstrAlternate)\"");
-  file.path = path.View();
   file.filespec = filespec.View();
-  file.expandedPath = UtilityClass::AppendBackslash(ExpandEnvironment(file.path));
-  const VolumeResolver::Location& location = volumes.Resolve(file.expandedPath);
-  file.volumeName = location.found ? location.volumeName : file.expandedPath;
-  if (location.found && location.mountPointLength < file.expandedPath.size()) {
-    file.pathOnVolume = file.expandedPath.substr(location.mountPointLength);
-  }
+  const DirectoryResolver::Directory& directory = directories.Resolve(path.View());
+  file.path = directory.path == path.View() ? directory.path : SharedText(path.View());
+  file.expandedPath = directory.expandedPath;
+  file.volumeName = directory.volumeName;
+  file.pathOnVolume = directory.pathOnVolume;
 }
 
-void BuildComponent(VssComponent& component, const std::wstring& writerName, IVssWMComponent* source,
-                    VolumeResolver& volumes) {
+void BuildComponent(VssComponent& component, const SharedText& writerName, IVssWMComponent* source,
+                    DirectoryResolver& directories, RecentTexts& logicalPaths) {
   component.writerName = writerName;
   const ComponentInfo info(source);
   component.name = BSTR2WString(info->bstrComponentName);
-  component.logicalPath = BSTR2WString(info->bstrLogicalPath);
+  component.logicalPath = logicalPaths.Share(TextOf(info->bstrLogicalPath));
   component.caption = BSTR2WString(info->bstrCaption);
   component.type = static_cast<DWORD>(info->type);
   component.selectable = info->bSelectable != 0;
   component.notifyOnBackupComplete = info->bNotifyOnBackupComplete != 0;
   component.fullPath = ComponentFullPath(component.logicalPath, component.name);
   AppendFiles(component.files, info->cFileCount, VssFileDescriptor::File, L"\"pComponent->GetFile(i, &pFileDesc)\"",
-              volumes, [&](UINT index, IVssWMFiledesc** file) { return source->GetFile(index, file); });
+              directories, [&](UINT index, IVssWMFiledesc** file) { return source->GetFile(index, file); });
   AppendFiles(component.files, info->cDatabases, VssFileDescriptor::DatabaseFile,
-              L"\"pComponent->GetDatabaseFile(i, &pFileDesc)\"", volumes,
+              L"\"pComponent->GetDatabaseFile(i, &pFileDesc)\"", directories,
               [&](UINT index, IVssWMFiledesc** file) { return source->GetDatabaseFile(index, file); });
   AppendFiles(component.files, info->cLogFiles, VssFileDescriptor::DatabaseLogFile,
-              L"\"pComponent->GetDatabaseLogFile(i, &pFileDesc)\"", volumes,
+              L"\"pComponent->GetDatabaseLogFile(i, &pFileDesc)\"", directories,
               [&](UINT index, IVssWMFiledesc** file) { return source->GetDatabaseLogFile(index, file); });
 }
 
-void BuildWriter(VssWriter& writer, IVssExamineWriterMetadata* source, VolumeResolver& volumes) {
+void BuildWriter(VssWriter& writer, IVssExamineWriterMetadata* source, DirectoryResolver& directories) {
   ReadIdentity(writer, source);
   ReadRestoreMethod(writer, source);
   UINT includeFiles = 0;
@@ -177,15 +231,19 @@ void BuildWriter(VssWriter& writer, IVssExamineWriterMetadata* source, VolumeRes
   CheckComCall(source->GetFileCounts(&includeFiles, &excludeFiles, &components),
                L"\"pMetadata->GetFileCounts(&cIncludeFiles, &cExcludeFiles, &cComponents)\"");
   AppendFiles(writer.excludeFiles, excludeFiles, VssFileDescriptor::ExcludeFile,
-              L"\"pMetadata->GetExcludeFile(i, &pFileDesc)\"", volumes,
+              L"\"pMetadata->GetExcludeFile(i, &pFileDesc)\"", directories,
               [&](UINT index, IVssWMFiledesc** file) { return source->GetExcludeFile(index, file); });
-  ReadComponents(writer, components, source, volumes);
+  ReadComponents(writer, components, source, directories);
   MarkTopLevel(writer.components);
 }
 
 std::wstring ComponentFullPath(const std::wstring& logicalPath, const std::wstring& name) {
-  std::wstring path = UtilityClass::AppendBackslash(logicalPath) + name;
-  if (path.front() != L'\\') path.insert(path.begin(), L'\\');
+  std::wstring path;
+  path.reserve(logicalPath.size() + name.size() + 2);
+  if (!logicalPath.starts_with(L'\\')) path += L'\\';
+  path += logicalPath;
+  if (path.back() != L'\\') path += L'\\';
+  path += name;
   return path;
 }
 
@@ -195,24 +253,61 @@ bool IsAncestor(const VssComponent& a, const VssComponent& b) {
          ascii::EqualIgnoringCase(a.fullPath, std::wstring_view(b.fullPath).substr(0, length));
 }
 
-std::vector<std::vector<std::size_t>> DescendantsByComponent(const std::vector<VssComponent>& components) {
-  std::vector<std::wstring> folded;
-  folded.reserve(components.size());
-  for (const VssComponent& component : components) folded.push_back(ascii::ToLower(component.fullPath));
-  std::unordered_map<std::wstring_view, std::vector<std::size_t>> byPath;
-  for (std::size_t i = 0; i < folded.size(); ++i) byPath[folded[i]].push_back(i);
+ComponentTree::ComponentTree(const std::vector<VssComponent>& components)
+    : first_(components.size()), next_(components.size(), kNone), parent_(components.size(), kNone) {
+  // The folded paths in one text, and the nodes of the look-up in one arena: no allocation per component.
+  std::wstring folded;
+  std::vector<std::size_t> ends;
+  ends.reserve(components.size());
+  for (const VssComponent& component : components) {
+    folded += component.fullPath;
+    ends.push_back(folded.size());
+  }
+  for (wchar_t& c : folded) c = ascii::ToLower(c);
+  const auto pathOf = [&](std::size_t index) {
+    const std::size_t begin = index == 0 ? 0 : ends[index - 1];
+    return std::wstring_view(folded).substr(begin, ends[index] - begin);
+  };
 
-  std::vector<std::vector<std::size_t>> descendants(components.size());
-  for (std::size_t i = 0; i < folded.size(); ++i) {
-    const std::wstring_view path = folded[i];
-    // An ancestor's path ends where a backslash of this path begins.
-    for (std::size_t end = path.find(L'\\', 1); end != path.npos; end = path.find(L'\\', end + 1)) {
-      const auto ancestors = byPath.find(path.substr(0, end));
-      if (ancestors == byPath.end()) continue;
-      for (const std::size_t ancestor : ancestors->second) descendants[ancestor].push_back(i);
+  std::pmr::monotonic_buffer_resource arena;
+  std::pmr::unordered_map<std::wstring_view, Same> byPath(components.size(), &arena);
+  for (std::size_t index = 0; index < components.size(); ++index) {
+    const auto [same, isNew] = byPath.try_emplace(pathOf(index), Same{index, index});
+    first_[index] = same->second.first;
+    if (!isNew) next_[std::exchange(same->second.last, index)] = index;
+  }
+  for (std::size_t index = 0; index < components.size(); ++index) {
+    if (first_[index] != index) continue;
+    // The nearest ancestor is enough: the others are its own. A path ends where a backslash of a longer one begins.
+    const std::wstring_view path = pathOf(index);
+    for (std::size_t end = path.rfind(L'\\'); end != path.npos && end > 0; end = path.rfind(L'\\', end - 1)) {
+      const auto ancestor = byPath.find(path.substr(0, end));
+      if (ancestor == byPath.end()) continue;
+      parent_[index] = ancestor->second.first;
+      anyAncestor_ = true;
+      break;
     }
   }
-  return descendants;
+}
+
+template <class Visit>
+void ComponentTree::ForEachAncestor(std::size_t index, Visit visit) const {
+  for (std::size_t path = parent_[first_[index]]; path != kNone; path = parent_[path]) {
+    for (std::size_t same = path; same != kNone; same = next_[same]) visit(same);
+  }
+}
+
+Descendants::Descendants(const ComponentTree& tree) : begins_(tree.size() + 1) {
+  if (!tree.anyAncestor()) return;
+  for (std::size_t index = 0; index < tree.size(); ++index) {
+    tree.ForEachAncestor(index, [&](std::size_t ancestor) { ++begins_[ancestor + 1]; });
+  }
+  std::partial_sum(begins_.begin(), begins_.end(), begins_.begin());
+  indexes_.resize(begins_.back());
+  std::vector<std::size_t> ends(begins_.begin(), begins_.end() - 1);
+  for (std::size_t index = 0; index < tree.size(); ++index) {
+    tree.ForEachAncestor(index, [&](std::size_t ancestor) { indexes_[ends[ancestor]++] = index; });
+  }
 }
 
 }  // namespace varnel

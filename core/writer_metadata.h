@@ -2,10 +2,13 @@
 #pragma once
 
 #include <set>
+#include <span>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "core/shared_text.h"
 #include "platform/export.h"
 #include "platform/vss.h"
 #include "platform/win32.h"
@@ -14,24 +17,24 @@
 struct VssFileDescriptor {
   enum FileType : DWORD { ExcludeFile = 1, File = 2, DatabaseFile = 3, DatabaseLogFile = 4 };
 
-  std::wstring path;          ///< as the writer reported it, environment variables not expanded
-  std::wstring filespec;      ///< a name or a wildcard pattern
-  std::wstring pathOnVolume;  ///< the expanded path behind its mount point; empty when no volume was found
-  std::wstring reserved;
+  SharedText path;          ///< as the writer reported it, environment variables not expanded
+  std::wstring filespec;    ///< a name or a wildcard pattern
+  SharedText pathOnVolume;  ///< the expanded path behind its mount point; empty when no volume was found
+  SharedText reserved;
   bool recursive = false;  ///< always false: the flag that the writer reports is not kept
   DWORD fileType = 0;
-  std::wstring expandedPath;          ///< environment variables expanded, with a backslash at the end
-  std::wstring volumeName;            ///< the unique volume name; the expanded path itself when no volume was found
-  std::wstring snapshotDeviceName;    ///< the shadow copy's device object with a backslash at the end
-  std::wstring snapshotDiskName;      ///< the physical drive path of the shadow copy
-  std::wstring snapshotSerialNumber;  ///< that disk's serial number
+  SharedText expandedPath;          ///< environment variables expanded, with a backslash at the end
+  SharedText volumeName;            ///< the unique volume name; the expanded path itself when no volume was found
+  SharedText snapshotDeviceName;    ///< the shadow copy's device object with a backslash at the end
+  SharedText snapshotDiskName;      ///< the physical drive path of the shadow copy
+  SharedText snapshotSerialNumber;  ///< that disk's serial number
 };
 
 /// One component of a writer.
 struct VssComponent {
   std::wstring name;
-  std::wstring writerName;
-  std::wstring logicalPath;
+  SharedText writerName;
+  SharedText logicalPath;
   std::wstring caption;
   DWORD type = 0;  ///< VSS_COMPONENT_TYPE
   bool selectable = false;
@@ -62,26 +65,54 @@ struct VssWriter {
 
 namespace varnel {
 
-/// Finds the volume of a directory, each directory once: a writer names thousands of files in few directories.
-class VolumeResolver {
+/// Gives a text the block of one of the last two different ones when it is one of them: reading a tree, the writer
+/// comes back to the path above.
+class RecentTexts {
  public:
-  struct Location {
-    bool found = false;
-    std::wstring volumeName;
-    std::size_t mountPointLength = 0;
-  };
-  const Location& Resolve(const std::wstring& expandedPath);
+  SharedText Share(std::wstring_view text);
 
  private:
-  std::unordered_map<std::wstring, Location> known_;
+  SharedText latest_;
+  SharedText earlier_;
+};
+
+/// Where the directories that writers name lie. The volume of each is looked up once: a writer names thousands of files
+/// in few directories.
+class DirectoryResolver {
+ public:
+  struct Directory {
+    SharedText path;          ///< as first reported
+    SharedText expandedPath;  ///< with a backslash at the end
+    SharedText volumeName;    ///< the expanded path itself when no volume was found
+    SharedText pathOnVolume;
+  };
+  /// Expands the environment variables of the path, on every call; throws the HRESULT as a `long` when that fails.
+  const Directory& Resolve(std::wstring_view path);
+
+ private:
+  struct OwnTexts;  // those of a directory that no other has
+
+  std::wstring_view Expand(std::wstring_view path);
+  Directory LookUp(std::wstring_view path, std::wstring_view expandedPath);
+  const SharedText& Volume(std::wstring_view name);
+
+  std::unordered_map<std::wstring_view, Directory> known_;  // by expanded path
+  const Directory* latest_ = nullptr;
+  std::unordered_map<std::wstring_view, SharedText> volumes_;  // by name
+  // Room that is kept from call to call.
+  std::wstring path_;
+  std::wstring expanded_;
+  std::wstring volumeName_;
+  std::wstring mountPoint_;
 };
 
 /// Builders of the records. Each logs a failed platform call and throws its HRESULT as a `long`; the record is then
 /// incomplete, and nothing of the platform's is left behind.
-void BuildFileDescriptor(VssFileDescriptor& file, IVssWMFiledesc* source, DWORD fileType, VolumeResolver& volumes);
-void BuildComponent(VssComponent& component, const std::wstring& writerName, IVssWMComponent* source,
-                    VolumeResolver& volumes);
-void BuildWriter(VssWriter& writer, IVssExamineWriterMetadata* source, VolumeResolver& volumes);
+void BuildFileDescriptor(VssFileDescriptor& file, IVssWMFiledesc* source, DWORD fileType,
+                         DirectoryResolver& directories);
+void BuildComponent(VssComponent& component, const SharedText& writerName, IVssWMComponent* source,
+                    DirectoryResolver& directories, RecentTexts& logicalPaths);
+void BuildWriter(VssWriter& writer, IVssExamineWriterMetadata* source, DirectoryResolver& directories);
 
 /// "\logical path\name", one backslash in front.
 std::wstring ComponentFullPath(const std::wstring& logicalPath, const std::wstring& name);
@@ -89,7 +120,47 @@ std::wstring ComponentFullPath(const std::wstring& logicalPath, const std::wstri
 /// True when `a`'s full path and a backslash start `b`'s, case ignored. No component is its own ancestor.
 VARNEL_API bool IsAncestor(const VssComponent& a, const VssComponent& b);
 
-/// For every component of a list the indexes of its descendants, in list order. Built in time linear in the paths.
-std::vector<std::vector<std::size_t>> DescendantsByComponent(const std::vector<VssComponent>& components);
+/// How the components of a list lie below each other, as IsAncestor tells pair by pair. Built in time linear in the
+/// paths.
+class ComponentTree {
+ public:
+  explicit ComponentTree(const std::vector<VssComponent>& components);
+
+  std::size_t size() const { return first_.size(); }
+  bool anyAncestor() const { return anyAncestor_; }
+  bool HasAncestor(std::size_t index) const { return parent_[first_[index]] != kNone; }
+
+ private:
+  friend class Descendants;
+
+  // The components of one path: the first and the last of a list through next_.
+  struct Same {
+    std::size_t first;
+    std::size_t last;
+  };
+  static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+  // Calls `visit` with the index of every ancestor.
+  template <class Visit>
+  void ForEachAncestor(std::size_t index, Visit visit) const;
+
+  std::vector<std::size_t> first_;   // the first component of the same path
+  std::vector<std::size_t> next_;    // the next component of the same path
+  std::vector<std::size_t> parent_;  // of a path's first component: the first one of the nearest ancestor's path
+  bool anyAncestor_ = false;
+};
+
+/// For every component of a list its descendants, in list order. Takes space for every pair.
+class Descendants {
+ public:
+  explicit Descendants(const ComponentTree& tree);
+  std::span<const std::size_t> Of(std::size_t index) const {
+    return std::span(indexes_).subspan(begins_[index], begins_[index + 1] - begins_[index]);
+  }
+
+ private:
+  std::vector<std::size_t> begins_;  // of each component's part of indexes_, and the end
+  std::vector<std::size_t> indexes_;
+};
 
 }  // namespace varnel

@@ -101,57 +101,58 @@ std::string FormatNumber(const Conversion& conversion, std::uint32_t value) {
   return prefix + digits;
 }
 
+// Text of either width.
 template <class Char>
-std::basic_string<Char> ToWidth(std::string_view text) {
+void Append(std::basic_string<Char>& result, std::string_view text) {
   if constexpr (sizeof(Char) == sizeof(wchar_t)) {
-    return Utf8ToWideLossy(text);
+    result += Utf8ToWideLossy(text);
   } else {
-    return std::string(text);
+    result += text;
   }
 }
 
 template <class Char>
-std::basic_string<Char> ToWidth(std::wstring_view text) {
+void Append(std::basic_string<Char>& result, std::wstring_view text) {
   if constexpr (sizeof(Char) == sizeof(wchar_t)) {
-    return std::wstring(text);
+    result += text;
   } else {
-    return WideToUtf8Lossy(text);
+    AppendUtf8Lossy(result, text);
   }
 }
 
 template <class Char>
-std::basic_string<Char> FormatField(const Conversion& conversion, const FormatArgument& argument) {
-  std::basic_string<Char> field;
+void Append(std::basic_string<Char>& result, const Conversion& conversion, std::uint32_t number) {
+  if (conversion.type == 'c') {
+    result += static_cast<Char>(number);
+  } else if (!IsText(conversion)) {
+    const std::string digits = FormatNumber(conversion, number);
+    result.append(digits.begin(), digits.end());
+  }
+}
+
+template <class Char>
+void AppendField(std::basic_string<Char>& result, const Conversion& conversion, const FormatArgument& argument) {
+  const std::size_t begin = result.size();
   if (const auto* number = std::get_if<std::uint32_t>(&argument.value())) {
-    if (conversion.type == 'c') {
-      field += static_cast<Char>(*number);
-    } else if (!IsText(conversion)) {
-      field = ToWidth<Char>(FormatNumber(conversion, *number));
-    }
+    Append(result, conversion, *number);
   } else {
-    field = std::visit(
-        [](const auto& text) -> std::basic_string<Char> {
-          if constexpr (std::is_same_v<std::decay_t<decltype(text)>, std::uint32_t>) {
-            return {};
-          } else {
-            return ToWidth<Char>(text);
-          }
-        },
-        argument.value());
-    if (conversion.precision && field.size() > *conversion.precision) field.resize(*conversion.precision);
+    if (const auto* wide = std::get_if<std::wstring_view>(&argument.value())) Append(result, *wide);
+    if (const auto* narrow = std::get_if<std::string_view>(&argument.value())) Append(result, *narrow);
+    if (conversion.precision && result.size() - begin > *conversion.precision)
+      result.resize(begin + *conversion.precision);
   }
-  if (field.size() < conversion.width) {
-    field.insert(conversion.leftAligned ? field.end() : field.begin(), conversion.width - field.size(),
-                 static_cast<Char>(' '));
+  const std::size_t length = result.size() - begin;
+  if (length < conversion.width) {
+    result.insert(conversion.leftAligned ? result.size() : begin, conversion.width - length, static_cast<Char>(' '));
   }
-  return field;
 }
 
 // `next(conversion)` yields the argument of one conversion, or nothing when there is none left.
 template <class Char, class Next>
 std::basic_string<Char> Format(std::basic_string_view<Char> format, Next next) {
   std::basic_string<Char> result;
-  result.reserve(format.size() + 64);
+  constexpr std::size_t kUsualFields = 192;  // characters
+  result.reserve(format.size() + kUsualFields);
   while (!format.empty()) {
     const std::size_t percent = format.find(static_cast<Char>('%'));
     result.append(format.substr(0, percent));
@@ -166,7 +167,7 @@ std::basic_string<Char> Format(std::basic_string_view<Char> format, Next next) {
     if (conversion.type == 0) {
       result.append(format.substr(0, conversion.length));
     } else if (const std::optional<FormatArgument> argument = next(conversion)) {
-      result += FormatField<Char>(conversion, *argument);
+      AppendField(result, conversion, *argument);
     }
     format.remove_prefix(conversion.length);
   }

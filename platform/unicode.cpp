@@ -1,7 +1,10 @@
 #include "platform/unicode.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <stdexcept>
+#include <type_traits>
 
 namespace varnel {
 namespace {
@@ -97,11 +100,25 @@ void AppendWide(std::wstring& text, char32_t c) {
   }
 }
 
+// Appends the ASCII characters from `at` on, which are the same in both forms, and moves `at` behind them.
+template <class To, class From>
+void CopyAscii(To& result, From text, std::size_t& at) {
+  using Unit = std::make_unsigned_t<typename From::value_type>;
+  const auto isOther = [](auto c) { return static_cast<Unit>(c) >= 0x80; };
+  const auto begin = text.begin() + static_cast<std::ptrdiff_t>(at);
+  const auto end = std::find_if(begin, text.end(), isOther);
+  const std::size_t old = result.size();
+  result.resize(old + static_cast<std::size_t>(end - begin));
+  std::transform(begin, end, result.begin() + static_cast<std::ptrdiff_t>(old),
+                 [](auto c) { return static_cast<typename To::value_type>(c); });
+  at = static_cast<std::size_t>(end - text.begin());
+}
+
 template <class To, class From, class Next, class Append>
-To Convert(From text, bool strict, Next next, Append append) {
-  To result;
-  result.reserve(text.size());
-  for (std::size_t at = 0; at < text.size();) {
+void Convert(To& result, From text, bool strict, Next next, Append append) {
+  for (std::size_t at = 0;;) {
+    CopyAscii(result, text, at);
+    if (at == text.size()) return;
     char32_t c = next(text, at);
     if (c == kInvalid) {
       if (strict) throw std::range_error("bad conversion");
@@ -109,22 +126,32 @@ To Convert(From text, bool strict, Next next, Append append) {
     }
     append(result, c);
   }
-  return result;
 }
 
 }  // namespace
 
 std::wstring Utf8ToWide(std::string_view text) {
-  return Convert<std::wstring>(text, true, NextUtf8, AppendWide);
+  std::wstring result;
+  Convert(result, text, true, NextUtf8, AppendWide);
+  return result;
 }
 std::string WideToUtf8(std::wstring_view text) {
-  return Convert<std::string>(text, true, NextWide, AppendUtf8);
+  std::string result;
+  Convert(result, text, true, NextWide, AppendUtf8);
+  return result;
 }
 std::wstring Utf8ToWideLossy(std::string_view text) {
-  return Convert<std::wstring>(text, false, NextUtf8, AppendWide);
+  std::wstring result;
+  Convert(result, text, false, NextUtf8, AppendWide);
+  return result;
 }
 std::string WideToUtf8Lossy(std::wstring_view text) {
-  return Convert<std::string>(text, false, NextWide, AppendUtf8);
+  std::string result;
+  AppendUtf8Lossy(result, text);
+  return result;
+}
+void AppendUtf8Lossy(std::string& result, std::wstring_view text) {
+  Convert(result, text, false, NextWide, AppendUtf8);
 }
 
 }  // namespace varnel

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "simulator/snapshot_service.h"
+#include "simulator/volumes.h"
 
 namespace varnel::simulator {
 

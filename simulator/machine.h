@@ -100,6 +100,7 @@ class LiveObjects {
   std::vector<std::string> misuses_;
 };
 
+class VolumeIndex;      // volumes.h
 class SnapshotService;  // snapshot sets and shadow copies; snapshot_service.h
 
 class Machine : public std::enable_shared_from_this<Machine> {
@@ -108,6 +109,8 @@ class Machine : public std::enable_shared_from_this<Machine> {
   ~Machine();
 
   HostModel model;
+  /// Of the model's disks as they are; made when it is first needed. Whoever changes them drops it.
+  mutable std::unique_ptr<const VolumeIndex> volumeIndex;
   FaultPlan faults;
   CallLog calls;
   LiveObjects live;

@@ -185,6 +185,11 @@ SimulatedHost::SimulatedHost(HostModel model)
 
 SimulatedHost::~SimulatedHost() = default;
 
+HostModel& SimulatedHost::model() {
+  machine_->volumeIndex.reset();
+  return machine_->model;
+}
+
 VssService& SimulatedHost::vss() {
   return services_->vss;
 }

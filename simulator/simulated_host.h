@@ -47,7 +47,8 @@ class SimulatedHost final : public Host {
   MetadataService& metadata() override;
   DWORD GetLastError() override;
 
-  HostModel& model() { return machine_->model; }
+  /// For changes between calls.
+  HostModel& model();
   FaultPlan& faults() { return machine_->faults; }
   CallLog& calls() { return machine_->calls; }
   LiveObjects& live() { return machine_->live; }

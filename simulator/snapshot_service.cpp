@@ -80,6 +80,26 @@ std::vector<const ShadowCopy*> SnapshotService::SurfacedCopies() const {
   return copies;
 }
 
+const SnapshotService::Surfaced& SnapshotService::SurfacedNow() const {
+  if (surfaced_) return *surfaced_;
+  surfaced_.emplace();
+  for (const ShadowCopy* copy : SurfacedCopies()) {
+    surfaced_->byDevice.emplace(FoldAscii(copy->device), copy);
+    if (copy->ownDisk) surfaced_->byDisk.emplace(copy->diskNumber, copy);
+  }
+  return *surfaced_;
+}
+
+const ShadowCopy* SnapshotService::CopyOnDisk(DWORD number) const {
+  const auto found = SurfacedNow().byDisk.find(number);
+  return found == SurfacedNow().byDisk.end() ? nullptr : found->second;
+}
+
+const ShadowCopy* SnapshotService::CopyOfDevice(std::wstring_view device) const {
+  const auto found = SurfacedNow().byDevice.find(FoldAscii(device));
+  return found == SurfacedNow().byDevice.end() ? nullptr : found->second;
+}
+
 HRESULT SnapshotService::StartSet(const GUID& session, LONG context, GUID& setId) {
   if (context == kAllContexts) return VSS_E_UNSUPPORTED_CONTEXT;
   if (openSet_) return VSS_E_SNAPSHOT_SET_IN_PROGRESS;
@@ -126,6 +146,7 @@ HRESULT SnapshotService::CommitSet(const GUID& session) {
     locations.push_back(*location);
   }
   for (std::size_t i = 0; i < set.copies.size(); ++i) copies_.push_back(MakeCopy(set, set.copies[i], locations[i]));
+  surfaced_.reset();
   return S_OK;
 }
 
@@ -208,6 +229,7 @@ HRESULT SnapshotService::Break(const GUID& setId, DWORD flags) {
     return std::any_of(machine_.model.disks.begin(), machine_.model.disks.end(), isOriginal);
   };
   if (revert && std::any_of(copies.begin(), copies.end(), originalIsHere)) return VSS_E_BREAK_REVERT_ID_FAILED;
+  surfaced_.reset();
   for (ShadowCopy* copy : copies) {
     copy->forgotten = true;
     copy->masked = (flags & VSS_BREAKEX_FLAG_MASK_LUNS) != 0;
@@ -229,6 +251,7 @@ HRESULT SnapshotService::Import(const GUID& session, std::span<const ShadowCopy>
     copy.attributes &= ~VSS_VOLSNAP_ATTR_NOT_SURFACED;
     Surface(copy);
     copies_.push_back(std::move(copy));
+    surfaced_.reset();
     imported_.push_back(source.id);
     ++done;
   }
@@ -237,11 +260,13 @@ HRESULT SnapshotService::Import(const GUID& session, std::span<const ShadowCopy>
 }
 
 void SnapshotService::Withdraw(GUID id) {
+  surfaced_.reset();
   copies_.remove_if([&](const ShadowCopy& copy) { return copy.id == id || copy.setId == id; });
 }
 
 void SnapshotService::EndSession(const GUID& session) {
   AbandonSet(session);
+  surfaced_.reset();
   copies_.remove_if([&](const ShadowCopy& copy) {
     return copy.owner == session && IsKnown(copy) && !Has(copy.attributes, VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE);
   });

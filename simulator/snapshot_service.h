@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "simulator/machine.h"
@@ -52,6 +53,10 @@ class SnapshotService {
 
   /// The copies that this machine can see, in the order of their creation. Pointers hold until the next change.
   std::vector<const ShadowCopy*> SurfacedCopies() const;
+  /// The surfaced copy whose own disk has this number; null when none has.
+  const ShadowCopy* CopyOnDisk(DWORD number) const;
+  /// The surfaced copy with this device, case ignored; null when none has it.
+  const ShadowCopy* CopyOfDevice(std::wstring_view device) const;
 
   /// Opens the machine's only set under construction.
   HRESULT StartSet(const GUID& session, LONG context, GUID& setId);
@@ -103,6 +108,13 @@ class SnapshotService {
     const Volume* volume = nullptr;
   };
 
+  // The surfaced copies by what callers name them with.
+  struct Surfaced {
+    std::unordered_map<DWORD, const ShadowCopy*> byDisk;
+    std::unordered_map<std::wstring, const ShadowCopy*> byDevice;  // in lower case
+  };
+
+  const Surfaced& SurfacedNow() const;
   OpenSet* OpenSetOf(const GUID& session);
   std::optional<Location> Resolve(std::wstring_view name) const;
   const Provider* FindProvider(const GUID& id) const;
@@ -116,6 +128,7 @@ class SnapshotService {
 
   Machine& machine_;
   std::list<ShadowCopy> copies_;
+  mutable std::optional<Surfaced> surfaced_;  // made when it is needed; whoever changes copies_ drops it
   std::optional<OpenSet> openSet_;
   std::vector<GUID> imported_;
   unsigned devices_ = 0;

@@ -14,20 +14,9 @@ bool IsSeparator(wchar_t c) {
   return c == L'\\' || c == L'/';
 }
 
-bool SamePathCharacter(wchar_t a, wchar_t b) {
-  return (IsSeparator(a) && IsSeparator(b)) || FoldAscii(a) == FoldAscii(b);
-}
-
 std::wstring_view WithoutTrailingBackslash(std::wstring_view text) {
   if (text.ends_with(L'\\')) text.remove_suffix(1);
   return text;
-}
-
-// Whether `root` names the start of `path` up to the end of a component.
-bool Holds(std::wstring_view root, std::wstring_view path) {
-  if (root.empty() || path.size() < root.size()) return false;
-  if (!std::equal(root.begin(), root.end(), path.begin(), SamePathCharacter)) return false;
-  return path.size() == root.size() || IsSeparator(path[root.size()]);
 }
 
 // "\\?\E:\..." and "\\.\E:" name the same place as "E:\...".
@@ -40,17 +29,13 @@ DiskView ViewOf(const Disk& disk) {
   return {disk.number, disk.serial, disk.reportsSerial, disk.vendor, disk.system, disk.clustered};
 }
 
-const Disk* DiskOfVolume(const HostModel& model, std::wstring_view volumeName) {
-  for (const Disk& disk : model.disks) {
-    for (const Volume& volume : disk.volumes) {
-      if (EqualsIgnoringCase(volume.name, volumeName)) return &disk;
-    }
-  }
-  return nullptr;
+const VolumeIndex& IndexOf(const Machine& machine) {
+  if (machine.volumeIndex == nullptr) machine.volumeIndex = std::make_unique<const VolumeIndex>(machine.model);
+  return *machine.volumeIndex;
 }
 
 DiskView ViewOf(const Machine& machine, const ShadowCopy& copy) {
-  const Disk* original = DiskOfVolume(machine.model, copy.originalVolume);
+  const Disk* original = IndexOf(machine).FindDiskOfVolume(copy.originalVolume);
   return {copy.diskNumber, copy.serial, true, original == nullptr ? L"" : original->vendor, false, false};
 }
 
@@ -63,25 +48,71 @@ std::vector<const ShadowCopy*> CopiesWithDisk(const Machine& machine) {
 
 std::optional<VolumeView> FindCopyOfPath(const Machine& machine, std::wstring_view path) {
   if (!StartsWithIgnoringCase(path, kDevicePrefix)) return std::nullopt;
-  for (const ShadowCopy* copy : machine.snapshots->SurfacedCopies()) {
-    if (Holds(copy->device, path)) return VolumeView{nullptr, copy, copy->diskNumber, 1, copy->device.size()};
-  }
-  return std::nullopt;
+  const auto end = std::find_if(path.begin() + kDevicePrefix.size(), path.end(), IsSeparator);
+  const ShadowCopy* copy =
+      machine.snapshots->CopyOfDevice(path.substr(0, static_cast<std::size_t>(end - path.begin())));
+  if (copy == nullptr) return std::nullopt;
+  return VolumeView{nullptr, copy, copy->diskNumber, 1, copy->device.size()};
 }
 
-// The length of the longest name of `volume` that holds `path`; 0 when none does.
-std::size_t LongestName(const Volume& volume, std::wstring_view path) {
-  const std::size_t drivePrefix = DrivePrefixLength(path);
-  std::size_t longest = 0;
-  for (const std::wstring& mountPoint : volume.mountPoints) {
-    const std::wstring_view root = WithoutTrailingBackslash(mountPoint);
-    if (Holds(root, path.substr(drivePrefix))) longest = std::max(longest, drivePrefix + root.size());
-  }
-  const std::wstring_view name = WithoutTrailingBackslash(volume.name);
-  return Holds(name, path) ? std::max(longest, name.size()) : longest;
+// One spelling for all that name the same place.
+std::wstring Folded(std::wstring_view path) {
+  std::wstring text(path);
+  for (wchar_t& c : text) c = IsSeparator(c) ? L'\\' : FoldAscii(c);
+  return text;
 }
 
 }  // namespace
+
+VolumeIndex::VolumeIndex(const HostModel& model) {
+  for (const Disk& disk : model.disks) {
+    disks_.emplace(disk.number, &disk);
+    DWORD partition = 0;
+    for (const Volume& volume : disk.volumes) {
+      ++partition;
+      Add(volume.name, {&volume, disk.number, partition, true});
+      for (const std::wstring& mountPoint : volume.mountPoints) {
+        Add(mountPoint, {&volume, disk.number, partition, false});
+      }
+    }
+  }
+}
+
+// The first volume of a name keeps it.
+void VolumeIndex::Add(std::wstring_view name, const Root& root) {
+  const std::wstring_view key = WithoutTrailingBackslash(name);
+  if (!key.empty()) roots_.emplace(Folded(key), root);
+}
+
+std::optional<VolumeView> VolumeIndex::Find(std::wstring_view path, std::size_t drivePrefix) const {
+  const auto findLongest = [&](std::size_t skipped, bool isName) -> std::optional<VolumeView> {
+    std::wstring key = Folded(path.substr(skipped));
+    for (;;) {
+      const auto root = roots_.find(key);
+      if (root != roots_.end() && root->second.isName == isName) {
+        const Root& found = root->second;
+        return VolumeView{found.volume, nullptr, found.diskNumber, found.partition, skipped + key.size()};
+      }
+      const std::size_t end = key.rfind(L'\\');
+      if (end == key.npos) return std::nullopt;
+      key.resize(end);
+    }
+  };
+  const std::optional<VolumeView> byMountPoint = findLongest(drivePrefix, false);
+  const std::optional<VolumeView> byName = findLongest(0, true);
+  if (!byName || (byMountPoint && byMountPoint->prefix > byName->prefix)) return byMountPoint;
+  return byName;
+}
+
+const Disk* VolumeIndex::FindDisk(DWORD number) const {
+  const auto found = disks_.find(number);
+  return found == disks_.end() ? nullptr : found->second;
+}
+
+const Disk* VolumeIndex::FindDiskOfVolume(std::wstring_view name) const {
+  const auto root = roots_.find(Folded(WithoutTrailingBackslash(name)));
+  return root == roots_.end() || !root->second.isName ? nullptr : FindDisk(root->second.diskNumber);
+}
 
 std::vector<DiskView> VisibleDisks(const Machine& machine) {
   std::vector<DiskView> disks;
@@ -93,13 +124,9 @@ std::vector<DiskView> VisibleDisks(const Machine& machine) {
 }
 
 std::optional<DiskView> FindDisk(const Machine& machine, DWORD number) {
-  for (const Disk& disk : machine.model.disks) {
-    if (disk.number == number) return ViewOf(disk);
-  }
-  for (const ShadowCopy* copy : CopiesWithDisk(machine)) {
-    if (copy->diskNumber == number) return ViewOf(machine, *copy);
-  }
-  return std::nullopt;
+  if (const Disk* disk = IndexOf(machine).FindDisk(number)) return ViewOf(*disk);
+  const ShadowCopy* copy = machine.snapshots->CopyOnDisk(number);
+  return copy == nullptr ? std::nullopt : std::optional(ViewOf(machine, *copy));
 }
 
 std::vector<VolumeView> ListVolumes(const Machine& machine) {
@@ -120,16 +147,9 @@ std::vector<const ShadowCopy*> CopiesOfDisk(const Machine& machine, std::wstring
 }
 
 std::optional<VolumeView> FindVolumeOfPath(const Machine& machine, std::wstring_view path) {
-  std::optional<VolumeView> best = FindCopyOfPath(machine, path);
-  for (const Disk& disk : machine.model.disks) {
-    DWORD partition = 0;
-    for (const Volume& volume : disk.volumes) {
-      ++partition;
-      const std::size_t length = LongestName(volume, path);
-      if (length > (best ? best->prefix : 0)) best = VolumeView{&volume, nullptr, disk.number, partition, length};
-    }
-  }
-  return best;
+  std::optional<VolumeView> copy = FindCopyOfPath(machine, path);
+  std::optional<VolumeView> volume = IndexOf(machine).Find(path, DrivePrefixLength(path));
+  return volume && volume->prefix > (copy ? copy->prefix : 0) ? volume : copy;
 }
 
 std::wstring PhysicalDriveName(DWORD number) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "simulator/machine.h"
@@ -31,6 +32,31 @@ struct VolumeView {
   DWORD partition = 0;  // counted from 1
   /// How many characters of the path that was looked up name the volume, without the backslash behind them.
   std::size_t prefix = 0;
+};
+
+/// The names of the model's volumes and the numbers of its disks, for look-ups that do not walk them. Belongs to one
+/// state of the model's disks.
+class VolumeIndex {
+ public:
+  explicit VolumeIndex(const HostModel& model);
+  /// The volume of the longest name or mount point that holds `path`, which starts at its `drivePrefix`th character
+  /// when it names a drive. Nothing when none does.
+  std::optional<VolumeView> Find(std::wstring_view path, std::size_t drivePrefix) const;
+  const Disk* FindDisk(DWORD number) const;
+  /// By the volume's unique name, case ignored.
+  const Disk* FindDiskOfVolume(std::wstring_view name) const;
+
+ private:
+  struct Root {
+    const Volume* volume;
+    DWORD diskNumber;
+    DWORD partition;
+    bool isName;  // of the volume, which takes no prefix in front
+  };
+  void Add(std::wstring_view name, const Root& root);
+
+  std::unordered_map<std::wstring, Root> roots_;  // by folded name without a backslash at the end
+  std::unordered_map<DWORD, const Disk*> disks_;
 };
 
 /// Every disk, by number.

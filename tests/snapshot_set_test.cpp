@@ -152,8 +152,9 @@ TEST_F(SnapshotSetTest, AFileWhoseVolumeIsSpelledOtherwiseLearnsNothing) {
   Install(Model({L"E:\\db", L"E:\\log"}));
   SnapshotRequest request;
   request.StartSet();
-  std::wstring& name = request.component(0, 0).files[1].volumeName;
+  std::wstring name = request.component(0, 0).files[1].volumeName;
   name.replace(name.find(L"Volume"), 6, L"VOLUME");
+  request.component(0, 0).files[1].volumeName = name;
   request.probe.AddToSnapshotSet(request.details());
   request.probe.PrepareForBackup(request.details());
   request.probe.DoSnapshotSet(request.details());
@@ -176,8 +177,9 @@ TEST_F(SnapshotSetTest, VolumesThatDifferOnlyInCaseCountAsOne) {
   Install(Model({L"E:\\db", L"E:\\log"}));
   SnapshotRequest request;
   request.StartSet();
-  std::wstring& name = request.component(0, 0).files[1].volumeName;
+  std::wstring name = request.component(0, 0).files[1].volumeName;
   name.replace(name.find(L"Volume"), 6, L"VOLUME");
+  request.component(0, 0).files[1].volumeName = name;
   request.probe.AddToSnapshotSet(request.details());
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1)));
   EXPECT_TRUE(request.probe.IsVolumeAlreadyAdded(name));

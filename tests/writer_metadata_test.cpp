@@ -1,11 +1,13 @@
 // The requestor's records of writers, components and files, read from the simulated service's metadata.
 #include "core/writer_metadata.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <random>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -211,6 +213,22 @@ class PathGenerator {
  private:
   std::mt19937 random_;
 };
+
+// The descendants of each component, and whether the tree agrees with them.
+std::vector<std::vector<std::size_t>> DescendantsByComponent(const std::vector<VssComponent>& components) {
+  const ComponentTree tree(components);
+  const Descendants descendants(tree);
+  std::vector<std::vector<std::size_t>> lists;
+  std::vector<bool> below(components.size());
+  for (std::size_t index = 0; index < tree.size(); ++index) {
+    const std::span<const std::size_t> list = descendants.Of(index);
+    for (const std::size_t descendant : list) below[descendant] = true;
+    lists.emplace_back(list.begin(), list.end());
+  }
+  for (std::size_t index = 0; index < tree.size(); ++index) EXPECT_EQ(tree.HasAncestor(index), below[index]) << index;
+  EXPECT_EQ(tree.anyAncestor(), std::find(below.begin(), below.end(), true) != below.end());
+  return lists;
+}
 
 TEST(AncestorTest, DescendantsAgreeWithThePairwiseRuleOnManyTrees) {
   std::size_t pairs = 0;
@@ -476,9 +494,10 @@ TEST_F(WriterMetadataTest, FilesComeBeforeDatabaseFilesAndThoseBeforeLogs) {
   ASSERT_EQ(metadata->GetComponent(0, first.Put()), S_OK);
   ASSERT_EQ(metadata->GetComponent(1, second.Put()), S_OK);
   MixedComponent mixed(first.Get(), second.Get());
-  VolumeResolver volumes;
+  DirectoryResolver directories;
+  RecentTexts logicalPaths;
   VssComponent record;
-  BuildComponent(record, L"Some writer", &mixed, volumes);
+  BuildComponent(record, L"Some writer", &mixed, directories, logicalPaths);
   EXPECT_EQ(record.name, L"files");
   EXPECT_EQ(record.writerName, L"Some writer");
   std::vector<DWORD> types;
@@ -689,14 +708,17 @@ TEST_F(WriterMetadataTest, AVariableMayMakeAPathLong) {
 }
 
 TEST_F(WriterMetadataTest, ADirectoryIsResolvedOnceByAResolver) {
-  VolumeResolver volumes;
-  const VolumeResolver::Location first = volumes.Resolve(L"E:\\data\\");
-  EXPECT_TRUE(first.found);
+  DirectoryResolver directories;
+  const DirectoryResolver::Directory first = directories.Resolve(L"E:\\data");
+  EXPECT_EQ(first.path, L"E:\\data");
+  EXPECT_EQ(first.expandedPath, L"E:\\data\\");
   EXPECT_EQ(first.volumeName, VolumeName(1));
-  EXPECT_EQ(first.mountPointLength, 3u);
-  EXPECT_FALSE(volumes.Resolve(L"X:\\data\\").found);
-  volumes.Resolve(L"E:\\data\\");
-  volumes.Resolve(L"X:\\data\\");
+  EXPECT_EQ(first.pathOnVolume, L"data\\");
+  const DirectoryResolver::Directory lost = directories.Resolve(L"X:\\data\\");
+  EXPECT_EQ(lost.volumeName, L"X:\\data\\");
+  EXPECT_EQ(lost.pathOnVolume, L"");
+  EXPECT_EQ(directories.Resolve(L"E:\\data\\").volumeName.c_str(), first.volumeName.c_str());
+  EXPECT_EQ(directories.Resolve(L"X:\\data").volumeName.c_str(), lost.volumeName.c_str());
   EXPECT_THAT(host().calls().Of("GetVolumePathNameW"), SizeIs(2));
 }
 

@@ -1,5 +1,6 @@
 #include "platform/tessel/FileLog.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -7,6 +8,7 @@
 #include <ctime>
 #include <fstream>
 #include <mutex>
+#include <string>
 #include <system_error>
 
 #include "platform/format.h"
@@ -37,30 +39,42 @@ char LetterOf(int category) {
   }
 }
 
-// Local time, "2026-11-20 18:52:44.123".
-std::string TimeStamp(std::chrono::system_clock::time_point now) {
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-  const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(now).time_since_epoch();
-  char text[32] = "";
-  if (const std::tm* local = std::localtime(&seconds)) std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", local);
-  return text + FormatNarrow(".%03d", {(sinceEpoch % std::chrono::seconds(1)).count()});
-}
+// Local time, "2026-11-20 18:52:44.123". Asks for the time zone once a second.
+class TimeStamp {
+ public:
+  void AppendTo(std::string& text) {
+    const auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+    const std::time_t second = std::chrono::system_clock::to_time_t(now);
+    if (second != second_) Render(second);
+    const auto fraction = now - std::chrono::floor<std::chrono::seconds>(now);
+    const std::string milliseconds = std::to_string(fraction.count() + 1000);  // a leading digit too many
+    text.append(rendered_).append(1, '.').append(milliseconds, 1);
+  }
+
+ private:
+  void Render(std::time_t second) {
+    char text[32] = "";
+    if (const std::tm* local = std::localtime(&second)) std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", local);
+    rendered_ = text;
+    second_ = second;
+  }
+
+  std::time_t second_ = -1;
+  std::string rendered_;  // of second_
+};
 
 // A line break of the text must not look like the start of another line of the log: what follows it is indented, and
 // one at the very end is dropped, for the line ends there anyway.
-std::string KeepToOneLine(std::string_view text) {
-  text = text.substr(0, text.find_last_not_of("\r\n") + 1);
-  std::string result;
-  result.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') continue;
-    if (text[i] == '\r' || text[i] == '\n') {
-      result += "\n    ";
-    } else {
-      result += text[i];
-    }
+void AppendAsOneLine(std::string& line, std::wstring_view text) {
+  text = text.substr(0, text.find_last_not_of(L"\r\n") + 1);
+  const auto isBreak = [](wchar_t c) { return c == L'\r' || c == L'\n'; };
+  for (;;) {
+    const auto end = static_cast<std::size_t>(std::find_if(text.begin(), text.end(), isBreak) - text.begin());
+    AppendUtf8Lossy(line, text.substr(0, end));
+    if (end == text.size()) return;
+    line += "\n    ";
+    text.remove_prefix(end + (text.substr(end, 2) == L"\r\n" ? 2 : 1));
   }
-  return result;
 }
 
 class FileSink final : public LogSink {
@@ -77,18 +91,24 @@ class FileSink final : public LogSink {
   int LowestCategory() const override { return lowestCategory_; }
 
   void Write(int category, std::wstring_view source, int line, std::wstring_view text) override {
-    const std::string message = KeepToOneLine(WideToUtf8Lossy(text));
-    const std::string name = WideToUtf8Lossy(source);
     const std::lock_guard<std::mutex> lock(mutex_);
-    file_ << TimeStamp(std::chrono::system_clock::now()) << ' ' << LetterOf(category) << ' ' << name << '(' << line
-          << ") " << message << '\n'
-          << std::flush;
+    line_.clear();
+    timeStamp_.AppendTo(line_);
+    line_.append(1, ' ').append(1, LetterOf(category)).append(1, ' ');
+    AppendUtf8Lossy(line_, source);
+    line_.append(1, '(').append(std::to_string(line)).append(") ");
+    AppendAsOneLine(line_, text);
+    line_ += '\n';
+    // Each line leaves the process at once: what the log says last may be all that is known of a crash.
+    file_.write(line_.data(), static_cast<std::streamsize>(line_.size())).flush();
   }
 
  private:
   const int lowestCategory_;
   std::mutex mutex_;  // lines of two threads do not mix; std::localtime's result is shared too
   std::ofstream file_;
+  TimeStamp timeStamp_;
+  std::string line_;  // room that is kept from line to line
 };
 
 }  // namespace

@@ -212,7 +212,7 @@ TEST_F(ExchangeVerification, FilesInTheRootOfTheirVolumeHaveAnEmptyFolder) {
 TEST_F(ExchangeVerification, ADeviceWithoutABackslashAtItsEndGetsOne) {
   VssFileDescriptor logs = FileOf(L"E00*.log");
   VssFileDescriptor database = FileOf(L"DB1.edb");
-  logs.snapshotDeviceName.pop_back();
+  logs.snapshotDeviceName = logs.snapshotDeviceName.substr(0, logs.snapshotDeviceName.size() - 1);
   database.snapshotDeviceName.clear();
 
   EXPECT_EQ(CommandFor(logs), R"(eseutil.exe /k "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\\mail\\E00")");

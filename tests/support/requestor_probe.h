@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/varnel.h"
+#include "tests/support/print_text.h"
 
 namespace varnel {
 

@@ -1,0 +1,329 @@
+// What whole requests cost, put together from single measured runs:
+//
+//   cost_report RUNS.jsonl OUT.json OUT.svg
+//
+// RUNS.jsonl has one line per run, as tools/measure-cost.sh writes it. Prints the table; OUT.json holds the same
+// figures, OUT.svg a plot of the instructions over the size.
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using nlohmann::ordered_json;
+
+struct Run {
+  double files = 0;
+  double milliseconds = 0;
+  double allocations = 0;
+  double peakBytes = 0;
+  std::optional<double> instructions;
+  std::optional<double> simulatorInstructions;
+};
+
+// One workload at one size, by who took the snapshot.
+struct Size {
+  std::map<std::string, Run> runs;
+  const Run* Find(const std::string& who) const {
+    const auto found = runs.find(who);
+    return found == runs.end() ? nullptr : &found->second;
+  }
+};
+
+using Sizes = std::map<std::size_t, Size>;  // by n
+
+struct Workload {
+  std::string name;
+  Sizes sizes;
+};
+
+std::optional<double> NumberIn(const ordered_json& run, const char* key) {
+  return run.contains(key) ? std::optional(run.at(key).get<double>()) : std::nullopt;
+}
+
+// Workloads stay in the order of the runs.
+std::vector<Workload> ReadRuns(const char* path) {
+  std::ifstream file(path);
+  if (!file) throw std::runtime_error(std::string("cannot read ") + path);
+  std::vector<Workload> workloads;
+  for (std::string line; std::getline(file, line);) {
+    const ordered_json json = ordered_json::parse(line);
+    const std::string name = json.at("workload");
+    auto workload = std::find_if(workloads.begin(), workloads.end(), [&](const auto& w) { return w.name == name; });
+    if (workload == workloads.end()) workload = workloads.insert(workload, {name, {}});
+    Run& run = workload->sizes[json.at("n").get<std::size_t>()].runs[json.at("who").get<std::string>()];
+    run.files = json.at("files");
+    run.milliseconds = json.at("milliseconds");
+    run.allocations = json.at("allocations");
+    run.peakBytes = json.at("peakBytes");
+    run.instructions = NumberIn(json, "instructions");
+    run.simulatorInstructions = NumberIn(json, "simulatorInstructions");
+  }
+  return workloads;
+}
+
+std::optional<double> Ratio(std::optional<double> a, std::optional<double> b) {
+  return a && b && *b > 0 ? std::optional(*a / *b) : std::nullopt;
+}
+
+std::optional<double> InstructionsOf(const Size& size, const char* who) {
+  const Run* run = size.Find(who);
+  return run == nullptr ? std::nullopt : run->instructions;
+}
+
+// By what the cost of the requestor grows when n doubles, from the size before.
+std::optional<double> Growth(const Sizes& sizes, Sizes::const_iterator at) {
+  if (at == sizes.begin()) return std::nullopt;
+  const auto before = std::prev(at);
+  const std::optional<double> ratio =
+      Ratio(InstructionsOf(at->second, "quiet"), InstructionsOf(before->second, "quiet"));
+  if (!ratio) return std::nullopt;
+  return std::pow(*ratio, 1 / std::log2(static_cast<double>(at->first) / static_cast<double>(before->first)));
+}
+
+// Without those of the simulated host.
+std::optional<double> OwnInstructions(const Run& run) {
+  if (!run.instructions || !run.simulatorInstructions) return std::nullopt;
+  return *run.instructions - *run.simulatorInstructions;
+}
+
+// The figures of one line of the table; absent where they were not measured.
+ordered_json FiguresOf(const Workload& workload, Sizes::const_iterator at) {
+  const Size& size = at->second;
+  const Run* floor = size.Find("floor");
+  const Run* quiet = size.Find("quiet");
+  if (floor == nullptr || quiet == nullptr) throw std::runtime_error(workload.name + ": runs are missing");
+  ordered_json figures = {{"workload", workload.name}, {"n", at->first}, {"files", quiet->files}};
+  const auto set = [&](const char* key, std::optional<double> value) {
+    if (value) figures[key] = *value;
+  };
+  set("floorMilliseconds", floor->milliseconds);
+  set("milliseconds", quiet->milliseconds);
+  set("floorInstructions", floor->instructions);
+  set("instructions", quiet->instructions);
+  set("instructionsToFloor", Ratio(quiet->instructions, floor->instructions));
+  set("growthPerDoubling", Growth(workload.sizes, at));
+  set("simulatorShare", Ratio(quiet->simulatorInstructions, quiet->instructions));
+  set("ownInstructionsToFloors", Ratio(OwnInstructions(*quiet), OwnInstructions(*floor)));
+  set("loggedToFloor", Ratio(InstructionsOf(size, "logged"), floor->instructions));
+  set("floorAllocationsPerFile", floor->allocations / floor->files);
+  set("allocationsPerFileAboveFloor", (quiet->allocations - floor->allocations) / quiet->files);
+  set("floorPeakBytesPerFile", floor->peakBytes / floor->files);
+  set("peakBytesPerFile", quiet->peakBytes / quiet->files);
+  return figures;
+}
+
+ordered_json AllFigures(const std::vector<Workload>& workloads) {
+  ordered_json all = ordered_json::array();
+  for (const Workload& workload : workloads) {
+    for (auto at = workload.sizes.begin(); at != workload.sizes.end(); ++at) all.push_back(FiguresOf(workload, at));
+  }
+  return all;
+}
+
+// ---- Table ----
+
+struct Column {
+  const char* key;
+  const char* heading;
+  int decimals;
+  double scale;
+};
+
+constexpr std::array kColumns = {
+    Column{"n", "n", 0, 1},
+    Column{"files", "files", 0, 1},
+    Column{"floorMilliseconds", "floor ms", 1, 1},
+    Column{"milliseconds", "ms", 1, 1},
+    Column{"floorInstructions", "floor Mi", 1, 1e-6},
+    Column{"instructions", "Mi", 1, 1e-6},
+    Column{"instructionsToFloor", ": floor", 2, 1},
+    Column{"growthPerDoubling", "growth", 2, 1},
+    Column{"simulatorShare", "host %", 0, 100},
+    Column{"ownInstructionsToFloors", "own", 2, 1},
+    Column{"loggedToFloor", "logged", 2, 1},
+    Column{"floorAllocationsPerFile", "floor al", 1, 1},
+    Column{"allocationsPerFileAboveFloor", "above", 2, 1},
+    Column{"floorPeakBytesPerFile", "floor KiB", 2, 1.0 / 1024},
+    Column{"peakBytesPerFile", "KiB", 2, 1.0 / 1024},
+};
+
+void PrintTable(const ordered_json& all) {
+  constexpr int kWidth = 10;
+  std::printf("%-11s", "workload");
+  for (const Column& column : kColumns) std::printf("%*s", kWidth, column.heading);
+  std::string last;
+  for (const ordered_json& figures : all) {
+    const std::string name = figures.at("workload");
+    std::printf("\n%-11s", name == last ? "" : name.c_str());
+    last = name;
+    for (const Column& column : kColumns) {
+      const std::optional<double> value = NumberIn(figures, column.key);
+      value ? std::printf("%*.*f", kWidth, column.decimals, *value * column.scale) : std::printf("%*s", kWidth, "-");
+    }
+  }
+  std::puts(
+      "\n\nfloor     a bare requestor that makes the same calls\n"
+      "Mi        millions of instructions of the requestor, its log off; growth: of these per doubling of n\n"
+      ": floor   the requestor's to the floor's; logged: with the log at information level; own: without the "
+      "simulated\n"
+      "          host's part on both sides; host %: that part of the requestor's\n"
+      "al, above allocations per file: the floor's, and how many more the requestor makes\n"
+      "KiB       peak memory per file, the simulated host's included");
+}
+
+// ---- Plot ----
+
+// Logarithmic on both axes.
+class Plot {
+ public:
+  explicit Plot(std::ostream& out) : out_(out) {}
+
+  void Include(double n, double instructions) {
+    left_ = std::min(left_, n);
+    right_ = std::max(right_, n);
+    bottom_ = std::min(bottom_, instructions);
+    top_ = std::max(top_, instructions);
+  }
+
+  void Begin() const {
+    out_ << R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 860 520" font-family="sans-serif" font-size="13">)"
+         << "\n<title>Instructions of a snapshot request</title>\n"
+         << R"(<rect width="860" height="520" fill="#ffffff"/>)" << '\n';
+  }
+  void End() const { out_ << "</svg>\n"; }
+
+  // A line for every power of ten, and the sizes that were measured.
+  void Axes(const std::vector<std::size_t>& sizes) const {
+    for (double value = std::pow(10, std::ceil(std::log10(bottom_))); value <= top_; value *= 10) {
+      Line(kLeft, Y(value), kRight, Y(value), "#dddddd");
+      Text(kLeft - 8, Y(value) + 4, "end", Power(value));
+    }
+    for (const std::size_t n : sizes) {
+      const double x = X(static_cast<double>(n));
+      Line(x, kTop, x, kBottom, "#eeeeee");
+      Text(x, kBottom + 18, "middle", std::to_string(n));
+    }
+    Line(kLeft, kBottom, kRight, kBottom, "#333333");
+    Line(kLeft, kTop, kLeft, kBottom, "#333333");
+    Text((kLeft + kRight) / 2, kBottom + 42, "middle", "n: databases, machines or files");
+    Text(kLeft, kTop - 14, "start", "instructions of one request: requestor (solid) and floor (dashed)");
+  }
+
+  void Curve(const std::vector<std::pair<double, double>>& points, const char* colour, bool dashed) const {
+    out_ << R"(<polyline fill="none" stroke=")" << colour << R"(" stroke-width="2")";
+    if (dashed) out_ << R"( stroke-dasharray="5 4" stroke-opacity="0.7")";
+    out_ << R"( points=")";
+    for (const auto& [n, instructions] : points) out_ << X(n) << ',' << Y(instructions) << ' ';
+    out_ << "\"/>\n";
+  }
+
+  void Legend(std::size_t row, const std::string& name, const char* colour) const {
+    const double y = kTop + 10 + 22 * static_cast<double>(row);
+    Line(kRight + 18, y, kRight + 44, y, colour, 3);
+    Text(kRight + 52, y + 4, "start", name);
+  }
+
+ private:
+  static constexpr double kLeft = 70;
+  static constexpr double kRight = 700;
+  static constexpr double kTop = 45;
+  static constexpr double kBottom = 455;
+
+  static double Between(double value, double low, double high) {
+    return (std::log10(value) - std::log10(low)) / (std::log10(high) - std::log10(low));
+  }
+  double X(double n) const { return kLeft + (kRight - kLeft) * Between(n, left_, right_); }
+  double Y(double instructions) const { return kBottom - (kBottom - kTop) * Between(instructions, bottom_, top_); }
+
+  static std::string Power(double value) {
+    return "10<tspan dy=\"-5\" font-size=\"10\">" + std::to_string(std::lround(std::log10(value))) + "</tspan>";
+  }
+  void Line(double x1, double y1, double x2, double y2, const char* colour, int width = 1) const {
+    out_ << "<line x1=\"" << x1 << "\" y1=\"" << y1 << "\" x2=\"" << x2 << "\" y2=\"" << y2 << "\" stroke=\"" << colour
+         << "\" stroke-width=\"" << width << "\"/>\n";
+  }
+  void Text(double x, double y, const char* anchor, const std::string& text) const {
+    out_ << "<text x=\"" << x << "\" y=\"" << y << "\" text-anchor=\"" << anchor << "\">" << text << "</text>\n";
+  }
+
+  std::ostream& out_;
+  double left_ = 1e300;
+  double right_ = 0;
+  double bottom_ = 1e300;
+  double top_ = 0;
+};
+
+using Points = std::vector<std::pair<double, double>>;
+
+Points PointsOf(const Workload& workload, const char* who) {
+  Points points;
+  for (const auto& [n, size] : workload.sizes) {
+    if (const auto instructions = InstructionsOf(size, who)) points.emplace_back(static_cast<double>(n), *instructions);
+  }
+  return points;
+}
+
+void WritePlot(const std::vector<Workload>& workloads, std::ostream& out) {
+  constexpr std::array kColours = {"#1b6ca8", "#c0392b", "#8e44ad", "#1e8449", "#b9770e", "#117a65", "#5d6d7e"};
+  Plot plot(out);
+  std::map<std::size_t, bool> sizes;
+  for (const Workload& workload : workloads) {
+    for (const char* who : {"floor", "quiet"}) {
+      for (const auto& [n, instructions] : PointsOf(workload, who)) {
+        plot.Include(n, instructions);
+        sizes[static_cast<std::size_t>(n)] = true;
+      }
+    }
+  }
+  if (sizes.size() < 2) throw std::runtime_error("too few sizes for a plot");
+  std::vector<std::size_t> ticks;
+  for (const auto& [n, measured] : sizes) ticks.push_back(n);
+  plot.Begin();
+  plot.Axes(ticks);
+  for (std::size_t i = 0; i < workloads.size(); ++i) {
+    const char* colour = kColours[i % kColours.size()];
+    plot.Curve(PointsOf(workloads[i], "floor"), colour, true);
+    plot.Curve(PointsOf(workloads[i], "quiet"), colour, false);
+    plot.Legend(i, workloads[i].name, colour);
+  }
+  plot.End();
+}
+
+void Report(const char* runs, const char* json, const char* svg) {
+  const std::vector<Workload> workloads = ReadRuns(runs);
+  const ordered_json all = AllFigures(workloads);
+  PrintTable(all);
+  std::ofstream jsonFile(json);
+  jsonFile << all.dump(1) << '\n';
+  std::ofstream svgFile(svg);
+  WritePlot(workloads, svgFile);
+  if (!jsonFile.flush() || !svgFile.flush()) throw std::runtime_error("cannot write the report");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  constexpr int kArguments = 4;
+  if (argc != kArguments) {
+    std::cerr << "usage: cost_report RUNS.jsonl OUT.json OUT.svg\n";
+    return 2;
+  }
+  try {
+    Report(argv[1], argv[2], argv[3]);
+  } catch (const std::exception& error) {
+    std::cerr << "cost_report: " << error.what() << '\n';
+    return 1;
+  }
+  return 0;
+}

@@ -1,0 +1,188 @@
+// One whole snapshot request on one host, measured:
+//
+//   request_cost WORKLOAD N floor|quiet|logged [CALLS.txt]
+//
+// "floor" is the bare requestor, "quiet" the real one with logging off, "logged" the real one with its log at
+// information level in a file. Prints one JSON object. With CALLS.txt the call log is written there (and costs).
+// Under callgrind, MeasuredRequest is the function to collect.
+#include <malloc.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+#include "bench/floor.h"
+#include "bench/hosts.h"
+#include "bench/workloads.h"
+#include "platform/tessel/log_sink.h"
+#include "simulator/simulated_host.h"
+
+// The C library's allocator with a count in front: what the program gets from malloc and from operator new alike.
+extern "C" {
+void* __libc_malloc(std::size_t bytes);
+void* __libc_calloc(std::size_t count, std::size_t bytes);
+void* __libc_realloc(void* block, std::size_t bytes);
+void __libc_free(void* block);
+}
+
+namespace {
+
+struct Allocations {
+  bool counting = false;
+  long long count = 0;
+  long long live = 0;
+  long long peak = 0;
+
+  void* Add(void* block) {
+    if (counting && block != nullptr) {
+      ++count;
+      live += static_cast<long long>(::malloc_usable_size(block));
+      if (live > peak) peak = live;
+    }
+    return block;
+  }
+  void Remove(void* block) {
+    if (counting && block != nullptr) live -= static_cast<long long>(::malloc_usable_size(block));
+  }
+};
+
+Allocations allocations;
+
+}  // namespace
+
+extern "C" {
+void* malloc(std::size_t bytes) {
+  return allocations.Add(__libc_malloc(bytes));
+}
+void* calloc(std::size_t count, std::size_t bytes) {
+  return allocations.Add(__libc_calloc(count, bytes));
+}
+void* realloc(void* block, std::size_t bytes) {
+  allocations.Remove(block);
+  return allocations.Add(__libc_realloc(block, bytes));
+}
+void free(void* block) {
+  allocations.Remove(block);
+  __libc_free(block);
+}
+}
+
+namespace varnel::bench {
+
+// The host agent's order of calls. Not inlined: the profiler finds it by its name.
+[[gnu::noinline]] void MeasuredRequest(const Workload& workload, bool bare, const std::vector<std::wstring>& disks,
+                                       TesselCommonClasses::DiskAndVolumeEnumerator& enumerator) {
+  if (bare) {
+    TakeBareSnapshot(workload.writerIds, disks, enumerator);
+    return;
+  }
+  const std::unique_ptr<CVarnel> requestor = workload.makeRequestor();
+  std::string errorDetails = "writer=0,";
+  requestor->SetInputDriveSerialNos(disks);
+  requestor->Initialize(0, L"", false, VSS_BT_FULL, errorDetails, &enumerator);
+  requestor->CreateVssSnapshotSet(errorDetails);
+  requestor->SetBackupStatus(0, errorDetails);
+}
+
+namespace {
+
+// The disks that hold files: a protection set without extra volumes.
+std::vector<std::wstring> DisksOf(const simulator::HostModel& model) {
+  const std::wstring folder = MountPoint(0).substr(0, MountPoint(0).rfind(L'0'));
+  std::set<std::size_t> used;
+  for (const simulator::Writer& writer : model.writers) {
+    for (const simulator::WriterComponent& component : writer.components) {
+      for (const simulator::FileSpec& file : component.files) used.insert(std::stoul(file.path.substr(folder.size())));
+    }
+  }
+  std::vector<std::wstring> disks;
+  for (const std::size_t disk : used) disks.push_back(Serial(disk));
+  return disks;
+}
+
+enum class Who { floor, quiet, logged };
+
+Who ParseWho(const std::string& text) {
+  if (text == "floor") return Who::floor;
+  if (text == "quiet") return Who::quiet;
+  if (text == "logged") return Who::logged;
+  throw std::invalid_argument("neither floor, quiet nor logged: " + text);
+}
+
+// A log file that goes with the run.
+class TemporaryLog {
+ public:
+  TemporaryLog()
+      : path_(std::filesystem::temp_directory_path() / ("request_cost." + std::to_string(::getpid()) + ".log")),
+        sink_(OpenLogFile(path_, CFileLog::Information)),
+        current_(*sink_) {}
+  ~TemporaryLog() {
+    sink_.reset();
+    std::error_code ignored;
+    std::filesystem::remove(path_, ignored);
+  }
+  TemporaryLog(const TemporaryLog&) = delete;
+  TemporaryLog& operator=(const TemporaryLog&) = delete;
+
+ private:
+  std::filesystem::path path_;
+  std::unique_ptr<LogSink> sink_;
+  ScopedLog current_;
+};
+
+void Measure(const std::string& name, std::size_t n, const std::string& who, const char* callsFile) {
+  const Workload& workload = FindWorkload(name);
+  simulator::HostModel model = workload.makeHost(n);
+  const std::size_t files = CountFiles(model);
+  const std::vector<std::wstring> disks = DisksOf(model);
+  simulator::SimulatedHost host(std::move(model));
+  host.calls().enabled = callsFile != nullptr;
+  const ScopedHost current(host);
+  std::optional<TemporaryLog> log;
+  if (ParseWho(who) == Who::logged) log.emplace();
+  TesselCommonClasses::DiskAndVolumeEnumerator enumerator;
+
+  const auto start = std::chrono::steady_clock::now();
+  allocations.counting = true;
+  MeasuredRequest(workload, ParseWho(who) == Who::floor, disks, enumerator);
+  allocations.counting = false;
+  const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
+  std::printf(
+      R"({"workload":"%s","n":%zu,"who":"%s","files":%zu,"milliseconds":%.3f,"allocations":%lld,"peakBytes":%lld})"
+      "\n",
+      name.c_str(), n, who.c_str(), files, elapsed.count(), allocations.count, allocations.peak);
+  if (callsFile != nullptr) {
+    std::ofstream file(callsFile);
+    for (const std::string& line : host.calls().lines()) file << line << '\n';
+  }
+}
+
+}  // namespace
+}  // namespace varnel::bench
+
+int main(int argc, char** argv) {
+  constexpr int kFewestArguments = 4;
+  if (argc < kFewestArguments) {
+    std::cerr << "usage: request_cost WORKLOAD N floor|quiet|logged [CALLS.txt]\n";
+    return 2;
+  }
+  try {
+    varnel::bench::Measure(argv[1], std::stoul(argv[2]), argv[3], argc > kFewestArguments ? argv[4] : nullptr);
+  } catch (const std::exception& error) {
+    std::cerr << "request_cost: " << error.what() << '\n';
+    return 1;
+  } catch (long hr) {
+    std::cerr << "request_cost: thrown " << std::hex << hr << '\n';
+    return 1;
+  }
+  return 0;
+}

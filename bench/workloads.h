@@ -1,0 +1,30 @@
+// Hosts of the kinds that grow large, and the requestor that each is made for.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/varnel.h"
+#include "simulator/model.h"
+
+namespace varnel::bench {
+
+/// What a bare requestor needs to know of a host: which writers take part.
+struct Workload {
+  std::string name;
+  std::string what;  ///< for the report
+  std::function<simulator::HostModel(std::size_t n)> makeHost;
+  std::vector<std::wstring> writerIds;  ///< of the writers that take part; empty: all
+  std::function<std::unique_ptr<CVarnel>()> makeRequestor;
+};
+
+const std::vector<Workload>& Workloads();
+/// Throws std::invalid_argument for a name that no workload has.
+const Workload& FindWorkload(const std::string& name);
+
+/// Files that the writers of the model name.
+std::size_t CountFiles(const simulator::HostModel& model);
+
+}  // namespace varnel::bench
