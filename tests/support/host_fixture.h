@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "simulator/simulated_host.h"
+#include "tests/support/print_text.h"
 #include "tests/support/recording_log.h"
 
 namespace varnel::test {

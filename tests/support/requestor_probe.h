@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "core/varnel.h"
-#include "tests/support/print_text.h"
 
 namespace varnel {
 
