@@ -12,7 +12,7 @@ sources = $(shell git ls-files --cached --others --exclude-standard -- '*.cpp' '
 configure = cmake --log-level=WARNING --preset
 
 .DEFAULT_GOAL := help
-.PHONY: help snapshot test package bench bench-budget bench-steps bench-instructions fuzz format tidy clean setup
+.PHONY: help snapshot test coverage package bench bench-budget bench-steps bench-instructions fuzz format tidy clean setup
 
 help: ## this list
 	@sed -n 's/^\([a-z-]*\):.*## \(.*\)/\1\t\2/p' $(firstword $(MAKEFILE_LIST)) | expand -t 22
@@ -24,6 +24,10 @@ snapshot: setup ## build varnelctl and take a snapshot on the simulated sample h
 
 test: setup ## build and run every test, natively with sanitizers and under Wine
 	@tools/run-tests.sh
+
+coverage: setup ## run the native tests and list the lines of the library that none of them reaches
+	@$(SETUP) coverage
+	@tools/coverage.sh
 
 package: setup ## build the Windows package, build/windows/package/varnel-*.zip
 	@$(configure) windows

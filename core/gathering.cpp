@@ -18,11 +18,15 @@ void CVarnel::GatherWriterMetadata(std::string& errorDetails) {
 
 void CVarnel::WaitAndCheckForAsyncOperation(IVssAsync* async, std::string operationName, std::string& errorDetails) {
   kLog.Info(L"Waiting for Operation=%S to finish...", operationName);
-  CheckCommError(async->Wait(INFINITE), "pAsync->Wait()", errorDetails);
-  operationName = "pAsync->QueryStatus()";
+  // Names are made for failures only: behind an operation that did its work nothing asks for memory, so that the caller
+  // learns of it.
+  const HRESULT waited = async->Wait(INFINITE);
+  if (FAILED(waited)) CheckCommError(waited, "pAsync->Wait()", errorDetails);
   HRESULT result = S_OK;
-  CheckCommError(async->QueryStatus(&result, nullptr), operationName, errorDetails);
-  if (SUCCEEDED(result)) return;
+  const HRESULT queried = async->QueryStatus(&result, nullptr);
+  if (SUCCEEDED(queried) && SUCCEEDED(result)) return;
+  operationName = "pAsync->QueryStatus()";
+  CheckCommError(queried, operationName, errorDetails);
   varnel::WriteAlert(varnel::alert::kQueryStatus, {operationName, HResult2String(result)}, errorDetails);
   varnel::ThrowHResult(result);
 }

@@ -1,7 +1,7 @@
 #include "core/writer_metadata.h"
 
 #include <algorithm>
-#include <cwchar>
+#include <memory>
 #include <memory_resource>
 #include <numeric>
 #include <string_view>
@@ -139,7 +139,8 @@ const DirectoryResolver::Directory& DirectoryResolver::Resolve(std::wstring_view
 std::wstring_view DirectoryResolver::Expand(std::wstring_view path) {
   SystemInformation& system = CurrentHost().system();
   path_ = path;
-  for (DWORD characters = MAX_PATH;;) {
+  DWORD characters = MAX_PATH;
+  for (;;) {
     if (expanded_.size() <= characters) expanded_.resize(characters + 1);  // and the backslash
     const DWORD needed = system.ExpandEnvironmentStringsW(path_.c_str(), expanded_.data(), characters);
     if (needed == 0) {
@@ -150,7 +151,8 @@ std::wstring_view DirectoryResolver::Expand(std::wstring_view path) {
     if (needed <= characters) break;
     characters = needed;
   }
-  std::size_t length = std::wcslen(expanded_.c_str());
+  std::size_t length = std::wstring_view(expanded_).substr(0, characters).find(L'\0');
+  if (length == std::wstring_view::npos) length = characters;
   if (length == 0 || expanded_[length - 1] != L'\\') expanded_[length++] = L'\\';
   return std::wstring_view(expanded_).substr(0, length);
 }

@@ -51,7 +51,7 @@ int ReplayAll(const std::vector<std::string>& names) {
       ++count;
     }
   }
-  std::printf("%zu inputs\n", count);
+  std::printf("[    TOTAL ] %zu inputs\n", count);
   return count == 0 ? 2 : 0;  // having replayed nothing is no success
 }
 

@@ -15,7 +15,7 @@ VARNEL_API std::string WideToUtf8(std::wstring_view text);
 /// Conversions that never fail on a character: what cannot be converted becomes U+FFFD.
 VARNEL_API std::wstring Utf8ToWideLossy(std::string_view text);
 VARNEL_API std::string WideToUtf8Lossy(std::wstring_view text);
-VARNEL_API void AppendUtf8Lossy(std::string& result, std::wstring_view text);
+void AppendUtf8Lossy(std::string& result, std::wstring_view text);
 
 /// The calling thread's ANSI code page: CP_THREAD_ACP on Windows, UTF-8 elsewhere. Never fails on a character.
 VARNEL_API std::string WideToAnsi(std::wstring_view text);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "simulator/text.h"
 
@@ -82,12 +83,12 @@ std::vector<const ShadowCopy*> SnapshotService::SurfacedCopies() const {
 
 const SnapshotService::Surfaced& SnapshotService::SurfacedNow() const {
   if (surfaced_) return *surfaced_;
-  surfaced_.emplace();
+  Surfaced surfaced;
   for (const ShadowCopy* copy : SurfacedCopies()) {
-    surfaced_->byDevice.emplace(FoldAscii(copy->device), copy);
-    if (copy->ownDisk) surfaced_->byDisk.emplace(copy->diskNumber, copy);
+    surfaced.byDevice.emplace(FoldAscii(copy->device), copy);
+    if (copy->ownDisk) surfaced.byDisk.emplace(copy->diskNumber, copy);
   }
-  return *surfaced_;
+  return surfaced_.emplace(std::move(surfaced));
 }
 
 const ShadowCopy* SnapshotService::CopyOnDisk(DWORD number) const {

@@ -722,6 +722,34 @@ TEST_F(WriterMetadataTest, ADirectoryIsResolvedOnceByAResolver) {
   EXPECT_THAT(host().calls().Of("GetVolumePathNameW"), SizeIs(2));
 }
 
+TEST_F(WriterMetadataTest, DirectoriesOfOneVolumeShareItsName) {
+  DirectoryResolver directories;
+  const SharedText first = directories.Resolve(L"E:\\data").volumeName;
+  EXPECT_EQ(directories.Resolve(L"E:\\log").volumeName.c_str(), first.c_str());
+  EXPECT_EQ(directories.Resolve(L"C:\\").volumeName, VolumeName(0));
+}
+
+TEST_F(WriterMetadataTest, APathThatWasReportedInAnotherSpellingIsKeptAsItStands) {
+  const std::vector<VssFileDescriptor> files = Read(MakeComponent(L"", L"a", {L"E:\\data", L"E:\\data\\"})).files;
+  ASSERT_THAT(files, SizeIs(2));
+  EXPECT_EQ(files[0].path, L"E:\\data");
+  EXPECT_EQ(files[1].path, L"E:\\data\\");
+  EXPECT_EQ(files[0].expandedPath.c_str(), files[1].expandedPath.c_str());
+}
+
+TEST(RecentTextsTest, EqualTextsShareABlockWhileTheyAreAmongTheLastTwo) {
+  RecentTexts texts;
+  const SharedText first = texts.Share(L"server");
+  const SharedText second = texts.Share(L"server\\database");
+  EXPECT_EQ(texts.Share(L"server").c_str(), first.c_str());
+  EXPECT_EQ(texts.Share(L"server\\database").c_str(), second.c_str());
+  EXPECT_EQ(texts.Share(L"another"), L"another");
+  EXPECT_EQ(texts.Share(L"server\\database").c_str(), second.c_str());
+  EXPECT_EQ(texts.Share(L"server"), L"server");
+  EXPECT_EQ(texts.Share(L""), L"");
+  EXPECT_EQ(texts.Share(L"server"), L"server");
+}
+
 // ---- Failures ----
 
 struct MetadataCall {

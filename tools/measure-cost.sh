@@ -6,7 +6,7 @@
 #
 # PROGRAMS is the folder of the built request_cost and cost_report. Prints the table and leaves runs.jsonl, cost.json and
 # cost.svg in the folder OUT. Time, allocations and memory are measured natively, one run at a time; instructions under
-# callgrind, two runs at a time. N are the sizes, ascending; at the second largest but one the log is measured as well.
+# callgrind, two runs at a time. N are the sizes, ascending; at the third from the end the log is measured as well.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 

@@ -8,7 +8,8 @@
 # built or runs no test. Exit status: 0 when nothing failed.
 #
 # Each build lists its rooms in tests.txt, fields parted by tabs: name, kind, seconds allowed, command. A room of kind
-# "gtest" is a GoogleTest binary; one of kind "run" is one test that passes when its command exits with 0.
+# "gtest" is a GoogleTest binary; one of kind "run" is one test that passes when its command exits with 0. What a room
+# counts besides its tests it writes as "[    TOTAL ] ...", shown beside its result.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -114,10 +115,12 @@ run_room() { # PLATFORM RESULTS ROOM KIND SECONDS COMMAND...
   running=
   local milliseconds=$(((${EPOCHREALTIME//[^0-9]/} - begin) / 1000))
 
+  local total
+  total=$(tr -d '\r' <"$log" | sed -n 's/^\[    TOTAL \] //p')
   "judge_$kind" "$status" "$seconds" "$log" "$report"
   printf '%s\t%d\t%d\t%d\n' "$room" "$passed" "$failed" "$skipped" >>"$results/rooms.tsv"
   printf '%-8s %-28s %5d passed %4d failed %4d skipped %6d.%02d s  %s\n' "$platform" "$room" "$passed" "$failed" \
-    "$skipped" $((milliseconds / 1000)) $((milliseconds % 1000 / 10)) "$note"
+    "$skipped" $((milliseconds / 1000)) $((milliseconds % 1000 / 10)) "${note:-$total}"
 }
 
 run_platform() { # PLATFORM

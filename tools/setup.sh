@@ -4,8 +4,8 @@
 #   tools/setup.sh [GROUP...]
 #
 # Groups: build (the default: build and test on both platforms), format (clang-format and clang-tidy), fuzz (clang with
-# libFuzzer), instructions (valgrind). Installs as root or with a password-less sudo; otherwise, and on any other
-# system, prints what is missing and exits with 1.
+# libFuzzer), instructions (valgrind), coverage (gcovr). Installs as root or with a password-less sudo; otherwise, and on
+# any other system, prints what is missing and exits with 1.
 set -euo pipefail
 
 packages_of() {
@@ -17,8 +17,9 @@ packages_of() {
     format) echo clang clang-format clang-tidy ;;
     fuzz) echo clang ;;
     instructions) echo valgrind ;;
+    coverage) echo gcovr ;;
     *)
-      echo "setup: no such group: $1 (build, format, fuzz, instructions)" >&2
+      echo "setup: no such group: $1 (build, format, fuzz, instructions, coverage)" >&2
       return 2
       ;;
   esac

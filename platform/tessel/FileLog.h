@@ -12,6 +12,7 @@ class VARNEL_API CFileLog {
 
   static CFileLog* GetInstance();
 
-  /// Writes one line. `format` is a wide printf format in which %s takes a wide and %S a narrow text.
+  /// Writes one line. `format` is a wide printf format in which %s takes a wide and %S a narrow text. A line for which
+  /// there is no memory is lost.
   void Log(int category, const wchar_t* source, int line, const wchar_t* format, ...);
 };

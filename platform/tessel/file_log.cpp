@@ -8,6 +8,8 @@
 #include <ctime>
 #include <fstream>
 #include <mutex>
+#include <new>
+#include <optional>
 #include <string>
 #include <system_error>
 
@@ -77,6 +79,15 @@ void AppendAsOneLine(std::string& line, std::wstring_view text) {
   }
 }
 
+// Nothing when there is no memory for the line: what it tells of goes on without it.
+std::optional<std::wstring> FormatLine(const wchar_t* format, std::va_list arguments) {
+  try {
+    return FormatWideV(TextOf(format), arguments);
+  } catch (const std::bad_alloc&) {
+    return std::nullopt;
+  }
+}
+
 class FileSink final : public LogSink {
  public:
   FileSink(const std::filesystem::path& path, int lowestCategory) : lowestCategory_(lowestCategory) {
@@ -91,6 +102,15 @@ class FileSink final : public LogSink {
   int LowestCategory() const override { return lowestCategory_; }
 
   void Write(int category, std::wstring_view source, int line, std::wstring_view text) override {
+    try {
+      WriteLine(category, source, line, text);
+    } catch (const std::bad_alloc&) {
+      // The line is lost; what it tells of goes on.
+    }
+  }
+
+ private:
+  void WriteLine(int category, std::wstring_view source, int line, std::wstring_view text) {
     const std::lock_guard<std::mutex> lock(mutex_);
     line_.clear();
     timeStamp_.AppendTo(line_);
@@ -103,7 +123,6 @@ class FileSink final : public LogSink {
     file_.write(line_.data(), static_cast<std::streamsize>(line_.size())).flush();
   }
 
- private:
   const int lowestCategory_;
   std::mutex mutex_;  // lines of two threads do not mix; std::localtime's result is shared too
   std::ofstream file_;
@@ -135,7 +154,7 @@ void CFileLog::Log(int category, const wchar_t* source, int line, const wchar_t*
   if (sink == nullptr || category < sink->LowestCategory()) return;
   std::va_list arguments;
   va_start(arguments, format);
-  const std::wstring text = varnel::FormatWideV(varnel::TextOf(format), arguments);
+  const std::optional<std::wstring> text = varnel::FormatLine(format, arguments);
   va_end(arguments);
-  sink->Write(category, varnel::TextOf(source), line, text);
+  if (text) sink->Write(category, varnel::TextOf(source), line, *text);
 }

@@ -8,6 +8,7 @@
 #include "requestors/SqlReq.h"
 #include "tests/faults/lying_service.h"
 #include "tests/support/applications.h"
+#include "tests/support/total.h"
 
 namespace varnel::test {
 namespace {
@@ -213,6 +214,7 @@ TEST_F(LyingWriters, WhateverTheySayARequestEndsAsStatedAndTheNextOneWorks) {
     ASSERT_FALSE(HasFailure());
     lies += liar.lies();
   }
+  TellTotal(HostsText(seeds));
   if (seeds.size() < kHosts) return;
   // Enough requests get through that lies of every step are met.
   EXPECT_GE(lies, kHosts / 2);

@@ -11,6 +11,7 @@
 #include "tests/support/host_fixture.h"
 #include "tests/support/random.h"
 #include "tests/support/requestor_probe.h"
+#include "tests/support/total.h"
 
 namespace varnel::test {
 namespace {
@@ -327,6 +328,7 @@ TEST_F(ReferenceTest, EveryRandomRequestGoesAsTheRulesRead) {
     ASSERT_THAT(host().live().misuses(), IsEmpty());
     CountEndings(library);
   }
+  TellTotal(HostsText(seeds));
   if (seeds.size() < kHosts) return;
   // The hosts reach every kind of end, or they would show little.
   for (const char* ending :

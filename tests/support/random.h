@@ -48,6 +48,12 @@ inline std::vector<unsigned> Seeds(unsigned count) {
   return seeds;
 }
 
+/// What a random test says of the hosts that it made.
+inline std::string HostsText(const std::vector<unsigned>& seeds) {
+  return std::to_string(seeds.size()) + " hosts, seeds " + std::to_string(seeds.front()) + " to " +
+         std::to_string(seeds.back());
+}
+
 /// What a failure says of its host.
 inline std::string SeedText(unsigned seed) {
   return "the host of seed " + std::to_string(seed) + " (VARNEL_SEED=" + std::to_string(seed) + " replays it alone)";
