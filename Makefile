@@ -7,6 +7,8 @@ SETUP ?= tools/setup.sh
 # For `make fuzz`: how long each target runs, and which alone (all of them when empty).
 SECONDS ?= 60
 FUZZER ?=
+# For `make bench`: the sizes to measure, ascending (100 to 10,000 when empty).
+SIZES ?=
 
 sources = $(shell git ls-files --cached --others --exclude-standard -- '*.cpp' '*.h')
 configure = cmake --log-level=WARNING --preset
@@ -35,7 +37,7 @@ package: setup ## build the Windows package, build/windows/package/varnel-*.zip
 	@cd build/windows && cpack -G ZIP
 
 bench: build-benchmarks ## what whole requests cost beside a bare requestor: table, JSON and plot in build/bench
-	@tools/measure-cost.sh build/native/bin/bench build/bench
+	@tools/measure-cost.sh build/native/bin/bench build/bench $(SIZES)
 
 bench-budget: build-benchmarks ## fail when a request needs more instructions than bench/budget.txt allows
 	@tools/check-budget.sh build/native

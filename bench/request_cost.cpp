@@ -1,9 +1,10 @@
 // One whole snapshot request on one host, measured:
 //
-//   request_cost WORKLOAD N floor|quiet|logged [CALLS.txt]
+//   request_cost WORKLOAD N floor|quiet|logged|memory [CALLS.txt]
 //
 // "floor" is the bare requestor, "quiet" the real one with logging off, "logged" the real one with its log at
-// information level in a file. Prints one JSON object. With CALLS.txt the call log is written there (and costs).
+// information level in a file; "memory" is the real one on a host whose own memory does not count. Prints one JSON
+// object. With CALLS.txt the call log is written there (and costs).
 // Under callgrind, MeasuredRequest is the function to collect.
 #include <malloc.h>
 #include <unistd.h>
@@ -15,16 +16,19 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <new>
 #include <optional>
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <unordered_set>
 
 #include "bench/floor.h"
 #include "bench/hosts.h"
 #include "bench/workloads.h"
 #include "platform/tessel/log_sink.h"
 #include "simulator/simulated_host.h"
+#include "tests/faults/guarded_host.h"
 
 // The C library's allocator with a count in front: what the program gets from malloc and from operator new alike.
 extern "C" {
@@ -36,22 +40,43 @@ void __libc_free(void* block);
 
 namespace {
 
+// The counts take no part in what they count.
+template <class T>
+struct UncountedAllocator {
+  using value_type = T;
+  UncountedAllocator() = default;
+  template <class U>
+  UncountedAllocator(const UncountedAllocator<U>&) noexcept {}
+  T* allocate(std::size_t count) {
+    if (void* block = __libc_malloc(count * sizeof(T))) return static_cast<T*>(block);
+    throw std::bad_alloc();
+  }
+  void deallocate(T* block, std::size_t) noexcept { __libc_free(block); }
+  friend bool operator==(const UncountedAllocator&, const UncountedAllocator&) { return true; }
+};
+
+using BlockSet = std::unordered_set<void*, std::hash<void*>, std::equal_to<>, UncountedAllocator<void*>>;
+
 struct Allocations {
   bool counting = false;
   long long count = 0;
   long long live = 0;
   long long peak = 0;
+  BlockSet* own = nullptr;  // the blocks that were counted, where not all are
 
   void* Add(void* block) {
     if (counting && block != nullptr) {
       ++count;
       live += static_cast<long long>(::malloc_usable_size(block));
       if (live > peak) peak = live;
+      if (own != nullptr) own->insert(block);
     }
     return block;
   }
   void Remove(void* block) {
-    if (counting && block != nullptr) live -= static_cast<long long>(::malloc_usable_size(block));
+    if (block != nullptr && (own != nullptr ? own->erase(block) != 0 : counting)) {
+      live -= static_cast<long long>(::malloc_usable_size(block));
+    }
   }
 };
 
@@ -75,6 +100,19 @@ void free(void* block) {
   __libc_free(block);
 }
 }
+
+// The guards around the host's calls, and what they switch.
+namespace varnel::test::memory {
+
+Switch::Switch(bool armed) noexcept : before_(allocations.counting) {
+  allocations.counting = armed;
+}
+
+Switch::~Switch() {
+  allocations.counting = before_;
+}
+
+}  // namespace varnel::test::memory
 
 namespace varnel::bench {
 
@@ -109,13 +147,14 @@ std::vector<std::wstring> DisksOf(const simulator::HostModel& model) {
   return disks;
 }
 
-enum class Who { floor, quiet, logged };
+enum class Who { floor, quiet, logged, memory };
 
 Who ParseWho(const std::string& text) {
   if (text == "floor") return Who::floor;
   if (text == "quiet") return Who::quiet;
   if (text == "logged") return Who::logged;
-  throw std::invalid_argument("neither floor, quiet nor logged: " + text);
+  if (text == "memory") return Who::memory;
+  throw std::invalid_argument("neither floor, quiet, logged nor memory: " + text);
 }
 
 // A log file that goes with the run.
@@ -146,15 +185,21 @@ void Measure(const std::string& name, std::size_t n, const std::string& who, con
   const std::vector<std::wstring> disks = DisksOf(model);
   simulator::SimulatedHost host(std::move(model));
   host.calls().enabled = callsFile != nullptr;
-  const ScopedHost current(host);
+  test::TextShortage noShortage(0, false);
+  test::GuardedHost guarded(host, noShortage);
+  const ScopedHost current(ParseWho(who) == Who::memory ? static_cast<Host&>(guarded) : host);
   std::optional<TemporaryLog> log;
   if (ParseWho(who) == Who::logged) log.emplace();
   TesselCommonClasses::DiskAndVolumeEnumerator enumerator;
 
   const auto start = std::chrono::steady_clock::now();
-  allocations.counting = true;
-  MeasuredRequest(workload, ParseWho(who) == Who::floor, disks, enumerator);
-  allocations.counting = false;
+  BlockSet own;
+  if (ParseWho(who) == Who::memory) allocations.own = &own;
+  {
+    const test::memory::Armed counting;
+    MeasuredRequest(workload, ParseWho(who) == Who::floor, disks, enumerator);
+  }
+  allocations.own = nullptr;
   const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
   std::printf(
       R"({"workload":"%s","n":%zu,"who":"%s","files":%zu,"milliseconds":%.3f,"allocations":%lld,"peakBytes":%lld})"
@@ -172,7 +217,7 @@ void Measure(const std::string& name, std::size_t n, const std::string& who, con
 int main(int argc, char** argv) {
   constexpr int kFewestArguments = 4;
   if (argc < kFewestArguments) {
-    std::cerr << "usage: request_cost WORKLOAD N floor|quiet|logged [CALLS.txt]\n";
+    std::cerr << "usage: request_cost WORKLOAD N floor|quiet|logged|memory [CALLS.txt]\n";
     return 2;
   }
   try {

@@ -117,9 +117,10 @@ std::wstring SystemText(HRESULT hr) {
   return text.Get() == nullptr ? std::wstring() : std::wstring(text.Get());
 }
 
+constexpr std::string_view kDots = "...";
+
 // Shortens text so that `excess` bytes of its UTF-8 form go, the three dots counted, without cutting a character.
 std::string Shortened(std::string text, std::size_t excess) {
-  constexpr std::string_view kDots = "...";
   std::size_t length = text.size() > excess + kDots.size() ? text.size() - excess - kDots.size() : 0;
   while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80) --length;
   text.resize(length);
@@ -143,6 +144,7 @@ std::string TextOf(const FormatArgument& argument) {
 }
 
 // The longest text gives way, then the next longest; the first argument, which names the event, only after all others.
+// One that is no longer than the dots stays: they would not be shorter.
 std::string FitInto(const AlertRecord& record, std::span<const FormatArgument> arguments, std::string formatted) {
   std::vector<std::string> texts;
   for (const FormatArgument& argument : arguments) texts.push_back(TextOf(argument));
@@ -151,8 +153,10 @@ std::string FitInto(const AlertRecord& record, std::span<const FormatArgument> a
     formatted = FormatWith(record.format, texts, arguments);
   };
   for (std::size_t round = 1; round < texts.size() && formatted.size() >= record.bytes; ++round) {
-    shorten(*std::max_element(texts.begin() + 1, texts.end(),
-                              [](const auto& a, const auto& b) { return a.size() < b.size(); }));
+    std::string& longest = *std::max_element(texts.begin() + 1, texts.end(),
+                                             [](const auto& a, const auto& b) { return a.size() < b.size(); });
+    if (longest.size() <= kDots.size()) break;
+    shorten(longest);
   }
   if (formatted.size() >= record.bytes) shorten(texts.front());
   return formatted;

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <memory_resource>
+#include <span>
 #include <stdexcept>
 
 #include "core/logging.h"
@@ -102,11 +103,22 @@ bool CVarnel::IsComponentEligible(VssComponent& component, std::map<std::wstring
     kLog.Warning(L"Component not in input file, State=NotEligible");
     return false;
   }
-  // Found eligible. Usually so few that they need no memory from outside.
+  // Usually so few that they need no memory from outside.
   std::array<std::byte, kUsualDisks * sizeof(std::wstring_view)> room;
   std::pmr::monotonic_buffer_resource arena(room.data(), room.size());
   std::pmr::vector<std::wstring_view> serialNumbers(&arena);
   serialNumbers.reserve(kUsualDisks);
+  const bool eligible = AreFilesEligible(component, volumeSerials, serialNumbers);
+  std::sort(serialNumbers.begin(), serialNumbers.end());
+  component.affectedSerialNumbers.insert(ShareSerialNumbers(serialNumbers));
+  if (!eligible) return false;
+  for (const std::wstring_view serialNumber : serialNumbers) AddEligibleSerialNumber(serialNumber);
+  return true;
+}
+
+// Up to the first file that is not; the disks of the files looked at, each once.
+bool CVarnel::AreFilesEligible(const VssComponent& component, std::map<std::wstring, std::wstring>& volumeSerials,
+                               std::pmr::vector<std::wstring_view>& serialNumbers) {
   const SharedText* volume = nullptr;
   const std::wstring* serialNumber = nullptr;
   for (const VssFileDescriptor& file : component.files) {
@@ -123,16 +135,22 @@ bool CVarnel::IsComponentEligible(VssComponent& component, std::map<std::wstring
     kLog.Info(L"Component=%s, File=%s, AffectedVolume=%s, SerialNumber=%s", component.caption, file.expandedPath,
               file.volumeName, *serialNumber);
     if (std::find(serialNumbers.begin(), serialNumbers.end(), *serialNumber) != serialNumbers.end()) continue;
-    component.affectedSerialNumbers.insert(*serialNumber);
+    serialNumbers.push_back(*serialNumber);
     if (!IsOnEligibleDisk(*serialNumber)) {
       kLog.Warning(L"Volume not in input list, State=NotEligible");
       return false;
     }
-    serialNumbers.push_back(*serialNumber);
   }
-  std::sort(serialNumbers.begin(), serialNumbers.end());
-  for (const std::wstring_view eligible : serialNumbers) AddEligibleSerialNumber(eligible);
   return true;
+}
+
+// Components that lie on the same disks share one set.
+const SerialNumbers& CVarnel::ShareSerialNumbers(std::span<const std::wstring_view> sorted) {
+  auto known = m_serialNumberSets.find(sorted);
+  if (known == m_serialNumberSets.end()) {
+    known = m_serialNumberSets.insert(SerialNumbers::Set(sorted.begin(), sorted.end())).first;
+  }
+  return *known;
 }
 
 // Each volume is asked for once in a request; null when its disk cannot be told.
@@ -224,7 +242,7 @@ void CVarnel::IncludeImplicitComponents() {
           kLog.Info(L"Including, Component='%s, BecauseOf='%s", parent.fullPath, child.fullPath);
           parent.excluded = false;
         }
-        parent.affectedSerialNumbers.insert(child.affectedSerialNumbers.begin(), child.affectedSerialNumbers.end());
+        parent.affectedSerialNumbers.insert(child.affectedSerialNumbers);
       }
     }
   }

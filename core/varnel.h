@@ -3,7 +3,9 @@
 
 #include <map>
 #include <memory>
+#include <memory_resource>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -158,9 +160,9 @@ class VARNEL_API CVarnel {
   /// Deletes the set, by force. Throws a `long` when the service did not delete all of it; writes no alert.
   void DeleteSnapshotSet(std::string& errorDetails);
   /// Logs this host out of every iSCSI session that carries a shadow copy of the set. A session whose devices cannot be
-  /// read, or that does not end after five tries, is logged and left. Throws a `long`: 122 without memory for the
-  /// lists, else the HRESULT of the failed session list. Transportable sets have no disks here, so nothing is logged
-  /// out.
+  /// read, or that does not end after five tries, is left; the log tells of it unless the number of its devices was
+  /// what could not be read. Throws a `long`: 122 without memory for the lists, else the HRESULT of the failed session
+  /// list. Transportable sets have no disks here, so nothing is logged out.
   void DisconnectSnapshotLuns(std::string& errorDetails);
   /// Has every file of the selected components checked on the snapshot (VerifyComponentFile); the first damaged one
   /// throws and ends the walk.
@@ -239,6 +241,9 @@ class VARNEL_API CVarnel {
   void SelectComponentsOf(VssWriter& writer, std::map<std::wstring, std::wstring>& volumeSerials,
                           const std::string& errorDetails);
   const std::wstring* SerialNumberOf(const std::wstring& volume, std::map<std::wstring, std::wstring>& volumeSerials);
+  bool AreFilesEligible(const VssComponent& component, std::map<std::wstring, std::wstring>& volumeSerials,
+                        std::pmr::vector<std::wstring_view>& serialNumbers);
+  const SerialNumbers& ShareSerialNumbers(std::span<const std::wstring_view> sorted);
   void AddEligibleSerialNumber(std::wstring_view serialNumber);
   bool checkComponents(std::set<std::wstring> inputComponents, std::wstring componentFullPath);
   bool IsInInputComponents(const std::set<std::wstring>& inputComponents, const std::wstring& componentFullPath);
@@ -337,6 +342,7 @@ class VARNEL_API CVarnel {
   std::vector<SnapshotVolumeInfo> m_snapshotVolumes;
   std::vector<std::wstring> m_inputSerialNumbers;
   std::vector<std::wstring> m_eligibleSerialNumbers;
+  std::set<SerialNumbers, SerialNumbers::ByContent> m_serialNumberSets;  // those that components share
   bool m_snapshotDone = false;
   std::wstring m_writerErrorText;
   std::vector<std::wstring> m_failedComponents;

@@ -1,6 +1,7 @@
 #include "core/writer_metadata.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <memory_resource>
 #include <numeric>
@@ -96,6 +97,20 @@ void ReadComponents(VssWriter& writer, UINT count, IVssExamineWriterMetadata* so
     BuildComponent(writer.components.emplace_back(), writerName, found.Get(), directories, logicalPaths);
   }
 }
+
+struct HashIgnoringCase {
+  // FNV-1a
+  std::size_t operator()(std::wstring_view text) const {
+    std::uint64_t hash = 0xcbf29ce484222325;
+    for (const wchar_t c : text) hash = (hash ^ static_cast<std::uint64_t>(ascii::ToLower(c))) * 0x100000001b3;
+    return static_cast<std::size_t>(hash);
+  }
+};
+
+struct EqualIgnoringCase {
+  // Nearly always the same spelling, which is faster told.
+  bool operator()(std::wstring_view a, std::wstring_view b) const { return a == b || ascii::EqualIgnoringCase(a, b); }
+};
 
 void MarkTopLevel(std::vector<VssComponent>& components) {
   const ComponentTree tree(components);
@@ -257,31 +272,20 @@ bool IsAncestor(const VssComponent& a, const VssComponent& b) {
 
 ComponentTree::ComponentTree(const std::vector<VssComponent>& components)
     : first_(components.size()), next_(components.size(), kNone), parent_(components.size(), kNone) {
-  // The folded paths in one text, and the nodes of the look-up in one arena: no allocation per component.
-  std::wstring folded;
-  std::vector<std::size_t> ends;
-  ends.reserve(components.size());
-  for (const VssComponent& component : components) {
-    folded += component.fullPath;
-    ends.push_back(folded.size());
-  }
-  for (wchar_t& c : folded) c = ascii::ToLower(c);
-  const auto pathOf = [&](std::size_t index) {
-    const std::size_t begin = index == 0 ? 0 : ends[index - 1];
-    return std::wstring_view(folded).substr(begin, ends[index] - begin);
-  };
-
+  // The nodes of the look-up in one arena: no allocation per component.
   std::pmr::monotonic_buffer_resource arena;
-  std::pmr::unordered_map<std::wstring_view, Same> byPath(components.size(), &arena);
-  for (std::size_t index = 0; index < components.size(); ++index) {
-    const auto [same, isNew] = byPath.try_emplace(pathOf(index), Same{index, index});
+  std::pmr::unordered_map<std::wstring_view, Same, HashIgnoringCase, EqualIgnoringCase> byPath(components.size(),
+                                                                                               &arena);
+  const auto count = static_cast<Index>(components.size());
+  for (Index index = 0; index < count; ++index) {
+    const auto [same, isNew] = byPath.try_emplace(components[index].fullPath, Same{index, index});
     first_[index] = same->second.first;
     if (!isNew) next_[std::exchange(same->second.last, index)] = index;
   }
-  for (std::size_t index = 0; index < components.size(); ++index) {
+  for (Index index = 0; index < count; ++index) {
     if (first_[index] != index) continue;
     // The nearest ancestor is enough: the others are its own. A path ends where a backslash of a longer one begins.
-    const std::wstring_view path = pathOf(index);
+    const std::wstring_view path = components[index].fullPath;
     for (std::size_t end = path.rfind(L'\\'); end != path.npos && end > 0; end = path.rfind(L'\\', end - 1)) {
       const auto ancestor = byPath.find(path.substr(0, end));
       if (ancestor == byPath.end()) continue;
@@ -294,21 +298,21 @@ ComponentTree::ComponentTree(const std::vector<VssComponent>& components)
 
 template <class Visit>
 void ComponentTree::ForEachAncestor(std::size_t index, Visit visit) const {
-  for (std::size_t path = parent_[first_[index]]; path != kNone; path = parent_[path]) {
-    for (std::size_t same = path; same != kNone; same = next_[same]) visit(same);
+  for (Index path = parent_[first_[index]]; path != kNone; path = parent_[path]) {
+    for (Index same = path; same != kNone; same = next_[same]) visit(same);
   }
 }
 
-Descendants::Descendants(const ComponentTree& tree) : begins_(tree.size() + 1) {
+Descendants::Descendants(const ComponentTree& tree) : begins_(tree.size() + 2) {
   if (!tree.anyAncestor()) return;
-  for (std::size_t index = 0; index < tree.size(); ++index) {
-    tree.ForEachAncestor(index, [&](std::size_t ancestor) { ++begins_[ancestor + 1]; });
+  // A component's count is taken two places on, so that one place on its part begins, and then grows to its end.
+  for (std::uint32_t index = 0; index < tree.size(); ++index) {
+    tree.ForEachAncestor(index, [&](std::uint32_t ancestor) { ++begins_[ancestor + 2]; });
   }
   std::partial_sum(begins_.begin(), begins_.end(), begins_.begin());
   indexes_.resize(begins_.back());
-  std::vector<std::size_t> ends(begins_.begin(), begins_.end() - 1);
-  for (std::size_t index = 0; index < tree.size(); ++index) {
-    tree.ForEachAncestor(index, [&](std::size_t ancestor) { indexes_[ends[ancestor]++] = index; });
+  for (std::uint32_t index = 0; index < tree.size(); ++index) {
+    tree.ForEachAncestor(index, [&](std::uint32_t ancestor) { indexes_[begins_[ancestor + 1]++] = index; });
   }
 }
 

@@ -1,13 +1,14 @@
 // The requestor's own copies of the writers' metadata: plain values that hold no platform interface.
 #pragma once
 
-#include <set>
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "core/serial_numbers.h"
 #include "core/shared_text.h"
 #include "platform/export.h"
 #include "platform/vss.h"
@@ -46,7 +47,7 @@ struct VssComponent {
   std::vector<VssFileDescriptor> files;  ///< files, then database files, then database log files
   DWORD failureCode = 0;                 ///< the HRESULT with which the component failed
   bool failed = false;                   ///< a component-level status has been set
-  std::set<std::wstring> affectedSerialNumbers;
+  SerialNumbers affectedSerialNumbers;   ///< of the disks that its files lie on
 };
 
 /// One writer.
@@ -133,20 +134,22 @@ class ComponentTree {
  private:
   friend class Descendants;
 
+  using Index = std::uint32_t;  // the service counts components in 32 bits
+
   // The components of one path: the first and the last of a list through next_.
   struct Same {
-    std::size_t first;
-    std::size_t last;
+    Index first;
+    Index last;
   };
-  static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+  static constexpr Index kNone = static_cast<Index>(-1);
 
   // Calls `visit` with the index of every ancestor.
   template <class Visit>
   void ForEachAncestor(std::size_t index, Visit visit) const;
 
-  std::vector<std::size_t> first_;   // the first component of the same path
-  std::vector<std::size_t> next_;    // the next component of the same path
-  std::vector<std::size_t> parent_;  // of a path's first component: the first one of the nearest ancestor's path
+  std::vector<Index> first_;   // the first component of the same path
+  std::vector<Index> next_;    // the next component of the same path
+  std::vector<Index> parent_;  // of a path's first component: the first one of the nearest ancestor's path
   bool anyAncestor_ = false;
 };
 
@@ -154,13 +157,13 @@ class ComponentTree {
 class Descendants {
  public:
   explicit Descendants(const ComponentTree& tree);
-  std::span<const std::size_t> Of(std::size_t index) const {
+  std::span<const std::uint32_t> Of(std::size_t index) const {
     return std::span(indexes_).subspan(begins_[index], begins_[index + 1] - begins_[index]);
   }
 
  private:
   std::vector<std::size_t> begins_;  // of each component's part of indexes_, and the end
-  std::vector<std::size_t> indexes_;
+  std::vector<std::uint32_t> indexes_;
 };
 
 }  // namespace varnel

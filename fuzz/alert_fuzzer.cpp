@@ -85,7 +85,7 @@ void AddEnds(std::string_view record, std::size_t at, const Value& value, std::s
   const std::string_view rest = record.substr(at);
   const std::string_view text = value.expected;
   if (rest.starts_with(text)) ends.insert(at + text.size());
-  if (!value.isText) return;
+  if (!value.isText || text.size() <= kDots.size()) return;  // dots would not be shorter
   for (std::size_t kept = 0; kept <= text.size() && kept <= rest.size(); ++kept) {
     if (rest.substr(kept).starts_with(kDots)) ends.insert(at + kept + kDots.size());
     if (kept == text.size() || kept == rest.size() || text[kept] != rest[kept]) break;

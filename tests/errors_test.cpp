@@ -961,6 +961,16 @@ TEST_F(AlertTest, ACallThatAloneIsTooLongIsShortenedToo) {
   EXPECT_THAT(record, EndsWith(", rc=COMMError, ca=ContactTechSupport;"));
 }
 
+TEST_F(AlertTest, ATextThatIsNoLongerThanTheDotsStaysWhole) {
+  const std::string call(5000, 'c');
+  for (const std::size_t length : {0u, 1u, 2u, 3u}) {
+    const std::string end = "...=Failed, error=" + std::string(length, 'e') + ", rc=COMMError, ca=ContactTechSupport;";
+    EXPECT_EQ(FormatAlert(alert::kComError, {call, std::wstring(length, L'e')}),
+              std::string(2047 - end.size(), 'c') + end);
+  }
+  EXPECT_THAT(FormatAlert(alert::kComError, {call, L"eeee"}), HasSubstr("c...=Failed, error=..., rc=COMMError"));
+}
+
 TEST_F(AlertTest, ACharacterIsNeverCutInHalf) {
   for (const std::wstring& character :
        {std::wstring(L"\u00E9"), std::wstring(L"\u65E5"), std::wstring(L"\U0001F680")}) {

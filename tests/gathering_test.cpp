@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -374,6 +375,28 @@ TEST_F(GatheringTest, TheDestructorOnlyLogsMetadataThatCannotBeGivenBack) {
     host().faults().FailCall("IVssBackupComponents::FreeWriterMetadata", static_cast<DWORD>(E_UNEXPECTED));
   }
   EXPECT_THAT(log.All(), ElementsAre("E FreeWriterMetadata failed with error: 0x8000ffff"));
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+TEST_F(GatheringTest, TheDestructorLetsNothingOutThatTheLogThrows) {
+  class FullDisk : public LogSink {
+   public:
+    int LowestCategory() const override { return CFileLog::Error; }
+    void Write(int, std::wstring_view, int, std::wstring_view) override {
+      ++lines;
+      throw std::runtime_error("the disk is full");
+    }
+    int lines = 0;
+  };
+  FullDisk full;
+  {
+    std::optional<Request<>> request(std::in_place);
+    request->Gather({});
+    host().faults().FailCall("IVssBackupComponents::FreeWriterMetadata", static_cast<DWORD>(E_UNEXPECTED));
+    const ScopedLog current(full);
+    request.reset();
+  }
+  EXPECT_EQ(full.lines, 1);
   EXPECT_EQ(host().live().Describe(), "");
 }
 

@@ -221,7 +221,7 @@ std::vector<std::vector<std::size_t>> DescendantsByComponent(const std::vector<V
   std::vector<std::vector<std::size_t>> lists;
   std::vector<bool> below(components.size());
   for (std::size_t index = 0; index < tree.size(); ++index) {
-    const std::span<const std::size_t> list = descendants.Of(index);
+    const auto list = descendants.Of(index);
     for (const std::size_t descendant : list) below[descendant] = true;
     lists.emplace_back(list.begin(), list.end());
   }

@@ -31,4 +31,4 @@ awk -v all="$instructions" '
   /^fn=/ { outside = !/varnel::simulator::/ && !/^fn=(\(.*\) )?((void|bool) )?(std::|__gnu_cxx::|operator )/ }
   /^cfn=/ { enters = outside && /varnel::simulator::/ }
   /^calls=/ { if ((getline line) > 0 && enters) { split(line, fields, " "); host += fields[2] } }
-  END { printf "%d %d\n", all, host }' "$scratch/profile"
+  END { printf "%.0f %.0f\n", all, host }' "$scratch/profile"

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -72,8 +73,10 @@ class Liar {
     if (left_ == 0 || random_.Below(1000) >= perMille_) return Lie::none;
     --left_;
     ++lies_;
-    return random_.Pick({Lie::failure, Lie::failureWithAnswer, Lie::nothing, Lie::falseNothing, Lie::strange,
-                         Lie::strange, Lie::strange});
+    const Lie lie = random_.Pick({Lie::failure, Lie::failureWithAnswer, Lie::nothing, Lie::falseNothing, Lie::strange,
+                                  Lie::strange, Lie::strange});
+    ++told_[{subject, lie}];
+    return lie;
   }
   HRESULT Failure() {
     return random_.Pick<HRESULT>({E_UNEXPECTED, E_OUTOFMEMORY, VSS_E_OBJECT_NOT_FOUND, VSS_E_BAD_STATE,
@@ -86,6 +89,8 @@ class Liar {
   }
   Random& random() { return random_; }
   unsigned lies() const { return lies_; }
+  /// How many lies of each kind.
+  const std::map<std::pair<Subject, Lie>, unsigned>& told() const { return told_; }
 
  private:
   Random random_;
@@ -93,6 +98,7 @@ class Liar {
   unsigned perMille_;
   unsigned left_;
   unsigned lies_ = 0;
+  std::map<std::pair<Subject, Lie>, unsigned> told_;
 };
 
 using Lie = Liar::Lie;

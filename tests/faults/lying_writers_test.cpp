@@ -202,6 +202,7 @@ class LyingWriters : public HostFixture {
 TEST_F(LyingWriters, WhateverTheySayARequestEndsAsStatedAndTheNextOneWorks) {
   const std::vector<unsigned> seeds = Seeds(kHosts);
   unsigned lies = 0;
+  std::map<std::pair<Subject, Lie>, unsigned> told;
   for (const unsigned seed : seeds) {
     SCOPED_TRACE(SeedText(seed));
     Random random(seed);
@@ -213,79 +214,97 @@ TEST_F(LyingWriters, WhateverTheySayARequestEndsAsStatedAndTheNextOneWorks) {
     ASSERT_THAT(host().live().misuses(), IsEmpty());
     ASSERT_FALSE(HasFailure());
     lies += liar.lies();
+    for (const auto& [lie, times] : liar.told()) told[lie] += times;
   }
   TellTotal(HostsText(seeds));
   if (seeds.size() < kHosts) return;
   // Enough requests get through that lies of every step are met.
   EXPECT_GE(lies, kHosts / 2);
+  for (const Subject subject : {Subject::metadata, Subject::status, Subject::document}) {
+    for (const Lie lie : {Lie::failure, Lie::failureWithAnswer, Lie::nothing, Lie::falseNothing, Lie::strange}) {
+      EXPECT_GE((told[{subject, lie}]), kHosts / 100);
+    }
+  }
   for (const End end : {End::returned, End::number, End::request}) {
     EXPECT_GE(created[end], static_cast<int>(kHosts / 20));
     EXPECT_GE(completed[end], static_cast<int>(kHosts / 200));
   }
 }
 
-// ---- counts that no memory holds ----
+// ---- counts that are not true, up to such as no memory holds ----
 
 constexpr UINT kMost = 0xFFFFFFFF;
 
 enum class Boast { writers, components, excludeFiles, files, statuses, documentWriters, documentComponents };
 
+// A count instead of the true one.
+struct Claim {
+  Boast of;
+  UINT count = kMost;
+};
+
 class BoastingComponent final : public ForwardingComponent {
  public:
-  using ForwardingComponent::ForwardingComponent;
+  BoastingComponent(MachinePtr machine, ComPtr<IVssWMComponent> truth, UINT files)
+      : ForwardingComponent(std::move(machine), "IVssWMComponent of a boaster", std::move(truth)), files_(files) {}
   HRESULT STDMETHODCALLTYPE GetComponentInfo(PVSSCOMPONENTINFO* info) override {
     const HRESULT result = inner().GetComponentInfo(&truth_);
     if (FAILED(result)) return result;
     told_ = *truth_;
-    told_.cFileCount = kMost;
+    told_.cFileCount = files_;
     *info = &told_;
     return result;
   }
   HRESULT STDMETHODCALLTYPE FreeComponentInfo(PVSSCOMPONENTINFO) override { return inner().FreeComponentInfo(truth_); }
 
  private:
+  UINT files_;
   PVSSCOMPONENTINFO truth_ = nullptr;
   VSS_COMPONENTINFO told_{};
 };
 
 class BoastingMetadata final : public ForwardingMetadata {
  public:
-  BoastingMetadata(MachinePtr machine, ComPtr<IVssExamineWriterMetadata> truth, Boast boast)
+  BoastingMetadata(MachinePtr machine, ComPtr<IVssExamineWriterMetadata> truth, Claim claim)
       : ForwardingMetadata(std::move(machine), "IVssExamineWriterMetadata of a boaster", std::move(truth)),
-        boast_(boast) {}
+        claim_(claim) {}
   HRESULT STDMETHODCALLTYPE GetFileCounts(UINT* includeFiles, UINT* excludeFiles, UINT* components) override {
     const HRESULT result = inner().GetFileCounts(includeFiles, excludeFiles, components);
-    if (boast_ == Boast::excludeFiles) *excludeFiles = kMost;
-    if (boast_ == Boast::components) *components = kMost;
+    if (claim_.of == Boast::excludeFiles) *excludeFiles = claim_.count;
+    if (claim_.of == Boast::components) *components = claim_.count;
     return result;
   }
   HRESULT STDMETHODCALLTYPE GetComponent(UINT index, IVssWMComponent** component) override {
     ComPtr<IVssWMComponent> truth;
     const HRESULT result = inner().GetComponent(index, truth.Put());
     if (FAILED(result)) return result;
-    *component = boast_ == Boast::files
-                     ? new BoastingComponent(sharedMachine(), "IVssWMComponent of a boaster", std::move(truth))
-                     : truth.Detach();
+    *component = claim_.of == Boast::files ? new BoastingComponent(sharedMachine(), std::move(truth), claim_.count)
+                                           : truth.Detach();
     return result;
   }
 
  private:
-  Boast boast_;
+  Claim claim_;
 };
 
 class BoastingWriterComponents final : public ForwardingWriterComponents {
  public:
-  using ForwardingWriterComponents::ForwardingWriterComponents;
+  BoastingWriterComponents(MachinePtr machine, ComPtr<IVssWriterComponentsExt> truth, UINT components)
+      : ForwardingWriterComponents(std::move(machine), "IVssWriterComponentsExt of a boaster", std::move(truth)),
+        components_(components) {}
   HRESULT STDMETHODCALLTYPE GetComponentCount(UINT* components) override {
-    *components = kMost;
+    *components = components_;
     return S_OK;
   }
+
+ private:
+  UINT components_;
 };
 
 class BoastingBackup final : public ForwardingBackup {
  public:
-  BoastingBackup(MachinePtr machine, ComPtr<IVssBackupComponentsEx4> truth, Boast boast)
-      : ForwardingBackup(std::move(machine), "IVssBackupComponents of a boaster", std::move(truth)), boast_(boast) {}
+  BoastingBackup(MachinePtr machine, ComPtr<IVssBackupComponentsEx4> truth, Claim claim)
+      : ForwardingBackup(std::move(machine), "IVssBackupComponents of a boaster", std::move(truth)), claim_(claim) {}
   HRESULT STDMETHODCALLTYPE GetWriterMetadataCount(UINT* writers) override {
     return Count(writers, Boast::writers, &IVssBackupComponents::GetWriterMetadataCount);
   }
@@ -299,40 +318,44 @@ class BoastingBackup final : public ForwardingBackup {
                                               IVssExamineWriterMetadata** metadata) override {
     ComPtr<IVssExamineWriterMetadata> truth;
     const HRESULT result = inner().GetWriterMetadata(index, instance, truth.Put());
-    if (SUCCEEDED(result)) *metadata = new BoastingMetadata(sharedMachine(), std::move(truth), boast_);
+    if (SUCCEEDED(result)) *metadata = new BoastingMetadata(sharedMachine(), std::move(truth), claim_);
     return result;
   }
   HRESULT STDMETHODCALLTYPE GetWriterComponents(UINT index, IVssWriterComponentsExt** writer) override {
     const HRESULT result = inner().GetWriterComponents(index, writer);
-    if (FAILED(result) || boast_ != Boast::documentComponents) return result;
+    if (FAILED(result) || claim_.of != Boast::documentComponents) return result;
     auto truth = ComPtr<IVssWriterComponentsExt>::Attach(*writer);
-    *writer = new BoastingWriterComponents(sharedMachine(), "IVssWriterComponentsExt of a boaster", std::move(truth));
+    *writer = new BoastingWriterComponents(sharedMachine(), std::move(truth), claim_.count);
     return result;
   }
 
  private:
   HRESULT Count(UINT* count, Boast boast, HRESULT (STDMETHODCALLTYPE IVssBackupComponents::*ask)(UINT*)) {
     const HRESULT result = (inner().*ask)(count);
-    if (boast == boast_) *count = kMost;
+    if (boast == claim_.of) *count = claim_.count;
     return result;
   }
 
-  Boast boast_;
+  Claim claim_;
 };
 
-class BoastingService final : public ForwardingVss {
+// Wraps every backup components object in a Backup that is made with the other arguments.
+template <class Backup, class Argument>
+class WrappingService final : public ForwardingVss {
  public:
-  BoastingService(simulator::SimulatedHost& host, Boast boast)
-      : ForwardingVss(host.vss()), host_(host), boast_(boast) {}
+  WrappingService(simulator::SimulatedHost& host, Argument argument)
+      : ForwardingVss(host.vss()), host_(host), argument_(argument) {}
 
  private:
   IVssBackupComponents* Wrap(ComPtr<IVssBackupComponentsEx4> backup) override {
-    return new BoastingBackup(host_.machine().shared_from_this(), std::move(backup), boast_);
+    return new Backup(host_.machine().shared_from_this(), std::move(backup), argument_);
   }
 
   simulator::SimulatedHost& host_;
-  Boast boast_;
+  Argument argument_;
 };
+
+using BoastingService = WrappingService<BoastingBackup, Claim>;
 
 class BoastingWriters : public HostFixture {
  protected:
@@ -348,7 +371,7 @@ class BoastingWriters : public HostFixture {
     partial.event = simulator::WriterEvent::postSnapshot;
     partial.failure = VSS_E_WRITERERROR_PARTIAL_FAILURE;
     host().faults().FailWriter(partial);
-    BoastingService service(host(), boast);
+    BoastingService service(host(), {boast});
     HostWithService boasting(host(), service);
     SnapshotRequest request;
     {
@@ -392,6 +415,354 @@ TEST_F(BoastingWriters, WritersMissingFromTheDocumentMakeAPartialFailureAComplet
 TEST_F(BoastingWriters, ComponentsMissingFromTheDocumentMakeAPartialFailureACompleteOne) {
   Expect(Boast::documentComponents, VarnelException::WriterFailure,
          "Marking all components of writer Boaster as FAILED!");
+}
+
+// ---- one lie at a time, and how the request then ends ----
+
+// Null in place of every empty text, and in place of every text of the document and the status when it says so.
+struct Silence {
+  bool inStatus = false;
+};
+
+class SilentFile final : public ForwardingFile {
+ public:
+  SilentFile(MachinePtr machine, ComPtr<IVssWMFiledesc> truth)
+      : ForwardingFile(std::move(machine), "IVssWMFiledesc of a silent writer", std::move(truth)) {}
+  HRESULT STDMETHODCALLTYPE GetPath(BSTR* path) override { return NullIfEmpty(inner().GetPath(path), path); }
+  HRESULT STDMETHODCALLTYPE GetFilespec(BSTR* filespec) override {
+    return NullIfEmpty(inner().GetFilespec(filespec), filespec);
+  }
+
+ private:
+  HRESULT NullIfEmpty(HRESULT result, BSTR* text) {
+    if (SUCCEEDED(result) && ::SysStringLen(*text) == 0) machine().FreeBstr(std::exchange(*text, nullptr));
+    return result;
+  }
+};
+
+class SilentComponent final : public ForwardingComponent {
+ public:
+  SilentComponent(MachinePtr machine, ComPtr<IVssWMComponent> truth)
+      : ForwardingComponent(std::move(machine), "IVssWMComponent of a silent writer", std::move(truth)) {}
+  HRESULT STDMETHODCALLTYPE GetComponentInfo(PVSSCOMPONENTINFO* info) override {
+    const HRESULT result = inner().GetComponentInfo(&truth_);
+    if (FAILED(result)) return result;
+    told_ = *truth_;
+    for (BSTR* text : {&told_.bstrLogicalPath, &told_.bstrComponentName, &told_.bstrCaption}) {
+      if (::SysStringLen(*text) == 0) *text = nullptr;
+    }
+    *info = &told_;
+    return result;
+  }
+  HRESULT STDMETHODCALLTYPE FreeComponentInfo(PVSSCOMPONENTINFO) override { return inner().FreeComponentInfo(truth_); }
+  HRESULT STDMETHODCALLTYPE GetFile(UINT index, IVssWMFiledesc** file) override {
+    ComPtr<IVssWMFiledesc> truth;
+    const HRESULT result = inner().GetFile(index, truth.Put());
+    if (SUCCEEDED(result)) *file = new SilentFile(sharedMachine(), std::move(truth));
+    return result;
+  }
+
+ private:
+  PVSSCOMPONENTINFO truth_ = nullptr;
+  VSS_COMPONENTINFO told_{};
+};
+
+class SilentMetadata final : public ForwardingMetadata {
+ public:
+  SilentMetadata(MachinePtr machine, ComPtr<IVssExamineWriterMetadata> truth)
+      : ForwardingMetadata(std::move(machine), "IVssExamineWriterMetadata of a silent writer", std::move(truth)) {}
+  HRESULT STDMETHODCALLTYPE GetIdentity(VSS_ID* instance, VSS_ID* writer, BSTR* name, VSS_USAGE_TYPE* usage,
+                                        VSS_SOURCE_TYPE* source) override {
+    const HRESULT result = inner().GetIdentity(instance, writer, name, usage, source);
+    if (SUCCEEDED(result) && ::SysStringLen(*name) == 0) machine().FreeBstr(std::exchange(*name, nullptr));
+    return result;
+  }
+  HRESULT STDMETHODCALLTYPE GetComponent(UINT index, IVssWMComponent** component) override {
+    ComPtr<IVssWMComponent> truth;
+    const HRESULT result = inner().GetComponent(index, truth.Put());
+    if (SUCCEEDED(result)) *component = new SilentComponent(sharedMachine(), std::move(truth));
+    return result;
+  }
+};
+
+class SilentBackup final : public ForwardingBackup {
+ public:
+  SilentBackup(MachinePtr machine, ComPtr<IVssBackupComponentsEx4> truth, Silence silence)
+      : ForwardingBackup(std::move(machine), "IVssBackupComponents of a silent writer", std::move(truth)),
+        silence_(silence) {}
+  HRESULT STDMETHODCALLTYPE GetWriterMetadata(UINT index, VSS_ID* instance,
+                                              IVssExamineWriterMetadata** metadata) override {
+    ComPtr<IVssExamineWriterMetadata> truth;
+    const HRESULT result = inner().GetWriterMetadata(index, instance, truth.Put());
+    if (SUCCEEDED(result)) *metadata = new SilentMetadata(sharedMachine(), std::move(truth));
+    return result;
+  }
+  HRESULT STDMETHODCALLTYPE GetWriterStatusEx(UINT index, VSS_ID* instance, VSS_ID* writer, BSTR* name,
+                                              VSS_WRITER_STATE* state, HRESULT* failure, HRESULT* applicationResult,
+                                              BSTR* message) override {
+    const HRESULT result =
+        inner().GetWriterStatusEx(index, instance, writer, name, state, failure, applicationResult, message);
+    if (FAILED(result) || !silence_.inStatus) return result;
+    machine().FreeBstr(std::exchange(*name, nullptr));
+    machine().FreeBstr(std::exchange(*message, nullptr));
+    return result;
+  }
+
+ private:
+  Silence silence_;
+};
+
+// Status entries, all of them of writers that nobody knows.
+class StrangersBackup final : public ForwardingBackup {
+ public:
+  StrangersBackup(MachinePtr machine, ComPtr<IVssBackupComponentsEx4> truth, HRESULT failure)
+      : ForwardingBackup(std::move(machine), "IVssBackupComponents of a stranger", std::move(truth)),
+        failure_(failure) {}
+  HRESULT STDMETHODCALLTYPE GetWriterStatusEx(UINT index, VSS_ID* instance, VSS_ID* writer, BSTR* name,
+                                              VSS_WRITER_STATE* state, HRESULT* failure, HRESULT* applicationResult,
+                                              BSTR* message) override {
+    const HRESULT result =
+        inner().GetWriterStatusEx(index, instance, writer, name, state, failure, applicationResult, message);
+    *instance = GUID{99, 99, 99, {}};
+    *failure = failure_;
+    return result;
+  }
+
+ private:
+  HRESULT failure_;
+};
+
+class OneLie : public HostFixture {
+ protected:
+  void InstallWriters(std::vector<Writer> writers) {
+    simulator::HostModel model = SmallHost();
+    model.writers = std::move(writers);
+    Install(std::move(model));
+  }
+  static simulator::WriterFault Fault(simulator::WriterEvent event, HRESULT failure) {
+    simulator::WriterFault fault;
+    fault.writer = L"Liar";
+    fault.event = event;
+    fault.failure = failure;
+    return fault;
+  }
+  static simulator::WriterFault PartialFault() {
+    return Fault(simulator::WriterEvent::postSnapshot, VSS_E_WRITERERROR_PARTIAL_FAILURE);
+  }
+
+  /// How a request ends, how its completion does, and what it writes. The next one, of honest writers, gets through.
+  struct Ends {
+    Outcome created;
+    Outcome completed;
+    std::string alerts;
+    std::vector<std::string> lines;
+    friend bool operator==(const Ends&, const Ends&) = default;
+  };
+  template <class Requestor = CVarnel>
+  Ends Request(VssService& service) {
+    Ends ends;
+    {
+      log.lines.clear();
+      HostWithService lying(host(), service);
+      const ScopedHost current(lying);
+      SnapshotRequest<Requestor> request;
+      ends.created = request.StartAndCreate();
+      ends.completed = request.Complete(StatusCode(ends.created));
+      ends.alerts = request.alerts();
+      ends.lines = log.All();
+    }
+    EXPECT_EQ(host().live().Describe(), "");
+    host().faults() = {};
+    host().model().writers = {test::MakeWriter(L"Honest", 1, {MakeComponent(L"", L"one", {L"E:\\one"})})};
+    EXPECT_EQ(PlainRequest(), Outcome::Returned());
+    return ends;
+  }
+  template <class Requestor = CVarnel>
+  Ends Request() {
+    return Request<Requestor>(host().vss());
+  }
+};
+
+Writer LiarWith(std::vector<WriterComponent> components) {
+  return MakeWriter(L"Liar", 1, std::move(components));
+}
+
+TEST_F(OneLie, ANullTextIsAsGoodAsAnEmptyOne) {
+  const auto install = [&] {
+    Writer writer = LiarWith({MakeComponent(L"", L"", {L"E:\\one", L"E:\\two"}), MakeComponent(L"", L"x", {L""})});
+    writer.components[0].files[1].filespec = L"";
+    writer.name = L"";
+    InstallWriters({writer});
+  };
+  install();
+  const Ends empty = Request();
+  install();
+  WrappingService<SilentBackup, Silence> silent(host(), {});
+  const Ends null = Request(silent);
+  EXPECT_EQ(null, empty);
+  EXPECT_EQ(empty.created, Outcome::Returned());
+  EXPECT_EQ(empty.completed, Outcome::Returned());
+  EXPECT_THAT(empty.lines, testing::Contains("W Component not in input file, State=NotEligible").Times(0));
+}
+
+TEST_F(OneLie, AFailureWithoutAnyTextIsStillReported) {
+  InstallWriters({LiarWith({MakeComponent(L"", L"one", {L"E:\\one"})})});
+  host().faults().FailWriter(Fault(simulator::WriterEvent::freeze, VSS_E_WRITERERROR_TIMEOUT));
+  WrappingService<SilentBackup, Silence> silent(host(), {.inStatus = true});
+  const Ends ends = Request(silent);
+  EXPECT_EQ(ends.created.alertCode, VarnelException::WriterFailure);
+  EXPECT_THAT(ends.alerts,
+              StartsWith("RequestStatus=WriterFailure, WriterName=, WriterError=VSS_E_WRITERERROR_TIMEOUT, "
+                         "WriterStatus=VSS_WS_FAILED_AT_FREEZE, ApplicationError=0x0, ApplicationMsg=, "));
+}
+
+TEST_F(OneLie, AComponentOfASecondWriterWithTheSameInstanceIdIsRefused) {
+  Writer twin = MakeWriter(L"Twin", 1, {MakeComponent(L"", L"two", {L"E:\\two"})});
+  InstallWriters({LiarWith({MakeComponent(L"", L"one", {L"E:\\one"})}), twin});
+  const Ends ends = Request();
+  EXPECT_EQ(ends.created, Outcome::Thrown(VSS_E_OBJECT_NOT_FOUND));
+  EXPECT_EQ(ends.completed, Outcome::Returned());
+  EXPECT_THAT(ends.alerts, StartsWith("status=AddComponentFailed, Component=\\two, rc=ConfigError, "));
+}
+
+TEST_F(OneLie, OfWritersWithOneInstanceIdTheFirstAnswersForBoth) {
+  Writer twin = MakeWriter(L"Twin", 1, {MakeComponent(L"", L"two", {L"E:\\two"})});
+  twin.components[0].selectable = false;
+  InstallWriters({LiarWith({MakeComponent(L"", L"one", {L"E:\\one"})}), twin});
+  simulator::WriterFault fault = Fault(simulator::WriterEvent::freeze, VSS_E_WRITERERROR_TIMEOUT);
+  fault.writer = L"Twin";
+  host().faults().FailWriter(fault);
+  const Ends ends = Request();
+  EXPECT_EQ(ends.created.alertCode, VarnelException::WriterFailure);
+  EXPECT_THAT(ends.alerts, StartsWith("RequestStatus=WriterFailure, WriterName=Twin, "));
+  EXPECT_THAT(ends.lines, testing::Contains("E Marking all components of writer Liar as FAILED!"));
+  EXPECT_THAT(ends.lines, testing::Not(testing::Contains("E Marking all components of writer Twin as FAILED!")));
+}
+
+TEST_F(OneLie, AComponentThatIsToldTwiceIsRefusedTheSecondTime) {
+  InstallWriters({LiarWith({MakeComponent(L"", L"one", {L"E:\\one"}), MakeComponent(L"", L"one", {L"E:\\one"})})});
+  const Ends ends = Request();
+  EXPECT_EQ(ends.created, Outcome::Thrown(VSS_E_OBJECT_ALREADY_EXISTS));
+  EXPECT_EQ(ends.completed, Outcome::Returned());
+  EXPECT_THAT(ends.alerts, StartsWith("status=AddComponentFailed, Component=\\one, rc=ConfigError, "));
+}
+
+TEST_F(OneLie, ThousandsOfComponentsAreAllAdded) {
+  constexpr int kComponents = 5000;
+  Writer writer = LiarWith({});
+  for (int i = 0; i < kComponents; ++i) {
+    writer.components.push_back(MakeComponent(L"many\\" + std::to_wstring(i % 50), std::to_wstring(i), {L"E:\\data"}));
+  }
+  InstallWriters({writer});
+  const Ends ends = Request();
+  EXPECT_EQ(ends.created, Outcome::Returned());
+  EXPECT_EQ(ends.completed, Outcome::Returned());
+  EXPECT_THAT(ends.lines, testing::Contains("I Number of components explicitly included in snapshot set = 5000 "));
+}
+
+TEST_F(OneLie, NamesOf64KibAreTakenWholeAndShortenedInRecordsOnly) {
+  constexpr std::size_t kLength = 65536;
+  const std::wstring name(kLength, L'n');
+  Writer writer = MakeWriter(std::wstring(kLength, L'w'), 1, {MakeComponent(L"", name, {L"E:\\one"})});
+  InstallWriters({writer});
+  simulator::WriterFault fault = Fault(simulator::WriterEvent::freeze, VSS_E_WRITERERROR_TIMEOUT);
+  fault.writer = writer.name;
+  host().faults().FailWriter(fault);
+  const Ends ends = Request();
+  EXPECT_EQ(ends.created.alertCode, VarnelException::WriterFailure);
+  EXPECT_EQ(ends.alerts.find('\n'), 2046U);
+  EXPECT_THAT(ends.alerts, StartsWith("RequestStatus=WriterFailure, WriterName=www"));
+  EXPECT_THAT(ends.alerts, HasSubstr("w..., WriterError=VSS_E_WRITERERROR_TIMEOUT, "));
+  EXPECT_THAT(ends.lines, testing::Contains("I Add Component=\\" + std::string(kLength, 'n') + " "));
+}
+
+TEST_F(OneLie, HalfASurrogatePairIsKeptInNamesAndReplacedInRecords) {
+  const std::wstring half = {L'a', static_cast<wchar_t>(0xD83D), L'b'};
+  Writer writer = MakeWriter(half, 1, {MakeComponent(L"", half, {L"E:\\one"})});
+  InstallWriters({writer});
+  simulator::WriterFault fault = Fault(simulator::WriterEvent::freeze, VSS_E_WRITERERROR_TIMEOUT);
+  fault.writer = half;
+  host().faults().FailWriter(fault);
+  SnapshotRequest request;
+  EXPECT_EQ(request.StartAndCreate().alertCode, VarnelException::WriterFailure);
+  EXPECT_EQ(request.requestor.GetWriters().at(0).components.at(0).name, half);
+  EXPECT_THAT(request.alerts(), HasSubstr("WriterName=a\xEF\xBF\xBD"
+                                          "b, "));
+  EXPECT_THROW(CatalogueLines(request.requestor), std::range_error);  // the catalogue is exact or not at all
+  EXPECT_EQ(request.Complete(VarnelException::WriterFailure).alertCode, VarnelException::WriterFailure);
+}
+
+TEST_F(OneLie, PathsThatLookCyclicAreWalkedOnce) {
+  InstallWriters({LiarWith({MakeComponent(L"", L"a", {L"E:\\one"}), MakeComponent(L"a", L"a", {L"E:\\one"}),
+                            MakeComponent(L"a\\a", L"a", {L"E:\\one"}), MakeComponent(L"a\\b", L"a", {L"E:\\one"}),
+                            MakeComponent(L"b\\a", L"b", {L"E:\\one"}), MakeComponent(L"\\", L"\\", {L"E:\\one"})})});
+  const Ends ends = Request();
+  EXPECT_EQ(ends.created, Outcome::Returned());
+  EXPECT_EQ(ends.completed, Outcome::Returned());
+  EXPECT_THAT(ends.lines, testing::Contains("I Number of components explicitly included in snapshot set = 6 "));
+}
+
+TEST_F(OneLie, AFailureOfAnUnknownWriterIsNobodys) {
+  InstallWriters({LiarWith({MakeComponent(L"", L"one", {L"E:\\one"})})});
+  WrappingService<StrangersBackup, HRESULT> strangers(host(), VSS_E_WRITERERROR_TIMEOUT);
+  const Ends ends = Request(strangers);
+  EXPECT_EQ(ends.created, Outcome::Returned());
+  EXPECT_EQ(ends.completed, Outcome::Returned());
+  EXPECT_EQ(ends.alerts, "");
+}
+
+TEST_F(OneLie, SuccessOfAnUnknownWriterDoesNotCarryAnApplicationThatToleratesPartialFailures) {
+  InstallWriters({LiarWith({MakeComponent(L"", L"one", {L"E:\\one"})})});
+  WrappingService<StrangersBackup, HRESULT> strangers(host(), S_OK);
+  const Ends ends = Request<PartialRequestor>(strangers);
+  EXPECT_EQ(ends.created, Outcome::Exception(VarnelException::WriterFailure, L"", {}));
+  EXPECT_EQ(ends.alerts, "");
+}
+
+TEST_F(OneLie, ADocumentWithoutTheFailedWriterLeavesItsComponentsAsTheyAre) {
+  InstallWriters({LiarWith({MakeComponent(L"", L"one", {L"E:\\one"})})});
+  host().faults().FailWriter(PartialFault());
+  BoastingService service(host(), {Boast::documentWriters, 0});
+  const Ends ends = Request<PartialRequestor>(service);
+  EXPECT_EQ(ends.created.alertCode, VarnelException::PartialSuccess);
+  EXPECT_THAT(ends.lines, testing::Contains(
+                              "E Could not find the writer reporting partial failure in BCD -- this is UNEXPECTED!!"));
+  EXPECT_THAT(ends.lines, testing::Contains("W - There were no writer components in this backup"));
+  EXPECT_EQ(ends.completed, Outcome::Returned());
+}
+
+TEST_F(OneLie, ADocumentWithoutTheFailedComponentsNamesNone) {
+  InstallWriters({LiarWith({MakeComponent(L"", L"one", {L"E:\\one"})})});
+  simulator::WriterFault fault = PartialFault();
+  fault.components = {{L"\\one", VSS_E_WRITERERROR_NONRETRYABLE, S_OK, L"gone"}};
+  host().faults().FailWriter(fault);
+  BoastingService service(host(), {Boast::documentComponents, 0});
+  const Ends ends = Request<PartialRequestor>(service);
+  EXPECT_EQ(ends.created.alertCode, VarnelException::PartialSuccess);
+  EXPECT_THAT(ends.alerts, StartsWith("RequestStatus=WriterFailure, "));
+  EXPECT_THAT(ends.alerts, testing::Not(HasSubstr("RequestStatus=ComponentLevelFailure")));
+}
+
+TEST_F(OneLie, CountsThatAreTooLowHideWhatIsBeyondThem) {
+  const auto request = [&](Claim claim) {
+    InstallWriters(
+        {LiarWith({MakeComponent(L"", L"one", {L"E:\\one", L"E:\\two"}), MakeComponent(L"", L"two", {L"E:\\two"})}),
+         MakeWriter(L"Other", 2, {MakeComponent(L"", L"three", {L"E:\\three"})})});
+    BoastingService service(host(), claim);
+    const Ends ends = Request(service);
+    return ends;
+  };
+  for (const Boast boast : {Boast::writers, Boast::components, Boast::files}) {
+    const Ends ends = request({boast, 1});
+    EXPECT_EQ(ends.created, Outcome::Returned());
+    EXPECT_EQ(ends.completed, Outcome::Returned());
+  }
+  const std::string included = "I Number of components explicitly included in snapshot set = ";
+  EXPECT_THAT(request({Boast::writers, 1}).lines, testing::Contains(included + "2 "));
+  EXPECT_THAT(request({Boast::components, 1}).lines, testing::Contains(included + "2 "));
+  EXPECT_THAT(request({Boast::files, 1}).lines, testing::Contains(included + "3 "));
+  EXPECT_EQ(request({Boast::writers, 0}).created.alertCode, VarnelException::ConfigurationError);
+  EXPECT_EQ(request({Boast::components, 0}).created.alertCode, VarnelException::ConfigurationError);
 }
 
 }  // namespace

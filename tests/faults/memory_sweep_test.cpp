@@ -26,6 +26,7 @@
 #include "tests/faults/sweep.h"
 #include "tests/support/applications.h"
 #include "tests/support/golden.h"
+#include "tests/support/request.h"
 
 namespace varnel::test {
 namespace {
@@ -476,6 +477,40 @@ TEST_F(MemorySweepTest, ASavedDocumentMayRunOutOfMemory) {
   host.faults().FailCall("SysAllocStringLen", ERROR_NOT_ENOUGH_MEMORY);
   EXPECT_THROW(second.Initialize(0, document, false, VSS_BT_FULL, details, nullptr), std::bad_alloc);
   EXPECT_EQ(first.Complete(0), Outcome::Returned());
+}
+
+TEST(MemoryShortage, ADiskThatCannotBeDescribedForWantOfMemoryEndsTheListWithItsCode) {
+  TextShortage texts(0, false);
+  simulator::SimulatedHost host(PlainModel());
+  GuardedHost guarded(host, texts);
+  const ScopedHost current(guarded);
+  RecordingLog lines;
+  GuardedLog log(lines);
+  const ScopedLog scoped(log);
+  int refused = 0;
+  for (int request = 1;; ++request) {
+    CVarnel requestor(0);
+    RequestorProbe probe(requestor);
+    lines.lines.clear();
+    memory::FailNth(request, false);
+    long code = 0;
+    try {
+      const memory::Armed armed;
+      probe.GetAllSystemDisks();
+    } catch (long thrown) {
+      code = thrown;
+    } catch (const std::bad_alloc&) {
+      EXPECT_TRUE(memory::Fired());
+    }
+    if (!memory::Fired()) break;
+    if (code == 0) continue;
+    ++refused;
+    EXPECT_EQ(code, Win32Failure(ERROR_NOT_ENOUGH_MEMORY));
+    EXPECT_EQ(lines.Errors().front(), "Failed to allocate memory for PSTORAGE_DEVICE_DESCRIPTOR");
+  }
+  memory::FailNth(0, false);
+  EXPECT_EQ(refused, 3);  // one for each disk
+  EXPECT_EQ(host.live().Describe(), "");
 }
 
 TEST(MemoryShortage, AnExceptionHasATextEvenWithoutMemoryForIt) {

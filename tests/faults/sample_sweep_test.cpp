@@ -38,6 +38,7 @@ constexpr DWORD kWin32Failures[] = {
 // Parts of call log lines. A request may absorb the failure of such a call without a word.
 constexpr char kCloseHandle[] = "CloseHandle(";                // the handle is closed or lost either way
 constexpr char kFindVolumeClose[] = "FindVolumeClose(";        // the search is closed or lost either way
+constexpr char kFreeLibrary[] = "FreeLibrary(";                // the module is released or lost either way
 constexpr char kFreeComponentInfo[] = "::FreeComponentInfo(";  // the information is freed or lost either way
 constexpr char kAnyPath[] = "GetVolumePathNameW(";             // who is present does not depend on where files lie
 constexpr char kSystemDrive[] = "VolumePathNameW(C:\\";        // nor does a set on files that are not in it
@@ -47,7 +48,8 @@ constexpr char kOtherDatabase[] = "VolumePathNameW(G:\\";
 constexpr char kOtherMachine[] = "VolumePathNameW(D:\\Hyper-V\\";
 constexpr char kIsWorkstation[] = "VerifyVersionInfoW(0x00000080)";  // "no" is a failure of the call
 constexpr char kSharedVolume[] = "ClusterIsPathOnSharedVolume(";     // the volume's other name is asked about too
-constexpr char kSessionDevices[] = "GetDevicesForIScsiSessionW(";    // a session whose devices cannot be told is left
+constexpr char kSessionListCall[] = "GetIScsiSessionListW(";  // where there are no sessions, the second one says so
+constexpr char kSessionDevices[] = "GetDevicesForIScsiSessionW(";  // a session whose devices cannot be told is left
 
 // On every sample host.
 const std::vector<Benign>& UsuallyBenign() {
@@ -79,6 +81,8 @@ struct Sample {
   bool verify = false;
   Then then = Then::keep;
   std::vector<Benign> benign = {};  // on this host besides
+  DWORD refusal = 0;                // that its clean run meets
+  int status = 0;                   // what its clean run tells the completion
 };
 
 std::vector<Benign> BenignOn(const Sample& sample) {
@@ -134,12 +138,25 @@ class SampleSweepTest : public CallSweepFixture {
     Use<Requestor>(sample);
     const Trial clean = run_({});
     EXPECT_TRUE(std::all_of(clean.endings.begin(), clean.endings.end(), std::mem_fn(&Ending::Returned)));
+    EXPECT_EQ(fresh_, Outcome::Returned());
     const std::vector<Benign> benign = BenignOn(sample);
     const Findings findings = Sweep(Calls::inTurn, benign, run_, CodesFor);
     std::set<std::string> parts;
     for (const Benign& one : benign) parts.insert(one.part);
     EXPECT_EQ(findings.absorbed, parts);
     return findings.renamed;
+  }
+
+  /// A sample host whose request ends badly by itself: what may be absorbed there need not be.
+  template <class Requestor>
+  void SweepFailingSample(const Sample& sample, Calls calls) {
+    Use<Requestor>(sample);
+    const Trial clean = run_({});
+    EXPECT_EQ(clean.endings[kValidate].refusal, sample.refusal);
+    EXPECT_EQ(clean.CodeSoFar(), sample.status);
+    std::vector<Benign> benign = BenignOn(sample);
+    benign.push_back({kFreeLibrary});
+    Sweep(calls, benign, run_, CodesFor);
   }
 
   template <class Requestor>
@@ -162,14 +179,20 @@ class SampleSweepTest : public CallSweepFixture {
     };
     another_ = [this] {
       SampleRequest<Requestor> request(sample_);
-      return OutcomeOf([&] {
-        request.Create();
-        request.requestor.SetBackupStatus(0, request.details());
-      });
+      const Outcome created = OutcomeOf([&] { request.Create(); });
+      const Outcome completed =
+          OutcomeOf([&] { request.requestor.SetBackupStatus(StatusCode(created), request.details()); });
+      return created == Outcome::Returned() ? completed : created;
     };
+    Install(model_).faults() = {};
+    fresh_ = another_();
   }
 
-  Outcome AnotherRequest() override { return another_(); }
+  // It ends as on a fresh host; a writer that is too slow is so every time.
+  Outcome AnotherRequest() override {
+    const Outcome outcome = another_();
+    return outcome == fresh_ ? Outcome::Returned() : outcome;
+  }
 
   template <class Requestor>
   void RunSteps(SampleRequest<Requestor>& request, Trial& trial) {
@@ -218,6 +241,7 @@ class SampleSweepTest : public CallSweepFixture {
   simulator::HostModel model_;
   std::function<Trial(const Injection&)> run_;
   std::function<Outcome()> another_;
+  Outcome fresh_;
 };
 
 const Sample& SqlServer() {
@@ -273,6 +297,65 @@ TEST_F(SampleSweepTest, EveryCallOfAHyperVRequestMayFail) {
 
 TEST_F(SampleSweepTest, EveryCallOfAPlainRequestMayFail) {
   EXPECT_THAT(SweepSample<CVarnel>(Plain()), UnorderedElementsAre(kSessionList, kHeap, kPath, kVolume));
+}
+
+// Up to the completion the requests below are those above.
+
+TEST_F(SampleSweepTest, EveryCallThatCompletesARequestWithATornDatabaseMayFail) {
+  SweepFailingSample<SqlReq>({.file = "sql-server-torn.json",
+                              .disks = {L"TSL0001", L"TSL0002", L"TSL0003"},
+                              .status = VarnelException::WriterFailure},
+                             Calls::fromCompletionInTurn);
+}
+
+TEST_F(SampleSweepTest, EveryCallThatCompletesARequestWithAFrozenWriterMayFail) {
+  SweepFailingSample<SqlReq>({.file = "sql-server-freeze-timeout.json",
+                              .disks = {L"TSL0001", L"TSL0003"},
+                              .status = VarnelException::WriterFailure},
+                             Calls::fromCompletionInTurn);
+}
+
+TEST_F(SampleSweepTest, EveryCallThatCompletesARequestWithADamagedDatabaseMayFail) {
+  SweepFailingSample<ExchangeReq>({.file = "exchange-damaged.json",
+                                   .disks = {L"TSL1001", L"TSL1002"},
+                                   .verify = true,
+                                   .status = VarnelException::VerificationFailure},
+                                  Calls::fromCompletionInTurn);
+}
+
+TEST_F(SampleSweepTest, EveryCallThatCompletesARequestWithoutTheUtilityMayFail) {
+  SweepFailingSample<ExchangeReq>({.file = "exchange-no-utility.json",
+                                   .disks = {L"TSL1001", L"TSL1002"},
+                                   .verify = true,
+                                   .status = VarnelException::VerificationFailure},
+                                  Calls::fromCompletionInTurn);
+}
+
+TEST_F(SampleSweepTest, EveryCallBehindAPartialSuccessMayFail) {
+  SweepFailingSample<HyperVReq>({.file = "hyperv-one-of-twenty.json",
+                                 .disks = {L"TSL2001", L"TSL2002"},
+                                 .then = Then::breakUp,
+                                 .benign = {{kSessionListCall, kDisconnect}},
+                                 .status = VarnelException::PartialSuccess},
+                                Calls::fromCompletionInTurn);
+}
+
+TEST_F(SampleSweepTest, EveryCallOfARequestWithoutTheHotfixMayFail) {
+  SweepFailingSample<HyperVReq>({.file = "hyperv-missing-hotfix.json",
+                                 .disks = {L"TSL2901"},
+                                 .benign = {{kIsWorkstation, kValidate}},
+                                 .refusal = 255,
+                                 .status = -1},
+                                Calls::all);
+}
+
+TEST_F(SampleSweepTest, EveryCallOfARequestForVolumesThatDoNotGoTogetherMayFail) {
+  SweepFailingSample<HyperVReq>({.file = "hyperv-mixed-volumes.json",
+                                 .disks = {L"TSL2001", L"TSL2003"},
+                                 .benign = {{kIsWorkstation, kValidate}, {kSharedVolume, kValidate}},
+                                 .refusal = 250,
+                                 .status = -1},
+                                Calls::all);
 }
 
 TEST_F(SampleSweepTest, EveryOperationOfASqlServerRequestMayEndBadly) {

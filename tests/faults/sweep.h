@@ -118,6 +118,7 @@ struct Trial : StepEndings {
   bool abortFailed = false;
   std::optional<Step> firedIn = {};  ///< nothing: in no step, or in the destructor
   std::string firedAt;
+  int firedOccurrence = 0;      ///< of its name, from 1
   std::string firedLine;        ///< of the call log
   std::string firedFor;         ///< the line of the path whose volume the call names
   bool firedAtMarking = false;  ///< in the completion, before BackupComplete
@@ -201,6 +202,54 @@ inline bool PromisesAnObject(const std::string& call) {
   return calls.contains(call);
 }
 
+/// Whether the failure of a COM call that ends its step leaves an alert record, or only lines in the log. Presence is
+/// asked for in front of the request, so nobody has to hear of it but for what the service itself could not finish.
+inline bool LeavesARecord(const std::string& call, Step step, int occurrence) {
+  static const std::set<std::string> calls = {
+      "CreateVssBackupComponents",
+      "IVssBackupComponents::InitializeForBackup",
+      "IVssBackupComponents::SetContext",
+      "IVssBackupComponents::SetBackupState",
+      "IVssBackupComponents::GatherWriterMetadata",
+      "IVssBackupComponents::GetWriterMetadataCount",
+      "IVssBackupComponents::GetWriterMetadata",
+      "IVssBackupComponents::StartSnapshotSet",
+      "IVssBackupComponents::AddComponent",
+      "IVssBackupComponents::AddToSnapshotSet",
+      "IVssBackupComponents::PrepareForBackup",
+      "IVssBackupComponents::GatherWriterStatus",
+      "IVssBackupComponents::GetWriterStatusCount",
+      "IVssBackupComponentsEx3::GetWriterStatusEx",
+      "IVssBackupComponents::FreeWriterStatus",
+      "IVssBackupComponents::DoSnapshotSet",
+      "IVssBackupComponents::SaveAsXML",
+      "IVssBackupComponents::SetBackupSucceeded",
+      "IVssBackupComponents::BreakSnapshotSet",
+      "IVssBackupComponentsEx2::BreakSnapshotSetEx",
+  };
+  if (call.starts_with("IVssAsync::")) return true;
+  if (step == kProvider || step == kWriter) return false;
+  if (call == "IVssBackupComponents::QueryInterface") return step == kMaintain;
+  // The properties of each copy are asked for twice.
+  if (call == "IVssBackupComponents::GetSnapshotProperties") return occurrence % 2 == 0;
+  return calls.contains(call);
+}
+
+/// The HRESULT that surfaces for a failure.
+inline HRESULT HResultOf(DWORD code) {
+  return FAILED(static_cast<HRESULT>(code)) ? static_cast<HRESULT>(code) : HResultFromWin32(code);
+}
+
+/// What the step of a failed Win32 call must throw; nothing where the request may go on, or ends in its own way.
+inline std::optional<HRESULT> StepMustThrow(const std::string& call, Step step, int occurrence, DWORD code) {
+  const HRESULT asHResult = HResultOf(code == ERROR_SUCCESS ? DWORD{ERROR_GEN_FAILURE} : code);
+  // The first answer only tells how much memory the list takes.
+  if (call == "GetIScsiSessionListW" && occurrence % 2 == 0) return asHResult;
+  if (call == "malloc") return static_cast<HRESULT>(ERROR_INSUFFICIENT_BUFFER);  // whatever was the matter
+  if (call == "GetComputerNameW" && step == kCreate) return asHResult;
+  return std::nullopt;
+}
+
 /// A failure that a request may absorb without a word.
 struct Benign {
   const char* part;               ///< of its call log line
@@ -212,11 +261,6 @@ struct Findings {
   std::set<std::string> absorbed;  ///< benign parts whose failure went unnoticed
   std::set<std::string> renamed;   ///< calls whose failure was noticed, but under no name of its code
 };
-
-/// The HRESULT that surfaces for a failure.
-inline HRESULT HResultOf(DWORD code) {
-  return FAILED(static_cast<HRESULT>(code)) ? static_cast<HRESULT>(code) : HResultFromWin32(code);
-}
 
 /// The ways in which a log line or an alert names a failure code.
 inline std::vector<std::string> NamesOf(DWORD code) {
@@ -243,9 +287,9 @@ class CallSweepFixture : public HostFixture {
  protected:
   static void TearDownTestSuite() { TellTotal(std::to_string(allRuns_) + " runs with a failed call"); }
 
-  /// Which calls of a clean run fail: all of them or those from the completion on with every code; or all of them with
-  /// one code each in turn, and with every code those that stand for the others of their kind.
-  enum class Calls { all, fromCompletion, inTurn };
+  /// Which calls of a clean run fail: all of them or those from the completion on with every code; or in turn, each
+  /// with one code, and with every code those that stand for the others of their kind.
+  enum class Calls { all, fromCompletion, inTurn, fromCompletionInTurn };
 
   /// Runs `drive` on a fresh host with the failure planned. `drive` takes the trial, runs the steps of a request in
   /// Attempt and calls Conclude while the requestor still lives.
@@ -419,6 +463,11 @@ class CallSweepFixture : public HostFixture {
   static std::vector<ChosenCall> Choose(Calls calls, const Trial& clean, const std::vector<std::string>& lines) {
     if (calls == Calls::inTurn) return InTurn(clean, lines);
     std::vector<ChosenCall> chosen;
+    if (calls == Calls::fromCompletionInTurn) {
+      chosen = InTurn(clean, lines);
+      std::erase_if(chosen, [&](const ChosenCall& call) { return call.number <= clean.callsBeforeCompletion; });
+      return chosen;
+    }
     const int last = static_cast<int>(lines.size());
     for (int n = calls == Calls::all ? 1 : clean.callsBeforeCompletion + 1; n <= last; ++n) chosen.push_back({n, true});
     return chosen;
@@ -483,6 +532,7 @@ class CallSweepFixture : public HostFixture {
     bool completed = false;
     int call = 0;
     for (const std::string& line : lines) {
+      if (CallName(line) == trial.firedAt) ++trial.firedOccurrence;
       if (IsCounted(line) && ++call == trial.injection.call) {
         trial.firedLine = line;
         break;
@@ -584,19 +634,46 @@ class CallSweepFixture : public HostFixture {
     EXPECT_FALSE(trial.LooksLike(clean)) << "the failure was swallowed";
     // Success codes are unknown errors to Win32, and a call that fails from then on may hide the code of the first.
     if (!injection.persistent && injection.code > S_FALSE && !IsNamed(trial)) findings_.renamed.insert(trial.firedAt);
-    if (failsCom && !injection.persistent && MustEndItsStep(trial)) ExpectItsStepThrew(trial, injection.code);
+    const bool mayGoOn = injection.persistent && BenignPartOf(trial) != nullptr;
+    if (failsCom && !mayGoOn && MustEndItsStep(trial)) ExpectItsStepThrew(trial, injection.code);
+    if (!failsCom && !injection.persistent) ExpectWin32FailureToEndItsStep(trial);
   }
 
   // No failure, so none can be swallowed; but what was promised must be there.
-  static void JudgeEmptySuccess(const Trial& trial) {
+  void JudgeEmptySuccess(const Trial& trial) {
     ExpectNoSetOutOfNothing(trial);
     if (trial.injection.persistent || !PromisesAnObject(trial.firedAt) || !MustEndItsStep(trial)) return;
     ExpectItsStepThrew(trial, static_cast<DWORD>(E_UNEXPECTED));
   }
 
-  static void ExpectItsStepThrew(const Trial& trial, DWORD code) {
+  void ExpectItsStepThrew(const Trial& trial, DWORD code) {
     ASSERT_TRUE(trial.firedIn);
     EXPECT_EQ(trial.endings[*trial.firedIn].outcome, Outcome::Thrown(static_cast<HRESULT>(code)));
+    // Where everything else fails too, the text of the code may be another one.
+    if (!trial.injection.persistent) ExpectItsReport(trial, code);
+  }
+
+  static void ExpectWin32FailureToEndItsStep(const Trial& trial) {
+    if (!trial.firedIn) return;
+    const std::optional<HRESULT> thrown =
+        StepMustThrow(trial.firedAt, *trial.firedIn, trial.firedOccurrence, trial.injection.code);
+    if (!thrown) return;
+    EXPECT_EQ(trial.endings[*trial.firedIn].outcome, Outcome::Thrown(*thrown));
+  }
+
+  // The record, or the lines, with the call and the name of the code.
+  void ExpectItsReport(const Trial& trial, DWORD code) {
+    const std::string call = trial.firedAt.substr(trial.firedAt.rfind(':') + 1) + "(";
+    const std::string& name = NamesFor(code).front();
+    if (LeavesARecord(trial.firedAt, *trial.firedIn, trial.firedOccurrence)) {
+      EXPECT_THAT(trial.details,
+                  testing::AllOf(HasSubstr(call), HasSubstr(")=Failed, error=" + name + ", rc=COMMError")));
+    } else {
+      const std::vector<std::string> errors = log.Errors();
+      EXPECT_THAT(errors, testing::Contains(testing::AllOf(testing::StartsWith("ERROR: COM call "), HasSubstr(call))));
+      EXPECT_THAT(errors, testing::Contains("- Error text: " + name));
+      EXPECT_THAT(trial.details, testing::Not(HasSubstr(call)));
+    }
   }
 
   static bool MustEndItsStep(const Trial& trial) {
