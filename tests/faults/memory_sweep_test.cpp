@@ -31,9 +31,6 @@
 namespace varnel::test {
 namespace {
 
-using simulator::WriterEvent;
-using simulator::WriterFault;
-
 // What a run does.
 struct Course {
   simulator::HostModel model;
@@ -324,32 +321,15 @@ class MemorySweepTest : public testing::Test {
 };
 
 simulator::HostModel PlainModel() {
-  simulator::HostModel model = SmallHost();
-  model.vssMessages = {{{static_cast<DWORD>(VSS_E_WRITERERROR_RETRYABLE), L"Try again.\r\n"}}};
-  model.writers = {
-      MakeWriter(L"Mail", 1,
-                 {MakeComponent(L"mail", L"db1", {L"E:\\db1"}), MakeComponent(L"mail", L"db2", {L"E:\\db2"})}),
-      MakeWriter(L"Web", 2, {MakeComponent(L"", L"site", {L"E:\\web"})}),
-  };
-  model.writers[0].excludeFiles = {{L"C:\\tmp", L"*"}};
-  model.iscsiSessions = {{L"iqn.2007-11.example:data", {{L"TSL0001"}, {L"TSL0002"}}, 1, 0},
-                         {L"iqn.2007-11.example:shadow", {{L"TSL0001", true}}, 0, 1}};
+  simulator::HostModel model = MailAndWebHost();
+  model.iscsiSessions = DataAndShadowSessions(1);
   return model;
 }
 
 // One component of a writer fails, and another writer as a whole.
 Course FailingWriters() {
-  WriterFault partial;
-  partial.writer = L"Mail";
-  partial.event = WriterEvent::postSnapshot;
-  partial.failure = VSS_E_WRITERERROR_PARTIAL_FAILURE;
-  partial.components = {{L"\\mail\\db2", VSS_E_WRITERERROR_NONRETRYABLE, S_OK, L"db2 is offline"}};
-  WriterFault whole;
-  whole.writer = L"Web";
-  whole.event = WriterEvent::postSnapshot;
-  whole.failure = VSS_E_WRITERERROR_RETRYABLE;
   Course course{.model = PlainModel(), .context = VSS_CTX_APP_ROLLBACK, .then = Then::breakUp};
-  course.model.faults.writers = {partial, whole};
+  course.model.faults.writers = FailedMailAndWeb();
   return course;
 }
 

@@ -8,9 +8,6 @@
 namespace varnel::test {
 namespace {
 
-using simulator::WriterEvent;
-using simulator::WriterFault;
-
 using testing::UnorderedElementsAre;
 
 constexpr DWORD kCodes[] = {
@@ -55,23 +52,10 @@ struct Scenario {
 
 class SnapshotFaultSweepTest : public CallSweepFixture {
  protected:
-  static simulator::HostModel Model() {
-    simulator::HostModel model = SmallHost();
-    model.vssMessages = {{{static_cast<DWORD>(VSS_E_WRITERERROR_RETRYABLE), L"Try again.\r\n"}}};
-    model.writers = {
-        MakeWriter(L"Mail", 1,
-                   {MakeComponent(L"mail", L"db1", {L"E:\\db1"}), MakeComponent(L"mail", L"db2", {L"E:\\db2"})}),
-        MakeWriter(L"Web", 2, {MakeComponent(L"", L"site", {L"E:\\web"})}),
-    };
-    model.writers[0].excludeFiles = {{L"C:\\tmp", L"*"}};
-    return model;
-  }
-
   /// A scenario whose set goes through `then`, with a session that carries the shadow copy and one that does not.
   static Scenario Maintenance(Then then) {
-    Scenario scenario{.model = Model(), .then = then, .disconnect = true};
-    scenario.model.iscsiSessions = {{L"iqn.2007-11.example:data", {{L"TSL0001"}, {L"TSL0002"}}, 1, 0},
-                                    {L"iqn.2007-11.example:shadow", {{L"TSL0001", true}}, 0, 0}};
+    Scenario scenario{.model = MailAndWebHost(), .then = then, .disconnect = true};
+    scenario.model.iscsiSessions = DataAndShadowSessions(0);
     return scenario;
   }
 
@@ -117,48 +101,39 @@ class SnapshotFaultSweepTest : public CallSweepFixture {
 };
 
 TEST_F(SnapshotFaultSweepTest, EveryCallOfACleanRequestMayFail) {
-  EXPECT_THAT(SweepScenario({.model = Model()}).absorbed,
+  EXPECT_THAT(SweepScenario({.model = MailAndWebHost()}).absorbed,
               UnorderedElementsAre(kCloseHandle, kFindVolumeClose, kFreeComponentInfo, kIsClustered, kExcludedFile));
 }
 
 TEST_F(SnapshotFaultSweepTest, EveryCallOfARequestWithExtraVolumesMayFail) {
-  const Scenario scenario{.model = Model(),
+  const Scenario scenario{.model = MailAndWebHost(),
                           .options = {.serialNumbers = {L"TSL0001", L"TSL0002"}, .context = VSS_CTX_APP_ROLLBACK}};
   EXPECT_THAT(SweepScenario(scenario).absorbed, UnorderedElementsAre(kCloseHandle, kFindVolumeClose, kFreeLibrary,
                                                                      kFreeComponentInfo, kIsClustered, kExcludedFile));
 }
 
 TEST_F(SnapshotFaultSweepTest, EveryCallOfATransportableRequestMayFail) {
-  const Scenario scenario{.model = Model(),
+  const Scenario scenario{.model = MailAndWebHost(),
                           .options = {.context = DWORD{VSS_CTX_APP_ROLLBACK} | DWORD{VSS_VOLSNAP_ATTR_TRANSPORTABLE}}};
   EXPECT_THAT(SweepScenario(scenario).absorbed,
               UnorderedElementsAre(kCloseHandle, kFindVolumeClose, kFreeComponentInfo, kIsClustered, kExcludedFile));
 }
 
 TEST_F(SnapshotFaultSweepTest, EveryCallOfARequestWithAPartialWriterFailureMayFail) {
-  Scenario scenario{.model = Model(), .partialFailures = true};
-  WriterFault partial;
-  partial.writer = L"Mail";
-  partial.event = WriterEvent::postSnapshot;
-  partial.failure = VSS_E_WRITERERROR_PARTIAL_FAILURE;
-  partial.components = {{L"\\mail\\db2", VSS_E_WRITERERROR_NONRETRYABLE, S_OK, L"db2 is offline"}};
-  WriterFault whole;
-  whole.writer = L"Web";
-  whole.event = WriterEvent::postSnapshot;
-  whole.failure = VSS_E_WRITERERROR_RETRYABLE;
-  scenario.model.faults.writers = {partial, whole};
+  Scenario scenario{.model = MailAndWebHost(), .partialFailures = true};
+  scenario.model.faults.writers = FailedMailAndWeb();
   EXPECT_THAT(SweepScenario(scenario).absorbed, UnorderedElementsAre(kCloseHandle, kFindVolumeClose, kFreeLibrary,
                                                                      kFreeComponentInfo, kIsClustered, kExcludedFile));
 }
 
 TEST_F(SnapshotFaultSweepTest, EveryCallThatCompletesAFailedRequestMayFail) {
-  const Scenario scenario{.model = Model(),
+  const Scenario scenario{.model = MailAndWebHost(),
                           .options = {.context = VSS_CTX_APP_ROLLBACK, .testPoints = kTestPointFailDoSnapshotSet}};
   EXPECT_THAT(SweepScenario(scenario, Calls::fromCompletion).absorbed, IsEmpty());
 }
 
 TEST_F(SnapshotFaultSweepTest, EveryCallThatAbortsARequestMayFail) {
-  Scenario scenario{.model = Model()};
+  Scenario scenario{.model = MailAndWebHost()};
   scenario.model.faults.asyncs = {{"PrepareForBackup", 1, VSS_E_WRITER_INFRASTRUCTURE}};
   EXPECT_THAT(SweepScenario(scenario, Calls::fromCompletion).absorbed, IsEmpty());
 }

@@ -63,6 +63,39 @@ inline void Maintain(Then then, CVarnel& requestor, std::string& details) {
   }
 }
 
+/// The small host with two writers: Mail, whose two databases may fail one by one, and Web.
+inline simulator::HostModel MailAndWebHost() {
+  simulator::HostModel model = SmallHost();
+  model.vssMessages = {{{static_cast<DWORD>(VSS_E_WRITERERROR_RETRYABLE), L"Try again.\r\n"}}};
+  model.writers = {
+      MakeWriter(L"Mail", 1,
+                 {MakeComponent(L"mail", L"db1", {L"E:\\db1"}), MakeComponent(L"mail", L"db2", {L"E:\\db2"})}),
+      MakeWriter(L"Web", 2, {MakeComponent(L"", L"site", {L"E:\\web"})}),
+  };
+  model.writers[0].excludeFiles = {{L"C:\\tmp", L"*"}};
+  return model;
+}
+
+/// Behind the snapshot one of Mail's databases has failed, and Web as a whole.
+inline std::vector<simulator::WriterFault> FailedMailAndWeb() {
+  simulator::WriterFault partial;
+  partial.writer = L"Mail";
+  partial.event = simulator::WriterEvent::postSnapshot;
+  partial.failure = VSS_E_WRITERERROR_PARTIAL_FAILURE;
+  partial.components = {{L"\\mail\\db2", VSS_E_WRITERERROR_NONRETRYABLE, S_OK, L"db2 is offline"}};
+  simulator::WriterFault whole;
+  whole.writer = L"Web";
+  whole.event = simulator::WriterEvent::postSnapshot;
+  whole.failure = VSS_E_WRITERERROR_RETRYABLE;
+  return {partial, whole};
+}
+
+/// A session that carries no shadow copy, and one with that of the first disk, whose first logouts fail.
+inline std::vector<simulator::IscsiSession> DataAndShadowSessions(int failedLogouts) {
+  return {{L"iqn.2007-11.example:data", {{L"TSL0001"}, {L"TSL0002"}}, 1, 0},
+          {L"iqn.2007-11.example:shadow", {{L"TSL0001", true}}, 0, failedLogouts}};
+}
+
 /// How one step ended.
 struct Ending {
   Outcome outcome;
