@@ -276,7 +276,7 @@ Points PointsOf(const Workload& workload, const char* who) {
 }
 
 void WritePlot(const std::vector<Workload>& workloads, std::ostream& out) {
-  constexpr std::array kColours = {"#1b6ca8", "#c0392b", "#8e44ad", "#1e8449", "#b9770e", "#117a65", "#5d6d7e"};
+  constexpr std::array kColours = {"#1b6ca8", "#c0392b", "#8e44ad", "#1e8449", "#b9770e", "#111111", "#7f8c8d"};
   Plot plot(out);
   std::map<std::size_t, bool> sizes;
   for (const Workload& workload : workloads) {
