@@ -196,7 +196,7 @@ class GuardedMetadata final : public Guarded<ForwardingMetadata> {
 /// A component of the backup components document.
 class GuardedDocumentComponent final : public DocumentComponentObject {
  public:
-  GuardedDocumentComponent(const Seam& seam, ComPtr<IVssComponent> component)
+  GuardedDocumentComponent(const Seam& seam, const ComPtr<IVssComponent>& component)
       : DocumentComponentObject(seam.machine), seam_(seam) {
     QueryFor(component.Get(), kIidVssComponentEx2, component_);
   }
