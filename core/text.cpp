@@ -15,8 +15,12 @@ GUID WString2Guid(std::wstring_view text) {
   return TryParseGuid(text).value_or(GUID{});
 }
 
+std::wstring_view ViewOf(BSTR text) {
+  return text == nullptr ? std::wstring_view() : std::wstring_view(text, ::SysStringLen(text));
+}
+
 std::wstring BSTR2WString(BSTR text) {
-  return text == nullptr ? std::wstring() : std::wstring(text, ::SysStringLen(text));
+  return std::wstring(ViewOf(text));
 }
 
 std::string WString2String(const std::wstring& text) {

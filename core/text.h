@@ -14,6 +14,7 @@ std::wstring Guid2WString(const GUID& guid);
 GUID WString2Guid(std::wstring_view text);
 
 /// The whole BSTR by its length; empty for null.
+std::wstring_view ViewOf(BSTR text);
 std::wstring BSTR2WString(BSTR text);
 
 /// The current locale's multibyte form; a text that the locale cannot express is given whole in UTF-8.

@@ -20,10 +20,6 @@ using TesselCommonClasses::UtilityClass;
 namespace varnel {
 namespace {
 
-std::wstring_view TextOf(BSTR text) {
-  return text == nullptr ? std::wstring_view() : std::wstring_view(text, ::SysStringLen(text));
-}
-
 // The component information, which only its own component may free.
 class ComponentInfo {
  public:
@@ -223,7 +219,7 @@ void BuildComponent(VssComponent& component, const SharedText& writerName, IVssW
   component.writerName = writerName;
   const ComponentInfo info(source);
   component.name = BSTR2WString(info->bstrComponentName);
-  component.logicalPath = logicalPaths.Share(TextOf(info->bstrLogicalPath));
+  component.logicalPath = logicalPaths.Share(ViewOf(info->bstrLogicalPath));
   component.caption = BSTR2WString(info->bstrCaption);
   component.type = static_cast<DWORD>(info->type);
   component.selectable = info->bSelectable != 0;

@@ -138,8 +138,9 @@ void AppendField(std::basic_string<Char>& result, const Conversion& conversion, 
   } else {
     if (const auto* wide = std::get_if<std::wstring_view>(&argument.value())) Append(result, *wide);
     if (const auto* narrow = std::get_if<std::string_view>(&argument.value())) Append(result, *narrow);
-    if (conversion.precision && result.size() - begin > *conversion.precision)
+    if (conversion.precision && result.size() - begin > *conversion.precision) {
       result.resize(begin + *conversion.precision);
+    }
   }
   const std::size_t length = result.size() - begin;
   if (length < conversion.width) {

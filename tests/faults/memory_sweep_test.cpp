@@ -25,6 +25,7 @@
 #include "tests/faults/guarded_host.h"
 #include "tests/faults/sweep.h"
 #include "tests/support/applications.h"
+#include "tests/support/disk_volumes.h"
 #include "tests/support/golden.h"
 #include "tests/support/request.h"
 
@@ -49,6 +50,13 @@ struct Shortage {
   int text = 0;
   bool silently = false;
 };
+
+std::string DescriptionOf(const Shortage& shortage) {
+  if (shortage.text != 0) {
+    return FormatNarrow("text %d is lost%s", {shortage.text, shortage.silently ? " silently" : ""});
+  }
+  return FormatNarrow("request %d for memory fails%s", {shortage.request, shortage.persistent ? " from then on" : ""});
+}
 
 struct MemoryTrial : StepEndings {
   int requests = 0;
@@ -119,12 +127,7 @@ class MemoryRun {
   DWORD Validate(Requestor& requestor) {
     if (const DWORD refusal = requestor.ValidateHostConfiguration(details_)) return refusal;
     requestor.SetDiskAndVolumeEnumeratorObj(&enumerator_);
-    std::vector<std::string> volumes;
-    for (const std::wstring& disk : course_.disks) {
-      std::vector<std::wstring> names;
-      enumerator_.GetUniqueVolumeNamesForDisk(disk, names);
-      for (const std::wstring& name : names) volumes.push_back(WideToAnsi(name));
-    }
+    const std::vector<std::string> volumes = VolumesOn(enumerator_, course_.disks);
     std::string status;
     const DWORD refusal = requestor.ValidateVolumes(volumes, status, details_, {}, "");
     trial.details += details_;
@@ -223,20 +226,16 @@ class MemorySweepTest : public testing::Test {
     int thrown = 0;
     for (const bool persistent : {false, true}) {
       for (int request = 1; request <= clean.requests; ++request) {
-        SCOPED_TRACE(FormatNarrow("request %d for memory fails%s", {request, persistent ? " from then on" : ""}));
-        WithoutLeak([&] {
-          const MemoryTrial trial = RunRequest<Requestor>(course, {.request = request, .persistent = persistent});
-          EXPECT_TRUE(trial.fired);
-          if (!persistent) Judge(trial, clean);
-          if (persistent) JudgePersistent(trial);
-          if (!persistent && HasRunOut(trial)) ++thrown;
+        Try<Requestor>(course, {.request = request, .persistent = persistent}, [&](const MemoryTrial& trial) {
+          if (persistent) return JudgePersistent(trial);
+          Judge(trial, clean);
+          if (HasRunOut(trial)) ++thrown;
         });
         if (HasFailure()) return;  // one report is enough
       }
     }
     std::cout << "[     SWEEP ] " << clean.requests << " requests for memory, " << thrown << " end in bad_alloc\n";
     RecordProperty("requests", clean.requests);
-    allRuns_ += 2 * clean.requests;
   }
 
   /// Every text that the service hands out is lost, with and without a failure of its call.
@@ -246,22 +245,29 @@ class MemorySweepTest : public testing::Test {
     EXPECT_GT(clean.texts, 10);
     for (const bool silently : {false, true}) {
       for (int text = 1; text <= clean.texts; ++text) {
-        SCOPED_TRACE(FormatNarrow("text %d is lost%s", {text, silently ? " silently" : ""}));
-        WithoutLeak([&] {
-          const MemoryTrial trial = RunRequest<Requestor>(course, {.text = text, .silently = silently});
-          EXPECT_TRUE(trial.fired);
-          if (silently) JudgePersistent(trial);
-          if (!silently) JudgeLostText(trial, clean);
+        Try<Requestor>(course, {.text = text, .silently = silently}, [&](const MemoryTrial& trial) {
+          silently ? JudgePersistent(trial) : JudgeLostText(trial, clean);
         });
         if (HasFailure()) return;
       }
     }
     std::cout << "[     SWEEP ] " << clean.texts << " texts\n";
-    allRuns_ += 2 * clean.texts;
   }
 
  private:
   static inline int allRuns_ = 0;
+
+  // One request with this shortage, which must happen and leave no block behind.
+  template <class Requestor, class Judgement>
+  static void Try(const Course& course, const Shortage& shortage, const Judgement& judge) {
+    SCOPED_TRACE(DescriptionOf(shortage));
+    WithoutLeak([&] {
+      const MemoryTrial trial = RunRequest<Requestor>(course, shortage);
+      EXPECT_TRUE(trial.fired);
+      judge(trial);
+    });
+    ++allRuns_;
+  }
 
   template <class Requestor>
   MemoryTrial Clean(const Course& course) {

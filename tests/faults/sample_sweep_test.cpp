@@ -8,6 +8,7 @@
 #include "requestors/SqlReq.h"
 #include "tests/faults/sweep.h"
 #include "tests/samples/sample_run.h"
+#include "tests/support/disk_volumes.h"
 
 namespace varnel::test {
 namespace {
@@ -101,14 +102,8 @@ class SampleRequest {
 
   DWORD Validate() {
     if (const DWORD refusal = requestor.ValidateHostConfiguration(early_)) return refusal;
-    std::vector<std::string> volumes;
-    for (const std::wstring& disk : sample_.disks) {
-      std::vector<std::wstring> names;
-      enumerator_.GetUniqueVolumeNamesForDisk(disk, names);
-      for (const std::wstring& name : names) volumes.push_back(WideToAnsi(name));
-    }
     std::string status;
-    return requestor.ValidateVolumes(volumes, status, early_, {}, "");
+    return requestor.ValidateVolumes(VolumesOn(enumerator_, sample_.disks), status, early_, {}, "");
   }
   void Create() {
     requestor.SetInputDriveSerialNos(sample_.disks);

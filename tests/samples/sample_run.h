@@ -11,6 +11,7 @@
 #include "simulator/simulated_host.h"
 #include "simulator/snapshot_service.h"
 #include "tests/support/applications.h"
+#include "tests/support/disk_volumes.h"
 #include "tests/support/host_fixture.h"
 #include "tests/support/snapshot_request.h"
 
@@ -63,14 +64,9 @@ class AgentRun {
   bool IsRefused() {
     refusal = requestor.ValidateHostConfiguration(details_);
     if (refusal != 0) return true;
-    std::vector<std::string> volumes;
+    const std::vector<std::string> volumes = VolumesOn(enumerator_, options_.disks);
     std::vector<std::string> serialNumbers;
-    for (const std::wstring& disk : options_.disks) {
-      std::vector<std::wstring> names;
-      enumerator_.GetUniqueVolumeNamesForDisk(disk, names);
-      for (const std::wstring& name : names) volumes.push_back(WideToAnsi(name));
-      serialNumbers.push_back(WideToUtf8Lossy(disk));
-    }
+    for (const std::wstring& disk : options_.disks) serialNumbers.push_back(WideToUtf8Lossy(disk));
     refusal = requestor.ValidateVolumes(volumes, statusWord, details_, serialNumbers, "");
     return refusal != 0;
   }
