@@ -10,9 +10,9 @@
 #include <unordered_map>
 
 #include "core/varnel.h"
-#include "platform/ascii_case.h"
-#include "platform/com.h"
-#include "platform/guid.h"
+#include "platform/owners.h"
+#include "text/ascii_case.h"
+#include "text/guid.h"
 
 namespace varnel::bench {
 namespace {

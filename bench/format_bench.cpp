@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/format.h"
+#include "text/format.h"
 
 namespace {
 

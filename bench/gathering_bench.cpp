@@ -9,7 +9,7 @@
 
 #include "bench/hosts.h"
 #include "core/varnel.h"
-#include "simulator/documents.h"
+#include "simulator/host_file/documents.h"
 #include "simulator/simulated_host.h"
 
 namespace varnel::bench {

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/guid.h"
-#include "simulator/model.h"
+#include "simulator/machine/model.h"
+#include "text/guid.h"
 
 namespace varnel::bench {
 
@@ -37,7 +37,7 @@ inline simulator::Disk MakeDisk(std::size_t n) {
 inline simulator::HostModel MakeHost(std::size_t components, std::size_t filesEach) {
   simulator::HostModel model;
   for (std::size_t n = 0; n <= kDisks; ++n) model.disks.push_back(MakeDisk(n));
-  model.providers = {{ParseGuid("{374579ad-285c-49b9-ab8a-950e0e252de2}"), L"Tessel VSS Hardware Provider",
+  model.providers = {{ParseGuid<GUID>("{374579ad-285c-49b9-ab8a-950e0e252de2}"), L"Tessel VSS Hardware Provider",
                       VSS_PROV_HARDWARE, L"1.0"}};
   simulator::Writer writer;
   writer.name = L"Bench Writer";

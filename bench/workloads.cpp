@@ -3,10 +3,10 @@
 #include <stdexcept>
 
 #include "bench/hosts.h"
-#include "platform/guid.h"
 #include "requestors/ExchReq.h"
 #include "requestors/HyperVReq.h"
 #include "requestors/SqlReq.h"
+#include "text/guid.h"
 
 namespace varnel::bench {
 namespace {
@@ -29,7 +29,7 @@ std::wstring GuidText(std::size_t n) {
 Writer MakeWriter(std::wstring name, const wchar_t* id) {
   Writer writer;
   writer.name = std::move(name);
-  writer.writerId = TryParseGuid(std::wstring_view(id)).value();
+  writer.writerId = TryParseGuid<GUID>(std::wstring_view(id)).value();
   writer.instanceId.Data1 = 2;
   return writer;
 }

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "core/varnel.h"
-#include "simulator/model.h"
+#include "simulator/machine/model.h"
 
 namespace varnel::bench {
 

@@ -2,8 +2,9 @@
 
 #include "core/logging.h"
 #include "core/varnel.h"
-#include "platform/ascii_case.h"
-#include "platform/unicode.h"
+#include "platform/ansi.h"
+#include "text/ascii_case.h"
+#include "text/unicode.h"
 
 using varnel::kLog;
 

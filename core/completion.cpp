@@ -1,8 +1,7 @@
 // The end of a backup: what the writers are told, and what becomes of a set that is of no use.
 #include "core/logging.h"
-#include "core/text.h"
 #include "core/varnel.h"
-#include "platform/com.h"
+#include "platform/owners.h"
 
 using varnel::CheckComCall;
 using varnel::ComPtr;

@@ -4,10 +4,9 @@
 #include <vector>
 
 #include "core/logging.h"
-#include "core/text.h"
 #include "core/varnel.h"
-#include "platform/com.h"
-#include "platform/unicode.h"
+#include "platform/owners.h"
+#include "text/unicode.h"
 
 using varnel::kLog;
 
@@ -242,7 +241,7 @@ VarnelException::~VarnelException() = default;
 
 const char* VarnelException::what() const noexcept {
   try {
-    narrow_ = message_.empty() ? varnel::FormatNarrow("Alert Code: %d", {code_}) : varnel::WString2String(message_);
+    narrow_ = message_.empty() ? varnel::FormatNarrow("Alert Code: %d", {code_}) : varnel::WideToLocale(message_);
     return narrow_.c_str();
   } catch (...) {
     return "VarnelException";

@@ -11,9 +11,9 @@
 
 #include "core/logging.h"
 #include "platform/export.h"
-#include "platform/format.h"
 #include "platform/tessel/FileLog.h"
 #include "platform/win32.h"
+#include "text/format.h"
 
 /// A request-level failure: an alert code for the array and a text for the administrator.
 class VARNEL_API VarnelException : public std::exception {

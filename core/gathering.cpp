@@ -1,7 +1,7 @@
 // Asking the writers for their metadata, and waiting for the service.
 #include "core/logging.h"
 #include "core/varnel.h"
-#include "platform/com.h"
+#include "platform/owners.h"
 
 using varnel::ComPtr;
 using varnel::kLog;

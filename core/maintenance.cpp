@@ -4,9 +4,9 @@
 #include <cwchar>
 
 #include "core/logging.h"
-#include "core/text.h"
 #include "core/varnel.h"
-#include "platform/com.h"
+#include "platform/owners.h"
+#include "text/guid.h"
 
 using varnel::ComPtr;
 using varnel::CurrentHost;
@@ -119,7 +119,7 @@ void LogOut(iscsi::SessionInfo& session) {
 
 void CVarnel::BreakSnapshotSet(std::string& errorDetails) {
   kLog.Info(L"Breaking snapshot set...");
-  const GUID setId = varnel::WString2Guid(m_snapshotSetId);
+  const GUID setId = varnel::GuidOrNull<GUID>(m_snapshotSetId);
   CheckCommError(OnVssObject([&](auto& vss) { return vss.BreakSnapshotSet(setId); }),
                  "m_pVssObject->BreakSnapshotSet()", errorDetails);
 }
@@ -127,7 +127,7 @@ void CVarnel::BreakSnapshotSet(std::string& errorDetails) {
 void CVarnel::MaskSnapshotSet(std::string& errorDetails) {
   const std::string operationName = "pVssObject2->BreakSnapshotSetEx()";
   kLog.Info(L"Breaking snapshot set and masking the shadow copy LUNs...");
-  const GUID setId = varnel::WString2Guid(m_snapshotSetId);
+  const GUID setId = varnel::GuidOrNull<GUID>(m_snapshotSetId);
   ComPtr<IVssBackupComponentsEx2> extended;
   const HRESULT hr =
       OnVssObject([&](auto& vss) { return varnel::QueryFor(&vss, varnel::kIidVssBackupComponentsEx2, extended); });
@@ -141,13 +141,13 @@ void CVarnel::MaskSnapshotSet(std::string& errorDetails) {
 
 void CVarnel::DeleteSnapshotSet(std::string& /*errorDetails*/) {
   kLog.Info(L"Deleting shadow copy set %s", m_snapshotSetId);
-  const GUID setId = varnel::WString2Guid(m_snapshotSetId);
+  const GUID setId = varnel::GuidOrNull<GUID>(m_snapshotSetId);
   LONG deleted = 0;
   VSS_ID notDeleted{};
   const HRESULT hr = OnVssObject(
       [&](auto& vss) { return vss.DeleteSnapshots(setId, VSS_OBJECT_SNAPSHOT_SET, TRUE, &deleted, &notDeleted); });
   if (SUCCEEDED(hr)) return;
-  kLog.Error(L"DeleteSnapshots() Failed, SnapshotID=%s, Error=0x%x", varnel::Guid2WString(notDeleted), hr);
+  kLog.Error(L"DeleteSnapshots() Failed, SnapshotID=%s, Error=0x%x", varnel::FormatGuid(notDeleted), hr);
   // The text names the call as support knows it; the set is deleted by force.
   varnel::CheckComCall(hr,
                        L"L\"m_pVssObject->DeleteSnapshots(snapshotSetID, VSS_OBJECT_SNAPSHOT_SET,FALSE,&lSnapshots,"

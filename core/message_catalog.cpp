@@ -5,7 +5,7 @@
 
 #include "core/logging.h"
 #include "core/varnel.h"
-#include "platform/com.h"
+#include "platform/owners.h"
 
 using varnel::kLog;
 

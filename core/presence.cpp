@@ -3,9 +3,9 @@
 
 #include "core/logging.h"
 #include "core/varnel.h"
-#include "platform/ascii_case.h"
-#include "platform/com.h"
+#include "platform/owners.h"
 #include "platform/tessel/MetadataWrapper.h"
+#include "text/ascii_case.h"
 
 using varnel::CheckComCall;
 using varnel::ComPtr;

@@ -8,9 +8,10 @@
 
 #include "core/logging.h"
 #include "core/varnel.h"
-#include "platform/ascii_case.h"
-#include "platform/com.h"
-#include "platform/unicode.h"
+#include "platform/ansi.h"
+#include "platform/owners.h"
+#include "text/ascii_case.h"
+#include "text/unicode.h"
 
 using TesselCommonClasses::DiskAndVolumeEnumerator;
 using TesselCommonClasses::WindowsDiskDevice;

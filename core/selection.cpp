@@ -7,11 +7,11 @@
 #include <stdexcept>
 
 #include "core/logging.h"
-#include "core/text.h"
 #include "core/varnel.h"
-#include "platform/ascii_case.h"
 #include "platform/tessel/MetadataWrapper.h"
-#include "platform/unicode.h"
+#include "text/ascii_case.h"
+#include "text/guid.h"
+#include "text/unicode.h"
 
 using varnel::kLog;
 namespace ascii = varnel::ascii;
@@ -320,7 +320,7 @@ void CVarnel::AddSelectedComponent(const WriterIds& writer, VssComponent& compon
 }
 
 VssWriter* CVarnel::FindSelectedWriter(const GUID& instanceId) {
-  const std::wstring text = varnel::Guid2WString(instanceId);
+  const std::wstring text = varnel::FormatGuid(instanceId);
   const auto found = std::find_if(m_writers.begin(), m_writers.end(), [&](const VssWriter& writer) {
     return !writer.excluded && writer.instanceId == text;
   });

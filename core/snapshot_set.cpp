@@ -4,10 +4,10 @@
 #include <unordered_set>
 
 #include "core/logging.h"
-#include "core/text.h"
 #include "core/varnel.h"
-#include "platform/ascii_case.h"
-#include "platform/com.h"
+#include "platform/owners.h"
+#include "text/ascii_case.h"
+#include "text/guid.h"
 
 using TesselCommonClasses::DiskAndVolumeEnumerator;
 using TesselCommonClasses::UtilityClass;
@@ -56,7 +56,7 @@ void CVarnel::StartSnapshotSet(std::string& errorDetails) {
   VSS_ID setId{};
   CheckCommError(OnVssObject([&](auto& vss) { return vss.StartSnapshotSet(&setId); }),
                  "m_pVssObject->StartSnapshotSet()", errorDetails);
-  m_snapshotSetId = varnel::Guid2WString(setId);
+  m_snapshotSetId = varnel::FormatGuid(setId);
 }
 
 void CVarnel::AddToSnapshotSet(std::string& errorDetails) {
@@ -67,7 +67,7 @@ void CVarnel::AddToSnapshotSet(std::string& errorDetails) {
     const HRESULT hr = OnVssObject(
         [&](auto& vss) { return vss.AddToSnapshotSet(volume.volumeName.data(), TesselVssProviderID, &snapshotId); });
     CheckCommError(hr, "m_pVssObject->AddToSnapshotSet()", errorDetails);
-    volume.snapshotId = varnel::Guid2WString(snapshotId);
+    volume.snapshotId = varnel::FormatGuid(snapshotId);
   }
 }
 
@@ -164,7 +164,7 @@ void CVarnel::GetSnapShotProperties(std::string& errorDetails) {
 
 // Asked twice on purpose; the second answer counts.
 void CVarnel::ReadSnapshotProperties(SnapshotVolumeInfo& volume, std::string& errorDetails) {
-  const GUID snapshotId = varnel::WString2Guid(volume.snapshotId);
+  const GUID snapshotId = varnel::GuidOrNull<GUID>(volume.snapshotId);
   varnel::SnapshotProperties properties;
   const auto read = [&](auto& vss) { return vss.GetSnapshotProperties(snapshotId, properties.Put()); };
   varnel::CheckComCall(OnVssObject(read), L"\"m_pVssObject->GetSnapshotProperties(WString2Guid(snapshotID), &Snap)\"");

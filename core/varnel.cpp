@@ -1,13 +1,12 @@
 #include "core/varnel.h"
 
 #include "core/logging.h"
-#include "core/text.h"
-#include "platform/guid.h"
-#include "platform/unicode.h"
+#include "text/guid.h"
+#include "text/unicode.h"
 
 using varnel::kLog;
 
-const GUID CVarnel::TesselVssProviderID = varnel::ParseGuid(VARNEL_PROVIDER_ID);
+const GUID CVarnel::TesselVssProviderID = varnel::ParseGuid<GUID>(VARNEL_PROVIDER_ID);
 
 namespace {
 // The list is handed out as writable text, so it is no literal.
@@ -15,7 +14,7 @@ char defaultDatabaseList[] = "ALL_DB";
 }  // namespace
 
 CVarnel::WriterIds::WriterIds(const VssWriter& writer)
-    : instanceId(varnel::WString2Guid(writer.instanceId)), writerId(varnel::WString2Guid(writer.writerId)) {}
+    : instanceId(varnel::GuidOrNull<GUID>(writer.instanceId)), writerId(varnel::GuidOrNull<GUID>(writer.writerId)) {}
 
 CVarnel::CVarnel(DWORD testPoints) : m_successfulDBList(defaultDatabaseList), m_testPoints(testPoints) {}
 

@@ -13,8 +13,8 @@
 #include "core/cataloguing.h"
 #include "core/errors.h"
 #include "core/writer_metadata.h"
-#include "platform/com.h"
 #include "platform/export.h"
+#include "platform/owners.h"
 #include "platform/tessel/TesselCommonClasses.h"
 #include "platform/vss.h"
 

@@ -10,10 +10,10 @@
 
 #include "core/errors.h"
 #include "core/logging.h"
-#include "core/text.h"
-#include "platform/ascii_case.h"
-#include "platform/com.h"
+#include "platform/owners.h"
 #include "platform/tessel/TesselCommonClasses.h"
+#include "text/ascii_case.h"
+#include "text/guid.h"
 
 using TesselCommonClasses::UtilityClass;
 
@@ -61,8 +61,8 @@ void ReadIdentity(VssWriter& writer, IVssExamineWriterMetadata* source) {
   CheckComCall(source->GetIdentity(&instanceId, &writerId, name.Put(), &usage, &sourceType),
                L"\"pMetadata->GetIdentity(&idInstance, &idWriter, &bstrWriterName, &usage, &source)\"");
   writer.name = name.View();
-  writer.writerId = Guid2WString(writerId);
-  writer.instanceId = Guid2WString(instanceId);
+  writer.writerId = FormatGuid(writerId);
+  writer.instanceId = FormatGuid(instanceId);
 }
 
 void ReadRestoreMethod(VssWriter& writer, IVssExamineWriterMetadata* source) {
@@ -218,9 +218,9 @@ void BuildComponent(VssComponent& component, const SharedText& writerName, IVssW
                     DirectoryResolver& directories, RecentTexts& logicalPaths) {
   component.writerName = writerName;
   const ComponentInfo info(source);
-  component.name = BSTR2WString(info->bstrComponentName);
+  component.name = ViewOf(info->bstrComponentName);
   component.logicalPath = logicalPaths.Share(ViewOf(info->bstrLogicalPath));
-  component.caption = BSTR2WString(info->bstrCaption);
+  component.caption = ViewOf(info->bstrCaption);
   component.type = static_cast<DWORD>(info->type);
   component.selectable = info->bSelectable != 0;
   component.notifyOnBackupComplete = info->bNotifyOnBackupComplete != 0;

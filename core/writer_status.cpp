@@ -2,9 +2,9 @@
 #include <unordered_map>
 
 #include "core/logging.h"
-#include "core/text.h"
 #include "core/varnel.h"
-#include "platform/com.h"
+#include "platform/owners.h"
+#include "text/guid.h"
 
 using varnel::CheckComCall;
 using varnel::ComPtr;
@@ -175,7 +175,7 @@ void CVarnel::HandlePartialWriterFailure(VssWriter& writer, std::wstring& failed
     VSS_ID writerId{};
     CheckComCall(components->GetWriterInfo(&instanceId, &writerId),
                  L"\"pWriter->GetWriterInfo(&writerInstanceId, &writerId)\"");
-    if (varnel::Guid2WString(instanceId) != writer.instanceId) continue;
+    if (varnel::FormatGuid(instanceId) != writer.instanceId) continue;
     found = true;
     ReadComponentFailures(writer, components.Get(), failedComponentsText, errorDetails);
   }

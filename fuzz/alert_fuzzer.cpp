@@ -15,9 +15,9 @@
 
 #include "core/errors.h"
 #include "fuzz/fuzz_support.h"
-#include "platform/unicode.h"
 #include "tests/support/alert_parts.h"
 #include "tests/support/recording_log.h"
+#include "text/unicode.h"
 
 namespace {
 

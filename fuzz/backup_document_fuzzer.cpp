@@ -1,7 +1,7 @@
 // Backup Components Documents from anywhere: each is read or refused with a DocumentError. What was read can be
 // written, and reads back as the same. A requestor that is given one fails with an HRESULT or goes on, and holds
 // nothing after.
-#include "simulator/backup_document.h"
+#include "simulator/vss/backup_document.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -11,8 +11,8 @@
 
 #include "core/varnel.h"
 #include "fuzz/fuzz_support.h"
-#include "platform/unicode.h"
 #include "simulator/simulated_host.h"
+#include "text/unicode.h"
 
 namespace {
 

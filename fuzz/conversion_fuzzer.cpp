@@ -9,11 +9,11 @@
 #include <string>
 #include <string_view>
 
-#include "core/text.h"
 #include "fuzz/fuzz_support.h"
-#include "platform/ascii_case.h"
-#include "platform/guid.h"
-#include "platform/unicode.h"
+#include "platform/win32.h"
+#include "text/ascii_case.h"
+#include "text/guid.h"
+#include "text/unicode.h"
 
 namespace {
 
@@ -72,13 +72,13 @@ bool LooksLikeAGuid(std::string_view text) {
 }
 
 void CheckGuidText(std::string_view text) {
-  const std::optional<GUID> guid = TryParseGuid(text);
+  const std::optional<GUID> guid = TryParseGuid<GUID>(text);
   Require(guid.has_value() == LooksLikeAGuid(text), "a GUID is digits in groups of 8-4-4-4-12 in braces");
   const std::wstring wide = fuzz::WideFrom(text);
-  Require(TryParseGuid(std::wstring_view(wide)) == guid, "wide text is the same GUID");
-  Require(WString2Guid(wide) == guid.value_or(GUID{}), "text that is no GUID is the null GUID");
+  Require(TryParseGuid<GUID>(std::wstring_view(wide)) == guid, "wide text is the same GUID");
+  Require(GuidOrNull<GUID>(wide) == guid.value_or(GUID{}), "text that is no GUID is the null GUID");
   if (!guid) return;
-  Require(TryParseBareGuid(text.substr(1, text.size() - 2)) == guid, "the braces do not count");
+  Require(TryParseBareGuid<GUID>(text.substr(1, text.size() - 2)) == guid, "the braces do not count");
   Require(FormatGuid(*guid) == ascii::ToLower(wide), "a GUID is written in lower case");
 }
 
@@ -87,10 +87,10 @@ void CheckGuidBytes(std::string_view bytes) {
   std::memcpy(&guid, bytes.data(), std::min(bytes.size(), sizeof guid));
   const std::wstring text = FormatGuid(guid);
   const std::wstring bare = FormatBareGuid(guid);
-  Require(TryParseGuid(std::wstring_view(text)) == guid, "a written GUID is read back");
-  Require(TryParseBareGuid(std::wstring_view(bare)) == guid, "so is a bare one");
+  Require(TryParseGuid<GUID>(std::wstring_view(text)) == guid, "a written GUID is read back");
+  Require(TryParseBareGuid<GUID>(std::wstring_view(bare)) == guid, "so is a bare one");
   Require(text == L"{" + bare + L"}", "both forms differ by the braces");
-  Require(Guid2WString(guid) == text, "the requestor writes GUIDs in braces");
+  Require(FormatGuid(guid) == text, "the requestor writes GUIDs in braces");
 }
 
 }  // namespace

@@ -15,12 +15,12 @@
 
 #include "core/varnel.h"
 #include "fuzz/fuzz_support.h"
-#include "platform/ascii_case.h"
-#include "platform/unicode.h"
 #include "simulator/simulated_host.h"
 #include "tests/support/forwarding_host.h"
 #include "tests/support/recording_log.h"
 #include "tests/support/requestor_probe.h"
+#include "text/ascii_case.h"
+#include "text/unicode.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // The formatter, fed formats from anywhere: it never throws, never overruns and copies what is no conversion; with
 // ASCII alone both widths say the same. Input: one byte that says which kind each argument is, then the format, which
 // also serves as every text argument.
-#include "platform/format.h"
+#include "text/format.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "fuzz/fuzz_support.h"
-#include "platform/guid.h"
 #include "platform/tessel/TesselCommonClasses.h"
-#include "platform/unicode.h"
-#include "simulator/backup_document.h"
 #include "simulator/simulated_host.h"
+#include "simulator/vss/backup_document.h"
 #include "tests/support/snapshot_request.h"
+#include "text/guid.h"
+#include "text/unicode.h"
 
 namespace {
 
@@ -56,7 +56,7 @@ bool HasKnownCode(const Outcome& outcome) {
 
 // What a request that returned has to show.
 void CheckSet(const CVarnel& requestor) {
-  Require(varnel::TryParseGuid(std::wstring_view(requestor.GetSnapShotSetId())).has_value(),
+  Require(varnel::TryParseGuid<GUID>(std::wstring_view(requestor.GetSnapShotSetId())).has_value(),
           "the set has an identifier");
   Require(!requestor.GetSnapshotVolumes().empty(), "the set has a volume");
   try {

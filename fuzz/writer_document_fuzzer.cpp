@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "fuzz/fuzz_support.h"
-#include "simulator/documents.h"
+#include "simulator/host_file/documents.h"
 
 namespace {
 

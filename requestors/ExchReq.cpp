@@ -4,8 +4,8 @@
 #include <array>
 
 #include "core/logging.h"
-#include "platform/com.h"
-#include "platform/unicode.h"
+#include "platform/owners.h"
+#include "text/unicode.h"
 
 using TesselCommonClasses::UtilityClass;
 

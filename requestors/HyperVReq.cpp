@@ -1,11 +1,12 @@
 #include "requestors/HyperVReq.h"
+#include "platform/ansi.h"
 
 #include <array>
 #include <functional>
 #include <map>
 
 #include "core/logging.h"
-#include "platform/unicode.h"
+#include "text/unicode.h"
 
 using TesselCommonClasses::DiskAndVolumeEnumerator;
 using TesselCommonClasses::Version;

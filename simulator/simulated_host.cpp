@@ -2,12 +2,12 @@
 
 #include <utility>
 
-#include "platform/unicode.h"
-#include "simulator/services.h"
-#include "simulator/text.h"
-#include "simulator/version.h"
-#include "simulator/volumes.h"
-#include "simulator/vss_objects.h"
+#include "simulator/host_file/text.h"
+#include "simulator/machine/version.h"
+#include "simulator/machine/volumes.h"
+#include "simulator/services/services.h"
+#include "simulator/vss/vss_objects.h"
+#include "text/unicode.h"
 
 namespace varnel::simulator {
 

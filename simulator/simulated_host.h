@@ -8,8 +8,8 @@
 #include <string>
 
 #include "platform/host.h"
-#include "simulator/machine.h"
-#include "simulator/model.h"
+#include "simulator/machine/machine.h"
+#include "simulator/machine/model.h"
 
 namespace varnel::simulator {
 

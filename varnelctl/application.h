@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "core/varnel.h"
-#include "varnelctl/snapshot_options.h"
+#include "varnelctl/commands/snapshot_options.h"
 
 namespace varnelctl {
 

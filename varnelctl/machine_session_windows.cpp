@@ -1,5 +1,5 @@
 #include "platform/win32.h"
-#include "varnelctl/failure.h"
+#include "varnelctl/explanation/failure.h"
 #include "varnelctl/machine_session.h"
 
 namespace varnelctl {

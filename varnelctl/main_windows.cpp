@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/unicode.h"
 #include "platform/win32.h"
+#include "text/unicode.h"
 // clang-format off
 #include <shellapi.h>
 // clang-format on

@@ -5,11 +5,11 @@
 #include <system_error>
 
 #include "platform/tessel/log_sink.h"
-#include "varnelctl/command_line.h"
-#include "varnelctl/console.h"
+#include "varnelctl/commands/command_line.h"
+#include "varnelctl/console/console.h"
+#include "varnelctl/console/text.h"
 #include "varnelctl/session.h"
 #include "varnelctl/target_host.h"
-#include "varnelctl/text.h"
 
 namespace varnelctl {
 namespace {

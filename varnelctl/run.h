@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "varnelctl/interruption.h"
+#include "varnelctl/console/interruption.h"
 
 namespace varnelctl {
 

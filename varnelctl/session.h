@@ -5,10 +5,10 @@
 #include <string_view>
 #include <utility>
 
-#include "simulator/machine.h"
-#include "varnelctl/console.h"
-#include "varnelctl/failure.h"
-#include "varnelctl/interruption.h"
+#include "simulator/machine/machine.h"
+#include "varnelctl/console/console.h"
+#include "varnelctl/console/interruption.h"
+#include "varnelctl/explanation/failure.h"
 
 namespace varnelctl {
 

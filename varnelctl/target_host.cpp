@@ -1,6 +1,6 @@
 #include "varnelctl/target_host.h"
 
-#include "varnelctl/text.h"
+#include "varnelctl/console/text.h"
 
 namespace varnelctl {
 

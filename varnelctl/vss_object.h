@@ -1,10 +1,10 @@
 // One entry of a list that the service answers a query with.
 #pragma once
 
-#include "platform/com.h"
 #include "platform/host.h"
+#include "platform/owners.h"
 #include "platform/vss.h"
-#include "varnelctl/failure.h"
+#include "varnelctl/explanation/failure.h"
 
 namespace varnelctl {
 

@@ -1,4 +1,6 @@
-#include "platform/unicode.h"
+#include "platform/ansi.h"
+
+#include "text/unicode.h"
 
 namespace varnel {
 

@@ -62,8 +62,8 @@ class VARNEL_API DiskAndVolumeEnumerator {
   void GetUniqueVolumeNamesForDisk(const std::wstring& serialNumber, std::vector<std::wstring>& names);
   /// The volumes of the disk with this serial number, in any case.
   void GetVolumesForGivenDisk(const std::wstring& serialNumber, std::vector<WindowsVolumeInfo>& volumes);
-  /// Whether the volume lies on a disk that is a cluster resource. Throws ExceptionCommon when its disk cannot be told or
-  /// asked.
+  /// Whether the volume lies on a disk that is a cluster resource. Throws ExceptionCommon when its disk cannot be told
+  /// or asked.
   bool IsClusteredDisk(const std::wstring& volume);
   /// Whether the volume is a cluster shared volume.
   bool IsClusterSharedVolume(const std::wstring& volume);

@@ -6,11 +6,11 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "platform/ascii_case.h"
-#include "platform/com.h"
-#include "platform/format.h"
+#include "platform/owners.h"
 #include "platform/tessel/FileLog.h"
 #include "platform/tessel/TesselCommonClasses.h"
+#include "text/ascii_case.h"
+#include "text/format.h"
 
 namespace TesselCommonClasses {
 namespace {

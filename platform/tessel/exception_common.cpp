@@ -1,5 +1,5 @@
 #include "platform/tessel/TesselCommonClasses.h"
-#include "platform/unicode.h"
+#include "text/unicode.h"
 
 namespace TesselCommonClasses {
 

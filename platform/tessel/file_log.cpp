@@ -13,9 +13,9 @@
 #include <string>
 #include <system_error>
 
-#include "platform/format.h"
 #include "platform/tessel/log_sink.h"
-#include "platform/unicode.h"
+#include "text/format.h"
+#include "text/unicode.h"
 
 namespace varnel {
 namespace {

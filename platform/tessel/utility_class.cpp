@@ -2,9 +2,9 @@
 #include <array>
 #include <string_view>
 
-#include "platform/ascii_case.h"
 #include "platform/host.h"
 #include "platform/tessel/TesselCommonClasses.h"
+#include "text/ascii_case.h"
 
 namespace TesselCommonClasses {
 namespace {

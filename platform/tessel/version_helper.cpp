@@ -1,7 +1,7 @@
-#include "platform/format.h"
 #include "platform/host.h"
 #include "platform/tessel/FileLog.h"
 #include "platform/tessel/TesselCommonClasses.h"
+#include "text/format.h"
 
 namespace TesselCommonClasses {
 namespace {

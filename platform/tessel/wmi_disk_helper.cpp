@@ -1,8 +1,8 @@
 #include <string_view>
 
-#include "platform/format.h"
 #include "platform/host.h"
 #include "platform/tessel/TesselCommonClasses.h"
+#include "text/format.h"
 
 namespace TesselCommonClasses {
 namespace {

@@ -1,4 +1,5 @@
-#include "platform/unicode.h"
+#include "platform/ansi.h"
+
 #include "platform/win32.h"
 
 namespace varnel {

@@ -3,7 +3,7 @@
 #include <wbemidl.h>
 // clang-format on
 
-#include "platform/com.h"
+#include "platform/owners.h"
 #include "platform/windows/machine_services.h"
 
 namespace varnel::windows {

@@ -3,9 +3,9 @@
 #include <exception>
 #include <string>
 
-#include "platform/unicode.h"
 #include "simulator/dropin/process_host.h"
 #include "simulator/dropin/this_module.h"
+#include "text/unicode.h"
 
 namespace varnel::simulator {
 namespace {

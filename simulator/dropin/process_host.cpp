@@ -6,9 +6,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/unicode.h"
 #include "simulator/dropin/this_module.h"
 #include "simulator/simulated_host.h"
+#include "text/unicode.h"
 
 namespace varnel::simulator {
 namespace {

@@ -4,8 +4,8 @@
 #include <exception>
 #include <string>
 
-#include "platform/unicode.h"
 #include "platform/win32.h"
+#include "text/unicode.h"
 
 namespace varnel::simulator::this_module {
 namespace {

@@ -6,7 +6,7 @@
 #include <memory>
 #include <utility>
 
-#include "platform/com.h"
+#include "platform/owners.h"
 #include "simulator/simulated_host.h"
 #include "tests/faults/failing_memory.h"
 #include "tests/support/forwarding_vss.h"

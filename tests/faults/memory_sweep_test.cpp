@@ -20,7 +20,7 @@
 #include "requestors/ExchReq.h"
 #include "requestors/HyperVReq.h"
 #include "requestors/SqlReq.h"
-#include "simulator/snapshot_service.h"
+#include "simulator/vss/snapshot_service.h"
 #include "tests/faults/failing_memory.h"
 #include "tests/faults/guarded_host.h"
 #include "tests/faults/sweep.h"

@@ -1,4 +1,5 @@
 #include "tests/faults/reference.h"
+#include "platform/ansi.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -6,7 +7,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/guid.h"
+#include "text/guid.h"
 
 namespace varnel::test::reference {
 namespace {

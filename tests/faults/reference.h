@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/unicode.h"
 #include "tests/faults/reference_scenario.h"
+#include "text/unicode.h"
 
 namespace varnel::test::reference {
 

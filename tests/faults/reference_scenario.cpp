@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/guid.h"
 #include "tests/support/random.h"
+#include "text/guid.h"
 
 namespace varnel::test::reference {
 namespace {
@@ -67,7 +67,8 @@ class ScenarioMaker {
 
   void MakeMachine() {
     host().computerName = random_.Pick<const wchar_t*>({L"A", L"ab", L"SQL01"});
-    host().providers = {{ParseGuid("{374579ad-285c-49b9-ab8a-950e0e252de2}"), L"Provider", VSS_PROV_HARDWARE, L"1"}};
+    host().providers = {
+        {ParseGuid<GUID>("{374579ad-285c-49b9-ab8a-950e0e252de2}"), L"Provider", VSS_PROV_HARDWARE, L"1"}};
     if (Oddly(5)) host().providers.clear();
     if (random_.Chance(20)) {
       host().cluster = simulator::ClusterNode{L"CLU", {{L"A", L"ab"}, {L"sql01", L"A"}, {L"b", L""}}};

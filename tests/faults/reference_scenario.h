@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/vss.h"
-#include "simulator/model.h"
+#include "simulator/machine/model.h"
 
 namespace varnel::test::reference {
 

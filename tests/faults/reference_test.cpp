@@ -6,12 +6,12 @@
 #include <map>
 #include <stdexcept>
 
-#include "platform/guid.h"
 #include "tests/support/forwarding_vss.h"
 #include "tests/support/host_fixture.h"
 #include "tests/support/random.h"
 #include "tests/support/requestor_probe.h"
 #include "tests/support/total.h"
+#include "text/guid.h"
 
 namespace varnel::test {
 namespace {

@@ -21,12 +21,12 @@
 #include <utility>
 #include <vector>
 
-#include "platform/format.h"
-#include "platform/guid.h"
-#include "simulator/snapshot_service.h"
+#include "simulator/vss/snapshot_service.h"
 #include "tests/support/host_fixture.h"
 #include "tests/support/snapshot_request.h"
 #include "tests/support/total.h"
+#include "text/format.h"
+#include "text/guid.h"
 
 namespace varnel::test {
 
@@ -360,7 +360,7 @@ class CallSweepFixture : public HostFixture {
   void AttemptCreation(Trial& trial, const CVarnel& requestor, Action action) {
     Attempt(trial, kCreate, action);
     const std::wstring set = requestor.GetSnapShotSetId();
-    const std::optional<GUID> id = TryParseGuid(std::wstring_view(set));
+    const std::optional<GUID> id = TryParseGuid<GUID>(std::wstring_view(set));
     if (id) trial.copies = host().machine().snapshots->CopiesOfSet(*id).size();
   }
 

@@ -1,13 +1,14 @@
 // The requestor of virtual machines: its writers, its catalogue, the checks of the host and of the volumes, and whole
 // requests in which some machines fail.
+#include "platform/ansi.h"
 #include "requestors/HyperVReq.h"
 
 #include <functional>
 #include <stdexcept>
 
-#include "platform/format.h"
 #include "tests/support/applications.h"
 #include "tests/support/forwarding_host.h"
+#include "text/format.h"
 
 namespace varnel::test {
 namespace {

@@ -9,7 +9,7 @@
 
 #include "core/varnel.h"
 #include "simulator/simulated_host.h"
-#include "simulator/snapshot_service.h"
+#include "simulator/vss/snapshot_service.h"
 #include "tests/support/applications.h"
 #include "tests/support/disk_volumes.h"
 #include "tests/support/host_fixture.h"

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "simulator/simulated_host.h"
-#include "tests/cli/cli_support.h"
 #include "tests/support/golden.h"
+#include "tests/varnelctl/cli_support.h"
 
 namespace varnel::test {
 namespace {

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "core/varnel.h"
-#include "platform/guid.h"
 #include "tests/support/host_fixture.h"
 #include "tests/support/snapshot_request.h"
+#include "text/guid.h"
 
 namespace varnel::test {
 
@@ -22,7 +22,7 @@ inline constexpr wchar_t kExchangeWriterName[] = L"Microsoft Exchange Writer";
 inline simulator::Writer MakeWriterOf(std::wstring_view writerId, std::wstring name, DWORD n,
                                       std::vector<simulator::WriterComponent> components) {
   simulator::Writer writer = MakeWriter(std::move(name), n, std::move(components));
-  writer.writerId = TryParseGuid(writerId).value();
+  writer.writerId = TryParseGuid<GUID>(writerId).value();
   return writer;
 }
 

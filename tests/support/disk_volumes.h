@@ -4,8 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/ansi.h"
 #include "platform/tessel/TesselCommonClasses.h"
-#include "platform/unicode.h"
+#include "text/unicode.h"
 
 namespace varnel::test {
 

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/com.h"
-#include "simulator/machine.h"
+#include "platform/owners.h"
+#include "simulator/machine/machine.h"
 #include "tests/support/forwarding_host.h"
 
 namespace varnel::test {

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/unicode.h"
 #include "tests/support/snapshot_request.h"
+#include "text/unicode.h"
 
 namespace varnel::test {
 

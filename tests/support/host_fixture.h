@@ -68,7 +68,7 @@ inline simulator::HostModel SmallHost() {
   model.disks = {MakeDisk(L"SYS", 0, L"C:\\", true), MakeDisk(L"TSL0001", 1, L"E:\\"),
                  MakeDisk(L"TSL0002", 2, L"F:\\")};
   model.environment = {{L"SystemRoot", L"C:\\Windows"}, {L"SystemDrive", L"C:"}};
-  model.providers = {{ParseGuid("{374579ad-285c-49b9-ab8a-950e0e252de2}"), L"Tessel VSS Hardware Provider",
+  model.providers = {{ParseGuid<GUID>("{374579ad-285c-49b9-ab8a-950e0e252de2}"), L"Tessel VSS Hardware Provider",
                       VSS_PROV_HARDWARE, L"1.0"}};
   return model;
 }

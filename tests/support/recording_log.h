@@ -6,7 +6,7 @@
 
 #include "platform/tessel/FileLog.h"
 #include "platform/tessel/log_sink.h"
-#include "platform/unicode.h"
+#include "text/unicode.h"
 
 namespace varnel::test {
 

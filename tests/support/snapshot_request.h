@@ -12,9 +12,9 @@
 
 #include "core/varnel.h"
 #include "platform/tessel/TesselCommonClasses.h"
-#include "platform/unicode.h"
-#include "simulator/machine.h"
+#include "simulator/machine/machine.h"
 #include "tests/support/requestor_probe.h"
+#include "text/unicode.h"
 
 namespace varnel::test {
 

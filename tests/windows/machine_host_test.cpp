@@ -8,16 +8,17 @@
 #include <vector>
 
 #include "core/varnel.h"
-#include "platform/ascii_case.h"
-#include "platform/com.h"
+#include "platform/ansi.h"
 #include "platform/host.h"
+#include "platform/owners.h"
 #include "platform/tessel/MetadataWrapper.h"
 #include "platform/tessel/TesselCommonClasses.h"
-#include "platform/unicode.h"
 #include "requestors/ExchReq.h"
 #include "requestors/HyperVReq.h"
 #include "tests/support/host_fixture.h"
 #include "tests/support/request.h"
+#include "text/ascii_case.h"
+#include "text/unicode.h"
 
 namespace varnel {
 namespace {
@@ -510,7 +511,7 @@ TEST(MachineVss, HandsOutAndTakesBackCountedText) {
 
 TEST(MachineVss, RefusesAnUnknownClass) {
   ASSERT_TRUE(SUCCEEDED(::CoInitializeEx(nullptr, COINIT_MULTITHREADED)));
-  constexpr GUID kNoSuchClass = ParseGuid("{0f0f0f0f-0000-4000-8000-000000000000}");
+  constexpr GUID kNoSuchClass = ParseGuid<GUID>("{0f0f0f0f-0000-4000-8000-000000000000}");
   ComPtr<IUnknown> object;
   EXPECT_EQ(CurrentHost().vss().CoCreateInstance(kNoSuchClass, nullptr, CLSCTX_ALL, kIidUnknown,
                                                  reinterpret_cast<void**>(object.Put())),

@@ -5,11 +5,11 @@
 #include <stdexcept>
 #include <string>
 
-#include "platform/format.h"
 #include "requestors/ExchReq.h"
 #include "requestors/HyperVReq.h"
 #include "requestors/SqlReq.h"
 #include "tests/support/host_fixture.h"
+#include "text/format.h"
 
 namespace varnel::test {
 namespace {

@@ -1,7 +1,7 @@
 // The requestor library over the drop-in libraries.
 #include "tests/windows/dropin/dropin.h"
 
-#include "platform/com.h"
+#include "platform/owners.h"
 #include "tests/support/forwarding_host.h"
 #include "tests/support/host_fixture.h"
 

@@ -1,9 +1,9 @@
 // The drop-in libraries by themselves, called as any requestor calls the service and the initiator.
 #include "tests/windows/dropin/dropin.h"
 
-#include "platform/ascii_case.h"
-#include "platform/com.h"
+#include "platform/owners.h"
 #include "tests/support/host_fixture.h"
+#include "text/ascii_case.h"
 
 namespace varnel::test {
 namespace {
@@ -11,9 +11,9 @@ namespace {
 using testing::Contains;
 using testing::UnorderedElementsAre;
 
-constexpr GUID kMail = ParseGuid("{00000001-0000-0000-0000-000000000000}");
-constexpr GUID kMailInstance = ParseGuid("{00000001-0001-0000-0000-000000000000}");
-constexpr GUID kProvider = ParseGuid("{374579ad-285c-49b9-ab8a-950e0e252de2}");
+constexpr GUID kMail = ParseGuid<GUID>("{00000001-0000-0000-0000-000000000000}");
+constexpr GUID kMailInstance = ParseGuid<GUID>("{00000001-0001-0000-0000-000000000000}");
+constexpr GUID kProvider = ParseGuid<GUID>("{374579ad-285c-49b9-ab8a-950e0e252de2}");
 
 std::vector<std::string> ExportsOf(HMODULE module) {
   const char* base = reinterpret_cast<const char*>(module);

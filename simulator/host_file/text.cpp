@@ -1,0 +1,48 @@
+#include "simulator/host_file/text.h"
+
+#include <algorithm>
+
+#include "text/unicode.h"
+
+namespace varnel::simulator {
+
+bool StartsWithIgnoringCase(std::wstring_view text, std::wstring_view prefix) {
+  return text.size() >= prefix.size() && EqualsIgnoringCase(text.substr(0, prefix.size()), prefix);
+}
+
+bool LessIgnoringCase::operator()(std::wstring_view a, std::wstring_view b) const {
+  return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
+                                      [](wchar_t x, wchar_t y) { return FoldAscii(x) < FoldAscii(y); });
+}
+
+bool MatchesPattern(std::wstring_view pattern, std::wstring_view text) {
+  std::size_t p = 0;
+  std::size_t t = 0;
+  std::size_t star = std::wstring_view::npos;  // the last '*' seen, and the text that it stood for so far
+  std::size_t resume = 0;
+  while (t < text.size()) {
+    if (p < pattern.size() && pattern[p] == L'*') {
+      star = p++;
+      resume = t;
+    } else if (p < pattern.size() && (pattern[p] == L'?' || FoldAscii(pattern[p]) == FoldAscii(text[t]))) {
+      ++p;
+      ++t;
+    } else if (star != std::wstring_view::npos) {
+      p = star + 1;
+      t = ++resume;
+    } else {
+      return false;
+    }
+  }
+  return pattern.find_first_not_of(L'*', p) == std::wstring_view::npos;
+}
+
+std::string Show(const wchar_t* text) {
+  return text == nullptr ? "null" : Show(std::wstring_view(text));
+}
+
+std::string Show(std::wstring_view text) {
+  return WideToUtf8Lossy(text);
+}
+
+}  // namespace varnel::simulator

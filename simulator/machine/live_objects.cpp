@@ -1,0 +1,55 @@
+#include <utility>
+
+#include "simulator/machine/machine.h"
+
+namespace varnel::simulator {
+
+void LiveObjects::Add(std::string_view kind) {
+  const auto found = counts_.find(kind);
+  if (found != counts_.end()) {
+    ++found->second;
+  } else {
+    counts_.emplace(kind, 1);
+  }
+}
+
+void LiveObjects::Remove(std::string_view kind) {
+  const auto found = counts_.find(kind);
+  if (found == counts_.end() || found->second == 0) {
+    AddMisuse(std::string(kind) + " given back too often");
+    return;
+  }
+  --found->second;
+}
+
+long long LiveObjects::Count() const {
+  long long count = 0;
+  for (const auto& [kind, live] : counts_) count += live;
+  return count;
+}
+
+long long LiveObjects::Count(std::string_view kind) const {
+  const auto found = counts_.find(kind);
+  return found == counts_.end() ? 0 : found->second;
+}
+
+std::string LiveObjects::Describe() const {
+  std::string text;
+  for (const auto& [kind, live] : counts_) {
+    if (live == 0) continue;
+    if (!text.empty()) text += ", ";
+    text += std::to_string(live) + " " + kind;
+  }
+  return text;
+}
+
+CountedObject::CountedObject(std::shared_ptr<Machine> machine, std::string_view kind)
+    : machine_(std::move(machine)), kind_(kind) {
+  machine_->live.Add(kind_);
+}
+
+CountedObject::~CountedObject() {
+  machine_->live.Remove(kind_);
+}
+
+}  // namespace varnel::simulator

@@ -1,0 +1,94 @@
+#include "simulator/machine/machine.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+
+#include "simulator/machine/volumes.h"
+#include "simulator/vss/snapshot_service.h"
+
+namespace varnel::simulator {
+
+Machine::Machine(HostModel hostModel) : model(std::move(hostModel)) {
+  faults.Load(model.faults);
+  snapshots = std::make_unique<SnapshotService>(*this);
+}
+
+Machine::~Machine() = default;
+
+GUID Machine::NewId() {
+  ++ids_;
+  return GUID{ids_, 0x5e1f, 0x4c3d, {0x9a, 0x0b, 0, 0, 0, 0, 0, 0}};
+}
+
+template <class T>
+T* Machine::HandOut(std::string_view kind, T* block) {
+  if (block != nullptr) {
+    blocks_.insert_or_assign(block, kind);
+    live.Add(kind);
+  }
+  return block;
+}
+
+bool Machine::TakeBack(std::string_view kind, const void* block) {
+  const auto held = blocks_.find(block);
+  if (held == blocks_.end() || held->second != kind) {
+    live.AddMisuse(std::string(kind) + " given back that the caller does not hold");
+    return false;
+  }
+  blocks_.erase(held);
+  live.Remove(kind);
+  return true;
+}
+
+BSTR Machine::MakeBstr(std::wstring_view text) {
+  const BSTR copy = ::SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+  return countsSystemMemory ? HandOut("BSTR", copy) : copy;
+}
+
+void Machine::FreeBstr(BSTR text) {
+  if (text == nullptr) return;
+  if (!countsSystemMemory || TakeBack("BSTR", text)) ::SysFreeString(text);
+}
+
+wchar_t* Machine::MakeTaskText(std::wstring_view text) {
+  void* block = ::CoTaskMemAlloc((text.size() + 1) * sizeof(wchar_t));
+  if (block == nullptr) return nullptr;
+  wchar_t* copy = static_cast<wchar_t*>(block);
+  text.copy(copy, text.size());
+  copy[text.size()] = L'\0';
+  return countsSystemMemory ? HandOut("task memory", copy) : copy;
+}
+
+void Machine::FreeTask(void* block) {
+  if (block == nullptr) return;
+  if (!countsSystemMemory || TakeBack("task memory", block)) ::CoTaskMemFree(block);
+}
+
+wchar_t* Machine::MakeLocalText(std::wstring_view text, std::size_t characters) {
+  wchar_t* copy = new wchar_t[std::max(text.size() + 1, characters)]();
+  text.copy(copy, text.size());
+  return HandOut("LocalAlloc", copy);
+}
+
+void Machine::FreeLocal(void* block) {
+  if (block != nullptr && TakeBack("LocalAlloc", block)) delete[] static_cast<wchar_t*>(block);
+}
+
+void* Machine::MakeHeapBlock(std::size_t bytes) {
+  return HandOut("heap block", ::operator new(bytes, std::nothrow));
+}
+
+void Machine::FreeHeapBlock(void* block) {
+  if (block != nullptr && TakeBack("heap block", block)) ::operator delete(block);
+}
+
+std::vector<std::string> CallLog::Of(std::string_view call) const {
+  std::vector<std::string> found;
+  for (const std::string& line : lines_) {
+    if (line.starts_with(call) && line.size() > call.size() && line[call.size()] == '(') found.push_back(line);
+  }
+  return found;
+}
+
+}  // namespace varnel::simulator

@@ -1,0 +1,193 @@
+#include <algorithm>
+#include <utility>
+
+#include "simulator/host_file/text.h"
+#include "simulator/machine/win32_codes.h"
+#include "simulator/services/services.h"
+
+namespace varnel::simulator {
+namespace {
+
+constexpr DWORD kBitsPerCondition = 3;
+constexpr DWORD kConditionBits = 7;
+constexpr DWORD kVerPlatformId = 0x8;
+constexpr DWORD kVerSuiteName = 0x40;
+constexpr DWORD kPlatformNt = 2;
+
+// Where the condition of each type stands in a condition mask, in the order in which VerSetConditionMask looks at a
+// type mask.
+constexpr std::pair<DWORD, DWORD> kConditionPlaces[] = {
+    {VER_PRODUCT_TYPE, 7}, {kVerSuiteName, 6},    {kVerPlatformId, 3},       {VER_BUILDNUMBER, 2},
+    {VER_MAJORVERSION, 1}, {VER_MINORVERSION, 0}, {VER_SERVICEPACKMAJOR, 5}, {VER_SERVICEPACKMINOR, 4},
+};
+
+DWORD ConditionOf(DWORDLONG mask, DWORD type) {
+  for (const auto& [candidate, place] : kConditionPlaces) {
+    if (candidate == type) return static_cast<DWORD>(mask >> (place * kBitsPerCondition)) & kConditionBits;
+  }
+  return 0;
+}
+
+bool Satisfies(DWORD actual, DWORD wanted, DWORD condition) {
+  switch (condition) {
+    case VER_EQUAL:
+      return actual == wanted;
+    case VER_GREATER:
+      return actual > wanted;
+    case VER_GREATER_EQUAL:
+      return actual >= wanted;
+    case VER_LESS:
+      return actual < wanted;
+    case VER_LESS_EQUAL:
+      return actual <= wanted;
+    default:
+      return false;
+  }
+}
+
+struct VersionPart {
+  DWORD type;
+  DWORD actual;
+  DWORD wanted;
+};
+
+// The first part that differs decides by its own condition; equal versions are judged by the last one's.
+bool VersionSatisfies(const OperatingSystem& os, const OSVERSIONINFOEXW& wanted, DWORD types, DWORDLONG conditions) {
+  const VersionPart parts[] = {
+      {VER_MAJORVERSION, os.major, wanted.dwMajorVersion},
+      {VER_MINORVERSION, os.minor, wanted.dwMinorVersion},
+      {VER_BUILDNUMBER, os.build, wanted.dwBuildNumber},
+      {VER_SERVICEPACKMAJOR, os.servicePack, wanted.wServicePackMajor},
+      {VER_SERVICEPACKMINOR, 0, wanted.wServicePackMinor},
+  };
+  bool satisfied = true;
+  for (const VersionPart& part : parts) {
+    if ((types & part.type) == 0) continue;
+    satisfied = Satisfies(part.actual, part.wanted, ConditionOf(conditions, part.type));
+    if (part.actual != part.wanted) return satisfied;
+  }
+  return satisfied;
+}
+
+bool ProductSatisfies(const OperatingSystem& os, const OSVERSIONINFOEXW& wanted, DWORD types, DWORDLONG conditions) {
+  if ((types & VER_PRODUCT_TYPE) != 0) {
+    const DWORD product = os.server ? VER_NT_SERVER : VER_NT_WORKSTATION;
+    if (!Satisfies(product, wanted.wProductType, ConditionOf(conditions, VER_PRODUCT_TYPE))) return false;
+  }
+  return (types & kVerPlatformId) == 0 ||
+         Satisfies(kPlatformNt, wanted.dwPlatformId, ConditionOf(conditions, kVerPlatformId));
+}
+
+bool HasEveryCondition(DWORD types, DWORDLONG conditions) {
+  return std::all_of(std::begin(kConditionPlaces), std::end(kConditionPlaces), [&](const auto& place) {
+    return (types & place.first) == 0 || ConditionOf(conditions, place.first) != 0;
+  });
+}
+
+std::optional<std::wstring> EnvironmentValue(const HostModel& model, std::wstring_view name) {
+  for (const auto& [variable, value] : model.environment) {
+    if (EqualsIgnoringCase(variable, name)) return value;
+  }
+  const std::wstring& directory = model.systemDirectory;
+  const std::wstring drive = directory.substr(0, 2);
+  if (EqualsIgnoringCase(name, L"SystemRoot") || EqualsIgnoringCase(name, L"windir")) {
+    return directory.substr(0, directory.find_last_of(L'\\'));
+  }
+  if (EqualsIgnoringCase(name, L"SystemDrive")) return drive;
+  if (EqualsIgnoringCase(name, L"ProgramData")) return drive + L"\\ProgramData";
+  return std::nullopt;
+}
+
+// A name that is not known stays as it stands; its second '%' may begin the next name.
+std::wstring Expand(const HostModel& model, std::wstring_view source) {
+  std::wstring text;
+  while (!source.empty()) {
+    const std::size_t end = source.front() == L'%' ? source.find(L'%', 1) : std::wstring_view::npos;
+    const std::optional<std::wstring> value =
+        end == std::wstring_view::npos ? std::nullopt : EnvironmentValue(model, source.substr(1, end - 1));
+    text += value ? *value : std::wstring(1, source.front());
+    source.remove_prefix(value ? end + 1 : 1);
+  }
+  return text;
+}
+
+void Copy(std::wstring_view text, LPWSTR target) {
+  text.copy(target, text.size());
+  target[text.size()] = L'\0';
+}
+
+}  // namespace
+
+BOOL SimulatedSystem::GetComputerNameW(LPWSTR name, DWORD* characters) {
+  return Win32Call(
+      machine_, "GetComputerNameW", BOOL{FALSE}, [] { return std::string(); },
+      [&]() -> BOOL {
+        const std::wstring& text = machine_.model.computerName;
+        if (characters == nullptr) {
+          machine_.lastError = ERROR_INVALID_PARAMETER;
+          return FALSE;
+        }
+        if (name == nullptr || *characters < text.size() + 1) {
+          *characters = static_cast<DWORD>(text.size() + 1);
+          machine_.lastError = ERROR_BUFFER_OVERFLOW;
+          return FALSE;
+        }
+        Copy(text, name);
+        *characters = static_cast<DWORD>(text.size());
+        return TRUE;
+      });
+}
+
+UINT SimulatedSystem::GetSystemDirectoryW(LPWSTR directory, UINT characters) {
+  return Win32Call(
+      machine_, "GetSystemDirectoryW", UINT{0}, [] { return std::string(); },
+      [&]() -> UINT {
+        const std::wstring& text = machine_.model.systemDirectory;
+        if (directory == nullptr || characters < text.size() + 1) return static_cast<UINT>(text.size() + 1);
+        Copy(text, directory);
+        return static_cast<UINT>(text.size());
+      });
+}
+
+DWORD SimulatedSystem::ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR target, DWORD characters) {
+  return Win32Call(
+      machine_, "ExpandEnvironmentStringsW", DWORD{0}, [&] { return Show(source); },
+      [&]() -> DWORD {
+        if (source == nullptr) {
+          machine_.lastError = ERROR_INVALID_PARAMETER;
+          return 0;
+        }
+        const std::wstring text = Expand(machine_.model, source);
+        if (target != nullptr && characters >= text.size() + 1) Copy(text, target);
+        return static_cast<DWORD>(text.size() + 1);
+      });
+}
+
+BOOL SimulatedSystem::VerifyVersionInfoW(OSVERSIONINFOEXW* version, DWORD typeMask, DWORDLONG conditionMask) {
+  return Win32Call(
+      machine_, "VerifyVersionInfoW", BOOL{FALSE}, [&] { return ResultName(static_cast<HRESULT>(typeMask)); },
+      [&]() -> BOOL {
+        const OperatingSystem& os = machine_.model.os;
+        if (version == nullptr || typeMask == 0 || (typeMask & kVerSuiteName) != 0 ||
+            !HasEveryCondition(typeMask, conditionMask)) {
+          machine_.lastError = kErrorBadArguments;
+          return FALSE;
+        }
+        if (VersionSatisfies(os, *version, typeMask, conditionMask) &&
+            ProductSatisfies(os, *version, typeMask, conditionMask)) {
+          return TRUE;
+        }
+        machine_.lastError = ERROR_OLD_WIN_VERSION;
+        return FALSE;
+      });
+}
+
+ULONGLONG SimulatedSystem::VerSetConditionMask(ULONGLONG conditionMask, DWORD typeMask, BYTE condition) {
+  for (const auto& [type, place] : kConditionPlaces) {
+    if ((typeMask & type) == 0) continue;
+    return conditionMask | static_cast<ULONGLONG>(condition & kConditionBits) << (place * kBitsPerCondition);
+  }
+  return conditionMask;
+}
+
+}  // namespace varnel::simulator

@@ -1,0 +1,566 @@
+#include "simulator/vss/backup_session.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "simulator/vss/snapshot_service.h"
+#include "text/unicode.h"
+
+namespace varnel::simulator {
+namespace {
+
+constexpr DWORD kFreezeLimitMilliseconds = 60000;
+constexpr DWORD kHoldLimitMilliseconds = 10000;
+
+// Whether a planned result means that the operation did not do its work.
+bool Prevents(const std::optional<HRESULT>& forced) {
+  return forced && (FAILED(*forced) || *forced == VSS_S_ASYNC_CANCELLED || *forced == VSS_S_ASYNC_PENDING);
+}
+
+std::wstring_view TextOf(LPCWSTR text) {
+  return text == nullptr ? std::wstring_view() : std::wstring_view(text);
+}
+
+std::vector<GUID> IdList(const VSS_ID* ids, UINT count) {
+  return {ids, ids + count};
+}
+
+}  // namespace
+
+BackupSession::BackupSession(std::shared_ptr<Machine> machine)
+    : machine_(std::move(machine)), service_(*machine_->snapshots), id_(machine_->NewId()), writers_(*machine_) {}
+
+BackupSession::~BackupSession() {
+  NoticeCancellation();
+  writers_.Shutdown();
+  service_.EndSession(id_);
+}
+
+// A snapshot set whose operation the caller cancelled before its time was up is undone.
+void BackupSession::NoticeCancellation() {
+  if (snapshotOperation_ == nullptr || snapshotOperation_->result != VSS_S_ASYNC_CANCELLED) return;
+  if (!IsIn(Stage::snapshotting, Stage::snapshotDone)) return;
+  service_.Withdraw(setId_);
+  document_->content.transportableCopies.clear();
+  EndSnapshot();
+}
+
+bool BackupSession::IsIdle() {
+  NoticeCancellation();
+  return pending_ == nullptr || pending_->settled;
+}
+
+HRESULT BackupSession::LoadDocument(BSTR xml) {
+  try {
+    document_->content = ParseBackupDocument(WideToUtf8Lossy(std::wstring_view(xml, ::SysStringLen(xml))));
+  } catch (const DocumentError&) {
+    return VSS_E_INVALID_XML_DOCUMENT;
+  }
+  for (const DocumentWriter& writer : document_->content.writers) {
+    AddedComponents& added = added_.emplace_back();
+    for (std::size_t i = 0; i < writer.components.size(); ++i) {
+      const DocumentComponent& component = writer.components[i];
+      added.emplace(ComponentKey(component.logicalPath.value_or(L""), component.name), i);
+    }
+  }
+  loaded_ = true;
+  return S_OK;
+}
+
+HRESULT BackupSession::InitializeForBackup(BSTR xml) {
+  if (stage_ != Stage::created) return VSS_E_BAD_STATE;
+  if (xml != nullptr && ::SysStringLen(xml) != 0) {
+    if (const HRESULT result = LoadDocument(xml); FAILED(result)) return result;
+  }
+  stage_ = Stage::initialized;
+  return S_OK;
+}
+
+HRESULT BackupSession::InitializeForRestore(BSTR xml) {
+  if (xml == nullptr) return E_INVALIDARG;
+  if (stage_ != Stage::created) return VSS_E_BAD_STATE;
+  if (const HRESULT result = LoadDocument(xml); FAILED(result)) return result;
+  restoring_ = true;
+  stage_ = Stage::initialized;
+  return S_OK;
+}
+
+HRESULT BackupSession::SetContext(LONG context) {
+  if (!IsIdle() || contextFixed_ || !IsBackupIn(Stage::initialized, Stage::initialized)) return VSS_E_BAD_STATE;
+  if (!IsValidContext(context)) return E_INVALIDARG;
+  contextFixed_ = true;
+  context_ = context;
+  return S_OK;
+}
+
+HRESULT BackupSession::SetBackupState(bool selectComponents, bool bootableSystemState, VSS_BACKUP_TYPE type,
+                                      bool partialFiles) {
+  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::setStarted)) return VSS_E_BAD_STATE;
+  if (type <= VSS_BT_UNDEFINED || type > VSS_BT_OTHER) return E_INVALIDARG;
+  BackupDocument& document = document_->content;
+  document.selectComponents = selectComponents;
+  document.bootableSystemState = bootableSystemState;
+  document.backupType = type;
+  document.partialFileSupport = partialFiles;
+  backupStateSet_ = true;
+  return S_OK;
+}
+
+bool BackupSession::MaySelectWriters() {
+  return IsIdle() && !gatherStarted_ && IsIn(Stage::initialized, Stage::setStarted);
+}
+
+HRESULT BackupSession::CheckWriterIds(const VSS_ID* ids, UINT count) {
+  if (ids == nullptr || count == 0) return E_INVALIDARG;
+  return MaySelectWriters() ? S_OK : VSS_E_BAD_STATE;
+}
+
+HRESULT BackupSession::EnableWriterClasses(const VSS_ID* ids, UINT count) {
+  const HRESULT result = CheckWriterIds(ids, count);
+  if (SUCCEEDED(result)) writers_.EnableClasses(IdList(ids, count));
+  return result;
+}
+
+HRESULT BackupSession::DisableWriterClasses(const VSS_ID* ids, UINT count) {
+  const HRESULT result = CheckWriterIds(ids, count);
+  if (SUCCEEDED(result)) writers_.DisableClasses(IdList(ids, count));
+  return result;
+}
+
+HRESULT BackupSession::DisableWriterInstances(const VSS_ID* ids, UINT count) {
+  const HRESULT result = CheckWriterIds(ids, count);
+  if (SUCCEEDED(result)) writers_.DisableInstances(IdList(ids, count));
+  return result;
+}
+
+void BackupSession::HandOut(std::shared_ptr<AsyncOperation> operation, IVssAsync** async) {
+  pending_ = operation;
+  *async = MakeAsync(machine_, std::move(operation));
+}
+
+// Starts an operation that takes no time. `work` answers its result, and only runs when the fault plan lets it.
+template <class Work>
+HRESULT BackupSession::RunAsync(std::string_view name, IVssAsync** async, Work&& work) {
+  const std::optional<HRESULT> forced = machine_->faults.OnAsync(name);
+  auto operation = std::make_shared<AsyncOperation>();
+  operation->endsAt = machine_->now;
+  operation->result = Prevents(forced) ? *forced : work();
+  if (forced && SUCCEEDED(operation->result)) operation->result = *forced;
+  HandOut(std::move(operation), async);
+  return S_OK;
+}
+
+HRESULT BackupSession::GatherWriterMetadata(IVssAsync** async) {
+  if (async == nullptr) return E_INVALIDARG;
+  if (!MaySelectWriters()) return VSS_E_BAD_STATE;
+  gatherStarted_ = true;
+  contextFixed_ = true;
+  return RunAsync("GatherWriterMetadata", async, [&] {
+    writers_.Identify();
+    gathered_ = true;
+    return VSS_S_ASYNC_FINISHED;
+  });
+}
+
+HRESULT BackupSession::GetWriterMetadataCount(UINT* count) {
+  if (count == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || !gathered_ || metadataFreed_ || stage_ == Stage::ended) return VSS_E_BAD_STATE;
+  *count = static_cast<UINT>(writers_.writers().size());
+  return S_OK;
+}
+
+HRESULT BackupSession::GetWriterMetadata(UINT index, std::shared_ptr<const Writer>& writer) {
+  UINT count = 0;
+  if (const HRESULT result = GetWriterMetadataCount(&count); FAILED(result)) return result;
+  if (index >= count) return VSS_E_OBJECT_NOT_FOUND;
+  writer = writers_.writers()[index].data;
+  return S_OK;
+}
+
+HRESULT BackupSession::FreeWriterMetadata() {
+  if (!IsIdle() || !gathered_ || metadataFreed_) return VSS_E_BAD_STATE;
+  metadataFreed_ = true;
+  return S_OK;
+}
+
+DocumentWriter* BackupSession::FindDocumentWriter(const GUID& instanceId, const GUID& writerId) {
+  std::vector<DocumentWriter>& writers = document_->content.writers;
+  const auto found = std::find_if(writers.begin(), writers.end(), [&](const DocumentWriter& writer) {
+    return writer.instanceId == instanceId && writer.writerId == writerId;
+  });
+  return found == writers.end() ? nullptr : &*found;
+}
+
+std::size_t BackupSession::DocumentWriterFor(const GatheredWriter& writer) {
+  std::vector<DocumentWriter>& writers = document_->content.writers;
+  if (const DocumentWriter* known = FindDocumentWriter(writer.data->instanceId, writer.data->writerId)) {
+    return static_cast<std::size_t>(known - writers.data());
+  }
+  DocumentWriter added;
+  added.instanceId = writer.data->instanceId;
+  added.writerId = writer.data->writerId;
+  added.instanceName = writer.data->instanceName;
+  added.backupSchema = writer.data->backupSchema;
+  writers.push_back(std::move(added));
+  added_.emplace_back();
+  return writers.size() - 1;
+}
+
+HRESULT BackupSession::AddComponent(const ComponentName& component) {
+  if (component.name == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || !gathered_ || IsWithoutWriters(context_) || !IsBackupIn(Stage::initialized, Stage::setStarted)) {
+    return VSS_E_BAD_STATE;
+  }
+  GatheredWriter* writer = writers_.Find(component.instanceId, component.writerId);
+  if (writer == nullptr) return VSS_E_OBJECT_NOT_FOUND;
+  const std::wstring_view path = TextOf(component.logicalPath);
+  const ComponentIndex& index = writers_.IndexOf(*writer);
+  const WriterComponent* found = index.Find(component.type, path, component.name);
+  if (found == nullptr) return VSS_E_OBJECT_NOT_FOUND;
+  if (!found->selectable && index.HasSelectableAncestor(path)) return E_INVALIDARG;
+  const std::size_t at = DocumentWriterFor(*writer);
+  std::vector<DocumentComponent>& entries = document_->content.writers[at].components;
+  const bool isNew = added_[at].emplace(ComponentKey(path, component.name), entries.size()).second;
+  if (!isNew) return VSS_E_OBJECT_ALREADY_EXISTS;
+  DocumentComponent& entry = entries.emplace_back();
+  entry.logicalPath = found->logicalPath;
+  entry.name = found->name;
+  entry.type = found->type;
+  return S_OK;
+}
+
+DocumentComponent* BackupSession::FindAdded(const ComponentName& component) {
+  DocumentWriter* writer = FindDocumentWriter(component.instanceId, component.writerId);
+  if (writer == nullptr) return nullptr;
+  const AddedComponents& added = added_[static_cast<std::size_t>(writer - document_->content.writers.data())];
+  const auto found = added.find(ComponentKey(TextOf(component.logicalPath), component.name));
+  if (found == added.end()) return nullptr;
+  DocumentComponent& entry = writer->components[found->second];
+  return entry.type == component.type ? &entry : nullptr;
+}
+
+// For calls that name no instance: the first one of the class that has the component.
+HRESULT BackupSession::ChangeSelected(const ComponentName& component,
+                                      std::optional<std::wstring> DocumentComponent::*field, LPCWSTR text) {
+  if (component.name == nullptr || text == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::setStarted)) return VSS_E_BAD_STATE;
+  for (const DocumentWriter& writer : document_->content.writers) {
+    if (writer.writerId != component.writerId) continue;
+    ComponentName instance = component;
+    instance.instanceId = writer.instanceId;
+    if (DocumentComponent* found = FindAdded(instance)) {
+      found->*field = text;
+      return S_OK;
+    }
+  }
+  return VSS_E_OBJECT_NOT_FOUND;
+}
+
+HRESULT BackupSession::SetBackupOptions(const ComponentName& component, LPCWSTR options) {
+  return ChangeSelected(component, &DocumentComponent::backupOptions, options);
+}
+
+HRESULT BackupSession::SetPreviousBackupStamp(const ComponentName& component, LPCWSTR stamp) {
+  return ChangeSelected(component, &DocumentComponent::previousBackupStamp, stamp);
+}
+
+HRESULT BackupSession::SetBackupSucceeded(const ComponentName& component, bool succeeded) {
+  if (component.name == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || stage_ != Stage::snapshotDone) return VSS_E_BAD_STATE;
+  DocumentComponent* found = FindAdded(component);
+  if (found == nullptr) return VSS_E_OBJECT_NOT_FOUND;
+  found->succeeded = succeeded;
+  return S_OK;
+}
+
+HRESULT BackupSession::StartSnapshotSet(VSS_ID* setId) {
+  if (setId == nullptr) return E_INVALIDARG;
+  if (!IsIdle()) return VSS_E_BAD_STATE;
+  if (IsIn(Stage::setStarted, Stage::snapshotting)) return VSS_E_SNAPSHOT_SET_IN_PROGRESS;
+  if (!IsBackupIn(Stage::initialized, Stage::initialized)) return VSS_E_BAD_STATE;
+  if (const HRESULT result = service_.StartSet(id_, context_, setId_); FAILED(result)) return result;
+  contextFixed_ = true;
+  stage_ = Stage::setStarted;
+  document_->content.snapshotSetId = setId_;
+  *setId = setId_;
+  return S_OK;
+}
+
+HRESULT BackupSession::AddToSnapshotSet(VSS_PWSZ volume, const GUID& provider, VSS_ID* copyId) {
+  if (volume == nullptr || copyId == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || stage_ != Stage::setStarted) return VSS_E_BAD_STATE;
+  return service_.AddVolume(id_, volume, provider, *copyId);
+}
+
+// In component mode only writers with added components are told of what follows PrepareBackup.
+void BackupSession::ChooseParticipants() {
+  for (GatheredWriter& writer : writers_.writers()) {
+    writer.takesPart = !document_->content.selectComponents ||
+                       FindDocumentWriter(writer.data->instanceId, writer.data->writerId) != nullptr;
+  }
+}
+
+void BackupSession::RaiseAt(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached,
+                            VSS_WRITER_STATE failed) {
+  if (const WriterFault* fault = writers_.Raise(writer, event, reached, failed)) {
+    RecordComponentFailures(writer, *fault);
+    if (event == WriterEvent::freeze || event == WriterEvent::thaw) writers_.Abort(writer);
+  }
+}
+
+void BackupSession::RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed) {
+  for (GatheredWriter& writer : writers_.writers()) RaiseAt(writer, event, reached, failed);
+}
+
+void BackupSession::RaiseAtParticipants(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed) {
+  for (GatheredWriter& writer : writers_.writers()) {
+    if (writer.takesPart) RaiseAt(writer, event, reached, failed);
+  }
+}
+
+// What the writer does with SetFailure for each component that the fault names; components that were not added
+// explicitly have no place in the document.
+void BackupSession::RecordComponentFailures(const GatheredWriter& writer, const WriterFault& fault) {
+  DocumentWriter* entry = FindDocumentWriter(writer.data->instanceId, writer.data->writerId);
+  if (entry == nullptr || fault.components.empty()) return;
+  std::unordered_map<std::wstring, DocumentComponent*> components;
+  for (DocumentComponent& component : entry->components) {
+    components.emplace(FullPathKey(component.logicalPath.value_or(L""), component.name), &component);
+  }
+  for (const ComponentFault& failed : fault.components) {
+    const auto found = components.find(FullPathKey(L"", failed.fullPath));
+    if (found == components.end()) continue;
+    entry->changedByWriter = true;
+    found->second->failure = failed.failure;
+    found->second->applicationResult = failed.applicationResult;
+    if (!failed.applicationMessage.empty()) found->second->applicationMessage = failed.applicationMessage;
+  }
+}
+
+HRESULT BackupSession::PrepareForBackup(IVssAsync** async) {
+  if (async == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || stage_ != Stage::setStarted || !backupStateSet_ || !gathered_ || IsWithoutWriters(context_)) {
+    return VSS_E_BAD_STATE;
+  }
+  stage_ = Stage::preparing;
+  ++document_->phase;
+  return RunAsync("PrepareForBackup", async, [&] {
+    ChooseParticipants();
+    RaiseAtAll(WriterEvent::prepareBackup, VSS_WS_STABLE, VSS_WS_FAILED_AT_PREPARE_BACKUP);
+    stage_ = Stage::prepared;
+    return VSS_S_ASYNC_FINISHED;
+  });
+}
+
+bool BackupSession::MayDoSnapshotSet() {
+  if (!IsIdle()) return false;
+  if (stage_ == Stage::prepared) return true;
+  return stage_ == Stage::setStarted && IsWithoutWriters(context_) && service_.HasVolumes(id_);
+}
+
+DWORD BackupSession::SnapshotMilliseconds() const {
+  const HostModel& model = machine_->model;
+  const DWORD freeze = IsWithoutWriters(context_) ? 0 : std::min(model.freezeMilliseconds, kFreezeLimitMilliseconds);
+  return freeze + std::min(model.commitMilliseconds, kHoldLimitMilliseconds);
+}
+
+// The window from Freeze to Thaw holds the writers' own freezing and the commit, which is cut off at its limit.
+void BackupSession::FreezeWriters() {
+  RaiseAtParticipants(WriterEvent::freeze, VSS_WS_WAITING_FOR_THAW, VSS_WS_FAILED_AT_FREEZE);
+  const HostModel& model = machine_->model;
+  const ULONGLONG window =
+      ULONGLONG{model.freezeMilliseconds} + std::min(model.commitMilliseconds, kHoldLimitMilliseconds);
+  if (window <= kFreezeLimitMilliseconds) return;
+  for (GatheredWriter& writer : writers_.writers()) {
+    if (!writer.takesPart || writer.status.HasFailed()) continue;
+    writers_.Fail(writer, VSS_WS_FAILED_AT_FREEZE, VSS_E_WRITERERROR_TIMEOUT);
+    writers_.Abort(writer);
+  }
+}
+
+void BackupSession::EndSnapshot() {
+  service_.AbandonSet(id_);
+  writers_.Abort();
+  stage_ = Stage::ended;
+}
+
+void BackupSession::SaveTransportableCopies() {
+  for (const ShadowCopy* copy : service_.CopiesOfSet(setId_)) {
+    if (!copy->surfaced) document_->content.transportableCopies.push_back(*copy);
+  }
+}
+
+HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
+  RaiseAtParticipants(WriterEvent::prepareSnapshot, VSS_WS_WAITING_FOR_FREEZE, VSS_WS_FAILED_AT_PREPARE_SNAPSHOT);
+  FreezeWriters();
+  if (forced == VSS_S_ASYNC_PENDING) return *forced;
+  HRESULT result = Prevents(forced) ? *forced : S_OK;
+  if (result == S_OK && machine_->model.commitMilliseconds > kHoldLimitMilliseconds) {
+    result = VSS_E_HOLD_WRITES_TIMEOUT;
+  }
+  if (result == S_OK) result = service_.CommitSet(id_);
+  if (result != S_OK) {
+    EndSnapshot();
+    return result;
+  }
+  RaiseAtParticipants(WriterEvent::thaw, VSS_WS_WAITING_FOR_POST_SNAPSHOT, VSS_WS_FAILED_AT_THAW);
+  RaiseAtParticipants(WriterEvent::postSnapshot, VSS_WS_WAITING_FOR_BACKUP_COMPLETE, VSS_WS_FAILED_AT_POST_SNAPSHOT);
+  SaveTransportableCopies();
+  stage_ = Stage::snapshotDone;
+  return forced.value_or(VSS_S_ASYNC_FINISHED);
+}
+
+HRESULT BackupSession::DoSnapshotSet(IVssAsync** async) {
+  if (async == nullptr) return E_INVALIDARG;
+  if (!MayDoSnapshotSet()) return VSS_E_BAD_STATE;
+  stage_ = Stage::snapshotting;
+  ++document_->phase;
+  snapshotOperation_ = std::make_shared<AsyncOperation>();
+  snapshotOperation_->endsAt = machine_->now + SnapshotMilliseconds();
+  snapshotOperation_->result = TakeSnapshots(machine_->faults.OnAsync("DoSnapshotSet"));
+  HandOut(snapshotOperation_, async);
+  return S_OK;
+}
+
+HRESULT BackupSession::CompleteBackup() {
+  RaiseAtParticipants(WriterEvent::backupComplete, VSS_WS_STABLE, VSS_WS_FAILED_AT_BACKUP_COMPLETE);
+  for (DocumentWriter& writer : document_->content.writers) {
+    for (DocumentComponent& component : writer.components) component.succeeded = component.succeeded.value_or(false);
+  }
+  stage_ = Stage::complete;
+  return VSS_S_ASYNC_FINISHED;
+}
+
+HRESULT BackupSession::BackupComplete(IVssAsync** async) {
+  if (async == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || stage_ != Stage::snapshotDone || IsWithoutWriters(context_)) return VSS_E_BAD_STATE;
+  ++document_->phase;
+  return RunAsync("BackupComplete", async, [&] { return CompleteBackup(); });
+}
+
+HRESULT BackupSession::AbortBackup() {
+  if (stage_ == Stage::created) return VSS_E_BAD_STATE;
+  NoticeCancellation();
+  if (IsIn(Stage::setStarted, Stage::snapshotDone)) {
+    pending_ = nullptr;
+    EndSnapshot();
+  }
+  return S_OK;
+}
+
+HRESULT BackupSession::GatherWriterStatus(IVssAsync** async) {
+  if (async == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || !gathered_) return VSS_E_BAD_STATE;
+  reported_.reset();
+  return RunAsync("GatherWriterStatus", async, [&] {
+    reported_.emplace();
+    for (const GatheredWriter& writer : writers_.writers()) reported_->push_back({writer.data, writer.status});
+    return VSS_S_ASYNC_FINISHED;
+  });
+}
+
+HRESULT BackupSession::GetWriterStatusCount(UINT* count) {
+  if (count == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || !reported_) return VSS_E_BAD_STATE;
+  *count = static_cast<UINT>(reported_->size());
+  return S_OK;
+}
+
+HRESULT BackupSession::GetWriterStatus(UINT index, const ReportedWriter*& writer) {
+  if (!IsIdle() || !reported_) return VSS_E_BAD_STATE;
+  if (index >= reported_->size()) return VSS_E_OBJECT_NOT_FOUND;
+  writer = &(*reported_)[index];
+  return S_OK;
+}
+
+HRESULT BackupSession::FreeWriterStatus() {
+  if (!IsIdle() || !reported_) return VSS_E_BAD_STATE;
+  reported_.reset();
+  return S_OK;
+}
+
+bool BackupSession::HasDocument() {
+  return IsIdle() && IsIn(loaded_ ? Stage::initialized : Stage::prepared, Stage::complete);
+}
+
+HRESULT BackupSession::SaveAsXML(std::string& xml) {
+  if (!HasDocument()) return VSS_E_BAD_STATE;
+  xml = FormatBackupDocument(document_->content);
+  return S_OK;
+}
+
+HRESULT BackupSession::GetWriterComponentsCount(UINT* count) {
+  if (count == nullptr) return E_INVALIDARG;
+  if (!HasDocument()) return VSS_E_BAD_STATE;
+  *count = static_cast<UINT>(document_->content.writers.size());
+  return S_OK;
+}
+
+HRESULT BackupSession::GetWriterComponents(UINT index, IVssWriterComponentsExt** writer) {
+  if (writer == nullptr) return E_INVALIDARG;
+  if (!HasDocument()) return VSS_E_BAD_STATE;
+  if (index >= document_->content.writers.size()) return VSS_E_OBJECT_NOT_FOUND;
+  *writer = MakeWriterComponents(machine_, document_, index);
+  return S_OK;
+}
+
+HRESULT BackupSession::GetSnapshotProperties(const GUID& copyId, const ShadowCopy*& copy) {
+  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
+  copy = service_.Find(copyId);
+  return copy == nullptr ? VSS_E_OBJECT_NOT_FOUND : S_OK;
+}
+
+HRESULT BackupSession::QueryProviders() {
+  NoticeCancellation();
+  if (!IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
+  contextFixed_ = true;
+  return S_OK;
+}
+
+HRESULT BackupSession::QuerySnapshots(std::vector<const ShadowCopy*>& copies) {
+  if (const HRESULT result = QueryProviders(); FAILED(result)) return result;
+  copies = service_.CopiesOfContext(context_);
+  return S_OK;
+}
+
+HRESULT BackupSession::IsVolumeSupported(const GUID& provider, VSS_PWSZ volume, BOOL* supported) {
+  if (volume == nullptr || supported == nullptr) return E_INVALIDARG;
+  if (!IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
+  bool answer = false;
+  const HRESULT result = service_.IsVolumeSupported(volume, provider, context_, answer);
+  if (SUCCEEDED(result)) *supported = answer ? TRUE : FALSE;
+  return result;
+}
+
+HRESULT BackupSession::DeleteSnapshots(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, VSS_ID& notDeleted) {
+  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
+  return service_.Delete(id, type, deleted, notDeleted);
+}
+
+HRESULT BackupSession::BreakSnapshotSet(const GUID& setId) {
+  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
+  return service_.Break(setId, 0);
+}
+
+HRESULT BackupSession::BreakSnapshotSetEx(const GUID& setId, DWORD flags, IVssAsync** async) {
+  constexpr DWORD kRevertAll = VSS_BREAKEX_FLAG_REVERT_IDENTITY_ALL;
+  constexpr DWORD kRevertNone = VSS_BREAKEX_FLAG_REVERT_IDENTITY_NONE;
+  constexpr DWORD kKnown = VSS_BREAKEX_FLAG_MASK_LUNS | VSS_BREAKEX_FLAG_MAKE_READ_WRITE | kRevertAll | kRevertNone;
+  if (async == nullptr || (flags & ~kKnown) != 0) return E_INVALIDARG;
+  if ((flags & kRevertAll) != 0 && (flags & kRevertNone) != 0) return E_INVALIDARG;
+  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
+  if (const HRESULT result = service_.CanBreak(setId); FAILED(result)) return result;
+  return RunAsync("BreakSnapshotSetEx", async, [&] {
+    const HRESULT result = service_.Break(setId, flags);
+    return result == S_OK ? VSS_S_ASYNC_FINISHED : result;
+  });
+}
+
+HRESULT BackupSession::ImportSnapshots(IVssAsync** async) {
+  if (async == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || !loaded_ || !IsBackupIn(Stage::initialized, Stage::initialized)) return VSS_E_BAD_STATE;
+  return RunAsync("ImportSnapshots", async,
+                  [&] { return service_.Import(id_, document_->content.transportableCopies); });
+}
+
+}  // namespace varnel::simulator

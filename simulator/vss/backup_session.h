@@ -1,0 +1,159 @@
+// One backup as the service sees it: the order of calls, the writers, the document and the snapshot set.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "simulator/machine/machine.h"
+#include "simulator/vss/vss_async.h"
+#include "simulator/vss/vss_components.h"
+#include "simulator/vss/writer_session.h"
+
+namespace varnel::simulator {
+
+/// How a call names a component.
+struct ComponentName {
+  GUID instanceId{};
+  GUID writerId{};
+  VSS_COMPONENT_TYPE type = VSS_CT_UNDEFINED;
+  LPCWSTR logicalPath = nullptr;  // null: none
+  LPCWSTR name = nullptr;
+};
+
+/// How a gathered writer stood when its status was last asked for.
+struct ReportedWriter {
+  std::shared_ptr<const Writer> data;
+  WriterStatus status;
+};
+
+/// The rules behind IVssBackupComponents: every method answers as the interface's method of the same name does, without
+/// the call log and the fault plan's call faults. Everything out of order is VSS_E_BAD_STATE.
+class BackupSession {
+ public:
+  explicit BackupSession(std::shared_ptr<Machine> machine);
+  /// Raises BackupShutdown, gives up a set under construction and deletes auto-release copies.
+  ~BackupSession();
+  BackupSession(const BackupSession&) = delete;
+  BackupSession& operator=(const BackupSession&) = delete;
+
+  const GUID& id() const { return id_; }
+  bool IsInitialized() const { return stage_ != Stage::created; }
+
+  HRESULT InitializeForBackup(BSTR xml);
+  HRESULT InitializeForRestore(BSTR xml);
+  HRESULT SetContext(LONG context);
+  HRESULT SetBackupState(bool selectComponents, bool bootableSystemState, VSS_BACKUP_TYPE type, bool partialFiles);
+  HRESULT EnableWriterClasses(const VSS_ID* ids, UINT count);
+  HRESULT DisableWriterClasses(const VSS_ID* ids, UINT count);
+  HRESULT DisableWriterInstances(const VSS_ID* ids, UINT count);
+
+  HRESULT GatherWriterMetadata(IVssAsync** async);
+  HRESULT GetWriterMetadataCount(UINT* count);
+  /// The writer at `index`; its metadata stays alive with it.
+  HRESULT GetWriterMetadata(UINT index, std::shared_ptr<const Writer>& writer);
+  HRESULT FreeWriterMetadata();
+
+  HRESULT AddComponent(const ComponentName& component);
+  HRESULT SetBackupOptions(const ComponentName& component, LPCWSTR options);
+  HRESULT SetPreviousBackupStamp(const ComponentName& component, LPCWSTR stamp);
+  HRESULT SetBackupSucceeded(const ComponentName& component, bool succeeded);
+
+  HRESULT StartSnapshotSet(VSS_ID* setId);
+  HRESULT AddToSnapshotSet(VSS_PWSZ volume, const GUID& provider, VSS_ID* copyId);
+  HRESULT PrepareForBackup(IVssAsync** async);
+  HRESULT DoSnapshotSet(IVssAsync** async);
+  HRESULT BackupComplete(IVssAsync** async);
+  HRESULT AbortBackup();
+
+  HRESULT GatherWriterStatus(IVssAsync** async);
+  HRESULT GetWriterStatusCount(UINT* count);
+  HRESULT GetWriterStatus(UINT index, const ReportedWriter*& writer);
+  HRESULT FreeWriterStatus();
+
+  HRESULT SaveAsXML(std::string& xml);
+  HRESULT GetWriterComponentsCount(UINT* count);
+  HRESULT GetWriterComponents(UINT index, IVssWriterComponentsExt** writer);
+
+  HRESULT GetSnapshotProperties(const GUID& copyId, const ShadowCopy*& copy);
+  HRESULT QuerySnapshots(std::vector<const ShadowCopy*>& copies);
+  HRESULT QueryProviders();
+  HRESULT IsVolumeSupported(const GUID& provider, VSS_PWSZ volume, BOOL* supported);
+  HRESULT DeleteSnapshots(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, VSS_ID& notDeleted);
+  HRESULT BreakSnapshotSet(const GUID& setId);
+  HRESULT BreakSnapshotSetEx(const GUID& setId, DWORD flags, IVssAsync** async);
+  HRESULT ImportSnapshots(IVssAsync** async);
+
+ private:
+  enum class Stage {
+    created,
+    initialized,
+    setStarted,
+    preparing,  // PrepareForBackup was called and has not succeeded
+    prepared,
+    snapshotting,  // DoSnapshotSet was called and has not ended
+    snapshotDone,
+    complete,
+    ended,  // aborted, or DoSnapshotSet failed
+  };
+
+  // The components of one writer in the document, by key.
+  using AddedComponents = std::unordered_map<std::wstring, std::size_t>;
+
+  bool IsIn(Stage first, Stage last) const { return stage_ >= first && stage_ <= last; }
+  bool IsBackupIn(Stage first, Stage last) const { return !restoring_ && IsIn(first, last); }
+  bool IsIdle();
+  bool HasDocument();
+  bool MaySelectWriters();
+  void NoticeCancellation();
+  HRESULT LoadDocument(BSTR xml);
+  HRESULT CheckWriterIds(const VSS_ID* ids, UINT count);
+
+  template <class Work>
+  HRESULT RunAsync(std::string_view name, IVssAsync** async, Work&& work);
+  void HandOut(std::shared_ptr<AsyncOperation> operation, IVssAsync** async);
+
+  std::size_t DocumentWriterFor(const GatheredWriter& writer);
+  DocumentWriter* FindDocumentWriter(const GUID& instanceId, const GUID& writerId);
+  DocumentComponent* FindAdded(const ComponentName& component);
+  HRESULT ChangeSelected(const ComponentName& component, std::optional<std::wstring> DocumentComponent::*field,
+                         LPCWSTR text);
+
+  void ChooseParticipants();
+  void RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
+  void RaiseAtParticipants(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
+  void RaiseAt(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
+  void RecordComponentFailures(const GatheredWriter& writer, const WriterFault& fault);
+  bool MayDoSnapshotSet();
+  DWORD SnapshotMilliseconds() const;
+  void FreezeWriters();
+  HRESULT TakeSnapshots(const std::optional<HRESULT>& forced);
+  void EndSnapshot();
+  void SaveTransportableCopies();
+  HRESULT CompleteBackup();
+
+  std::shared_ptr<Machine> machine_;
+  SnapshotService& service_;
+  GUID id_;
+  Stage stage_ = Stage::created;
+  bool restoring_ = false;
+  bool loaded_ = false;
+  bool contextFixed_ = false;
+  bool backupStateSet_ = false;
+  bool gatherStarted_ = false;
+  bool gathered_ = false;
+  bool metadataFreed_ = false;
+  LONG context_ = VSS_CTX_BACKUP;
+  GUID setId_{};
+  std::shared_ptr<AsyncOperation> pending_;
+  std::shared_ptr<AsyncOperation> snapshotOperation_;
+  WriterSession writers_;
+  std::optional<std::vector<ReportedWriter>> reported_;
+  std::shared_ptr<SharedDocument> document_ = std::make_shared<SharedDocument>();
+  std::vector<AddedComponents> added_;  // parallel to the document's writers
+};
+
+}  // namespace varnel::simulator

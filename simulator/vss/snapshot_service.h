@@ -1,0 +1,142 @@
+// The snapshot sets and shadow copies of a simulated host, and the providers that make them.
+#pragma once
+
+#include <list>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "simulator/machine/machine.h"
+
+namespace varnel::simulator {
+
+/// A shadow copy of one volume.
+struct ShadowCopy {
+  GUID id{};
+  GUID setId{};
+  GUID providerId{};
+  VSS_PROVIDER_TYPE providerType = VSS_PROV_UNKNOWN;
+  GUID owner{};                 // the session whose end releases it
+  LONG attributes = 0;          // the context it was made in and what the service added
+  VSS_TIMESTAMP timestamp = 0;  // 100 ns since 1601, UTC
+  LONG copiesInSet = 0;
+  std::wstring originatingMachine;
+  std::wstring originalVolume;  // "\\?\Volume{...}\"
+  std::wstring originalSerial;
+  std::wstring device;  // "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopyN", empty until it is surfaced
+  DWORD diskNumber = 0;
+  std::wstring serial;
+  bool ownDisk = true;     // false: a system or software provider keeps it on the original disk
+  bool surfaced = false;   // false: transportable and not imported here
+  bool masked = false;     // its disk was taken from this machine
+  bool forgotten = false;  // broken: an ordinary disk that the service does not know
+};
+
+/// A writer that was told of an event; for tests that ask who heard what.
+struct RaisedEvent {
+  std::wstring writer;
+  std::optional<WriterEvent> event;  // nothing: Abort
+  HRESULT failure = 0;
+};
+
+/// One per machine. Sessions (backup components objects) are known by their identifiers. Results are those of the call
+/// that asks; nothing here is logged, and of the fault plan only the faults of deletions count here.
+class SnapshotService {
+ public:
+  explicit SnapshotService(Machine& machine);
+  ~SnapshotService();
+  SnapshotService(const SnapshotService&) = delete;
+  SnapshotService& operator=(const SnapshotService&) = delete;
+
+  /// The copies that this machine can see, in the order of their creation. Pointers hold until the next change.
+  std::vector<const ShadowCopy*> SurfacedCopies() const;
+  /// The surfaced copy whose own disk has this number; null when none has.
+  const ShadowCopy* CopyOnDisk(DWORD number) const;
+  /// The surfaced copy with this device, case ignored; null when none has it.
+  const ShadowCopy* CopyOfDevice(std::wstring_view device) const;
+
+  /// Opens the machine's only set under construction.
+  HRESULT StartSet(const GUID& session, LONG context, GUID& setId);
+  /// Adds a volume to the session's open set. A null provider means the best one that supports the volume.
+  HRESULT AddVolume(const GUID& session, std::wstring_view volume, const GUID& provider, GUID& copyId);
+  bool HasVolumes(const GUID& session) const;
+  /// Makes the copies of the session's open set, all or none, and closes the set in both cases.
+  HRESULT CommitSet(const GUID& session);
+  /// Closes the session's open set, if it has one.
+  void AbandonSet(const GUID& session);
+  HRESULT IsVolumeSupported(std::wstring_view volume, const GUID& provider, LONG context, bool& supported) const;
+
+  /// A copy that the service knows on this machine; null for any other.
+  const ShadowCopy* Find(const GUID& copyId) const;
+  /// Those that an object of this context sees; VSS_CTX_ALL sees every one.
+  std::vector<const ShadowCopy*> CopiesOfContext(LONG context) const;
+  /// Every copy of a set, also those that are not surfaced here.
+  std::vector<const ShadowCopy*> CopiesOfSet(const GUID& setId) const;
+
+  /// Deletes a copy or a set, one copy after the other, and stops at the first that its provider cannot delete:
+  /// `deleted` then counts those before it and `notDeleted` names it.
+  HRESULT Delete(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, GUID& notDeleted);
+  /// Whether a set can be broken: its copies must be surfaced here and belong to hardware providers.
+  HRESULT CanBreak(const GUID& setId) const;
+  HRESULT Break(const GUID& setId, DWORD flags);
+  /// Surfaces transportable copies, made here or elsewhere. The result of the asynchronous operation.
+  HRESULT Import(const GUID& session, std::span<const ShadowCopy> copies);
+  /// Removes a copy or every copy of a set, asking no provider: for a commit that was cancelled.
+  void Withdraw(GUID id);
+  /// The end of a session: its open set and its auto-release copies go.
+  void EndSession(const GUID& session);
+
+  std::vector<RaisedEvent> raisedEvents;
+
+ private:
+  struct PlannedCopy {
+    GUID id{};
+    Provider provider;
+    std::wstring volume;
+  };
+  struct OpenSet {
+    GUID session{};
+    GUID id{};
+    LONG context = 0;
+    std::vector<PlannedCopy> copies;
+  };
+  struct Location {
+    const Disk* disk = nullptr;
+    const Volume* volume = nullptr;
+  };
+
+  // The surfaced copies by what callers name them with.
+  struct Surfaced {
+    std::unordered_map<DWORD, const ShadowCopy*> byDisk;
+    std::unordered_map<std::wstring, const ShadowCopy*> byDevice;  // in lower case
+  };
+
+  const Surfaced& SurfacedNow() const;
+  OpenSet* OpenSetOf(const GUID& session);
+  std::optional<Location> Resolve(std::wstring_view name) const;
+  const Provider* FindProvider(const GUID& id) const;
+  HRESULT ChooseProvider(const GUID& wanted, LONG context, const Provider*& chosen) const;
+  bool ReachedLimit(const Provider& provider, LONG context, const std::wstring& volume) const;
+  ShadowCopy MakeCopy(const OpenSet& set, const PlannedCopy& planned, const Location& location);
+  void Surface(ShadowCopy& copy);
+  DWORD NextFreeDisk() const;
+  HRESULT AskToDelete(const ShadowCopy& copy) const;
+  std::vector<ShadowCopy*> KnownCopies(const GUID& id, VSS_OBJECT_TYPE type);
+
+  Machine& machine_;
+  std::list<ShadowCopy> copies_;
+  mutable std::optional<Surfaced> surfaced_;  // made when it is needed; whoever changes copies_ drops it
+  std::optional<OpenSet> openSet_;
+  std::vector<GUID> imported_;
+  unsigned devices_ = 0;
+};
+
+/// Whether a context leaves the writers out.
+bool IsWithoutWriters(LONG context);
+/// Whether SetContext takes it: one of the contexts with attributes that a requestor may add.
+bool IsValidContext(LONG context);
+
+}  // namespace varnel::simulator

@@ -1,0 +1,78 @@
+#include "simulator/vss/vss_async.h"
+
+#include <algorithm>
+
+#include "simulator/vss/com_object.h"
+
+namespace varnel::simulator {
+namespace {
+
+constexpr GUID kInterfaces[] = {kIidVssAsync};
+
+class Async final : public ComObject<IVssAsync> {
+ public:
+  Async(std::shared_ptr<Machine> machine, std::shared_ptr<AsyncOperation> operation)
+      : ComObject(std::move(machine), "IVssAsync", kInterfaces), operation_(std::move(operation)) {}
+
+  HRESULT STDMETHODCALLTYPE Cancel() override {
+    return Call(machine(), "IVssAsync::Cancel", NoArguments, [&] {
+      const bool running = operation_->IsRunning(machine().now);
+      if (running) {
+        operation_->result = VSS_S_ASYNC_CANCELLED;
+        operation_->endsAt = machine().now;
+      }
+      operation_->settled = true;
+      return running ? S_OK : operation_->result;
+    });
+  }
+
+  HRESULT STDMETHODCALLTYPE Wait(DWORD milliseconds) override {
+    return Call(
+        machine(), "IVssAsync::Wait",
+        [&] { return milliseconds == INFINITE ? std::string("INFINITE") : std::to_string(milliseconds); },
+        [&] {
+          PassTime(milliseconds);
+          operation_->settled = !operation_->IsRunning(machine().now);
+          return S_OK;
+        });
+  }
+
+  HRESULT STDMETHODCALLTYPE QueryStatus(HRESULT* result, INT* reserved) override {
+    HRESULT status = S_OK;
+    return Call(
+        machine(), "IVssAsync::QueryStatus", [&] { return "-> " + ResultName(status); },
+        [&] {
+          if (result == nullptr) return E_INVALIDARG;
+          const bool running = operation_->IsRunning(machine().now);
+          status = running ? VSS_S_ASYNC_PENDING : operation_->result;
+          if (!running) operation_->settled = true;
+          *result = status;
+          if (reserved != nullptr) *reserved = 0;
+          return S_OK;
+        });
+  }
+
+ private:
+  ~Async() override { operation_->settled = true; }
+
+  // An operation that never ends lets an endless wait return at once.
+  void PassTime(DWORD milliseconds) {
+    ULONGLONG& now = machine().now;
+    if (operation_->result == VSS_S_ASYNC_PENDING) {
+      if (milliseconds != INFINITE) now += milliseconds;
+      return;
+    }
+    const ULONGLONG left = operation_->endsAt > now ? operation_->endsAt - now : 0;
+    now += milliseconds == INFINITE ? left : std::min<ULONGLONG>(left, milliseconds);
+  }
+
+  std::shared_ptr<AsyncOperation> operation_;
+};
+
+}  // namespace
+
+IVssAsync* MakeAsync(std::shared_ptr<Machine> machine, std::shared_ptr<AsyncOperation> operation) {
+  return new Async(std::move(machine), std::move(operation));
+}
+
+}  // namespace varnel::simulator

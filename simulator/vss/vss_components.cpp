@@ -1,0 +1,280 @@
+#include "simulator/vss/vss_components.h"
+
+#include "simulator/vss/com_object.h"
+
+namespace varnel::simulator {
+namespace {
+
+constexpr GUID kComponentInterfaces[] = {kIidVssComponent, kIidVssComponentEx, kIidVssComponentEx2};
+
+// A component as a requestor sees it during a backup: what only writers may set is refused, what only restores fill is
+// empty.
+class Component final : public ComObject<IVssComponentEx2> {
+ public:
+  Component(std::shared_ptr<Machine> machine, std::shared_ptr<const SharedDocument> document, std::size_t writer,
+            std::size_t index)
+      : ComObject(std::move(machine), "IVssComponent", kComponentInterfaces),
+        document_(std::move(document)),
+        writer_(writer),
+        index_(index) {}
+
+  HRESULT STDMETHODCALLTYPE GetLogicalPath(BSTR* path) override {
+    return Text("IVssComponent::GetLogicalPath", component().logicalPath, path);
+  }
+  HRESULT STDMETHODCALLTYPE GetComponentType(VSS_COMPONENT_TYPE* type) override {
+    return Value("IVssComponent::GetComponentType", component().type, type);
+  }
+  HRESULT STDMETHODCALLTYPE GetComponentName(BSTR* name) override {
+    return Text("IVssComponent::GetComponentName", component().name, name);
+  }
+  HRESULT STDMETHODCALLTYPE GetBackupSucceeded(VssBool* succeeded) override {
+    const bool known = component().succeeded.has_value();
+    return Value("IVssComponent::GetBackupSucceeded", component().succeeded.value_or(false), succeeded,
+                 known ? S_OK : S_FALSE);
+  }
+  HRESULT STDMETHODCALLTYPE GetAlternateLocationMappingCount(UINT* mappings) override {
+    return Value("IVssComponent::GetAlternateLocationMappingCount", 0U, mappings);
+  }
+  HRESULT STDMETHODCALLTYPE GetAlternateLocationMapping(UINT index, IVssWMFiledesc** file) override {
+    return NoEntry("IVssComponent::GetAlternateLocationMapping", index, file);
+  }
+  HRESULT STDMETHODCALLTYPE SetBackupMetadata(LPCWSTR) override {
+    return OnlyWriters("IVssComponent::SetBackupMetadata");
+  }
+  HRESULT STDMETHODCALLTYPE GetBackupMetadata(BSTR* data) override {
+    return Text("IVssComponent::GetBackupMetadata", component().backupMetadata, data);
+  }
+  HRESULT STDMETHODCALLTYPE AddPartialFile(LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR) override {
+    return OnlyWriters("IVssComponent::AddPartialFile");
+  }
+  HRESULT STDMETHODCALLTYPE GetPartialFileCount(UINT* partialFiles) override {
+    return Value("IVssComponent::GetPartialFileCount", 0U, partialFiles);
+  }
+  HRESULT STDMETHODCALLTYPE GetPartialFile(UINT index, BSTR* path, BSTR* filename, BSTR* range,
+                                           BSTR* metadata) override {
+    return NoEntry("IVssComponent::GetPartialFile", index, path, filename, range, metadata);
+  }
+  HRESULT STDMETHODCALLTYPE IsSelectedForRestore(VssBool* selectedForRestore) override {
+    return Value("IVssComponent::IsSelectedForRestore", false, selectedForRestore);
+  }
+  HRESULT STDMETHODCALLTYPE GetAdditionalRestores(VssBool* additionalRestores) override {
+    return Value("IVssComponent::GetAdditionalRestores", false, additionalRestores);
+  }
+  HRESULT STDMETHODCALLTYPE GetNewTargetCount(UINT* newTargets) override {
+    return Value("IVssComponent::GetNewTargetCount", 0U, newTargets);
+  }
+  HRESULT STDMETHODCALLTYPE GetNewTarget(UINT index, IVssWMFiledesc** file) override {
+    return NoEntry("IVssComponent::GetNewTarget", index, file);
+  }
+  HRESULT STDMETHODCALLTYPE AddDirectedTarget(LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR) override {
+    return OnlyWriters("IVssComponent::AddDirectedTarget");
+  }
+  HRESULT STDMETHODCALLTYPE GetDirectedTargetCount(UINT* directedTargets) override {
+    return Value("IVssComponent::GetDirectedTargetCount", 0U, directedTargets);
+  }
+  HRESULT STDMETHODCALLTYPE GetDirectedTarget(UINT index, BSTR* sourcePath, BSTR* sourceFileName, BSTR* sourceRangeList,
+                                              BSTR* destinationPath, BSTR* destinationFilename,
+                                              BSTR* destinationRangeList) override {
+    return NoEntry("IVssComponent::GetDirectedTarget", index, sourcePath, sourceFileName, sourceRangeList,
+                   destinationPath, destinationFilename, destinationRangeList);
+  }
+  HRESULT STDMETHODCALLTYPE SetRestoreMetadata(LPCWSTR) override {
+    return OnlyWriters("IVssComponent::SetRestoreMetadata");
+  }
+  HRESULT STDMETHODCALLTYPE GetRestoreMetadata(BSTR* metadata) override {
+    return Text("IVssComponent::GetRestoreMetadata", std::nullopt, metadata);
+  }
+  HRESULT STDMETHODCALLTYPE SetRestoreTarget(VSS_RESTORE_TARGET) override {
+    return OnlyWriters("IVssComponent::SetRestoreTarget");
+  }
+  HRESULT STDMETHODCALLTYPE GetRestoreTarget(VSS_RESTORE_TARGET* target) override {
+    return Value("IVssComponent::GetRestoreTarget", VSS_RT_UNDEFINED, target);
+  }
+  HRESULT STDMETHODCALLTYPE SetPreRestoreFailureMsg(LPCWSTR) override {
+    return OnlyWriters("IVssComponent::SetPreRestoreFailureMsg");
+  }
+  HRESULT STDMETHODCALLTYPE GetPreRestoreFailureMsg(BSTR* message) override {
+    return Text("IVssComponent::GetPreRestoreFailureMsg", std::nullopt, message);
+  }
+  HRESULT STDMETHODCALLTYPE SetPostRestoreFailureMsg(LPCWSTR) override {
+    return OnlyWriters("IVssComponent::SetPostRestoreFailureMsg");
+  }
+  HRESULT STDMETHODCALLTYPE GetPostRestoreFailureMsg(BSTR* message) override {
+    return Text("IVssComponent::GetPostRestoreFailureMsg", std::nullopt, message);
+  }
+  HRESULT STDMETHODCALLTYPE SetBackupStamp(LPCWSTR) override { return OnlyWriters("IVssComponent::SetBackupStamp"); }
+  HRESULT STDMETHODCALLTYPE GetBackupStamp(BSTR* stamp) override {
+    return Text("IVssComponent::GetBackupStamp", component().backupStamp, stamp);
+  }
+  HRESULT STDMETHODCALLTYPE GetPreviousBackupStamp(BSTR* stamp) override {
+    return Text("IVssComponent::GetPreviousBackupStamp", component().previousBackupStamp, stamp);
+  }
+  HRESULT STDMETHODCALLTYPE GetBackupOptions(BSTR* options) override {
+    return Text("IVssComponent::GetBackupOptions", component().backupOptions, options);
+  }
+  HRESULT STDMETHODCALLTYPE GetRestoreOptions(BSTR* options) override {
+    return Text("IVssComponent::GetRestoreOptions", std::nullopt, options);
+  }
+  HRESULT STDMETHODCALLTYPE GetRestoreSubcomponentCount(UINT* subcomponents) override {
+    return Value("IVssComponent::GetRestoreSubcomponentCount", 0U, subcomponents);
+  }
+  HRESULT STDMETHODCALLTYPE GetRestoreSubcomponent(UINT index, BSTR* logicalPath, BSTR* componentName,
+                                                   VssBool*) override {
+    return NoEntry("IVssComponent::GetRestoreSubcomponent", index, logicalPath, componentName);
+  }
+  HRESULT STDMETHODCALLTYPE GetFileRestoreStatus(VSS_FILE_RESTORE_STATUS* status) override {
+    return Value("IVssComponent::GetFileRestoreStatus", VSS_RS_UNDEFINED, status);
+  }
+  HRESULT STDMETHODCALLTYPE AddDifferencedFilesByLastModifyTime(LPCWSTR, LPCWSTR, BOOL, FILETIME) override {
+    return OnlyWriters("IVssComponent::AddDifferencedFilesByLastModifyTime");
+  }
+  HRESULT STDMETHODCALLTYPE AddDifferencedFilesByLastModifyLSN(LPCWSTR, LPCWSTR, BOOL, BSTR) override {
+    return OnlyWriters("IVssComponent::AddDifferencedFilesByLastModifyLSN");
+  }
+  HRESULT STDMETHODCALLTYPE GetDifferencedFilesCount(UINT* differencedFiles) override {
+    return Value("IVssComponent::GetDifferencedFilesCount", 0U, differencedFiles);
+  }
+  HRESULT STDMETHODCALLTYPE GetDifferencedFile(UINT index, BSTR* path, BSTR* filespec, BOOL*, BSTR* lsn,
+                                               FILETIME*) override {
+    return NoEntry("IVssComponent::GetDifferencedFile", index, path, filespec, lsn);
+  }
+
+  HRESULT STDMETHODCALLTYPE SetPrepareForBackupFailureMsg(LPCWSTR) override {
+    return OnlyWriters("IVssComponentEx::SetPrepareForBackupFailureMsg");
+  }
+  HRESULT STDMETHODCALLTYPE SetPostSnapshotFailureMsg(LPCWSTR) override {
+    return OnlyWriters("IVssComponentEx::SetPostSnapshotFailureMsg");
+  }
+  HRESULT STDMETHODCALLTYPE GetPrepareForBackupFailureMsg(BSTR* message) override {
+    return Text("IVssComponentEx::GetPrepareForBackupFailureMsg", component().prepareForBackupFailure, message);
+  }
+  HRESULT STDMETHODCALLTYPE GetPostSnapshotFailureMsg(BSTR* message) override {
+    return Text("IVssComponentEx::GetPostSnapshotFailureMsg", component().postSnapshotFailure, message);
+  }
+  HRESULT STDMETHODCALLTYPE GetAuthoritativeRestore(VssBool* authoritative) override {
+    return Value("IVssComponentEx::GetAuthoritativeRestore", false, authoritative);
+  }
+  HRESULT STDMETHODCALLTYPE GetRollForward(VSS_ROLLFORWARD_TYPE* type, BSTR* point) override {
+    Clear(point);
+    return Value("IVssComponentEx::GetRollForward", VSS_RF_UNDEFINED, type);
+  }
+  HRESULT STDMETHODCALLTYPE GetRestoreName(BSTR* name) override {
+    return Text("IVssComponentEx::GetRestoreName", std::nullopt, name);
+  }
+
+  HRESULT STDMETHODCALLTYPE SetFailure(HRESULT, HRESULT, LPCWSTR, DWORD) override {
+    return OnlyWriters("IVssComponentEx2::SetFailure");
+  }
+  HRESULT STDMETHODCALLTYPE GetFailure(HRESULT* failure, HRESULT* applicationResult, BSTR* applicationMessage,
+                                       DWORD* reserved) override {
+    Clear(applicationMessage);
+    return Call(
+        machine(), "IVssComponentEx2::GetFailure",
+        [&] {
+          return "-> " + ArgumentList({ResultName(component().failure), ResultName(component().applicationResult)});
+        },
+        [&] {
+          if (failure == nullptr || applicationResult == nullptr || applicationMessage == nullptr ||
+              reserved == nullptr) {
+            return E_INVALIDARG;
+          }
+          *failure = component().failure;
+          *applicationResult = component().applicationResult;
+          *reserved = 0;
+          const HRESULT given = GiveOptionalText(machine(), component().applicationMessage, applicationMessage);
+          return FAILED(given) ? given : S_OK;
+        });
+  }
+
+ private:
+  ~Component() override = default;
+
+  const DocumentComponent& component() const { return document_->content.writers[writer_].components[index_]; }
+
+  HRESULT Text(std::string_view call, const std::optional<std::wstring>& text, BSTR* output) {
+    Clear(output);
+    return Call(machine(), call, NoArguments,
+                [&] { return output == nullptr ? E_INVALIDARG : GiveOptionalText(machine(), text, output); });
+  }
+
+  template <class T, class Output>
+  HRESULT Value(std::string_view call, T value, Output* output, HRESULT success = S_OK) {
+    return Call(machine(), call, NoArguments, [&] {
+      if (output == nullptr) return E_INVALIDARG;
+      *output = value;
+      return success;
+    });
+  }
+
+  template <class... Outputs>
+  HRESULT NoEntry(std::string_view call, UINT index, Outputs**... outputs) {
+    (Clear(outputs), ...);
+    return Call(machine(), call, OneNumber(index), [] { return VSS_E_OBJECT_NOT_FOUND; });
+  }
+
+  HRESULT OnlyWriters(std::string_view call) {
+    return Call(machine(), call, NoArguments, [] { return VSS_E_BAD_STATE; });
+  }
+
+  std::shared_ptr<const SharedDocument> document_;
+  std::size_t writer_;
+  std::size_t index_;
+};
+
+class WriterComponents final : public ComObject<IVssWriterComponentsExt> {
+ public:
+  WriterComponents(std::shared_ptr<Machine> machine, std::shared_ptr<const SharedDocument> document, std::size_t index)
+      : ComObject(std::move(machine), "IVssWriterComponentsExt", {}),
+        document_(std::move(document)),
+        phase_(document_->phase),
+        index_(index) {}
+
+  HRESULT STDMETHODCALLTYPE GetComponentCount(UINT* components) override {
+    return Call(machine(), "IVssWriterComponents::GetComponentCount", NoArguments, [&] {
+      if (components == nullptr) return E_INVALIDARG;
+      if (IsStale()) return VSS_E_BAD_STATE;
+      *components = static_cast<UINT>(writer().components.size());
+      return S_OK;
+    });
+  }
+
+  HRESULT STDMETHODCALLTYPE GetWriterInfo(VSS_ID* instance, VSS_ID* writerId) override {
+    return Call(machine(), "IVssWriterComponents::GetWriterInfo", NoArguments, [&] {
+      if (instance == nullptr || writerId == nullptr) return E_INVALIDARG;
+      if (IsStale()) return VSS_E_BAD_STATE;
+      *instance = writer().instanceId;
+      *writerId = writer().writerId;
+      return S_OK;
+    });
+  }
+
+  HRESULT STDMETHODCALLTYPE GetComponent(UINT index, IVssComponent** component) override {
+    Clear(component);
+    return Call(machine(), "IVssWriterComponents::GetComponent", OneNumber(index), [&] {
+      if (component == nullptr) return E_INVALIDARG;
+      if (IsStale()) return VSS_E_BAD_STATE;
+      if (index >= writer().components.size()) return VSS_E_OBJECT_NOT_FOUND;
+      *component = new Component(sharedMachine(), document_, index_, index);
+      return S_OK;
+    });
+  }
+
+ private:
+  ~WriterComponents() override = default;
+
+  bool IsStale() const { return document_->phase != phase_; }
+  const DocumentWriter& writer() const { return document_->content.writers[index_]; }
+
+  std::shared_ptr<const SharedDocument> document_;
+  unsigned phase_;
+  std::size_t index_;
+};
+
+}  // namespace
+
+IVssWriterComponentsExt* MakeWriterComponents(std::shared_ptr<Machine> machine,
+                                              std::shared_ptr<const SharedDocument> document, std::size_t index) {
+  return new WriterComponents(std::move(machine), std::move(document), index);
+}
+
+}  // namespace varnel::simulator

@@ -1,0 +1,153 @@
+#include "simulator/vss/writer_session.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "simulator/host_file/text.h"
+#include "simulator/vss/snapshot_service.h"
+
+namespace varnel::simulator {
+namespace {
+
+// Stands between the parts of a key: no path or name contains it.
+constexpr wchar_t kSeparator = L'\x1';
+
+bool Contains(const std::vector<GUID>& ids, const GUID& id) {
+  return std::find(ids.begin(), ids.end(), id) != ids.end();
+}
+
+std::wstring FullPath(std::wstring_view logicalPath, std::wstring_view name) {
+  std::wstring path(logicalPath);
+  if (!path.empty()) path += L'\\';
+  path += name;
+  return path;
+}
+
+}  // namespace
+
+std::wstring ComponentKey(std::wstring_view logicalPath, std::wstring_view name) {
+  std::wstring key = FoldAscii(logicalPath);
+  key += kSeparator;
+  key += FoldAscii(name);
+  return key;
+}
+
+std::wstring FullPathKey(std::wstring_view logicalPath, std::wstring_view name) {
+  std::wstring path = FoldAscii(FullPath(logicalPath, name));
+  path.erase(0, std::min(path.find_first_not_of(L'\\'), path.size()));
+  return path;
+}
+
+std::wstring ComponentIndex::TypedKey(VSS_COMPONENT_TYPE type, std::wstring_view logicalPath, std::wstring_view name) {
+  return ComponentKey(logicalPath, name) + kSeparator + std::to_wstring(static_cast<int>(type));
+}
+
+ComponentIndex::ComponentIndex(const Writer& writer) {
+  components_.reserve(writer.components.size());
+  for (const WriterComponent& component : writer.components) {
+    const std::wstring path = component.logicalPath.value_or(L"");
+    components_.emplace(TypedKey(component.type, path, component.name), &component);
+    if (component.selectable) selectablePaths_.insert(FoldAscii(FullPath(path, component.name)));
+  }
+}
+
+const WriterComponent* ComponentIndex::Find(VSS_COMPONENT_TYPE type, std::wstring_view logicalPath,
+                                            std::wstring_view name) const {
+  const auto found = components_.find(TypedKey(type, logicalPath, name));
+  return found == components_.end() ? nullptr : found->second;
+}
+
+bool ComponentIndex::HasSelectableAncestor(std::wstring_view logicalPath) const {
+  if (logicalPath.empty()) return false;
+  const std::wstring path = FoldAscii(logicalPath);
+  for (std::size_t end = path.find(L'\\'); end != std::wstring::npos; end = path.find(L'\\', end + 1)) {
+    if (selectablePaths_.contains(path.substr(0, end))) return true;
+  }
+  return selectablePaths_.contains(path);
+}
+
+void WriterSession::EnableClasses(std::vector<GUID> classes) {
+  if (!enabledClasses_) {
+    enabledClasses_ = std::move(classes);
+  } else {
+    enabledClasses_->insert(enabledClasses_->end(), classes.begin(), classes.end());
+  }
+}
+
+void WriterSession::DisableClasses(const std::vector<GUID>& classes) {
+  disabledClasses_.insert(disabledClasses_.end(), classes.begin(), classes.end());
+}
+
+void WriterSession::DisableInstances(const std::vector<GUID>& instances) {
+  disabledInstances_.insert(disabledInstances_.end(), instances.begin(), instances.end());
+}
+
+bool WriterSession::IsAllowed(const Writer& writer) const {
+  if (enabledClasses_ && !Contains(*enabledClasses_, writer.writerId)) return false;
+  return !Contains(disabledClasses_, writer.writerId) && !Contains(disabledInstances_, writer.instanceId);
+}
+
+void WriterSession::Identify() {
+  writers_.clear();
+  for (const Writer& writer : machine_.model.writers) {
+    if (!IsAllowed(writer)) continue;
+    const WriterFault* fault = machine_.faults.OnWriterEvent(writer.name, WriterEvent::identify);
+    machine_.snapshots->raisedEvents.push_back(
+        {writer.name, WriterEvent::identify, fault == nullptr ? S_OK : fault->failure});
+    if (fault != nullptr) continue;
+    // A copy, once per gathering: objects that were handed out outlive changes to the model.
+    writers_.push_back({std::make_shared<const Writer>(writer), {}, false, nullptr});
+  }
+}
+
+GatheredWriter* WriterSession::Find(const GUID& instanceId, const GUID& writerId) {
+  const auto found = std::find_if(writers_.begin(), writers_.end(), [&](const GatheredWriter& writer) {
+    return writer.data->instanceId == instanceId && writer.data->writerId == writerId;
+  });
+  return found == writers_.end() ? nullptr : &*found;
+}
+
+const ComponentIndex& WriterSession::IndexOf(GatheredWriter& writer) const {
+  if (writer.index == nullptr) writer.index = std::make_unique<const ComponentIndex>(*writer.data);
+  return *writer.index;
+}
+
+const WriterFault* WriterSession::Raise(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached,
+                                        VSS_WRITER_STATE failed) {
+  if (writer.status.HasFailed()) return nullptr;
+  const WriterFault* fault = machine_.faults.OnWriterEvent(writer.data->name, event);
+  machine_.snapshots->raisedEvents.push_back({writer.data->name, event, fault == nullptr ? S_OK : fault->failure});
+  if (fault == nullptr) {
+    writer.status.state = reached;
+    return nullptr;
+  }
+  Fail(writer, fault->state.value_or(failed), fault->failure);
+  writer.status.applicationResult = fault->applicationResult;
+  if (!fault->applicationMessage.empty()) writer.status.applicationMessage = fault->applicationMessage;
+  return fault;
+}
+
+void WriterSession::Fail(GatheredWriter& writer, VSS_WRITER_STATE failed, HRESULT failure) {
+  if (writer.status.HasFailed()) return;
+  writer.status.state = failed;
+  writer.status.failure = failure;
+}
+
+void WriterSession::Abort() {
+  for (GatheredWriter& writer : writers_) {
+    if (writer.takesPart) Abort(writer);
+  }
+}
+
+void WriterSession::Abort(GatheredWriter& writer) {
+  machine_.snapshots->raisedEvents.push_back({writer.data->name, std::nullopt, S_OK});
+  if (!writer.status.HasFailed()) writer.status.state = VSS_WS_STABLE;
+}
+
+void WriterSession::Shutdown() {
+  for (GatheredWriter& writer : writers_) {
+    if (writer.takesPart) Raise(writer, WriterEvent::backupShutdown, VSS_WS_STABLE, VSS_WS_FAILED_AT_BACKUPSHUTDOWN);
+  }
+}
+
+}  // namespace varnel::simulator

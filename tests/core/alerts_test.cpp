@@ -1,0 +1,861 @@
+// The alert records to the byte: what docs/alerts.md states, the edges of their room, and the values that go into them.
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "core/errors.h"
+#include "platform/ansi.h"
+#include "requestors/HyperVReq.h"
+#include "resources/catalog.h"
+#include "tests/support/alert_parts.h"
+#include "tests/support/host_fixture.h"
+#include "tests/support/snapshot_request.h"
+
+namespace varnel::test {
+namespace {
+
+using simulator::WriterEvent;
+using simulator::WriterFault;
+using testing::Contains;
+using testing::EndsWith;
+using testing::SizeIs;
+using testing::StartsWith;
+
+using Lines = std::vector<std::string>;
+
+constexpr std::string_view kDots = "...";
+
+// ---- The page ----
+
+// Without the carriage returns that a checkout may add.
+std::string ReadPage() {
+  std::ifstream file(std::filesystem::path(VARNEL_DOCS_DIR) / "alerts.md", std::ios::binary);
+  std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  std::erase(text, '\r');
+  return text;
+}
+
+Lines LinesOf(const std::string& text) {
+  Lines lines;
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size());
+    lines.push_back(text.substr(begin, end - begin));
+    begin = end + 1;
+  }
+  return lines;
+}
+
+// The lines below a heading, up to the next one of its rank or a higher one.
+Lines Section(const Lines& page, const std::string& heading) {
+  const std::string rank = heading.substr(0, heading.find(' '));
+  Lines section;
+  bool inside = false;
+  for (const std::string& line : page) {
+    const std::size_t hashes = line.find_first_not_of('#');
+    const bool ends = hashes != line.npos && hashes > 0 && hashes <= rank.size() && line[hashes] == ' ';
+    if (inside && ends) break;
+    if (inside) section.push_back(line);
+    inside = inside || line == heading;
+  }
+  return section;
+}
+
+std::string Trimmed(const std::string& text) {
+  const std::size_t begin = text.find_first_not_of(' ');
+  return begin == text.npos ? "" : text.substr(begin, text.find_last_not_of(' ') - begin + 1);
+}
+
+using Row = std::vector<std::string>;
+
+// The rows of every table in the lines, without their head; a cell is what stands between two bars.
+std::vector<Row> Rows(const Lines& lines) {
+  std::vector<Row> rows;
+  bool body = false;
+  for (const std::string& line : lines) {
+    if (!line.starts_with("|")) {
+      body = false;
+      continue;
+    }
+    if (line.starts_with("|---")) {
+      body = true;
+      continue;
+    }
+    if (!body) continue;
+    Row row;
+    for (std::size_t begin = 1; begin < line.size();) {
+      const std::size_t end = std::min(line.find('|', begin), line.size());
+      row.push_back(Trimmed(line.substr(begin, end - begin)));
+      begin = end + 1;
+    }
+    rows.push_back(std::move(row));
+  }
+  return rows;
+}
+
+// A text as the page shows it: line breaks as "\n".
+std::string Shown(std::string_view text) {
+  std::string shown;
+  for (const char c : text) {
+    if (c == '\n') {
+      shown += "\\n";
+    } else {
+      shown += c;
+    }
+  }
+  return shown;
+}
+
+std::string Code(std::string_view text) {
+  return "`" + Shown(text) + "`";
+}
+
+// What the page says of one record.
+struct RecordOnPage {
+  std::string example;
+  std::map<std::string, std::string> rows;
+};
+
+RecordOnPage ReadRecord(const Lines& section) {
+  RecordOnPage record;
+  const auto fence = std::find(section.begin(), section.end(), "```text");
+  if (fence != section.end() && fence + 1 != section.end()) record.example = *(fence + 1);
+  for (const Row& row : Rows(section)) record.rows.emplace(row.at(0), row.at(1));
+  return record;
+}
+
+// The keys of a record's details, in order: what is neither its first field nor its reason and actions.
+Lines DetailKeys(const AlertRecord& record) {
+  const std::set<std::string> others = {"status", "RequestStatus", "rc", "ca"};
+  const AlertParts parts = PartsOf(record);
+  const std::string text = parts.Join(Lines(parts.values.size()));
+  Lines keys;
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find(", ", begin), text.size());
+    const std::string field = text.substr(begin, end - begin);
+    const std::string key = Trimmed(field.substr(0, field.find('=')));
+    const bool isDetail = field.find('=') != field.npos && !key.empty() && !others.contains(key);
+    if (isDetail) keys.push_back(key);
+    begin = end + 2;
+  }
+  return keys;
+}
+
+// The values of a key over all records: of "rc", every reason.
+std::set<std::string> WordsOf(const std::string& key) {
+  std::set<std::string> words;
+  for (const AlertRecord* record : alert::All()) {
+    const std::string format = record->format;
+    const std::string mark = " " + key + "=";
+    for (std::size_t at = format.find(mark); at != format.npos; at = format.find(mark, at + 1)) {
+      const std::size_t begin = at + mark.size();
+      words.insert(format.substr(begin, std::min(format.find_first_of(",;", begin), format.size()) - begin));
+    }
+  }
+  return words;
+}
+
+std::string CatalogText(int id) {
+  for (const CatalogEntry& entry : Catalog()) {
+    if (entry.id == id) return WideToUtf8(entry.text);
+  }
+  return "there is no such message";
+}
+
+// The values of the page's examples, by the record's place.
+const std::vector<std::vector<FormatArgument>>& ExampleValues() {
+  constexpr auto kApplicationError = static_cast<HRESULT>(0x80040E14);
+  static const std::vector<std::vector<FormatArgument>> kValues = {
+      {"m_pVssObject->StartSnapshotSet()", L"VSS_E_BAD_STATE"},
+      {L"SqlServerWriter", L"VSS_E_WRITERERROR_RETRYABLE", L"VSS_WS_FAILED_AT_FREEZE", kApplicationError, L"log full"},
+      {L"\\HOST\\sales", L"VSS_E_WRITERERROR_NONRETRYABLE", kApplicationError, L"log full"},
+      {L"E_OUTOFMEMORY"},
+      {"pAsync->QueryStatus()", L"VSS_E_HOLD_WRITES_TIMEOUT"},
+      {},
+      {},
+      {L"\\HOST\\sales"},
+      {},
+      {2, 0},
+      {2, 1},
+      {},
+      {},
+      {},
+      {L"E_OUTOFMEMORY"},
+      {},
+      {},
+  };
+  return kValues;
+}
+
+class AlertPage : public testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_FALSE(page_.empty()) << "docs/alerts.md cannot be read";
+    for (const std::string& line : Section(page_, "## The records")) {
+      if (line.starts_with("### ")) headings_.push_back(line);
+    }
+    ASSERT_THAT(headings_, SizeIs(alert::All().size()));
+  }
+  const AlertRecord& record(std::size_t i) const { return *alert::All()[i]; }
+  Lines section(std::size_t i) const { return Section(page_, headings_.at(i)); }
+  std::string row(std::size_t i, const std::string& name) const {
+    const RecordOnPage record = ReadRecord(section(i));
+    const auto found = record.rows.find(name);
+    return found == record.rows.end() ? "there is no such row" : found->second;
+  }
+
+  const Lines page_ = LinesOf(ReadPage());
+  Lines headings_;
+};
+
+TEST_F(AlertPage, NumbersTheRecordsInTheOrderOfTheTable) {
+  for (std::size_t i = 0; i < headings_.size(); ++i) {
+    EXPECT_THAT(headings_[i], StartsWith("### " + std::to_string(i + 1) + ". "));
+  }
+}
+
+TEST_F(AlertPage, StatesEveryRecordAsTheTableHasIt) {
+  for (std::size_t i = 0; i < headings_.size(); ++i) {
+    SCOPED_TRACE(headings_[i]);
+    EXPECT_EQ(row(i, "format"), Code(record(i).format));
+    EXPECT_THAT(row(i, "tag"), StartsWith(record(i).tag == nullptr ? "none" : Code(record(i).tag)));
+    EXPECT_THAT(row(i, "ending"), StartsWith(*record(i).ending == '\0' ? "none" : Code(record(i).ending)));
+    EXPECT_EQ(row(i, "longest"), std::to_string(record(i).bytes - 1));
+    const std::string level = record(i).category == CFileLog::Warning ? "warning" : "error";
+    EXPECT_EQ(row(i, "log"), level + ", `\"" + WideToUtf8(record(i).logFormat) + "\"`");
+  }
+}
+
+TEST_F(AlertPage, ShowsWhatTheLibraryWrites) {
+  ASSERT_THAT(ExampleValues(), SizeIs(headings_.size()));
+  for (std::size_t i = 0; i < headings_.size(); ++i) {
+    SCOPED_TRACE(headings_[i]);
+    std::string written;
+    WriteAlertWith(record(i), ExampleValues()[i], written);
+    if (written.ends_with('\n')) written.pop_back();
+    EXPECT_EQ(ReadRecord(section(i)).example, written);
+  }
+}
+
+TEST_F(AlertPage, ExplainsEveryFieldOfEveryRecord) {
+  for (std::size_t i = 0; i < headings_.size(); ++i) {
+    SCOPED_TRACE(headings_[i]);
+    Lines explained;
+    for (const Row& row : Rows(section(i))) {
+      const bool isKey = row.at(0).starts_with('`') && row.at(0).ends_with('`');
+      if (isKey) explained.push_back(row.at(0).substr(1, row.at(0).size() - 2));
+    }
+    EXPECT_EQ(explained, DetailKeys(record(i)));
+  }
+}
+
+TEST_F(AlertPage, SaysOfEveryRecordWhenItIsWrittenWhatFollowsAndWhatToDo) {
+  for (std::size_t i = 0; i < headings_.size(); ++i) {
+    SCOPED_TRACE(headings_[i]);
+    EXPECT_THAT(section(i), Contains(StartsWith("- Written when: ")));
+    EXPECT_THAT(section(i), Contains(StartsWith("- What follows: ")));
+    EXPECT_THAT(section(i), Contains(StartsWith("- What to do: ")));
+  }
+}
+
+TEST_F(AlertPage, ListsEveryReasonAndEveryAction) {
+  for (const auto& [heading, key] : {std::pair{"## Reasons", "rc"}, std::pair{"## Actions", "ca"}}) {
+    std::set<std::string> listed;
+    for (const Row& row : Rows(Section(page_, heading))) listed.insert(row.at(0));
+    std::set<std::string> used;
+    for (const std::string& word : WordsOf(key)) used.insert(Code(word));
+    EXPECT_EQ(listed, used) << heading;
+  }
+}
+
+TEST_F(AlertPage, ListsEveryAlertCodeByItsName) {
+  std::map<std::string, std::string> listed;
+  for (const Row& row : Rows(Section(page_, "## Alert codes"))) listed.emplace(row.at(0), row.at(1));
+  const std::map<std::string, std::string> codes = {
+      {std::to_string(VarnelException::WriterFailure), "`WriterFailure`"},
+      {std::to_string(VarnelException::PartialSuccess), "`PartialSuccess`"},
+      {std::to_string(VarnelException::ConfigurationError), "`ConfigurationError`"},
+      {std::to_string(VarnelException::VerificationFailure), "`VerificationFailure`"},
+      {std::to_string(VarnelException::ExtraVolumes), "`ExtraVolumes`"}};
+  EXPECT_EQ(listed, codes);
+  EXPECT_TRUE(listed.contains("600") && listed.contains("603") && listed.contains("701"));
+}
+
+TEST_F(AlertPage, GivesTheMessagesOfTheCatalog) {
+  std::set<std::string> listed;
+  for (const Row& row : Rows(Section(page_, "## Messages"))) {
+    EXPECT_EQ(row.at(1), Code(CatalogText(std::stoi(row.at(0)))));
+    EXPECT_TRUE(listed.insert(row.at(0)).second) << row.at(0) << " stands there twice";
+  }
+  // Those below are the host agent's own.
+  for (const CatalogEntry& entry : Catalog()) {
+    if (entry.id < 107 || entry.id >= 250) continue;
+    EXPECT_EQ(listed.count(std::to_string(entry.id)), 1u) << entry.id;
+  }
+}
+
+TEST_F(AlertPage, GivesTheValidationResultsWithTheirRecords) {
+  const std::map<std::string, const AlertRecord*> records = {
+      {"250", &alert::kMixedCsv},     {"251", &alert::kClusterDisk},   {"252", &alert::kValidationException},
+      {"253", &alert::kMixedCluster}, {"254", &alert::kUnsupportedOs}, {"255", &alert::kMissingHotfixes}};
+  std::set<std::string> listed;
+  for (const Row& row : Rows(Section(page_, "## Validation results"))) {
+    SCOPED_TRACE(row.at(0));
+    listed.insert(row.at(0));
+    ASSERT_TRUE(records.contains(row.at(0)));
+    EXPECT_EQ(&record(std::stoul(row.at(1)) - 1), records.at(row.at(0)));
+    EXPECT_THAT(section(std::stoul(row.at(1)) - 1), Contains(HasSubstr("returns " + row.at(0))));
+    EXPECT_EQ(row.at(2), Code(CatalogText(std::stoi(row.at(0)))));
+  }
+  EXPECT_THAT(listed, SizeIs(records.size()));
+}
+
+// ---- Taking the error details apart ----
+
+// A record, and the lists that belong to it.
+struct SplitRecord {
+  std::string record;
+  Lines lists;
+};
+
+bool IsComplete(const std::string& record) {
+  const std::size_t reason = record.find("rc=");
+  return reason != record.npos && record.find("ca=", reason) != record.npos;
+}
+
+// The cuts of the page's second rule.
+Lines Cut(const std::string& details) {
+  Lines pieces = {""};
+  for (const char c : details) {
+    std::string& piece = pieces.back();
+    piece += c;
+    if (piece.ends_with(";\n") || piece.ends_with(":\n") || piece.ends_with("ca=ContactSupport")) {
+      pieces.emplace_back();
+    }
+  }
+  if (pieces.back().empty()) pieces.pop_back();
+  return pieces;
+}
+
+// The page's rules, the request text left out already.
+std::vector<SplitRecord> Split(const std::string& details) {
+  std::vector<SplitRecord> records;
+  for (const std::string& piece : Cut(details)) {
+    if (!records.empty() && !IsComplete(records.back().record)) {
+      records.back().record += piece;
+    } else if (!records.empty() && piece.find("rc=") == piece.npos) {
+      records.back().lists.push_back(piece);
+    } else {
+      records.push_back({piece, {}});
+    }
+  }
+  return records;
+}
+
+// The value of a key that stands in front of `before`.
+std::string Between(const std::string& record, const std::string& key, const std::string& before) {
+  const std::size_t begin = record.find(key) + key.size();
+  return record.substr(begin, record.rfind(before) - begin);
+}
+
+class SplitDetails : public HostFixture {
+ protected:
+  /// A writer with one component on TSL0001.
+  void SetUp() override {
+    simulator::HostModel model = SmallHost();
+    model.writers = {MakeWriter(L"Mail", 1, {MakeComponent(L"mail", L"db1", {L"E:\\db1"})})};
+    Install(std::move(model));
+  }
+  WriterFault FreezeFault(std::wstring message) {
+    WriterFault fault;
+    fault.writer = L"Mail";
+    fault.event = WriterEvent::freeze;
+    fault.failure = VSS_E_WRITERERROR_RETRYABLE;
+    fault.applicationResult = static_cast<HRESULT>(0x80040E14);
+    fault.applicationMessage = std::move(message);
+    return fault;
+  }
+};
+
+// The record and what its writer appends behind it.
+std::string Written(std::size_t i) {
+  std::string details;
+  WriteAlertWith(*alert::All()[i], ExampleValues().at(i), details);
+  const AlertRecord* record = alert::All()[i];
+  const bool hasLists =
+      record == &alert::kMixedCluster || record == &alert::kMixedCsv || record == &alert::kClusterDisk;
+  return hasLists ? details + "Clustered:F:\\,G:\\;\n" : details;
+}
+
+TEST_F(SplitDetails, AnyTwoRecordsComeApart) {
+  for (std::size_t i = 0; i < alert::All().size(); ++i) {
+    for (std::size_t j = 0; j < alert::All().size(); ++j) {
+      const std::vector<SplitRecord> records = Split(Written(i) + Written(j));
+      SCOPED_TRACE(Written(i) + Written(j));
+      ASSERT_THAT(records, SizeIs(2));
+      EXPECT_EQ(records[0].record, Written(i));
+      EXPECT_EQ(records[1].record, Written(j));
+    }
+  }
+}
+
+TEST_F(SplitDetails, TheListsOfAMismatchBelongToItsRecord) {
+  SnapshotRequest request({.serialNumbers = {L"TSL0002", L"TSL0009"}});
+  ASSERT_EQ(request.StartAndCreate().alertCode, 602);
+
+  const std::vector<SplitRecord> records = Split(request.alerts());
+
+  ASSERT_THAT(records, SizeIs(1));
+  EXPECT_THAT(records[0].record, StartsWith("status=LunMismatch, VolCollVolumes=2, "));
+  EXPECT_THAT(records[0].lists, ElementsAre("Input list of volumes in volume collection: TSL0002, TSL0009;\n",
+                                            "List of volumes used by application writer : ;\n"));
+}
+
+TEST_F(SplitDetails, TheListOfExtraVolumesEndsInAColon) {
+  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  ASSERT_EQ(request.StartAndCreate().alertCode, 701);
+
+  const std::vector<SplitRecord> records = Split(request.alerts());
+
+  ASSERT_THAT(records, SizeIs(1));
+  EXPECT_THAT(records[0].record, StartsWith("status=ExtarVolumesInVolColl, "));
+  EXPECT_THAT(records[0].lists, ElementsAre("Extra volumes in volume collection are:TSL0002:\n"));
+}
+
+TEST_F(SplitDetails, ARecordBehindAnAsynchronousFailureIsCutOff) {
+  host().faults().FailAsync("DoSnapshotSet", VSS_E_HOLD_WRITES_TIMEOUT);
+  SnapshotRequest request;
+  const Outcome outcome = request.StartAndCreate();
+  ASSERT_EQ(outcome, Outcome::Thrown(VSS_E_HOLD_WRITES_TIMEOUT));
+  host().faults().FailCall("IVssBackupComponents::BreakSnapshotSet", static_cast<DWORD>(VSS_E_BAD_STATE));
+  EXPECT_EQ(OutcomeOf([&] { request.requestor.BreakSnapshotSet(request.details()); }),
+            Outcome::Thrown(VSS_E_BAD_STATE));
+
+  const std::vector<SplitRecord> records = Split(request.alerts());
+
+  ASSERT_THAT(records, SizeIs(2));
+  EXPECT_EQ(records[0].record,
+            "RequestStatus=QueryStatus(), Function=pAsync->QueryStatus(), Error=VSS_E_HOLD_WRITES_TIMEOUT, "
+            "rc=SystemError, ca=ContactSupport");
+  EXPECT_EQ(records[1].record,
+            "m_pVssObject->BreakSnapshotSet()=Failed, error=VSS_E_BAD_STATE, rc=COMMError, ca=ContactTechSupport;\n");
+}
+
+TEST_F(SplitDetails, ALineBreakInsideAMessageDoesNotEndItsRecord) {
+  const std::wstring message = L"first;\nsecond:\nthird, a=\"b\";\r\n";
+  host().faults().FailWriter(FreezeFault(message));
+  SnapshotRequest request;
+  ASSERT_EQ(request.StartAndCreate().alertCode, 600);
+
+  const std::vector<SplitRecord> records = Split(request.alerts());
+
+  ASSERT_THAT(records, SizeIs(1));
+  EXPECT_EQ(Between(records[0].record, "ApplicationMsg=", ", rc="), WideToUtf8(message));
+  EXPECT_THAT(records[0].record, EndsWith(", rc=VssWriterStatusError, ca=CheckWriterState;\n"));
+}
+
+TEST_F(SplitDetails, TheNamesOfVolumesFollowTheirRecordDirectly) {
+  host().model().cluster = simulator::ClusterNode{L"CLU01", {}};
+  host().model().disks[1].clustered = true;
+  TesselCommonClasses::DiskAndVolumeEnumerator enumerator;
+  HyperVReq requestor(0);
+  requestor.SetDiskAndVolumeEnumeratorObj(&enumerator);
+  std::string status;
+  std::string details;
+
+  EXPECT_EQ(requestor.ValidateVolumes({WideToAnsi(VolumeName(1)), WideToAnsi(VolumeName(2))}, status, details, {}, ""),
+            253u);
+
+  ASSERT_THAT(Split(details), SizeIs(1));
+  EXPECT_EQ(details,
+            "Error, status=TesselHyperVValidation_MixOfStandalone_ClusterVolumes, rc=ConfigError, "
+            "ca=CheckVolumeCollectionClustered:" +
+                WideToAnsi(VolumeName(1)) + "Standalone:" + WideToAnsi(VolumeName(2)) + ";\n");
+}
+
+// ---- The room of a record ----
+
+// The values of one record, each text and each number the same.
+class Values {
+ public:
+  Values(const AlertRecord& record, const std::wstring& text, std::uint32_t number)
+      : parts_(PartsOf(record)), texts_(parts_.values.size(), text), number_(number) {}
+
+  std::wstring& text(std::size_t slot) { return texts_[slot]; }
+  const AlertParts& parts() const { return parts_; }
+  bool IsText(std::size_t slot) const { return parts_.values[slot] == AlertValue::text; }
+
+  std::vector<FormatArgument> Arguments() const {
+    std::vector<FormatArgument> arguments;
+    for (std::size_t slot = 0; slot < texts_.size(); ++slot) {
+      arguments.push_back(IsText(slot) ? FormatArgument(texts_[slot]) : FormatArgument(number_));
+    }
+    return arguments;
+  }
+  /// The values as they stand in a record that has room for them.
+  Lines Shown() const {
+    Lines shown;
+    for (std::size_t slot = 0; slot < texts_.size(); ++slot) {
+      const char* format = parts_.values[slot] == AlertValue::decimal ? "%d" : "%x";
+      shown.push_back(IsText(slot) ? WideToUtf8Lossy(texts_[slot]) : FormatNarrow(format, {number_}));
+    }
+    return shown;
+  }
+  std::string Whole() const { return parts_.Join(Shown()); }
+
+ private:
+  AlertParts parts_;
+  std::vector<std::wstring> texts_;
+  std::uint32_t number_;
+};
+
+std::string Format(const AlertRecord& record, const Values& values) {
+  return FormatAlertWith(record, values.Arguments());
+}
+
+// Every text of every record, but for the call's name, which gives way last.
+struct Slot {
+  const AlertRecord* record;
+  std::size_t slot;
+};
+
+std::vector<Slot> TextSlots() {
+  std::vector<Slot> slots;
+  for (const AlertRecord* record : alert::All()) {
+    const AlertParts parts = PartsOf(*record);
+    for (std::size_t slot = record->tag == nullptr ? 1 : 0; slot < parts.values.size(); ++slot) {
+      if (parts.values[slot] == AlertValue::text) slots.push_back({record, slot});
+    }
+  }
+  return slots;
+}
+
+// The values with one text of such a length that the record would be `bytes` long.
+Values FilledTo(const Slot& place, std::size_t bytes) {
+  Values values(*place.record, L"v", 7);
+  values.text(place.slot).clear();
+  values.text(place.slot).assign(bytes - values.Whole().size(), L'x');
+  return values;
+}
+
+TEST(AlertRoom, ThirteenTextsBesideTheCallsNameAreTried) {
+  EXPECT_EQ(TextSlots().size(), 13u);
+}
+
+TEST(AlertRoom, ARecordThatFillsItsRoomExactlyIsWhole) {
+  for (const Slot& place : TextSlots()) {
+    SCOPED_TRACE(std::string(place.record->format) + " " + std::to_string(place.slot));
+    const Values values = FilledTo(place, place.record->bytes - 1);
+    const std::string text = Format(*place.record, values);
+    EXPECT_EQ(text, values.Whole());
+    EXPECT_EQ(text.size(), place.record->bytes - 1);
+  }
+}
+
+TEST(AlertRoom, OneByteTooManyCostsTheLongestTextThreeMoreForTheDots) {
+  for (const Slot& place : TextSlots()) {
+    SCOPED_TRACE(std::string(place.record->format) + " " + std::to_string(place.slot));
+    const Values values = FilledTo(place, place.record->bytes);
+    Lines shown = values.Shown();
+    shown[place.slot].replace(shown[place.slot].size() - kDots.size() - 1, kDots.size() + 1, kDots);
+    EXPECT_EQ(Format(*place.record, values), values.parts().Join(shown));
+    EXPECT_EQ(values.parts().Join(shown).size(), place.record->bytes - 1);
+  }
+}
+
+TEST(AlertRoom, EveryLengthAroundTheLimitIsExactToTheByte) {
+  for (const Slot& place : TextSlots()) {
+    for (std::size_t excess = 0; excess < 12; ++excess) {
+      const Values values = FilledTo(place, place.record->bytes - 6 + excess);
+      const std::string whole = values.Whole();
+      const std::string text = Format(*place.record, values);
+      EXPECT_EQ(text.size(), std::min(whole.size(), place.record->bytes - 1)) << place.record->format;
+      EXPECT_EQ(text == whole, whole.size() < place.record->bytes) << place.record->format;
+    }
+  }
+}
+
+TEST(AlertRoom, ACharacterOfSeveralBytesGoesAltogether) {
+  for (const Slot& place : TextSlots()) {
+    for (std::size_t shift = 0; shift < 4; ++shift) {
+      Values values = FilledTo(place, place.record->bytes - 60);
+      values.text(place.slot) += std::wstring(shift, L'y');
+      for (int i = 0; i < 30; ++i) values.text(place.slot) += L"\U0001F680";
+      const std::string text = Format(*place.record, values);
+      EXPECT_NO_THROW(Utf8ToWide(text));
+      EXPECT_THAT(text, HasSubstr("\xF0\x9F\x9A\x80..."));
+      EXPECT_LT(text.size(), place.record->bytes);
+      EXPECT_GE(text.size(), place.record->bytes - 4);
+    }
+  }
+}
+
+TEST(AlertRoom, ACallsNameGivesWayOnlyWhenNothingElseIsLeft) {
+  const std::size_t fixed = PartsOf(alert::kComError).Join({"", ""}).size();
+  const std::string call(2047 - fixed - kDots.size(), 'c');
+  const std::string text = FormatAlert(alert::kComError, {call, std::wstring(500, L'e')});
+  EXPECT_EQ(text, PartsOf(alert::kComError).Join({call, "..."}));
+  EXPECT_EQ(text.size(), 2047u);
+
+  const std::string longer = FormatAlert(alert::kComError, {call + "c", std::wstring(500, L'e')});
+  EXPECT_EQ(longer.size(), 2047u);
+  EXPECT_THAT(longer, StartsWith("ccc"));
+  EXPECT_THAT(longer, HasSubstr("c...=Failed, error=..., rc=COMMError"));
+}
+
+// What became of a text of one letter: how many of it are left, and whether dots follow them.
+struct Kept {
+  std::size_t letters = 0;
+  bool shortened = false;
+};
+
+// Reads a record whose nth text is a run of the nth letter.
+std::optional<std::vector<Kept>> ReadRuns(const std::string& text, const AlertParts& parts, const std::string& number) {
+  std::vector<Kept> kept(parts.values.size());
+  std::string_view rest = text;
+  for (std::size_t slot = 0; slot <= parts.values.size(); ++slot) {
+    if (!rest.starts_with(parts.literals[slot])) return std::nullopt;
+    rest.remove_prefix(parts.literals[slot].size());
+    if (slot == parts.values.size()) break;
+    if (parts.values[slot] != AlertValue::text) {
+      rest.remove_prefix(number.size());
+      continue;
+    }
+    kept[slot].letters = std::min(rest.find_first_not_of(static_cast<char>('A' + slot)), rest.size());
+    rest.remove_prefix(kept[slot].letters);
+    kept[slot].shortened = rest.starts_with(kDots);
+    if (kept[slot].shortened) rest.remove_prefix(kDots.size());
+  }
+  return rest.empty() ? std::optional(kept) : std::nullopt;
+}
+
+// All combinations of these lengths for the texts of a record; its numbers have none.
+void ForEachCombination(const AlertParts& parts, const auto& visit) {
+  const std::vector<std::size_t> lengths = {0, 1, 4, 400, 1900, 5000};
+  std::vector<std::size_t> chosen(parts.values.size(), 0);
+  const auto choices = [&](std::size_t slot) { return parts.values[slot] == AlertValue::text ? lengths.size() : 1; };
+  for (;;) {
+    std::vector<std::size_t> combination;
+    combination.reserve(chosen.size());
+    for (const std::size_t choice : chosen) combination.push_back(lengths[choice]);
+    visit(combination);
+    std::size_t slot = 0;
+    while (slot < chosen.size() && ++chosen[slot] == choices(slot)) chosen[slot++] = 0;
+    if (slot == chosen.size()) return;
+  }
+}
+
+Values Runs(const AlertRecord& record, const std::vector<std::size_t>& lengths, std::uint32_t number) {
+  Values values(record, L"", number);
+  for (std::size_t slot = 0; slot < lengths.size(); ++slot) {
+    if (values.IsText(slot)) values.text(slot).assign(lengths[slot], static_cast<wchar_t>(L'A' + slot));
+  }
+  return values;
+}
+
+// Longer texts give way before shorter ones, and none more than it must.
+void ExpectFairShortening(const std::vector<Kept>& kept, const std::vector<std::size_t>& lengths,
+                          const Values& values) {
+  auto shortestCut = static_cast<std::size_t>(-1);
+  std::size_t longestWhole = 0;
+  int halves = 0;
+  for (std::size_t slot = 0; slot < kept.size(); ++slot) {
+    if (!values.IsText(slot)) continue;
+    if (!kept[slot].shortened) {
+      EXPECT_EQ(kept[slot].letters, lengths[slot]);
+      longestWhole = std::max(longestWhole, lengths[slot]);
+      continue;
+    }
+    shortestCut = std::min(shortestCut, lengths[slot]);
+    if (kept[slot].letters > 0) ++halves;
+  }
+  EXPECT_GE(shortestCut, longestWhole);
+  EXPECT_LE(halves, 1) << "the longest goes altogether before the next is cut";
+}
+
+TEST(AlertRoom, SeveralLongValuesAtOnceNeverOverrunAndGiveWayByLength) {
+  for (const AlertRecord* record : alert::All()) {
+    const AlertParts parts = PartsOf(*record);
+    if (record->tag == nullptr || !parts.HasText()) continue;
+    ForEachCombination(parts, [&](const std::vector<std::size_t>& lengths) {
+      const Values values = Runs(*record, lengths, 0xFFFFFFFF);
+      const std::string text = Format(*record, values);
+      SCOPED_TRACE(testing::PrintToString(lengths));
+      ASSERT_LT(text.size(), record->bytes);
+      const auto kept = ReadRuns(text, parts, "ffffffff");
+      ASSERT_TRUE(kept) << text;
+      if (values.Whole().size() < record->bytes) {
+        EXPECT_EQ(text, values.Whole());
+      } else {
+        EXPECT_EQ(text.size(), record->bytes - 1);
+        ExpectFairShortening(*kept, lengths, values);
+      }
+    });
+  }
+}
+
+// ---- The values ----
+
+TEST(AlertValues, MayAllBeEmpty) {
+  for (const AlertRecord* record : alert::All()) {
+    const Values values(*record, L"", 0);
+    EXPECT_EQ(Format(*record, values), values.Whole());
+  }
+  EXPECT_EQ(FormatAlert(alert::kWriterFailure, {L"", L"", L"", 0, L""}),
+            "RequestStatus=WriterFailure, WriterName=, WriterError=, WriterStatus=, ApplicationError=0x0, "
+            "ApplicationMsg=, rc=VssWriterStatusError, ca=CheckWriterState;\n");
+  EXPECT_EQ(FormatAlert(alert::kComError, {"", L""}), "=Failed, error=, rc=COMMError, ca=ContactTechSupport;");
+}
+
+TEST(AlertValues, ANullTextIsAnEmptyOne) {
+  const wchar_t* wide = nullptr;
+  const char* narrow = nullptr;
+  EXPECT_EQ(FormatAlert(alert::kQueryStatus, {narrow, wide}),
+            "RequestStatus=QueryStatus(), Function=, Error=, rc=SystemError, ca=ContactSupport");
+}
+
+TEST(AlertValues, EveryKindOfCharacterGoesInAsItIs) {
+  using namespace std::string_literals;
+  const std::vector<std::pair<std::wstring, std::string>> texts = {
+      {LR"("quoted" and 'quoted')", R"("quoted" and 'quoted')"},
+      {L", rc=Fake, ca=Fake;", ", rc=Fake, ca=Fake;"},
+      {L";\nstatus=Fake\r\n\t", ";\nstatus=Fake\r\n\t"},
+      {L"100% %s %n %d %%", "100% %s %n %d %%"},
+      {LR"(\path\with \n)", R"(\path\with \n)"},
+      {L"a\0b\0"s, "a\0b\0"s},
+      {L"\x01\x1B\x7F", "\x01\x1B\x7F"},
+      {L"...", "..."},
+      {L"\u00C4\u0416\u65E5", "\xC3\x84\xD0\x96\xE6\x97\xA5"},
+      {L"\U0001F680\U0010FFFF", "\xF0\x9F\x9A\x80\xF4\x8F\xBF\xBF"},
+      {L"\uFEFF\u2028\u200B\uFFFD", "\xEF\xBB\xBF\xE2\x80\xA8\xE2\x80\x8B\xEF\xBF\xBD"},
+      {{static_cast<wchar_t>(0xD83D), static_cast<wchar_t>(0xDE80)}, "\xF0\x9F\x9A\x80"},
+      {{L'a', static_cast<wchar_t>(0xD83D)}, "a\xEF\xBF\xBD"},
+      {{static_cast<wchar_t>(0xDE80), L'b'},
+       "\xEF\xBF\xBD"
+       "b"},
+      {{static_cast<wchar_t>(0xDE80), static_cast<wchar_t>(0xD83D)}, "\xEF\xBF\xBD\xEF\xBF\xBD"},
+  };
+  for (const AlertRecord* record : alert::All()) {
+    for (const auto& [wide, narrow] : texts) {
+      const Values values(*record, wide, 7);
+      Lines shown(values.parts().values.size(), "7");
+      for (std::size_t slot = 0; slot < shown.size(); ++slot) {
+        if (values.IsText(slot)) shown[slot] = narrow;
+      }
+      EXPECT_EQ(Format(*record, values), values.parts().Join(shown)) << record->format;
+    }
+  }
+}
+
+TEST(AlertValues, ANulIsCutNeitherByTheRecordNorByItsRoom) {
+  const std::string record = FormatAlert(alert::kAddComponentFailed, {std::wstring(3000, L'\0')});
+  EXPECT_EQ(record.size(), 2047u);
+  EXPECT_THAT(record,
+              EndsWith(std::string(10, '\0') + "..., rc=ConfigError, ca=CheckVolumeCollection, ca=CheckHostsVolumes"));
+}
+
+TEST(AlertValues, NumbersReachTheirLimits) {
+  EXPECT_EQ(FormatAlert(alert::kLunMismatch, {0x7FFFFFFF, 0x80000000u}),
+            "status=LunMismatch, VolCollVolumes=2147483647, VolumesInvolvedInSnapshot=-2147483648, rc=ConfigError, "
+            "ca=CheckVolumeCollection, ca=CheckHostsVolumes/Connections");
+  EXPECT_THAT(FormatAlert(alert::kComponentFailure, {L"c", L"e", 0xFFFFFFFFu, L"m"}),
+              HasSubstr("ApplicationError=0xffffffff, "));
+  EXPECT_THAT(FormatAlert(alert::kComponentFailure, {L"c", L"e", 0, L"m"}), HasSubstr("ApplicationError=0x0, "));
+}
+
+TEST(AlertValues, OnlyTheLow32BitsOfANumberCount) {
+  EXPECT_THAT(FormatAlert(alert::kExtraVolumes, {std::uint64_t{0x500000002}, std::int64_t{-1}}),
+              HasSubstr("VolumesInvolvedInSnapshot =2 , ExtraVolumes =-1, "));
+}
+
+// ---- Log and error details ----
+
+class AlertChannels : public HostFixture {};
+
+TEST_F(AlertChannels, EveryRecordIsLoggedOnceAndAppendedWithItsEnding) {
+  std::string expected = "writer=0,";
+  std::string details = expected;
+  Lines lines;
+  for (std::size_t i = 0; i < alert::All().size(); ++i) {
+    const AlertRecord& record = *alert::All()[i];
+    const std::string text = FormatAlertWith(record, ExampleValues().at(i));
+    WriteAlertWith(record, ExampleValues()[i], details);
+    expected += text + record.ending;
+    lines.push_back((record.category == CFileLog::Warning ? "W " : "E ") +
+                    FormatNarrow(WideToUtf8(record.logFormat), {text}));
+    EXPECT_EQ(details, expected);
+  }
+  EXPECT_EQ(log.All(), lines);
+}
+
+TEST_F(AlertChannels, EveryShortenedRecordIsTheSameInBoth) {
+  for (const AlertRecord* record : alert::All()) {
+    log.lines.clear();
+    const Values values(*record, std::wstring(3000, L'x'), 7);
+    std::string details;
+    WriteAlertWith(*record, values.Arguments(), details);
+    const std::string text = details.substr(0, details.size() - std::string_view(record->ending).size());
+    EXPECT_LT(text.size(), record->bytes);
+    ASSERT_THAT(log.lines, SizeIs(1));
+    EXPECT_EQ(log.lines[0].text, FormatNarrow(WideToUtf8(record->logFormat), {text}));
+  }
+}
+
+TEST_F(AlertChannels, ALogLineEndsAtANulTheErrorDetailsDoNot) {
+  using namespace std::string_literals;
+  std::string details;
+  WriteAlert(alert::kAddComponentFailed, {L"a\0b"s}, details);
+  EXPECT_EQ(details,
+            "status=AddComponentFailed, Component=a\0b, rc=ConfigError, ca=CheckVolumeCollection, "
+            "ca=CheckHostsVolumes;\n"s);
+  EXPECT_THAT(log.All(), ElementsAre("E   status=AddComponentFailed, Component=a"));
+}
+
+TEST_F(AlertChannels, WithoutAListenerTheErrorDetailsAreTheSame) {
+  std::string heard;
+  WriteAlert(alert::kAddComponentFailed, {std::wstring(3000, L'x')}, heard);
+  std::string unheard;
+  {
+    struct Deaf final : LogSink {
+      int LowestCategory() const override { return CFileLog::Error + 1; }
+      void Write(int /*category*/, std::wstring_view /*source*/, int /*line*/, std::wstring_view /*text*/) override {
+        ADD_FAILURE() << "nobody listens";
+      }
+    } deaf;
+    const ScopedLog silence(deaf);
+    WriteAlert(alert::kAddComponentFailed, {std::wstring(3000, L'x')}, unheard);
+  }
+  EXPECT_EQ(unheard, heard);
+}
+
+TEST_F(AlertChannels, AnExactMessageOfAWriterComesThroughTheWholeRequest) {
+  simulator::HostModel model = SmallHost();
+  model.writers = {MakeWriter(L"M\u00E4il, \"A\"", 1, {MakeComponent(L"mail", L"db1", {L"E:\\db1"})})};
+  Install(std::move(model));
+  WriterFault fault;
+  fault.writer = L"M\u00E4il, \"A\"";
+  fault.event = WriterEvent::freeze;
+  fault.failure = VSS_E_WRITERERROR_NONRETRYABLE;
+  fault.applicationMessage = std::wstring(3000, L'm') + L"\U0001F680";
+  host().faults().FailWriter(fault);
+  SnapshotRequest request;
+
+  ASSERT_EQ(request.StartAndCreate().alertCode, 600);
+
+  const std::string start =
+      "RequestStatus=WriterFailure, WriterName=M\xC3\xA4il, \"A\", WriterError=VSS_E_WRITERERROR_NONRETRYABLE, "
+      "WriterStatus=VSS_WS_FAILED_AT_FREEZE, ApplicationError=0x0, ApplicationMsg=";
+  const std::string end = "..., rc=VssWriterStatusError, ca=CheckWriterState;\n";
+  EXPECT_EQ(request.alerts(), start + std::string(2047 - start.size() - end.size(), 'm') + end);
+}
+
+}  // namespace
+}  // namespace varnel::test

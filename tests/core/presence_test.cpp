@@ -1,0 +1,777 @@
+// Questions about the host: its provider, its writers, its network name, programs that it runs; and the writer code of
+// a request.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "simulator/vss/vss_enum.h"
+#include "tests/support/forwarding_host.h"
+#include "tests/support/host_fixture.h"
+#include "tests/support/request.h"
+
+namespace varnel::test {
+namespace {
+
+using testing::SizeIs;
+using testing::StartsWith;
+
+constexpr GUID kOtherProvider = ParseGuid<GUID>("{b5946137-7b9f-4925-af80-51abd60b20d5}");
+
+// The three error lines of a failed COM call.
+std::vector<std::string> ComFailureLines(const std::string& call, const std::string& code, const std::string& text) {
+  return {"ERROR: COM call \"" + call + "\" failed.", "- Returned HRESULT = " + code, "- Error text: " + text};
+}
+
+std::vector<std::string> Win32FailureLines(const std::string& call, DWORD error, const std::string& text) {
+  return {"ERROR: Win32 call \"" + call + "\" failed.", "- GetLastError() == " + std::to_string(error),
+          "- Error text: " + text};
+}
+
+// ---- the array's provider ----
+
+class ProviderPresence : public HostFixture {
+ protected:
+  void InstallProviders(std::vector<simulator::Provider> providers) {
+    simulator::HostModel model = SmallHost();
+    model.providers = std::move(providers);
+    Install(std::move(model));
+  }
+  static simulator::Provider Provider(const GUID& id, const std::wstring& name) {
+    return {id, name, VSS_PROV_HARDWARE, L"1.0"};
+  }
+  static bool IsPresent() { return CVarnel(0).IsTesselVSSProviderPresent(); }
+  // A failing call is reported, thrown, and leaves nothing behind.
+  void ExpectFailure(const std::string& call, HRESULT hr, const std::string& text, const std::string& code,
+                     const std::string& name) {
+    SCOPED_TRACE(call);
+    log.lines.clear();
+
+    EXPECT_EQ(ThrownLong([] { IsPresent(); }), Failure(hr));
+
+    EXPECT_EQ(log.Errors(), ComFailureLines(text, code, name));
+    EXPECT_EQ(host().live().Describe(), "");
+  }
+};
+
+const std::string kCreateCoordinator =
+    "CoCreateInstance(CLSID_VSSCoordinator, NULL, CLSCTX_ALL, IID_IVssAdmin, (void **)&pVssAdmin)";
+
+TEST_F(ProviderPresence, TheIdentifierIsTheOneOfTheArraysProvider) {
+  EXPECT_EQ(FormatGuid(CVarnel::TesselVssProviderID), L"{374579ad-285c-49b9-ab8a-950e0e252de2}");
+}
+
+TEST_F(ProviderPresence, ARegisteredProviderIsPresent) {
+  EXPECT_TRUE(IsPresent());
+  EXPECT_THAT(log.All(), IsEmpty());
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+TEST_F(ProviderPresence, AListWithoutTheArraysProviderAnswersFalse) {
+  InstallProviders({Provider(kOtherProvider, L"Tessel VSS Hardware Provider")});
+
+  EXPECT_FALSE(IsPresent());
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+TEST_F(ProviderPresence, AnotherProviderInFrontOfItDoesNotHideIt) {
+  InstallProviders({Provider(kOtherProvider, L"Another"), Provider(CVarnel::TesselVssProviderID, L"Ours")});
+
+  EXPECT_TRUE(IsPresent());
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+TEST_F(ProviderPresence, TheSearchStopsAtTheArraysProvider) {
+  InstallProviders({Provider(CVarnel::TesselVssProviderID, L"Ours"), Provider(kOtherProvider, L"Another")});
+
+  EXPECT_TRUE(IsPresent());
+  EXPECT_THAT(host().calls().Of("IVssEnumObject::Next"), SizeIs(1));
+}
+
+TEST_F(ProviderPresence, TheProvidersNameIsNotCompared) {
+  InstallProviders({Provider(CVarnel::TesselVssProviderID, L"Renamed")});
+
+  EXPECT_TRUE(IsPresent());
+}
+
+TEST_F(ProviderPresence, AHostWithoutProvidersAnswersFalse) {
+  InstallProviders({});
+
+  EXPECT_FALSE(IsPresent());
+  EXPECT_THAT(log.All(), IsEmpty());
+}
+
+TEST_F(ProviderPresence, AnAnswerWithoutAnEnumeratorIsFalse) {
+  host().faults().FailCall("IVssAdmin::QueryProviders", static_cast<DWORD>(S_FALSE));
+
+  EXPECT_FALSE(IsPresent());
+  EXPECT_THAT(host().calls().Of("IVssEnumObject::Next"), IsEmpty());
+  EXPECT_THAT(log.All(), IsEmpty());
+}
+
+TEST_F(ProviderPresence, ProvidersAreAskedForOneAtATime) {
+  InstallProviders({Provider(kOtherProvider, L"Another")});
+
+  IsPresent();
+
+  EXPECT_THAT(host().calls().Of("IVssEnumObject::Next"),
+              ElementsAre("IVssEnumObject::Next(1) = S_OK", "IVssEnumObject::Next(1) = S_FALSE"));
+}
+
+TEST_F(ProviderPresence, ACoordinatorThatCannotBeCreatedIsReported) {
+  host().faults().FailCall("CoCreateInstance", static_cast<DWORD>(E_ACCESSDENIED));
+
+  ExpectFailure("CoCreateInstance", E_ACCESSDENIED, kCreateCoordinator, "0x80070005", "Error: 0x80070005");
+}
+
+TEST_F(ProviderPresence, ACoordinatorThatIsNotDeliveredIsUnexpected) {
+  host().faults().FailCall("CoCreateInstance", static_cast<DWORD>(S_OK));
+
+  ExpectFailure("CoCreateInstance", E_UNEXPECTED, kCreateCoordinator, "0x8000ffff", "E_UNEXPECTED");
+}
+
+TEST_F(ProviderPresence, AFailingQueryIsReported) {
+  host().faults().FailCall("IVssAdmin::QueryProviders", static_cast<DWORD>(VSS_E_UNEXPECTED));
+
+  ExpectFailure("QueryProviders", VSS_E_UNEXPECTED, "pVssAdmin->QueryProviders(&pEnum)", "0x80042302",
+                "VSS_E_UNEXPECTED");
+}
+
+TEST_F(ProviderPresence, AFailingStepToTheNextProviderIsReported) {
+  InstallProviders({Provider(kOtherProvider, L"Another"), Provider(CVarnel::TesselVssProviderID, L"Ours")});
+  host().faults().FailCall("IVssEnumObject::Next", static_cast<DWORD>(E_OUTOFMEMORY), 2);
+
+  ExpectFailure("Next", E_OUTOFMEMORY, "pEnum->Next(1, &rgelt, &celtFetched)", "0x8007000e", "E_OUTOFMEMORY");
+}
+
+// An administration interface whose list of providers holds whatever the test wants. Lives on the stack.
+class AdminOf final : public IVssAdmin {
+ public:
+  AdminOf(simulator::Machine& machine, std::vector<simulator::EnumeratedObject> objects)
+      : machine_(machine), objects_(std::move(objects)) {}
+  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+  ULONG STDMETHODCALLTYPE AddRef() override { return ++references; }
+  ULONG STDMETHODCALLTYPE Release() override { return --references; }
+  HRESULT STDMETHODCALLTYPE RegisterProvider(VSS_ID, CLSID, VSS_PWSZ, VSS_PROVIDER_TYPE, VSS_PWSZ, VSS_ID) override {
+    return E_NOTIMPL;
+  }
+  HRESULT STDMETHODCALLTYPE UnregisterProvider(VSS_ID) override { return E_NOTIMPL; }
+  HRESULT STDMETHODCALLTYPE QueryProviders(IVssEnumObject** enumerator) override {
+    *enumerator = simulator::MakeEnumerator(machine_.shared_from_this(), objects_);
+    return S_OK;
+  }
+  HRESULT STDMETHODCALLTYPE AbortAllSnapshotsInProgress() override { return E_NOTIMPL; }
+
+  ULONG references = 1;
+
+ private:
+  simulator::Machine& machine_;
+  std::vector<simulator::EnumeratedObject> objects_;
+};
+
+// Hands out that interface as the coordinator.
+class AdministeredHost final : public ForwardingHost {
+ public:
+  AdministeredHost(Host& inner, IVssAdmin& admin) : ForwardingHost(inner), vss_(inner.vss(), admin) {}
+  VssService& vss() override { return vss_; }
+
+ private:
+  class Service final : public VssService {
+   public:
+    Service(VssService& inner, IVssAdmin& admin) : inner_(inner), admin_(admin) {}
+    HRESULT CreateVssBackupComponents(IVssBackupComponents** backup) override {
+      return inner_.CreateVssBackupComponents(backup);
+    }
+    HRESULT CoCreateInstance(REFCLSID, IUnknown*, DWORD, REFIID, void** object) override {
+      *object = &admin_;
+      return S_OK;
+    }
+    void VssFreeSnapshotProperties(VSS_SNAPSHOT_PROP* properties) override {
+      inner_.VssFreeSnapshotProperties(properties);
+    }
+    BSTR SysAllocStringLen(const wchar_t* text, UINT length) override { return inner_.SysAllocStringLen(text, length); }
+    void SysFreeString(BSTR text) override { inner_.SysFreeString(text); }
+    void CoTaskMemFree(void* block) override { inner_.CoTaskMemFree(block); }
+
+   private:
+    VssService& inner_;
+    IVssAdmin& admin_;
+  };
+
+  Service vss_;
+};
+
+TEST_F(ProviderPresence, AnObjectThatIsNoProviderIsPassedOverAndFreed) {
+  simulator::ShadowCopy copy;
+  copy.id = CVarnel::TesselVssProviderID;  // lies where a provider has its identifier
+  copy.device = L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1";
+  AdminOf admin(host().machine(), {copy, Provider(kOtherProvider, L"Another")});
+  AdministeredHost administered(host(), admin);
+  const ScopedHost scope(administered);
+
+  EXPECT_FALSE(IsPresent());
+
+  EXPECT_THAT(host().calls().Of("IVssEnumObject::Next"), SizeIs(3));
+  EXPECT_EQ(admin.references, 0u);
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+// ---- writers ----
+
+// Accepts the writer of one name and remembers whom it was asked about.
+class OneWriter final : public CVarnel {
+ public:
+  OneWriter(DWORD testPoints, std::wstring accepted) : CVarnel(testPoints), accepted_(std::move(accepted)) {}
+  bool IsWriterEligible(VssWriter& writer) override {
+    asked.push_back(writer);
+    return writer.name == accepted_;
+  }
+  std::vector<VssWriter> asked;
+
+ private:
+  std::wstring accepted_;
+};
+
+class WriterPresence : public HostFixture {
+ protected:
+  void SetUp() override {
+    HostFixture::SetUp();
+    simulator::HostModel model = SmallHost();
+    model.writers = {MakeWriter(L"First", 1, {MakeComponent(L"", L"one", {L"E:\\one"})}), MakeWriter(L"Second", 2, {}),
+                     MakeWriter(L"Third", 3, {})};
+    Install(std::move(model));
+  }
+  bool IsPresent(const std::wstring& accepted) { return OneWriter(0, accepted).IsWriterPresent(details); }
+  // The lines of the backup components object and of its operations.
+  std::vector<std::string> ServiceCalls() {
+    std::vector<std::string> lines;
+    for (const std::string& line : host().calls().lines()) {
+      if (line.starts_with("CreateVss") || line.starts_with("IVssBackupComponents::") ||
+          line.starts_with("IVssAsync")) {
+        lines.push_back(line);
+      }
+    }
+    return lines;
+  }
+  // A failing call is reported without an alert record, thrown, and leaves nothing behind.
+  void ExpectFailure(const std::string& call, const std::string& text) {
+    SCOPED_TRACE(call);
+    log.lines.clear();
+    host().faults().FailCall(call, static_cast<DWORD>(VSS_E_BAD_STATE));
+
+    EXPECT_EQ(ThrownLong([&] { IsPresent(L"Third"); }), Failure(VSS_E_BAD_STATE));
+
+    EXPECT_EQ(log.Errors(), ComFailureLines(text, "0x80042301", "VSS_E_BAD_STATE"));
+    EXPECT_EQ(details, "");
+    EXPECT_EQ(host().live().Describe(), "");
+  }
+
+  std::string details;
+};
+
+TEST_F(WriterPresence, AnAcceptedWriterIsPresent) {
+  EXPECT_TRUE(IsPresent(L"Second"));
+  EXPECT_EQ(details, "");
+  EXPECT_THAT(log.All(), ElementsAre("I Waiting for Operation=GatherWriterMetadata() to finish..."));
+}
+
+TEST_F(WriterPresence, WithoutAnAcceptedWriterTheAnswerIsFalse) {
+  EXPECT_FALSE(IsPresent(L"Fourth"));
+  EXPECT_THAT(host().calls().Of("IVssBackupComponents::GetWriterMetadata"), SizeIs(3));
+}
+
+TEST_F(WriterPresence, WithoutWritersTheAnswerIsFalse) {
+  Install(SmallHost());
+
+  EXPECT_FALSE(CVarnel(0).IsWriterPresent(details));
+}
+
+TEST_F(WriterPresence, TheBaseRequestorAcceptsAnyWriter) {
+  EXPECT_TRUE(CVarnel(0).IsWriterPresent(details));
+  EXPECT_THAT(host().calls().Of("IVssBackupComponents::GetWriterMetadata"), SizeIs(1));
+}
+
+TEST_F(WriterPresence, TheServiceIsAskedInThisOrderAndNoFurtherThanTheFirstAcceptedWriter) {
+  IsPresent(L"Second");
+
+  EXPECT_THAT(
+      ServiceCalls(),
+      ElementsAre(
+          "CreateVssBackupComponents() = S_OK", "IVssBackupComponents::InitializeForBackup(null) = S_OK",
+          "IVssBackupComponents::GatherWriterMetadata() = S_OK", "IVssAsync::Wait(INFINITE) = S_OK",
+          "IVssAsync::QueryStatus(-> VSS_S_ASYNC_FINISHED) = S_OK",
+          "IVssBackupComponents::GetWriterMetadataCount() = S_OK", "IVssBackupComponents::GetWriterMetadata(0) = S_OK",
+          "IVssBackupComponents::GetWriterMetadata(1) = S_OK", "IVssBackupComponents::FreeWriterMetadata() = S_OK"));
+}
+
+TEST_F(WriterPresence, ARequestorIsAskedAboutWholeWriters) {
+  OneWriter requestor(0, L"Second");
+
+  EXPECT_TRUE(requestor.IsWriterPresent(details));
+
+  ASSERT_THAT(requestor.asked, SizeIs(2));
+  EXPECT_EQ(requestor.asked[0].name, L"First");
+  EXPECT_EQ(requestor.asked[0].writerId, L"{00000001-0000-0000-0000-000000000000}");
+  EXPECT_EQ(requestor.asked[0].instanceId, L"{00000001-0001-0000-0000-000000000000}");
+  ASSERT_THAT(requestor.asked[0].components, SizeIs(1));
+  EXPECT_EQ(requestor.asked[0].components[0].fullPath, L"\\one");
+  EXPECT_EQ(requestor.asked[1].name, L"Second");
+}
+
+TEST_F(WriterPresence, TheWritersAreNotKept) {
+  OneWriter requestor(0, L"Second");
+
+  requestor.IsWriterPresent(details);
+
+  RequestorProbe probe(requestor);
+  EXPECT_THAT(probe.writers(), IsEmpty());
+  EXPECT_FALSE(probe.metadataGathered());
+  EXPECT_TRUE(probe.vssObject());
+}
+
+TEST_F(WriterPresence, ASecondQuestionReplacesTheObjectOfTheFirst) {
+  OneWriter requestor(0, L"Second");
+
+  EXPECT_TRUE(requestor.IsWriterPresent(details));
+  EXPECT_TRUE(requestor.IsWriterPresent(details));
+
+  EXPECT_EQ(host().live().Count("IVssBackupComponents"), 1);
+}
+
+TEST_F(WriterPresence, EachFailingCallIsReportedAndThrown) {
+  ExpectFailure("CreateVssBackupComponents", "CreateVssBackupComponents(&m_pVssObject)");
+  ExpectFailure("IVssBackupComponents::InitializeForBackup", "m_pVssObject->InitializeForBackup()");
+  ExpectFailure("IVssBackupComponents::GatherWriterMetadata", "m_pVssObject->GatherWriterMetadata(&pAsync)");
+  ExpectFailure("IVssBackupComponents::GetWriterMetadataCount", "m_pVssObject->GetWriterMetadataCount(&cWriters)");
+  ExpectFailure("IVssBackupComponents::GetWriterMetadata",
+                "m_pVssObject->GetWriterMetadata(iWriter, &idInstance, &pMetadata)");
+  ExpectFailure("IVssExamineWriterMetadata::GetIdentity",
+                "pMetadata->GetIdentity(&idInstance, &idWriter, &bstrWriterName, &usage, &source)");
+}
+
+TEST_F(WriterPresence, AnObjectThatIsNotDeliveredIsUnexpected) {
+  for (const char* call : {"CreateVssBackupComponents", "IVssBackupComponents::GatherWriterMetadata",
+                           "IVssBackupComponents::GetWriterMetadata"}) {
+    SCOPED_TRACE(call);
+    host().faults().FailCall(call, static_cast<DWORD>(S_OK));
+
+    EXPECT_EQ(ThrownLong([&] { IsPresent(L"Third"); }), Failure(E_UNEXPECTED));
+    EXPECT_EQ(host().live().Describe(), "");
+  }
+}
+
+TEST_F(WriterPresence, AFailureAfterTheFirstWriterFreesTheMetadata) {
+  host().faults().FailCall("IVssBackupComponents::GetWriterMetadata", static_cast<DWORD>(VSS_E_BAD_STATE), 2);
+
+  EXPECT_EQ(ThrownLong([&] { IsPresent(L"Third"); }), Failure(VSS_E_BAD_STATE));
+
+  EXPECT_THAT(host().calls().Of("IVssBackupComponents::FreeWriterMetadata"), SizeIs(1));
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+TEST_F(WriterPresence, AWaitThatFailsWritesItsAlertAndIsThrown) {
+  host().faults().FailCall("IVssAsync::Wait", static_cast<DWORD>(E_ACCESSDENIED));
+
+  EXPECT_EQ(ThrownLong([&] { IsPresent(L"Third"); }), Failure(E_ACCESSDENIED));
+  EXPECT_EQ(details, "pAsync->Wait()=Failed, error=Error: 0x80070005, rc=COMMError, ca=ContactTechSupport;\n");
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+TEST_F(WriterPresence, AStatusThatCannotBeReadWritesItsAlertAndIsThrown) {
+  host().faults().FailCall("IVssAsync::QueryStatus", static_cast<DWORD>(VSS_E_UNEXPECTED));
+
+  EXPECT_EQ(ThrownLong([&] { IsPresent(L"Third"); }), Failure(VSS_E_UNEXPECTED));
+  EXPECT_EQ(details, "pAsync->QueryStatus()=Failed, error=VSS_E_UNEXPECTED, rc=COMMError, ca=ContactTechSupport;\n");
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+TEST_F(WriterPresence, AGatheringThatFailsWritesTheStatusRecordWithoutAnEndAndIsThrown) {
+  host().faults().FailAsync("GatherWriterMetadata", VSS_E_WRITER_INFRASTRUCTURE);
+  details = "writer=0,";
+
+  EXPECT_EQ(ThrownLong([&] { IsPresent(L"Third"); }), Failure(VSS_E_WRITER_INFRASTRUCTURE));
+
+  const std::string record =
+      "RequestStatus=QueryStatus(), Function=pAsync->QueryStatus(), Error=VSS_E_WRITER_INFRASTRUCTURE, "
+      "rc=SystemError, ca=ContactSupport";
+  EXPECT_EQ(details, "writer=0," + record);
+  EXPECT_THAT(log.All(), ElementsAre("I Waiting for Operation=GatherWriterMetadata() to finish...", "E   " + record));
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+TEST_F(WriterPresence, MetadataThatCannotBeFreedIsLoggedAndTheAnswerStands) {
+  host().faults().FailCall("IVssBackupComponents::FreeWriterMetadata", static_cast<DWORD>(VSS_E_BAD_STATE));
+
+  EXPECT_TRUE(IsPresent(L"Third"));
+  EXPECT_THAT(log.Errors(), ElementsAre("FreeWriterMetadata failed with error: 0x80042301"));
+}
+
+// ---- the network name ----
+
+class NetworkName : public HostFixture {
+ protected:
+  void InstallNode(std::optional<simulator::ClusterNode> cluster) {
+    simulator::HostModel model = SmallHost();
+    model.computerName = L"SQL01";
+    model.cluster = std::move(cluster);
+    Install(std::move(model));
+  }
+  static std::wstring NameOf(const std::wstring& name) {
+    CVarnel requestor(0);
+    return RequestorProbe(requestor).GetHostnameNetworkName(name);
+  }
+};
+
+const std::string kFallsBack = "I  GetClusterName failed. Falling back to local hostname";
+
+TEST_F(NetworkName, OutsideAClusterItIsTheComputerNameInLowerCase) {
+  InstallNode(std::nullopt);
+
+  EXPECT_EQ(NameOf(L"anything"), L"sql01");
+  EXPECT_THAT(log.All(), IsEmpty());
+  EXPECT_THAT(host().calls().Of("MetadataService::GetClusterName"), IsEmpty());
+}
+
+TEST_F(NetworkName, OnAClusterNodeItIsTheClustersNameInLowerCase) {
+  InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L"SQLVirt-Net"}}});
+
+  EXPECT_EQ(NameOf(L"sqlvirt"), L"sqlvirt-net");
+  EXPECT_THAT(log.All(), IsEmpty());
+  EXPECT_THAT(host().calls().Of("GetComputerNameW"), IsEmpty());
+}
+
+TEST_F(NetworkName, TheClusterIsAskedForTheNameAsItStands) {
+  InstallNode(simulator::ClusterNode{L"CLU01", {{L"SQLVIRT", L"net"}}});
+
+  EXPECT_EQ(NameOf(L"SqlVirt"), L"net");
+  EXPECT_THAT(host().calls().Of("MetadataService::GetClusterName"),
+              ElementsAre(StartsWith("MetadataService::GetClusterName(SqlVirt)")));
+}
+
+TEST_F(NetworkName, OnlyLatinLettersChangeTheirCase) {
+  simulator::HostModel model = SmallHost();
+  model.computerName = L"K\u00D6LN";
+  Install(std::move(model));
+
+  EXPECT_EQ(NameOf(L"x"), L"k\u00D6ln");
+}
+
+TEST_F(NetworkName, ANameThatTheClusterDoesNotKnowFallsBackToTheComputerName) {
+  InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L"sqlvirt"}}});
+
+  EXPECT_EQ(NameOf(L"other"), L"sql01");
+  EXPECT_THAT(log.All(), ElementsAre(kFallsBack));
+}
+
+TEST_F(NetworkName, AFailingBridgeFallsBackToTheComputerName) {
+  InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L"sqlvirt"}}});
+  host().faults().FailCall("MetadataService::GetClusterName", static_cast<DWORD>(E_FAIL));
+
+  EXPECT_EQ(NameOf(L"sqlvirt"), L"sql01");
+  EXPECT_THAT(log.All(), ElementsAre(kFallsBack));
+}
+
+TEST_F(NetworkName, ANameThatIsNoUnicodeFallsBackToTheComputerName) {
+  InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L"sqlvirt"}}});
+
+  EXPECT_EQ(NameOf(std::wstring(1, static_cast<wchar_t>(0xD800))), L"sql01");
+  EXPECT_THAT(log.All(), ElementsAre(kFallsBack));
+}
+
+TEST_F(NetworkName, AnEmptyNameOfTheClusterFallsBackSilently) {
+  InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L""}}});
+
+  EXPECT_EQ(NameOf(L"sqlvirt"), L"sql01");
+  EXPECT_THAT(log.All(), IsEmpty());
+}
+
+TEST_F(NetworkName, AClusterStateThatCannotBeReadCountsAsNoCluster) {
+  InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L"net"}}});
+  host().faults().FailCall("GetNodeClusterState", ERROR_ACCESS_DENIED);
+
+  EXPECT_EQ(NameOf(L"sqlvirt"), L"sql01");
+}
+
+TEST_F(NetworkName, AComputerNameThatCannotBeReadIsReportedAndThrown) {
+  InstallNode(std::nullopt);
+  host().faults().FailCall("GetComputerNameW", ERROR_ACCESS_DENIED);
+
+  EXPECT_EQ(ThrownLong([] { NameOf(L"sql01"); }), Win32Failure(ERROR_ACCESS_DENIED));
+  EXPECT_EQ(log.Errors(), Win32FailureLines("GetComputerNameW(buffer, &size)", 5, "Error: 0x80070005"));
+}
+
+TEST_F(NetworkName, AComputerNameThatFailsWithoutACodeIsAGeneralFailure) {
+  InstallNode(std::nullopt);
+  host().faults().FailCall("GetComputerNameW", ERROR_SUCCESS);
+
+  EXPECT_EQ(ThrownLong([] { NameOf(L"sql01"); }), Win32Failure(ERROR_GEN_FAILURE));
+}
+
+// ---- external programs ----
+
+const std::string kCreateProcess =
+    "CreateProcessW(NULL, (LPWSTR)execCommand.c_str(), NULL, NULL, FALSE, CREATE_NO_WINDOW | "
+    "CREATE_UNICODE_ENVIRONMENT, NULL, NULL, &si, &pi)";
+
+class ExternalProgram : public HostFixture {
+ protected:
+  void InstallProgram(DWORD exitCode) {
+    simulator::HostModel model = SmallHost();
+    model.commands = {{L"tool.exe *", exitCode}};
+    Install(std::move(model));
+  }
+  static void Run() { CVarnel(0).ExecCommand(L"tool.exe /k \"E:\\Db 1\""); }
+};
+
+TEST_F(ExternalProgram, ExitCode0IsASuccess) {
+  InstallProgram(0);
+
+  Run();
+
+  EXPECT_THAT(log.All(), ElementsAre("I - Executing command = tool.exe /k \"E:\\Db 1\"",
+                                     "I Successfully completed execution of command = tool.exe /k \"E:\\Db 1\""));
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+TEST_F(ExternalProgram, IsStartedWaitedForAndAskedForItsExitCode) {
+  InstallProgram(0);
+
+  Run();
+
+  EXPECT_THAT(host().calls().lines(),
+              ElementsAre("CreateProcessW(tool.exe /k \"E:\\Db 1\") = ok", "WaitForSingleObject(process) = ok",
+                          "GetExitCodeProcess(process) = ok", StartsWith("CloseHandle("), StartsWith("CloseHandle(")));
+}
+
+TEST_F(ExternalProgram, ExitCode1Throws80070001AfterTheCommandFailedLine) {
+  InstallProgram(1);
+
+  EXPECT_EQ(ThrownLong([] { Run(); }), Failure(static_cast<HRESULT>(0x80070001)));
+
+  EXPECT_THAT(log.All(), ElementsAre("I - Executing command = tool.exe /k \"E:\\Db 1\"",
+                                     "E Command Failed, Command=tool.exe /k \"E:\\Db 1\", Error=0x1"));
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+TEST_F(ExternalProgram, AnExitCodeKeepsItsLow16Bits) {
+  InstallProgram(0x123ABCD);
+
+  EXPECT_EQ(ThrownLong([] { Run(); }), Failure(static_cast<HRESULT>(0x8007ABCD)));
+  EXPECT_THAT(log.Errors(), ElementsAre("Command Failed, Command=tool.exe /k \"E:\\Db 1\", Error=0x123abcd"));
+}
+
+TEST_F(ExternalProgram, ANegativeExitCodeIsThrownAsItIs) {
+  InstallProgram(0xC0000005);
+
+  EXPECT_EQ(ThrownLong([] { Run(); }), Failure(static_cast<HRESULT>(0xC0000005)));
+  EXPECT_THAT(log.Errors(), ElementsAre("Command Failed, Command=tool.exe /k \"E:\\Db 1\", Error=0xc0000005"));
+}
+
+TEST_F(ExternalProgram, AProgramThatDoesNotExistIsReported) {
+  EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(ERROR_FILE_NOT_FOUND));
+  EXPECT_EQ(log.Errors(), Win32FailureLines(kCreateProcess, 2, "Error: 0x80070002"));
+}
+
+TEST_F(ExternalProgram, AStartThatFailsWithoutACodeIsAGeneralFailure) {
+  InstallProgram(0);
+  host().faults().FailCall("CreateProcessW", ERROR_SUCCESS);
+
+  EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(ERROR_GEN_FAILURE));
+  EXPECT_EQ(log.Errors(), Win32FailureLines(kCreateProcess, 31, "Error: 0x8007001f"));
+}
+
+TEST_F(ExternalProgram, AFailingWaitIsReportedAndTheHandlesAreClosed) {
+  InstallProgram(0);
+  host().faults().FailCall("WaitForSingleObject", ERROR_INVALID_HANDLE);
+
+  EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(ERROR_INVALID_HANDLE));
+
+  EXPECT_EQ(log.Errors(),
+            Win32FailureLines("WaitForSingleObject(pi.hProcess, INFINITE) == WAIT_OBJECT_0", 6, "Error: 0x80070006"));
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+TEST_F(ExternalProgram, AnExitCodeThatCannotBeReadIsReportedAndTheHandlesAreClosed) {
+  InstallProgram(0);
+  host().faults().FailCall("GetExitCodeProcess", ERROR_ACCESS_DENIED);
+
+  EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(ERROR_ACCESS_DENIED));
+
+  EXPECT_EQ(log.Errors(), Win32FailureLines("GetExitCodeProcess(pi.hProcess, &dwExitCode)", 5, "Error: 0x80070005"));
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+// What a program is started with.
+struct Start {
+  bool hasApplication = true;
+  std::wstring commandLine;
+  bool hasSecurity = true;
+  BOOL inheritHandles = TRUE;
+  DWORD flags = 0;
+  bool hasEnvironment = true;
+  bool hasDirectory = true;
+  STARTUPINFOW startup{};
+  DWORD waitedFor = 0;
+};
+
+// Remembers how a program is started, and writes into its command line as the system may.
+class WatchedProcesses final : public Processes {
+ public:
+  explicit WatchedProcesses(Processes& inner) : inner_(inner) {}
+  BOOL CreateProcessW(LPCWSTR application, LPWSTR commandLine, void* processSecurity, void* threadSecurity,
+                      BOOL inheritHandles, DWORD flags, void* environment, LPCWSTR directory, STARTUPINFOW* startup,
+                      PROCESS_INFORMATION* process) override {
+    start = {application != nullptr, commandLine, processSecurity != nullptr || threadSecurity != nullptr,
+             inheritHandles,         flags,       environment != nullptr,
+             directory != nullptr,   *startup,    0};
+    const BOOL started = inner_.CreateProcessW(application, commandLine, processSecurity, threadSecurity,
+                                               inheritHandles, flags, environment, directory, startup, process);
+    commandLine[0] = L'\0';
+    return started;
+  }
+  DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) override {
+    start.waitedFor = milliseconds;
+    return waitResult ? *waitResult : inner_.WaitForSingleObject(handle, milliseconds);
+  }
+  BOOL GetExitCodeProcess(HANDLE process, DWORD* exitCode) override {
+    return inner_.GetExitCodeProcess(process, exitCode);
+  }
+  BOOL CloseHandle(HANDLE handle) override { return inner_.CloseHandle(handle); }
+
+  Start start;
+  std::optional<DWORD> waitResult;
+
+ private:
+  Processes& inner_;
+};
+
+class WatchedHost final : public ForwardingHost {
+ public:
+  explicit WatchedHost(Host& inner) : ForwardingHost(inner), watched(inner.processes()) {}
+  Processes& processes() override { return watched; }
+  WatchedProcesses watched;
+};
+
+TEST_F(ExternalProgram, IsStartedWithoutAWindowInTheCallersEnvironmentAndFolder) {
+  InstallProgram(0);
+  WatchedHost watched(host());
+  const ScopedHost scope(watched);
+
+  Run();
+
+  const Start& start = watched.watched.start;
+  EXPECT_FALSE(start.hasApplication);
+  EXPECT_EQ(start.commandLine, L"tool.exe /k \"E:\\Db 1\"");
+  EXPECT_FALSE(start.hasSecurity);
+  EXPECT_EQ(start.inheritHandles, FALSE);
+  EXPECT_EQ(start.flags, DWORD{CREATE_NO_WINDOW | CREATE_UNICODE_ENVIRONMENT});
+  EXPECT_FALSE(start.hasEnvironment);
+  EXPECT_FALSE(start.hasDirectory);
+  EXPECT_EQ(start.startup.cb, sizeof(STARTUPINFOW));
+  EXPECT_EQ(start.startup.dwFlags, 0u);
+  EXPECT_EQ(start.waitedFor, DWORD{INFINITE});
+}
+
+TEST_F(ExternalProgram, TheLogKeepsTheCommandThatTheSystemWroteInto) {
+  InstallProgram(1);
+  WatchedHost watched(host());
+  const ScopedHost scope(watched);
+
+  EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(1));
+  EXPECT_THAT(log.Errors(), ElementsAre("Command Failed, Command=tool.exe /k \"E:\\Db 1\", Error=0x1"));
+}
+
+TEST_F(ExternalProgram, AWaitThatEndsInAnyOtherWayIsAFailure) {
+  InstallProgram(0);
+  WatchedHost watched(host());
+  const ScopedHost scope(watched);
+  watched.watched.waitResult = 0x102;  // WAIT_TIMEOUT
+  host().machine().lastError = ERROR_SUCCESS;
+
+  EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(ERROR_GEN_FAILURE));
+  EXPECT_EQ(host().live().Describe(), "");
+}
+
+// ---- the writer code ----
+
+class WriterCode : public HostFixture {
+ protected:
+  static std::string Parse(const std::string& requestText) {
+    CVarnel requestor(0);
+    RequestorProbe probe(requestor);
+    const std::string code = probe.parseWriterCode(requestText);
+    EXPECT_EQ(probe.getWriterCode(), code);
+    return code;
+  }
+};
+
+TEST_F(WriterCode, IsTheValueOfTheFirstFieldThatContainsTheWord) {
+  EXPECT_EQ(Parse("host=a,writer=4,x=1"), "4");
+  EXPECT_EQ(Parse("writer=3"), "3");
+  EXPECT_EQ(Parse("writer=1,writer=2"), "1");
+  EXPECT_EQ(Parse("a,,writer=2,"), "2");
+}
+
+TEST_F(WriterCode, OfAFieldWithoutAValueIsTheWholeField) {
+  EXPECT_EQ(Parse("writers,z"), "writers");
+  EXPECT_EQ(Parse("a=1,the writer"), "the writer");
+}
+
+TEST_F(WriterCode, OfATextWithoutTheWordIsEmpty) {
+  EXPECT_EQ(Parse("a=1,b=2"), "");
+  EXPECT_EQ(Parse("a=1,b=2,"), "");
+  EXPECT_EQ(Parse("a"), "");
+  EXPECT_EQ(Parse(","), "");
+  EXPECT_EQ(Parse(""), "");
+}
+
+TEST_F(WriterCode, MayStandInAnyFieldThatContainsTheWordAnywhere) {
+  EXPECT_EQ(Parse("the writer code=2,writer=3"), "2");
+  EXPECT_EQ(Parse("x=writer"), "writer");
+  EXPECT_EQ(Parse("underwriters=7"), "7");
+}
+
+TEST_F(WriterCode, TheWordIsLookedForInLowerCaseOnly) {
+  EXPECT_EQ(Parse("Writer=1,WRITER=2,writer=3"), "3");
+  EXPECT_EQ(Parse("Writer=1"), "");
+}
+
+TEST_F(WriterCode, OnlyTheFirstEqualsSignSeparates) {
+  EXPECT_EQ(Parse("writer=1=2"), "1=2");
+  EXPECT_EQ(Parse("writer==2"), "=2");
+  EXPECT_EQ(Parse("writer="), "");
+}
+
+TEST_F(WriterCode, KeepsBlanksAndLineBreaksOfItsField) {
+  EXPECT_EQ(Parse(" writer= 3 \nnext,"), " 3 \nnext");
+}
+
+TEST_F(WriterCode, IsLoggedAndKeptUntilTheNextOne) {
+  CVarnel requestor(0);
+  RequestorProbe probe(requestor);
+  EXPECT_EQ(probe.getWriterCode(), "");
+
+  probe.parseWriterCode("writer=2,");
+  EXPECT_EQ(probe.getWriterCode(), "2");
+  probe.parseWriterCode("nothing");
+  EXPECT_EQ(probe.getWriterCode(), "");
+
+  EXPECT_THAT(log.All(),
+              ElementsAre("I Writer code received from Array is: 2", "I Writer code received from Array is: "));
+}
+
+TEST_F(WriterCode, CanBeSet) {
+  CVarnel requestor(0);
+  RequestorProbe probe(requestor);
+
+  probe.setWriterCode("17");
+
+  EXPECT_EQ(probe.getWriterCode(), "17");
+  EXPECT_THAT(log.All(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace varnel::test

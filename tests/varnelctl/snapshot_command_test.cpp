@@ -1,0 +1,302 @@
+// varnelctl snapshot: what it prints, saves and ends with.
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <nlohmann/json.hpp>
+
+#include "tests/support/host_fixture.h"
+#include "tests/varnelctl/snapshot_support.h"
+#include "varnelctl/commands/snapshot_options.h"
+
+namespace varnel::test {
+namespace {
+
+using nlohmann::json;
+using testing::StartsWith;
+
+constexpr char kSetId[] = "{00000003-5e1f-4c3d-9a0b-000000000000}";
+
+std::vector<std::string> PathsOf(const json& writer, const std::string& flag) {
+  std::vector<std::string> paths;
+  for (const json& component : writer["components"]) {
+    if (component[flag] == true) paths.push_back(component["fullPath"]);
+  }
+  return paths;
+}
+
+TEST_F(SnapshotCommand, ACleanRunEndsWithTheSetTheComponentsAndWhatWasLeftOut) {
+  const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002"});
+
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(result.out, R"(EnumerateDisks ...
+EnumerateDisks: done (0 ms)
+ValidateHostConfiguration ...
+ValidateHostConfiguration: done (0 ms)
+ValidateVolumes ...
+ValidateVolumes: done (0 ms)
+IsTesselVSSProviderPresent ...
+IsTesselVSSProviderPresent: done (0 ms)
+IsWriterPresent ...
+IsWriterPresent: done (0 ms)
+Initialize ...
+Initialize: done (0 ms)
+CreateVssSnapshotSet ...
+CreateVssSnapshotSet: done (0 ms)
+GetSnapshotMeatadata ...
+GetSnapshotMeatadata: done (0 ms)
+SetBackupStatus ...
+SetBackupStatus: done (0 ms)
+
+Snapshot set {00000003-5e1f-4c3d-9a0b-000000000000}: released when this program ends, as its context says
+  E:\  on disk "TSL0001"
+    volume       \\?\Volume{00000001-0000-0000-0000-000000000000}\
+    shadow copy  {00000004-5e1f-4c3d-9a0b-000000000000}
+    device       \\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\
+    disk         \\.\PhysicalDrive3, serial "SHADOW-TSL0001"
+  F:\  on disk "TSL0002"
+    volume       \\?\Volume{00000002-0000-0000-0000-000000000000}\
+    shadow copy  {00000005-5e1f-4c3d-9a0b-000000000000}
+    device       \\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy2\
+    disk         \\.\PhysicalDrive4, serial "SHADOW-TSL0002"
+Captured application-consistent
+  Demo Writer
+    \SQL01\sales  on "TSL0001"
+    \SQL01\crm  on "TSL0001", "TSL0002"
+Catalogue by disk
+  disk "TSL0001"
+    object id    \SQL01\sales
+    object id    \SQL01\crm
+    object name  sales
+    object name  crm
+  disk "TSL0002"
+    object id    \SQL01\crm
+    object name  crm
+Left out
+  Demo Writer
+    \SQL01\tools: disk "SYS" holds the system
+    \SQL01\empty: it has no files
+)");
+}
+
+TEST_F(SnapshotCommand, JsonIsOneDocumentWithTheWholeOutcome) {
+  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002"}, 0);
+
+  EXPECT_EQ(outcome["snapshotSetId"], kSetId);
+  EXPECT_EQ(outcome["result"], json::parse(R"({"alertCode":0,"hresult":null,"message":"","details":[]})"));
+  EXPECT_EQ(outcome["errorDetails"], "");
+  ASSERT_EQ(outcome["writers"].size(), 1u);
+  EXPECT_THAT(PathsOf(outcome["writers"][0], "added"), ElementsAre("\\SQL01\\sales", "\\SQL01\\crm"));
+  EXPECT_EQ(outcome["writers"][0]["components"][1], json::parse(R"({"fullPath":"\\SQL01\\crm","caption":"crm",
+      "excluded":false,"added":true,"failed":false,"failureCode":"0x00000000","disks":["TSL0001","TSL0002"]})"));
+  ASSERT_EQ(outcome["snapshots"].size(), 2u);
+  EXPECT_EQ(outcome["snapshots"][1]["device"], "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy2\\");
+  EXPECT_EQ(outcome["snapshots"][1]["disk"], "\\\\.\\PhysicalDrive4");
+  EXPECT_EQ(outcome["snapshots"][1]["serialNumber"], "SHADOW-TSL0002");
+  EXPECT_EQ(outcome["catalog"]["TSL0001"]["appObjectNames"], json({"sales", "crm"}));
+  EXPECT_EQ(outcome["databases"], "ALL_DB");
+  EXPECT_EQ(outcome["setState"], "released");
+  EXPECT_EQ(outcome["phases"].back()["name"], "SetBackupStatus");
+  EXPECT_THAT(outcome["document"].get<std::string>(), StartsWith("<BACKUP_COMPONENTS "));
+}
+
+TEST_F(SnapshotCommand, WritesTheDocumentTheCatalogueAndTheCalls) {
+  const std::string document = folder.Argument("out.xml");
+  const std::string catalog = folder.Argument("out.json");
+  const std::string calls = folder.Argument("calls.txt");
+  const json outcome =
+      SnapshotJson({"--disk", "TSL0001", "TSL0002", "--document", document, "--catalog", catalog, "--calls", calls}, 0);
+
+  EXPECT_EQ(ReadFile(document), outcome["document"]);
+  EXPECT_EQ(json::parse(ReadFile(catalog)), outcome["catalog"]);
+  const std::string log = ReadFile(calls);
+  EXPECT_THAT(log, HasSubstr("IVssBackupComponents::DoSnapshotSet("));
+  EXPECT_THAT(log, testing::EndsWith("IVssBackupComponents::FreeWriterMetadata() = S_OK\n"));
+}
+
+TEST_F(SnapshotCommand, AFailedRunLeavesAnEarlierDocumentAsItIs) {
+  const std::string document = folder.Write("out.xml", "yesterday");
+  EXPECT_EQ(Snapshot({"--disk", "SYS", "--document", document}).status, 12);
+  EXPECT_EQ(ReadFile(document), "yesterday");
+}
+
+TEST_F(SnapshotCommand, ExtraVolumesEndWith14AndTheSetIsDeleted) {
+  json host = SmallHostJson();
+  host["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
+  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "TSL0003"}, 14, host);
+
+  EXPECT_EQ(outcome["result"]["alertCode"], 701);
+  EXPECT_EQ(outcome["setState"], "deleted");
+  EXPECT_EQ(outcome["result"]["details"], json({"Extra volumes in the volume collection : TSL0003"}));
+  EXPECT_EQ(outcome["errorDetails"],
+            "status=ExtarVolumesInVolColl, VolumesInvolvedInSnapshot =2 , ExtraVolumes =1, rc=ConfigWarning, "
+            "ca=CheckVolumeCollection, ca=CheckHostsVolumes/Connections;\n"
+            "Extra volumes in volume collection are:TSL0003:\n");
+  EXPECT_EQ(outcome["snapshots"].size(), 3u);
+  EXPECT_EQ(outcome["catalog"]["tsl0003"]["otherObjectNames"], json({"G:\\"}));
+}
+
+TEST_F(SnapshotCommand, AcceptedExtraVolumesAreAWarning) {
+  json host = SmallHostJson();
+  host["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
+  const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002", "TSL0003", "--accept-extra-volumes"}, host);
+
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err,
+            "varnelctl: warning: Extra volumes found in the volume collection. \n"
+            "  Extra volumes in the volume collection : TSL0003\n");
+}
+
+TEST_F(SnapshotCommand, ADiskThatHoldsNothingEligibleEndsWith12AndTheMismatch) {
+  const CliResult result = Snapshot({"--disk", "TSL0002"});
+
+  EXPECT_EQ(result.status, 12);
+  EXPECT_EQ(
+      result.err,
+      "varnelctl: Number of disks added in the snapshot set were different than listed in the protection set. "
+      "This can happen due to incorrect configuration or application objects in incorrect state. Check the "
+      "protection set configuration and ensure that objects being backed up are in correct state.\n"
+      "   Volumes in volume collection: TSL0002   Volumes containing application components eligible for backup: \n"
+      "status=LunMismatch, VolCollVolumes=1, VolumesInvolvedInSnapshot=0, rc=ConfigError, "
+      "ca=CheckVolumeCollection, ca=CheckHostsVolumes/Connections;\n"
+      "Input list of volumes in volume collection: TSL0002;\n"
+      "List of volumes used by application writer : ;\n");
+  EXPECT_THAT(result.out, HasSubstr("    \\SQL01\\sales: not in the protection set: disk \"TSL0001\"\n"));
+}
+
+TEST_F(SnapshotCommand, ASerialNumberThatNoDiskHasIsNamedWithWhatWasMeant) {
+  EXPECT_THAT(Snapshot({"--disk", "tsl0001 "}).err,
+              StartsWith("varnelctl: warning: no disk of this host has serial \"tsl0001 \"; there is \"TSL0001\"\n"));
+  EXPECT_THAT(Snapshot({"--disk", "NONE"}).err,
+              StartsWith("varnelctl: warning: no disk of this host has serial \"NONE\"\n"));
+}
+
+TEST_F(SnapshotCommand, AWriterThatFailsEndsWith10AndTheFailedComponents) {
+  json host = SmallHostJson();
+  host["faults"] = json::array({{{"writer", "Demo Writer"},
+                                 {"event", "freeze"},
+                                 {"failure", "VSS_E_WRITERERROR_TIMEOUT"},
+                                 {"applicationResult", "0x1f"},
+                                 {"applicationMessage", "log full"}}});
+  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002"}, 10, host);
+
+  EXPECT_EQ(outcome["result"]["alertCode"], 600);
+  EXPECT_THAT(PathsOf(outcome["writers"][0], "failed"), ElementsAre("\\SQL01\\sales", "\\SQL01\\crm"));
+  EXPECT_EQ(outcome["writers"][0]["components"][0]["failureCode"], "0x800423f2");
+  EXPECT_THAT(outcome["errorDetails"].get<std::string>(), HasSubstr("ApplicationMsg=log full"));
+  EXPECT_EQ(outcome["snapshots"].size(), 2u) << "identifiers that the array's log knows";
+}
+
+TEST_F(SnapshotCommand, AProviderThatIsNotRegisteredIsWarnedOfAndEndsWith15) {
+  json host = SmallHostJson();
+  host["providers"] = json::array();
+  const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002"}, host);
+
+  EXPECT_EQ(result.status, 15);
+  EXPECT_EQ(result.err,
+            "varnelctl: warning: the array's VSS hardware provider is not registered on this host\n"
+            "varnelctl: CreateVssSnapshotSet failed: VSS_E_PROVIDER_NOT_REGISTERED (0x80042304)\n"
+            "m_pVssObject->AddToSnapshotSet()=Failed, error=VSS_E_PROVIDER_NOT_REGISTERED, rc=COMMError, "
+            "ca=ContactTechSupport;\n");
+  EXPECT_THAT(result.out, HasSubstr("\nSnapshot set {00000003-5e1f-4c3d-9a0b-000000000000}: not taken\n"));
+}
+
+TEST_F(SnapshotCommand, ATestPointFailsTheSnapshotAfterItWasTaken) {
+  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "--test-points", "0x1"}, 15);
+  EXPECT_EQ(outcome["result"]["hresult"], "0x80042315");
+  EXPECT_EQ(outcome["snapshotSetId"], kSetId);
+}
+
+TEST_F(SnapshotCommand, ATransportableSetHasNoDevicesHere) {
+  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "--context", "app-rollback+transportable"}, 0);
+  EXPECT_EQ(outcome["snapshots"][0]["device"], "");
+  EXPECT_EQ(outcome["snapshots"][0]["serialNumber"], "");
+  EXPECT_THAT(Snapshot({"--disk", "TSL0001", "TSL0002", "--context", "0x29"}).out,
+              HasSubstr("    not surfaced on this host\n"));
+}
+
+TEST_F(SnapshotCommand, AWriterCodeLimitsTheSetToTheDatabasesThatTheArrayNames) {
+  const json outcome = SnapshotJson({"--disk", "TSL0001", "--writer-code", "2"}, 0);
+  EXPECT_THAT(PathsOf(outcome["writers"][0], "added"), ElementsAre("\\SQL01\\sales"));
+  EXPECT_EQ(outcome["databases"], "sales@sql01");
+  const CliResult text = Snapshot({"--disk", "TSL0001", "TSL0002", "--writer-code", "2"});
+  EXPECT_THAT(text.out, HasSubstr("    \\SQL01\\crm: it is not among the databases that the array named\n"));
+}
+
+TEST_F(SnapshotCommand, WhatItCannotDoIsAUsageError) {
+  const std::vector<std::vector<std::string>> cases = {{},
+                                                       {"--disk"},
+                                                       {"--disk", "TSL0001", "--context", "nonsense"},
+                                                       {"--disk", "TSL0001", "--context", "backup+"},
+                                                       {"--disk", "TSL0001", "--test-points", "many"},
+                                                       {"--disk", "TSL0001", "--backup-type", "half"},
+                                                       {"--disk", "TSL0001", "--writer-code", "x"},
+                                                       {"--disk", "TSL0001", "--then", "forget"},
+                                                       {"--disk", "TSL0001", "--then", "1"},
+                                                       {"--disk", "TSL0001", "--backup-type", "1"},
+                                                       {"--disk", "TSL0001", "--document", "no/such/folder/out.xml"}};
+  for (const std::vector<std::string>& arguments : cases) {
+    const CliResult result = Snapshot(arguments);
+    EXPECT_EQ(result.status, 2) << testing::PrintToString(arguments);
+    EXPECT_EQ(result.out, "");
+    EXPECT_TRUE(IsOneLine(result.err)) << result.err;
+  }
+  EXPECT_EQ(RunCli({"snapshot", "--app", "oracle", "--disk", "TSL0001"}).status, 2);
+}
+
+TEST(SnapshotContext, IsANumberOrNamesJoinedByPlus) {
+  EXPECT_EQ(varnelctl::ParseContext("backup"), 0u);
+  EXPECT_EQ(varnelctl::ParseContext("app-rollback+transportable"), 0x29u);
+  EXPECT_EQ(varnelctl::ParseContext("0x1D"), 0x1Du);
+  EXPECT_EQ(varnelctl::ParseContext("41"), 41u);
+  EXPECT_EQ(varnelctl::ParseContext(""), std::nullopt);
+  EXPECT_EQ(varnelctl::ParseContext("0x"), std::nullopt);
+  EXPECT_EQ(varnelctl::ParseContext("-1"), std::nullopt);
+  EXPECT_EQ(varnelctl::ParseContext("4294967296"), std::nullopt);
+}
+
+// The captured server: its SQL Server databases lie on E: and F:, everything else on C:.
+class CapturedServer : public SnapshotCommand {
+ protected:
+  void SetUp() override {
+    const char* captures = std::getenv("VARNEL_CAPTURES");
+    if (captures == nullptr || !std::filesystem::is_directory(captures)) {
+      GTEST_SKIP() << "VARNEL_CAPTURES names no folder with captured documents";
+    }
+    host_ = {{"disks", json::array({DiskJson("SYS", 0, "C:\\"), DiskJson("TSLE", 1, "E:\\"),
+                                    DiskJson("TSLF", 2, "F:\\"), DiskJson("TSLG", 3, "G:\\")})},
+             {"providers", SmallHostJson()["providers"]}};
+    for (int n = 0; n <= 10; ++n) {
+      const auto path = std::filesystem::path(captures) / ("WM" + std::to_string(n) + ".xml");
+      host_["writers"].push_back({{"document", path.string()}});
+    }
+  }
+
+  std::vector<std::string> Added(const json& outcome) {
+    std::vector<std::string> added;
+    for (const json& writer : outcome["writers"]) {
+      for (std::string& path : PathsOf(writer, "added")) added.push_back(std::move(path));
+    }
+    return added;
+  }
+
+  json host_;
+};
+
+TEST_F(CapturedServer, ComponentsAreChosenByTheirDisks) {
+  const json both = SnapshotJson({"--disk", "TSLE", "TSLF"}, 0, host_);
+  EXPECT_THAT(Added(both),
+              ElementsAre("\\WIN2012-SQL17-2\\master", "\\WIN2012-SQL17-2\\model", "\\WIN2012-SQL17-2\\msdb",
+                          "\\WIN2012-SQL17-2\\SecondServerDb", "\\WIN2012-SQL17-2\\OtherSanDatabase"));
+  const json one = SnapshotJson({"--disk", "TSLF"}, 0, host_);
+  EXPECT_THAT(Added(one), ElementsAre("\\WIN2012-SQL17-2\\OtherSanDatabase"));
+}
+
+TEST_F(CapturedServer, ADiskWithoutADatabaseIsExtra) {
+  const json outcome = SnapshotJson({"--disk", "TSLE", "TSLG"}, 14, host_);
+  EXPECT_EQ(outcome["result"]["alertCode"], 701);
+  EXPECT_EQ(outcome["snapshots"].size(), 2u);
+}
+
+}  // namespace
+}  // namespace varnel::test

@@ -1,0 +1,77 @@
+// Hosts for `varnelctl snapshot`: a small one as a host file, and the runs on it.
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tests/varnelctl/cli_support.h"
+
+namespace varnel::test {
+
+inline nlohmann::json DiskJson(const std::string& serial, int number, const std::string& mountPoint) {
+  using nlohmann::json;
+  const std::string volume = "\\\\?\\Volume{0000000" + std::to_string(number) + "-0000-0000-0000-000000000000}\\";
+  return {{"serial", serial},
+          {"number", number},
+          {"vendor", number == 0 ? "Local" : "Tessel"},
+          {"system", number == 0},
+          {"volumes", json::array({{{"name", volume}, {"mountPoints", json::array({mountPoint})}}})}};
+}
+
+inline nlohmann::json ComponentJson(const std::string& name, const std::vector<std::string>& directories) {
+  nlohmann::json files = nlohmann::json::array();
+  for (const std::string& directory : directories) files.push_back({{"path", directory}, {"filespec", "*"}});
+  return {{"type", "fileGroup"}, {"logicalPath", "SQL01"}, {"name", name}, {"caption", name}, {"files", files}};
+}
+
+/// A writer with one database on each of two array disks, one on the system disk and one without files.
+inline nlohmann::json SmallHostJson() {
+  using nlohmann::json;
+  return {
+      {"disks",
+       json::array({DiskJson("SYS", 0, "C:\\"), DiskJson("TSL0001", 1, "E:\\"), DiskJson("TSL0002", 2, "F:\\")})},
+      {"providers", json::array({{{"id", "{374579ad-285c-49b9-ab8a-950e0e252de2}"},
+                                  {"name", "Tessel VSS Hardware Provider"},
+                                  {"type", "hardware"},
+                                  {"version", "1.0"}}})},
+      {"writers",
+       json::array({{{"name", "Demo Writer"},
+                     {"writerId", "{00000000-0000-0000-0000-00000000000a}"},
+                     {"instanceId", "{00000000-0000-0000-0000-0000000000aa}"},
+                     {"components",
+                      json::array({ComponentJson("sales", {"E:\\data"}), ComponentJson("crm", {"E:\\data", "F:\\data"}),
+                                   ComponentJson("tools", {"C:\\tools"}), ComponentJson("empty", {})})}}})},
+      {"databases", {{"TSL0001", "sales@sql01"}}},
+      {"computerName", "SQL01"}};
+}
+
+/// The names of the phases of a snapshot's JSON document.
+inline std::vector<std::string> PhasesOf(const nlohmann::json& outcome) {
+  std::vector<std::string> names;
+  for (const nlohmann::json& phase : outcome.at("phases")) names.push_back(phase.at("name"));
+  return names;
+}
+
+/// Snapshots on host files, of no application.
+class SnapshotCommand : public testing::Test {
+ protected:
+  CliResult Snapshot(std::vector<std::string> arguments, const nlohmann::json& host = SmallHostJson()) {
+    std::vector<std::string> all = {"--host", folder.Write("host.json", host.dump()), "snapshot", "--app", "none"};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return RunCli(std::move(all));
+  }
+  nlohmann::json SnapshotJson(std::vector<std::string> arguments, int status,
+                              const nlohmann::json& host = SmallHostJson()) {
+    arguments.push_back("--json");
+    const CliResult result = Snapshot(std::move(arguments), host);
+    EXPECT_EQ(result.status, status) << result.err;
+    return nlohmann::json::parse(result.out);
+  }
+
+  TemporaryFolder folder;
+};
+
+}  // namespace varnel::test

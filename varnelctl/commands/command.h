@@ -1,0 +1,37 @@
+// The commands. Each lives in a file of its own and is listed in commands.cpp.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "varnelctl/explanation/exit_status.h"
+#include "varnelctl/session.h"
+
+namespace CLI {
+class App;
+}
+
+namespace varnelctl {
+
+class Command {
+ public:
+  virtual ~Command() = default;
+  virtual const char* name() const = 0;
+  virtual const char* description() const = 0;
+  /// Command lines for the help, one per line.
+  virtual const char* examples() const = 0;
+  /// Declares the command's own options; they are bound to this object.
+  virtual void AddOptions(CLI::App& /*app*/) {}
+  /// Runs against the current host. A failure leaves as an exception, before anything was printed.
+  virtual ExitStatus Run(Session& session) = 0;
+};
+
+std::unique_ptr<Command> MakeDisksCommand();
+std::unique_ptr<Command> MakeProvidersCommand();
+std::unique_ptr<Command> MakeSnapshotCommand();
+std::unique_ptr<Command> MakeWritersCommand();
+
+/// Every command, in the order of the help.
+std::vector<std::unique_ptr<Command>> MakeCommands();
+
+}  // namespace varnelctl

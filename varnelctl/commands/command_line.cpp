@@ -1,0 +1,96 @@
+#include "varnelctl/commands/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+#include "platform/tessel/FileLog.h"
+#include "varnelctl/console/text.h"
+
+namespace varnelctl {
+namespace {
+
+constexpr char kDescription[] =
+    "Drives the varnel requestor by hand: shows what a host's Volume Shadow Copy service offers and takes snapshots.\n"
+    "Without --host it asks this machine on Windows, and a built-in sample host elsewhere.";
+
+int CategoryOf(const std::string& level) {
+  if (level == "error") return CFileLog::Error;
+  if (level == "warning") return CFileLog::Warning;
+  if (level == "info") return CFileLog::Information;
+  return CFileLog::Verbose;
+}
+
+std::string ExitStatusFooter() {
+  std::string footer = "Exit status:\n";
+  for (const auto& [status, text] : kExitStatuses) {
+    std::string number = std::to_string(static_cast<int>(status));
+    number.insert(0, 4 - number.size(), ' ');
+    footer.append(number).append("  ").append(text) += '\n';
+  }
+  return footer;
+}
+
+// Global options may also stand behind the command's name.
+void AddGlobalOptions(CLI::App& app, GlobalOptions& options, std::string& logLevel) {
+  app.set_help_flag("-h,--help", "Print this help, or behind a command its own, and exit");
+  app.set_version_flag("--version", "varnelctl " VARNELCTL_VERSION, "Print the version and exit");
+  app.add_option("--host", options.hostFile, "Ask the simulated host of this JSON file (--host sql-server.json)")
+      ->type_name("FILE");
+  app.add_flag("--json", options.json, "Print one JSON document instead of text (varnelctl --json disks)");
+  CLI::Option* log =
+      app.add_option("--log", options.logFile, "Append the library's log to this file (--log varnel.log)")
+          ->type_name("FILE");
+  app.add_option("--log-level", logLevel, "Least important lines to log, else info (--log-level verbose)")
+      ->type_name("LEVEL")
+      ->check(CLI::IsMember({"error", "warning", "info", "verbose"}))
+      ->needs(log);
+}
+
+void AddCommands(CLI::App& app, const std::vector<std::unique_ptr<Command>>& commands) {
+  app.require_subcommand(1);
+  for (const std::unique_ptr<Command>& command : commands) {
+    CLI::App* sub = app.add_subcommand(command->name(), command->description());
+    sub->footer("The options of varnelctl --help may follow too.\nExamples:\n" + std::string(command->examples()));
+    command->AddOptions(*sub);
+  }
+}
+
+// False when the arguments asked for a text, which is then printed.
+bool Parse(CLI::App& app, std::vector<std::string> arguments, Console& console) {
+  std::reverse(arguments.begin(), arguments.end());  // the order that the parser wants
+  try {
+    app.parse(std::move(arguments));
+    return true;
+  } catch (const CLI::CallForHelp&) {
+    console.Text(app.help());
+  } catch (const CLI::CallForVersion& version) {
+    console.Line(version.what());
+  } catch (const CLI::ParseError& error) {
+    throw UsageError(OneLine(error.what()) + " (varnelctl --help lists what there is)");
+  }
+  return false;
+}
+
+}  // namespace
+
+Invocation ParseCommandLine(std::vector<std::string> arguments, Console& console) {
+  Invocation invocation;
+  std::string logLevel = "info";
+  std::vector<std::unique_ptr<Command>> commands = MakeCommands();
+
+  CLI::App app(kDescription, "varnelctl");
+  app.allow_windows_style_options(false);  // '/' starts a path everywhere
+  app.fallthrough();
+  AddGlobalOptions(app, invocation.options, logLevel);
+  AddCommands(app, commands);
+  app.footer(ExitStatusFooter());
+  if (!Parse(app, std::move(arguments), console)) return invocation;
+
+  invocation.options.lowestLogCategory = CategoryOf(logLevel);
+  const auto chosen = std::find_if(commands.begin(), commands.end(),
+                                   [&app](const auto& command) { return app.got_subcommand(command->name()); });
+  invocation.command = std::move(*chosen);
+  return invocation;
+}
+
+}  // namespace varnelctl

@@ -1,0 +1,29 @@
+// What the arguments ask for.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "varnelctl/commands/command.h"
+#include "varnelctl/console/console.h"
+
+namespace varnelctl {
+
+struct GlobalOptions {
+  std::optional<std::string> hostFile;
+  bool json = false;
+  std::optional<std::string> logFile;
+  int lowestLogCategory = 0;  ///< CFileLog::Category
+};
+
+struct Invocation {
+  GlobalOptions options;
+  std::unique_ptr<Command> command;  ///< null when help or the version was asked for and has been printed
+};
+
+/// Reads the arguments (UTF-8, without the program's name). Throws UsageError.
+Invocation ParseCommandLine(std::vector<std::string> arguments, Console& console);
+
+}  // namespace varnelctl

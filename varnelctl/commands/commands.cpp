@@ -1,0 +1,14 @@
+#include "varnelctl/commands/command.h"
+
+namespace varnelctl {
+
+std::vector<std::unique_ptr<Command>> MakeCommands() {
+  std::vector<std::unique_ptr<Command>> commands;
+  commands.push_back(MakeWritersCommand());
+  commands.push_back(MakeProvidersCommand());
+  commands.push_back(MakeDisksCommand());
+  commands.push_back(MakeSnapshotCommand());
+  return commands;
+}
+
+}  // namespace varnelctl

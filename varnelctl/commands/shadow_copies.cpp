@@ -1,0 +1,67 @@
+#include "varnelctl/commands/shadow_copies.h"
+
+#include "core/errors.h"
+#include "platform/owners.h"
+#include "text/ascii_case.h"
+#include "text/guid.h"
+#include "varnelctl/explanation/failure.h"
+#include "varnelctl/vss_object.h"
+
+namespace varnelctl {
+namespace {
+
+using TesselCommonClasses::DiskAndVolumeEnumerator;
+using varnel::ComPtr;
+
+// An object of its own, because the context of the requestor's hides what was made in another one.
+ComPtr<IVssEnumObject> QueryAllShadowCopies(ComPtr<IVssBackupComponents>& vss) {
+  CheckCall("CreateVssBackupComponents",
+            varnel::Delivered(varnel::CurrentHost().vss().CreateVssBackupComponents(vss.Put()), vss));
+  CheckCall("IVssBackupComponents::InitializeForBackup", vss->InitializeForBackup(nullptr));
+  CheckCall("IVssBackupComponents::SetContext", vss->SetContext(static_cast<LONG>(VSS_CTX_ALL)));
+  ComPtr<IVssEnumObject> list;
+  CheckCall("IVssBackupComponents::Query", vss->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, list.Put()));
+  return list;
+}
+
+std::wstring MountPointOf(const std::wstring& volume, const std::wstring& serialNumber,
+                          DiskAndVolumeEnumerator& enumerator) {
+  std::vector<TesselCommonClasses::WindowsVolumeInfo> volumes;
+  enumerator.GetVolumesForGivenDisk(serialNumber, volumes);
+  for (const auto& candidate : volumes) {
+    if (varnel::ascii::EqualIgnoringCase(candidate.uniqueVolumeName, volume)) return candidate.mountPoint;
+  }
+  return {};
+}
+
+}  // namespace
+
+std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor, DiskAndVolumeEnumerator& enumerator) {
+  std::vector<ShadowCopyView> copies;
+  for (const SnapshotVolumeInfo& volume : requestor.GetSnapshotVolumes()) {
+    ShadowCopyView& view = copies.emplace_back();
+    view.volume = volume;
+    TesselCommonClasses::WindowsDiskDevice source;
+    enumerator.GetDiskDeviceForUniqueVolume(volume.volumeName, source);
+    view.sourceSerialNumber = source.serialNumber;
+    view.mountPoint = MountPointOf(volume.volumeName, source.serialNumber, enumerator);
+    if (!volume.snapshotDeviceName.empty()) {
+      enumerator.GetDiskDeviceForUniqueVolume(volume.snapshotDeviceName, view.disk);
+    }
+  }
+  return copies;
+}
+
+std::size_t CountShadowCopies(const std::wstring& setId) {
+  ComPtr<IVssBackupComponents> vss;
+  const ComPtr<IVssEnumObject> list = QueryAllShadowCopies(vss);
+  std::size_t count = 0;
+  if (!list) return count;
+  ForEachVssObject(*list, [&](const VssObject& object) {
+    const VSS_SNAPSHOT_PROP* copy = object.snapshot();
+    if (copy != nullptr && varnel::FormatGuid(copy->m_SnapshotSetId) == setId) ++count;
+  });
+  return count;
+}
+
+}  // namespace varnelctl

@@ -1,0 +1,144 @@
+#include "varnelctl/commands/storage_view.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <optional>
+
+#include "platform/host.h"
+#include "text/format.h"
+#include "varnelctl/console/text.h"
+#include "varnelctl/explanation/failure.h"
+
+namespace varnelctl {
+namespace {
+
+using TesselCommonClasses::DiskAndVolumeEnumerator;
+using TesselCommonClasses::WindowsDiskDevice;
+using varnel::CurrentHost;
+
+[[noreturn]] void ThrowLastError(const char* call) {
+  throw CallFailure(call, varnel::HResultFromWin32(CurrentHost().GetLastError()));
+}
+
+// The names of all volumes, one after the other.
+class VolumeSearch {
+ public:
+  VolumeSearch() : handle_(CurrentHost().storage().FindFirstVolumeW(name_.data(), MAX_PATH)) {
+    if (handle_ == INVALID_HANDLE_VALUE && CurrentHost().GetLastError() != ERROR_NO_MORE_FILES) {
+      ThrowLastError("FindFirstVolumeW");
+    }
+  }
+  ~VolumeSearch() {
+    if (handle_ != INVALID_HANDLE_VALUE) CurrentHost().storage().FindVolumeClose(handle_);
+  }
+  VolumeSearch(const VolumeSearch&) = delete;
+  VolumeSearch& operator=(const VolumeSearch&) = delete;
+
+  bool HasVolume() const { return handle_ != INVALID_HANDLE_VALUE && !atEnd_; }
+  std::wstring Name() const { return name_.data(); }
+  void Next() {
+    if (CurrentHost().storage().FindNextVolumeW(handle_, name_.data(), MAX_PATH)) return;
+    if (CurrentHost().GetLastError() != ERROR_NO_MORE_FILES) ThrowLastError("FindNextVolumeW");
+    atEnd_ = true;
+  }
+
+ private:
+  std::array<wchar_t, MAX_PATH> name_{};
+  HANDLE handle_;
+  bool atEnd_ = false;
+};
+
+std::vector<std::wstring> SplitList(const wchar_t* list) {
+  std::vector<std::wstring> entries;
+  while (*list != L'\0') {
+    entries.emplace_back(list);
+    list += entries.back().size() + 1;
+  }
+  return entries;
+}
+
+std::vector<std::wstring> MountPointsOf(const std::wstring& volume, std::vector<std::string>& warnings) {
+  std::wstring list(MAX_PATH, L'\0');
+  for (;;) {
+    DWORD needed = 0;
+    const auto room = static_cast<DWORD>(list.size());
+    // Two characters less than there are, so that a list without its end still ends.
+    if (CurrentHost().storage().GetVolumePathNamesForVolumeNameW(volume.c_str(), list.data(), room - 2, &needed)) {
+      return SplitList(list.c_str());
+    }
+    const DWORD error = CurrentHost().GetLastError();
+    if (error != ERROR_MORE_DATA || needed <= room - 2) {
+      warnings.push_back(varnel::FormatNarrow("the mount points of %s cannot be read (error %u)",
+                                              {std::string_view(Printable(volume)), error}));
+      return {};
+    }
+    list.assign(needed + std::size_t{2}, L'\0');
+  }
+}
+
+std::optional<DWORD> SystemDiskNumber(DiskAndVolumeEnumerator& enumerator) {
+  std::array<wchar_t, MAX_PATH> directory{};
+  const UINT length = CurrentHost().system().GetSystemDirectoryW(directory.data(), MAX_PATH);
+  if (length == 0 || length >= MAX_PATH) return std::nullopt;
+  std::wstring volume;
+  std::wstring mountPoint;
+  if (!TesselCommonClasses::UtilityClass::GetUniqueVolumeNameForPathNoThrow(directory.data(), volume, mountPoint)) {
+    return std::nullopt;
+  }
+  WindowsDiskDevice device;
+  enumerator.GetDiskDeviceForUniqueVolume(volume, device);
+  return device.diskName.empty() ? std::nullopt : std::optional(device.diskNumber);
+}
+
+std::vector<WindowsDiskDevice> ManagedDisks(std::vector<std::string>& warnings) {
+  try {
+    return TesselCommonClasses::WMIDiskHelper().GetDiskDevices2k8(false);
+  } catch (const TesselCommonClasses::ExceptionCommon& error) {
+    warnings.push_back(OneLine(error.what()) + "; disks without volumes are not shown");
+    return {};
+  }
+}
+
+}  // namespace
+
+const std::wstring& VolumeSerials::Of(const std::wstring& volume) {
+  const auto [entry, isNew] = known_.try_emplace(volume);
+  if (isNew) {
+    WindowsDiskDevice device;
+    enumerator_.GetDiskDeviceForUniqueVolume(volume, device);
+    entry->second = device.serialNumber;
+  }
+  return entry->second;
+}
+
+StorageView ReadStorage() {
+  StorageView view;
+  DiskAndVolumeEnumerator enumerator;
+  std::map<DWORD, DiskView> disks;
+  for (VolumeSearch search; search.HasVolume(); search.Next()) {
+    VolumeView volume{search.Name(), MountPointsOf(search.Name(), view.warnings)};
+    WindowsDiskDevice device;
+    enumerator.GetDiskDeviceForUniqueVolume(volume.name, device);
+    if (device.diskName.empty()) {
+      view.volumesWithoutDisk.push_back(std::move(volume));
+      continue;
+    }
+    DiskView& disk = disks[device.diskNumber];
+    disk.device = std::move(device);
+    disk.volumes.push_back(std::move(volume));
+  }
+  for (WindowsDiskDevice& device : ManagedDisks(view.warnings)) {
+    const DWORD number = device.diskNumber;
+    disks.try_emplace(number, DiskView{std::move(device), false, {}});
+  }
+  const std::optional<DWORD> systemDisk = SystemDiskNumber(enumerator);
+  if (!systemDisk) view.warnings.push_back("the disk of the system directory cannot be told");
+  for (auto& [number, disk] : disks) {
+    disk.system = number == systemDisk;
+    view.disks.push_back(std::move(disk));
+  }
+  return view;
+}
+
+}  // namespace varnelctl

@@ -1,0 +1,197 @@
+#include <CLI/App.hpp>
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <unordered_map>
+
+#include "core/varnel.h"
+#include "varnelctl/commands/command.h"
+#include "varnelctl/commands/storage_view.h"
+#include "varnelctl/console/text.h"
+
+namespace varnelctl {
+namespace {
+
+using TesselCommonClasses::DiskAndVolumeEnumerator;
+
+const char* NameOfComponentType(DWORD type) {
+  switch (type) {
+    case VSS_CT_DATABASE:
+      return "database";
+    case VSS_CT_FILEGROUP:
+      return "fileGroup";
+    default:
+      return "undefined";
+  }
+}
+
+const char* NameOfFileType(DWORD type) {
+  switch (type) {
+    case VssFileDescriptor::ExcludeFile:
+      return "exclude";
+    case VssFileDescriptor::DatabaseFile:
+      return "databaseFile";
+    case VssFileDescriptor::DatabaseLogFile:
+      return "databaseLogFile";
+    default:
+      return "file";
+  }
+}
+
+Json ToJson(const VssFileDescriptor& file, VolumeSerials& serials) {
+  return {{"path", Utf8(file.path)},
+          {"filespec", Utf8(file.filespec)},
+          {"fileType", NameOfFileType(file.fileType)},
+          {"volume", Utf8(file.volumeName)},
+          {"serialNumber", Utf8(serials.Of(file.volumeName))}};
+}
+
+Json ToJson(const VssComponent& component, VolumeSerials& serials) {
+  Json files = Json::array();
+  for (const VssFileDescriptor& file : component.files) files.push_back(ToJson(file, serials));
+  return {{"fullPath", Utf8(component.fullPath)},
+          {"name", Utf8(component.name)},
+          {"logicalPath", Utf8(component.logicalPath)},
+          {"caption", Utf8(component.caption)},
+          {"type", NameOfComponentType(component.type)},
+          {"selectable", component.selectable},
+          {"topLevel", component.topLevel},
+          {"files", std::move(files)}};
+}
+
+Json ToJson(const VssWriter& writer, VolumeSerials& serials) {
+  Json components = Json::array();
+  for (const VssComponent& component : writer.components) components.push_back(ToJson(component, serials));
+  return {{"name", Utf8(writer.name)},
+          {"writerId", Utf8(writer.writerId)},
+          {"instanceId", Utf8(writer.instanceId)},
+          {"components", std::move(components)}};
+}
+
+Json ToJson(const std::vector<VssWriter>& writers, VolumeSerials& serials) {
+  Json list = Json::array();
+  for (const VssWriter& writer : writers) list.push_back(ToJson(writer, serials));
+  return {{"writers", std::move(list)}};
+}
+
+// The files of one directory.
+struct Directory {
+  const VssFileDescriptor* first;
+  std::vector<const VssFileDescriptor*> files;
+};
+
+// In the order in which the writer names them first.
+std::vector<Directory> ByDirectory(const std::vector<VssFileDescriptor>& files) {
+  std::vector<Directory> directories;
+  std::unordered_map<std::wstring_view, std::size_t> known;
+  for (const VssFileDescriptor& file : files) {
+    const auto [entry, isNew] = known.try_emplace(file.path, directories.size());
+    if (isNew) directories.push_back({&file, {}});
+    directories[entry->second].files.push_back(&file);
+  }
+  return directories;
+}
+
+// Writes the text that people read.
+class Listing {
+ public:
+  Listing(Console& console, VolumeSerials& serials, bool all) : console_(console), serials_(serials), all_(all) {}
+
+  void Print(const std::vector<VssWriter>& writers) {
+    for (const VssWriter& writer : writers) Print(writer);
+    console_.Line(Counted(writers.size(), "writer") + ", " + Counted(components_, "component") + ", " +
+                  Counted(files_, "file"));
+  }
+
+ private:
+  static constexpr std::size_t kFilesShown = 20;  // of one component
+
+  void Print(const VssWriter& writer) {
+    console_.Line(Printable(writer.name));
+    console_.Line("  writer id    " + Printable(writer.writerId));
+    console_.Line("  instance id  " + Printable(writer.instanceId));
+    if (writer.components.empty()) console_.Line("  no components");
+    for (const VssComponent& component : writer.components) Print(component);
+    console_.Line("");
+    components_ += writer.components.size();
+  }
+
+  void Print(const VssComponent& component) {
+    console_.Line("  " + Printable(component.fullPath));
+    std::string line = std::string("    ") + NameOfComponentType(component.type);
+    line += component.selectable ? ", selectable" : ", not selectable";
+    if (component.topLevel) line += ", top level";
+    if (!component.caption.empty()) line += ", \"" + Printable(component.caption) + "\"";
+    console_.Line(line);
+    PrintFiles(component.files);
+    files_ += component.files.size();
+  }
+
+  void PrintFiles(const std::vector<VssFileDescriptor>& files) {
+    if (files.empty()) console_.Line("    no files");
+    std::size_t left = all_ ? files.size() : std::min(files.size(), kFilesShown);
+    const std::size_t hidden = files.size() - left;
+    for (const Directory& directory : ByDirectory(files)) {
+      if (left == 0) break;
+      Print(*directory.first);
+      for (const VssFileDescriptor* file : directory.files) {
+        if (left == 0) break;
+        console_.Line("      " + Printable(file->filespec) + "  (" + NameOfFileType(file->fileType) + ")");
+        --left;
+      }
+    }
+    if (hidden != 0) console_.Line("    ... and " + Counted(hidden, "more file") + " (--all shows them)");
+  }
+
+  // The directory's heading.
+  void Print(const VssFileDescriptor& file) {
+    const std::wstring& serialNumber = serials_.Of(file.volumeName);
+    console_.Line("    " + Printable(file.path) + "  on " + Printable(file.volumeName) +
+                  (serialNumber.empty() ? ", disk unknown" : ", disk \"" + Printable(serialNumber) + "\""));
+  }
+
+  Console& console_;
+  VolumeSerials& serials_;
+  const bool all_;
+  std::size_t components_ = 0;
+  std::size_t files_ = 0;
+};
+
+class WritersCommand final : public Command {
+ public:
+  const char* name() const override { return "writers"; }
+  const char* description() const override {
+    return "Show every writer, component and file, with volume and disk serial number";
+  }
+  const char* examples() const override {
+    return "  varnelctl writers --all\n  varnelctl writers --json --host host.json\n";
+  }
+  void AddOptions(CLI::App& app) override {
+    app.add_flag("--all", all_, "Show long file lists whole (varnelctl writers --all); JSON always has every file");
+  }
+  ExitStatus Run(Session& session) override {
+    DiskAndVolumeEnumerator enumerator;
+    CVarnel requestor(0);
+    session.Ask("Initialize",
+                [&] { requestor.Initialize(0, L"", false, VSS_BT_FULL, session.errorDetails, &enumerator); });
+    session.Ask("GatherWriterMetadata", [&] { requestor.GatherWriterMetadata(session.errorDetails); });
+    session.Ask("EnumerateDisks", [&] { enumerator.EnumerateDisks(false); });
+    VolumeSerials serials(enumerator);
+    if (session.json) {
+      session.console.Document(ToJson(requestor.GetWriters(), serials));
+    } else {
+      Listing(session.console, serials, all_).Print(requestor.GetWriters());
+    }
+    return ExitStatus::Done;
+  }
+
+ private:
+  bool all_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> MakeWritersCommand() {
+  return std::make_unique<WritersCommand>();
+}
+
+}  // namespace varnelctl
