@@ -1,5 +1,8 @@
 #include "core/cataloguing.h"
 
+#include <utility>
+
+#include "core/checks.h"
 #include "core/logging.h"
 #include "core/varnel.h"
 #include "platform/ansi.h"
@@ -24,35 +27,27 @@ void CVarnel::GetComponentInfoForCataloging(const VssComponent& component, Compo
 void CVarnel::GetSnapshotMeatadata(std::map<std::string, ApplicationObjectMeatadataInfo>& metadata) {
   metadata.clear();
   kLog.Info(L"Getting snapshot meatadata");
-  for (const VssWriter& writer : m_writers) {
-    if (writer.excluded) continue;
-    for (const VssComponent& component : writer.components) {
-      if (!component.excluded) CatalogComponent(component, metadata);
+  for (const VssComponent* component : varnel::SelectedComponents(std::as_const(m_writers))) {
+    ComponentCatalogingInfo info;
+    GetComponentInfoForCataloging(*component, info);
+    if (component->affectedSerialNumbers.empty()) continue;
+    const std::string id = varnel::WideToUtf8(info.appObjectId);
+    const std::string name = varnel::WideToUtf8(info.appObjectName);
+    const bool failed = varnel::HasFailed(*component);
+    for (const std::wstring& serialNumber : component->affectedSerialNumbers) {
+      ApplicationObjectMeatadataInfo& entry = metadata[varnel::WideToAnsi(serialNumber)];
+      AppendUnlessEmpty(failed ? entry.otherObjectIds : entry.appObjectIds, id);
+      AppendUnlessEmpty(failed ? entry.otherObjectNames : entry.appObjectNames, name);
     }
   }
   for (const std::wstring& serialNumber : m_extraSerialNumbers) {
     const std::wstring key = varnel::ascii::ToLower(serialNumber);
     std::vector<TesselCommonClasses::WindowsVolumeInfo> volumes;
-    RequireEnumerator().GetVolumesForGivenDisk(key, volumes);
+    varnel::Required(m_diskAndVolumeEnumerator).GetVolumesForGivenDisk(key, volumes);
     for (const auto& volume : volumes) {
       ApplicationObjectMeatadataInfo& entry = metadata[varnel::WideToAnsi(key)];
       entry.otherObjectIds.push_back(varnel::WideToAnsi(volume.uniqueVolumeName));
       entry.otherObjectNames.push_back(varnel::WideToAnsi(volume.mountPoint));
     }
-  }
-}
-
-void CVarnel::CatalogComponent(const VssComponent& component,
-                               std::map<std::string, ApplicationObjectMeatadataInfo>& metadata) {
-  ComponentCatalogingInfo info;
-  GetComponentInfoForCataloging(component, info);
-  if (component.affectedSerialNumbers.empty()) return;
-  const std::string id = varnel::WideToUtf8(info.appObjectId);
-  const std::string name = varnel::WideToUtf8(info.appObjectName);
-  const bool failed = component.failed && component.failureCode != 0;
-  for (const std::wstring& serialNumber : component.affectedSerialNumbers) {
-    ApplicationObjectMeatadataInfo& entry = metadata[varnel::WideToAnsi(serialNumber)];
-    AppendUnlessEmpty(failed ? entry.otherObjectIds : entry.appObjectIds, id);
-    AppendUnlessEmpty(failed ? entry.otherObjectNames : entry.appObjectNames, name);
   }
 }

@@ -1,17 +1,49 @@
 // The end of a backup: what the writers are told, and what becomes of a set that is of no use.
 #include "core/logging.h"
 #include "core/varnel.h"
-#include "platform/owners.h"
+#include "core/vss_call.h"
+#include "text/guid.h"
 
-using varnel::CheckComCall;
-using varnel::ComPtr;
+using varnel::AlertAndThrow;
+using varnel::CheckedCall;
 using varnel::kLog;
+using varnel::LogAndThrow;
 
 namespace {
 
 // A request that got through with collected messages has its snapshot, like one without.
 bool GotThrough(int snapErrorCode) {
   return snapErrorCode == VarnelException::None || snapErrorCode == VarnelException::PartialSuccess;
+}
+
+void AbortUnfinishedBackup(IVssBackupComponents* service) {
+  if (service == nullptr) {
+    kLog.Warning(L"Snapshot not created, not calling AbortBackup because VSS is not yet initialized.");
+    return;
+  }
+  kLog.Warning(L"Snapshot not created, calling AbortBackup");
+  const HRESULT hr = service->AbortBackup();
+  if (FAILED(hr)) kLog.Error(L"AbortBackup failed. Error 0x%x", hr);
+}
+
+// A transportable set is the array's to clean up.
+bool IsOursToDelete(DWORD context) {
+  if ((context & VSS_VOLSNAP_ATTR_TRANSPORTABLE) == 0) {
+    kLog.Info(L"Delete snapshots before exiting...");
+    return true;
+  }
+  kLog.Warning(
+      L"Backup failed, but snapshopts won't be cleaned up by Vorn as they are transportable. The array should clean "
+      L"up the snapshots if failure is terminating.");
+  return false;
+}
+
+bool HasWriterComponents(const varnel::ComPtr<IVssBackupComponents>& service) {
+  UINT writers = 0;
+  CheckedCall(LogAndThrow(L"m_pVssObject->GetWriterComponentsCount(&cWriters)"), service,
+              &IVssBackupComponents::GetWriterComponentsCount, &writers);
+  if (writers == 0) kLog.Warning(L"- There were no writer components in this backup");
+  return writers != 0;
 }
 
 void LogIntention(int snapErrorCode) {
@@ -28,113 +60,72 @@ void LogIntention(int snapErrorCode) {
 
 }  // namespace
 
-// What the guarded part of the completion came to.
-struct CVarnel::MarkingResult {
-  bool anyWriters = true;
-  long failure = S_OK;  // the saved failure code
-};
-
 void CVarnel::SetBackupStatus(int snapErrorCode, std::string& errorDetails) {
   m_writerErrorText.clear();
   m_failedComponents.clear();
   kLog.Info(L"Backup shutdown phase: SetBackupStatus called with snapErrorCode %d...", snapErrorCode);
   if (!m_snapshotDone) {
-    AbortUnfinishedBackup();
+    AbortUnfinishedBackup(m_pVssObject.Get());
     return;
   }
-  if (!GotThrough(snapErrorCode)) CleanUpFailedSet(errorDetails);
-  const MarkingResult marking = MarkComponents(snapErrorCode, errorDetails);
-  if (!marking.anyWriters) return;
+  if (!GotThrough(snapErrorCode) && IsOursToDelete(m_context)) {
+    try {
+      DeleteSnapshotSet(errorDetails);
+    } catch (...) {
+      // A set that stays behind must not keep the writers from being told.
+      kLog.Error(L"Failed to delete the snapshots.");
+    }
+  }
+  long failure = S_OK;
+  try {
+    if (!HasWriterComponents(m_pVssObject)) return;
+    LogIntention(snapErrorCode);
+    SetBackupSucceeded(snapErrorCode, errorDetails);
+  } catch (long hr) {
+    failure = hr;
+    kLog.Error(L"SetBackupStatus Failed. Error = 0x%x", hr);
+  } catch (...) {
+    failure = E_FAIL;
+    kLog.Error(L"SetBackupStatus Failed. Unknown error.");
+  }
   try {
     BackupComplete(errorDetails);
   } catch (...) {
     // The failure that came first is the one to report.
-    if (marking.failure == S_OK) throw;
+    if (failure == S_OK) throw;
   }
-  if (marking.failure != S_OK) throw marking.failure;
-}
-
-void CVarnel::AbortUnfinishedBackup() {
-  if (!m_pVssObject) {
-    kLog.Warning(L"Snapshot not created, not calling AbortBackup because VSS is not yet initialized.");
-    return;
-  }
-  kLog.Warning(L"Snapshot not created, calling AbortBackup");
-  const HRESULT hr = m_pVssObject->AbortBackup();
-  if (FAILED(hr)) kLog.Error(L"AbortBackup failed. Error 0x%x", hr);
-}
-
-// Never fails: a set that stays behind must not keep the writers from being told.
-void CVarnel::CleanUpFailedSet(std::string& errorDetails) {
-  if ((m_context & VSS_VOLSNAP_ATTR_TRANSPORTABLE) != 0) {
-    kLog.Warning(
-        L"Backup failed, but snapshopts won't be cleaned up by Vorn as they are transportable. The array should clean "
-        L"up the snapshots if failure is terminating.");
-    return;
-  }
-  kLog.Info(L"Delete snapshots before exiting...");
-  try {
-    DeleteSnapshotSet(errorDetails);
-  } catch (...) {
-    kLog.Error(L"Failed to delete the snapshots.");
-  }
-}
-
-CVarnel::MarkingResult CVarnel::MarkComponents(int snapErrorCode, std::string& errorDetails) {
-  MarkingResult result;
-  try {
-    UINT writers = 0;
-    CheckComCall(OnVssObject([&](auto& vss) { return vss.GetWriterComponentsCount(&writers); }),
-                 L"\"m_pVssObject->GetWriterComponentsCount(&cWriters)\"");
-    if (writers == 0) {
-      kLog.Warning(L"- There were no writer components in this backup");
-      result.anyWriters = false;
-      return result;
-    }
-    LogIntention(snapErrorCode);
-    SetBackupSucceeded(snapErrorCode, errorDetails);
-  } catch (long hr) {
-    result.failure = hr;
-    kLog.Error(L"SetBackupStatus Failed. Error = 0x%x", hr);
-  } catch (...) {
-    result.failure = E_FAIL;
-    kLog.Error(L"SetBackupStatus Failed. Unknown error.");
-  }
-  return result;
+  if (failure != S_OK) throw failure;
 }
 
 void CVarnel::SetBackupSucceeded(int snapErrorCode, std::string& errorDetails) {
   const bool byDefault = GotThrough(snapErrorCode);
-  kLog.Info(byDefault ? L"***Reporting component status as SUCCEEDED unless overriden***"
-                      : L"***Reporting component status as FAILED unless overriden***");
+  if (byDefault) {
+    kLog.Info(L"***Reporting component status as SUCCEEDED unless overriden***");
+  } else {
+    kLog.Info(L"***Reporting component status as FAILED unless overriden***");
+  }
   for (const VssWriter& writer : m_writers) {
     if (writer.excluded) continue;
-    const WriterIds ids(writer);
+    const auto instanceId = varnel::GuidOrNull<GUID>(writer.instanceId);
+    const auto writerId = varnel::GuidOrNull<GUID>(writer.writerId);
     for (const VssComponent& component : writer.components) {
-      if (component.added) ReportComponent(ids, component, byDefault, errorDetails);
+      if (!component.added) continue;
+      const bool succeeded = component.failed ? !varnel::HasFailed(component) : byDefault;
+      if (component.failed) {
+        kLog.Info(L"Component level status code has been set for %s. Reporting succeeded = %d", component.fullPath,
+                  succeeded);
+      }
+      CheckedCall(AlertAndThrow("SetBackupSucceeded()", errorDetails), m_pVssObject,
+                  &IVssBackupComponents::SetBackupSucceeded, instanceId, writerId,
+                  static_cast<VSS_COMPONENT_TYPE>(component.type), component.logicalPath.c_str(),
+                  component.name.c_str(), succeeded);
     }
   }
 }
 
-void CVarnel::ReportComponent(const WriterIds& writer, const VssComponent& component, bool byDefault,
-                              std::string& errorDetails) {
-  bool succeeded = byDefault;
-  if (component.failed) {
-    succeeded = component.failureCode == 0;
-    kLog.Info(L"Component level status code has been set for %s. Reporting succeeded = %d", component.fullPath,
-              succeeded ? 1 : 0);
-  }
-  const HRESULT hr = OnVssObject([&](auto& vss) {
-    return vss.SetBackupSucceeded(writer.instanceId, writer.writerId, static_cast<VSS_COMPONENT_TYPE>(component.type),
-                                  component.logicalPath.c_str(), component.name.c_str(), succeeded);
-  });
-  if (FAILED(hr)) CheckCommError(hr, "SetBackupSucceeded()", errorDetails);
-}
-
 void CVarnel::BackupComplete(std::string& errorDetails) {
-  ComPtr<IVssAsync> async;
-  const HRESULT hr = OnVssObject([&](auto& vss) { return vss.BackupComplete(async.Put()); });
-  CheckComCall(varnel::Delivered(hr, async), L"\"m_pVssObject->BackupComplete(&pAsync)\"");
+  const auto async = varnel::Obtain<IVssAsync>(LogAndThrow(L"m_pVssObject->BackupComplete(&pAsync)"), m_pVssObject,
+                                               &IVssBackupComponents::BackupComplete);
   WaitAndCheckForAsyncOperation(async.Get(), "BackupComplete()", errorDetails);
   CheckSelectedWriterStatus(errorDetails);
   if (!m_writerErrorText.empty()) {
@@ -142,6 +133,7 @@ void CVarnel::BackupComplete(std::string& errorDetails) {
   }
 }
 
+// The pointer is handed out as the interface has it; nobody may write to the text.
 char* CVarnel::getSuccesfulDBList() {
-  return m_successfulDBList;
+  return const_cast<char*>(m_successfulDBList);
 }

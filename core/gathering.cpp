@@ -1,56 +1,56 @@
 // Asking the writers for their metadata, and waiting for the service.
-#include "core/logging.h"
+#include "core/alerts.h"
+#include "core/metadata_reader.h"
 #include "core/varnel.h"
-#include "platform/owners.h"
+#include "core/vss_call.h"
 
-using varnel::ComPtr;
+using varnel::AlertAndThrow;
 using varnel::kLog;
 
 void CVarnel::GatherWriterMetadata(std::string& errorDetails) {
-  const std::string operationName = "m_pVssObject->GatherWriterMetadata(&pAsync)";
-  ComPtr<IVssAsync> async;
-  const HRESULT hr = OnVssObject([&](auto& vss) { return vss.GatherWriterMetadata(async.Put()); });
-  CheckCommError(varnel::Delivered(hr, async), operationName, errorDetails);
-  WaitAndCheckForAsyncOperation(async.Get(), operationName, errorDetails);
+  constexpr char kCall[] = "m_pVssObject->GatherWriterMetadata(&pAsync)";
+  const auto async = varnel::Obtain<IVssAsync>(AlertAndThrow(kCall, errorDetails), m_pVssObject,
+                                               &IVssBackupComponents::GatherWriterMetadata);
+  WaitAndCheckForAsyncOperation(async.Get(), kCall, errorDetails);
   m_metadataGathered = true;
   InitializeWriterMetadata(errorDetails);
 }
 
 void CVarnel::WaitAndCheckForAsyncOperation(IVssAsync* async, std::string operationName, std::string& errorDetails) {
+  constexpr char kQuery[] = "pAsync->QueryStatus()";
   kLog.Info(L"Waiting for Operation=%S to finish...", operationName);
-  // Names are made for failures only: behind an operation that did its work nothing asks for memory, so that the caller
-  // learns of it.
-  const HRESULT waited = async->Wait(INFINITE);
-  if (FAILED(waited)) CheckCommError(waited, "pAsync->Wait()", errorDetails);
+  varnel::CheckedCall(AlertAndThrow("pAsync->Wait()", errorDetails), async, &IVssAsync::Wait, INFINITE);
   HRESULT result = S_OK;
-  const HRESULT queried = async->QueryStatus(&result, nullptr);
-  if (SUCCEEDED(queried) && SUCCEEDED(result)) return;
-  operationName = "pAsync->QueryStatus()";
-  CheckCommError(queried, operationName, errorDetails);
-  varnel::WriteAlert(varnel::alert::kQueryStatus, {operationName, HResult2String(result)}, errorDetails);
+  varnel::CheckedCall(AlertAndThrow(kQuery, errorDetails), async, &IVssAsync::QueryStatus, &result, nullptr);
+  if (SUCCEEDED(result)) return;
+  varnel::WriteAlert<varnel::alert::kQueryStatus>(errorDetails, kQuery, varnel::HResultText(result));
   varnel::ThrowHResult(result);
 }
 
 void CVarnel::InitializeWriterMetadata(std::string& errorDetails) {
   UINT count = 0;
-  CheckCommError(OnVssObject([&](auto& vss) { return vss.GetWriterMetadataCount(&count); }), "GetWriterMetadataCount()",
-                 errorDetails);
+  varnel::CheckedCall(AlertAndThrow("GetWriterMetadataCount()", errorDetails), m_pVssObject,
+                      &IVssBackupComponents::GetWriterMetadataCount, &count);
   varnel::DirectoryResolver directories;
   for (UINT index = 0; index < count; ++index) {
     VSS_ID instanceId{};
-    ComPtr<IVssExamineWriterMetadata> metadata;
-    const HRESULT hr = m_pVssObject->GetWriterMetadata(index, &instanceId, metadata.Put());
-    CheckCommError(varnel::Delivered(hr, metadata), "GetWriterMetadata()", errorDetails);
+    const auto metadata =
+        varnel::Obtain<IVssExamineWriterMetadata>(AlertAndThrow("GetWriterMetadata()", errorDetails), m_pVssObject,
+                                                  &IVssBackupComponents::GetWriterMetadata, index, &instanceId);
     VssWriter writer;
     varnel::BuildWriter(writer, metadata.Get(), directories);
     m_writers.push_back(std::move(writer));
   }
 }
 
-void CVarnel::FreeWriterMetadata() {
+void CVarnel::FreeWriterMetadata() noexcept {
   if (m_pVssObject && m_metadataGathered) {
     const HRESULT hr = m_pVssObject->FreeWriterMetadata();
-    if (FAILED(hr)) kLog.Error(L"FreeWriterMetadata failed with error: 0x%x", hr);
+    try {
+      if (FAILED(hr)) kLog.Error(L"FreeWriterMetadata failed with error: 0x%x", hr);
+    } catch (...) {
+      // Only the log could have thrown, and nobody is left to tell.
+    }
   }
   m_metadataGathered = false;
 }

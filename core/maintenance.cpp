@@ -3,19 +3,20 @@
 #include <cstring>
 #include <cwchar>
 
-#include "core/logging.h"
+#include "core/alerts.h"
 #include "core/varnel.h"
-#include "platform/owners.h"
+#include "core/vss_call.h"
+#include "platform/host.h"
 #include "text/guid.h"
 
-using varnel::ComPtr;
+using varnel::AlertAndThrow;
 using varnel::CurrentHost;
 using varnel::kLog;
 namespace iscsi = varnel::iscsi;
 
 namespace {
 
-// Records of the initiator in one block, and behind them the texts that they point at.
+// Records of the initiator in one block, and after them the texts that they point at.
 template <class Record>
 class RecordBuffer {
  public:
@@ -43,11 +44,6 @@ struct Sessions {
   std::size_t count = 0;
 };
 
-[[noreturn]] void ThrowLowMemory(const varnel::AlertRecord& record, std::string& errorDetails) {
-  varnel::WriteAlert(record, {}, errorDetails);
-  throw long{ERROR_INSUFFICIENT_BUFFER};
-}
-
 // The first answer tells how much memory the list takes. Any other answer leaves the second call without a buffer: it
 // then says itself what is wrong.
 Sessions ListSessions(std::string& errorDetails) {
@@ -57,10 +53,13 @@ Sessions ListSessions(std::string& errorDetails) {
   Sessions sessions;
   if (initiator.GetIScsiSessionListW(&bytes, &reported, nullptr) == ERROR_INSUFFICIENT_BUFFER) {
     sessions.buffer = SessionBuffer(bytes);
-    if (!sessions.buffer) ThrowLowMemory(varnel::alert::kSessionMemory, errorDetails);
+    if (!sessions.buffer) {
+      varnel::WriteAlert<varnel::alert::kSessionMemory>(errorDetails);
+      throw long{ERROR_INSUFFICIENT_BUFFER};
+    }
   }
   const DWORD error = initiator.GetIScsiSessionListW(&bytes, &reported, sessions.buffer.Get());
-  if (error != ERROR_SUCCESS) varnel::ThrowWin32Failure(L"GetIScsiSessionListW", error);
+  if (error != ERROR_SUCCESS) varnel::LogAndThrowWin32(L"GetIScsiSessionListW", error, varnel::CallText::bare);
   sessions.count = sessions.buffer.Count(reported);
   return sessions;
 }
@@ -70,9 +69,10 @@ DWORD QueryDevices(iscsi::SessionInfo& session, ULONG& reported, const DeviceBuf
   varnel::IscsiInitiator& initiator = CurrentHost().iscsi();
   const DWORD error = initiator.GetDevicesForIScsiSessionW(&session.SessionId, &reported, buffer.Get());
   if (error != iscsi::kDeviceBusyOnSession) return error;
-  kLog.Warning(L"  %S",
-               varnel::FormatNarrow("%s is sleeping for 500 ms and retrying. DeviceCount:%d",
-                                    {"GetDevicesForIScsiSessionW returned ISDSC_DEVICE_BUSY_ON_SESSION", reported}));
+  kLog.Warning(
+      L"  GetDevicesForIScsiSessionW returned ISDSC_DEVICE_BUSY_ON_SESSION is sleeping for 500 ms and retrying. "
+      L"DeviceCount:%d",
+      reported);
   CurrentHost().time().Sleep(kPauseMilliseconds);
   // The busy answer may have raised the count beyond the room that there is.
   if (buffer) reported = static_cast<ULONG>(buffer.Count(reported));
@@ -86,7 +86,10 @@ std::vector<std::wstring> DevicesOf(iscsi::SessionInfo& session, std::string& er
   const DWORD needed = CurrentHost().iscsi().GetDevicesForIScsiSessionW(&session.SessionId, &reported, nullptr);
   if (needed == ERROR_INSUFFICIENT_BUFFER) {
     buffer = DeviceBuffer(std::size_t{reported} * sizeof(iscsi::DeviceOnSession));
-    if (!buffer) ThrowLowMemory(varnel::alert::kDeviceMemory, errorDetails);
+    if (!buffer) {
+      varnel::WriteAlert<varnel::alert::kDeviceMemory>(errorDetails);
+      throw long{ERROR_INSUFFICIENT_BUFFER};
+    }
   }
   std::vector<std::wstring> devices;
   if (reported == 0) return devices;
@@ -119,39 +122,35 @@ void LogOut(iscsi::SessionInfo& session) {
 
 void CVarnel::BreakSnapshotSet(std::string& errorDetails) {
   kLog.Info(L"Breaking snapshot set...");
-  const GUID setId = varnel::GuidOrNull<GUID>(m_snapshotSetId);
-  CheckCommError(OnVssObject([&](auto& vss) { return vss.BreakSnapshotSet(setId); }),
-                 "m_pVssObject->BreakSnapshotSet()", errorDetails);
+  varnel::CheckedCall(AlertAndThrow("m_pVssObject->BreakSnapshotSet()", errorDetails), m_pVssObject,
+                      &IVssBackupComponents::BreakSnapshotSet, varnel::GuidOrNull<GUID>(m_snapshotSetId));
 }
 
 void CVarnel::MaskSnapshotSet(std::string& errorDetails) {
-  const std::string operationName = "pVssObject2->BreakSnapshotSetEx()";
+  constexpr char kCall[] = "pVssObject2->BreakSnapshotSetEx()";
   kLog.Info(L"Breaking snapshot set and masking the shadow copy LUNs...");
-  const GUID setId = varnel::GuidOrNull<GUID>(m_snapshotSetId);
-  ComPtr<IVssBackupComponentsEx2> extended;
-  const HRESULT hr =
-      OnVssObject([&](auto& vss) { return varnel::QueryFor(&vss, varnel::kIidVssBackupComponentsEx2, extended); });
-  CheckCommError(varnel::Delivered(hr, extended), "m_pVssObject->QueryInterface(IVssBackupComponentsEx2)",
-                 errorDetails);
-  ComPtr<IVssAsync> async;
-  const HRESULT broken = extended->BreakSnapshotSetEx(setId, VSS_BREAKEX_FLAG_MASK_LUNS, async.Put());
-  CheckCommError(varnel::Delivered(broken, async), operationName, errorDetails);
-  WaitAndCheckForAsyncOperation(async.Get(), operationName, errorDetails);
+  const auto extended = varnel::ObtainInterface<IVssBackupComponentsEx2>(
+      AlertAndThrow("m_pVssObject->QueryInterface(IVssBackupComponentsEx2)", errorDetails), m_pVssObject.Get(),
+      varnel::kIidVssBackupComponentsEx2);
+  const auto async = varnel::Obtain<IVssAsync>(AlertAndThrow(kCall, errorDetails), extended,
+                                               &IVssBackupComponentsEx2::BreakSnapshotSetEx,
+                                               varnel::GuidOrNull<GUID>(m_snapshotSetId), VSS_BREAKEX_FLAG_MASK_LUNS);
+  WaitAndCheckForAsyncOperation(async.Get(), kCall, errorDetails);
 }
 
 void CVarnel::DeleteSnapshotSet(std::string& /*errorDetails*/) {
   kLog.Info(L"Deleting shadow copy set %s", m_snapshotSetId);
-  const GUID setId = varnel::GuidOrNull<GUID>(m_snapshotSetId);
   LONG deleted = 0;
   VSS_ID notDeleted{};
-  const HRESULT hr = OnVssObject(
-      [&](auto& vss) { return vss.DeleteSnapshots(setId, VSS_OBJECT_SNAPSHOT_SET, TRUE, &deleted, &notDeleted); });
+  const HRESULT hr =
+      varnel::ResultOf(m_pVssObject, &IVssBackupComponents::DeleteSnapshots, varnel::GuidOrNull<GUID>(m_snapshotSetId),
+                       VSS_OBJECT_SNAPSHOT_SET, TRUE, &deleted, &notDeleted);
   if (SUCCEEDED(hr)) return;
   kLog.Error(L"DeleteSnapshots() Failed, SnapshotID=%s, Error=0x%x", varnel::FormatGuid(notDeleted), hr);
   // The text names the call as support knows it; the set is deleted by force.
-  varnel::CheckComCall(hr,
-                       L"L\"m_pVssObject->DeleteSnapshots(snapshotSetID, VSS_OBJECT_SNAPSHOT_SET,FALSE,&lSnapshots,"
-                       L"&idNonDeleted)\"");
+  varnel::LogAndThrow(
+      L"m_pVssObject->DeleteSnapshots(snapshotSetID, VSS_OBJECT_SNAPSHOT_SET,FALSE,&lSnapshots,&idNonDeleted)",
+      varnel::CallText::wideLiteral)(hr);
 }
 
 void CVarnel::DisconnectSnapshotLuns(std::string& errorDetails) {
@@ -159,17 +158,14 @@ void CVarnel::DisconnectSnapshotLuns(std::string& errorDetails) {
   const Sessions sessions = ListSessions(errorDetails);
   for (std::size_t i = 0; i < sessions.count; ++i) {
     iscsi::SessionInfo& session = sessions.buffer.Get()[i];
-    if (HoldsSnapshotDevice(DevicesOf(session, errorDetails))) LogOut(session);
+    for (const std::wstring& device : DevicesOf(session, errorDetails)) {
+      if (IsSnapShotDevice(device)) {
+        LogOut(session);
+        break;
+      }
+      kLog.Verbose(L"Device not snapshot device, Device=%s", device);
+    }
   }
-}
-
-// The first snapshot device decides; those behind it are not looked at.
-bool CVarnel::HoldsSnapshotDevice(const std::vector<std::wstring>& devices) {
-  return std::any_of(devices.begin(), devices.end(), [&](const std::wstring& device) {
-    if (IsSnapShotDevice(device)) return true;
-    kLog.Verbose(L"Device not snapshot device, Device=%s", device);
-    return false;
-  });
 }
 
 void CVarnel::VerifySnapShotData() {

@@ -1,50 +1,55 @@
-// The message catalog: the module's string table, reached by the module's name.
+#include "core/message_catalog.h"
+
 #include <algorithm>
-#include <cwchar>
 #include <new>
 
+#include "core/checks.h"
+#include "core/configuration.h"
 #include "core/logging.h"
-#include "core/varnel.h"
+#include "platform/host.h"
 #include "platform/owners.h"
 
-using varnel::kLog;
-
+namespace varnel {
 namespace {
+
 constexpr std::size_t kMessageCharacters = 65536;
 constexpr int kEntryCharacters = 1024;
-}  // namespace
 
-bool CVarnel::PrepareMessageBuffer() {
-  if (!m_messageBuffer) m_messageBuffer.reset(new (std::nothrow) wchar_t[kMessageCharacters]());
-  if (!m_messageBuffer) return false;
-  // Only what an earlier message left is cleared: thousands of components may fail in one request.
-  std::fill_n(m_messageBuffer.get(), std::wcslen(m_messageBuffer.get()), L'\0');
-  return true;
-}
-
-DWORD CVarnel::FormatCatalogMessage(int id, std::wstring& text,
-                                    std::initializer_list<varnel::FormatArgument> arguments) {
-  text.clear();
-  if (!PrepareMessageBuffer()) {
-    kLog.Error(L"Memory allocation failed, Function=GetErrorMessageFromCatalog");
-    return ERROR_NOT_ENOUGH_MEMORY;
-  }
-  varnel::Host* host = varnel::CurrentHostOrNull();
-  varnel::Module module;
-  if (host == nullptr || !host->messages().GetModuleHandleExW(0, varnel::kCatalogModule, module.Put())) {
-    const DWORD error = host == nullptr ? ERROR_MOD_NOT_FOUND : varnel::LastErrorOrGeneric();
-    kLog.Error(L"GetModuleHandleEx() Failed, Resource=%s, Error=%d", varnel::kCatalogModule, error);
+// 0, or why there is no such message.
+DWORD LoadEntry(int id, wchar_t* entry) {
+  Host* host = CurrentHostOrNull();
+  Module module;
+  if (host == nullptr || !host->messages().GetModuleHandleExW(0, kCatalogModule, module.Put())) {
+    const DWORD error = host == nullptr ? ERROR_MOD_NOT_FOUND : LastErrorOrGeneric();
+    kLog.Error(L"GetModuleHandleEx() Failed, Resource=%s, Error=%d", kCatalogModule, error);
     return error;
   }
-  wchar_t entry[kEntryCharacters] = {};
   if (host->messages().LoadStringW(module.Get(), static_cast<UINT>(id), entry, kEntryCharacters) == 0) {
-    const DWORD error = varnel::LastErrorOrGeneric();
+    const DWORD error = LastErrorOrGeneric();
     kLog.Error(L"LoadString() Failed, StringID=%d, Error = %d", id, error);
     return error;
   }
-  const std::wstring formatted = varnel::FormatWide(entry, arguments);
-  const std::size_t length = std::min(formatted.size(), kMessageCharacters - 1);
-  std::copy_n(formatted.data(), length, m_messageBuffer.get());
-  text.assign(m_messageBuffer.get(), length);
   return ERROR_SUCCESS;
 }
+
+}  // namespace
+
+DWORD FormatCatalogMessage(std::unique_ptr<wchar_t[]>& buffer, int id, std::wstring& text,
+                           std::initializer_list<FormatArgument> arguments) {
+  text.clear();
+  if (!buffer) buffer.reset(new (std::nothrow) wchar_t[kMessageCharacters]);
+  if (!buffer) {
+    kLog.Error(L"Memory allocation failed, Function=GetErrorMessageFromCatalog");
+    return ERROR_NOT_ENOUGH_MEMORY;
+  }
+  std::fill_n(buffer.get(), kMessageCharacters, L'\0');
+  wchar_t entry[kEntryCharacters] = {};
+  if (const DWORD error = LoadEntry(id, entry)) return error;
+  const std::wstring formatted = FormatWide(entry, arguments);
+  const std::size_t length = std::min(formatted.size(), kMessageCharacters - 1);
+  std::copy_n(formatted.data(), length, buffer.get());
+  text.assign(buffer.get(), length);
+  return ERROR_SUCCESS;
+}
+
+}  // namespace varnel

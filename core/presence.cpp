@@ -2,15 +2,19 @@
 #include <stdexcept>
 
 #include "core/logging.h"
+#include "core/metadata_reader.h"
 #include "core/varnel.h"
-#include "platform/owners.h"
+#include "core/vss_call.h"
+#include "platform/host.h"
 #include "platform/tessel/MetadataWrapper.h"
 #include "text/ascii_case.h"
 
-using varnel::CheckComCall;
+using varnel::CheckedCall;
 using varnel::ComPtr;
 using varnel::CurrentHost;
+using varnel::Delivered;
 using varnel::kLog;
+using varnel::LogAndThrow;
 
 namespace {
 
@@ -60,21 +64,41 @@ class ProcessHandles {
   PROCESS_INFORMATION information_{};
 };
 
+// The network name of the cluster; empty where this node belongs to none. Throws where the cluster does not know
+// `name`.
+std::wstring ClusterNetworkName(const std::wstring& name) {
+  if (!TesselCommonClasses::ClusterHelper::IsCluster(true)) return {};
+  MetadataWrapper* bridge = MetadataWrapper::GetMetadataWrapperInstance();
+  if (bridge == nullptr) throw std::runtime_error("the metadata bridge is not available");
+  return CVarnel::stringToWstring(bridge->W_GetClusterName(CVarnel::wstringTostring(name.c_str()).c_str()));
+}
+
+std::wstring ComputerName() {
+  constexpr DWORD kNameCharacters = 32767;
+  std::wstring buffer(kNameCharacters, L'\0');
+  DWORD characters = kNameCharacters;
+  if (!CurrentHost().system().GetComputerNameW(buffer.data(), &characters)) {
+    varnel::LogAndThrowWin32(L"GetComputerNameW(buffer, &size)", varnel::LastErrorOrGeneric());
+  }
+  return buffer.c_str();
+}
+
 }  // namespace
 
 bool CVarnel::IsTesselVSSProviderPresent() {
   ComPtr<IVssAdmin> admin;
-  HRESULT hr = CurrentHost().vss().CoCreateInstance(varnel::kClsidVssCoordinator, nullptr, CLSCTX_ALL,
-                                                    varnel::kIidVssAdmin, reinterpret_cast<void**>(admin.Put()));
-  CheckComCall(varnel::Delivered(hr, admin),
-               L"\"CoCreateInstance(CLSID_VSSCoordinator, NULL, CLSCTX_ALL, IID_IVssAdmin, (void **)&pVssAdmin)\"");
+  const HRESULT hr = CurrentHost().vss().CoCreateInstance(varnel::kClsidVssCoordinator, nullptr, CLSCTX_ALL,
+                                                          varnel::kIidVssAdmin, reinterpret_cast<void**>(admin.Put()));
+  LogAndThrow(L"CoCreateInstance(CLSID_VSSCoordinator, NULL, CLSCTX_ALL, IID_IVssAdmin, (void **)&pVssAdmin)")(
+      Delivered(hr, admin));
   ComPtr<IVssEnumObject> providers;
-  CheckComCall(admin->QueryProviders(providers.Put()), L"\"pVssAdmin->QueryProviders(&pEnum)\"");
+  CheckedCall(LogAndThrow(L"pVssAdmin->QueryProviders(&pEnum)"), admin, &IVssAdmin::QueryProviders, providers.Put());
   if (!providers) return false;
   for (;;) {
     EnumeratedObject object;
     ULONG fetched = 0;
-    CheckComCall(providers->Next(1, object.Put(), &fetched), L"\"pEnum->Next(1, &rgelt, &celtFetched)\"");
+    CheckedCall(LogAndThrow(L"pEnum->Next(1, &rgelt, &celtFetched)"), providers, &IVssEnumObject::Next, ULONG{1},
+                object.Put(), &fetched);
     if (fetched == 0) return false;
     if (object.IsProvider(TesselVssProviderID)) return true;
   }
@@ -82,34 +106,30 @@ bool CVarnel::IsTesselVSSProviderPresent() {
 
 bool CVarnel::IsWriterPresent(std::string& errorDetails) {
   m_metadataGathered = false;
-  CheckComCall(varnel::Delivered(CurrentHost().vss().CreateVssBackupComponents(m_pVssObject.Put()), m_pVssObject),
-               L"\"CreateVssBackupComponents(&m_pVssObject)\"");
-  CheckComCall(m_pVssObject->InitializeForBackup(nullptr), L"\"m_pVssObject->InitializeForBackup()\"");
-  ComPtr<IVssAsync> async;
-  const HRESULT hr = m_pVssObject->GatherWriterMetadata(async.Put());
-  CheckComCall(varnel::Delivered(hr, async), L"\"m_pVssObject->GatherWriterMetadata(&pAsync)\"");
+  const HRESULT hr = CurrentHost().vss().CreateVssBackupComponents(m_pVssObject.Put());
+  LogAndThrow(L"CreateVssBackupComponents(&m_pVssObject)")(Delivered(hr, m_pVssObject));
+  CheckedCall(LogAndThrow(L"m_pVssObject->InitializeForBackup()"), m_pVssObject,
+              &IVssBackupComponents::InitializeForBackup, nullptr);
+  const auto async = varnel::Obtain<IVssAsync>(LogAndThrow(L"m_pVssObject->GatherWriterMetadata(&pAsync)"),
+                                               m_pVssObject, &IVssBackupComponents::GatherWriterMetadata);
   WaitAndCheckForAsyncOperation(async.Get(), "GatherWriterMetadata()", errorDetails);
   m_metadataGathered = true;
-  const bool found = FindEligibleWriter();
-  FreeWriterMetadata();
-  return found;
-}
-
-bool CVarnel::FindEligibleWriter() {
   UINT count = 0;
-  CheckComCall(m_pVssObject->GetWriterMetadataCount(&count), L"\"m_pVssObject->GetWriterMetadataCount(&cWriters)\"");
+  CheckedCall(LogAndThrow(L"m_pVssObject->GetWriterMetadataCount(&cWriters)"), m_pVssObject,
+              &IVssBackupComponents::GetWriterMetadataCount, &count);
   varnel::DirectoryResolver directories;
-  for (UINT index = 0; index < count; ++index) {
+  bool found = false;
+  for (UINT index = 0; index < count && !found; ++index) {
     VSS_ID instanceId{};
-    ComPtr<IVssExamineWriterMetadata> metadata;
-    const HRESULT hr = m_pVssObject->GetWriterMetadata(index, &instanceId, metadata.Put());
-    CheckComCall(varnel::Delivered(hr, metadata),
-                 L"\"m_pVssObject->GetWriterMetadata(iWriter, &idInstance, &pMetadata)\"");
+    const auto metadata = varnel::Obtain<IVssExamineWriterMetadata>(
+        LogAndThrow(L"m_pVssObject->GetWriterMetadata(iWriter, &idInstance, &pMetadata)"), m_pVssObject,
+        &IVssBackupComponents::GetWriterMetadata, index, &instanceId);
     VssWriter writer;
     varnel::BuildWriter(writer, metadata.Get(), directories);
-    if (IsWriterEligible(writer)) return true;
+    found = IsWriterEligible(writer);
   }
-  return false;
+  FreeWriterMetadata();
+  return found;
 }
 
 std::wstring CVarnel::GetHostnameNetworkName(std::wstring name) {
@@ -119,24 +139,7 @@ std::wstring CVarnel::GetHostnameNetworkName(std::wstring name) {
   } catch (...) {
     kLog.Info(L" GetClusterName failed. Falling back to local hostname");
   }
-  if (networkName.empty()) {
-    constexpr DWORD kNameCharacters = 32767;
-    std::wstring buffer(kNameCharacters, L'\0');
-    DWORD characters = kNameCharacters;
-    if (!CurrentHost().system().GetComputerNameW(buffer.data(), &characters)) {
-      varnel::ThrowWin32Failure(L"\"GetComputerNameW(buffer, &size)\"", varnel::LastErrorOrGeneric());
-    }
-    networkName = buffer.c_str();
-  }
-  return varnel::ascii::ToLower(networkName);
-}
-
-// Empty where this node belongs to no cluster; throws where the cluster does not know the name.
-std::wstring CVarnel::ClusterNetworkName(const std::wstring& name) {
-  if (!TesselCommonClasses::ClusterHelper::IsCluster(true)) return {};
-  MetadataWrapper* bridge = MetadataWrapper::GetMetadataWrapperInstance();
-  if (bridge == nullptr) throw std::runtime_error("the metadata bridge is not available");
-  return stringToWstring(bridge->W_GetClusterName(wstringTostring(name.c_str()).c_str()));
+  return varnel::ascii::ToLower(networkName.empty() ? ComputerName() : networkName);
 }
 
 void CVarnel::ExecCommand(std::wstring command) const {
@@ -150,18 +153,18 @@ void CVarnel::ExecCommand(std::wstring command) const {
   if (!processes.CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE,
                                 CREATE_NO_WINDOW | CREATE_UNICODE_ENVIRONMENT, nullptr, nullptr, &startup,
                                 process.Put())) {
-    varnel::ThrowWin32Failure(
-        L"\"CreateProcessW(NULL, (LPWSTR)execCommand.c_str(), NULL, NULL, FALSE, CREATE_NO_WINDOW | "
-        L"CREATE_UNICODE_ENVIRONMENT, NULL, NULL, &si, &pi)\"",
+    varnel::LogAndThrowWin32(
+        L"CreateProcessW(NULL, (LPWSTR)execCommand.c_str(), NULL, NULL, FALSE, CREATE_NO_WINDOW | "
+        L"CREATE_UNICODE_ENVIRONMENT, NULL, NULL, &si, &pi)",
         varnel::LastErrorOrGeneric());
   }
   if (processes.WaitForSingleObject(process.Process(), INFINITE) != WAIT_OBJECT_0) {
-    varnel::ThrowWin32Failure(L"\"WaitForSingleObject(pi.hProcess, INFINITE) == WAIT_OBJECT_0\"",
-                              varnel::LastErrorOrGeneric());
+    varnel::LogAndThrowWin32(L"WaitForSingleObject(pi.hProcess, INFINITE) == WAIT_OBJECT_0",
+                             varnel::LastErrorOrGeneric());
   }
   DWORD exitCode = 0;
   if (!processes.GetExitCodeProcess(process.Process(), &exitCode)) {
-    varnel::ThrowWin32Failure(L"\"GetExitCodeProcess(pi.hProcess, &dwExitCode)\"", varnel::LastErrorOrGeneric());
+    varnel::LogAndThrowWin32(L"GetExitCodeProcess(pi.hProcess, &dwExitCode)", varnel::LastErrorOrGeneric());
   }
   if (exitCode != 0) {
     kLog.Error(L"Command Failed, Command=%s, Error=0x%x", command, exitCode);

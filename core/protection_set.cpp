@@ -5,18 +5,23 @@
 #include <memory>
 #include <new>
 #include <unordered_set>
+#include <utility>
 
-#include "core/logging.h"
+#include "core/alerts.h"
+#include "core/checks.h"
+#include "core/message_catalog.h"
 #include "core/varnel.h"
 #include "platform/ansi.h"
+#include "platform/host.h"
 #include "platform/owners.h"
 #include "text/ascii_case.h"
-#include "text/unicode.h"
 
 using TesselCommonClasses::DiskAndVolumeEnumerator;
 using TesselCommonClasses::WindowsDiskDevice;
 using varnel::kLog;
+namespace alert = varnel::alert;
 namespace ascii = varnel::ascii;
+namespace message = varnel::message;
 
 namespace {
 
@@ -79,6 +84,23 @@ DWORD GetSerialNoForDisk(const wchar_t* physicalDrivePath, std::wstring& serial)
   return ERROR_SUCCESS;
 }
 
+// To the log, and with its ending to the error details.
+void AppendList(int category, const std::wstring& list, const char* ending, std::string& errorDetails,
+                int line = __builtin_LINE()) {
+  kLog.Write(category, line, L" %s", list);
+  errorDetails += varnel::WideToAnsi(list) + ending;
+}
+
+// The input disks that are not used, in any case of letters.
+void AppendExtraDisks(const std::vector<std::wstring>& input, const std::vector<std::wstring>& used,
+                      std::vector<std::wstring>& extra) {
+  std::unordered_set<std::wstring> folded;
+  for (const std::wstring& serialNumber : used) folded.insert(ascii::ToLower(serialNumber));
+  for (const std::wstring& serialNumber : input) {
+    if (!folded.contains(ascii::ToLower(serialNumber))) extra.push_back(serialNumber);
+  }
+}
+
 }  // namespace
 
 void CVarnel::GetAllSystemDisks() {
@@ -88,7 +110,7 @@ void CVarnel::GetAllSystemDisks() {
     const DWORD error = GetSerialNoForDisk(path.c_str(), serial);
     if (error == ERROR_FILE_NOT_FOUND) return;
     if (error == kNoSerialNumber) continue;
-    if (error != ERROR_SUCCESS) varnel::ThrowWin32Failure(L"L\"GetSerialNoForDisk\"", error);
+    if (error != ERROR_SUCCESS) varnel::LogAndThrowWin32(L"GetSerialNoForDisk", error, varnel::CallText::wideLiteral);
     m_systemDisks.push_back(std::move(serial));
   }
 }
@@ -122,36 +144,24 @@ DWORD CVarnel::GetDiskSerialNumberForVolume(const std::wstring& volume, std::wst
 }
 
 bool CVarnel::IsSerialNumberPresentInInputList(std::wstring serialNumber) {
-  return IsInputDisk(serialNumber);
-}
-
-bool CVarnel::IsInputDisk(const std::wstring& serialNumber) const {
   return std::find(m_inputSerialNumbers.begin(), m_inputSerialNumbers.end(), serialNumber) !=
          m_inputSerialNumbers.end();
 }
 
 bool CVarnel::IsSnapShotDevice(std::wstring diskName) {
   if (diskName.empty()) return false;
-  for (const VssWriter& writer : m_writers) {
-    if (writer.excluded) continue;
-    for (const VssComponent& component : writer.components) {
-      if (component.excluded) continue;
-      for (const VssFileDescriptor& file : component.files) {
-        if (file.snapshotDiskName != diskName) continue;
-        kLog.Info(L"Device is a snapshot, Device=%s, File=%s", diskName, file.expandedPath);
-        return true;
-      }
+  for (const VssComponent* component : varnel::SelectedComponents(std::as_const(m_writers))) {
+    for (const VssFileDescriptor& file : component->files) {
+      if (file.snapshotDiskName != diskName) continue;
+      kLog.Info(L"Device is a snapshot, Device=%s, File=%s", diskName, file.expandedPath);
+      return true;
     }
   }
   return false;
 }
 
 bool CVarnel::isVolumeEligible(std::wstring serialNumber) {
-  return IsOnEligibleDisk(serialNumber);
-}
-
-bool CVarnel::IsOnEligibleDisk(const std::wstring& serialNumber) const {
-  if (!IsInputDisk(serialNumber)) return false;
+  if (!IsSerialNumberPresentInInputList(serialNumber)) return false;
   if (serialNumber == DiskAndVolumeEnumerator::systemDriveSerialNumber) {
     kLog.Warning(L"Affected volume %s of file descriptor is a system volume. Hence not including in the snapshot set.",
                  serialNumber);
@@ -163,59 +173,25 @@ bool CVarnel::IsOnEligibleDisk(const std::wstring& serialNumber) const {
 void CVarnel::VerifyProtectionSetDiskList(std::string& errorDetails) {
   // Equal counts are taken as a match.
   if (m_inputSerialNumbers.size() == m_eligibleSerialNumbers.size()) return;
-  if (m_eligibleSerialNumbers.empty()) ReportLunMismatch(errorDetails);
-  FindExtraDisks();
-  StoreExtraVolumesWarning(errorDetails);
-}
-
-void CVarnel::ReportLunMismatch(std::string& errorDetails) {
-  constexpr int kMismatchMessage = 112;
-  constexpr int kListsMessage = 123;
-  const std::wstring inputList = VectorToString(m_inputSerialNumbers);
-  const std::wstring applicationList = VectorToString(m_eligibleSerialNumbers);
-  varnel::WriteAlert(varnel::alert::kLunMismatch, {m_inputSerialNumbers.size(), m_eligibleSerialNumbers.size()},
-                     errorDetails);
-  const std::wstring input = L"Input list of volumes in volume collection: " + inputList;
-  kLog.Error(L" %s", input);
-  errorDetails += varnel::WideToAnsi(input) + ";\n";
-  const std::wstring application = L"List of volumes used by application writer : " + applicationList;
-  kLog.Error(L" %s", application);
-  errorDetails += varnel::WideToAnsi(application) + ";\n";
-  std::wstring message;
+  const auto inputDisks = static_cast<DWORD>(m_inputSerialNumbers.size());
+  const auto usedDisks = static_cast<DWORD>(m_eligibleSerialNumbers.size());
+  std::wstring text;
   std::wstring detail;
-  GetErrorMessageFromCatalog(kMismatchMessage, message);
-  GetErrorMessageFromCatalog(kListsMessage, detail, inputList, applicationList);
-  throw VarnelException(VarnelException::ConfigurationError, message, {detail});
-}
-
-void CVarnel::FindExtraDisks() {
-  std::unordered_set<std::wstring> used;
-  for (const std::wstring& serialNumber : m_eligibleSerialNumbers) used.insert(ascii::ToLower(serialNumber));
-  for (const std::wstring& serialNumber : m_inputSerialNumbers) {
-    if (!used.contains(ascii::ToLower(serialNumber))) m_extraSerialNumbers.push_back(serialNumber);
+  if (usedDisks == 0) {
+    const std::wstring inputList = VectorToString(m_inputSerialNumbers);
+    const std::wstring usedList = VectorToString(m_eligibleSerialNumbers);
+    varnel::WriteAlert<alert::kLunMismatch>(errorDetails, inputDisks, usedDisks);
+    AppendList(CFileLog::Error, L"Input list of volumes in volume collection: " + inputList, ";\n", errorDetails);
+    AppendList(CFileLog::Error, L"List of volumes used by application writer : " + usedList, ";\n", errorDetails);
+    GetErrorMessageFromCatalog(message::kDisksDiffer, text);
+    GetErrorMessageFromCatalog(message::kDiskLists, detail, inputList, usedList);
+    throw VarnelException(VarnelException::ConfigurationError, text, {detail});
   }
-}
-
-void CVarnel::StoreExtraVolumesWarning(std::string& errorDetails) {
-  constexpr int kExtraMessage = 128;
-  constexpr int kExtraListMessage = 129;
-  varnel::WriteAlert(varnel::alert::kExtraVolumes, {m_eligibleSerialNumbers.size(), m_extraSerialNumbers.size()},
-                     errorDetails);
-  const std::wstring list = VectorToString(m_extraSerialNumbers);
-  std::wstring message;
-  std::wstring detail;
-  GetErrorMessageFromCatalog(kExtraMessage, message);
-  GetErrorMessageFromCatalog(kExtraListMessage, detail, list);
-  m_lastException = VarnelException(VarnelException::ExtraVolumes, message, {detail});
-  const std::wstring line = L"Extra volumes in volume collection are:" + list;
-  kLog.Warning(L" %s", line);
-  errorDetails += varnel::WideToAnsi(line) + ":\n";
-}
-
-DiskAndVolumeEnumerator& CVarnel::RequireEnumerator() const {
-  if (m_diskAndVolumeEnumerator == nullptr) {
-    kLog.Error(L"No disk and volume enumerator has been set");
-    varnel::ThrowHResult(E_POINTER);
-  }
-  return *m_diskAndVolumeEnumerator;
+  AppendExtraDisks(m_inputSerialNumbers, m_eligibleSerialNumbers, m_extraSerialNumbers);
+  const std::wstring extraList = VectorToString(m_extraSerialNumbers);
+  varnel::WriteAlert<alert::kExtraVolumes>(errorDetails, usedDisks, static_cast<DWORD>(m_extraSerialNumbers.size()));
+  GetErrorMessageFromCatalog(message::kExtraVolumes, text);
+  GetErrorMessageFromCatalog(message::kExtraVolumesList, detail, extraList);
+  m_lastException = VarnelException(VarnelException::ExtraVolumes, text, {detail});
+  AppendList(CFileLog::Warning, L"Extra volumes in volume collection are:" + extraList, ":\n", errorDetails);
 }

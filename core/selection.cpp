@@ -1,20 +1,21 @@
 // Which writers and components take part, and the writer code that can narrow them to named databases.
 #include <algorithm>
-#include <array>
-#include <cstddef>
-#include <memory_resource>
-#include <span>
 #include <stdexcept>
 
-#include "core/logging.h"
+#include "core/alerts.h"
+#include "core/component_tree.h"
+#include "core/configuration.h"
+#include "core/message_catalog.h"
 #include "core/varnel.h"
+#include "core/vss_call.h"
 #include "platform/tessel/MetadataWrapper.h"
 #include "text/ascii_case.h"
 #include "text/guid.h"
-#include "text/unicode.h"
 
+using varnel::ComponentTree;
 using varnel::kLog;
 namespace ascii = varnel::ascii;
+namespace message = varnel::message;
 
 namespace {
 
@@ -33,17 +34,6 @@ bool NamesDatabases(int writerCode) {
   return writerCode >= 2 && writerCode <= 4;
 }
 
-// None has a descendant then.
-bool AllTopLevel(const VssWriter& writer) {
-  return std::all_of(writer.components.begin(), writer.components.end(),
-                     [](const VssComponent& component) { return component.topLevel; });
-}
-
-bool AnyExcluded(const VssWriter& writer) {
-  return std::any_of(writer.components.begin(), writer.components.end(),
-                     [](const VssComponent& component) { return component.excluded; });
-}
-
 // The entries between the separators; a separator at the end adds none.
 std::vector<std::wstring> Split(const std::wstring& text, wchar_t separator) {
   std::vector<std::wstring> entries;
@@ -53,6 +43,106 @@ std::vector<std::wstring> Split(const std::wstring& text, wchar_t separator) {
     begin = end + 1;
   }
   return entries;
+}
+
+// The check of a component looks at the first input component and at its own: it gets these, not a copy of thousands.
+std::set<std::wstring> InputFor(const std::wstring& fullPath, const std::set<std::wstring>& inputComponents) {
+  if (inputComponents.empty()) return {};
+  std::set<std::wstring> input = {*inputComponents.begin()};
+  if (const auto own = inputComponents.find(ascii::ToLower(fullPath)); own != inputComponents.end()) input.insert(*own);
+  return input;
+}
+
+// A bridge that cannot answer leaves the list as it is.
+void FetchDatabaseList(const std::string& serialNumber, const char*& list) {
+  MetadataWrapper* bridge = MetadataWrapper::GetMetadataWrapperInstance();
+  if (bridge != nullptr && bridge->W_FindDataBaseToQuiesce(serialNumber.c_str())) {
+    list = bridge->GetdbFilesToQuiescePtr();
+  } else {
+    const char* reason =
+        bridge == nullptr ? "the metadata bridge is not available" : bridge->W_GetErrorDetailStructurePtr();
+    kLog.Info(L" GetdbFilesToQuiescePtr failed with error =%s", varnel::Widened{reason == nullptr ? "" : reason});
+  }
+  if (list == nullptr) kLog.Info(L" GetdbFilesToQuiescePtr failed ");
+}
+
+// "\network name\database" for the default instance of a host, "\network name\instance\database" for a named one.
+std::wstring ComponentPathOf(const std::wstring& database, const std::wstring& server,
+                             const std::wstring& networkName) {
+  std::wstring path = L"\\" + networkName + L"\\";
+  if (ascii::ToLower(server) != networkName) path += server + L"\\";
+  return ascii::ToLower(path + database);
+}
+
+// Writers whose components are all at the top have no pairs of parent and child.
+bool IsNested(const VssWriter& writer) {
+  return !writer.excluded && !std::all_of(writer.components.begin(), writer.components.end(),
+                                          [](const VssComponent& component) { return component.topLevel; });
+}
+
+// What is included below one path.
+struct Included {
+  std::size_t first = ComponentTree::kNone;  // in list order
+  std::set<std::wstring> serialNumbers;
+
+  // Whether anything changed. What a path knows, the paths above it know too: nothing new here is nothing new there.
+  bool Add(std::size_t component, const std::set<std::wstring>& serials) {
+    const std::size_t known = serialNumbers.size();
+    serialNumbers.insert(serials.begin(), serials.end());
+    if (component >= first) return serialNumbers.size() > known;
+    first = component;
+    return true;
+  }
+};
+
+// The outcome of going through all pairs of parent and child in list order, without visiting each pair: every included
+// component is carried up to the paths above it, first those that are included by themselves, then each parent in its
+// turn, so that a later parent sees it.
+void IncludeParents(std::vector<VssComponent>& components) {
+  const ComponentTree tree(components);
+  std::vector<Included> below(tree.paths());
+  const auto carryUp = [&](std::size_t index) {
+    tree.VisitAncestors(
+        index, [&](std::size_t path) { return below[path].Add(index, components[index].affectedSerialNumbers); });
+  };
+  for (std::size_t index = 0; index < components.size(); ++index) {
+    if (!components[index].excluded) carryUp(index);
+  }
+  for (std::size_t index = 0; index < components.size(); ++index) {
+    VssComponent& parent = components[index];
+    const Included& children = below[tree.PathOf(index)];
+    if (children.first == ComponentTree::kNone) continue;
+    if (parent.excluded) {
+      kLog.Info(L"Including, Component='%s, BecauseOf='%s", parent.fullPath, components[children.first].fullPath);
+      parent.excluded = false;
+      carryUp(index);
+    }
+    parent.affectedSerialNumbers.insert(children.serialNumbers.begin(), children.serialNumbers.end());
+  }
+}
+
+struct ParentAndChild {
+  const VssComponent* parent = nullptr;
+  const VssComponent* child = nullptr;
+};
+
+// The first pair in list order whose parent takes part without its child.
+ParentAndChild FindMissingChild(const std::vector<VssComponent>& components) {
+  const ComponentTree tree(components);
+  std::vector<const VssComponent*> firstExcluded(tree.paths());  // below each path
+  for (std::size_t index = 0; index < components.size(); ++index) {
+    if (!components[index].excluded) continue;
+    tree.VisitAncestors(index, [&](std::size_t path) {
+      if (firstExcluded[path] != nullptr) return false;
+      firstExcluded[path] = &components[index];
+      return true;
+    });
+  }
+  for (std::size_t index = 0; index < components.size(); ++index) {
+    const VssComponent* child = firstExcluded[tree.PathOf(index)];
+    if (!components[index].excluded && child != nullptr) return {&components[index], child};
+  }
+  return {};
 }
 
 }  // namespace
@@ -68,19 +158,21 @@ bool CVarnel::ArePartialFailuresSupported() {
 }
 
 void CVarnel::SelectComponentsForBackup(std::string& errorDetails) {
-  constexpr int kNoWriterMessage = 126;
   std::map<std::wstring, std::wstring> volumeSerials;
   bool anyEligible = false;
   for (VssWriter& writer : m_writers) {
     writer.excluded = !IsWriterEligible(writer);
     if (writer.excluded) continue;
     anyEligible = true;
-    SelectComponentsOf(writer, volumeSerials, errorDetails);
+    if (NamesDatabases(WriterCodeNumber(parseWriterCode(errorDetails)))) GetComponentsList(m_inputComponents);
+    for (VssComponent& component : writer.components) {
+      component.excluded = !IsComponentEligible(component, volumeSerials);
+    }
   }
   if (!anyEligible) {
-    std::wstring message;
-    GetErrorMessageFromCatalog(kNoWriterMessage, message);
-    throw VarnelException(VarnelException::ConfigurationError, message);
+    std::wstring text;
+    GetErrorMessageFromCatalog(message::kNoWriter, text);
+    throw VarnelException(VarnelException::ConfigurationError, text);
   }
   IncludeImplicitComponents();
   VerifyComponentSelection();
@@ -89,95 +181,48 @@ void CVarnel::SelectComponentsForBackup(std::string& errorDetails) {
   AddSelectedComponents(errorDetails);
 }
 
-void CVarnel::SelectComponentsOf(VssWriter& writer, std::map<std::wstring, std::wstring>& volumeSerials,
-                                 const std::string& errorDetails) {
-  if (NamesDatabases(WriterCodeNumber(parseWriterCode(errorDetails)))) GetComponentsList(m_inputComponents);
-  for (VssComponent& component : writer.components) component.excluded = !IsComponentEligible(component, volumeSerials);
-}
-
 bool CVarnel::IsComponentEligible(VssComponent& component, std::map<std::wstring, std::wstring>& volumeSerials) {
-  constexpr std::size_t kUsualDisks = 16;
   if (component.files.empty()) return false;
   // The same answer for every file, so it is asked once.
-  if (!IsInInputComponents(m_inputComponents, component.fullPath)) {
+  if (!checkComponents(InputFor(component.fullPath, m_inputComponents), component.fullPath)) {
     kLog.Warning(L"Component not in input file, State=NotEligible");
     return false;
   }
-  // Usually so few that they need no memory from outside.
-  std::array<std::byte, kUsualDisks * sizeof(std::wstring_view)> room;
-  std::pmr::monotonic_buffer_resource arena(room.data(), room.size());
-  std::pmr::vector<std::wstring_view> serialNumbers(&arena);
-  serialNumbers.reserve(kUsualDisks);
-  const bool eligible = AreFilesEligible(component, volumeSerials, serialNumbers);
-  std::sort(serialNumbers.begin(), serialNumbers.end());
-  component.affectedSerialNumbers.insert(ShareSerialNumbers(serialNumbers));
-  if (!eligible) return false;
-  for (const std::wstring_view serialNumber : serialNumbers) AddEligibleSerialNumber(serialNumber);
-  return true;
-}
-
-// Up to the first file that is not; the disks of the files looked at, each once.
-bool CVarnel::AreFilesEligible(const VssComponent& component, std::map<std::wstring, std::wstring>& volumeSerials,
-                               std::pmr::vector<std::wstring_view>& serialNumbers) {
-  const SharedText* volume = nullptr;
-  const std::wstring* serialNumber = nullptr;
+  std::set<std::wstring> serialNumbers;
   for (const VssFileDescriptor& file : component.files) {
-    // Most files lie on the volume of the one before.
-    if (volume == nullptr || *volume != file.volumeName) {
-      volume = &file.volumeName;
-      serialNumber = SerialNumberOf(*volume, volumeSerials);
+    auto known = volumeSerials.find(file.volumeName);
+    if (known == volumeSerials.end()) {
+      std::wstring diskName;
+      std::wstring serialNumber;
+      if (GetDiskSerialNumberForVolume(file.volumeName, diskName, serialNumber) != ERROR_SUCCESS) {
+        kLog.Error(L"GetDiskSerialNumberForVolume() Failed, Volume=%s, Component=%s, State=NotEligible",
+                   file.volumeName, component.caption);
+        return false;
+      }
+      known = volumeSerials.emplace(file.volumeName, serialNumber).first;
     }
-    if (serialNumber == nullptr) {
-      kLog.Error(L"GetDiskSerialNumberForVolume() Failed, Volume=%s, Component=%s, State=NotEligible", file.volumeName,
-                 component.caption);
-      return false;
-    }
+    const std::wstring& serialNumber = known->second;
     kLog.Info(L"Component=%s, File=%s, AffectedVolume=%s, SerialNumber=%s", component.caption, file.expandedPath,
-              file.volumeName, *serialNumber);
-    if (std::find(serialNumbers.begin(), serialNumbers.end(), *serialNumber) != serialNumbers.end()) continue;
-    serialNumbers.push_back(*serialNumber);
-    if (!IsOnEligibleDisk(*serialNumber)) {
+              file.volumeName, serialNumber);
+    component.affectedSerialNumbers.insert(serialNumber);
+    if (serialNumbers.contains(serialNumber)) continue;
+    if (!isVolumeEligible(serialNumber)) {
       kLog.Warning(L"Volume not in input list, State=NotEligible");
       return false;
     }
+    serialNumbers.insert(serialNumber);
+  }
+  for (const std::wstring& serialNumber : serialNumbers) {
+    if (std::find(m_eligibleSerialNumbers.begin(), m_eligibleSerialNumbers.end(), serialNumber) ==
+        m_eligibleSerialNumbers.end()) {
+      m_eligibleSerialNumbers.push_back(serialNumber);
+    }
   }
   return true;
 }
 
-// Components that lie on the same disks share one set.
-const SerialNumbers& CVarnel::ShareSerialNumbers(std::span<const std::wstring_view> sorted) {
-  auto known = m_serialNumberSets.find(sorted);
-  if (known == m_serialNumberSets.end()) {
-    known = m_serialNumberSets.insert(SerialNumbers::Set(sorted.begin(), sorted.end())).first;
-  }
-  return *known;
-}
-
-// Each volume is asked for once in a request; null when its disk cannot be told.
-const std::wstring* CVarnel::SerialNumberOf(const std::wstring& volume,
-                                            std::map<std::wstring, std::wstring>& volumeSerials) {
-  const auto known = volumeSerials.find(volume);
-  if (known != volumeSerials.end()) return &known->second;
-  std::wstring diskName;
-  std::wstring serialNumber;
-  if (GetDiskSerialNumberForVolume(volume, diskName, serialNumber) != ERROR_SUCCESS) return nullptr;
-  return &volumeSerials.emplace(volume, std::move(serialNumber)).first->second;
-}
-
-void CVarnel::AddEligibleSerialNumber(std::wstring_view serialNumber) {
-  if (std::find(m_eligibleSerialNumbers.begin(), m_eligibleSerialNumbers.end(), serialNumber) ==
-      m_eligibleSerialNumbers.end()) {
-    m_eligibleSerialNumbers.emplace_back(serialNumber);
-  }
-}
-
 bool CVarnel::checkComponents(std::set<std::wstring> inputComponents, std::wstring componentFullPath) {
-  return IsInInputComponents(inputComponents, componentFullPath);
-}
-
-bool CVarnel::IsInInputComponents(const std::set<std::wstring>& inputComponents,
-                                  const std::wstring& componentFullPath) {
-  if (!NamesDatabases(WriterCodeNumber(m_writerCode))) return true;
+  if (!NamesDatabases(WriterCodeNumber(getWriterCode()))) return true;
   if (inputComponents.empty()) return false;
   return *inputComponents.begin() == varnel::kAllDatabases ||
          inputComponents.contains(ascii::ToLower(componentFullPath));
@@ -188,7 +233,7 @@ void CVarnel::GetComponentsList(std::set<std::wstring>& components) {
     kLog.Error(L"Invalid number of serial nos");
     varnel::ThrowHResult(E_INVALIDARG);
   }
-  FetchDatabaseList();
+  FetchDatabaseList(wstringTostring(m_inputSerialNumbers.front().c_str()), m_successfulDBList);
   const std::wstring databases = stringToWstring(m_successfulDBList);
   if (databases == varnel::kAllDatabases) {
     components.insert(varnel::kAllDatabases);
@@ -200,77 +245,31 @@ void CVarnel::GetComponentsList(std::set<std::wstring>& components) {
       kLog.Warning(L"Database entry without a server is skipped, Entry=%s", entry);
       continue;
     }
-    components.insert(ComponentPathOfDatabase(entry.substr(0, separator), entry.substr(separator + 1)));
+    const std::wstring server = entry.substr(separator + 1);
+    components.insert(ComponentPathOf(entry.substr(0, separator), server, GetHostnameNetworkName(server)));
   }
-}
-
-// A bridge that cannot answer leaves the list as it is.
-void CVarnel::FetchDatabaseList() {
-  MetadataWrapper* bridge = MetadataWrapper::GetMetadataWrapperInstance();
-  const std::string serialNumber = wstringTostring(m_inputSerialNumbers.front().c_str());
-  if (bridge != nullptr && bridge->W_FindDataBaseToQuiesce(serialNumber.c_str())) {
-    m_successfulDBList = bridge->GetdbFilesToQuiescePtr();
-  } else {
-    const char* reason =
-        bridge == nullptr ? "the metadata bridge is not available" : bridge->W_GetErrorDetailStructurePtr();
-    kLog.Info(L" GetdbFilesToQuiescePtr failed with error =%s",
-              varnel::Utf8ToWideLossy(reason == nullptr ? "" : reason));
-  }
-  if (m_successfulDBList == nullptr) kLog.Info(L" GetdbFilesToQuiescePtr failed ");
-}
-
-// "\network name\database" for the default instance of a host, "\network name\instance\database" for a named one.
-std::wstring CVarnel::ComponentPathOfDatabase(const std::wstring& database, const std::wstring& server) {
-  const std::wstring networkName = GetHostnameNetworkName(server);
-  std::wstring path = L"\\" + networkName + L"\\";
-  if (ascii::ToLower(server) != networkName) path += server + L"\\";
-  return ascii::ToLower(path + database);
 }
 
 void CVarnel::IncludeImplicitComponents() {
   kLog.Info(L"Including implicit components");
   for (VssWriter& writer : m_writers) {
-    if (writer.excluded) continue;
-    if (AllTopLevel(writer)) continue;
-    const varnel::Descendants descendants{varnel::ComponentTree(writer.components)};
-    for (std::size_t index = 0; index < writer.components.size(); ++index) {
-      VssComponent& parent = writer.components[index];
-      for (const std::size_t descendant : descendants.Of(index)) {
-        const VssComponent& child = writer.components[descendant];
-        if (child.excluded) continue;
-        if (parent.excluded) {
-          kLog.Info(L"Including, Component='%s, BecauseOf='%s", parent.fullPath, child.fullPath);
-          parent.excluded = false;
-        }
-        parent.affectedSerialNumbers.insert(child.affectedSerialNumbers);
-      }
-    }
+    if (IsNested(writer)) IncludeParents(writer.components);
   }
 }
 
 void CVarnel::VerifyComponentSelection() {
-  constexpr int kIncompleteMessage = 113;
-  constexpr int kMissingChildMessage = 124;
   kLog.Info(L"VerifyComponentSelection");
   for (const VssWriter& writer : m_writers) {
-    if (writer.excluded) continue;
-    if (AllTopLevel(writer) || !AnyExcluded(writer)) continue;
-    const varnel::Descendants descendants{varnel::ComponentTree(writer.components)};
-    for (std::size_t index = 0; index < writer.components.size(); ++index) {
-      const VssComponent& parent = writer.components[index];
-      if (parent.excluded) continue;
-      for (const std::size_t descendant : descendants.Of(index)) {
-        const VssComponent& child = writer.components[descendant];
-        if (!child.excluded) continue;
-        kLog.Error(L"IncludedParent=%s, ExcludedChild=%s. Ensure that protection set is complete", parent.caption,
-                   child.caption);
-        std::wstring message;
-        std::wstring detail;
-        GetErrorMessageFromCatalog(kIncompleteMessage, message);
-        GetErrorMessageFromCatalog(kMissingChildMessage, detail, child.caption, parent.caption, child.caption);
-        throw VarnelException(VarnelException::ConfigurationError, message, {message + detail});
-      }
-    }
+    if (!IsNested(writer)) continue;
+    const auto [parent, child] = FindMissingChild(writer.components);
+    if (parent == nullptr) continue;
+    kLog.Error(L"IncludedParent=%s, ExcludedChild=%s. Ensure that protection set is complete", parent->caption,
+               child->caption);
+    std::wstring text;
+    std::wstring detail;
+    GetErrorMessageFromCatalog(message::kVolumesMissing, text);
+    GetErrorMessageFromCatalog(message::kChildMissing, detail, child->caption, parent->caption, child->caption);
+    throw VarnelException(VarnelException::ConfigurationError, text, {text + detail});
   }
 }
 
@@ -285,50 +284,39 @@ void CVarnel::DiscardEmptyWriters() {
 }
 
 void CVarnel::AddSelectedComponents(std::string& errorDetails) {
-  constexpr int kNothingEligibleMessage = 114;
   kLog.Info(L"Selecting components");
   int count = 0;
   for (VssWriter& writer : m_writers) {
     if (writer.excluded) continue;
-    const WriterIds ids(writer);
+    const auto instanceId = varnel::GuidOrNull<GUID>(writer.instanceId);
+    const auto writerId = varnel::GuidOrNull<GUID>(writer.writerId);
     for (VssComponent& component : writer.components) {
       if (component.excluded || !component.selectable) continue;
-      AddSelectedComponent(ids, component, errorDetails);
+      kLog.Info(L"Add Component=%s ", component.fullPath);
+      const HRESULT hr = varnel::ResultOf(m_pVssObject, &IVssBackupComponents::AddComponent, instanceId, writerId,
+                                          static_cast<VSS_COMPONENT_TYPE>(component.type),
+                                          component.logicalPath.c_str(), component.name.c_str());
+      if (hr != S_OK) {
+        varnel::WriteAlert<varnel::alert::kAddComponentFailed>(errorDetails, component.fullPath);
+        CheckCommError(hr, "m_pVssObject->AddComponent()", errorDetails);
+      }
+      component.added = true;
       ++count;
     }
   }
   if (count == 0) {
-    varnel::WriteAlert(varnel::alert::kNoComponents, {}, errorDetails);
-    std::wstring message;
-    GetErrorMessageFromCatalog(kNothingEligibleMessage, message);
-    throw VarnelException(VarnelException::ConfigurationError, message);
+    varnel::WriteAlert<varnel::alert::kNoComponents>(errorDetails);
+    std::wstring text;
+    GetErrorMessageFromCatalog(message::kNothingEligible, text);
+    throw VarnelException(VarnelException::ConfigurationError, text);
   }
   kLog.Info(L"Number of components explicitly included in snapshot set = %d ", count);
 }
 
-void CVarnel::AddSelectedComponent(const WriterIds& writer, VssComponent& component, std::string& errorDetails) {
-  kLog.Info(L"Add Component=%s ", component.fullPath);
-  const HRESULT hr = OnVssObject([&](auto& vss) {
-    return vss.AddComponent(writer.instanceId, writer.writerId, static_cast<VSS_COMPONENT_TYPE>(component.type),
-                            component.logicalPath.c_str(), component.name.c_str());
-  });
-  if (hr != S_OK) {
-    varnel::WriteAlert(varnel::alert::kAddComponentFailed, {component.fullPath}, errorDetails);
-    CheckCommError(hr, "m_pVssObject->AddComponent()", errorDetails);
-  }
-  component.added = true;
-}
-
-VssWriter* CVarnel::FindSelectedWriter(const GUID& instanceId) {
-  const std::wstring text = varnel::FormatGuid(instanceId);
-  const auto found = std::find_if(m_writers.begin(), m_writers.end(), [&](const VssWriter& writer) {
-    return !writer.excluded && writer.instanceId == text;
-  });
-  return found == m_writers.end() ? nullptr : &*found;
-}
-
 bool CVarnel::IsWriterSelected(GUID instanceId) {
-  return FindSelectedWriter(instanceId) != nullptr;
+  const std::wstring text = varnel::FormatGuid(instanceId);
+  return std::any_of(m_writers.begin(), m_writers.end(),
+                     [&](const VssWriter& writer) { return !writer.excluded && writer.instanceId == text; });
 }
 
 std::string CVarnel::parseWriterCode(std::string requestText) {
@@ -343,7 +331,7 @@ std::string CVarnel::parseWriterCode(std::string requestText) {
     begin = end + 1;
   }
   setWriterCode(code);
-  kLog.Info(L"Writer code received from Array is: %s", varnel::Utf8ToWideLossy(code));
+  kLog.Info(L"Writer code received from Array is: %s", varnel::Widened{code});
   return code;
 }
 

@@ -3,33 +3,18 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "core/logging.h"
+#include "core/alerts.h"
+#include "core/configuration.h"
 #include "core/varnel.h"
-#include "platform/owners.h"
+#include "core/vss_call.h"
 #include "text/ascii_case.h"
 #include "text/guid.h"
 
 using TesselCommonClasses::DiskAndVolumeEnumerator;
 using TesselCommonClasses::UtilityClass;
-using varnel::ComPtr;
+using varnel::AlertAndThrow;
 using varnel::kLog;
 namespace ascii = varnel::ascii;
-
-namespace {
-
-// Calls `visit` for every file of every component that takes part.
-template <class Visit>
-void ForEachSelectedFile(std::vector<VssWriter>& writers, Visit visit) {
-  for (VssWriter& writer : writers) {
-    if (writer.excluded) continue;
-    for (VssComponent& component : writer.components) {
-      if (component.excluded) continue;
-      for (VssFileDescriptor& file : component.files) visit(file);
-    }
-  }
-}
-
-}  // namespace
 
 void CVarnel::CreateVssSnapshotSet(std::string& errorDetails) {
   kLog.Info(L"CreateVssSnapshotSet : Enter");
@@ -38,7 +23,10 @@ void CVarnel::CreateVssSnapshotSet(std::string& errorDetails) {
   m_failedComponents.clear();
   GatherWriterMetadata(errorDetails);
   SelectComponentsForBackup(errorDetails);
-  StartSnapshotSet(errorDetails);
+  VSS_ID setId{};
+  varnel::CheckedCall(AlertAndThrow("m_pVssObject->StartSnapshotSet()", errorDetails), m_pVssObject,
+                      &IVssBackupComponents::StartSnapshotSet, &setId);
+  m_snapshotSetId = varnel::FormatGuid(setId);
   AddToSnapshotSet(errorDetails);
   PrepareForBackup(errorDetails);
   CheckSelectedWriterStatus(errorDetails);
@@ -52,40 +40,19 @@ void CVarnel::CreateVssSnapshotSet(std::string& errorDetails) {
   if (m_lastException.GetAlertCode() != VarnelException::None) throw VarnelException(m_lastException);
 }
 
-void CVarnel::StartSnapshotSet(std::string& errorDetails) {
-  VSS_ID setId{};
-  CheckCommError(OnVssObject([&](auto& vss) { return vss.StartSnapshotSet(&setId); }),
-                 "m_pVssObject->StartSnapshotSet()", errorDetails);
-  m_snapshotSetId = varnel::FormatGuid(setId);
-}
-
-void CVarnel::AddToSnapshotSet(std::string& errorDetails) {
-  CollectVolumes();
-  for (SnapshotVolumeInfo& volume : m_snapshotVolumes) {
-    kLog.Info(L"Add Volume=%s, SnapshotSetID=%s ", volume.volumeName, m_snapshotSetId);
-    VSS_ID snapshotId{};
-    const HRESULT hr = OnVssObject(
-        [&](auto& vss) { return vss.AddToSnapshotSet(volume.volumeName.data(), TesselVssProviderID, &snapshotId); });
-    CheckCommError(hr, "m_pVssObject->AddToSnapshotSet()", errorDetails);
-    volume.snapshotId = varnel::FormatGuid(snapshotId);
-  }
-}
-
 // The application's volumes, then those of the extra disks; each once, whatever its spelling.
-void CVarnel::CollectVolumes() {
-  std::unordered_set<std::wstring> added;
-  for (const SnapshotVolumeInfo& volume : m_snapshotVolumes) added.insert(ascii::ToLower(volume.volumeName));
-  std::unordered_set<std::wstring_view> seen;  // spellings that need no folding again
-  ForEachSelectedFile(m_writers, [&](VssFileDescriptor& file) {
-    const std::wstring& name = file.volumeName;
-    if (!seen.insert(name).second || !added.insert(ascii::ToLower(name)).second) return;
-    m_snapshotVolumes.push_back({file.volumeName, {}, {}});
-  });
-
+void CVarnel::AddToSnapshotSet(std::string& errorDetails) {
+  std::unordered_set<std::wstring_view> seen;  // spellings that need not be asked for again
+  for (const VssComponent* component : varnel::SelectedComponents(m_writers)) {
+    for (const VssFileDescriptor& file : component->files) {
+      if (!seen.insert(file.volumeName).second || IsVolumeAlreadyAdded(file.volumeName)) continue;
+      m_snapshotVolumes.push_back({file.volumeName, {}, {}});
+    }
+  }
   std::vector<std::wstring> extraVolumes;
   GetVolumeListForExtraVolumes(extraVolumes);
   for (const std::wstring& volume : extraVolumes) {
-    if (!added.insert(ascii::ToLower(volume)).second) {
+    if (IsVolumeAlreadyAdded(volume)) {
       kLog.Warning(
           L"Volume to be added is a system drive hence excluding from snapshot set even though this volume was "
           L"detected as an extra volume.");
@@ -93,6 +60,14 @@ void CVarnel::CollectVolumes() {
     }
     kLog.Info(L"Adding extra volume = %s to the snapshot set", volume);
     m_snapshotVolumes.push_back({volume, {}, {}});
+  }
+  for (SnapshotVolumeInfo& volume : m_snapshotVolumes) {
+    kLog.Info(L"Add Volume=%s, SnapshotSetID=%s ", volume.volumeName, m_snapshotSetId);
+    VSS_ID snapshotId{};
+    varnel::CheckedCall(AlertAndThrow("m_pVssObject->AddToSnapshotSet()", errorDetails), m_pVssObject,
+                        &IVssBackupComponents::AddToSnapshotSet, volume.volumeName.data(), TesselVssProviderID,
+                        &snapshotId);
+    volume.snapshotId = varnel::FormatGuid(snapshotId);
   }
 }
 
@@ -109,80 +84,68 @@ void CVarnel::GetVolumeListForExtraVolumes(std::vector<std::wstring>& volumes) {
       continue;
     }
     std::vector<std::wstring> names;
-    RequireEnumerator().GetUniqueVolumeNamesForDisk(ascii::ToLower(serialNumber), names);
+    varnel::Required(m_diskAndVolumeEnumerator).GetUniqueVolumeNamesForDisk(ascii::ToLower(serialNumber), names);
     volumes.insert(volumes.end(), names.begin(), names.end());
   }
 }
 
 void CVarnel::PrepareForBackup(std::string& errorDetails) {
-  const std::string operationName = "PrepareForBackup()";
-  ComPtr<IVssAsync> async;
-  const HRESULT hr = OnVssObject([&](auto& vss) { return vss.PrepareForBackup(async.Put()); });
-  CheckCommError(varnel::Delivered(hr, async), operationName, errorDetails);
-  WaitAndCheckForAsyncOperation(async.Get(), operationName, errorDetails);
+  constexpr char kCall[] = "PrepareForBackup()";
+  const auto async = varnel::Obtain<IVssAsync>(AlertAndThrow(kCall, errorDetails), m_pVssObject,
+                                               &IVssBackupComponents::PrepareForBackup);
+  WaitAndCheckForAsyncOperation(async.Get(), kCall, errorDetails);
 }
 
 void CVarnel::DoSnapshotSet(std::string& errorDetails) {
-  const std::string operationName = "DoSnapshotSet()";
-  ComPtr<IVssAsync> async;
-  const HRESULT hr = OnVssObject([&](auto& vss) { return vss.DoSnapshotSet(async.Put()); });
-  CheckCommError(varnel::Delivered(hr, async), operationName, errorDetails);
-  WaitAndCheckForAsyncOperation(async.Get(), operationName, errorDetails);
+  constexpr char kCall[] = "DoSnapshotSet()";
+  const auto async =
+      varnel::Obtain<IVssAsync>(AlertAndThrow(kCall, errorDetails), m_pVssObject, &IVssBackupComponents::DoSnapshotSet);
+  WaitAndCheckForAsyncOperation(async.Get(), kCall, errorDetails);
   m_snapshotDone = true;
   CheckSelectedWriterStatus(errorDetails);
-  if (IsTestPointSet(varnel::kTestPointFailDoSnapshotSet)) {
+  if ((m_testPoints & varnel::kTestPointFailDoSnapshotSet) != 0) {
     kLog.Error(L"***Testpoint enabled. Throwing error unexpected writer error after DoSnapshotSet***");
     varnel::ThrowHResult(VSS_E_UNEXPECTED_WRITER_ERROR);
   }
 }
 
 void CVarnel::SaveBackupComponentsDocument(std::string& errorDetails) {
-  const HRESULT hr = OnVssObject([&](auto& vss) { return vss.SaveAsXML(m_backupDocument.Put()); });
-  CheckCommError(varnel::Delivered(hr, m_backupDocument), "SaveAsXML()", errorDetails);
+  const HRESULT hr = varnel::ResultOf(m_pVssObject, &IVssBackupComponents::SaveAsXML, m_backupDocument.Put());
+  AlertAndThrow("SaveAsXML()", errorDetails)(varnel::Delivered(hr, m_backupDocument));
 }
 
 void CVarnel::GetSnapShotProperties(std::string& errorDetails) {
   kLog.Info(L"Getting snapshot properties...");
   std::unordered_map<std::wstring_view, std::vector<VssFileDescriptor*>> filesByVolume;
-  ForEachSelectedFile(m_writers,
-                      [&](VssFileDescriptor& file) { filesByVolume[file.volumeName.Get()].push_back(&file); });
+  for (VssComponent* component : varnel::SelectedComponents(m_writers)) {
+    for (VssFileDescriptor& file : component->files) filesByVolume[file.volumeName].push_back(&file);
+  }
   for (SnapshotVolumeInfo& volume : m_snapshotVolumes) {
-    ReadSnapshotProperties(volume, errorDetails);
+    const auto snapshotId = varnel::GuidOrNull<GUID>(volume.snapshotId);
+    varnel::SnapshotProperties properties;
+    // Asked twice on purpose; the second answer counts.
+    varnel::CheckedCall(varnel::LogAndThrow(L"m_pVssObject->GetSnapshotProperties(WString2Guid(snapshotID), &Snap)"),
+                        m_pVssObject, &IVssBackupComponents::GetSnapshotProperties, snapshotId, properties.Put());
+    varnel::CheckedCall(AlertAndThrow("m_pVssObject->GetSnapshotProperties()", errorDetails), m_pVssObject,
+                        &IVssBackupComponents::GetSnapshotProperties, snapshotId, properties.Put());
+    const wchar_t* device = properties->m_pwszSnapshotDeviceObject;
+    volume.snapshotDeviceName = UtilityClass::AppendBackslash(device == nullptr ? L"" : device);
+    kLog.Info(L"re-enumerating cache");
+    varnel::Required(m_diskAndVolumeEnumerator).EnumerateDisks(true);
     std::wstring diskName;
     std::wstring serialNumber;
-    IdentifySnapshotDisk(volume, diskName, serialNumber);
-    const SharedText sharedDevice = volume.snapshotDeviceName;
-    const SharedText sharedDisk = std::move(diskName);
-    const SharedText sharedSerial = std::move(serialNumber);
+    if (const DWORD error = GetDiskSerialNumberForVolume(volume.snapshotDeviceName, diskName, serialNumber)) {
+      const HRESULT hr = varnel::HResultFromWin32(error);
+      std::string record;  // for the log alone
+      varnel::WriteAlert<varnel::alert::kDiskSerialNumber>(record, HResult2String(hr));
+      varnel::ThrowHResult(hr);
+    }
+    kLog.Info(L"SnapshotdeviceName=%s, volume=%s, DiskName=%s, SerialNumber=%s", volume.snapshotDeviceName,
+              volume.volumeName, diskName, serialNumber);
     for (VssFileDescriptor* file : filesByVolume[volume.volumeName]) {
-      file->snapshotDeviceName = sharedDevice;
-      file->snapshotDiskName = sharedDisk;
-      file->snapshotSerialNumber = sharedSerial;
+      file->snapshotDeviceName = volume.snapshotDeviceName;
+      file->snapshotDiskName = diskName;
+      file->snapshotSerialNumber = serialNumber;
     }
   }
-}
-
-// Asked twice on purpose; the second answer counts.
-void CVarnel::ReadSnapshotProperties(SnapshotVolumeInfo& volume, std::string& errorDetails) {
-  const GUID snapshotId = varnel::GuidOrNull<GUID>(volume.snapshotId);
-  varnel::SnapshotProperties properties;
-  const auto read = [&](auto& vss) { return vss.GetSnapshotProperties(snapshotId, properties.Put()); };
-  varnel::CheckComCall(OnVssObject(read), L"\"m_pVssObject->GetSnapshotProperties(WString2Guid(snapshotID), &Snap)\"");
-  CheckCommError(OnVssObject(read), "m_pVssObject->GetSnapshotProperties()", errorDetails);
-  const wchar_t* device = properties->m_pwszSnapshotDeviceObject;
-  volume.snapshotDeviceName = UtilityClass::AppendBackslash(device == nullptr ? L"" : device);
-}
-
-void CVarnel::IdentifySnapshotDisk(const SnapshotVolumeInfo& volume, std::wstring& diskName,
-                                   std::wstring& serialNumber) {
-  kLog.Info(L"re-enumerating cache");
-  RequireEnumerator().EnumerateDisks(true);
-  const DWORD error = GetDiskSerialNumberForVolume(volume.snapshotDeviceName, diskName, serialNumber);
-  if (error != ERROR_SUCCESS) {
-    const HRESULT hr = varnel::HResultFromWin32(error);
-    varnel::LogAlert(varnel::alert::kDiskSerialNumber, {HResult2String(hr)});
-    varnel::ThrowHResult(hr);
-  }
-  kLog.Info(L"SnapshotdeviceName=%s, volume=%s, DiskName=%s, SerialNumber=%s", volume.snapshotDeviceName,
-            volume.volumeName, diskName, serialNumber);
 }

@@ -1,29 +1,22 @@
 #include "core/varnel.h"
 
+#include "core/configuration.h"
 #include "core/logging.h"
+#include "core/message_catalog.h"
+#include "core/vss_call.h"
 #include "text/guid.h"
 #include "text/unicode.h"
 
+using varnel::AlertAndThrow;
+using varnel::CheckedCall;
 using varnel::kLog;
 
 const GUID CVarnel::TesselVssProviderID = varnel::ParseGuid<GUID>(VARNEL_PROVIDER_ID);
 
-namespace {
-// The list is handed out as writable text, so it is no literal.
-char defaultDatabaseList[] = "ALL_DB";
-}  // namespace
-
-CVarnel::WriterIds::WriterIds(const VssWriter& writer)
-    : instanceId(varnel::GuidOrNull<GUID>(writer.instanceId)), writerId(varnel::GuidOrNull<GUID>(writer.writerId)) {}
-
-CVarnel::CVarnel(DWORD testPoints) : m_successfulDBList(defaultDatabaseList), m_testPoints(testPoints) {}
+CVarnel::CVarnel(DWORD testPoints) : m_successfulDBList(varnel::kAllDatabasesList), m_testPoints(testPoints) {}
 
 CVarnel::~CVarnel() {
-  try {
-    FreeWriterMetadata();
-  } catch (...) {
-    // Only the log could have thrown, and nobody is left to tell.
-  }
+  FreeWriterMetadata();
 }
 
 DWORD CVarnel::ValidateVolumes(const std::vector<std::string>& /*volumes*/, std::string& /*status*/,
@@ -40,35 +33,28 @@ DWORD CVarnel::ValidateHostConfiguration(std::string& /*errorDetails*/) {
 void CVarnel::Initialize(DWORD context, std::wstring backupDocumentXml, bool restore, VSS_BACKUP_TYPE backupType,
                          std::string& errorDetails, TesselCommonClasses::DiskAndVolumeEnumerator* enumerator) {
   m_initialized = true;
-  CreateBackupComponents(errorDetails);
+  m_metadataGathered = false;
+  const HRESULT created = varnel::CurrentHost().vss().CreateVssBackupComponents(m_pVssObject.Put());
+  AlertAndThrow("CreateVssBackupComponents()", errorDetails)(varnel::Delivered(created, m_pVssObject));
   m_restoreMode = restore;
+  const bool fromDocument = restore || !backupDocumentXml.empty();
+  const varnel::Bstr document = fromDocument ? varnel::Bstr(backupDocumentXml) : varnel::Bstr();
   if (restore) {
-    const varnel::Bstr document(backupDocumentXml);
-    CheckCommError(m_pVssObject->InitializeForRestore(document.Get()), "InitializeForRestore()", errorDetails);
+    CheckedCall(AlertAndThrow("InitializeForRestore()", errorDetails), m_pVssObject,
+                &IVssBackupComponents::InitializeForRestore, document.Get());
   } else {
-    InitializeBackup(context, backupDocumentXml, errorDetails);
+    CheckedCall(AlertAndThrow(fromDocument ? "InitializeForBackup(XmlDoc)" : "InitializeForBackup()", errorDetails),
+                m_pVssObject, &IVssBackupComponents::InitializeForBackup, document.Get());
+    if (context != 0) {
+      kLog.Info(L"- Setting VssContext=0x%08lx", context);
+      CheckedCall(AlertAndThrow("SetContext()", errorDetails), m_pVssObject, &IVssBackupComponents::SetContext,
+                  static_cast<LONG>(context));
+    }
   }
   m_context = context;
-  CheckCommError(m_pVssObject->SetBackupState(true, true, backupType, false), "SetBackupState()", errorDetails);
+  CheckedCall(AlertAndThrow("SetBackupState()", errorDetails), m_pVssObject, &IVssBackupComponents::SetBackupState,
+              true, true, backupType, false);
   SetDiskAndVolumeEnumeratorObj(enumerator);
-}
-
-void CVarnel::CreateBackupComponents(std::string& errorDetails) {
-  m_metadataGathered = false;
-  const HRESULT hr = varnel::CurrentHost().vss().CreateVssBackupComponents(m_pVssObject.Put());
-  CheckCommError(varnel::Delivered(hr, m_pVssObject), "CreateVssBackupComponents()", errorDetails);
-}
-
-void CVarnel::InitializeBackup(DWORD context, const std::wstring& backupDocumentXml, std::string& errorDetails) {
-  if (backupDocumentXml.empty()) {
-    CheckCommError(m_pVssObject->InitializeForBackup(nullptr), "InitializeForBackup()", errorDetails);
-  } else {
-    const varnel::Bstr document(backupDocumentXml);
-    CheckCommError(m_pVssObject->InitializeForBackup(document.Get()), "InitializeForBackup(XmlDoc)", errorDetails);
-  }
-  if (context == 0) return;
-  kLog.Info(L"- Setting VssContext=0x%08lx", context);
-  CheckCommError(m_pVssObject->SetContext(static_cast<LONG>(context)), "SetContext()", errorDetails);
 }
 
 DWORD CVarnel::GetContext() const {
@@ -109,4 +95,26 @@ std::wstring CVarnel::VectorToString(const std::vector<std::wstring>& elements) 
   for (const std::wstring& element : elements) text += element + L", ";
   if (!text.empty()) text.resize(text.size() - kSeparatorLength);
   return text;
+}
+
+std::wstring CVarnel::HResult2String(long hr) {
+  return varnel::HResultText(varnel::AsHResult(hr));
+}
+
+void CVarnel::GetVSSErrorMessage(long hr, std::wstring& text) {
+  text = varnel::MessageTableText(varnel::AsHResult(hr));
+}
+
+void CVarnel::GetErrorString(long hr, std::wstring& text) {
+  text.clear();
+  if (varnel::AsHResult(hr) == VSS_E_WRITERERROR_PARTIAL_FAILURE) {
+    GetErrorMessageFromCatalog(varnel::message::kPartialFailure, text);
+  } else {
+    GetVSSErrorMessage(hr, text);
+  }
+  if (text.empty()) text = HResult2String(hr);
+}
+
+void CVarnel::CheckCommError(long hr, std::string callName, std::string& errorDetails) {
+  AlertAndThrow(callName.c_str(), errorDetails)(varnel::AsHResult(hr));
 }

@@ -3,15 +3,13 @@
 
 #include <map>
 #include <memory>
-#include <memory_resource>
 #include <set>
-#include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "core/cataloguing.h"
-#include "core/errors.h"
+#include "core/configuration.h"
+#include "core/exception.h"
 #include "core/writer_metadata.h"
 #include "platform/export.h"
 #include "platform/owners.h"
@@ -19,49 +17,8 @@
 #include "platform/vss.h"
 
 namespace varnel {
-
-inline constexpr wchar_t kAllDatabases[] = L"ALL_DB";
-inline constexpr wchar_t kCatalogModule[] = L"varnel";
-inline constexpr wchar_t kUnknown[] = L"UNKNOWN";
-
-inline constexpr wchar_t kExchangeWriterId[] = L"{76fe1ac4-15f7-4bcd-987e-8e1acb462fb7}";
-inline constexpr wchar_t kExchangeInstallKey[] = L"SOFTWARE\\Microsoft\\ExchangeServer";
-inline constexpr wchar_t kExchangeSetupKey[] = L"Setup";
-inline constexpr wchar_t kExchangeInstallValue[] = L"MsiInstallPath";
-inline constexpr wchar_t kDatabaseChecker[] = L"eseutil.exe";
-inline constexpr wchar_t kDatabaseCheckerSwitches[] = L"/k /i";
-inline constexpr wchar_t kHyperVWriterId[] = L"{66841cd4-6ded-4f4b-8f17-fd23f8ddc3de}";
-inline constexpr wchar_t kClusterSharedVolumeWriterId[] = L"{1072ae1c-e5a7-4ea1-9e4a-6f7964656570}";
-inline constexpr wchar_t kSqlServerWriterId[] = L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}";
-inline constexpr wchar_t kMsdeWriterId[] = L"{f8544ac1-0611-4fa5-b04b-f7ee00b03277}";
-
-/// Registry names of the host agent. The library reads none of them; TestPointSetting reaches it as the constructor's
-/// argument.
-namespace agent_registry {
-inline constexpr wchar_t kRoot[] = L"SOFTWARE\\Tessel Storage";
-inline constexpr wchar_t kConfiguration[] = L"SOFTWARE\\Tessel Storage\\Configuration";
-inline constexpr wchar_t kTestPointSetting[] = L"TestPointSetting";
-inline constexpr wchar_t kDisableTransportableSnapshots[] = L"DisableTransportableSnapshots";
-inline constexpr wchar_t kNoAdditionalVolumeInSnapshot[] = L"NoAdditionalVolumeInSnapshot";
-inline constexpr wchar_t kCleanPhantomDevices[] = L"CleanPhantomDevices";
-inline constexpr wchar_t kCleanPhantomDevicesInterval[] = L"CleanPhantomDevicesInterval";
-inline constexpr wchar_t kCleanPhantomDevicesThreshold[] = L"CleanPhantomDevicesThreshold";
-inline constexpr wchar_t kMaxArrayVerSupported[] = L"MaxArrayVerSupported";
-inline constexpr wchar_t kMinArrayVerSupported[] = L"MinArrayVerSupported";
-inline constexpr wchar_t kExcludedIps[] = L"ExcludedIps";
-inline constexpr wchar_t kIncludedIps[] = L"IncludedIps";
-inline constexpr wchar_t kGroupMgmtIps[] = L"GroupMgmtIps";
-inline constexpr wchar_t kGroupMgmtIp[] = L"GroupMgmtIP";
-inline constexpr wchar_t kIscsiGlobalDigestPolicy[] = L"ISCSIGlobalDigestPolicy";
-inline constexpr wchar_t kDisableAutomaticGroupDiscovery[] = L"DisableAutomaticGroupDiscovery";
-}  // namespace agent_registry
-
-/// Test points: bits of the constructor's mask. All others are ignored.
-inline constexpr DWORD kTestPointFailDoSnapshotSet = 0x1;
-inline constexpr DWORD kTestPointFailFileVerification = 0x2;
-
+class FailedWriter;
 class RequestorProbe;
-
 }  // namespace varnel
 
 /// One volume of the snapshot set.
@@ -75,10 +32,13 @@ struct SnapshotVolumeInfo {
 /// constructs it (or an application's subclass), names the disks of the protection set, calls Initialize and
 /// CreateVssSnapshotSet, and reads the results.
 ///
-/// Driven by one thread at a time; the process must have initialised COM and its security. Operations that fail throw:
-/// a bare `long` holding an HRESULT after a failed platform call, or VarnelException for a failed request. Most take
-/// the error-details argument, to which they append alert records and the lists that go with them; only ValidateVolumes
-/// clears it.
+/// An object belongs to one thread at a time; objects of one process on one host do not disturb each other. The process
+/// must have initialised COM and its security. Operations that fail throw: a bare `long` holding an HRESULT after a
+/// failed platform call, or VarnelException for a failed request. What else can leave an operation is said there;
+/// any of them can throw std::bad_alloc, and varnel::NoHostError where no host is installed (only outside Windows).
+/// After any exception the object can still be asked, completed with SetBackupStatus and destroyed. Most operations
+/// take the error-details argument, to which they append alert records and the lists that go with them; only
+/// ValidateVolumes clears it.
 class VARNEL_API CVarnel {
  public:
   /// \param testPoints bits that make parts of the sequence fail on purpose (kTestPoint...).
@@ -208,13 +168,8 @@ class VARNEL_API CVarnel {
   /// The array's VSS hardware provider.
   static const GUID TesselVssProviderID;
 
- protected:
-  /// Whether a test point (kTestPoint...) is on.
-  bool IsTestPointSet(DWORD testPoint) const { return (m_testPoints & testPoint) != 0; }
-  /// Throws E_POINTER, with an error line, while no enumerator is set.
-  TesselCommonClasses::DiskAndVolumeEnumerator& RequireEnumerator() const;
-
  private:
+  friend class varnel::FailedWriter;
   friend class varnel::RequestorProbe;
 
   // The application object that a component stands for.
@@ -222,40 +177,18 @@ class VARNEL_API CVarnel {
   // Whether components may fail without failing their writer.
   virtual bool ArePartialFailuresSupported();
 
-  void CreateBackupComponents(std::string& errorDetails);
-  void InitializeBackup(DWORD context, const std::wstring& backupDocumentXml, std::string& errorDetails);
-
+  // Gathering
   void WaitAndCheckForAsyncOperation(IVssAsync* async, std::string operationName, std::string& errorDetails);
   void InitializeWriterMetadata(std::string& errorDetails);
-  void FreeWriterMetadata();
-
-  // The identifiers as the service wants them, read once for all components of a writer.
-  struct WriterIds {
-    explicit WriterIds(const VssWriter& writer);
-    GUID instanceId;
-    GUID writerId;
-  };
-
+  void FreeWriterMetadata() noexcept;
   // Selection
   void SelectComponentsForBackup(std::string& errorDetails);
-  void SelectComponentsOf(VssWriter& writer, std::map<std::wstring, std::wstring>& volumeSerials,
-                          const std::string& errorDetails);
-  const std::wstring* SerialNumberOf(const std::wstring& volume, std::map<std::wstring, std::wstring>& volumeSerials);
-  bool AreFilesEligible(const VssComponent& component, std::map<std::wstring, std::wstring>& volumeSerials,
-                        std::pmr::vector<std::wstring_view>& serialNumbers);
-  const SerialNumbers& ShareSerialNumbers(std::span<const std::wstring_view> sorted);
-  void AddEligibleSerialNumber(std::wstring_view serialNumber);
   bool checkComponents(std::set<std::wstring> inputComponents, std::wstring componentFullPath);
-  bool IsInInputComponents(const std::set<std::wstring>& inputComponents, const std::wstring& componentFullPath);
   void GetComponentsList(std::set<std::wstring>& components);
-  void FetchDatabaseList();
-  std::wstring ComponentPathOfDatabase(const std::wstring& database, const std::wstring& server);
   void IncludeImplicitComponents();
   void VerifyComponentSelection();
   void DiscardEmptyWriters();
   void AddSelectedComponents(std::string& errorDetails);
-  void AddSelectedComponent(const WriterIds& writer, VssComponent& component, std::string& errorDetails);
-  VssWriter* FindSelectedWriter(const GUID& instanceId);
   bool IsWriterSelected(GUID instanceId);
   std::string parseWriterCode(std::string requestText);
   void setWriterCode(std::string code);
@@ -264,75 +197,38 @@ class VARNEL_API CVarnel {
   void GetAllSystemDisks();
   DWORD GetDiskSerialNumberForVolume(const std::wstring& volume, std::wstring& diskName, std::wstring& serialNumber);
   bool IsSerialNumberPresentInInputList(std::wstring serialNumber);
-  bool IsInputDisk(const std::wstring& serialNumber) const;
   bool IsSnapShotDevice(std::wstring diskName);
   bool isVolumeEligible(std::wstring serialNumber);
-  bool IsOnEligibleDisk(const std::wstring& serialNumber) const;
   void VerifyProtectionSetDiskList(std::string& errorDetails);
-  [[noreturn]] void ReportLunMismatch(std::string& errorDetails);
-  void FindExtraDisks();
-  void StoreExtraVolumesWarning(std::string& errorDetails);
   // The snapshot set
-  void StartSnapshotSet(std::string& errorDetails);
   void AddToSnapshotSet(std::string& errorDetails);
-  void CollectVolumes();
   void PrepareForBackup(std::string& errorDetails);
   void DoSnapshotSet(std::string& errorDetails);
   void SaveBackupComponentsDocument(std::string& errorDetails);
   void GetSnapShotProperties(std::string& errorDetails);
-  void ReadSnapshotProperties(SnapshotVolumeInfo& volume, std::string& errorDetails);
-  void IdentifySnapshotDisk(const SnapshotVolumeInfo& volume, std::wstring& diskName, std::wstring& serialNumber);
   bool IsVolumeAlreadyAdded(std::wstring volume);
   void GetVolumeListForExtraVolumes(std::vector<std::wstring>& volumes);
   // Writer status
-  struct StatusSummary;
-  struct WriterStatus;
   void GatherWriterStatus(std::string& errorDetails);
   void CheckSelectedWriterStatus(std::string& errorDetails);
-  void CheckWriterStatus(const WriterStatus& status, StatusSummary& summary, std::string& errorDetails);
-  std::wstring ReportWriterFailure(const WriterStatus& status, std::string& errorDetails);
-  std::wstring FailWholeWriter(VssWriter& writer, HRESULT hr);
-  std::wstring FailPartialWriter(VssWriter& writer, StatusSummary& summary, std::string& errorDetails);
   void HandlePartialWriterFailure(VssWriter& writer, std::wstring& failedComponentsText, std::string& errorDetails);
-  void ReadComponentFailures(VssWriter& writer, IVssWriterComponentsExt* components, std::wstring& text,
-                             std::string& errorDetails);
   void MarkAllWriterComponentsAsFailed(VssWriter& writer, long hr, std::wstring& failedComponentList);
   DWORD GetWriterStatusMessage(VSS_WRITER_STATE state, const std::wstring& writerName, std::wstring& text);
   std::wstring GetStringFromWriterStatus(VSS_WRITER_STATE state);
-  // Completion and maintenance
-  struct MarkingResult;
-  void AbortUnfinishedBackup();
-  void CleanUpFailedSet(std::string& errorDetails);
-  MarkingResult MarkComponents(int snapErrorCode, std::string& errorDetails);
+  // Completion
   void SetBackupSucceeded(int snapErrorCode, std::string& errorDetails);
-  void ReportComponent(const WriterIds& writer, const VssComponent& component, bool byDefault,
-                       std::string& errorDetails);
   void BackupComplete(std::string& errorDetails);
-  bool HoldsSnapshotDevice(const std::vector<std::wstring>& devices);
-  // Names and catalogue
+  // Names and messages
   std::wstring GetHostnameNetworkName(std::wstring name);
-  std::wstring ClusterNetworkName(const std::wstring& name);
-  bool FindEligibleWriter();
-  void CatalogComponent(const VssComponent& component, std::map<std::string, ApplicationObjectMeatadataInfo>& metadata);
-
   void GetVSSErrorMessage(long hr, std::wstring& text);
   // 0, or the Win32 error that left `text` empty.
   template <class... Arguments>
-  DWORD GetErrorMessageFromCatalog(int id, std::wstring& text, const Arguments&... arguments) {
-    return FormatCatalogMessage(id, text, std::initializer_list<varnel::FormatArgument>{arguments...});
-  }
-  DWORD FormatCatalogMessage(int id, std::wstring& text, std::initializer_list<varnel::FormatArgument> arguments);
-  bool PrepareMessageBuffer();
+  DWORD GetErrorMessageFromCatalog(int id, std::wstring& text, const Arguments&... arguments);
 
-  // The result of a call on m_pVssObject, VSS_E_BAD_STATE while there is none.
-  template <class Call>
-  HRESULT OnVssObject(Call call) {
-    return m_pVssObject ? call(*m_pVssObject) : VSS_E_BAD_STATE;
-  }
-
+ protected:
   std::vector<std::wstring> m_systemDisks;
   std::set<std::wstring> m_inputComponents;
-  char* m_successfulDBList;
+  const char* m_successfulDBList;
   varnel::ComPtr<IVssBackupComponents> m_pVssObject;
   std::wstring m_snapshotSetId;
   bool m_initialized = false;
@@ -342,7 +238,6 @@ class VARNEL_API CVarnel {
   std::vector<SnapshotVolumeInfo> m_snapshotVolumes;
   std::vector<std::wstring> m_inputSerialNumbers;
   std::vector<std::wstring> m_eligibleSerialNumbers;
-  std::set<SerialNumbers, SerialNumbers::ByContent> m_serialNumberSets;  // those that components share
   bool m_snapshotDone = false;
   std::wstring m_writerErrorText;
   std::vector<std::wstring> m_failedComponents;

@@ -1,32 +1,121 @@
 // How the writers fared, and what a failed writer or component means for the request.
+#include <algorithm>
 #include <unordered_map>
 
-#include "core/logging.h"
+#include "core/alerts.h"
+#include "core/message_catalog.h"
+#include "core/metadata_reader.h"
 #include "core/varnel.h"
-#include "platform/owners.h"
+#include "core/vss_call.h"
 #include "text/guid.h"
 
-using varnel::CheckComCall;
-using varnel::ComPtr;
-using varnel::Delivered;
+using varnel::AlertAndThrow;
+using varnel::CheckedCall;
 using varnel::kLog;
+using varnel::LogAndThrow;
+using varnel::Obtain;
+using varnel::ObtainInterface;
+namespace alert = varnel::alert;
+namespace message = varnel::message;
 
-// What decides over the request at the end of a check.
-struct CVarnel::StatusSummary {
-  bool anyCameThrough = false;
-  bool failureSeen = false;
-};
+namespace varnel {
 
 // One entry of the service's status list.
-struct CVarnel::WriterStatus {
+struct WriterStatus {
   VSS_ID instanceId{};
   VSS_ID writerId{};
-  varnel::Bstr name;
+  Bstr name;
   VSS_WRITER_STATE state = VSS_WS_UNKNOWN;
   HRESULT failure = S_OK;
   HRESULT applicationResult = S_OK;
-  varnel::Bstr applicationMessage;
+  Bstr applicationMessage;
 };
+
+// What is told of one selected writer that failed.
+class FailedWriter {
+ public:
+  FailedWriter(CVarnel& requestor, const WriterStatus& status, std::string& errorDetails)
+      : requestor_(requestor), status_(status), errorDetails_(errorDetails) {}
+
+  // The text for the administrator; `cameThrough` is set when the writer counts as come through all the same.
+  std::wstring Report(bool& cameThrough);
+
+ private:
+  std::wstring Describe();
+  VssWriter& Record();
+  std::wstring FailWhole(VssWriter& writer, HRESULT hr);
+  std::wstring FailPartly(VssWriter& writer, bool& cameThrough);
+
+  CVarnel& requestor_;
+  const WriterStatus& status_;
+  std::string& errorDetails_;
+};
+
+std::wstring FailedWriter::Report(bool& cameThrough) {
+  std::wstring text = Describe();
+  VssWriter& writer = Record();
+  text += status_.failure == VSS_E_WRITERERROR_PARTIAL_FAILURE ? FailPartly(writer, cameThrough)
+                                                               : FailWhole(writer, status_.failure);
+  return text;
+}
+
+std::wstring FailedWriter::Describe() {
+  const std::wstring name(status_.name.View());
+  const std::wstring_view applicationMessage = status_.applicationMessage.View();
+  WriteAlert<alert::kWriterFailure>(errorDetails_, name, HResultText(status_.failure),
+                                    requestor_.GetStringFromWriterStatus(status_.state), status_.applicationResult,
+                                    applicationMessage);
+  std::wstring stateText;
+  std::wstring errorText;
+  std::wstring applicationText;
+  requestor_.GetWriterStatusMessage(status_.state, name, stateText);
+  requestor_.GetErrorString(status_.failure, errorText);
+  requestor_.m_writerErrorText += stateText + errorText;
+  requestor_.GetErrorMessageFromCatalog(message::kApplicationError, applicationText, status_.applicationResult,
+                                        applicationMessage);
+  return stateText + errorText + applicationText;
+}
+
+VssWriter& FailedWriter::Record() {
+  const std::wstring id = FormatGuid(status_.instanceId);
+  std::vector<VssWriter>& writers = requestor_.m_writers;
+  const auto record = std::find_if(writers.begin(), writers.end(), [&](const VssWriter& writer) {
+    return !writer.excluded && writer.instanceId == id;
+  });
+  if (record == writers.end()) {
+    kLog.Error(L"No record of the selected writer, Writer=%s, InstanceID=%s", status_.name.View(), id);
+    ThrowHResult(E_UNEXPECTED);
+  }
+  return *record;
+}
+
+std::wstring FailedWriter::FailWhole(VssWriter& writer, HRESULT hr) {
+  std::wstring list;
+  std::wstring text;
+  requestor_.MarkAllWriterComponentsAsFailed(writer, hr, list);
+  requestor_.GetErrorMessageFromCatalog(message::kFailedComponents, text, list);
+  return text;
+}
+
+// Components that cannot be read turn the partial failure into one of the whole writer.
+std::wstring FailedWriter::FailPartly(VssWriter& writer, bool& cameThrough) {
+  try {
+    std::wstring text;
+    requestor_.HandlePartialWriterFailure(writer, text, errorDetails_);
+    if (requestor_.ArePartialFailuresSupported()) cameThrough = true;
+    return text;
+  } catch (long hr) {
+    std::wstring reason;
+    requestor_.GetErrorString(hr, reason);
+    kLog.Error(
+        L"Partial writer failure has been reported, but failed to get component level information. Partial failure "
+        L"will be treated as complete failure. Error: %s",
+        reason);
+    return FailWhole(writer, AsHResult(hr));
+  }
+}
+
+}  // namespace varnel
 
 namespace {
 
@@ -40,19 +129,34 @@ struct ComponentFailure {
 
 ComponentFailure ReadComponentFailure(IVssComponent* component) {
   ComponentFailure failure;
-  ComPtr<IVssComponentEx2> extended;
-  const HRESULT hr = varnel::QueryFor(component, varnel::kIidVssComponentEx2, extended);
-  CheckComCall(Delivered(hr, extended), L"\"pComponent->QueryInterface(IID_IVssComponentEx2, (void**)&pCompEx2)\"");
+  const auto extended = ObtainInterface<IVssComponentEx2>(
+      LogAndThrow(L"pComponent->QueryInterface(IID_IVssComponentEx2, (void**)&pCompEx2)"), component,
+      varnel::kIidVssComponentEx2);
   DWORD reserved = 0;
-  CheckComCall(
-      extended->GetFailure(&failure.result, &failure.applicationResult, failure.applicationMessage.Put(), &reserved),
-      L"\"pCompEx2->GetFailure(&hrComp, &hrApplicationComp, &bstrAppMsgComp, &dwReserved)\"");
+  CheckedCall(LogAndThrow(L"pCompEx2->GetFailure(&hrComp, &hrApplicationComp, &bstrAppMsgComp, &dwReserved)"), extended,
+              &IVssComponentEx2::GetFailure, &failure.result, &failure.applicationResult,
+              failure.applicationMessage.Put(), &reserved);
   varnel::Bstr name;
   varnel::Bstr logicalPath;
-  CheckComCall(component->GetComponentName(name.Put()), L"\"pComponent->GetComponentName(&bstrCompName)\"");
-  CheckComCall(component->GetLogicalPath(logicalPath.Put()), L"\"pComponent->GetLogicalPath(&bstrLogicalPath)\"");
-  failure.fullPath = varnel::ComponentFullPath(std::wstring(logicalPath.View()), std::wstring(name.View()));
+  CheckedCall(LogAndThrow(L"pComponent->GetComponentName(&bstrCompName)"), component, &IVssComponent::GetComponentName,
+              name.Put());
+  CheckedCall(LogAndThrow(L"pComponent->GetLogicalPath(&bstrLogicalPath)"), component, &IVssComponent::GetLogicalPath,
+              logicalPath.Put());
+  failure.fullPath = varnel::ComponentFullPath(logicalPath.View(), name.View());
   return failure;
+}
+
+// Calls `visit` with the failure of each component of a writer in the document, as soon as it is read.
+template <class Visit>
+void VisitComponentFailures(IVssWriterComponentsExt* writer, Visit visit) {
+  UINT count = 0;
+  CheckedCall(LogAndThrow(L"pWriter->GetComponentCount(&nComponents)"), writer,
+              &IVssWriterComponentsExt::GetComponentCount, &count);
+  for (UINT index = 0; index < count; ++index) {
+    const auto component = Obtain<IVssComponent>(LogAndThrow(L"pWriter->GetComponent(iBCDComp, &pComponent)"), writer,
+                                                 &IVssWriterComponentsExt::GetComponent, index);
+    visit(ReadComponentFailure(component.Get()));
+  }
 }
 
 // The first added component of each full path.
@@ -64,152 +168,96 @@ std::unordered_map<std::wstring_view, VssComponent*> AddedByFullPath(VssWriter& 
   return components;
 }
 
+varnel::WriterStatus ReadWriterStatus(IVssBackupComponentsEx3* service, UINT index, std::string& errorDetails) {
+  varnel::WriterStatus status;
+  CheckedCall(AlertAndThrow("bucompEx3->GetWriterStatusEx()", errorDetails), service,
+              &IVssBackupComponentsEx3::GetWriterStatusEx, index, &status.instanceId, &status.writerId,
+              status.name.Put(), &status.state, &status.failure, &status.applicationResult,
+              status.applicationMessage.Put());
+  return status;
+}
+
 }  // namespace
 
 void CVarnel::GatherWriterStatus(std::string& errorDetails) {
-  const std::string operationName = "m_pVssObject->GatherWriterStatus(&pAsync)";
+  constexpr char kCall[] = "m_pVssObject->GatherWriterStatus(&pAsync)";
   kLog.Info(L"GatherWriterStatus");
-  ComPtr<IVssAsync> async;
-  const HRESULT hr = OnVssObject([&](auto& vss) { return vss.GatherWriterStatus(async.Put()); });
-  CheckCommError(Delivered(hr, async), operationName, errorDetails);
-  WaitAndCheckForAsyncOperation(async.Get(), operationName, errorDetails);
+  const auto async =
+      Obtain<IVssAsync>(AlertAndThrow(kCall, errorDetails), m_pVssObject, &IVssBackupComponents::GatherWriterStatus);
+  WaitAndCheckForAsyncOperation(async.Get(), kCall, errorDetails);
 }
 
 void CVarnel::CheckSelectedWriterStatus(std::string& errorDetails) {
   if ((m_context & VSS_VOLSNAP_ATTR_NO_WRITERS) != 0) return;
   GatherWriterStatus(errorDetails);
   UINT count = 0;
-  CheckCommError(m_pVssObject->GetWriterStatusCount(&count), "m_pVssObject->GetWriterStatusCount()", errorDetails);
-  ComPtr<IVssBackupComponentsEx3> extended;
-  const HRESULT hr = varnel::QueryFor(m_pVssObject.Get(), varnel::kIidVssBackupComponentsEx3, extended);
-  CheckComCall(Delivered(hr, extended),
-               L"\"m_pVssObject->QueryInterface(IID_IVssBackupComponentsEx3, (void**)&bucompEx3)\"");
-  StatusSummary summary;
+  CheckedCall(AlertAndThrow("m_pVssObject->GetWriterStatusCount()", errorDetails), m_pVssObject,
+              &IVssBackupComponents::GetWriterStatusCount, &count);
+  const auto extended = ObtainInterface<IVssBackupComponentsEx3>(
+      LogAndThrow(L"m_pVssObject->QueryInterface(IID_IVssBackupComponentsEx3, (void**)&bucompEx3)"), m_pVssObject.Get(),
+      varnel::kIidVssBackupComponentsEx3);
+  bool anyCameThrough = false;
+  bool failureSeen = false;
   for (UINT index = 0; index < count; ++index) {
-    WriterStatus status;
-    CheckCommError(
-        extended->GetWriterStatusEx(index, &status.instanceId, &status.writerId, status.name.Put(), &status.state,
-                                    &status.failure, &status.applicationResult, status.applicationMessage.Put()),
-        "bucompEx3->GetWriterStatusEx()", errorDetails);
-    CheckWriterStatus(status, summary, errorDetails);
+    const varnel::WriterStatus status = ReadWriterStatus(extended.Get(), index, errorDetails);
+    if (!IsWriterSelected(status.instanceId)) continue;
+    // The failure code decides, never the state; a positive code is a failure too.
+    if (status.failure == S_OK) {
+      anyCameThrough = true;
+      if (kLog.IsOn()) {
+        kLog.Info(L"Writer=%s, WriterStatus=%s, WriterError=%s", status.name.View(),
+                  GetStringFromWriterStatus(status.state), HResult2String(status.failure));
+      }
+      continue;
+    }
+    failureSeen = true;
+    std::wstring text = varnel::FailedWriter(*this, status, errorDetails).Report(anyCameThrough);
+    if (!text.empty()) m_failedComponents.push_back(std::move(text));
   }
-  CheckCommError(m_pVssObject->FreeWriterStatus(), "m_pVssObject->FreeWriterStatus()", errorDetails);
-  if (ArePartialFailuresSupported() ? !summary.anyCameThrough : summary.failureSeen) {
+  CheckedCall(AlertAndThrow("m_pVssObject->FreeWriterStatus()", errorDetails), m_pVssObject,
+              &IVssBackupComponents::FreeWriterStatus);
+  if (ArePartialFailuresSupported() ? !anyCameThrough : failureSeen) {
     throw VarnelException(VarnelException::WriterFailure, m_writerErrorText, m_failedComponents);
-  }
-}
-
-// The failure code decides, never the state; a positive code is a failure too.
-void CVarnel::CheckWriterStatus(const WriterStatus& status, StatusSummary& summary, std::string& errorDetails) {
-  VssWriter* writer = FindSelectedWriter(status.instanceId);
-  if (writer == nullptr) return;
-  if (status.failure == S_OK) {
-    summary.anyCameThrough = true;
-    kLog.Info(L"Writer=%s, WriterStatus=%s, WriterError=%s", std::wstring(status.name.View()),
-              GetStringFromWriterStatus(status.state), HResult2String(status.failure));
-    return;
-  }
-  summary.failureSeen = true;
-  std::wstring text = ReportWriterFailure(status, errorDetails);
-  text += status.failure == VSS_E_WRITERERROR_PARTIAL_FAILURE ? FailPartialWriter(*writer, summary, errorDetails)
-                                                              : FailWholeWriter(*writer, status.failure);
-  if (!text.empty()) m_failedComponents.push_back(std::move(text));
-}
-
-std::wstring CVarnel::ReportWriterFailure(const WriterStatus& status, std::string& errorDetails) {
-  constexpr int kApplicationMessage = 121;
-  const std::wstring name(status.name.View());
-  varnel::WriteAlert(varnel::alert::kWriterFailure,
-                     {name, HResult2String(status.failure), GetStringFromWriterStatus(status.state),
-                      status.applicationResult, status.applicationMessage.View()},
-                     errorDetails);
-  std::wstring stateText;
-  std::wstring errorText;
-  std::wstring applicationText;
-  GetWriterStatusMessage(status.state, name, stateText);
-  GetErrorString(status.failure, errorText);
-  m_writerErrorText += stateText + errorText;
-  GetErrorMessageFromCatalog(kApplicationMessage, applicationText, status.applicationResult,
-                             status.applicationMessage.View());
-  return stateText + errorText + applicationText;
-}
-
-std::wstring CVarnel::FailWholeWriter(VssWriter& writer, HRESULT hr) {
-  constexpr int kFailedComponentsMessage = 125;
-  std::wstring list;
-  MarkAllWriterComponentsAsFailed(writer, hr, list);
-  std::wstring text;
-  GetErrorMessageFromCatalog(kFailedComponentsMessage, text, list);
-  return text;
-}
-
-// Components that cannot be read turn the partial failure into one of the whole writer.
-std::wstring CVarnel::FailPartialWriter(VssWriter& writer, StatusSummary& summary, std::string& errorDetails) {
-  try {
-    std::wstring text;
-    HandlePartialWriterFailure(writer, text, errorDetails);
-    if (ArePartialFailuresSupported()) summary.anyCameThrough = true;
-    return text;
-  } catch (long hr) {
-    std::wstring reason;
-    GetErrorString(hr, reason);
-    kLog.Error(
-        L"Partial writer failure has been reported, but failed to get component level information. Partial failure "
-        L"will be treated as complete failure. Error: %s",
-        reason);
-    return FailWholeWriter(writer, varnel::AsHResult(hr));
   }
 }
 
 void CVarnel::HandlePartialWriterFailure(VssWriter& writer, std::wstring& failedComponentsText,
                                          std::string& errorDetails) {
   UINT writers = 0;
-  CheckComCall(OnVssObject([&](auto& vss) { return vss.GetWriterComponentsCount(&writers); }),
-               L"\"m_pVssObject->GetWriterComponentsCount(&nWritersInBCD)\"");
-  bool found = false;
-  for (UINT index = 0; index < writers; ++index) {
-    ComPtr<IVssWriterComponentsExt> components;
-    const HRESULT hr = m_pVssObject->GetWriterComponents(index, components.Put());
-    CheckComCall(Delivered(hr, components), L"\"m_pVssObject->GetWriterComponents(iBCDWriter, &pWriter)\"");
-    VSS_ID instanceId{};
-    VSS_ID writerId{};
-    CheckComCall(components->GetWriterInfo(&instanceId, &writerId),
-                 L"\"pWriter->GetWriterInfo(&writerInstanceId, &writerId)\"");
-    if (varnel::FormatGuid(instanceId) != writer.instanceId) continue;
-    found = true;
-    ReadComponentFailures(writer, components.Get(), failedComponentsText, errorDetails);
-  }
-  if (!found) kLog.Error(L"Could not find the writer reporting partial failure in BCD -- this is UNEXPECTED!!");
-}
-
-void CVarnel::ReadComponentFailures(VssWriter& writer, IVssWriterComponentsExt* components, std::wstring& text,
-                                    std::string& errorDetails) {
-  constexpr int kFailedComponentMessage = 122;
+  CheckedCall(LogAndThrow(L"m_pVssObject->GetWriterComponentsCount(&nWritersInBCD)"), m_pVssObject,
+              &IVssBackupComponents::GetWriterComponentsCount, &writers);
   const auto added = AddedByFullPath(writer);
-  UINT count = 0;
-  CheckComCall(components->GetComponentCount(&count), L"\"pWriter->GetComponentCount(&nComponents)\"");
-  for (UINT index = 0; index < count; ++index) {
-    ComPtr<IVssComponent> component;
-    const HRESULT hr = components->GetComponent(index, component.Put());
-    CheckComCall(Delivered(hr, component), L"\"pWriter->GetComponent(iBCDComp, &pComponent)\"");
-    const ComponentFailure failure = ReadComponentFailure(component.Get());
+  const auto report = [&](const ComponentFailure& failure) {
     if (const auto record = added.find(failure.fullPath); record != added.end()) {
       record->second->failed = true;
       record->second->failureCode = static_cast<DWORD>(failure.result);
     }
     if (failure.result == S_OK) {
       kLog.Verbose(L"Component %s was successfully backed up.", failure.fullPath);
-      continue;
+      return;
     }
-    const std::wstring_view message = failure.applicationMessage.View();
-    varnel::WriteAlert(varnel::alert::kComponentFailure,
-                       {failure.fullPath, HResult2String(failure.result), failure.applicationResult, message},
-                       errorDetails);
+    const std::wstring_view applicationMessage = failure.applicationMessage.View();
+    varnel::WriteAlert<alert::kComponentFailure>(errorDetails, failure.fullPath, HResult2String(failure.result),
+                                                 failure.applicationResult, applicationMessage);
     std::wstring line;
-    GetErrorMessageFromCatalog(kFailedComponentMessage, line, failure.fullPath, failure.result,
-                               failure.applicationResult, message);
-    text += line;
+    GetErrorMessageFromCatalog(message::kFailedComponent, line, failure.fullPath, failure.result,
+                               failure.applicationResult, applicationMessage);
+    failedComponentsText += line;
+  };
+  bool found = false;
+  for (UINT index = 0; index < writers; ++index) {
+    const auto components =
+        Obtain<IVssWriterComponentsExt>(LogAndThrow(L"m_pVssObject->GetWriterComponents(iBCDWriter, &pWriter)"),
+                                        m_pVssObject, &IVssBackupComponents::GetWriterComponents, index);
+    VSS_ID instanceId{};
+    VSS_ID writerId{};
+    CheckedCall(LogAndThrow(L"pWriter->GetWriterInfo(&writerInstanceId, &writerId)"), components.Get(),
+                &IVssWriterComponentsExt::GetWriterInfo, &instanceId, &writerId);
+    if (varnel::FormatGuid(instanceId) != writer.instanceId) continue;
+    found = true;
+    VisitComponentFailures(components.Get(), report);
   }
+  if (!found) kLog.Error(L"Could not find the writer reporting partial failure in BCD -- this is UNEXPECTED!!");
 }
 
 void CVarnel::MarkAllWriterComponentsAsFailed(VssWriter& writer, long hr, std::wstring& failedComponentList) {
@@ -229,24 +277,24 @@ void CVarnel::MarkAllWriterComponentsAsFailed(VssWriter& writer, long hr, std::w
 DWORD CVarnel::GetWriterStatusMessage(VSS_WRITER_STATE state, const std::wstring& writerName, std::wstring& text) {
   struct StateMessage {
     VSS_WRITER_STATE state;
-    int id;
+    message::Id id;
   };
   static constexpr StateMessage kMessages[] = {
-      {VSS_WS_UNKNOWN, 120},
-      {VSS_WS_FAILED_AT_IDENTIFY, 108},
-      {VSS_WS_FAILED_AT_PREPARE_BACKUP, 109},
-      {VSS_WS_FAILED_AT_PREPARE_SNAPSHOT, 110},
-      {VSS_WS_FAILED_AT_FREEZE, 107},
-      {VSS_WS_FAILED_AT_THAW, 111},
-      {VSS_WS_FAILED_AT_POST_SNAPSHOT, 115},
-      {VSS_WS_FAILED_AT_BACKUP_COMPLETE, 116},
-      {VSS_WS_FAILED_AT_PRE_RESTORE, 117},
-      {VSS_WS_FAILED_AT_POST_RESTORE, 118},
-      {VSS_WS_FAILED_AT_BACKUPSHUTDOWN, 119},
+      {VSS_WS_UNKNOWN, message::kFailedForUnknownReason},
+      {VSS_WS_FAILED_AT_IDENTIFY, message::kFailedAtIdentify},
+      {VSS_WS_FAILED_AT_PREPARE_BACKUP, message::kFailedAtPrepareBackup},
+      {VSS_WS_FAILED_AT_PREPARE_SNAPSHOT, message::kFailedAtPrepareSnapshot},
+      {VSS_WS_FAILED_AT_FREEZE, message::kFailedAtFreeze},
+      {VSS_WS_FAILED_AT_THAW, message::kFailedAtThaw},
+      {VSS_WS_FAILED_AT_POST_SNAPSHOT, message::kFailedAtPostSnapshot},
+      {VSS_WS_FAILED_AT_BACKUP_COMPLETE, message::kFailedAtBackupComplete},
+      {VSS_WS_FAILED_AT_PRE_RESTORE, message::kFailedAtPreRestore},
+      {VSS_WS_FAILED_AT_POST_RESTORE, message::kFailedAtPostRestore},
+      {VSS_WS_FAILED_AT_BACKUPSHUTDOWN, message::kFailedAtBackupShutdown},
   };
   text.clear();
-  for (const StateMessage& message : kMessages) {
-    if (message.state == state) return GetErrorMessageFromCatalog(message.id, text, writerName);
+  for (const StateMessage& entry : kMessages) {
+    if (entry.state == state) return GetErrorMessageFromCatalog(entry.id, text, writerName);
   }
   return ERROR_SUCCESS;
 }
@@ -271,5 +319,6 @@ std::wstring CVarnel::GetStringFromWriterStatus(VSS_WRITER_STATE state) {
       L"VSS_WS_FAILED_AT_BACKUPSHUTDOWN",
   };
   const auto index = static_cast<std::size_t>(static_cast<DWORD>(state));
-  return index < std::size(kNames) ? kNames[index] : varnel::FormatWide(L"Writer status %d", {index});
+  return index < std::size(kNames) ? kNames[index]
+                                   : varnel::FormatWide(L"Writer status %d", {static_cast<DWORD>(index)});
 }

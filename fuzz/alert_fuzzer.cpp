@@ -13,7 +13,8 @@
 #include <string_view>
 #include <vector>
 
-#include "core/errors.h"
+#include "core/alerts.h"
+#include "core/vss_call.h"
 #include "fuzz/fuzz_support.h"
 #include "tests/support/alert_parts.h"
 #include "tests/support/recording_log.h"

@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <array>
 
+#include "core/configuration.h"
 #include "core/logging.h"
+#include "platform/host.h"
 #include "platform/owners.h"
-#include "text/unicode.h"
 
 using TesselCommonClasses::UtilityClass;
 
@@ -13,7 +14,6 @@ namespace {
 
 constexpr varnel::Logger kLog(L"ExchReq");
 
-constexpr wchar_t kLogCheckerSwitch[] = L"/k";
 constexpr long kVersionKeyNotFound = 774;
 
 bool Contains(const std::wstring& text, const wchar_t* part) {
@@ -37,6 +37,12 @@ LSTATUS ReadSubKeyName(HKEY key, DWORD index, std::wstring& name) {
                                                                       nullptr, nullptr, nullptr);
   name.assign(buffer.begin(), std::find(buffer.begin(), buffer.end(), L'\0'));
   return code;
+}
+
+[[noreturn]] void ThrowVerificationFailure(CVarnel& requestor, long hr) {
+  std::wstring text;
+  requestor.GetErrorString(hr, text);
+  throw VarnelException(VarnelException::VerificationFailure, text);
 }
 
 }  // namespace
@@ -75,9 +81,9 @@ void ExchangeReq::GetComponentInfoForCataloging(const VssComponent& component, C
 }
 
 void ExchangeReq::VerifyComponentFile(VssFileDescriptor& file) {
-  if (IsTestPointSet(varnel::kTestPointFailFileVerification)) {
+  if ((m_testPoints & varnel::kTestPointFailFileVerification) != 0) {
     kLog.Error(L"***Testpoint enabled. Throwing error from ExchangeReq::VerifyComponentFile***");
-    ThrowVerificationFailure(E_UNEXPECTED);
+    ThrowVerificationFailure(*this, E_UNEXPECTED);
   }
   std::wstring arguments;
   if (Contains(file.filespec, L".log")) {
@@ -94,42 +100,28 @@ void ExchangeReq::VerifyComponentFile(VssFileDescriptor& file) {
     if (!Contains(file.filespec, L".chk")) kLog.Error(L"Invalid file descriptor %s ", file.filespec);
     return;
   }
-  RunVerification(arguments);
-}
-
-void ExchangeReq::RunVerification(const std::wstring& arguments) {
   try {
-    ExecCommand(varnel::kDatabaseChecker + arguments);
+    try {
+      ExecCommand(varnel::kDatabaseChecker + arguments);
+    } catch (long hr) {
+      // Plain codes only. ExecCommand throws HRESULTs, so a utility that is not on the search path is a failed check.
+      if (hr != ERROR_FILE_NOT_FOUND && hr != ERROR_PATH_NOT_FOUND) throw;
+      kLog.Info(
+          L"Since the verification utility is not found by system we attempt to find a full path of the installed MS "
+          L"Exchange and call the utiliy with full path.");
+      std::wstring folder;
+      if (const long code = FindExchangeServerBinFolder(folder); code != ERROR_SUCCESS) throw code;
+      ExecCommand(Quoted(folder + varnel::kDatabaseChecker) + arguments);
+    }
   } catch (long hr) {
-    // Plain codes only. ExecCommand throws HRESULTs, so a utility that is not on the search path is a failed check.
-    if (hr != ERROR_FILE_NOT_FOUND && hr != ERROR_PATH_NOT_FOUND) ThrowVerificationFailure(hr);
-    RunVerificationFromInstallation(arguments);
+    ThrowVerificationFailure(*this, hr);
   }
-}
-
-void ExchangeReq::RunVerificationFromInstallation(const std::wstring& arguments) {
-  kLog.Info(
-      L"Since the verification utility is not found by system we attempt to find a full path of the installed MS "
-      L"Exchange and call the utiliy with full path.");
-  try {
-    std::wstring folder;
-    if (const long code = FindExchangeServerBinFolder(folder); code != ERROR_SUCCESS) throw code;
-    ExecCommand(Quoted(folder + varnel::kDatabaseChecker) + arguments);
-  } catch (long hr) {
-    ThrowVerificationFailure(hr);
-  }
-}
-
-void ExchangeReq::ThrowVerificationFailure(long hr) {
-  std::wstring text;
-  GetErrorString(hr, text);
-  throw VarnelException(VarnelException::VerificationFailure, text);
 }
 
 // The base name of a set of logs, such as "E00" of "E00*.log": the utility checks all of them.
 void ExchangeReq::BuildVerificationArgsForLogs(const VssFileDescriptor& file, std::wstring& args) {
   const std::wstring baseName = file.filespec.substr(0, file.filespec.find(L'*'));
-  args = std::wstring(L" ") + kLogCheckerSwitch + L" " +
+  args = std::wstring(L" ") + varnel::kLogCheckerSwitch + L" " +
          Quoted(UtilityClass::AppendBackslash(file.snapshotDeviceName) + L"\\" + file.pathOnVolume + L"\\" + baseName);
 }
 
@@ -187,7 +179,7 @@ long ExchangeReq::FindVersionSubKey(HKEY parent, HKEY& versionKey, std::wstring&
     }
     kLog.Info(L"ExchangeServer subkey name #%d is %s.", index, name);
     if (!IsVersionName(name)) continue;
-    kLog.Info(L"Found Exchange version %S.", varnel::WideToUtf8Lossy(name.substr(1)));
+    kLog.Info(L"Found Exchange version %S.", varnel::Narrowed{std::wstring_view(name).substr(1)});
     const LSTATUS code = registry.RegOpenKeyExW(parent, name.c_str(), 0, KEY_READ, &versionKey);
     if (code != ERROR_SUCCESS) errorText += L" Failed to retrieve version key.";
     return code;

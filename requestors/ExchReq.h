@@ -29,10 +29,7 @@ class VARNEL_API ExchangeReq : public CVarnel {
   bool IsWriterEligible(VssWriter& writer) override;
   void GetComponentInfoForCataloging(const VssComponent& component, ComponentCatalogingInfo& info) override;
 
-  void RunVerification(const std::wstring& arguments);
-  void RunVerificationFromInstallation(const std::wstring& arguments);
-  [[noreturn]] void ThrowVerificationFailure(long hr);
-  // What follows the utility's name on its command line, the blank in front included.
+  // What follows the utility's name on its command line, the blank before it included.
   void BuildVerificationArgsForLogs(const VssFileDescriptor& file, std::wstring& args);
   void BuildVerificationArgsForEDBs(const VssFileDescriptor& file, std::wstring& args);
   void GetVerificationFilePathForEDB(const VssFileDescriptor& file, std::wstring& path);

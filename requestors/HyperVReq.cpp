@@ -1,27 +1,25 @@
 #include "requestors/HyperVReq.h"
-#include "platform/ansi.h"
 
 #include <array>
 #include <functional>
 #include <map>
 
+#include "core/alerts.h"
+#include "core/checks.h"
+#include "core/configuration.h"
 #include "core/logging.h"
-#include "text/unicode.h"
+#include "platform/ansi.h"
+#include "platform/host.h"
+#include "resources/catalog.h"
 
 using TesselCommonClasses::DiskAndVolumeEnumerator;
 using TesselCommonClasses::Version;
+namespace alert = varnel::alert;
+namespace message = varnel::message;
 
 namespace {
 
 constexpr varnel::Logger kLog(L"HyperVReq");
-
-// Reasons of a refusal, by their catalog ids.
-constexpr DWORD kMixedCsvId = 250;
-constexpr DWORD kClusterDiskId = 251;
-constexpr DWORD kValidationExceptionId = 252;
-constexpr DWORD kMixedClusterId = 253;
-constexpr DWORD kUnsupportedOsId = 254;
-constexpr DWORD kMissingHotfixesId = 255;
 
 using Names = std::vector<std::wstring>;
 
@@ -44,14 +42,14 @@ std::wstring List(const wchar_t* title, const Names& names) {
   return text;
 }
 
-// The record, then the lists right behind it; in the log one line each.
-void ReportVolumes(const varnel::AlertRecord& record, const Names& lists, std::string& status,
-                   std::string& errorDetails) {
+// The record, then the lists right after it; in the log one line each.
+template <const varnel::AlertRecord& record>
+void ReportVolumes(const Names& lists, std::string& status, std::string& errorDetails, int line = __builtin_LINE()) {
   status = record.tag;
-  varnel::WriteAlert(record, {}, errorDetails, kLog);
+  varnel::WriteAlert<record>({errorDetails, kLog, line});
   for (const std::wstring& list : lists) errorDetails += varnel::WideToAnsi(list);
   errorDetails += ";\n";
-  for (const std::wstring& list : lists) kLog.Error(L"%s", list);
+  for (const std::wstring& list : lists) kLog.Write(CFileLog::Error, line, L"%s", list);
 }
 
 bool IsWindowsServer() {
@@ -102,7 +100,7 @@ std::wstring MachineName(const std::wstring& caption) {
   return {};
 }
 
-// The machine's identifier: the component's name, or on a cluster shared volume what stands in front of "<CSV>".
+// The machine's identifier: the component's name, or on a cluster shared volume what stands before "<CSV>".
 std::wstring MachineId(const VssComponent& component) {
   if (component.writerName.find(L"Hyper-V") != component.writerName.npos) return component.name;
   const std::size_t mark = component.name.find(L"<CSV>");
@@ -111,13 +109,52 @@ std::wstring MachineId(const VssComponent& component) {
   return {};
 }
 
-}  // namespace
-
 // What a validation came to; one that ended early is not logged as completed.
-struct HyperVReq::Verdict {
+struct Verdict {
   DWORD id = 0;
   bool endedEarly = false;
 };
+
+DWORD ValidateClusteredVolumes(DiskAndVolumeEnumerator& enumerator, const Names& volumes, std::string& status,
+                               std::string& errorDetails) {
+  const Partition kinds =
+      PartitionBy(volumes, [&](const std::wstring& name) { return enumerator.IsClusterSharedVolume(name); });
+  if (kinds.no.empty()) return 0;
+  if (!kinds.yes.empty()) {
+    ReportVolumes<alert::kMixedCsv>({List(L"CSV:", kinds.yes), List(L"Non CSV:", kinds.no)}, status, errorDetails);
+    return message::kMixedCsv;
+  }
+  const Partition disks =
+      PartitionBy(kinds.no, [&](const std::wstring& name) { return enumerator.IsClusteredDisk(name); });
+  if (disks.yes.empty()) return 0;
+  ReportVolumes<alert::kClusterDisk>({List(L"Cluster Disk:", disks.yes)}, status, errorDetails);
+  return message::kClusterDisk;
+}
+
+Verdict ValidateOnCluster(DiskAndVolumeEnumerator* enumerator, const std::vector<std::string>& volumes,
+                          std::string& status, std::string& errorDetails) {
+  if (!TesselCommonClasses::ClusterHelper::IsCluster(true)) {
+    kLog.Info(L"HyperVReq::ValidateVolumes - this node does not belong to a cluster. Nothing more to validate");
+    return {0, true};
+  }
+  Names names;
+  for (const std::string& volume : volumes) names.push_back(varnel::AnsiToWide(volume));
+  const Partition disks =
+      PartitionBy(names, [&](const std::wstring& name) { return varnel::Required(enumerator).IsClusteredDisk(name); });
+  if (disks.yes.empty()) {
+    kLog.Info(
+        L"HyperVReq::ValidateVolumes - all disks specified are standard (non-clustered). Nothing more to validate");
+    return {0, true};
+  }
+  if (!disks.no.empty()) {
+    ReportVolumes<alert::kMixedCluster>({List(L"Clustered:", disks.yes), List(L"Standalone:", disks.no)}, status,
+                                        errorDetails);
+    return {message::kMixedCluster, true};
+  }
+  return {ValidateClusteredVolumes(*enumerator, names, status, errorDetails), false};
+}
+
+}  // namespace
 
 HyperVReq::HyperVReq(DWORD testPoints) : CVarnel(testPoints) {}
 
@@ -146,69 +183,28 @@ DWORD HyperVReq::ValidateVolumes(const std::vector<std::string>& volumes, std::s
   kLog.Info(L"HyperVReq::ValidateVolumes - starting");
   DWORD result = 0;
   try {
-    const Verdict verdict = ValidateOnCluster(volumes, status, errorDetails);
+    const Verdict verdict = ValidateOnCluster(m_diskAndVolumeEnumerator, volumes, status, errorDetails);
     if (verdict.endedEarly) return verdict.id;
     result = verdict.id;
   } catch (const TesselCommonClasses::ExceptionCommon& exception) {
-    result = kValidationExceptionId;
-    status = varnel::alert::kValidationException.tag;
-    std::wstring message;
-    GetErrorString(static_cast<long>(exception.GetErrorCode()), message);
-    varnel::WriteAlert(varnel::alert::kValidationException, {message}, errorDetails, kLog);
+    result = message::kValidationException;
+    status = alert::kValidationException.tag;
+    std::wstring text;
+    GetErrorString(static_cast<long>(exception.GetErrorCode()), text);
+    varnel::WriteAlert<alert::kValidationException>({errorDetails, kLog}, text);
   }
   kLog.Info(L"HyperVReq::ValidateVolumes - completed validation with status=%d", result);
   return result;
 }
 
-HyperVReq::Verdict HyperVReq::ValidateOnCluster(const std::vector<std::string>& volumes, std::string& status,
-                                                std::string& errorDetails) {
-  if (!TesselCommonClasses::ClusterHelper::IsCluster(true)) {
-    kLog.Info(L"HyperVReq::ValidateVolumes - this node does not belong to a cluster. Nothing more to validate");
-    return {0, true};
-  }
-  Names names;
-  for (const std::string& volume : volumes) names.push_back(varnel::AnsiToWide(volume));
-  const Partition disks =
-      PartitionBy(names, [&](const std::wstring& name) { return RequireEnumerator().IsClusteredDisk(name); });
-  if (disks.yes.empty()) {
-    kLog.Info(
-        L"HyperVReq::ValidateVolumes - all disks specified are standard (non-clustered). Nothing more to validate");
-    return {0, true};
-  }
-  if (!disks.no.empty()) {
-    ReportVolumes(varnel::alert::kMixedCluster, {List(L"Clustered:", disks.yes), List(L"Standalone:", disks.no)},
-                  status, errorDetails);
-    return {kMixedClusterId, true};
-  }
-  return {ValidateClusteredVolumes(names, status, errorDetails), false};
-}
-
-DWORD HyperVReq::ValidateClusteredVolumes(const std::vector<std::wstring>& volumes, std::string& status,
-                                          std::string& errorDetails) {
-  DiskAndVolumeEnumerator& enumerator = RequireEnumerator();
-  const Partition kinds =
-      PartitionBy(volumes, [&](const std::wstring& name) { return enumerator.IsClusterSharedVolume(name); });
-  if (kinds.no.empty()) return 0;
-  if (!kinds.yes.empty()) {
-    ReportVolumes(varnel::alert::kMixedCsv, {List(L"CSV:", kinds.yes), List(L"Non CSV:", kinds.no)}, status,
-                  errorDetails);
-    return kMixedCsvId;
-  }
-  const Partition disks =
-      PartitionBy(kinds.no, [&](const std::wstring& name) { return enumerator.IsClusteredDisk(name); });
-  if (disks.yes.empty()) return 0;
-  ReportVolumes(varnel::alert::kClusterDisk, {List(L"Cluster Disk:", disks.yes)}, status, errorDetails);
-  return kClusterDiskId;
-}
-
 DWORD HyperVReq::ValidateHostConfiguration(std::string& errorDetails) {
   if (!IsWindowsServer() || !IsWindowsVersionOrGreater(6, 3, 0)) {
-    varnel::WriteAlert(varnel::alert::kUnsupportedOs, {}, errorDetails, kLog);
-    return kUnsupportedOsId;
+    varnel::WriteAlert<alert::kUnsupportedOs>({errorDetails, kLog});
+    return message::kUnsupportedOs;
   }
   if (!TesselCommonClasses::VersionHelper::VerifyFileVersions(RequiredFileVersions())) {
-    varnel::WriteAlert(varnel::alert::kMissingHotfixes, {}, errorDetails, kLog);
-    return kMissingHotfixesId;
+    varnel::WriteAlert<alert::kMissingHotfixes>({errorDetails, kLog});
+    return message::kMissingHotfixes;
   }
   return 0;
 }

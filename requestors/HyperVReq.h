@@ -29,9 +29,4 @@ class VARNEL_API HyperVReq : public CVarnel {
   bool IsWriterEligible(VssWriter& writer) override;
   void GetComponentInfoForCataloging(const VssComponent& component, ComponentCatalogingInfo& info) override;
   bool ArePartialFailuresSupported() override;
-
-  struct Verdict;
-  Verdict ValidateOnCluster(const std::vector<std::string>& volumes, std::string& status, std::string& errorDetails);
-  DWORD ValidateClusteredVolumes(const std::vector<std::wstring>& volumes, std::string& status,
-                                 std::string& errorDetails);
 };

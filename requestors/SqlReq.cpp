@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/configuration.h"
 #include "core/logging.h"
 
 namespace {

@@ -3,13 +3,6 @@
 
 #include "core/varnel.h"
 
-namespace varnel {
-
-/// The writers of SQL Server. The second and the third are one writer: both names of it are kept.
-inline constexpr const wchar_t* kSqlWriterIds[] = {kMsdeWriterId, kSqlServerWriterId, kSqlServerWriterId};
-
-}  // namespace varnel
-
 /// Takes application-consistent snapshots of SQL Server databases: only the SQL writers take part, and a failing one
 /// fails the request. Files are not verified on the snapshot.
 class VARNEL_API SqlReq : public CVarnel {

@@ -1,9 +1,18 @@
-// The message catalog for platforms without string-table resources.
+// The message catalog: ids, and the texts for platforms without string-table resources.
 #pragma once
 
 #include <span>
 
 namespace varnel {
+
+/// The ids of the catalog's messages.
+namespace message {
+enum Id : int {
+#define VARNEL_MESSAGE(name, id, text) name = id,
+#include "resources/catalog.inc"
+#undef VARNEL_MESSAGE
+};
+}  // namespace message
 
 struct CatalogEntry {
   int id;
@@ -13,7 +22,7 @@ struct CatalogEntry {
 /// Every message, by ascending id.
 inline std::span<const CatalogEntry> Catalog() {
   static constexpr CatalogEntry kEntries[] = {
-#define VARNEL_MESSAGE(id, text) {id, text},
+#define VARNEL_MESSAGE(name, id, text) {id, text},
 #include "resources/catalog.inc"
 #undef VARNEL_MESSAGE
   };

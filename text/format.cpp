@@ -3,82 +3,11 @@
 #include <algorithm>
 #include <optional>
 
+#include "text/conversion.h"
 #include "text/unicode.h"
 
 namespace varnel {
 namespace {
-
-// One conversion of a format: "%-08lx" and the like.
-struct Conversion {
-  bool leftAligned = false;
-  bool zeroPadded = false;
-  bool alternate = false;
-  std::size_t width = 0;
-  std::optional<std::size_t> precision;
-  char type = 0;           // d i u x X c s S, or 0 when the text is none of these
-  bool wideText = false;   // for s and S: the width that this format gives the argument
-  std::size_t length = 0;  // characters of the format, the '%' included
-};
-
-constexpr std::size_t kLargestField = 65536;
-
-template <class Char>
-std::size_t ReadNumber(std::basic_string_view<Char> format, std::size_t& at) {
-  std::size_t value = 0;
-  for (; at < format.size() && format[at] >= '0' && format[at] <= '9'; ++at) {
-    value = std::min<std::size_t>(value * 10 + static_cast<std::size_t>(format[at] - '0'), kLargestField);
-  }
-  return value;
-}
-
-template <class Char>
-Conversion ReadConversion(std::basic_string_view<Char> format) {
-  Conversion result;
-  std::size_t at = 1;
-  for (; at < format.size(); ++at) {
-    if (format[at] == '-') {
-      result.leftAligned = true;
-    } else if (format[at] == '0') {
-      result.zeroPadded = true;
-    } else if (format[at] == '#') {
-      result.alternate = true;
-    } else {
-      break;
-    }
-  }
-  result.width = ReadNumber(format, at);
-  if (at < format.size() && format[at] == '.') {
-    ++at;
-    result.precision = ReadNumber(format, at);
-  }
-  bool wide = false;
-  bool narrow = false;
-  for (; at < format.size(); ++at) {
-    if (format[at] == 'w' || format[at] == 'l') {
-      wide = true;
-    } else if (format[at] == 'h') {
-      narrow = true;
-    } else {
-      break;
-    }
-  }
-  if (at >= format.size()) {
-    result.length = at;
-    return result;
-  }
-  const Char type = format[at];
-  result.length = at + 1;
-  for (char known : {'d', 'i', 'u', 'x', 'X', 'c', 's', 'S'}) {
-    if (type == static_cast<Char>(known)) result.type = known;
-  }
-  const bool wideFormat = sizeof(Char) == sizeof(wchar_t);
-  result.wideText = narrow ? false : wide ? true : (type == static_cast<Char>('s')) == wideFormat;
-  return result;
-}
-
-bool IsText(const Conversion& conversion) {
-  return conversion.type == 's' || conversion.type == 'S';
-}
 
 // ASCII digits only, so that the same text serves both widths.
 std::string FormatNumber(const Conversion& conversion, std::uint32_t value) {
@@ -124,7 +53,7 @@ template <class Char>
 void Append(std::basic_string<Char>& result, const Conversion& conversion, std::uint32_t number) {
   if (conversion.type == 'c') {
     result += static_cast<Char>(number);
-  } else if (!IsText(conversion)) {
+  } else if (!conversion.IsText()) {
     const std::string digits = FormatNumber(conversion, number);
     result.append(digits.begin(), digits.end());
   }
@@ -198,7 +127,7 @@ std::wstring FormatWideV(std::wstring_view format, std::va_list arguments) {
   std::va_list rest;
   va_copy(rest, arguments);
   std::wstring result = Format(format, [&rest](const Conversion& conversion) -> std::optional<FormatArgument> {
-    if (!IsText(conversion)) return FormatArgument(va_arg(rest, unsigned int));
+    if (!conversion.IsText()) return FormatArgument(va_arg(rest, unsigned int));
     if (conversion.wideText) return FormatArgument(va_arg(rest, const wchar_t*));
     return FormatArgument(va_arg(rest, const char*));
   });

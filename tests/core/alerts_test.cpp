@@ -12,7 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "core/errors.h"
+#include "core/alerts.h"
+#include "core/vss_call.h"
 #include "platform/ansi.h"
 #include "requestors/HyperVReq.h"
 #include "resources/catalog.h"

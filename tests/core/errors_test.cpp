@@ -1,6 +1,7 @@
 // Failures: the exception, the names and texts of results, the message catalog, the alert records and the reports of
 // failed calls.
-#include "core/errors.h"
+#include "core/alerts.h"
+#include "core/vss_call.h"
 
 #include <algorithm>
 #include <clocale>
@@ -1012,45 +1013,37 @@ TEST_F(AlertTest, TheConfigurationChecksOfHyperVHaveTheSmallerBuffer) {
 class ReportTest : public HostFixture {};
 
 TEST_F(ReportTest, AFailedComCallLeavesThreeLinesAndThrows) {
-  EXPECT_EQ(ThrownLong([] { CheckComCall(VSS_E_OBJECT_NOT_FOUND, L"\"pX->Y(&z)\""); }),
-            Failure(VSS_E_OBJECT_NOT_FOUND));
+  EXPECT_EQ(ThrownLong([] { LogAndThrow(L"pX->Y(&z)")(VSS_E_OBJECT_NOT_FOUND); }), Failure(VSS_E_OBJECT_NOT_FOUND));
   EXPECT_THAT(log.All(), ElementsAre("E ERROR: COM call \"pX->Y(&z)\" failed.", "E - Returned HRESULT = 0x80042308",
                                      "E - Error text: VSS_E_OBJECT_NOT_FOUND"));
   for (const RecordingLog::Line& line : log.lines) EXPECT_EQ(line.source, "varnel");
 }
 
 TEST_F(ReportTest, AResultIsShownWithEightDigits) {
-  ReportComFailure(L"f()", E_FAIL);
+  EXPECT_EQ(ThrownLong([] { LogAndThrow(L"f()", CallText::bare)(E_FAIL); }), Failure(E_FAIL));
   EXPECT_THAT(log.Errors(), ElementsAre("ERROR: COM call f() failed.", "- Returned HRESULT = 0x80004005",
                                         "- Error text: Error: 0x80004005"));
 }
 
 TEST_F(ReportTest, ASuccessfulComCallLeavesNothing) {
   for (const HRESULT hr : {S_OK, S_FALSE, VSS_S_ASYNC_FINISHED}) {
-    ReportComFailure(L"f()", hr);
-    EXPECT_EQ(ThrownLong([&] { CheckComCall(hr, L"f()"); }), std::nullopt);
+    LogAndThrow(L"f()", CallText::bare)(hr);
+    EXPECT_EQ(ThrownLong([&] { LogAndThrow(L"f()", CallText::bare)(hr); }), std::nullopt);
   }
   EXPECT_THAT(log.lines, IsEmpty());
 }
 
 TEST_F(ReportTest, AFailedWin32CallLeavesThreeLinesAndThrowsItsHresult) {
   host().model().messages[5] = L"Access is denied.\r\n";
-  EXPECT_EQ(ThrownLong([] { ThrowWin32Failure(L"GetComputerNameW(buffer, &size)", ERROR_ACCESS_DENIED); }),
-            Failure(E_ACCESSDENIED));
+  EXPECT_EQ(
+      ThrownLong([] { LogAndThrowWin32(L"GetComputerNameW(buffer, &size)", ERROR_ACCESS_DENIED, CallText::bare); }),
+      Failure(E_ACCESSDENIED));
   EXPECT_THAT(log.All(), ElementsAre("E ERROR: Win32 call GetComputerNameW(buffer, &size) failed.",
                                      "E - GetLastError() == 5", "E - Error text: Access is denied.\r\n"));
 }
 
-TEST_F(ReportTest, AnotherSourceReportsUnderItsOwnName) {
-  const Logger other(L"ExchReq");
-  EXPECT_EQ(ThrownLong([&] { CheckComCall(E_UNEXPECTED, L"f()", other); }), Failure(E_UNEXPECTED));
-  EXPECT_EQ(ThrownLong([&] { ThrowWin32Failure(L"g()", ERROR_ACCESS_DENIED, other); }), Failure(E_ACCESSDENIED));
-  ASSERT_THAT(log.lines, SizeIs(6));
-  for (const RecordingLog::Line& line : log.lines) EXPECT_EQ(line.source, "ExchReq");
-}
-
 TEST_F(ReportTest, AFailureWithoutAnErrorCodeCountsAsAGeneralOne) {
-  EXPECT_EQ(ThrownLong([] { ThrowWin32Failure(L"f()", 0); }), Win32Failure(31));
+  EXPECT_EQ(ThrownLong([] { LogAndThrowWin32(L"f()", 0, CallText::bare); }), Win32Failure(31));
   EXPECT_THAT(log.Errors(), ElementsAre("ERROR: Win32 call f() failed.", "- GetLastError() == 31",
                                         "- Error text: Error: 0x8007001f"));
   host().machine().lastError = 0;
@@ -1077,8 +1070,8 @@ TEST_F(ReportTest, ASuccessThatDeliversNothingIsUnexpected) {
 TEST(ReportsWithoutAListener, ChangeNothing) {
   simulator::SimulatedHost host(SmallHost());
   const ScopedHost current(host);
-  EXPECT_EQ(ThrownLong([] { CheckComCall(E_FAIL, L"f()"); }), Failure(E_FAIL));
-  EXPECT_EQ(ThrownLong([] { ThrowWin32Failure(L"f()", 5); }), Failure(E_ACCESSDENIED));
+  EXPECT_EQ(ThrownLong([] { LogAndThrow(L"f()", CallText::bare)(E_FAIL); }), Failure(E_FAIL));
+  EXPECT_EQ(ThrownLong([] { LogAndThrowWin32(L"f()", 5, CallText::bare); }), Failure(E_ACCESSDENIED));
   CVarnel requestor(0);
   std::string details;
   EXPECT_EQ(ThrownLong([&] { requestor.CheckCommError(E_UNEXPECTED, "f()", details); }), Failure(E_UNEXPECTED));

@@ -429,21 +429,23 @@ HostModel ModelWithFiles(std::size_t files) {
   return model;
 }
 
-TEST_F(GatheringTest, TheVolumeOfADirectoryIsAskedForOnce) {
+// A look-up that failed is made again.
+TEST_F(GatheringTest, TheVolumeOfADirectoryIsAskedForUntilItIsFound) {
   for (const std::size_t files : {2u, 20u, 500u}) {
     Install(ModelWithFiles(files));
     Request<> request;
     request.Gather({});
     EXPECT_THAT(host().calls().Of("GetVolumePathNameW"),
                 ElementsAre("GetVolumePathNameW(C:\\Windows\\) = ok", "GetVolumePathNameW(X:\\) = error 2",
-                            "GetVolumePathNameW(E:\\even\\) = ok", "GetVolumePathNameW(F:\\odd\\) = ok"));
+                            "GetVolumePathNameW(E:\\even\\) = ok", "GetVolumePathNameW(F:\\odd\\) = ok",
+                            "GetVolumePathNameW(X:\\) = error 2"));
     EXPECT_EQ(Calls("GetVolumeNameForVolumeMountPointW"), 3u);
   }
 }
 
 TEST_F(GatheringTest, TheNextGatheringAsksForVolumesAgain) {
   Install(ModelWithFiles(2));
-  for (const std::size_t asked : {4u, 8u}) {
+  for (const std::size_t asked : {5u, 10u}) {
     Request<> request;
     request.Gather({});
     EXPECT_EQ(Calls("GetVolumePathNameW"), asked);

@@ -650,7 +650,6 @@ TEST_F(SnapshotSetTest, EveryCallWithoutABackupObjectIsOutOfState) {
   };
   check("m_pVssObject->GatherWriterMetadata(&pAsync)",
         [&] { request.requestor.CreateVssSnapshotSet(request.details()); });
-  check("m_pVssObject->StartSnapshotSet()", [&] { probe.StartSnapshotSet(request.details()); });
   check("PrepareForBackup()", [&] { probe.PrepareForBackup(request.details()); });
   check("DoSnapshotSet()", [&] { probe.DoSnapshotSet(request.details()); });
   check("SaveAsXML()", [&] { probe.SaveBackupComponentsDocument(request.details()); });

@@ -1,5 +1,7 @@
 // The requestor's records of writers, components and files, read from the simulated service's metadata.
 #include "core/writer_metadata.h"
+#include "core/component_tree.h"
+#include "core/metadata_reader.h"
 
 #include <algorithm>
 #include <array>
@@ -215,23 +217,20 @@ class PathGenerator {
   std::mt19937 random_;
 };
 
-// The descendants of each component, and whether the tree agrees with them.
-std::vector<std::vector<std::size_t>> DescendantsByComponent(const std::vector<VssComponent>& components) {
-  const ComponentTree tree(components);
-  const Descendants descendants(tree);
-  std::vector<std::vector<std::size_t>> lists;
-  std::vector<bool> below(components.size());
-  for (std::size_t index = 0; index < tree.size(); ++index) {
-    const auto list = descendants.Of(index);
-    for (const std::size_t descendant : list) below[descendant] = true;
-    lists.emplace_back(list.begin(), list.end());
-  }
-  for (std::size_t index = 0; index < tree.size(); ++index) EXPECT_EQ(tree.HasAncestor(index), below[index]) << index;
-  EXPECT_EQ(tree.anyAncestor(), std::find(below.begin(), below.end(), true) != below.end());
-  return lists;
+// The ancestors of a component by the tree: the components of the paths above it.
+std::vector<std::size_t> AncestorsOf(const ComponentTree& tree, std::size_t component, std::size_t count) {
+  std::vector<std::size_t> ancestors;
+  tree.VisitAncestors(component, [&](std::size_t path) {
+    for (std::size_t index = 0; index < count; ++index) {
+      if (tree.PathOf(index) == path) ancestors.push_back(index);
+    }
+    return true;
+  });
+  std::sort(ancestors.begin(), ancestors.end());
+  return ancestors;
 }
 
-TEST(AncestorTest, DescendantsAgreeWithThePairwiseRuleOnManyTrees) {
+TEST(AncestorTest, TheTreeAgreesWithThePairwiseRuleOnManyTrees) {
   std::size_t pairs = 0;
   for (std::uint32_t seed = 0; seed < 400; ++seed) {
     PathGenerator generator(seed);
@@ -239,27 +238,20 @@ TEST(AncestorTest, DescendantsAgreeWithThePairwiseRuleOnManyTrees) {
     for (VssComponent& component : components) {
       component.fullPath = ComponentFullPath(generator.LogicalPath(), generator.Segment());
     }
-    const std::vector<std::vector<std::size_t>> descendants = DescendantsByComponent(components);
-    ASSERT_THAT(descendants, SizeIs(components.size()));
-    for (std::size_t a = 0; a < components.size(); ++a) {
+    const ComponentTree tree(components);
+    for (std::size_t b = 0; b < components.size(); ++b) {
       std::vector<std::size_t> expected;
-      for (std::size_t b = 0; b < components.size(); ++b) {
+      for (std::size_t a = 0; a < components.size(); ++a) {
         const bool stated = StatedAncestor(components[a].fullPath, components[b].fullPath);
         ASSERT_EQ(IsAncestor(components[a], components[b]), stated) << "seed " << seed << ", " << a << " and " << b;
-        if (stated) expected.push_back(b);
+        if (stated) expected.push_back(a);
       }
       pairs += expected.size();
-      ASSERT_EQ(descendants[a], expected) << "seed " << seed << ", component " << a;
+      ASSERT_EQ(AncestorsOf(tree, b, components.size()), expected) << "seed " << seed << ", component " << b;
+      ASSERT_EQ(tree.HasAncestor(b), !expected.empty());
     }
   }
   EXPECT_GT(pairs, 1000u);
-}
-
-TEST(AncestorTest, DescendantsStandInListOrder) {
-  const std::vector<VssComponent> components = {At(L"\\A\\z"), At(L"\\a"), At(L"\\A\\b\\c"), At(L"\\A"), At(L"\\a\\b")};
-  EXPECT_THAT(DescendantsByComponent(components),
-              ElementsAre(IsEmpty(), ElementsAre(0, 2, 4), IsEmpty(), ElementsAre(0, 2, 4), ElementsAre(2)));
-  EXPECT_THAT(DescendantsByComponent({}), IsEmpty());
 }
 
 // ---- Reading ----
@@ -496,9 +488,8 @@ TEST_F(WriterMetadataTest, FilesComeBeforeDatabaseFilesAndThoseBeforeLogs) {
   ASSERT_EQ(metadata->GetComponent(1, second.Put()), S_OK);
   MixedComponent mixed(first.Get(), second.Get());
   DirectoryResolver directories;
-  RecentTexts logicalPaths;
   VssComponent record;
-  BuildComponent(record, L"Some writer", &mixed, directories, logicalPaths);
+  BuildComponent(record, L"Some writer", &mixed, directories);
   EXPECT_EQ(record.name, L"files");
   EXPECT_EQ(record.writerName, L"Some writer");
   std::vector<DWORD> types;
@@ -708,26 +699,34 @@ TEST_F(WriterMetadataTest, AVariableMayMakeAPathLong) {
   EXPECT_EQ(file.volumeName, VolumeName(1));
 }
 
-TEST_F(WriterMetadataTest, ADirectoryIsResolvedOnceByAResolver) {
+TEST_F(WriterMetadataTest, AVolumeThatWasFoundIsNotLookedUpAgain) {
   DirectoryResolver directories;
-  const DirectoryResolver::Directory first = directories.Resolve(L"E:\\data");
-  EXPECT_EQ(first.path, L"E:\\data");
-  EXPECT_EQ(first.expandedPath, L"E:\\data\\");
-  EXPECT_EQ(first.volumeName, VolumeName(1));
-  EXPECT_EQ(first.pathOnVolume, L"data\\");
-  const DirectoryResolver::Directory lost = directories.Resolve(L"X:\\data\\");
-  EXPECT_EQ(lost.volumeName, L"X:\\data\\");
-  EXPECT_EQ(lost.pathOnVolume, L"");
-  EXPECT_EQ(directories.Resolve(L"E:\\data\\").volumeName.c_str(), first.volumeName.c_str());
-  EXPECT_EQ(directories.Resolve(L"X:\\data").volumeName.c_str(), lost.volumeName.c_str());
-  EXPECT_THAT(host().calls().Of("GetVolumePathNameW"), SizeIs(2));
+  const auto resolve = [&](const wchar_t* path) {
+    VssFileDescriptor file;
+    file.path = path;
+    directories.Resolve(file);
+    return file;
+  };
+  for (const wchar_t* path : {L"E:\\data", L"E:\\data\\"}) {
+    const VssFileDescriptor file = resolve(path);
+    EXPECT_EQ(file.path, path);
+    EXPECT_EQ(file.expandedPath, L"E:\\data\\");
+    EXPECT_EQ(file.volumeName, VolumeName(1));
+    EXPECT_EQ(file.pathOnVolume, L"data\\");
+  }
+  EXPECT_THAT(host().calls().Of("GetVolumePathNameW"), SizeIs(1));
 }
 
-TEST_F(WriterMetadataTest, DirectoriesOfOneVolumeShareItsName) {
+TEST_F(WriterMetadataTest, ALookUpThatFailedIsMadeAgain) {
   DirectoryResolver directories;
-  const SharedText first = directories.Resolve(L"E:\\data").volumeName;
-  EXPECT_EQ(directories.Resolve(L"E:\\log").volumeName.c_str(), first.c_str());
-  EXPECT_EQ(directories.Resolve(L"C:\\").volumeName, VolumeName(0));
+  for (int i = 1; i <= 2; ++i) {
+    VssFileDescriptor lost;
+    lost.path = L"X:\\data";
+    directories.Resolve(lost);
+    EXPECT_EQ(lost.volumeName, L"X:\\data\\");
+    EXPECT_EQ(lost.pathOnVolume, L"");
+    EXPECT_THAT(host().calls().Of("GetVolumePathNameW"), SizeIs(i));
+  }
 }
 
 TEST_F(WriterMetadataTest, APathThatWasReportedInAnotherSpellingIsKeptAsItStands) {
@@ -735,20 +734,7 @@ TEST_F(WriterMetadataTest, APathThatWasReportedInAnotherSpellingIsKeptAsItStands
   ASSERT_THAT(files, SizeIs(2));
   EXPECT_EQ(files[0].path, L"E:\\data");
   EXPECT_EQ(files[1].path, L"E:\\data\\");
-  EXPECT_EQ(files[0].expandedPath.c_str(), files[1].expandedPath.c_str());
-}
-
-TEST(RecentTextsTest, EqualTextsShareABlockWhileTheyAreAmongTheLastTwo) {
-  RecentTexts texts;
-  const SharedText first = texts.Share(L"server");
-  const SharedText second = texts.Share(L"server\\database");
-  EXPECT_EQ(texts.Share(L"server").c_str(), first.c_str());
-  EXPECT_EQ(texts.Share(L"server\\database").c_str(), second.c_str());
-  EXPECT_EQ(texts.Share(L"another"), L"another");
-  EXPECT_EQ(texts.Share(L"server\\database").c_str(), second.c_str());
-  EXPECT_EQ(texts.Share(L"server"), L"server");
-  EXPECT_EQ(texts.Share(L""), L"");
-  EXPECT_EQ(texts.Share(L"server"), L"server");
+  EXPECT_EQ(files[0].expandedPath, files[1].expandedPath);
 }
 
 // ---- Failures ----

@@ -9,7 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "core/errors.h"
+#include "core/alerts.h"
+#include "core/vss_call.h"
 
 namespace varnel::test {
 
@@ -53,7 +54,7 @@ inline AlertParts PartsOf(const AlertRecord& record) {
   return parts;
 }
 
-/// Calls `call` with the arguments as the list that the functions of core/errors.h take.
+/// Calls `call` with the arguments as the list that the functions of core/alerts.h take.
 template <class Call>
 auto WithArguments(std::span<const FormatArgument> a, Call call) {
   using List = std::initializer_list<FormatArgument>;

@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "simulator/simulated_host.h"
-#include "tests/support/print_text.h"
 #include "tests/support/recording_log.h"
 
 namespace varnel::test {

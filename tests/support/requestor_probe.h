@@ -5,7 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "core/message_catalog.h"
 #include "core/varnel.h"
+#include "text/guid.h"
 
 namespace varnel {
 
@@ -72,7 +74,13 @@ class RequestorProbe {
   bool isVolumeEligible(std::wstring serial) { return requestor_.isVolumeEligible(std::move(serial)); }
   void VerifyProtectionSetDiskList(std::string& errorDetails) { requestor_.VerifyProtectionSetDiskList(errorDetails); }
 
-  void StartSnapshotSet(std::string& errorDetails) { requestor_.StartSnapshotSet(errorDetails); }
+  /// Starts a set by hand: CreateVssSnapshotSet does it between its steps.
+  HRESULT StartSnapshotSet() {
+    VSS_ID setId{};
+    const HRESULT hr = requestor_.m_pVssObject->StartSnapshotSet(&setId);
+    requestor_.m_snapshotSetId = FormatGuid(setId);
+    return hr;
+  }
   void AddToSnapshotSet(std::string& errorDetails) { requestor_.AddToSnapshotSet(errorDetails); }
   void PrepareForBackup(std::string& errorDetails) { requestor_.PrepareForBackup(errorDetails); }
   void DoSnapshotSet(std::string& errorDetails) { requestor_.DoSnapshotSet(errorDetails); }

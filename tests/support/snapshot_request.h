@@ -114,7 +114,7 @@ class SnapshotRequest {
     Start();
     requestor.GatherWriterMetadata(details_);
     probe.SelectComponentsForBackup(details_);
-    probe.StartSnapshotSet(details_);
+    probe.StartSnapshotSet();
   }
 
   /// The argument, with the request text in front.

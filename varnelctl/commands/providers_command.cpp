@@ -1,8 +1,9 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "core/errors.h"
+#include "core/alerts.h"
 #include "core/varnel.h"
+#include "core/vss_call.h"
 #include "platform/owners.h"
 #include "varnelctl/commands/command.h"
 #include "varnelctl/console/text.h"

@@ -1,6 +1,7 @@
 #include "varnelctl/commands/shadow_copies.h"
 
-#include "core/errors.h"
+#include "core/alerts.h"
+#include "core/vss_call.h"
 #include "platform/owners.h"
 #include "text/ascii_case.h"
 #include "text/guid.h"

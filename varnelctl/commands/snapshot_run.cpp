@@ -1,10 +1,11 @@
 #include "varnelctl/commands/snapshot_run.h"
-#include "platform/ansi.h"
 
 #include <algorithm>
 #include <functional>
 #include <set>
 
+#include "core/alerts.h"
+#include "platform/ansi.h"
 #include "text/ascii_case.h"
 #include "text/unicode.h"
 #include "varnelctl/application.h"

@@ -1,7 +1,8 @@
 #include "varnelctl/explanation/failure.h"
 
-#include "core/errors.h"
+#include "core/alerts.h"
 #include "core/varnel.h"
+#include "core/vss_call.h"
 #include "resources/catalog.h"
 #include "simulator/simulated_host.h"
 #include "text/format.h"

@@ -1,0 +1,44 @@
+// The exception of a failed request.
+#pragma once
+
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "platform/export.h"
+
+/// A request-level failure: an alert code for the array and a text for the administrator.
+class VARNEL_API VarnelException : public std::exception {
+ public:
+  enum AlertCode : int {
+    None = 0,
+    WriterFailure = 600,        ///< selected writers failed
+    PartialSuccess = 601,       ///< got through, but messages were collected
+    ConfigurationError = 602,   ///< nothing eligible, or the protection set is wrong
+    VerificationFailure = 603,  ///< a file of the snapshot failed its check
+    ExtraVolumes = 701,         ///< the volume collection holds more volumes than the application uses
+  };
+
+  VarnelException() = default;
+  /// `message` is also the single entry of the list.
+  VarnelException(int code, const std::wstring& message);
+  VarnelException(int code, const std::wstring& message, const std::vector<std::wstring>& list);
+  VarnelException(const VarnelException&) = default;
+  VarnelException& operator=(const VarnelException&) = default;
+  ~VarnelException() override;
+
+  /// The message in the current locale's narrow form, or "Alert Code: N" without one. Built on each call; valid until
+  /// the next one or the end of this object.
+  const char* what() const noexcept override;
+
+  int GetAlertCode() const noexcept { return code_; }
+  const std::wstring& GetMessageText() const noexcept { return message_; }
+  /// One entry per failed writer or component, or the single detail of a configuration error.
+  const std::vector<std::wstring>& GetMessageList() const noexcept { return list_; }
+
+ private:
+  int code_ = None;
+  std::wstring message_;
+  std::vector<std::wstring> list_;
+  mutable std::string narrow_;
+};
