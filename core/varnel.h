@@ -52,15 +52,19 @@ class VARNEL_API CVarnel {
   /// \param status receives the status word of the first rule broken.
   /// \param serialNumbers and \param hostName are kept for application requestors; no check reads them.
   /// \return 0 when they may be protected together, else the catalog id of the reason. Here: clears `errorDetails`.
+  /// An application's check can throw E_POINTER as a `long` while no enumerator is set.
   virtual DWORD ValidateVolumes(const std::vector<std::string>& volumes, std::string& status, std::string& errorDetails,
                                 std::vector<std::string> serialNumbers, const std::string& hostName);
   /// Checks that this host can run the request. \return 0, else the catalog id of the reason.
   virtual DWORD ValidateHostConfiguration(std::string& errorDetails);
 
-  /// Whether this requestor backs this writer up. Here: every writer.
+  /// Whether this requestor backs this writer up. Here: every writer. Asked once per writer and request.
   virtual bool IsWriterEligible(VssWriter& writer);
   /// Whether every file of the component lies on a disk of the protection set. Notes the serial numbers of its disks in
-  /// the component. \param volumeSerials serial numbers by volume, found so far.
+  /// the component, also of one that is not eligible in the end.
+  /// \param volumeSerials serial numbers by volume, found so far.
+  /// Throws what the disk and volume enumerator throws (TesselCommonClasses::ExceptionCommon), and std::invalid_argument
+  /// or std::out_of_range for a writer code that is no number.
   virtual bool IsComponentEligible(VssComponent& component, std::map<std::wstring, std::wstring>& volumeSerials);
   /// Checks one file on the snapshot; throws when it is damaged. Here: nothing to check.
   virtual void VerifyComponentFile(VssFileDescriptor& file);
@@ -70,7 +74,8 @@ class VARNEL_API CVarnel {
   /// \param backupDocumentXml a saved backup components document, or empty for a new backup.
   /// \param restore initialises for a restore; the context is then not set.
   /// \param enumerator borrowed; must outlive the requestor.
-  /// After a failure the members set so far keep their values and the destructor still releases everything.
+  /// Throws a `long` after a failed call. The members set so far then keep their values and the destructor still
+  /// releases everything.
   void Initialize(DWORD context, std::wstring backupDocumentXml, bool restore, VSS_BACKUP_TYPE backupType,
                   std::string& errorDetails, TesselCommonClasses::DiskAndVolumeEnumerator* enumerator);
 
@@ -83,33 +88,47 @@ class VARNEL_API CVarnel {
   void SetInputDriveSerialNos(std::vector<std::wstring> serialNumbers);
 
   /// Asks every writer for its metadata and keeps it. Called by CreateVssSnapshotSet; on its own it serves to look at a
-  /// host. Writers read before a failure stay.
+  /// host, after Initialize. Throws a `long` after a failed call; writers read before it stay.
   void GatherWriterMetadata(std::string& errorDetails);
 
   /// Takes the snapshot set: gathers, selects, adds the volumes, prepares, snapshots, saves the document and reads the
   /// properties of the shadow copies (not of transportable ones). `errorDetails` carries the request text with the
   /// writer code ("writer=N,") on the way in.
   ///
-  /// Throws VarnelException 601 when the set exists but writers failed for some components, 701 when it exists but the
-  /// collection holds volumes that the application does not use, 602 when the protection set is wrong, 600 when writers
-  /// failed, and a `long` after a failed call. Nothing is aborted or deleted here, and the members stay as far as they
-  /// were filled.
+  /// Throws
+  /// - VarnelException 601 when the set exists but the writers' part is incomplete: writers failed for some components,
+  ///   or, where the requestor accepts partial failures, one writer of several failed as a whole. Such a set is kept by
+  ///   SetBackupStatus(601);
+  /// - VarnelException 701 when the set exists but the collection holds volumes that the application does not use (601
+  ///   comes before it). SetBackupStatus(701) deletes the set; an agent that accepts it passes 0;
+  /// - VarnelException 602 when the protection set is wrong, 600 when writers failed;
+  /// - a `long` after a failed call, and E_INVALIDARG when databases are to be named and no disk was given;
+  /// - std::invalid_argument or std::out_of_range for a writer code that is no number (an absent one included);
+  /// - std::range_error for text of the metadata service that is not UTF-8, TesselCommonClasses::ExceptionCommon of the
+  ///   disk and volume enumerator, and what the metadata bridge throws.
+  ///
+  /// Nothing is aborted or deleted here, and the members stay as far as they were filled.
   void CreateVssSnapshotSet(std::string& errorDetails);
 
-  /// Fills the map of application objects by disk serial number, narrow text. On an exception it holds what was filled.
+  /// Fills the map of application objects by disk serial number, narrow text. Throws std::range_error for a name that is
+  /// not valid Unicode, ExceptionCommon of the enumerator, and E_POINTER as a `long` where extra disks are to be told and
+  /// no enumerator is set; the map then holds what was filled before.
   void GetSnapshotMeatadata(std::map<std::string, ApplicationObjectMeatadataInfo>& metadata);
-  /// The databases that the metadata service named, or "ALL_DB"; owned by the requestor or the metadata bridge.
+  /// The databases that the metadata service named, or "ALL_DB". Not the caller's: nobody may write to the text or free
+  /// it, and it is valid until the metadata bridge of this process fetches another list, for this requestor or for
+  /// another. Null when the bridge had none. Never throws.
   char* getSuccesfulDBList();
 
   /// Ends the backup: tells every writer per component whether it succeeded, sends BackupComplete and looks at the
-  /// writers once more. Without a snapshot set the backup is aborted instead. Belongs behind every request, failed or
+  /// writers once more. Without a snapshot set the backup is aborted instead. Belongs after every request, failed or
   /// not: until then the service takes no other one.
   /// \param snapErrorCode 0, or the alert code of the VarnelException that ended the request, or the HRESULT that was
   /// thrown, or -1. With anything but 0 and 601 the set is deleted first (a transportable one is kept) and the
   /// components are reported as failed.
   ///
   /// Throws VarnelException 600 or 601 for what the writers said to BackupComplete, and a `long` when the components
-  /// could not be marked or a call failed; BackupComplete has then been tried all the same.
+  /// could not be marked or a call failed; BackupComplete has then been tried all the same. A set that could not be
+  /// deleted is told in the log alone, whatever is thrown.
   void SetBackupStatus(int snapErrorCode, std::string& errorDetails);
 
   /// Breaks the set: its shadow copies become ordinary read-write disks of this host. Throws a `long` after a failed
@@ -124,15 +143,17 @@ class VARNEL_API CVarnel {
   /// what could not be read. Throws a `long`: 122 without memory for the lists, else the HRESULT of the failed session
   /// list. Transportable sets have no disks here, so nothing is logged out.
   void DisconnectSnapshotLuns(std::string& errorDetails);
-  /// Has every file of the selected components checked on the snapshot (VerifyComponentFile); the first damaged one
-  /// throws and ends the walk.
+  /// Has every file of the selected components checked on the snapshot (VerifyComponentFile); what that throws for the
+  /// first damaged one ends the walk and marks no component.
   void VerifySnapShotData();
 
-  /// Whether the array's VSS hardware provider is registered on this host.
+  /// Whether the array's VSS hardware provider is registered on this host. Throws a `long` after a failed call.
   bool IsTesselVSSProviderPresent();
-  /// Whether a writer that this requestor accepts is present. Belongs before Initialize: it uses the same object.
+  /// Whether a writer that this requestor accepts is present. Belongs before Initialize: it uses the same object. Throws
+  /// a `long` after a failed call.
   bool IsWriterPresent(std::string& errorDetails);
-  /// Runs a command line to its end. Throws the exit code as an HRESULT unless it is 0.
+  /// Runs a command line to its end, however long that takes. Throws a `long`: the exit code as an HRESULT unless it is
+  /// 0, or the HRESULT of the call that failed.
   void ExecCommand(std::wstring command) const;
 
   /// Serial numbers of the array's disks as WMI lists them; empty, with an error line, when there are none.
@@ -147,9 +168,9 @@ class VARNEL_API CVarnel {
 
   /// The symbolic name of an HRESULT, else the system's text for it, else "Error: 0x...". Never throws.
   static std::wstring HResult2String(long hr);
-  /// The best text for the administrator; never empty.
+  /// The best text for the administrator; never empty. Never throws but for want of memory.
   void GetErrorString(long hr, std::wstring& text);
-  /// Returns for a success code; otherwise writes the alert of the failed call and throws `hr`.
+  /// Returns for a success code; otherwise writes the alert of the failed call and throws `hr` as a `long`.
   /// \param callName the call as it stands in the alert, such as "m_pVssObject->StartSnapshotSet()".
   void CheckCommError(long hr, std::string callName, std::string& errorDetails);
 
