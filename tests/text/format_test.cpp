@@ -39,7 +39,14 @@ TEST(Format, FillsAFieldToItsWidth) {
   EXPECT_EQ(FormatWide(L"%5s|%-5s|", {L"abc", L"abc"}), L"  abc|abc  |");
 }
 
+TEST(Format, ReadsEveryDigitOfAWidth) {
+  EXPECT_EQ(FormatNarrow("%12d|%-12d|%012x|", {42, 42, 0xABC}), "          42|42          |000000000abc|");
+  EXPECT_EQ(FormatNarrow("%.10d|%.10s|", {42, "0123456789abc"}), "0000000042|0123456789|");
+  EXPECT_EQ(FormatWide(L"%12s|%-10S|", {L"abc", "abc"}), L"         abc|abc       |");
+}
+
 TEST(Format, WritesHexadecimalWithItsPrefix) {
+  EXPECT_EQ(FormatNarrow("0x%X 0x%08X", {0xC0FFEE, 0xABCDEF}), "0xC0FFEE 0x00ABCDEF");
   EXPECT_EQ(FormatNarrow("0x%x %#x %#X %#x", {255, 255, 255, 0}), "0xff 0xff 0XFF 0");
 }
 
@@ -114,6 +121,7 @@ TEST(Format, ReadsVariadicArgumentsByTheirConversions) {
   EXPECT_EQ(FormatVariadic(L"%s=%S %d %08lx %c%%", L"wide", "narrow", -3, 0x80042301u, L'!'),
             L"wide=narrow -3 80042301 !%");
   EXPECT_EQ(FormatVariadic(L"%ws %hs %ls", L"a", "b", L"c"), L"a b c");
+  EXPECT_EQ(FormatVariadic(L"%lS %hS", L"wide", "narrow"), L"wide narrow");
   EXPECT_EQ(FormatVariadic(L"no arguments"), L"no arguments");
 }
 
