@@ -315,7 +315,7 @@ class ScriptedEnumerator : public Enumerator {
     Enumerator::TearDown();
   }
 
-  /// The descriptor of every disk: `strings` behind the fixed part, the serial number said to be at `offset`.
+  /// The descriptor of every disk: `strings` after the fixed part, the serial number said to be at `offset`.
   void AnswerDescriptor(DWORD offset, const std::string& strings) {
     storage->answeredCode = IOCTL_STORAGE_QUERY_PROPERTY;
     storage->answer = [offset, strings](void* out, DWORD outBytes, DWORD* returned) -> BOOL {

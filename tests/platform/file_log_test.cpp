@@ -212,7 +212,7 @@ TEST_F(LogFile, StampsALineWithItsOwnMomentAlsoInALaterSecond) {
 }
 
 TEST_F(LogFile, KeepsTheLinesOfTwoThreadsApart) {
-  constexpr int kLines = 500;
+  constexpr int kLines = 2000;
   const std::unique_ptr<LogSink> sink = OpenLogFile(path_, CFileLog::Verbose);
   const auto write = [&](const wchar_t* source) {
     for (int i = 0; i < kLines; ++i) sink->Write(CFileLog::Error, source, i, L"text");
