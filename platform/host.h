@@ -177,6 +177,9 @@ class MetadataService {
 /// One machine: the one the process runs on, or a simulated one.
 class Host {
  public:
+  Host() = default;
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
   virtual ~Host() = default;
   virtual VssService& vss() = 0;
   virtual Storage& storage() = 0;
@@ -193,6 +196,12 @@ class Host {
   virtual MetadataService& metadata() = 0;
   /// The last error of the calling thread on this host.
   virtual DWORD GetLastError() = 0;
+
+  /// For those who keep what the host handed out: expires with the host.
+  std::weak_ptr<Host> Reference() const noexcept { return reference_; }
+
+ private:
+  const std::shared_ptr<Host> reference_{this, [](Host*) {}};
 };
 
 /// Thrown where a machine is needed and none is installed (only possible outside Windows).

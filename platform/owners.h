@@ -2,8 +2,9 @@
 #pragma once
 
 #include <memory>
-#include <string>
+#include <new>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "platform/host.h"
@@ -66,163 +67,173 @@ inline std::wstring_view ViewOf(BSTR text) noexcept {
   return text == nullptr ? std::wstring_view() : std::wstring_view(text, ::SysStringLen(text));
 }
 
-/// An owned BSTR, freed by the current host (by the platform when there is none any more).
-class Bstr {
+/// Owns one resource of a host. It remembers the host that was the current one when it was filled and gives the
+/// resource back to that one, whatever host is the current one by then; what outlives its host is nobody's to give
+/// back. `Kind` says what the resource is, what stands for none, and how a host takes it back.
+template <class Kind>
+class Owned {
  public:
-  Bstr() noexcept = default;
-  explicit Bstr(std::wstring_view text);
-  Bstr(Bstr&& other) noexcept : text_(std::exchange(other.text_, nullptr)) {}
-  Bstr& operator=(Bstr other) noexcept {
-    std::swap(text_, other.text_);
+  using Value = typename Kind::Value;
+
+  Owned() noexcept = default;
+  explicit Owned(Value value) noexcept : value_(value), host_(CurrentReference()) {}
+  Owned(Owned&& other) noexcept
+      : value_(std::exchange(other.value_, Kind::None())), host_(std::exchange(other.host_, {})) {}
+  Owned& operator=(Owned&& other) noexcept {
+    Owned taken(std::move(other));
+    std::swap(value_, taken.value_);
+    host_.swap(taken.host_);
     return *this;
   }
-  Bstr(const Bstr&) = delete;
-  ~Bstr() { Reset(); }
+  ~Owned() { Reset(); }
 
-  void Reset() noexcept;
-  BSTR* Put() noexcept {
-    Reset();
-    return &text_;
+  void Reset() noexcept {
+    const std::weak_ptr<Host> owner = std::exchange(host_, {});
+    Value value = std::exchange(value_, Kind::None());
+    if constexpr (std::is_pointer_v<Value>) {
+      if (value == Kind::None()) return;
+    }
+    if (const std::shared_ptr<Host> host = owner.lock()) {
+      Kind::Release(*host, value);
+    } else if constexpr (requires { Kind::ReleaseWithoutHost(value); }) {
+      Kind::ReleaseWithoutHost(value);
+    }
   }
-  BSTR Get() const noexcept { return text_; }
-  explicit operator bool() const noexcept { return text_ != nullptr; }
-  /// The whole text by its length; empty for a null BSTR.
-  std::wstring_view View() const noexcept { return ViewOf(text_); }
+  /// Releases what is held and hands out the address for an output argument of the current host.
+  Value* Put() noexcept {
+    Reset();
+    host_ = CurrentReference();
+    return &value_;
+  }
+  Value Get() const noexcept { return value_; }
+  const Value* operator->() const noexcept requires std::is_class_v<Value> { return &value_; }
+  explicit operator bool() const noexcept requires std::is_pointer_v<Value> { return value_ != Kind::None(); }
 
  private:
-  BSTR text_ = nullptr;
+  static std::weak_ptr<Host> CurrentReference() noexcept {
+    const Host* host = CurrentHostOrNull();
+    return host == nullptr ? std::weak_ptr<Host>() : host->Reference();
+  }
+
+  Value value_ = Kind::None();
+  std::weak_ptr<Host> host_;
 };
+
+namespace owned {
+
+/// Null, or a structure of zeroes, stands for none.
+template <class T>
+struct NullIsNone {
+  using Value = T;
+  static Value None() noexcept { return {}; }
+};
+
+struct InvalidHandleIsNone {
+  using Value = HANDLE;
+  static Value None() noexcept { return INVALID_HANDLE_VALUE; }
+};
+
+struct File : InvalidHandleIsNone {
+  static void Release(Host& host, HANDLE handle) { host.storage().CloseHandle(handle); }
+};
+
+struct Search : InvalidHandleIsNone {
+  static void Release(Host& host, HANDLE search) { host.storage().FindVolumeClose(search); }
+};
+
+struct Process : NullIsNone<PROCESS_INFORMATION> {
+  static void Release(Host& host, const PROCESS_INFORMATION& process) {
+    if (process.hThread != nullptr) host.processes().CloseHandle(process.hThread);
+    if (process.hProcess != nullptr) host.processes().CloseHandle(process.hProcess);
+  }
+};
+
+struct Key : NullIsNone<HKEY> {
+  static void Release(Host& host, HKEY key) { host.registry().RegCloseKey(key); }
+};
+
+struct LoadedModule : NullIsNone<HMODULE> {
+  static void Release(Host& host, HMODULE module) { host.messages().FreeLibrary(module); }
+};
+
+struct Text : NullIsNone<LPWSTR> {
+  static void Release(Host& host, LPWSTR text) { host.messages().LocalFree(text); }
+};
+
+struct Block : NullIsNone<void*> {
+  static void Release(Host& host, void* block) { host.heap().Free(block); }
+};
+
+struct BasicString : NullIsNone<BSTR> {
+  static void Release(Host& host, BSTR text) { host.vss().SysFreeString(text); }
+  static void ReleaseWithoutHost(BSTR text) { ::SysFreeString(text); }
+};
+
+struct Properties : NullIsNone<VSS_SNAPSHOT_PROP> {
+  static void Release(Host& host, VSS_SNAPSHOT_PROP& properties) { host.vss().VssFreeSnapshotProperties(&properties); }
+};
+
+struct Object : NullIsNone<VSS_OBJECT_PROP> {
+  static void Release(Host& host, VSS_OBJECT_PROP& object) {
+    if (object.Type == VSS_OBJECT_PROVIDER) {
+      host.vss().CoTaskMemFree(object.Obj.Prov.m_pwszProviderName);
+      host.vss().CoTaskMemFree(object.Obj.Prov.m_pwszProviderVersion);
+    } else if (object.Type == VSS_OBJECT_SNAPSHOT) {
+      Properties::Release(host, object.Obj.Snap);
+    }
+  }
+};
+
+}  // namespace owned
 
 /// A file or device handle.
-class FileHandle {
- public:
-  explicit FileHandle(HANDLE handle) noexcept : handle_(handle) {}
-  FileHandle(FileHandle&& other) noexcept : handle_(std::exchange(other.handle_, INVALID_HANDLE_VALUE)) {}
-  FileHandle& operator=(FileHandle other) noexcept {
-    std::swap(handle_, other.handle_);
-    return *this;
-  }
-  FileHandle(const FileHandle&) = delete;
-  ~FileHandle() {
-    Host* host = *this ? CurrentHostOrNull() : nullptr;
-    if (host != nullptr) host->storage().CloseHandle(handle_);
-  }
-  explicit operator bool() const noexcept { return handle_ != INVALID_HANDLE_VALUE; }
-  HANDLE Get() const noexcept { return handle_; }
-
- private:
-  HANDLE handle_;
-};
+using FileHandle = Owned<owned::File>;
+/// A search for volumes.
+using VolumeSearch = Owned<owned::Search>;
+/// The two handles of a started process.
+using ProcessHandles = Owned<owned::Process>;
+/// An open key of the registry.
+using RegistryKey = Owned<owned::Key>;
+/// A counted module handle.
+using Module = Owned<owned::LoadedModule>;
+/// A property structure of a shadow copy; the strings in it are the owner's.
+using SnapshotProperties = Owned<owned::Properties>;
 
 /// Text that FormatMessageW allocated.
-class LocalText {
+class LocalText : public Owned<owned::Text> {
  public:
-  LocalText() noexcept = default;
-  LocalText(const LocalText&) = delete;
-  LocalText& operator=(const LocalText&) = delete;
-  ~LocalText() {
-    Host* host = text_ != nullptr ? CurrentHostOrNull() : nullptr;
-    if (host != nullptr) host->messages().LocalFree(text_);
-  }
-  LPWSTR AsBuffer() noexcept { return reinterpret_cast<LPWSTR>(&text_); }
-  const wchar_t* Get() const noexcept { return text_; }
-
- private:
-  wchar_t* text_ = nullptr;
+  LPWSTR AsBuffer() noexcept { return reinterpret_cast<LPWSTR>(Put()); }
 };
 
 /// A block of the host's heap.
-class HeapBlock {
+class HeapBlock : public Owned<owned::Block> {
  public:
   HeapBlock() noexcept = default;
-  explicit HeapBlock(std::size_t bytes) : block_(CurrentHost().heap().Malloc(bytes)) {}
-  HeapBlock(HeapBlock&& other) noexcept : block_(std::exchange(other.block_, nullptr)) {}
-  HeapBlock& operator=(HeapBlock other) noexcept {
-    std::swap(block_, other.block_);
-    return *this;
-  }
-  HeapBlock(const HeapBlock&) = delete;
-  ~HeapBlock() {
-    Host* host = block_ != nullptr ? CurrentHostOrNull() : nullptr;
-    if (host != nullptr) host->heap().Free(block_);
-  }
-  explicit operator bool() const noexcept { return block_ != nullptr; }
-  void* Get() const noexcept { return block_; }
-
- private:
-  void* block_ = nullptr;
+  explicit HeapBlock(std::size_t bytes) : Owned(CurrentHost().heap().Malloc(bytes)) {}
 };
 
-/// An open key of the registry.
-class RegistryKey {
+/// An owned BSTR, freed by the platform when its host is gone.
+class Bstr : public Owned<owned::BasicString> {
  public:
-  RegistryKey() noexcept = default;
-  RegistryKey(const RegistryKey&) = delete;
-  RegistryKey& operator=(const RegistryKey&) = delete;
-  ~RegistryKey() { Reset(); }
-  void Reset() noexcept {
-    HKEY key = std::exchange(key_, nullptr);
-    Host* host = key != nullptr ? CurrentHostOrNull() : nullptr;
-    if (host != nullptr) host->registry().RegCloseKey(key);
+  Bstr() noexcept = default;
+  explicit Bstr(std::wstring_view text)
+      : Owned(CurrentHost().vss().SysAllocStringLen(text.data(), static_cast<UINT>(text.size()))) {
+    if (!*this) throw std::bad_alloc();
   }
-  HKEY* Put() noexcept {
-    Reset();
-    return &key_;
-  }
-  HKEY Get() const noexcept { return key_; }
-
- private:
-  HKEY key_ = nullptr;
+  /// The whole text by its length; empty for a null BSTR.
+  std::wstring_view View() const noexcept { return ViewOf(Get()); }
 };
 
-/// A counted module handle.
-class Module {
+/// One object of an enumeration; the strings in it are the owner's.
+class VssObject : public Owned<owned::Object> {
  public:
-  Module() noexcept = default;
-  explicit Module(HMODULE module) noexcept : module_(module) {}
-  Module(const Module&) = delete;
-  Module& operator=(const Module&) = delete;
-  ~Module() { Reset(); }
-  void Reset() noexcept {
-    HMODULE module = std::exchange(module_, nullptr);
-    Host* host = module != nullptr ? CurrentHostOrNull() : nullptr;
-    if (host != nullptr) host->messages().FreeLibrary(module);
+  /// Null when the object is something else.
+  const VSS_PROVIDER_PROP* provider() const noexcept {
+    return (*this)->Type == VSS_OBJECT_PROVIDER ? &(*this)->Obj.Prov : nullptr;
   }
-  HMODULE* Put() noexcept {
-    Reset();
-    return &module_;
+  const VSS_SNAPSHOT_PROP* snapshot() const noexcept {
+    return (*this)->Type == VSS_OBJECT_SNAPSHOT ? &(*this)->Obj.Snap : nullptr;
   }
-  HMODULE Get() const noexcept { return module_; }
-  explicit operator bool() const noexcept { return module_ != nullptr; }
-
- private:
-  HMODULE module_ = nullptr;
-};
-
-/// A property structure of a shadow copy; the strings in it are the owner's.
-class SnapshotProperties {
- public:
-  SnapshotProperties() noexcept = default;
-  SnapshotProperties(const SnapshotProperties&) = delete;
-  SnapshotProperties& operator=(const SnapshotProperties&) = delete;
-  ~SnapshotProperties() { Free(); }
-  /// Frees what an earlier call filled in and hands out the zeroed structure.
-  VSS_SNAPSHOT_PROP* Put() noexcept {
-    Free();
-    handedOut_ = true;
-    return &properties_;
-  }
-  const VSS_SNAPSHOT_PROP* operator->() const noexcept { return &properties_; }
-
- private:
-  void Free() noexcept {
-    Host* host = handedOut_ ? CurrentHostOrNull() : nullptr;
-    if (host != nullptr) host->vss().VssFreeSnapshotProperties(&properties_);
-    properties_ = {};
-    handedOut_ = false;
-  }
-  VSS_SNAPSHOT_PROP properties_{};
-  bool handedOut_ = false;
 };
 
 }  // namespace varnel

@@ -18,7 +18,9 @@ constexpr int HexDigit(Char c) {
   return -1;
 }
 
-void AppendHex(std::wstring& text, std::uint32_t value, int digits);
+inline void AppendHex(std::wstring& text, std::uint32_t value, int digits) {
+  for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) text += L"0123456789abcdef"[value >> shift & 0xF];
+}
 
 }  // namespace detail
 

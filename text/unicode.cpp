@@ -32,7 +32,7 @@ int SequenceLength(unsigned char first) {
   return 0;
 }
 
-// Reads one code point and moves `at` behind it; kInvalid moves one byte on.
+// Reads one code point and moves `at` past it; kInvalid moves one byte on.
 char32_t NextUtf8(std::string_view text, std::size_t& at) {
   const auto first = static_cast<unsigned char>(text[at]);
   const int length = SequenceLength(first);
@@ -101,7 +101,7 @@ void AppendWide(std::wstring& text, char32_t c) {
   }
 }
 
-// Appends the ASCII characters from `at` on, which are the same in both forms, and moves `at` behind them.
+// Appends the ASCII characters from `at` on, which are the same in both forms, and moves `at` past them.
 template <class To, class From>
 void CopyAscii(To& result, From text, std::size_t& at) {
   using Unit = std::make_unsigned_t<typename From::value_type>;

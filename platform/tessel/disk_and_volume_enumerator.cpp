@@ -18,23 +18,6 @@ namespace {
 using varnel::CurrentHost;
 using varnel::FileHandle;
 
-// Closes the search for volumes.
-class VolumeSearch {
- public:
-  explicit VolumeSearch(HANDLE handle) noexcept : handle_(handle) {}
-  VolumeSearch(const VolumeSearch&) = delete;
-  VolumeSearch& operator=(const VolumeSearch&) = delete;
-  ~VolumeSearch() {
-    varnel::Host* host = *this ? varnel::CurrentHostOrNull() : nullptr;
-    if (host != nullptr) host->storage().FindVolumeClose(handle_);
-  }
-  explicit operator bool() const noexcept { return handle_ != INVALID_HANDLE_VALUE; }
-  HANDLE Get() const noexcept { return handle_; }
-
- private:
-  HANDLE handle_;
-};
-
 void Warn(int line, const wchar_t* call, std::wstring_view device, DWORD error) {
   if (CFileLog* log = CFileLog::GetInstance()) {
     log->Log(CFileLog::Warning, L"DiskAndVolumeEnumerator", line, L"%s Failed, Device=%s, Error=%u", call,
@@ -70,7 +53,7 @@ FileHandle OpenDevice(const std::wstring& name) {
 std::vector<std::wstring> ListVolumes() {
   std::vector<std::wstring> names;
   std::array<wchar_t, MAX_PATH> name{};
-  const VolumeSearch search(CurrentHost().storage().FindFirstVolumeW(name.data(), MAX_PATH));
+  const varnel::VolumeSearch search(CurrentHost().storage().FindFirstVolumeW(name.data(), MAX_PATH));
   if (!search) {
     if (CurrentHost().GetLastError() == ERROR_NO_MORE_FILES) return names;
     ThrowLastError(L"FindFirstVolumeW()");

@@ -471,7 +471,7 @@ TEST(PortableVss, TheLastMethodsOfTheInterfacesStandInTheirPublishedSlots) {
   EXPECT_EQ(SlotOf(&IVssAdmin::AbortAllSnapshotsInProgress), 6u);
 }
 
-// The service's writer components hold two table pointers: first the writer's own, behind it IUnknown's. A caller
+// The service's writer components hold two table pointers: first the writer's own, after it IUnknown's. A caller
 // releases through the second one.
 template <class Interface, class Component>
 class WriterComponents final : public Interface {
