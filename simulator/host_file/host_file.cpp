@@ -4,9 +4,11 @@
 
 #include "simulator/host_file/documents.h"
 #include "simulator/host_file/json_reader.h"
-#include "simulator/host_file/text.h"
+
+#include "simulator/machine/result_names.h"
 #include "simulator/machine/version.h"
 #include "simulator/simulated_host.h"
+#include "text/ascii_case.h"
 #include "text/guid.h"
 #include "text/unicode.h"
 
@@ -115,7 +117,7 @@ class UniqueNames {
 
  private:
   std::string what_;
-  std::set<std::wstring, LessIgnoringCase> names_;
+  std::set<std::wstring, ascii::LessIgnoringCase> names_;
 };
 
 DWORD ResultOf(const JsonNode& node) {
@@ -146,7 +148,7 @@ bool IsVolumeName(std::wstring_view name) {
 }
 
 bool IsMountPoint(std::wstring_view path) {
-  const auto letter = path.empty() ? L'\0' : FoldAscii(path[0]);
+  const auto letter = path.empty() ? L'\0' : ascii::ToLower(path[0]);
   return path.size() >= 3 && letter >= L'a' && letter <= L'z' && path[1] == L':' && path[2] == L'\\' &&
          path.ends_with(L'\\');
 }

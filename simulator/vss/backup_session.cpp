@@ -359,7 +359,7 @@ bool BackupSession::MayDoSnapshotSet() {
 }
 
 DWORD BackupSession::SnapshotMilliseconds() const {
-  const HostModel& model = machine_->model;
+  const HostModel& model = machine_->model();
   const DWORD freeze = IsWithoutWriters(context_) ? 0 : std::min(model.freezeMilliseconds, kFreezeLimitMilliseconds);
   return freeze + std::min(model.commitMilliseconds, kHoldLimitMilliseconds);
 }
@@ -367,7 +367,7 @@ DWORD BackupSession::SnapshotMilliseconds() const {
 // The window from Freeze to Thaw holds the writers' own freezing and the commit, which is cut off at its limit.
 void BackupSession::FreezeWriters() {
   RaiseAtParticipants(WriterEvent::freeze, VSS_WS_WAITING_FOR_THAW, VSS_WS_FAILED_AT_FREEZE);
-  const HostModel& model = machine_->model;
+  const HostModel& model = machine_->model();
   const ULONGLONG window =
       ULONGLONG{model.freezeMilliseconds} + std::min(model.commitMilliseconds, kHoldLimitMilliseconds);
   if (window <= kFreezeLimitMilliseconds) return;
@@ -395,7 +395,7 @@ HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
   FreezeWriters();
   if (forced == VSS_S_ASYNC_PENDING) return *forced;
   HRESULT result = Prevents(forced) ? *forced : S_OK;
-  if (result == S_OK && machine_->model.commitMilliseconds > kHoldLimitMilliseconds) {
+  if (result == S_OK && machine_->model().commitMilliseconds > kHoldLimitMilliseconds) {
     result = VSS_E_HOLD_WRITES_TIMEOUT;
   }
   if (result == S_OK) result = service_.CommitSet(id_);

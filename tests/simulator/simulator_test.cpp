@@ -12,9 +12,10 @@
 
 #include "platform/owners.h"
 #include "simulator/host_file/documents.h"
-#include "simulator/host_file/text.h"
+#include "simulator/machine/result_names.h"
 #include "simulator/vss/snapshot_service.h"
 #include "tests/support/host_fixture.h"
+#include "text/ascii_case.h"
 #include "text/guid.h"
 #include "text/unicode.h"
 
@@ -90,19 +91,19 @@ class TemporaryFolder {
 // ---- Texts and results
 
 TEST(Patterns, StarsStandForAnyTextAndQuestionMarksForOneCharacter) {
-  EXPECT_TRUE(MatchesPattern(L"eseutil.exe /k *", L"eseutil.exe /k \"E:\\MDB1\""));
-  EXPECT_TRUE(MatchesPattern(L"*.EDB", L"mdb1.edb"));
-  EXPECT_TRUE(MatchesPattern(L"a*b*c", L"a-b-b-c"));
-  EXPECT_TRUE(MatchesPattern(L"E0?", L"e01"));
-  EXPECT_TRUE(MatchesPattern(L"*", L""));
-  EXPECT_FALSE(MatchesPattern(L"E0?", L"e0"));
-  EXPECT_FALSE(MatchesPattern(L"a*b", L"a-b-c"));
-  EXPECT_FALSE(MatchesPattern(L"", L"a"));
+  EXPECT_TRUE(ascii::MatchesPattern(L"eseutil.exe /k *", L"eseutil.exe /k \"E:\\MDB1\""));
+  EXPECT_TRUE(ascii::MatchesPattern(L"*.EDB", L"mdb1.edb"));
+  EXPECT_TRUE(ascii::MatchesPattern(L"a*b*c", L"a-b-b-c"));
+  EXPECT_TRUE(ascii::MatchesPattern(L"E0?", L"e01"));
+  EXPECT_TRUE(ascii::MatchesPattern(L"*", L""));
+  EXPECT_FALSE(ascii::MatchesPattern(L"E0?", L"e0"));
+  EXPECT_FALSE(ascii::MatchesPattern(L"a*b", L"a-b-c"));
+  EXPECT_FALSE(ascii::MatchesPattern(L"", L"a"));
 }
 
 TEST(Patterns, ManyStarsDoNotTakeExponentialTime) {
   const std::wstring text(2000, L'a');
-  EXPECT_FALSE(MatchesPattern(L"*a*a*a*a*a*a*a*a*a*a*a*a*b", text));
+  EXPECT_FALSE(ascii::MatchesPattern(L"*a*a*a*a*a*a*a*a*a*a*a*a*b", text));
 }
 
 TEST(Results, KnownCodesHaveNamesAndOthersAreHexadecimal) {
@@ -961,7 +962,7 @@ TEST_F(StorageTest, AShadowCopyHasADeviceADiskAndASerialNumber) {
   const std::wstring device = L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1";
   EXPECT_EQ(MountPointOf(device + L"\\data\\x.mdf"), device + L"\\");
   EXPECT_EQ(OpenError(device + L"\\"), DWORD{ERROR_PATH_NOT_FOUND});
-  const FileHandle volume(Open(FoldAscii(device)));
+  const FileHandle volume(Open(ascii::ToLower(device)));
   ASSERT_TRUE(volume);
   const auto extents = AskFor<VOLUME_DISK_EXTENTS>(volume.Get(), IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS);
   EXPECT_EQ(extents.Extents[0].DiskNumber, 3u);

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/owners.h"
+#include "simulator/machine/result_names.h"
 #include "simulator/simulated_host.h"
 #include "simulator/vss/backup_document.h"
 #include "simulator/vss/snapshot_service.h"
