@@ -21,10 +21,6 @@ std::wstring_view TextOf(LPCWSTR text) {
   return text == nullptr ? std::wstring_view() : std::wstring_view(text);
 }
 
-std::vector<GUID> IdList(const VSS_ID* ids, UINT count) {
-  return {ids, ids + count};
-}
-
 }  // namespace
 
 BackupSession::BackupSession(std::shared_ptr<Machine> machine)
@@ -110,27 +106,11 @@ bool BackupSession::MaySelectWriters() {
   return IsIdle() && !gatherStarted_ && IsIn(Stage::initialized, Stage::setStarted);
 }
 
-HRESULT BackupSession::CheckWriterIds(const VSS_ID* ids, UINT count) {
+HRESULT BackupSession::SelectWriters(const VSS_ID* ids, UINT count, WriterSelection select) {
   if (ids == nullptr || count == 0) return E_INVALIDARG;
-  return MaySelectWriters() ? S_OK : VSS_E_BAD_STATE;
-}
-
-HRESULT BackupSession::EnableWriterClasses(const VSS_ID* ids, UINT count) {
-  const HRESULT result = CheckWriterIds(ids, count);
-  if (SUCCEEDED(result)) writers_.EnableClasses(IdList(ids, count));
-  return result;
-}
-
-HRESULT BackupSession::DisableWriterClasses(const VSS_ID* ids, UINT count) {
-  const HRESULT result = CheckWriterIds(ids, count);
-  if (SUCCEEDED(result)) writers_.DisableClasses(IdList(ids, count));
-  return result;
-}
-
-HRESULT BackupSession::DisableWriterInstances(const VSS_ID* ids, UINT count) {
-  const HRESULT result = CheckWriterIds(ids, count);
-  if (SUCCEEDED(result)) writers_.DisableInstances(IdList(ids, count));
-  return result;
+  if (!MaySelectWriters()) return VSS_E_BAD_STATE;
+  (writers_.*select)({ids, ids + count});
+  return S_OK;
 }
 
 void BackupSession::HandOut(std::shared_ptr<AsyncOperation> operation, IVssAsync** async) {
@@ -239,7 +219,6 @@ DocumentComponent* BackupSession::FindAdded(const ComponentName& component) {
   return entry.type == component.type ? &entry : nullptr;
 }
 
-// For calls that name no instance: the first one of the class that has the component.
 HRESULT BackupSession::ChangeSelected(const ComponentName& component,
                                       std::optional<std::wstring> DocumentComponent::*field, LPCWSTR text) {
   if (component.name == nullptr || text == nullptr) return E_INVALIDARG;
@@ -254,14 +233,6 @@ HRESULT BackupSession::ChangeSelected(const ComponentName& component,
     }
   }
   return VSS_E_OBJECT_NOT_FOUND;
-}
-
-HRESULT BackupSession::SetBackupOptions(const ComponentName& component, LPCWSTR options) {
-  return ChangeSelected(component, &DocumentComponent::backupOptions, options);
-}
-
-HRESULT BackupSession::SetPreviousBackupStamp(const ComponentName& component, LPCWSTR stamp) {
-  return ChangeSelected(component, &DocumentComponent::previousBackupStamp, stamp);
 }
 
 HRESULT BackupSession::SetBackupSucceeded(const ComponentName& component, bool succeeded) {

@@ -51,14 +51,16 @@ class ComObject : public Interface, protected CountedObject {
     return simulator::Call(machine(), call, arguments, body);
   }
 
-  // Calls that are alike in many interfaces.
-  HRESULT Unsupported(std::string_view call) {
-    return Call(call, NoArguments, [] { return E_NOTIMPL; });
+  // Calls that are alike in many interfaces. Those that do nothing are named by what follows the kind: "::Method", or
+  // "Ex2::Method" for one of a later interface.
+  template <class... Outputs>
+  HRESULT Refuse(HRESULT result, const char* method, Outputs**... outputs) {
+    (Clear(outputs), ...);
+    return Call(std::string(kind()) + method, NoArguments, [&] { return result; });
   }
-  template <class Output>
-  HRESULT Unsupported(std::string_view call, Output** output) {
-    Clear(output);
-    return Unsupported(call);
+  template <class... Outputs>
+  HRESULT Unsupported(const char* method, Outputs**... outputs) {
+    return Refuse(E_NOTIMPL, method, outputs...);
   }
   HRESULT Text(std::string_view call, std::optional<std::wstring_view> text, BSTR* output) {
     Clear(output);

@@ -73,12 +73,22 @@ SnapshotService::SnapshotService(Machine& machine) : machine_(machine) {}
 
 SnapshotService::~SnapshotService() = default;
 
-std::vector<const ShadowCopy*> SnapshotService::SurfacedCopies() const {
+std::list<ShadowCopy>& SnapshotService::ChangeCopies() {
+  surfaced_.reset();
+  return copies_;
+}
+
+template <class Condition>
+std::vector<const ShadowCopy*> SnapshotService::CopiesWhere(Condition&& condition) const {
   std::vector<const ShadowCopy*> copies;
   for (const ShadowCopy& copy : copies_) {
-    if (copy.surfaced && !copy.masked) copies.push_back(&copy);
+    if (condition(copy)) copies.push_back(&copy);
   }
   return copies;
+}
+
+std::vector<const ShadowCopy*> SnapshotService::SurfacedCopies() const {
+  return CopiesWhere([](const ShadowCopy& copy) { return copy.surfaced && !copy.masked; });
 }
 
 const SnapshotService::Surfaced& SnapshotService::SurfacedNow() const {
@@ -146,8 +156,9 @@ HRESULT SnapshotService::CommitSet(const GUID& session) {
     if (FindProvider(planned.provider.id) == nullptr) return VSS_E_UNEXPECTED_PROVIDER_ERROR;
     locations.push_back(*location);
   }
-  for (std::size_t i = 0; i < set.copies.size(); ++i) copies_.push_back(MakeCopy(set, set.copies[i], locations[i]));
-  surfaced_.reset();
+  for (std::size_t i = 0; i < set.copies.size(); ++i) {
+    ChangeCopies().push_back(MakeCopy(set, set.copies[i], locations[i]));
+  }
   return S_OK;
 }
 
@@ -173,20 +184,14 @@ const ShadowCopy* SnapshotService::Find(const GUID& copyId) const {
 }
 
 std::vector<const ShadowCopy*> SnapshotService::CopiesOfContext(LONG context) const {
-  std::vector<const ShadowCopy*> copies;
-  for (const ShadowCopy& copy : copies_) {
+  return CopiesWhere([&](const ShadowCopy& copy) {
     const bool sameContext = ((copy.attributes ^ context) & kContextBits) == 0;
-    if (IsKnown(copy) && (context == kAllContexts || sameContext)) copies.push_back(&copy);
-  }
-  return copies;
+    return IsKnown(copy) && (context == kAllContexts || sameContext);
+  });
 }
 
 std::vector<const ShadowCopy*> SnapshotService::CopiesOfSet(const GUID& setId) const {
-  std::vector<const ShadowCopy*> copies;
-  for (const ShadowCopy& copy : copies_) {
-    if (!copy.forgotten && copy.setId == setId) copies.push_back(&copy);
-  }
-  return copies;
+  return CopiesWhere([&](const ShadowCopy& copy) { return !copy.forgotten && copy.setId == setId; });
 }
 
 HRESULT SnapshotService::Delete(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, GUID& notDeleted) {
@@ -230,7 +235,6 @@ HRESULT SnapshotService::Break(const GUID& setId, DWORD flags) {
     return std::any_of(machine_.model().disks.begin(), machine_.model().disks.end(), isOriginal);
   };
   if (revert && std::any_of(copies.begin(), copies.end(), originalIsHere)) return VSS_E_BREAK_REVERT_ID_FAILED;
-  surfaced_.reset();
   for (ShadowCopy* copy : copies) {
     copy->forgotten = true;
     copy->masked = (flags & VSS_BREAKEX_FLAG_MASK_LUNS) != 0;
@@ -251,8 +255,7 @@ HRESULT SnapshotService::Import(const GUID& session, std::span<const ShadowCopy>
     copy.providerType = provider->type;
     copy.attributes &= ~VSS_VOLSNAP_ATTR_NOT_SURFACED;
     Surface(copy);
-    copies_.push_back(std::move(copy));
-    surfaced_.reset();
+    ChangeCopies().push_back(std::move(copy));
     imported_.push_back(source.id);
     ++done;
   }
@@ -261,14 +264,12 @@ HRESULT SnapshotService::Import(const GUID& session, std::span<const ShadowCopy>
 }
 
 void SnapshotService::Withdraw(GUID id) {
-  surfaced_.reset();
-  copies_.remove_if([&](const ShadowCopy& copy) { return copy.id == id || copy.setId == id; });
+  ChangeCopies().remove_if([&](const ShadowCopy& copy) { return copy.id == id || copy.setId == id; });
 }
 
 void SnapshotService::EndSession(const GUID& session) {
   AbandonSet(session);
-  surfaced_.reset();
-  copies_.remove_if([&](const ShadowCopy& copy) {
+  ChangeCopies().remove_if([&](const ShadowCopy& copy) {
     return copy.owner == session && IsKnown(copy) && !Has(copy.attributes, VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE);
   });
 }
@@ -312,8 +313,7 @@ bool SnapshotService::ReachedLimit(const Provider& provider, LONG context, const
     return copy.providerId == provider.id && copy.originalVolume == volume &&
            (!clientAccessible || Has(copy.attributes, VSS_VOLSNAP_ATTR_CLIENT_ACCESSIBLE));
   };
-  const auto copies = static_cast<std::size_t>(std::count_if(copies_.begin(), copies_.end(), counts));
-  return copies >= (clientAccessible ? kMaxClientAccessibleCopies : kMaxSystemCopies);
+  return CopiesWhere(counts).size() >= (clientAccessible ? kMaxClientAccessibleCopies : kMaxSystemCopies);
 }
 
 ShadowCopy SnapshotService::MakeCopy(const OpenSet& set, const PlannedCopy& planned, const Location& location) {
@@ -360,7 +360,7 @@ DWORD SnapshotService::NextFreeDisk() const {
 
 std::vector<ShadowCopy*> SnapshotService::KnownCopies(const GUID& id, VSS_OBJECT_TYPE type) {
   std::vector<ShadowCopy*> copies;
-  for (ShadowCopy& copy : copies_) {
+  for (ShadowCopy& copy : ChangeCopies()) {
     if (IsKnown(copy) && (type == VSS_OBJECT_SNAPSHOT ? copy.id : copy.setId) == id) copies.push_back(&copy);
   }
   return copies;

@@ -62,9 +62,7 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
         "IVssBackupComponents::InitializeForRestore", [&] { return DocumentText(xml); },
         [&] { return session_.InitializeForRestore(xml); });
   }
-  HRESULT STDMETHODCALLTYPE SetRestoreState(VSS_RESTORE_TYPE) override {
-    return Unsupported("IVssBackupComponents::SetRestoreState");
-  }
+  HRESULT STDMETHODCALLTYPE SetRestoreState(VSS_RESTORE_TYPE) override { return Unsupported("::SetRestoreState"); }
   HRESULT STDMETHODCALLTYPE GatherWriterMetadata(IVssAsync** async) override {
     return StartOperation("IVssBackupComponents::GatherWriterMetadata", async, &BackupSession::GatherWriterMetadata);
   }
@@ -118,23 +116,23 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
                                              LPCWSTR options) override {
     const ComponentName component{{}, writer, type, logicalPath, name};
     return Call("IVssBackupComponents::SetBackupOptions", Arguments(GUID{}, writer, type, logicalPath, name, options),
-                [&] { return session_.SetBackupOptions(component, options); });
+                [&] { return session_.ChangeSelected(component, &DocumentComponent::backupOptions, options); });
   }
   HRESULT STDMETHODCALLTYPE SetSelectedForRestore(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VssBool) override {
-    return Unsupported("IVssBackupComponents::SetSelectedForRestore");
+    return Unsupported("::SetSelectedForRestore");
   }
   HRESULT STDMETHODCALLTYPE SetRestoreOptions(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR) override {
-    return Unsupported("IVssBackupComponents::SetRestoreOptions");
+    return Unsupported("::SetRestoreOptions");
   }
   HRESULT STDMETHODCALLTYPE SetAdditionalRestores(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VssBool) override {
-    return Unsupported("IVssBackupComponents::SetAdditionalRestores");
+    return Unsupported("::SetAdditionalRestores");
   }
   HRESULT STDMETHODCALLTYPE SetPreviousBackupStamp(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath,
                                                    LPCWSTR name, LPCWSTR stamp) override {
     const ComponentName component{{}, writer, type, logicalPath, name};
     return Call("IVssBackupComponents::SetPreviousBackupStamp",
                 Arguments(GUID{}, writer, type, logicalPath, name, stamp),
-                [&] { return session_.SetPreviousBackupStamp(component, stamp); });
+                [&] { return session_.ChangeSelected(component, &DocumentComponent::previousBackupStamp, stamp); });
   }
   HRESULT STDMETHODCALLTYPE SaveAsXML(BSTR* xml) override {
     Clear(xml);
@@ -150,29 +148,25 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
   }
   HRESULT STDMETHODCALLTYPE AddAlternativeLocationMapping(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR,
                                                           LPCWSTR, VssBool, LPCWSTR) override {
-    return Unsupported("IVssBackupComponents::AddAlternativeLocationMapping");
+    return Unsupported("::AddAlternativeLocationMapping");
   }
   HRESULT STDMETHODCALLTYPE AddRestoreSubcomponent(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR,
                                                    VssBool) override {
-    return Unsupported("IVssBackupComponents::AddRestoreSubcomponent");
+    return Unsupported("::AddRestoreSubcomponent");
   }
   HRESULT STDMETHODCALLTYPE SetFileRestoreStatus(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR,
                                                  VSS_FILE_RESTORE_STATUS) override {
-    return Unsupported("IVssBackupComponents::SetFileRestoreStatus");
+    return Unsupported("::SetFileRestoreStatus");
   }
   HRESULT STDMETHODCALLTYPE AddNewTarget(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, VssBool,
                                          LPCWSTR) override {
-    return Unsupported("IVssBackupComponents::AddNewTarget");
+    return Unsupported("::AddNewTarget");
   }
   HRESULT STDMETHODCALLTYPE SetRangesFilePath(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, UINT, LPCWSTR) override {
-    return Unsupported("IVssBackupComponents::SetRangesFilePath");
+    return Unsupported("::SetRangesFilePath");
   }
-  HRESULT STDMETHODCALLTYPE PreRestore(IVssAsync** async) override {
-    return Unsupported("IVssBackupComponents::PreRestore", async);
-  }
-  HRESULT STDMETHODCALLTYPE PostRestore(IVssAsync** async) override {
-    return Unsupported("IVssBackupComponents::PostRestore", async);
-  }
+  HRESULT STDMETHODCALLTYPE PreRestore(IVssAsync** async) override { return Unsupported("::PreRestore", async); }
+  HRESULT STDMETHODCALLTYPE PostRestore(IVssAsync** async) override { return Unsupported("::PostRestore", async); }
   HRESULT STDMETHODCALLTYPE SetContext(LONG context) override {
     return Call("IVssBackupComponents::SetContext", Arguments(context), [&] { return session_.SetContext(context); });
   }
@@ -246,24 +240,20 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
                 [&] { return session_.IsVolumeSupported(provider, volume, supported); });
   }
   HRESULT STDMETHODCALLTYPE DisableWriterClasses(const VSS_ID* ids, UINT count) override {
-    return SelectWriters("IVssBackupComponents::DisableWriterClasses", ids, count,
-                         &BackupSession::DisableWriterClasses);
+    return SelectWriters("IVssBackupComponents::DisableWriterClasses", ids, count, &WriterSession::DisableClasses);
   }
   HRESULT STDMETHODCALLTYPE EnableWriterClasses(const VSS_ID* ids, UINT count) override {
-    return SelectWriters("IVssBackupComponents::EnableWriterClasses", ids, count, &BackupSession::EnableWriterClasses);
+    return SelectWriters("IVssBackupComponents::EnableWriterClasses", ids, count, &WriterSession::EnableClasses);
   }
   HRESULT STDMETHODCALLTYPE DisableWriterInstances(const VSS_ID* ids, UINT count) override {
-    return SelectWriters("IVssBackupComponents::DisableWriterInstances", ids, count,
-                         &BackupSession::DisableWriterInstances);
+    return SelectWriters("IVssBackupComponents::DisableWriterInstances", ids, count, &WriterSession::DisableInstances);
   }
   HRESULT STDMETHODCALLTYPE ExposeSnapshot(VSS_ID, VSS_PWSZ, LONG, VSS_PWSZ, VSS_PWSZ* exposed) override {
-    return Unsupported("IVssBackupComponents::ExposeSnapshot", exposed);
+    return Unsupported("::ExposeSnapshot", exposed);
   }
-  HRESULT STDMETHODCALLTYPE RevertToSnapshot(VSS_ID, BOOL) override {
-    return Unsupported("IVssBackupComponents::RevertToSnapshot");
-  }
+  HRESULT STDMETHODCALLTYPE RevertToSnapshot(VSS_ID, BOOL) override { return Unsupported("::RevertToSnapshot"); }
   HRESULT STDMETHODCALLTYPE QueryRevertStatus(VSS_PWSZ, IVssAsync** async) override {
-    return Unsupported("IVssBackupComponents::QueryRevertStatus", async);
+    return Unsupported("::QueryRevertStatus", async);
   }
 
   HRESULT STDMETHODCALLTYPE GetWriterMetadataEx(UINT index, VSS_ID* instance,
@@ -272,21 +262,19 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
   }
   HRESULT STDMETHODCALLTYPE SetSelectedForRestoreEx(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VssBool,
                                                     VSS_ID) override {
-    return Unsupported("IVssBackupComponentsEx::SetSelectedForRestoreEx");
+    return Unsupported("Ex::SetSelectedForRestoreEx");
   }
 
-  HRESULT STDMETHODCALLTYPE UnexposeSnapshot(VSS_ID) override {
-    return Unsupported("IVssBackupComponentsEx2::UnexposeSnapshot");
-  }
+  HRESULT STDMETHODCALLTYPE UnexposeSnapshot(VSS_ID) override { return Unsupported("Ex2::UnexposeSnapshot"); }
   HRESULT STDMETHODCALLTYPE SetAuthoritativeRestore(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VssBool) override {
-    return Unsupported("IVssBackupComponentsEx2::SetAuthoritativeRestore");
+    return Unsupported("Ex2::SetAuthoritativeRestore");
   }
   HRESULT STDMETHODCALLTYPE SetRollForward(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VSS_ROLLFORWARD_TYPE,
                                            LPCWSTR) override {
-    return Unsupported("IVssBackupComponentsEx2::SetRollForward");
+    return Unsupported("Ex2::SetRollForward");
   }
   HRESULT STDMETHODCALLTYPE SetRestoreName(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR) override {
-    return Unsupported("IVssBackupComponentsEx2::SetRestoreName");
+    return Unsupported("Ex2::SetRestoreName");
   }
   HRESULT STDMETHODCALLTYPE BreakSnapshotSetEx(VSS_ID setId, DWORD flags, IVssAsync** async) override {
     Clear(async);
@@ -294,10 +282,10 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
                 [&] { return session_.BreakSnapshotSetEx(setId, flags, async); });
   }
   HRESULT STDMETHODCALLTYPE PreFastRecovery(VSS_ID, DWORD, IVssAsync** async) override {
-    return Unsupported("IVssBackupComponentsEx2::PreFastRecovery", async);
+    return Unsupported("Ex2::PreFastRecovery", async);
   }
   HRESULT STDMETHODCALLTYPE FastRecovery(VSS_ID, DWORD, IVssAsync** async) override {
-    return Unsupported("IVssBackupComponentsEx2::FastRecovery", async);
+    return Unsupported("Ex2::FastRecovery", async);
   }
 
   HRESULT STDMETHODCALLTYPE GetWriterStatusEx(UINT index, VSS_ID* instance, VSS_ID* writer, BSTR* name,
@@ -317,10 +305,10 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
     });
   }
   HRESULT STDMETHODCALLTYPE AddSnapshotToRecoverySet(VSS_ID, DWORD, VSS_PWSZ) override {
-    return Unsupported("IVssBackupComponentsEx3::AddSnapshotToRecoverySet");
+    return Unsupported("Ex3::AddSnapshotToRecoverySet");
   }
   HRESULT STDMETHODCALLTYPE RecoverSet(DWORD, IVssAsync** async) override {
-    return Unsupported("IVssBackupComponentsEx3::RecoverSet", async);
+    return Unsupported("Ex3::RecoverSet", async);
   }
   HRESULT STDMETHODCALLTYPE GetSessionId(VSS_ID* session) override {
     return Call("IVssBackupComponentsEx3::GetSessionId", NoArguments, [&] {
@@ -333,8 +321,7 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
 
   HRESULT STDMETHODCALLTYPE GetRootAndLogicalPrefixPaths(VSS_PWSZ, VSS_PWSZ* rootPath, VSS_PWSZ* logicalPrefix,
                                                          BOOL) override {
-    Clear(logicalPrefix);
-    return Unsupported("IVssBackupComponentsEx4::GetRootAndLogicalPrefixPaths", rootPath);
+    return Unsupported("Ex4::GetRootAndLogicalPrefixPaths", rootPath, logicalPrefix);
   }
 
  private:
@@ -350,10 +337,9 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
     return Call(call, NoArguments, [&] { return (session_.*get)(count); });
   }
 
-  HRESULT SelectWriters(std::string_view call, const VSS_ID* ids, UINT count,
-                        HRESULT (BackupSession::*select)(const VSS_ID*, UINT)) {
+  HRESULT SelectWriters(std::string_view call, const VSS_ID* ids, UINT count, BackupSession::WriterSelection select) {
     return Call(
-        call, [&] { return IdListText(ids, count); }, [&] { return (session_.*select)(ids, count); });
+        call, [&] { return IdListText(ids, count); }, [&] { return session_.SelectWriters(ids, count, select); });
   }
 
   template <class Metadata>

@@ -38,14 +38,12 @@ class Component final : public ComObject<IVssComponentEx2> {
   HRESULT STDMETHODCALLTYPE GetAlternateLocationMapping(UINT index, IVssWMFiledesc** file) override {
     return NoEntry("IVssComponent::GetAlternateLocationMapping", index, file);
   }
-  HRESULT STDMETHODCALLTYPE SetBackupMetadata(LPCWSTR) override {
-    return OnlyWriters("IVssComponent::SetBackupMetadata");
-  }
+  HRESULT STDMETHODCALLTYPE SetBackupMetadata(LPCWSTR) override { return OnlyWriters("::SetBackupMetadata"); }
   HRESULT STDMETHODCALLTYPE GetBackupMetadata(BSTR* data) override {
     return Text("IVssComponent::GetBackupMetadata", component().backupMetadata, data);
   }
   HRESULT STDMETHODCALLTYPE AddPartialFile(LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR) override {
-    return OnlyWriters("IVssComponent::AddPartialFile");
+    return OnlyWriters("::AddPartialFile");
   }
   HRESULT STDMETHODCALLTYPE GetPartialFileCount(UINT* partialFiles) override {
     return Give("IVssComponent::GetPartialFileCount", 0U, partialFiles);
@@ -67,7 +65,7 @@ class Component final : public ComObject<IVssComponentEx2> {
     return NoEntry("IVssComponent::GetNewTarget", index, file);
   }
   HRESULT STDMETHODCALLTYPE AddDirectedTarget(LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR) override {
-    return OnlyWriters("IVssComponent::AddDirectedTarget");
+    return OnlyWriters("::AddDirectedTarget");
   }
   HRESULT STDMETHODCALLTYPE GetDirectedTargetCount(UINT* directedTargets) override {
     return Give("IVssComponent::GetDirectedTargetCount", 0U, directedTargets);
@@ -78,31 +76,27 @@ class Component final : public ComObject<IVssComponentEx2> {
     return NoEntry("IVssComponent::GetDirectedTarget", index, sourcePath, sourceFileName, sourceRangeList,
                    destinationPath, destinationFilename, destinationRangeList);
   }
-  HRESULT STDMETHODCALLTYPE SetRestoreMetadata(LPCWSTR) override {
-    return OnlyWriters("IVssComponent::SetRestoreMetadata");
-  }
+  HRESULT STDMETHODCALLTYPE SetRestoreMetadata(LPCWSTR) override { return OnlyWriters("::SetRestoreMetadata"); }
   HRESULT STDMETHODCALLTYPE GetRestoreMetadata(BSTR* metadata) override {
     return Text("IVssComponent::GetRestoreMetadata", std::nullopt, metadata);
   }
-  HRESULT STDMETHODCALLTYPE SetRestoreTarget(VSS_RESTORE_TARGET) override {
-    return OnlyWriters("IVssComponent::SetRestoreTarget");
-  }
+  HRESULT STDMETHODCALLTYPE SetRestoreTarget(VSS_RESTORE_TARGET) override { return OnlyWriters("::SetRestoreTarget"); }
   HRESULT STDMETHODCALLTYPE GetRestoreTarget(VSS_RESTORE_TARGET* target) override {
     return Give("IVssComponent::GetRestoreTarget", VSS_RT_UNDEFINED, target);
   }
   HRESULT STDMETHODCALLTYPE SetPreRestoreFailureMsg(LPCWSTR) override {
-    return OnlyWriters("IVssComponent::SetPreRestoreFailureMsg");
+    return OnlyWriters("::SetPreRestoreFailureMsg");
   }
   HRESULT STDMETHODCALLTYPE GetPreRestoreFailureMsg(BSTR* message) override {
     return Text("IVssComponent::GetPreRestoreFailureMsg", std::nullopt, message);
   }
   HRESULT STDMETHODCALLTYPE SetPostRestoreFailureMsg(LPCWSTR) override {
-    return OnlyWriters("IVssComponent::SetPostRestoreFailureMsg");
+    return OnlyWriters("::SetPostRestoreFailureMsg");
   }
   HRESULT STDMETHODCALLTYPE GetPostRestoreFailureMsg(BSTR* message) override {
     return Text("IVssComponent::GetPostRestoreFailureMsg", std::nullopt, message);
   }
-  HRESULT STDMETHODCALLTYPE SetBackupStamp(LPCWSTR) override { return OnlyWriters("IVssComponent::SetBackupStamp"); }
+  HRESULT STDMETHODCALLTYPE SetBackupStamp(LPCWSTR) override { return OnlyWriters("::SetBackupStamp"); }
   HRESULT STDMETHODCALLTYPE GetBackupStamp(BSTR* stamp) override {
     return Text("IVssComponent::GetBackupStamp", component().backupStamp, stamp);
   }
@@ -126,10 +120,10 @@ class Component final : public ComObject<IVssComponentEx2> {
     return Give("IVssComponent::GetFileRestoreStatus", VSS_RS_UNDEFINED, status);
   }
   HRESULT STDMETHODCALLTYPE AddDifferencedFilesByLastModifyTime(LPCWSTR, LPCWSTR, BOOL, FILETIME) override {
-    return OnlyWriters("IVssComponent::AddDifferencedFilesByLastModifyTime");
+    return OnlyWriters("::AddDifferencedFilesByLastModifyTime");
   }
   HRESULT STDMETHODCALLTYPE AddDifferencedFilesByLastModifyLSN(LPCWSTR, LPCWSTR, BOOL, BSTR) override {
-    return OnlyWriters("IVssComponent::AddDifferencedFilesByLastModifyLSN");
+    return OnlyWriters("::AddDifferencedFilesByLastModifyLSN");
   }
   HRESULT STDMETHODCALLTYPE GetDifferencedFilesCount(UINT* differencedFiles) override {
     return Give("IVssComponent::GetDifferencedFilesCount", 0U, differencedFiles);
@@ -140,10 +134,10 @@ class Component final : public ComObject<IVssComponentEx2> {
   }
 
   HRESULT STDMETHODCALLTYPE SetPrepareForBackupFailureMsg(LPCWSTR) override {
-    return OnlyWriters("IVssComponentEx::SetPrepareForBackupFailureMsg");
+    return OnlyWriters("Ex::SetPrepareForBackupFailureMsg");
   }
   HRESULT STDMETHODCALLTYPE SetPostSnapshotFailureMsg(LPCWSTR) override {
-    return OnlyWriters("IVssComponentEx::SetPostSnapshotFailureMsg");
+    return OnlyWriters("Ex::SetPostSnapshotFailureMsg");
   }
   HRESULT STDMETHODCALLTYPE GetPrepareForBackupFailureMsg(BSTR* message) override {
     return Text("IVssComponentEx::GetPrepareForBackupFailureMsg", component().prepareForBackupFailure, message);
@@ -163,7 +157,7 @@ class Component final : public ComObject<IVssComponentEx2> {
   }
 
   HRESULT STDMETHODCALLTYPE SetFailure(HRESULT, HRESULT, LPCWSTR, DWORD) override {
-    return OnlyWriters("IVssComponentEx2::SetFailure");
+    return OnlyWriters("Ex2::SetFailure");
   }
   HRESULT STDMETHODCALLTYPE GetFailure(HRESULT* failure, HRESULT* applicationResult, BSTR* applicationMessage,
                                        DWORD* reserved) override {
@@ -197,9 +191,7 @@ class Component final : public ComObject<IVssComponentEx2> {
     return Call(call, Arguments(index), [] { return VSS_E_OBJECT_NOT_FOUND; });
   }
 
-  HRESULT OnlyWriters(std::string_view call) {
-    return Call(call, NoArguments, [] { return VSS_E_BAD_STATE; });
-  }
+  HRESULT OnlyWriters(const char* method) { return Refuse(VSS_E_BAD_STATE, method); }
 
   std::shared_ptr<const SharedDocument> document_;
   std::size_t writer_;

@@ -82,9 +82,9 @@ class Admin final : public ComObject<IVssAdmin> {
   explicit Admin(std::shared_ptr<Machine> machine) : ComObject(std::move(machine), "IVssAdmin", kAdminInterfaces) {}
 
   HRESULT STDMETHODCALLTYPE RegisterProvider(VSS_ID, CLSID, VSS_PWSZ, VSS_PROVIDER_TYPE, VSS_PWSZ, VSS_ID) override {
-    return Unsupported("IVssAdmin::RegisterProvider");
+    return Unsupported("::RegisterProvider");
   }
-  HRESULT STDMETHODCALLTYPE UnregisterProvider(VSS_ID) override { return Unsupported("IVssAdmin::UnregisterProvider"); }
+  HRESULT STDMETHODCALLTYPE UnregisterProvider(VSS_ID) override { return Unsupported("::UnregisterProvider"); }
   HRESULT STDMETHODCALLTYPE QueryProviders(IVssEnumObject** enumerator) override {
     Clear(enumerator);
     return Call("IVssAdmin::QueryProviders", NoArguments, [&] {
@@ -94,7 +94,7 @@ class Admin final : public ComObject<IVssAdmin> {
     });
   }
   HRESULT STDMETHODCALLTYPE AbortAllSnapshotsInProgress() override {
-    return Unsupported("IVssAdmin::AbortAllSnapshotsInProgress");
+    return Unsupported("::AbortAllSnapshotsInProgress");
   }
 
  private:

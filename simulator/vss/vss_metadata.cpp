@@ -214,8 +214,7 @@ class WriterMetadata final : public ComObject<IVssExamineWriterMetadataEx2> {
     });
   }
   HRESULT STDMETHODCALLTYPE GetDocument(IXMLDOMDocument** document) override {
-    Clear(document);
-    return Call("IVssExamineWriterMetadata::GetDocument", NoArguments, [] { return E_NOTIMPL; });
+    return Unsupported("::GetDocument", document);
   }
   HRESULT STDMETHODCALLTYPE SaveAsXML(BSTR* xml) override {
     Clear(xml);

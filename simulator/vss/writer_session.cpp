@@ -67,12 +67,9 @@ bool ComponentIndex::HasSelectableAncestor(std::wstring_view logicalPath) const 
   return selectablePaths_.contains(path);
 }
 
-void WriterSession::EnableClasses(std::vector<GUID> classes) {
-  if (!enabledClasses_) {
-    enabledClasses_ = std::move(classes);
-  } else {
-    enabledClasses_->insert(enabledClasses_->end(), classes.begin(), classes.end());
-  }
+void WriterSession::EnableClasses(const std::vector<GUID>& classes) {
+  if (!enabledClasses_) enabledClasses_.emplace();
+  enabledClasses_->insert(enabledClasses_->end(), classes.begin(), classes.end());
 }
 
 void WriterSession::DisableClasses(const std::vector<GUID>& classes) {
