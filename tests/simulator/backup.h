@@ -97,11 +97,24 @@ inline std::wstring Wide(VSS_PWSZ text) {
 // One backup components object and what a requestor does with it.
 class Backup {
  public:
-  Backup() { EXPECT_THAT(CurrentHost().vss().CreateVssBackupComponents(object_.Put()), Gives(S_OK)); }
+  // The usual backup up to a phase: of the SQL writer's "sales" on E:.
+  explicit Backup(Phase phase = Phase::created, LONG context = VSS_CTX_BACKUP) {
+    EXPECT_THAT(CurrentHost().vss().CreateVssBackupComponents(object_.Put()), Gives(S_OK));
+    AdvanceTo(phase, context);
+  }
 
   IVssBackupComponents* operator->() const { return object_.Get(); }
   IVssBackupComponents& operator*() const { return *object_; }
   void Release() { object_.Reset(); }
+  // The object by a later interface.
+  template <class Interface>
+  ComPtr<Interface> As() const {
+    constexpr bool third = std::is_same_v<Interface, IVssBackupComponentsEx3>;
+    ComPtr<Interface> extended;
+    EXPECT_THAT(QueryFor(object_.Get(), third ? kIidVssBackupComponentsEx3 : kIidVssBackupComponentsEx2, extended),
+                Gives(S_OK));
+    return extended;
+  }
 
   // Starts an operation, waits for it and answers its result; a failure to start it as it is.
   HRESULT Run(Start start) {
@@ -128,6 +141,9 @@ class Backup {
   HRESULT Add(DWORD writer, LPCWSTR path, LPCWSTR name) {
     return object_->AddComponent(InstanceId(writer), ClassId(writer), VSS_CT_FILEGROUP, path, name);
   }
+  HRESULT Mark(DWORD writer, LPCWSTR path, LPCWSTR name, bool succeeded = true) {
+    return object_->SetBackupSucceeded(InstanceId(writer), ClassId(writer), VSS_CT_FILEGROUP, path, name, succeeded);
+  }
   Backup& StartSet(bool selectComponents = true) {
     EXPECT_THAT(object_->SetBackupState(selectComponents, true, VSS_BT_FULL, false), Gives(S_OK));
     EXPECT_THAT(object_->StartSnapshotSet(&setId), Gives(S_OK));
@@ -144,24 +160,19 @@ class Backup {
     EXPECT_THAT(Run(&IVssBackupComponents::PrepareForBackup), Gives(VSS_S_ASYNC_FINISHED));
     return *this;
   }
-  HRESULT Snapshot() { return Run(&IVssBackupComponents::DoSnapshotSet); }
-  HRESULT Complete() { return Run(&IVssBackupComponents::BackupComplete); }
-
-  // The usual backup of the SQL writer's "sales" on E:, up to a phase.
-  Backup& AdvanceTo(Phase phase, LONG context = VSS_CTX_BACKUP) {
-    if (phase >= Phase::initialized) Initialize(context);
-    if (phase >= Phase::gathered) Gather();
-    if (phase >= Phase::setStarted) {
-      EXPECT_THAT(Add(0xA, L"SQL01", L"sales"), Gives(S_OK));
-      StartSet();
-      EXPECT_THAT(AddVolume(L"E:\\"), Gives(S_OK));
-    }
-    if (phase >= Phase::prepared) Prepare();
-    if (phase >= Phase::snapshotDone) Expect(Snapshot(), VSS_S_ASYNC_FINISHED);
-    if (phase == Phase::complete) Expect(Complete(), VSS_S_ASYNC_FINISHED);
-    if (phase == Phase::aborted) Expect(object_->AbortBackup(), S_OK);
+  Backup& Take() {
+    Prepare();
+    EXPECT_THAT(Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
     return *this;
   }
+  // Takes the copies of E: and F:, in this order, from the start.
+  Backup& TakeBoth(LONG context = VSS_CTX_APP_ROLLBACK) {
+    AdvanceTo(Phase::setStarted, context);
+    EXPECT_THAT(AddVolume(L"F:\\"), Gives(S_OK));
+    return Take();
+  }
+  HRESULT Snapshot() { return Run(&IVssBackupComponents::DoSnapshotSet); }
+  HRESULT Complete() { return Run(&IVssBackupComponents::BackupComplete); }
 
   HRESULT PropertiesOf(const GUID& id) {
     SnapshotProperties properties;
@@ -190,8 +201,7 @@ class Backup {
   // The status of every writer; frees it again.
   std::vector<Status> Statuses() {
     EXPECT_THAT(Run(&IVssBackupComponents::GatherWriterStatus), Gives(VSS_S_ASYNC_FINISHED));
-    ComPtr<IVssBackupComponentsEx3> extended;
-    EXPECT_THAT(QueryFor(object_.Get(), kIidVssBackupComponentsEx3, extended), Gives(S_OK));
+    const auto extended = As<IVssBackupComponentsEx3>();
     UINT count = 0;
     EXPECT_THAT(object_->GetWriterStatusCount(&count), Gives(S_OK));
     std::vector<Status> statuses(count);
@@ -209,6 +219,20 @@ class Backup {
   std::vector<GUID> copyIds;
 
  private:
+  void AdvanceTo(Phase phase, LONG context) {
+    if (phase >= Phase::initialized) Initialize(context);
+    if (phase >= Phase::gathered) Gather();
+    if (phase >= Phase::setStarted) {
+      EXPECT_THAT(Add(0xA, L"SQL01", L"sales"), Gives(S_OK));
+      StartSet();
+      EXPECT_THAT(AddVolume(L"E:\\"), Gives(S_OK));
+    }
+    if (phase >= Phase::prepared) Prepare();
+    if (phase >= Phase::snapshotDone) Expect(Snapshot(), VSS_S_ASYNC_FINISHED);
+    if (phase == Phase::complete) Expect(Complete(), VSS_S_ASYNC_FINISHED);
+    if (phase == Phase::aborted) Expect(object_->AbortBackup(), S_OK);
+  }
+
   static void Read(IVssBackupComponentsEx3& backup, UINT index, Status& status) {
     GUID instance{};
     GUID writer{};
@@ -259,14 +283,6 @@ inline const simulator::Provider kHardwareProvider = MakeProvider(kHardware, L"A
 inline const simulator::Provider kSoftwareProvider = MakeProvider(kSoftware, L"Soft", VSS_PROV_SOFTWARE);
 inline const simulator::Provider kSystemProvider = MakeProvider(kSystem, L"System", VSS_PROV_SYSTEM);
 inline const simulator::Provider kFileShareProvider = MakeProvider(kFileShare, L"Share", VSS_PROV_FILESHARE);
-
-// The copies of E: and F:, in this order.
-inline void TakeBoth(Backup& backup, LONG context = VSS_CTX_APP_ROLLBACK) {
-  backup.AdvanceTo(Phase::setStarted, context);
-  ASSERT_THAT(backup.AddVolume(L"F:\\"), Gives(S_OK));
-  backup.Prepare();
-  ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
-}
 
 // The components of the only writer of the document.
 inline ComPtr<IVssComponentEx2> AddedComponent(Backup& backup, UINT index) {

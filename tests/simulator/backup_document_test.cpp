@@ -13,8 +13,7 @@ namespace varnel::test {
 namespace {
 
 TEST_F(ShadowCopyService, ListsAddedComponentsByWriter) {
-  Backup backup;
-  backup.AdvanceTo(Phase::gathered);
+  Backup backup(Phase::gathered);
   ASSERT_THAT(backup.Add(0xB, nullptr, L"Server"), Gives(S_OK));
   ASSERT_THAT(backup.Add(0xA, L"SQL01", L"crm"), Gives(S_OK));
   ASSERT_THAT(backup.Add(0xA, L"SQL01", L"sales"), Gives(S_OK));
@@ -51,8 +50,7 @@ TEST_F(ShadowCopyService, ListsAddedComponentsByWriter) {
 }
 
 TEST_F(ShadowCopyService, GivesWriterComponentsTwoBasesAndCountsThemThroughUnknown) {
-  Backup backup;
-  backup.AdvanceTo(Phase::prepared);
+  Backup backup(Phase::prepared);
   IVssWriterComponentsExt* writer = nullptr;
   ASSERT_THAT(backup->GetWriterComponents(0, &writer), Gives(S_OK));
   IUnknown* unknown = writer;
@@ -66,8 +64,7 @@ TEST_F(ShadowCopyService, GivesWriterComponentsTwoBasesAndCountsThemThroughUnkno
 }
 
 TEST_F(ShadowCopyService, MakesWriterComponentsStaleWithEveryPhase) {
-  Backup backup;
-  backup.AdvanceTo(Phase::prepared);
+  Backup backup(Phase::prepared);
   const auto fetch = [&] {
     ComPtr<IVssWriterComponentsExt> writer;
     EXPECT_THAT(backup->GetWriterComponents(0, writer.Put()), Gives(S_OK));
@@ -89,16 +86,13 @@ TEST_F(ShadowCopyService, MakesWriterComponentsStaleWithEveryPhase) {
 }
 
 TEST_F(ShadowCopyService, KnowsSuccessFromTheRequestorAndFailureFromItsSilence) {
-  Backup backup;
-  backup.AdvanceTo(Phase::gathered);
+  Backup backup(Phase::gathered);
   ASSERT_THAT(backup.Add(0xA, L"SQL01", L"sales"), Gives(S_OK));
   ASSERT_THAT(backup.Add(0xA, L"SQL01", L"crm"), Gives(S_OK));
-  backup.StartSet().Prepare();
-  ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+  backup.StartSet().Take();
   VssBool succeeded = true;
   EXPECT_THAT(AddedComponent(backup, 0)->GetBackupSucceeded(&succeeded), Gives(S_FALSE));
-  ASSERT_THAT(backup->SetBackupSucceeded(InstanceId(0xA), ClassId(0xA), VSS_CT_FILEGROUP, L"SQL01", L"sales", true),
-              Gives(S_OK));
+  ASSERT_THAT(backup.Mark(0xA, L"SQL01", L"sales"), Gives(S_OK));
   ASSERT_THAT(backup.Complete(), Gives(VSS_S_ASYNC_FINISHED));
   EXPECT_THAT(AddedComponent(backup, 0)->GetBackupSucceeded(&succeeded), Gives(S_OK));
   EXPECT_TRUE(succeeded);
@@ -109,23 +103,18 @@ TEST_F(ShadowCopyService, KnowsSuccessFromTheRequestorAndFailureFromItsSilence) 
 TEST_F(ShadowCopyService, SavesWhatBecameOfEachComponent) {
   FailWriter(WriterEvent::backupComplete, VSS_E_WRITERERROR_PARTIAL_FAILURE,
              {{L"\\SQL01\\crm", VSS_E_WRITERERROR_NONRETRYABLE, 0x41, L"log kept"}});
-  Backup backup;
-  backup.AdvanceTo(Phase::gathered);
+  Backup backup(Phase::gathered);
   for (const wchar_t* name : {L"sales", L"crm"}) ASSERT_THAT(backup.Add(0xA, L"SQL01", name), Gives(S_OK));
   ASSERT_THAT(backup.Add(0xB, nullptr, L"Server"), Gives(S_OK));
-  backup.StartSet().Prepare();
-  ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
-  const auto mark = [&](DWORD writer, LPCWSTR path, LPCWSTR name, bool succeeded) {
-    return backup->SetBackupSucceeded(InstanceId(writer), ClassId(writer), VSS_CT_FILEGROUP, path, name, succeeded);
-  };
-  ASSERT_THAT(mark(0xA, L"SQL01", L"sales", false), Gives(S_OK));
-  ASSERT_THAT(mark(0xA, L"SQL01", L"sales", true), Gives(S_OK)) << "the last mark counts";
-  ASSERT_THAT(mark(0xB, nullptr, L"Server", false), Gives(S_OK));
+  backup.StartSet().Take();
+  ASSERT_THAT(backup.Mark(0xA, L"SQL01", L"sales", false), Gives(S_OK));
+  ASSERT_THAT(backup.Mark(0xA, L"SQL01", L"sales", true), Gives(S_OK)) << "the last mark counts";
+  ASSERT_THAT(backup.Mark(0xB, nullptr, L"Server", false), Gives(S_OK));
   const BackupDocument before = ParseBackupDocument(WideToUtf8(backup.Document()));
   EXPECT_EQ(before.writers.at(0).components.at(0).succeeded, true);
   EXPECT_EQ(before.writers[0].components.at(1).succeeded, std::nullopt);
   ASSERT_THAT(backup.Complete(), Gives(VSS_S_ASYNC_FINISHED));
-  EXPECT_THAT(mark(0xA, L"SQL01", L"crm", true), Gives(VSS_E_BAD_STATE));
+  EXPECT_THAT(backup.Mark(0xA, L"SQL01", L"crm", true), Gives(VSS_E_BAD_STATE));
 
   const BackupDocument after = ParseBackupDocument(WideToUtf8(backup.Document()));
   const auto& sql = after.writers.at(0);
@@ -141,8 +130,7 @@ TEST_F(ShadowCopyService, SavesWhatBecameOfEachComponent) {
 }
 
 TEST_F(ShadowCopyService, AnswersWhatABackupDoesNotFill) {
-  Backup backup;
-  backup.AdvanceTo(Phase::prepared);
+  Backup backup(Phase::prepared);
   const ComPtr<IVssComponentEx2> component = AddedComponent(backup, 0);
   Bstr text;
   UINT count = 9;
@@ -159,8 +147,7 @@ TEST_F(ShadowCopyService, AnswersWhatABackupDoesNotFill) {
 }
 
 TEST_F(ShadowCopyService, WritesTheDocumentInTheServicesOwnForm) {
-  Backup backup;
-  backup.AdvanceTo(Phase::prepared);
+  Backup backup(Phase::prepared);
   const std::wstring setId = FormatBareGuid(backup.setId);
   EXPECT_EQ(WideToUtf8(backup.Document()),
             WideToUtf8(L"<BACKUP_COMPONENTS xmlns=\"x-schema:#VssComponentMetadata\" version=\"1.2\" "
@@ -292,8 +279,7 @@ TEST_F(ShadowCopyService, RefusesDocumentsThatItCannotRead) {
 }
 
 TEST_F(ShadowCopyService, ReadsTheComponentsOfASavedDocument) {
-  Backup saved;
-  saved.AdvanceTo(Phase::complete);
+  Backup saved(Phase::complete);
   const Bstr xml(saved.Document());
   saved.Release();
   for (const bool restoring : {false, true}) {

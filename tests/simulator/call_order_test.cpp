@@ -10,125 +10,107 @@
 namespace varnel::test {
 namespace {
 
+using Order = std::function<HRESULT(Backup&)>;
+
 struct OrderedCall {
   const char* name;
-  std::function<HRESULT(Backup&)> call;
+  Order call;
   std::set<Phase> allowed;
 };
 
-HRESULT StartOnly(Backup& backup, Start start) {
-  ComPtr<IVssAsync> async;
-  return ((*backup).*start)(async.Put());
-}
-
-std::vector<OrderedCall> OrderedCalls() {
-  using enum Phase;
-  const std::set<Phase> afterInitializing = {initialized, gathered, setStarted, prepared, snapshotDone, complete};
-  const std::set<Phase> withMetadata = {gathered, setStarted, prepared, snapshotDone, complete};
-  const std::set<Phase> withDocument = {prepared, snapshotDone, complete};
-  static const GUID kId = ClassId(0xA);
-  return {
-      {"InitializeForBackup", [](Backup& b) { return b->InitializeForBackup(nullptr); }, {created}},
-      {"InitializeForRestore", [](Backup& b) { return b->InitializeForRestore(LoadableDocument().Get()); }, {created}},
-      {"SetContext", [](Backup& b) { return b->SetContext(VSS_CTX_APP_ROLLBACK); }, {initialized}},
-      {"SetBackupState",
-       [](Backup& b) { return b->SetBackupState(true, true, VSS_BT_COPY, false); },
-       {initialized, gathered, setStarted}},
-      {"EnableWriterClasses", [](Backup& b) { return b->EnableWriterClasses(&kId, 1); }, {initialized}},
-      {"DisableWriterClasses", [](Backup& b) { return b->DisableWriterClasses(&kId, 1); }, {initialized}},
-      {"DisableWriterInstances", [](Backup& b) { return b->DisableWriterInstances(&kId, 1); }, {initialized}},
-      {"GatherWriterMetadata",
-       [](Backup& b) { return StartOnly(b, &IVssBackupComponents::GatherWriterMetadata); },
-       {initialized}},
-      {"GetWriterMetadataCount",
-       [](Backup& b) {
-         UINT count = 0;
-         return b->GetWriterMetadataCount(&count);
-       },
-       withMetadata},
-      {"GetWriterMetadata",
-       [](Backup& b) {
-         GUID instance{};
-         ComPtr<IVssExamineWriterMetadata> metadata;
-         return b->GetWriterMetadata(0, &instance, metadata.Put());
-       },
-       withMetadata},
-      {"FreeWriterMetadata",
-       [](Backup& b) { return b->FreeWriterMetadata(); },
-       {gathered, setStarted, prepared, snapshotDone, complete, aborted}},
-      {"AddComponent", [](Backup& b) { return b.Add(0xA, L"SQL01", L"crm"); }, {gathered, setStarted}},
-      {"SetBackupOptions",
-       [](Backup& b) { return b->SetBackupOptions(kId, VSS_CT_FILEGROUP, L"SQL01", L"sales", L"x"); },
-       {initialized, gathered, setStarted}},
-      {"AddToSnapshotSet", [](Backup& b) { return b.AddVolume(L"F:\\"); }, {setStarted}},
-      {"PrepareForBackup",
-       [](Backup& b) { return StartOnly(b, &IVssBackupComponents::PrepareForBackup); },
-       {setStarted}},
-      {"DoSnapshotSet", [](Backup& b) { return StartOnly(b, &IVssBackupComponents::DoSnapshotSet); }, {prepared}},
-      {"GatherWriterStatus",
-       [](Backup& b) { return StartOnly(b, &IVssBackupComponents::GatherWriterStatus); },
-       {gathered, setStarted, prepared, snapshotDone, complete, aborted}},
-      {"GetWriterStatusCount",
-       [](Backup& b) {
-         UINT count = 0;
-         return b->GetWriterStatusCount(&count);
-       },
-       {}},
-      {"FreeWriterStatus", [](Backup& b) { return b->FreeWriterStatus(); }, {}},
-      {"SaveAsXML",
-       [](Backup& b) {
-         Bstr xml;
-         return b->SaveAsXML(xml.Put());
-       },
-       withDocument},
-      {"GetWriterComponentsCount",
-       [](Backup& b) {
-         UINT count = 0;
-         return b->GetWriterComponentsCount(&count);
-       },
-       withDocument},
-      {"GetWriterComponents",
-       [](Backup& b) {
-         ComPtr<IVssWriterComponentsExt> writer;
-         return b->GetWriterComponents(0, writer.Put());
-       },
-       withDocument},
-      {"SetBackupSucceeded",
-       [](Backup& b) {
-         return b->SetBackupSucceeded(InstanceId(0xA), kId, VSS_CT_FILEGROUP, L"SQL01", L"sales", true);
-       },
-       {snapshotDone}},
-      {"BackupComplete", [](Backup& b) { return StartOnly(b, &IVssBackupComponents::BackupComplete); }, {snapshotDone}},
-      {"AbortBackup",
-       [](Backup& b) { return b->AbortBackup(); },
-       {initialized, gathered, setStarted, prepared, snapshotDone, complete, aborted}},
-      {"GetSnapshotProperties", [](Backup& b) { return b.PropertiesOf(kId); }, afterInitializing},
-      {"DeleteSnapshots", [](Backup& b) { return b.Delete(kId, VSS_OBJECT_SNAPSHOT); }, afterInitializing},
-      {"BreakSnapshotSet", [](Backup& b) { return b->BreakSnapshotSet(kId); }, afterInitializing},
-      {"Query",
-       [](Backup& b) {
-         ComPtr<IVssEnumObject> found;
-         return b->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_PROVIDER, found.Put());
-       },
-       afterInitializing},
-      {"IsVolumeSupported",
-       [](Backup& b) {
-         std::wstring volume = L"E:\\";
-         BOOL supported = FALSE;
-         return b->IsVolumeSupported(GUID{}, volume.data(), &supported);
-       },
-       afterInitializing},
-      {"ImportSnapshots", [](Backup& b) { return StartOnly(b, &IVssBackupComponents::ImportSnapshots); }, {}},
+Order Starting(Start start) {
+  return [start](Backup& b) {
+    ComPtr<IVssAsync> async;
+    return ((*b).*start)(async.Put());
   };
 }
 
+Order Counting(HRESULT (STDMETHODCALLTYPE IVssBackupComponents::*get)(UINT*)) {
+  return [get](Backup& b) {
+    UINT count = 0;
+    return ((*b).*get)(&count);
+  };
+}
+
+HRESULT FirstMetadata(Backup& b) {
+  GUID instance{};
+  ComPtr<IVssExamineWriterMetadata> metadata;
+  return b->GetWriterMetadata(0, &instance, metadata.Put());
+}
+
+HRESULT FirstComponents(Backup& b) {
+  ComPtr<IVssWriterComponentsExt> writer;
+  return b->GetWriterComponents(0, writer.Put());
+}
+
+HRESULT Save(Backup& b) {
+  Bstr xml;
+  return b->SaveAsXML(xml.Put());
+}
+
+HRESULT QueryProviders(Backup& b) {
+  ComPtr<IVssEnumObject> found;
+  return b->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_PROVIDER, found.Put());
+}
+
+HRESULT AskForVolume(Backup& b) {
+  std::wstring volume = L"E:\\";
+  BOOL supported = FALSE;
+  return b->IsVolumeSupported(GUID{}, volume.data(), &supported);
+}
+
+using Object = IVssBackupComponents;
+using enum Phase;
+const GUID kId = ClassId(0xA);
+const std::set<Phase> kUntilSetStarted = {initialized, gathered, setStarted};
+const std::set<Phase> kInitialized = {initialized, gathered, setStarted, prepared, snapshotDone, complete};
+const std::set<Phase> kGathered = {gathered, setStarted, prepared, snapshotDone, complete};
+const std::set<Phase> kGatheredOnce = {gathered, setStarted, prepared, snapshotDone, complete, aborted};
+const std::set<Phase> kWithDocument = {prepared, snapshotDone, complete};
+
+const OrderedCall kOrderedCalls[] = {
+    {"InitializeForBackup", [](Backup& b) { return b->InitializeForBackup(nullptr); }, {created}},
+    {"InitializeForRestore", [](Backup& b) { return b->InitializeForRestore(LoadableDocument().Get()); }, {created}},
+    {"SetContext", [](Backup& b) { return b->SetContext(VSS_CTX_APP_ROLLBACK); }, {initialized}},
+    {"SetBackupState", [](Backup& b) { return b->SetBackupState(true, true, VSS_BT_COPY, false); }, kUntilSetStarted},
+    {"EnableWriterClasses", [](Backup& b) { return b->EnableWriterClasses(&kId, 1); }, {initialized}},
+    {"DisableWriterClasses", [](Backup& b) { return b->DisableWriterClasses(&kId, 1); }, {initialized}},
+    {"DisableWriterInstances", [](Backup& b) { return b->DisableWriterInstances(&kId, 1); }, {initialized}},
+    {"GatherWriterMetadata", Starting(&Object::GatherWriterMetadata), {initialized}},
+    {"GetWriterMetadataCount", Counting(&Object::GetWriterMetadataCount), kGathered},
+    {"GetWriterMetadata", FirstMetadata, kGathered},
+    {"FreeWriterMetadata", [](Backup& b) { return b->FreeWriterMetadata(); }, kGatheredOnce},
+    {"AddComponent", [](Backup& b) { return b.Add(0xA, L"SQL01", L"crm"); }, {gathered, setStarted}},
+    {"SetBackupOptions", [](Backup& b) { return b->SetBackupOptions(kId, VSS_CT_FILEGROUP, L"SQL01", L"sales", L"x"); },
+     kUntilSetStarted},
+    {"AddToSnapshotSet", [](Backup& b) { return b.AddVolume(L"F:\\"); }, {setStarted}},
+    {"PrepareForBackup", Starting(&Object::PrepareForBackup), {setStarted}},
+    {"DoSnapshotSet", Starting(&Object::DoSnapshotSet), {prepared}},
+    {"GatherWriterStatus", Starting(&Object::GatherWriterStatus), kGatheredOnce},
+    {"GetWriterStatusCount", Counting(&Object::GetWriterStatusCount), {}},
+    {"FreeWriterStatus", [](Backup& b) { return b->FreeWriterStatus(); }, {}},
+    {"SaveAsXML", Save, kWithDocument},
+    {"GetWriterComponentsCount", Counting(&Object::GetWriterComponentsCount), kWithDocument},
+    {"GetWriterComponents", FirstComponents, kWithDocument},
+    {"SetBackupSucceeded", [](Backup& b) { return b.Mark(0xA, L"SQL01", L"sales"); }, {snapshotDone}},
+    {"BackupComplete", Starting(&Object::BackupComplete), {snapshotDone}},
+    {"AbortBackup",
+     [](Backup& b) { return b->AbortBackup(); },
+     {initialized, gathered, setStarted, prepared, snapshotDone, complete, aborted}},
+    {"GetSnapshotProperties", [](Backup& b) { return b.PropertiesOf(kId); }, kInitialized},
+    {"DeleteSnapshots", [](Backup& b) { return b.Delete(kId, VSS_OBJECT_SNAPSHOT); }, kInitialized},
+    {"BreakSnapshotSet", [](Backup& b) { return b->BreakSnapshotSet(kId); }, kInitialized},
+    {"Query", QueryProviders, kInitialized},
+    {"IsVolumeSupported", AskForVolume, kInitialized},
+    {"ImportSnapshots", Starting(&Object::ImportSnapshots), {}},
+};
+
 TEST_F(ShadowCopyService, AnswersEveryCallThatIsOutOfOrderWithBadState) {
-  for (const OrderedCall& ordered : OrderedCalls()) {
+  for (const OrderedCall& ordered : kOrderedCalls) {
     for (const Phase phase : kPhases) {
       SCOPED_TRACE(testing::Message() << ordered.name << " in phase " << static_cast<int>(phase));
       Install(VssHost());
-      Backup backup;
-      backup.AdvanceTo(phase);
+      Backup backup(phase);
 
       const HRESULT result = ordered.call(backup);
 
@@ -147,8 +129,7 @@ TEST_F(ShadowCopyService, StartsOneSetPerObjectAndSaysSoWhileItIsOpen) {
   for (const Phase phase : kPhases) {
     SCOPED_TRACE(testing::Message() << "phase " << static_cast<int>(phase));
     Install(VssHost());
-    Backup backup;
-    backup.AdvanceTo(phase);
+    Backup backup(phase);
     GUID id{};
     const bool open = phase == Phase::setStarted || phase == Phase::prepared;
     const bool fresh = phase == Phase::initialized || phase == Phase::gathered;
@@ -158,29 +139,26 @@ TEST_F(ShadowCopyService, StartsOneSetPerObjectAndSaysSoWhileItIsOpen) {
 }
 
 TEST_F(ShadowCopyService, PreparesNothingWithoutBackupStateOrWriters) {
-  Backup withoutState;
-  withoutState.Initialize().Gather();
+  Backup withoutState(Phase::gathered);
   GUID id{};
   ASSERT_THAT(withoutState->StartSnapshotSet(&id), Gives(S_OK));
   EXPECT_THAT(withoutState.Run(&IVssBackupComponents::PrepareForBackup), Gives(VSS_E_BAD_STATE));
   withoutState.Release();
 
-  Backup withoutWriters;
-  withoutWriters.Initialize().StartSet();
+  Backup withoutWriters(Phase::initialized);
+  withoutWriters.StartSet();
   EXPECT_THAT(withoutWriters.Run(&IVssBackupComponents::PrepareForBackup), Gives(VSS_E_BAD_STATE));
 }
 
 TEST_F(ShadowCopyService, TakesGatheringAndComponentsAlsoAfterTheSetWasStarted) {
-  Backup backup;
-  backup.Initialize().StartSet().Gather();
+  Backup backup(Phase::initialized);
+  backup.StartSet().Gather();
   EXPECT_THAT(backup.Add(0xA, L"SQL01", L"sales"), Gives(S_OK));
-  backup.Prepare();
-  EXPECT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+  backup.Take();
 }
 
 TEST_F(ShadowCopyService, HoldsTheNextCallBackUntilTheOperationWasWaitedForOrReleased) {
-  Backup backup;
-  backup.Initialize();
+  Backup backup(Phase::initialized);
   ComPtr<IVssAsync> async;
   ASSERT_THAT(backup->GatherWriterMetadata(async.Put()), Gives(S_OK));
   UINT count = 0;
@@ -205,8 +183,7 @@ TEST_F(ShadowCopyService, HoldsTheNextCallBackUntilTheOperationWasWaitedForOrRel
 }
 
 TEST_F(ShadowCopyService, AbortsWhileAnOperationIsPending) {
-  Backup backup;
-  backup.AdvanceTo(Phase::setStarted);
+  Backup backup(Phase::setStarted);
   ComPtr<IVssAsync> async;
   ASSERT_THAT(backup->PrepareForBackup(async.Put()), Gives(S_OK));
   EXPECT_THAT(backup->AbortBackup(), Gives(S_OK));
@@ -214,8 +191,7 @@ TEST_F(ShadowCopyService, AbortsWhileAnOperationIsPending) {
 }
 
 TEST_F(ShadowCopyService, RefusesNullPointers) {
-  Backup backup;
-  backup.AdvanceTo(Phase::gathered);
+  Backup backup(Phase::gathered);
   GUID id{};
   UINT count = 0;
   LONG deleted = 0;
@@ -282,31 +258,27 @@ TEST_F(ShadowCopyService, TakesTheContextsAndTheAttributesThatARequestorMayAdd) 
   };
   for (const auto& [context, expected] : cases) {
     SCOPED_TRACE(testing::Message() << "context " << context);
-    Backup backup;
-    backup.Initialize();
+    Backup backup(Phase::initialized);
     EXPECT_THAT(backup->SetContext(context), Gives(expected));
     EXPECT_THAT(backup->SetContext(VSS_CTX_APP_ROLLBACK), Gives(expected == S_OK ? VSS_E_BAD_STATE : S_OK));
   }
 }
 
 TEST_F(ShadowCopyService, FixesTheContextWithTheFirstQuery) {
-  Backup backup;
-  backup.Initialize();
+  Backup backup(Phase::initialized);
   ComPtr<IVssEnumObject> found;
   ASSERT_THAT(backup->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, found.Put()), Gives(S_OK));
   EXPECT_THAT(backup->SetContext(VSS_CTX_APP_ROLLBACK), Gives(VSS_E_BAD_STATE));
 }
 
 TEST_F(ShadowCopyService, MakesNoSetInTheContextOfAll) {
-  Backup backup;
-  backup.Initialize(Context(VSS_CTX_ALL));
+  Backup backup(Phase::initialized, Context(VSS_CTX_ALL));
   GUID id{};
   EXPECT_THAT(backup->StartSnapshotSet(&id), Gives(VSS_E_UNSUPPORTED_CONTEXT));
 }
 
 TEST_F(ShadowCopyService, LeavesTheWritersOutInContextsWithoutWriters) {
-  Backup backup;
-  backup.Initialize(VSS_CTX_NAS_ROLLBACK).Gather();
+  Backup backup(Phase::gathered, VSS_CTX_NAS_ROLLBACK);
   EXPECT_THAT(backup.Add(0xA, L"SQL01", L"sales"), Gives(VSS_E_BAD_STATE));
   backup.StartSet();
   EXPECT_THAT(backup.Snapshot(), Gives(VSS_E_BAD_STATE)) << "an empty set has nothing to copy";
@@ -319,8 +291,7 @@ TEST_F(ShadowCopyService, LeavesTheWritersOutInContextsWithoutWriters) {
 }
 
 TEST_F(ShadowCopyService, RecordsCallsWithTheirArgumentsAndResults) {
-  Backup backup;
-  backup.AdvanceTo(Phase::setStarted);
+  Backup backup(Phase::setStarted);
   EXPECT_THAT(backup.AddVolume(L"X:\\"), Gives(VSS_E_OBJECT_NOT_FOUND));
   const std::string set = WideToUtf8(FormatGuid(backup.setId));
   const std::string copy = WideToUtf8(FormatGuid(backup.copyIds.at(0)));
@@ -340,8 +311,7 @@ TEST_F(ShadowCopyService, RecordsCallsWithTheirArgumentsAndResults) {
 }
 
 TEST_F(ShadowCopyService, HandsOutNothingFromACallThatIsMadeToFailOrToSucceedUnrun) {
-  Backup backup;
-  backup.AdvanceTo(Phase::gathered);
+  Backup backup(Phase::gathered);
   GUID instance{};
   IVssExamineWriterMetadata* const poison = reinterpret_cast<IVssExamineWriterMetadata*>(std::uintptr_t{1});
   for (const HRESULT forced : {E_OUTOFMEMORY, S_FALSE}) {
@@ -372,8 +342,7 @@ TEST_F(ShadowCopyService, CanBeMadeToFailAtItsCreation) {
 
 TEST_F(ShadowCopyService, RecordsCallsThatItDoesNotImplement) {
   Backup backup;
-  ComPtr<IVssBackupComponentsEx3> extended;
-  ASSERT_THAT(QueryFor(&*backup, kIidVssBackupComponentsEx3, extended), Gives(S_OK));
+  const auto extended = backup.As<IVssBackupComponentsEx3>();
   ComPtr<IVssAsync> async;
   EXPECT_THAT(backup->RevertToSnapshot(GUID{}, FALSE), Gives(E_NOTIMPL));
   EXPECT_THAT(extended->RecoverSet(0, async.Put()), Gives(E_NOTIMPL));
@@ -383,8 +352,7 @@ TEST_F(ShadowCopyService, RecordsCallsThatItDoesNotImplement) {
 
 TEST_F(ShadowCopyService, NamesItsSession) {
   Backup backup;
-  ComPtr<IVssBackupComponentsEx3> extended;
-  ASSERT_THAT(QueryFor(&*backup, kIidVssBackupComponentsEx3, extended), Gives(S_OK));
+  const auto extended = backup.As<IVssBackupComponentsEx3>();
   GUID id{};
   EXPECT_THAT(extended->GetSessionId(&id), Gives(VSS_E_BAD_STATE));
   backup.Initialize();
@@ -393,8 +361,7 @@ TEST_F(ShadowCopyService, NamesItsSession) {
 }
 
 TEST_F(ShadowCopyService, OutlivesItsHostInTheObjectsThatWereHandedOut) {
-  Backup backup;
-  backup.AdvanceTo(Phase::snapshotDone);
+  Backup backup(Phase::snapshotDone);
   Install(SmallHost());
   EXPECT_THAT(backup.PropertiesOf(backup.setId), Gives(VSS_E_OBJECT_NOT_FOUND));
   backup.Release();

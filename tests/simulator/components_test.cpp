@@ -8,8 +8,7 @@ namespace varnel::test {
 namespace {
 
 TEST_F(ShadowCopyService, AddsOnlyComponentsOfTheMetadata) {
-  Backup backup;
-  backup.AdvanceTo(Phase::gathered);
+  Backup backup(Phase::gathered);
   const GUID instance = InstanceId(0xA);
   const GUID writer = ClassId(0xA);
   EXPECT_THAT(backup->AddComponent(instance, writer, VSS_CT_FILEGROUP, L"SQL01", L"unknown"),
@@ -28,8 +27,7 @@ TEST_F(ShadowCopyService, AddsOnlyComponentsOfTheMetadata) {
 }
 
 TEST_F(ShadowCopyService, RefusesComponentsThatASelectableAncestorIncludes) {
-  Backup backup;
-  backup.AdvanceTo(Phase::gathered);
+  Backup backup(Phase::gathered);
   EXPECT_THAT(backup.Add(0xB, L"Server", L"Store"), Gives(E_INVALIDARG));
   EXPECT_THAT(backup.Add(0xB, L"Server\\Store", L"Log"), Gives(E_INVALIDARG));
   EXPECT_THAT(backup.Add(0xB, nullptr, L"Server"), Gives(S_OK));
@@ -45,25 +43,21 @@ TEST_F(ShadowCopyService, FindsEachOfTenThousandComponentsByItsKey) {
   model.writers = {MakeWriter(L"SqlServerWriter", 0xA, std::move(components))};
   Install(std::move(model));
   host().calls().enabled = false;
-  Backup backup;
-  backup.Initialize().Gather();
+  Backup backup(Phase::gathered);
   const auto nameOf = [](int i) { return L"DB" + std::to_wstring(i); };
   int added = 0;
   for (int i = 0; i < kComponents; ++i) added += backup.Add(0xA, L"S", nameOf(i).c_str()) == S_OK;
-  backup.StartSet().Prepare();
-  ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+  backup.StartSet().Take();
   int succeeded = 0;
   for (int i = 0; i < kComponents; ++i) {
-    succeeded += backup->SetBackupSucceeded(InstanceId(0xA), ClassId(0xA), VSS_CT_FILEGROUP, L"S", nameOf(i).c_str(),
-                                            true) == S_OK;
+    succeeded += backup.Mark(0xA, L"S", nameOf(i).c_str()) == S_OK;
   }
   EXPECT_EQ(added, kComponents);
   EXPECT_EQ(succeeded, kComponents);
 }
 
 TEST_F(ShadowCopyService, MarksOnlyAddedComponentsAsSucceeded) {
-  Backup backup;
-  backup.AdvanceTo(Phase::snapshotDone);
+  Backup backup(Phase::snapshotDone);
   const auto mark = [&](VSS_COMPONENT_TYPE type, LPCWSTR name) {
     return backup->SetBackupSucceeded(InstanceId(0xA), ClassId(0xA), type, L"SQL01", name, true);
   };
@@ -74,8 +68,7 @@ TEST_F(ShadowCopyService, MarksOnlyAddedComponentsAsSucceeded) {
 }
 
 TEST_F(ShadowCopyService, KeepsOptionsAndStampsOfTheRequestor) {
-  Backup backup;
-  backup.AdvanceTo(Phase::setStarted);
+  Backup backup(Phase::setStarted);
   EXPECT_THAT(backup->SetBackupOptions(ClassId(0xA), VSS_CT_FILEGROUP, L"SQL01", L"sales", L"fast"), Gives(S_OK));
   EXPECT_THAT(backup->SetPreviousBackupStamp(ClassId(0xA), VSS_CT_FILEGROUP, L"SQL01", L"sales", L"before"),
               Gives(S_OK));
@@ -90,8 +83,8 @@ TEST_F(ShadowCopyService, KeepsOptionsAndStampsOfTheRequestor) {
 TEST_F(ShadowCopyService, FindsAVolumeByDriveMountedFolderAndName) {
   for (const std::wstring& name : {std::wstring(L"e:\\"), std::wstring(L"C:\\MNT\\data\\"), VolumeName(1)}) {
     SCOPED_TRACE(WideToUtf8(name));
-    Backup backup;
-    backup.AdvanceTo(Phase::gathered).StartSet();
+    Backup backup(Phase::gathered);
+    backup.StartSet();
     EXPECT_THAT(backup.AddVolume(name.c_str()), Gives(S_OK));
     for (const std::wstring& other : {std::wstring(L"E:\\"), std::wstring(L"C:\\mnt\\data\\"), VolumeName(1)}) {
       EXPECT_THAT(backup.AddVolume(other.c_str()), Gives(VSS_E_OBJECT_ALREADY_EXISTS));
@@ -101,8 +94,8 @@ TEST_F(ShadowCopyService, FindsAVolumeByDriveMountedFolderAndName) {
 }
 
 TEST_F(ShadowCopyService, RefusesVolumesThatItCannotName) {
-  Backup backup;
-  backup.AdvanceTo(Phase::gathered).StartSet();
+  Backup backup(Phase::gathered);
+  backup.StartSet();
   EXPECT_THAT(backup.AddVolume(L"E:"), Gives(E_INVALIDARG));
   EXPECT_THAT(backup.AddVolume(L""), Gives(E_INVALIDARG));
   EXPECT_THAT(backup.AddVolume(L"X:\\"), Gives(VSS_E_OBJECT_NOT_FOUND));
@@ -117,12 +110,11 @@ TEST_F(ShadowCopyService, TakesSixtyFourVolumesPerSet) {
   const auto folder = [](int i) { return L"C:\\v\\" + std::to_wstring(i) + L"\\"; };
   for (int i = 0; i < 65; ++i) disk.volumes.push_back({VolumeName(100 + i), {folder(i)}, false, L""});
   Install(std::move(model));
-  Backup backup;
-  backup.AdvanceTo(Phase::gathered).StartSet();
+  Backup backup(Phase::gathered);
+  backup.StartSet();
   for (int i = 0; i < 64; ++i) ASSERT_THAT(backup.AddVolume(folder(i).c_str()), Gives(S_OK));
   EXPECT_THAT(backup.AddVolume(folder(64).c_str()), Gives(VSS_E_MAXIMUM_NUMBER_OF_VOLUMES_REACHED));
-  backup.Prepare();
-  EXPECT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+  backup.Take();
   EXPECT_THAT(Copies(), SizeIs(64));
 }
 
@@ -132,13 +124,12 @@ TEST_F(ShadowCopyService, PrefersHardwareThenSoftwareThenSystemProviders) {
   for (const GUID& expected : {kHardware, kSoftware, kSystem}) {
     const std::ptrdiff_t count = expected == kHardware ? 4 : (expected == kSoftware ? 3 : 2);
     Install(HostWithProviders({all.begin(), all.begin() + count}));
-    Backup backup;
-    backup.AdvanceTo(Phase::snapshotDone);
+    Backup backup(Phase::snapshotDone);
     EXPECT_EQ(Copies().at(0)->providerId, expected);
   }
   Install(HostWithProviders({kFileShareProvider}));
-  Backup backup;
-  backup.AdvanceTo(Phase::gathered).StartSet();
+  Backup backup(Phase::gathered);
+  backup.StartSet();
   EXPECT_THAT(backup.AddVolume(L"E:\\"), Gives(VSS_E_VOLUME_NOT_SUPPORTED));
 }
 
@@ -163,8 +154,8 @@ TEST_F(ShadowCopyService, UsesANamedProviderOnlyWhereItSupportsTheVolume) {
   Install(HostWithProviders({kHardwareProvider, kSoftwareProvider, kSystemProvider, kFileShareProvider}));
   for (const Case& tried : cases) {
     SCOPED_TRACE(testing::Message() << tried.context << " " << WideToUtf8(FormatGuid(tried.provider)));
-    Backup backup;
-    backup.Initialize(tried.context).Gather().StartSet();
+    Backup backup(Phase::gathered, tried.context);
+    backup.StartSet();
     EXPECT_THAT(backup.AddVolume(L"E:\\", tried.provider), Gives(tried.expected));
     std::wstring volume = L"E:\\";
     BOOL supported = 7;
@@ -176,8 +167,7 @@ TEST_F(ShadowCopyService, UsesANamedProviderOnlyWhereItSupportsTheVolume) {
 }
 
 TEST_F(ShadowCopyService, AsksForExistingVolumesOnly) {
-  Backup backup;
-  backup.Initialize();
+  Backup backup(Phase::initialized);
   BOOL supported = FALSE;
   std::wstring missing = L"X:\\";
   std::wstring bare = L"E:";
@@ -189,11 +179,10 @@ TEST_F(ShadowCopyService, LimitsTheCopiesOfTheSystemProviderPerVolume) {
   Install(HostWithProviders({kSystemProvider}));
   host().calls().enabled = false;
   for (int i = 0; i < 64; ++i) {
-    Backup backup;
-    backup.AdvanceTo(Phase::snapshotDone, VSS_CTX_CLIENT_ACCESSIBLE_WRITERS);
+    Backup backup(Phase::snapshotDone, VSS_CTX_CLIENT_ACCESSIBLE_WRITERS);
   }
-  Backup backup;
-  backup.Initialize(VSS_CTX_CLIENT_ACCESSIBLE_WRITERS).Gather().StartSet();
+  Backup backup(Phase::gathered, VSS_CTX_CLIENT_ACCESSIBLE_WRITERS);
+  backup.StartSet();
   EXPECT_THAT(backup.AddVolume(L"E:\\"), Gives(VSS_E_MAXIMUM_NUMBER_OF_SNAPSHOTS_REACHED));
   EXPECT_THAT(backup.AddVolume(L"F:\\"), Gives(S_OK));
 }

@@ -22,10 +22,8 @@ TEST_F(ShadowCopyService, LetsOnlyOneSetBeUnderConstructionOnTheMachine) {
   for (const auto& [name, end] : endings) {
     SCOPED_TRACE(name);
     Install(VssHost());
-    Backup first;
-    first.AdvanceTo(Phase::setStarted);
-    Backup second;
-    second.Initialize().Gather();
+    Backup first(Phase::setStarted);
+    Backup second(Phase::gathered);
     GUID id{};
     EXPECT_THAT(second->StartSnapshotSet(&id), Gives(VSS_E_SNAPSHOT_SET_IN_PROGRESS));
     end(first);
@@ -34,8 +32,7 @@ TEST_F(ShadowCopyService, LetsOnlyOneSetBeUnderConstructionOnTheMachine) {
 }
 
 TEST_F(ShadowCopyService, SurfacesEachCopyOnADiskOfItsOwn) {
-  Backup backup;
-  backup.AdvanceTo(Phase::setStarted);
+  Backup backup(Phase::setStarted);
   ASSERT_THAT(backup.AddVolume(L"F:\\"), Gives(S_OK));
   backup.Prepare();
   EXPECT_THAT(Copies(), IsEmpty());
@@ -68,8 +65,7 @@ TEST_F(ShadowCopyService, SurfacesEachCopyOnADiskOfItsOwn) {
 }
 
 TEST_F(ShadowCopyService, FreesTheStringsOfPropertiesOnceAndNullsThem) {
-  Backup backup;
-  backup.AdvanceTo(Phase::snapshotDone);
+  Backup backup(Phase::snapshotDone);
   VSS_SNAPSHOT_PROP properties{};
   ASSERT_THAT(backup->GetSnapshotProperties(backup.copyIds.at(0), &properties), Gives(S_OK));
   EXPECT_EQ(host().live().Count("task memory"), 4);
@@ -81,21 +77,18 @@ TEST_F(ShadowCopyService, FreesTheStringsOfPropertiesOnceAndNullsThem) {
 
 TEST_F(ShadowCopyService, CountsDevicesUpAndUsesFreeDiskNumbersAgain) {
   host().model().disks[2].number = 5;
-  Backup first;
-  first.AdvanceTo(Phase::snapshotDone);
+  Backup first(Phase::snapshotDone);
   EXPECT_EQ(Copies().at(0)->diskNumber, 2U);
   first.Release();
   EXPECT_THAT(Copies(), IsEmpty());
-  Backup second;
-  second.AdvanceTo(Phase::snapshotDone);
+  Backup second(Phase::snapshotDone);
   EXPECT_EQ(Copies().at(0)->diskNumber, 2U);
   EXPECT_THAT(WideToUtf8(Copies().at(0)->device), EndsWith("HarddiskVolumeShadowCopy2"));
 }
 
 TEST_F(ShadowCopyService, LeavesCopiesOfTheSystemProviderOnTheirDisk) {
   Install(HostWithProviders({kSystemProvider}));
-  Backup backup;
-  backup.AdvanceTo(Phase::snapshotDone);
+  Backup backup(Phase::snapshotDone);
   const ShadowCopy& copy = *Copies().at(0);
   EXPECT_FALSE(copy.ownDisk);
   EXPECT_EQ(copy.diskNumber, 1U);
@@ -106,8 +99,7 @@ TEST_F(ShadowCopyService, LeavesCopiesOfTheSystemProviderOnTheirDisk) {
 }
 
 TEST_F(ShadowCopyService, FailsTheSetWhenAVolumeVanishedMeanwhile) {
-  Backup backup;
-  backup.AdvanceTo(Phase::setStarted);
+  Backup backup(Phase::setStarted);
   ASSERT_THAT(backup.AddVolume(L"F:\\"), Gives(S_OK));
   backup.Prepare();
   host().model().disks.pop_back();
@@ -116,17 +108,14 @@ TEST_F(ShadowCopyService, FailsTheSetWhenAVolumeVanishedMeanwhile) {
 }
 
 TEST_F(ShadowCopyService, AcceptsAnEmptySetWhenWritersTakePart) {
-  Backup backup;
-  backup.Initialize().Gather().StartSet().Prepare();
-  EXPECT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+  Backup backup(Phase::gathered);
+  backup.StartSet().Take();
   EXPECT_THAT(Copies(), IsEmpty());
 }
 
 TEST_F(ShadowCopyService, ReleasesAutoReleaseCopiesAndKeepsPersistentOnes) {
-  Backup released;
-  released.AdvanceTo(Phase::complete);
-  Backup kept;
-  kept.AdvanceTo(Phase::complete, VSS_CTX_APP_ROLLBACK);
+  Backup released(Phase::complete);
+  Backup kept(Phase::complete, VSS_CTX_APP_ROLLBACK);
   released.Release();
   ASSERT_THAT(Copies(), SizeIs(1));
   EXPECT_EQ(Copies()[0]->attributes,
@@ -137,10 +126,7 @@ TEST_F(ShadowCopyService, ReleasesAutoReleaseCopiesAndKeepsPersistentOnes) {
 
 TEST_F(ShadowCopyService, DeletesACopyOrAWholeSet) {
   Backup backup;
-  backup.AdvanceTo(Phase::setStarted, VSS_CTX_APP_ROLLBACK);
-  ASSERT_THAT(backup.AddVolume(L"F:\\"), Gives(S_OK));
-  backup.Prepare();
-  ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+  backup.TakeBoth();
   LONG deleted = 7;
   EXPECT_THAT(backup.Delete(backup.setId, VSS_OBJECT_PROVIDER, &deleted), Gives(E_INVALIDARG));
   EXPECT_THAT(backup.Delete(backup.setId, VSS_OBJECT_SNAPSHOT, &deleted), Gives(VSS_E_OBJECT_NOT_FOUND));
@@ -155,11 +141,9 @@ TEST_F(ShadowCopyService, DeletesACopyOrAWholeSet) {
 
 TEST_F(ShadowCopyService, StopsDeletingAtTheFirstCopyThatStays) {
   Install(HostWithProviders({kHardwareProvider, kSoftwareProvider}));
-  Backup backup;
-  backup.AdvanceTo(Phase::setStarted, VSS_CTX_APP_ROLLBACK);
+  Backup backup(Phase::setStarted, VSS_CTX_APP_ROLLBACK);
   ASSERT_THAT(backup.AddVolume(L"F:\\", kSoftware), Gives(S_OK));
-  backup.Prepare();
-  ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+  backup.Take();
   host().model().providers.pop_back();
   LONG deleted = 0;
   GUID left{};
@@ -175,7 +159,7 @@ TEST_F(ShadowCopyService, DeletesUpToTheCopyThatItsProviderKeeps) {
     Install(VssHost());
     host().faults().FailDeletion({firstStays ? L"TSL0001" : L"TSL0002", VSS_E_PROVIDER_VETO});
     Backup backup;
-    TakeBoth(backup);
+    backup.TakeBoth();
     LONG deleted = 7;
     GUID left{};
     EXPECT_THAT(backup->DeleteSnapshots(backup.setId, VSS_OBJECT_SNAPSHOT_SET, TRUE, &deleted, &left),
@@ -197,9 +181,8 @@ TEST_F(ShadowCopyService, DeletesUpToTheCopyThatItsProviderKeeps) {
 
 TEST_F(ShadowCopyService, KeepsAutoReleaseCopiesUntilTheLastReferenceGoes) {
   Backup backup;
-  TakeBoth(backup, VSS_CTX_BACKUP);
-  ComPtr<IVssBackupComponentsEx2> extended;
-  ASSERT_THAT(QueryFor(&*backup, kIidVssBackupComponentsEx2, extended), Gives(S_OK));
+  backup.TakeBoth(VSS_CTX_BACKUP);
+  auto extended = backup.As<IVssBackupComponentsEx2>();
   backup.Release();
   EXPECT_THAT(Copies(), SizeIs(2));
   EXPECT_THAT(Told(WriterEvent::backupShutdown), IsEmpty());
@@ -210,10 +193,9 @@ TEST_F(ShadowCopyService, KeepsAutoReleaseCopiesUntilTheLastReferenceGoes) {
 
 TEST_F(ShadowCopyService, ListsABrokenSetNoMore) {
   Backup backup;
-  TakeBoth(backup);
+  backup.TakeBoth();
   const auto count = [] {
-    Backup administrator;
-    administrator.Initialize(Context(VSS_CTX_ALL));
+    Backup administrator(Phase::initialized, Context(VSS_CTX_ALL));
     ComPtr<IVssEnumObject> found;
     EXPECT_THAT(administrator->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, found.Put()), Gives(S_OK));
     ULONG fetched = 0;
@@ -230,8 +212,7 @@ TEST_F(ShadowCopyService, ListsABrokenSetNoMore) {
 }
 
 TEST_F(ShadowCopyService, ForgetsABrokenSetWhoseDisksStay) {
-  Backup backup;
-  backup.AdvanceTo(Phase::snapshotDone);
+  Backup backup(Phase::snapshotDone);
   EXPECT_THAT(backup->BreakSnapshotSet(ClassId(1)), Gives(VSS_E_OBJECT_NOT_FOUND));
   EXPECT_THAT(backup->BreakSnapshotSet(backup.setId), Gives(S_OK));
   EXPECT_THAT(backup->BreakSnapshotSet(backup.setId), Gives(VSS_E_OBJECT_NOT_FOUND));
@@ -244,8 +225,7 @@ TEST_F(ShadowCopyService, ForgetsABrokenSetWhoseDisksStay) {
 class BreakingEx : public ShadowCopyService {
  protected:
   HRESULT Break(Backup& backup, DWORD flags) {
-    ComPtr<IVssBackupComponentsEx2> extended;
-    EXPECT_THAT(QueryFor(&*backup, kIidVssBackupComponentsEx2, extended), Gives(S_OK));
+    auto extended = backup.As<IVssBackupComponentsEx2>();
     ComPtr<IVssAsync> async;
     const HRESULT started = extended->BreakSnapshotSetEx(backup.setId, flags, async.Put());
     return FAILED(started) ? started : Backup::ResultOf(*async);
@@ -253,16 +233,14 @@ class BreakingEx : public ShadowCopyService {
 };
 
 TEST_F(BreakingEx, TakesMaskedDisksAway) {
-  Backup backup;
-  backup.AdvanceTo(Phase::snapshotDone);
+  Backup backup(Phase::snapshotDone);
   EXPECT_THAT(Break(backup, VSS_BREAKEX_FLAG_MASK_LUNS), Gives(VSS_S_ASYNC_FINISHED));
   EXPECT_THAT(Copies(), IsEmpty());
   EXPECT_THAT(Break(backup, VSS_BREAKEX_FLAG_MASK_LUNS), Gives(VSS_E_OBJECT_NOT_FOUND));
 }
 
 TEST_F(BreakingEx, RefusesUnknownAndContradictoryFlags) {
-  Backup backup;
-  backup.AdvanceTo(Phase::snapshotDone);
+  Backup backup(Phase::snapshotDone);
   EXPECT_THAT(Break(backup, 0x10), Gives(E_INVALIDARG));
   EXPECT_THAT(Break(backup, VSS_BREAKEX_FLAG_REVERT_IDENTITY_ALL | VSS_BREAKEX_FLAG_REVERT_IDENTITY_NONE),
               Gives(E_INVALIDARG));
@@ -271,8 +249,7 @@ TEST_F(BreakingEx, RefusesUnknownAndContradictoryFlags) {
 }
 
 TEST_F(BreakingEx, RevertsTheIdentityOnlyWhenTheOriginalDiskIsGone) {
-  Backup backup;
-  backup.AdvanceTo(Phase::snapshotDone);
+  Backup backup(Phase::snapshotDone);
   EXPECT_THAT(Break(backup, VSS_BREAKEX_FLAG_REVERT_IDENTITY_ALL), Gives(VSS_E_BREAK_REVERT_ID_FAILED));
   EXPECT_EQ(Copies().at(0)->serial, L"SHADOW-TSL0001");
   host().model().disks.erase(host().model().disks.begin() + 1);
@@ -281,16 +258,14 @@ TEST_F(BreakingEx, RevertsTheIdentityOnlyWhenTheOriginalDiskIsGone) {
 }
 
 TEST_F(BreakingEx, LeavesTheSetAloneWhenTheOperationFails) {
-  Backup backup;
-  backup.AdvanceTo(Phase::snapshotDone);
+  Backup backup(Phase::snapshotDone);
   host().faults().FailAsync("BreakSnapshotSetEx", VSS_E_PROVIDER_VETO);
   EXPECT_THAT(Break(backup, VSS_BREAKEX_FLAG_MASK_LUNS), Gives(VSS_E_PROVIDER_VETO));
   EXPECT_THAT(backup.PropertiesOf(backup.copyIds.at(0)), Gives(S_OK));
 }
 
 TEST_F(ShadowCopyService, KeepsTransportableCopiesForImportElsewhere) {
-  Backup backup;
-  backup.AdvanceTo(Phase::snapshotDone, kTransportable);
+  Backup backup(Phase::snapshotDone, kTransportable);
   EXPECT_THAT(Copies(), IsEmpty());
   EXPECT_THAT(backup.PropertiesOf(backup.copyIds.at(0)), Gives(VSS_E_OBJECT_NOT_FOUND));
   EXPECT_THAT(backup->BreakSnapshotSet(backup.setId), Gives(VSS_E_OBJECT_NOT_FOUND));
@@ -314,8 +289,7 @@ TEST_F(ShadowCopyService, KeepsTransportableCopiesForImportElsewhere) {
 }
 
 TEST_F(ShadowCopyService, ImportsOnTheSameMachineAndOnlyWithTheProvider) {
-  Backup backup;
-  backup.AdvanceTo(Phase::snapshotDone, kTransportable);
+  Backup backup(Phase::snapshotDone, kTransportable);
   const Bstr xml(backup.Document());
   backup.Release();
   const std::vector<simulator::Provider> providers = std::exchange(host().model().providers, {});
@@ -328,11 +302,9 @@ TEST_F(ShadowCopyService, ImportsOnTheSameMachineAndOnlyWithTheProvider) {
 }
 
 TEST_F(ShadowCopyService, ListsCopiesOfItsContextOnly) {
-  Backup persistent;
-  persistent.AdvanceTo(Phase::complete, VSS_CTX_APP_ROLLBACK);
+  Backup persistent(Phase::complete, VSS_CTX_APP_ROLLBACK);
   const auto count = [](LONG context) {
-    Backup backup;
-    backup.Initialize(context);
+    Backup backup(Phase::initialized, context);
     ComPtr<IVssEnumObject> found;
     EXPECT_THAT(backup->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, found.Put()), Gives(S_OK));
     ULONG fetched = 9;
@@ -351,8 +323,7 @@ TEST_F(ShadowCopyService, ListsCopiesOfItsContextOnly) {
 }
 
 TEST_F(ShadowCopyService, QueriesAllObjectsOfOneKindAndNothingElse) {
-  Backup backup;
-  backup.Initialize();
+  Backup backup(Phase::initialized);
   ComPtr<IVssEnumObject> found;
   EXPECT_THAT(backup->Query(ClassId(1), VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, found.Put()), Gives(E_INVALIDARG));
   EXPECT_THAT(backup->Query(GUID{}, VSS_OBJECT_SNAPSHOT, VSS_OBJECT_SNAPSHOT, found.Put()), Gives(E_INVALIDARG));

@@ -9,8 +9,7 @@ namespace {
 
 TEST_F(ShadowCopyService, ListsTheWritersThatAnswerIdentify) {
   FailWriter(WriterEvent::identify, VSS_E_WRITERERROR_NONRETRYABLE);
-  Backup backup;
-  backup.AdvanceTo(Phase::gathered);
+  Backup backup(Phase::gathered);
   UINT count = 0;
   EXPECT_THAT(backup->GetWriterMetadataCount(&count), Gives(S_OK));
   EXPECT_EQ(count, 2U);
@@ -23,8 +22,7 @@ TEST_F(ShadowCopyService, ListsTheWritersThatAnswerIdentify) {
 }
 
 TEST_F(ShadowCopyService, KeepsEnabledWritersFirstAndThenDropsDisabledOnes) {
-  Backup backup;
-  backup.Initialize();
+  Backup backup(Phase::initialized);
   const GUID enabled[] = {ClassId(0xA), ClassId(0xB), ClassId(0xC)};
   const GUID disabledClass = ClassId(0xB);
   const GUID disabledInstance = InstanceId(0xC);
@@ -42,8 +40,7 @@ TEST_F(ShadowCopyService, KeepsEnabledWritersFirstAndThenDropsDisabledOnes) {
 }
 
 TEST_F(ShadowCopyService, ForgetsMetadataThatWasFreedButKeepsWhatIsReferenced) {
-  Backup backup;
-  backup.AdvanceTo(Phase::gathered);
+  Backup backup(Phase::gathered);
   GUID instance{};
   ComPtr<IVssExamineWriterMetadata> metadata;
   ASSERT_THAT(backup->GetWriterMetadata(0, &instance, metadata.Put()), Gives(S_OK));
@@ -69,8 +66,7 @@ class WriterMetadata : public ShadowCopyService {
     HostModel model = SmallHost();
     model.writers = {std::move(writer)};
     Install(std::move(model));
-    Backup backup;
-    backup.AdvanceTo(Phase::gathered);
+    Backup backup(Phase::gathered);
     GUID instance{};
     ComPtr<IVssExamineWriterMetadata> metadata;
     EXPECT_THAT(backup->GetWriterMetadata(0, &instance, metadata.Put()), Gives(S_OK));
@@ -93,7 +89,7 @@ TEST_F(WriterMetadata, TellsTheIdentityInFull) {
   writer.majorVersion = 2;
   writer.minorVersion = 3;
   writer.backupSchema = 0x371;
-  const ComPtr<IVssExamineWriterMetadataEx2> metadata = Examine(writer);
+  const auto metadata = Examine(writer);
   GUID instance{};
   GUID id{};
   Bstr name;
@@ -121,7 +117,7 @@ TEST_F(WriterMetadata, CountsFilesAndRefusesIndexesBehindThem) {
   simulator::Writer writer = MakeWriter(L"W", 1, {MakeComponent(L"p", L"c", {L"E:\\a", L"E:\\b"})});
   writer.excludeFiles = {{L"E:\\tmp", L"*", true}};
   writer.excludeFilesFromSnapshot = {{L"E:\\cache", L"*", false}};
-  const ComPtr<IVssExamineWriterMetadataEx2> metadata = Examine(writer);
+  const auto metadata = Examine(writer);
   UINT include = 9;
   UINT exclude = 0;
   UINT components = 0;
@@ -154,8 +150,8 @@ TEST_F(WriterMetadata, CountsFilesAndRefusesIndexesBehindThem) {
 TEST_F(WriterMetadata, ToldOfAFileGivesPathSpecAndAlternateLocation) {
   simulator::WriterComponent component = MakeComponent(L"", L"c", {});
   component.files = {{L"E:\\a", L"*.mdf", true, L"F:\\alt", 0x101}, {L"E:\\b", L"x", false}};
-  const ComPtr<IVssExamineWriterMetadataEx2> metadata = Examine(MakeWriter(L"W", 1, {component}));
-  const ComPtr<IVssWMComponent> examined = ComponentOf(*metadata);
+  const auto metadata = Examine(MakeWriter(L"W", 1, {component}));
+  const auto examined = ComponentOf(*metadata);
   ComPtr<IVssWMFiledesc> file;
   ASSERT_THAT(examined->GetFile(0, file.Put()), Gives(S_OK));
   Bstr path;
@@ -186,9 +182,9 @@ TEST_F(WriterMetadata, DistinguishesAMissingTextFromAnEmptyOne) {
   empty.name = L"empty";
   empty.logicalPath = L"";
   empty.caption = L"";
-  const ComPtr<IVssExamineWriterMetadataEx2> metadata = Examine(MakeWriter(L"W", 1, {none, empty}));
+  const auto metadata = Examine(MakeWriter(L"W", 1, {none, empty}));
   for (UINT i = 0; i < 2; ++i) {
-    const ComPtr<IVssWMComponent> component = ComponentOf(*metadata, i);
+    const auto component = ComponentOf(*metadata, i);
     PVSSCOMPONENTINFO info = nullptr;
     ASSERT_THAT(component->GetComponentInfo(&info), Gives(S_OK));
     EXPECT_EQ(info->bstrLogicalPath == nullptr, i == 0);
@@ -206,8 +202,8 @@ TEST_F(WriterMetadata, CountsFilesOfDatabasesApartFromThoseOfFileGroups) {
   database.restoreMetadata = true;
   database.notifyOnBackupComplete = true;
   database.componentFlags = 2;
-  const ComPtr<IVssExamineWriterMetadataEx2> metadata = Examine(MakeWriter(L"W", 1, {database}));
-  const ComPtr<IVssWMComponent> component = ComponentOf(*metadata);
+  const auto metadata = Examine(MakeWriter(L"W", 1, {database}));
+  const auto component = ComponentOf(*metadata);
   PVSSCOMPONENTINFO info = nullptr;
   ASSERT_THAT(component->GetComponentInfo(&info), Gives(S_OK));
   EXPECT_EQ(info->type, VSS_CT_DATABASE);
@@ -286,8 +282,8 @@ TEST_F(WriterMetadata, TakesComponentInformationBackOnceAndOnlyItsOwn) {
   {
     const ComPtr<IVssExamineWriterMetadataEx2> metadata =
         Examine(MakeWriter(L"W", 1, {MakeComponent(L"", L"c", {}), MakeComponent(L"", L"d", {})}));
-    const ComPtr<IVssWMComponent> component = ComponentOf(*metadata);
-    const ComPtr<IVssWMComponent> other = ComponentOf(*metadata, 1);
+    const auto component = ComponentOf(*metadata);
+    const auto other = ComponentOf(*metadata, 1);
     PVSSCOMPONENTINFO info = nullptr;
     ASSERT_THAT(component->GetComponentInfo(&info), Gives(S_OK));
     EXPECT_EQ(host().live().Count("VSS_COMPONENTINFO"), 1);

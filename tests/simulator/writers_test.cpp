@@ -8,8 +8,7 @@ namespace varnel::test {
 namespace {
 
 TEST_F(ShadowCopyService, TakesOnlyWritersWithComponentsThroughTheSnapshot) {
-  Backup backup;
-  backup.AdvanceTo(Phase::prepared);
+  Backup backup(Phase::prepared);
   EXPECT_THAT(backup.States(), ElementsAre(VSS_WS_STABLE, VSS_WS_STABLE, VSS_WS_STABLE));
   EXPECT_THAT(Told(WriterEvent::prepareBackup), SizeIs(3));
   ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
@@ -26,11 +25,10 @@ TEST_F(ShadowCopyService, TakesOnlyWritersWithComponentsThroughTheSnapshot) {
 }
 
 TEST_F(ShadowCopyService, TakesEveryWriterThroughAVolumeBackup) {
-  Backup backup;
-  backup.Initialize().Gather().StartSet(false);
+  Backup backup(Phase::gathered);
+  backup.StartSet(false);
   ASSERT_THAT(backup.AddVolume(L"E:\\"), Gives(S_OK));
-  backup.Prepare();
-  ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+  backup.Take();
   EXPECT_THAT(backup.States(), Each(VSS_WS_WAITING_FOR_BACKUP_COMPLETE));
 }
 
@@ -53,8 +51,7 @@ TEST_F(ShadowCopyService, KeepsAFailedWriterWhereItFailed) {
     SCOPED_TRACE(testing::Message() << "event " << static_cast<int>(tried.event));
     Install(VssHost());
     FailWriter(tried.event, VSS_E_WRITERERROR_RETRYABLE);
-    Backup backup;
-    backup.AdvanceTo(tried.seenIn);
+    Backup backup(tried.seenIn);
     const Backup::Status status = backup.Statuses().at(0);
     EXPECT_EQ(status.name, L"SqlServerWriter");
     EXPECT_EQ(status.state, tried.state);
@@ -69,8 +66,7 @@ TEST_F(ShadowCopyService, KeepsAFailedWriterWhereItFailed) {
 
 TEST_F(ShadowCopyService, TellsTheOlderStatusCallTheSameFailure) {
   FailWriter(WriterEvent::freeze, VSS_E_WRITERERROR_PARTIAL_FAILURE);
-  Backup backup;
-  backup.AdvanceTo(Phase::snapshotDone);
+  Backup backup(Phase::snapshotDone);
   ASSERT_THAT(backup.Run(&IVssBackupComponents::GatherWriterStatus), Gives(VSS_S_ASYNC_FINISHED));
   GUID instance{};
   GUID writer{};
@@ -92,9 +88,8 @@ TEST_F(ShadowCopyService, TellsTheOlderStatusCallTheSameFailure) {
 
 TEST_F(ShadowCopyService, ReturnsWritersToStableOnAbort) {
   FailWriter(WriterEvent::postSnapshot, VSS_E_WRITERERROR_TIMEOUT);
-  Backup backup;
-  backup.Initialize().Gather().StartSet(false).Prepare();
-  ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+  Backup backup(Phase::gathered);
+  backup.StartSet(false).Take();
   EXPECT_THAT(backup->AbortBackup(), Gives(S_OK));
   EXPECT_THAT(backup->AbortBackup(), Gives(S_OK));
   EXPECT_THAT(backup.States(), ElementsAre(VSS_WS_FAILED_AT_POST_SNAPSHOT, VSS_WS_STABLE, VSS_WS_STABLE));
@@ -104,8 +99,7 @@ TEST_F(ShadowCopyService, ReturnsWritersToStableOnAbort) {
 TEST_F(ShadowCopyService, LeavesTheCopiesOfAnAbortedBackupToTheirRelease) {
   for (const LONG context : {LONG{VSS_CTX_BACKUP}, LONG{VSS_CTX_APP_ROLLBACK}}) {
     Install(VssHost());
-    Backup backup;
-    backup.AdvanceTo(Phase::snapshotDone, context);
+    Backup backup(Phase::snapshotDone, context);
     EXPECT_THAT(backup->AbortBackup(), Gives(S_OK));
     EXPECT_THAT(Told(std::nullopt), ElementsAre(L"SqlServerWriter"));
     EXPECT_THAT(backup.Complete(), Gives(VSS_E_BAD_STATE));
@@ -118,16 +112,14 @@ TEST_F(ShadowCopyService, LeavesTheCopiesOfAnAbortedBackupToTheirRelease) {
 }
 
 TEST_F(ShadowCopyService, AbortsNothingOnceTheBackupIsComplete) {
-  Backup backup;
-  backup.AdvanceTo(Phase::complete);
+  Backup backup(Phase::complete);
   EXPECT_THAT(backup->AbortBackup(), Gives(S_OK));
   EXPECT_THAT(Told(std::nullopt), IsEmpty());
   EXPECT_THAT(backup.PropertiesOf(backup.copyIds.at(0)), Gives(S_OK));
 }
 
 TEST_F(ShadowCopyService, RaisesBackupCompleteWhenItIsTriedAgainAfterAFailure) {
-  Backup backup;
-  backup.AdvanceTo(Phase::snapshotDone);
+  Backup backup(Phase::snapshotDone);
   host().faults().FailAsync("BackupComplete", VSS_E_UNEXPECTED_WRITER_ERROR);
   EXPECT_THAT(backup.Complete(), Gives(VSS_E_UNEXPECTED_WRITER_ERROR));
   EXPECT_THAT(Told(WriterEvent::backupComplete), IsEmpty());
@@ -138,22 +130,18 @@ TEST_F(ShadowCopyService, RaisesBackupCompleteWhenItIsTriedAgainAfterAFailure) {
 
 TEST_F(ShadowCopyService, StartsEverySessionWithStableWriters) {
   FailWriter(WriterEvent::freeze, VSS_E_WRITERERROR_TIMEOUT);
-  Backup first;
-  first.AdvanceTo(Phase::complete);
-  Backup second;
-  second.AdvanceTo(Phase::gathered);
+  Backup first(Phase::complete);
+  Backup second(Phase::gathered);
   EXPECT_THAT(second.States(), Each(VSS_WS_STABLE));
 }
 
 TEST_F(ShadowCopyService, TellsWhichComponentsAWriterFailed) {
   FailWriter(WriterEvent::postSnapshot, VSS_E_WRITERERROR_PARTIAL_FAILURE,
              {{L"\\sql01\\CRM", VSS_E_WRITERERROR_RETRYABLE, 0x41, L"crm busy"}, {L"\\SQL01\\other", E_FAIL, 0, L""}});
-  Backup backup;
-  backup.AdvanceTo(Phase::gathered);
+  Backup backup(Phase::gathered);
   ASSERT_THAT(backup.Add(0xA, L"SQL01", L"sales"), Gives(S_OK));
   ASSERT_THAT(backup.Add(0xA, L"SQL01", L"crm"), Gives(S_OK));
-  backup.StartSet().Prepare();
-  ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+  backup.StartSet().Take();
   EXPECT_THAT(backup.Statuses().at(0).failure, Gives(VSS_E_WRITERERROR_PARTIAL_FAILURE));
 
   HRESULT failure = E_FAIL;
@@ -180,8 +168,7 @@ TEST_F(ShadowCopyService, TellsWhichComponentsAWriterFailed) {
 TEST_F(ShadowCopyService, MovesTheClockWhenTheSnapshotIsWaitedFor) {
   host().model().freezeMilliseconds = 20000;
   host().model().commitMilliseconds = 5000;
-  Backup backup;
-  backup.AdvanceTo(Phase::prepared);
+  Backup backup(Phase::prepared);
   ComPtr<IVssAsync> async;
   ASSERT_THAT(backup->DoSnapshotSet(async.Put()), Gives(S_OK));
   HRESULT result = S_OK;
@@ -199,14 +186,12 @@ TEST_F(ShadowCopyService, MovesTheClockWhenTheSnapshotIsWaitedFor) {
 
 TEST_F(ShadowCopyService, FailsWritersThatAreFrozenForMoreThanAMinute) {
   host().model().freezeMilliseconds = 60000;
-  Backup inTime;
-  inTime.AdvanceTo(Phase::snapshotDone);
+  Backup inTime(Phase::snapshotDone);
   EXPECT_EQ(inTime.States().at(0), VSS_WS_WAITING_FOR_BACKUP_COMPLETE);
   inTime.Release();
 
   host().model().commitMilliseconds = 1;
-  Backup late;
-  late.AdvanceTo(Phase::snapshotDone);
+  Backup late(Phase::snapshotDone);
   EXPECT_EQ(late.Statuses().at(0).state, VSS_WS_FAILED_AT_FREEZE);
   EXPECT_THAT(late.Statuses().at(0).failure, Gives(VSS_E_WRITERERROR_TIMEOUT));
   EXPECT_EQ(late.States().at(1), VSS_WS_STABLE);
@@ -215,12 +200,10 @@ TEST_F(ShadowCopyService, FailsWritersThatAreFrozenForMoreThanAMinute) {
 
 TEST_F(ShadowCopyService, ReleasesTheHoldAfterTenSecondsAndFailsTheSet) {
   host().model().commitMilliseconds = 10000;
-  Backup inTime;
-  inTime.AdvanceTo(Phase::snapshotDone);
+  Backup inTime(Phase::snapshotDone);
   inTime.Release();
   host().model().commitMilliseconds = 10001;
-  Backup late;
-  late.AdvanceTo(Phase::prepared);
+  Backup late(Phase::prepared);
   EXPECT_THAT(late.Snapshot(), Gives(VSS_E_HOLD_WRITES_TIMEOUT));
   EXPECT_THAT(Copies(), IsEmpty());
   EXPECT_THAT(late.States(), Each(VSS_WS_STABLE));
@@ -231,8 +214,7 @@ TEST_F(ShadowCopyService, ReportsThePlannedResultOfTheSnapshotAndUndoesIt) {
     SCOPED_TRACE(ResultName(planned));
     Install(VssHost());
     host().faults().FailAsync("DoSnapshotSet", planned);
-    Backup backup;
-    backup.AdvanceTo(Phase::prepared);
+    Backup backup(Phase::prepared);
     EXPECT_THAT(backup.Snapshot(), Gives(planned));
     EXPECT_THAT(Copies(), IsEmpty());
     EXPECT_THAT(Told(std::nullopt), ElementsAre(L"SqlServerWriter"));
@@ -244,8 +226,7 @@ TEST_F(ShadowCopyService, ReportsThePlannedResultOfTheSnapshotAndUndoesIt) {
 
 TEST_F(ShadowCopyService, NeverEndsAnOperationThatIsPlannedToStayPending) {
   host().faults().FailAsync("DoSnapshotSet", VSS_S_ASYNC_PENDING);
-  Backup backup;
-  backup.AdvanceTo(Phase::prepared);
+  Backup backup(Phase::prepared);
   EXPECT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_PENDING));
   EXPECT_THAT(backup.Snapshot(), Gives(VSS_E_BAD_STATE));
   EXPECT_EQ(backup.States().at(0), VSS_WS_WAITING_FOR_THAW);
@@ -255,22 +236,19 @@ TEST_F(ShadowCopyService, NeverEndsAnOperationThatIsPlannedToStayPending) {
 
 TEST_F(ShadowCopyService, ReportsThePlannedResultOfEveryOtherOperation) {
   const auto fail = [this](const char* async) { host().faults().FailAsync(async, VSS_E_UNEXPECTED); };
-  Backup backup;
-  backup.Initialize();
+  Backup backup(Phase::initialized);
   fail("GatherWriterMetadata");
   EXPECT_THAT(backup.Run(&IVssBackupComponents::GatherWriterMetadata), Gives(VSS_E_UNEXPECTED));
   EXPECT_THAT(backup.Run(&IVssBackupComponents::GatherWriterMetadata), Gives(VSS_E_BAD_STATE));
   backup.Release();
 
-  Backup second;
-  second.AdvanceTo(Phase::setStarted);
+  Backup second(Phase::setStarted);
   fail("PrepareForBackup");
   EXPECT_THAT(second.Run(&IVssBackupComponents::PrepareForBackup), Gives(VSS_E_UNEXPECTED));
   EXPECT_THAT(second.Snapshot(), Gives(VSS_E_BAD_STATE));
   second.Release();
 
-  Backup third;
-  third.AdvanceTo(Phase::snapshotDone);
+  Backup third(Phase::snapshotDone);
   fail("GatherWriterStatus");
   EXPECT_THAT(third.Run(&IVssBackupComponents::GatherWriterStatus), Gives(VSS_E_UNEXPECTED));
   UINT count = 0;
@@ -282,8 +260,7 @@ TEST_F(ShadowCopyService, ReportsThePlannedResultOfEveryOtherOperation) {
 
 TEST_F(ShadowCopyService, UndoesASnapshotThatIsCancelledBeforeItsEnd) {
   host().model().freezeMilliseconds = 1000;
-  Backup backup;
-  backup.AdvanceTo(Phase::prepared, VSS_CTX_APP_ROLLBACK);
+  Backup backup(Phase::prepared, VSS_CTX_APP_ROLLBACK);
   ComPtr<IVssAsync> async;
   ASSERT_THAT(backup->DoSnapshotSet(async.Put()), Gives(S_OK));
   EXPECT_THAT(async->Cancel(), Gives(S_OK));
@@ -294,8 +271,7 @@ TEST_F(ShadowCopyService, UndoesASnapshotThatIsCancelledBeforeItsEnd) {
 }
 
 TEST_F(ShadowCopyService, AnswersACancellationThatComesTooLateWithTheResult) {
-  Backup backup;
-  backup.Initialize();
+  Backup backup(Phase::initialized);
   ComPtr<IVssAsync> async;
   ASSERT_THAT(backup->GatherWriterMetadata(async.Put()), Gives(S_OK));
   EXPECT_THAT(async->Cancel(), Gives(VSS_S_ASYNC_FINISHED));
