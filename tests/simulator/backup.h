@@ -48,6 +48,19 @@ inline void Expect(HRESULT result, HRESULT expected) {
   EXPECT_THAT(result, Gives(expected));
 }
 
+// What a getter gives when it succeeds; texts as text.
+template <class Object, class Interface, class Value>
+auto Got(Object& object, HRESULT (STDMETHODCALLTYPE Interface::*get)(Value*)) {
+  std::conditional_t<std::is_same_v<Value, BSTR>, Bstr, Value> value{};
+  if constexpr (std::is_same_v<Value, BSTR>) {
+    EXPECT_THAT((object.*get)(value.Put()), Gives(S_OK));
+    return std::wstring(value.View());
+  } else {
+    EXPECT_THAT((object.*get)(&value), Gives(S_OK));
+    return value;
+  }
+}
+
 inline simulator::Provider MakeProvider(const GUID& id, std::wstring name, VSS_PROVIDER_TYPE type) {
   return {id, std::move(name), type, L"1.0"};
 }

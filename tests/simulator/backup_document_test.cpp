@@ -36,10 +36,8 @@ TEST_F(ShadowCopyService, ListsAddedComponentsByWriter) {
   ASSERT_THAT(writer->GetComponent(0, component.Put()), Gives(S_OK));
   Bstr text;
   VSS_COMPONENT_TYPE type{};
-  EXPECT_THAT(component->GetLogicalPath(text.Put()), Gives(S_OK));
-  EXPECT_EQ(text.View(), L"SQL01");
-  EXPECT_THAT(component->GetComponentName(text.Put()), Gives(S_OK));
-  EXPECT_EQ(text.View(), L"crm");
+  EXPECT_EQ(Got(*component, &IVssComponent::GetLogicalPath), L"SQL01");
+  EXPECT_EQ(Got(*component, &IVssComponent::GetComponentName), L"crm");
   EXPECT_THAT(component->GetComponentType(&type), Gives(S_OK));
   EXPECT_EQ(type, VSS_CT_FILEGROUP);
 
@@ -94,10 +92,8 @@ TEST_F(ShadowCopyService, KnowsSuccessFromTheRequestorAndFailureFromItsSilence) 
   EXPECT_THAT(AddedComponent(backup, 0)->GetBackupSucceeded(&succeeded), Gives(S_FALSE));
   ASSERT_THAT(backup.Mark(0xA, L"SQL01", L"sales"), Gives(S_OK));
   ASSERT_THAT(backup.Complete(), Gives(VSS_S_ASYNC_FINISHED));
-  EXPECT_THAT(AddedComponent(backup, 0)->GetBackupSucceeded(&succeeded), Gives(S_OK));
-  EXPECT_TRUE(succeeded);
-  EXPECT_THAT(AddedComponent(backup, 1)->GetBackupSucceeded(&succeeded), Gives(S_OK));
-  EXPECT_FALSE(succeeded);
+  EXPECT_TRUE(Got(*AddedComponent(backup, 0), &IVssComponent::GetBackupSucceeded));
+  EXPECT_FALSE(Got(*AddedComponent(backup, 1), &IVssComponent::GetBackupSucceeded));
 }
 
 TEST_F(ShadowCopyService, SavesWhatBecameOfEachComponent) {
@@ -287,12 +283,8 @@ TEST_F(ShadowCopyService, ReadsTheComponentsOfASavedDocument) {
     ASSERT_THAT(restoring ? backup->InitializeForRestore(xml.Get()) : backup->InitializeForBackup(xml.Get()),
                 Gives(S_OK));
     EXPECT_EQ(backup.Document(), xml.View());
-    Bstr name;
-    VssBool succeeded = true;
-    EXPECT_THAT(AddedComponent(backup, 0)->GetComponentName(name.Put()), Gives(S_OK));
-    EXPECT_EQ(name.View(), L"sales");
-    EXPECT_THAT(AddedComponent(backup, 0)->GetBackupSucceeded(&succeeded), Gives(S_OK));
-    EXPECT_FALSE(succeeded);
+    EXPECT_EQ(Got(*AddedComponent(backup, 0), &IVssComponent::GetComponentName), L"sales");
+    EXPECT_FALSE(Got(*AddedComponent(backup, 0), &IVssComponent::GetBackupSucceeded));
   }
 }
 

@@ -7,7 +7,7 @@
 
 #include "simulator/host_file/documents.h"
 #include "simulator/simulated_host.h"
-#include "tests/simulator/documents.h"
+#include "tests/simulator/fixture.h"
 #include "text/guid.h"
 #include "text/unicode.h"
 
@@ -181,13 +181,13 @@ TEST(HostFile, DerivesInstanceIdentifiersThatDifferAndStayTheSame) {
 struct BadHostFile {
   const char* name;
   std::string json;
-  const char* error;
+  const char* error;  // after the file's name
 };
 
 class BadHostFiles : public testing::TestWithParam<BadHostFile> {};
 
 TEST_P(BadHostFiles, AreErrorsThatNameFilePlaceAndReason) {
-  EXPECT_EQ(ErrorOf(GetParam().json), GetParam().error);
+  EXPECT_EQ(ErrorOf(GetParam().json), std::string("host.json: ") + GetParam().error);
 }
 
 // A host with one disk that holds these volumes; one with this writer and what else is given.
@@ -205,103 +205,101 @@ std::string WithWriter(const std::string& writerKeys, const std::string& hostKey
 INSTANTIATE_TEST_SUITE_P(
     All, BadHostFiles,
     testing::Values(
-        BadHostFile{"NoObject", "[]", "host.json: /: expected object, found array"},
-        BadHostFile{"MissingDisks", "{}", "host.json: /: missing key \"disks\""},
-        BadHostFile{"UnknownKey", R"({"disks": [], "disk": []})", "host.json: /disk: unknown key"},
-        BadHostFile{"UnknownNestedKey", R"({"disks": [{"serial": "A", "a/b~": 1}]})",
-                    "host.json: /disks/0/a~1b~0: unknown key"},
+        BadHostFile{"NoObject", "[]", "/: expected object, found array"},
+        BadHostFile{"MissingDisks", "{}", "/: missing key \"disks\""},
+        BadHostFile{"UnknownKey", R"({"disks": [], "disk": []})", "/disk: unknown key"},
+        BadHostFile{"UnknownNestedKey", R"({"disks": [{"serial": "A", "a/b~": 1}]})", "/disks/0/a~1b~0: unknown key"},
         BadHostFile{"DuplicateKey", R"({"disks": [{}, {"serial": "A", "serial": "B"}]})",
-                    "host.json: /disks/1/serial: the key stands twice"},
-        BadHostFile{"WrongType", R"({"disks": [], "computerName": 1})",
-                    "host.json: /computerName: expected string, found number"},
+                    "/disks/1/serial: the key stands twice"},
+        BadHostFile{"WrongType", R"({"disks": [], "computerName": 1})", "/computerName: expected string, found number"},
         BadHostFile{"NegativeNumber", R"({"disks": [{"serial": "A", "number": -1}]})",
-                    "host.json: /disks/0/number: expected a whole number from 0 to 4294967295"},
+                    "/disks/0/number: expected a whole number from 0 to 4294967295"},
         BadHostFile{"NulCharacter", R"({"disks": [], "computerName": "a\u0000b"})",
-                    "host.json: /computerName: the text contains a NUL character"},
-        BadHostFile{"DiskWithoutSerial", R"({"disks": [{}]})", "host.json: /disks/0: missing key \"serial\""},
+                    "/computerName: the text contains a NUL character"},
+        BadHostFile{"DiskWithoutSerial", R"({"disks": [{}]})", "/disks/0: missing key \"serial\""},
         BadHostFile{"DuplicateSerial", R"({"disks": [{"serial": "a"}, {"serial": "A"}]})",
-                    "host.json: /disks/1/serial: duplicate disk serial \"A\""},
+                    "/disks/1/serial: duplicate disk serial \"A\""},
         BadHostFile{"DuplicateNumber", R"({"disks": [{"serial": "a", "number": 1}, {"serial": "b"}]})",
-                    "host.json: /disks/1: duplicate disk number \"1\""},
+                    "/disks/1: duplicate disk number \"1\""},
         BadHostFile{"BadVolumeName", R"({"disks": [{"serial": "a", "volumes": [{"name": "E:\\"}]}]})",
-                    "host.json: /disks/0/volumes/0/name: \"E:\\\" is no volume name (\\\\?\\Volume{GUID}\\)"},
+                    "/disks/0/volumes/0/name: \"E:\\\" is no volume name (\\\\?\\Volume{GUID}\\)"},
         BadHostFile{"DuplicateVolume", WithVolumes(NamedVolume(1) + "," + NamedVolume(1)),
-                    "host.json: /disks/0/volumes/1/name: duplicate volume name "
+                    "/disks/0/volumes/1/name: duplicate volume name "
                     "\"\\\\?\\Volume{00000001-0000-0000-0000-000000000000}\\\""},
         BadHostFile{"BadMountPoint", WithVolumes(NamedVolume(1, R"(, "mountPoints": ["E:"])")),
-                    "host.json: /disks/0/volumes/0/mountPoints/0: \"E:\" is no mount point (X:\\ or a folder, with a "
+                    "/disks/0/volumes/0/mountPoints/0: \"E:\" is no mount point (X:\\ or a folder, with a "
                     "backslash behind it)"},
         BadHostFile{"DuplicateMountPoint",
                     WithVolumes(NamedVolume(1, R"(, "mountPoints": ["E:\\"])") + "," +
                                 NamedVolume(2, R"(, "mountPoints": ["e:\\"])")),
-                    "host.json: /disks/0/volumes/1/mountPoints/0: duplicate mount point \"e:\\\""},
+                    "/disks/0/volumes/1/mountPoints/0: duplicate mount point \"e:\\\""},
         BadHostFile{"BadVersion", R"({"disks": [], "os": {"version": "10"}})",
-                    "host.json: /os/version: \"10\" is no version (major.minor.build)"},
+                    "/os/version: \"10\" is no version (major.minor.build)"},
         BadHostFile{"BadGuid", R"({"disks": [], "providers": [{"id": "374579ad"}]})",
-                    "host.json: /providers/0/id: \"374579ad\" is no GUID in braces"},
+                    "/providers/0/id: \"374579ad\" is no GUID in braces"},
         BadHostFile{"BadEnumWord",
                     R"({"disks": [], "providers": [{"id": "{374579ad-285c-49b9-ab8a-950e0e252de2}", "type": "disk"}]})",
-                    "host.json: /providers/0/type: \"disk\" is none of system, software, hardware, fileshare, unknown"},
+                    "/providers/0/type: \"disk\" is none of system, software, hardware, fileshare, unknown"},
         BadHostFile{"WriterWithoutId", R"({"disks": [], "writers": [{"name": "W"}]})",
-                    "host.json: /writers/0: missing key \"writerId\""},
+                    "/writers/0: missing key \"writerId\""},
         BadHostFile{"DocumentWithMore", R"({"disks": [], "writers": [{"document": "a.xml", "name": "W"}]})",
-                    "host.json: /writers/0/name: unknown key"},
+                    "/writers/0/name: unknown key"},
         BadHostFile{"MissingDocument", R"({"disks": [], "writers": [{"document": "no/such.xml"}]})",
-                    "host.json: /writers/0/document: cannot read \"no/such.xml\""},
+                    "/writers/0/document: cannot read \"no/such.xml\""},
         BadHostFile{"DatabaseFilesOfAFileGroup",
                     WithWriter(R"(, "components": [{"name": "c", "logFiles": [{"path": "a", "filespec": "b"}]}])"),
-                    "host.json: /writers/0/components/0/logFiles: a file group has files only"},
+                    "/writers/0/components/0/logFiles: a file group has files only"},
         BadHostFile{"DatabasesOfAnUnknownDisk", R"({"disks": [{"serial": "A"}], "databases": {"B": "x@y"}})",
-                    "host.json: /databases/B: no disk has the serial \"B\""},
+                    "/databases/B: no disk has the serial \"B\""},
         BadHostFile{"DeviceOfAnUnknownDisk",
                     R"({"disks": [{"serial": "A"}], "iscsiSessions": [{"devices": [{"shadowOf": "B"}]}]})",
-                    "host.json: /iscsiSessions/0/devices/0/shadowOf: no disk has the serial \"B\""},
+                    "/iscsiSessions/0/devices/0/shadowOf: no disk has the serial \"B\""},
         BadHostFile{"DeviceThatIsBoth",
                     R"({"disks": [{"serial": "A"}], "iscsiSessions": [{"devices": [{"shadowOf": "A", "disk": "A"}]}]})",
-                    "host.json: /iscsiSessions/0/devices/0: expected one of disk, shadowOf"},
+                    "/iscsiSessions/0/devices/0: expected one of disk, shadowOf"},
         BadHostFile{"BadFileVersion", R"({"disks": [], "files": {"C:\\a": {"version": "1.2.3"}}})",
-                    "host.json: /files/C:\\a/version: \"1.2.3\" is no file version (four numbers)"},
+                    "/files/C:\\a/version: \"1.2.3\" is no file version (four numbers)"},
         BadHostFile{"BadRegistryKey", R"({"disks": [], "registry": {"HKLM\\A": {}}})",
-                    "host.json: /registry/HKLM\\A: a key stands below HKEY_LOCAL_MACHINE\\ or HKEY_CURRENT_USER\\"},
+                    "/registry/HKLM\\A: a key stands below HKEY_LOCAL_MACHINE\\ or HKEY_CURRENT_USER\\"},
         BadHostFile{"BadMessageId", R"({"disks": [], "messages": {"five": "x"}})",
-                    "host.json: /messages/five: \"five\" is no result name, \"0x\" number or decimal code"},
+                    "/messages/five: \"five\" is no result name, \"0x\" number or decimal code"},
         BadHostFile{"SameMessageTwice", R"({"disks": [], "messages": {"5": "x", "0x5": "y"}})",
-                    "host.json: /messages/5: duplicate message \"5\""},
+                    "/messages/5: duplicate message \"5\""},
         BadHostFile{"FaultOfNothing", R"({"disks": [], "faults": [{"result": 5}]})",
-                    "host.json: /faults/0: expected one of call, async, writer, deleteShadowOf"},
+                    "/faults/0: expected one of call, async, writer, deleteShadowOf"},
         BadHostFile{"DeletionFaultOfAnUnknownDisk",
                     R"({"disks": [], "faults": [{"deleteShadowOf": "A", "result": "VSS_E_PROVIDER_VETO"}]})",
-                    "host.json: /faults/0/deleteShadowOf: no disk has the serial \"A\""},
+                    "/faults/0/deleteShadowOf: no disk has the serial \"A\""},
         BadHostFile{"DeletionFaultThatIsNone",
                     R"({"disks": [{"serial": "A"}], "faults": [{"deleteShadowOf": "A", "result": "S_FALSE"}]})",
-                    "host.json: /faults/0/result: a deletion that fails needs a failure"},
+                    "/faults/0/result: a deletion that fails needs a failure"},
         BadHostFile{"DeletionFaultWithAnOccurrence",
                     R"({"disks": [{"serial": "A"}],
                         "faults": [{"deleteShadowOf": "A", "occurrence": 1, "result": "E_FAIL"}]})",
-                    "host.json: /faults/0/occurrence: unknown key"},
+                    "/faults/0/occurrence: unknown key"},
         BadHostFile{"SessionThatAppearsBeforeTheStart",
                     R"({"disks": [], "iscsiSessions": [{"devices": [], "appearsAfter": -1}]})",
-                    "host.json: /iscsiSessions/0/appearsAfter: expected a whole number from 0 to 2147483647"},
+                    "/iscsiSessions/0/appearsAfter: expected a whole number from 0 to 2147483647"},
         BadHostFile{"DeviceThatAppearsAfterAWord",
                     R"({"disks": [{"serial": "A"}],
                         "iscsiSessions": [{"devices": [{"disk": "A", "appearsAfter": "later"}]}]})",
-                    "host.json: /iscsiSessions/0/devices/0/appearsAfter: expected number, found string"},
+                    "/iscsiSessions/0/devices/0/appearsAfter: expected number, found string"},
         BadHostFile{"FaultWithABadCall", R"({"disks": [], "faults": [{"call": "a b", "result": 5}]})",
-                    "host.json: /faults/0/call: \"a b\" is no call (Interface::Method or a function's name)"},
+                    "/faults/0/call: \"a b\" is no call (Interface::Method or a function's name)"},
         BadHostFile{"FaultWithABadResult", R"({"disks": [], "faults": [{"call": "A", "result": "VSS_E_NOPE"}]})",
-                    "host.json: /faults/0/result: \"VSS_E_NOPE\" is no result name, \"0x\" number or decimal code"},
+                    "/faults/0/result: \"VSS_E_NOPE\" is no result name, \"0x\" number or decimal code"},
         BadHostFile{"FaultOfAnUnknownWriter",
                     R"({"disks": [], "faults": [{"writer": "V", "event": "freeze", "failure": 5}]})",
-                    "host.json: /faults/0/writer: no writer is named \"V\""},
+                    "/faults/0/writer: no writer is named \"V\""},
         BadHostFile{"FaultAtAnUnknownEvent",
                     WithWriter("", R"(, "faults": [{"writer": "W", "event": "lunch", "failure": 5}])"),
-                    "host.json: /faults/0/event: \"lunch\" is none of identify, prepareBackup, prepareSnapshot, "
+                    "/faults/0/event: \"lunch\" is none of identify, prepareBackup, prepareSnapshot, "
                     "freeze, thaw, postSnapshot, backupComplete, backupShutdown"},
         BadHostFile{"FaultOfAnUnknownComponent",
                     WithWriter(R"(, "components": [{"name": "c"}])",
                                R"(, "faults": [{"writer": "W", "event": "freeze", "failure": 5,
                         "components": [{"fullPath": "c", "failure": 5}]}])"),
-                    "host.json: /faults/0/components/0/fullPath: the writer has no component \"c\""}),
+                    "/faults/0/components/0/fullPath: the writer has no component \"c\""}),
     [](const testing::TestParamInfo<BadHostFile>& test) { return std::string(test.param.name); });
 
 TEST(HostFile, TextThatIsNoJsonIsReportedWithLineAndColumn) {

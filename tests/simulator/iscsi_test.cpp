@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/simulator/storage_fixture.h"
+#include "tests/simulator/fixture.h"
 
 namespace varnel::simulator {
 namespace {

@@ -5,7 +5,7 @@
 #include <array>
 
 #include "platform/owners.h"
-#include "tests/support/host_fixture.h"
+#include "tests/simulator/fixture.h"
 
 namespace varnel::simulator {
 namespace {
@@ -33,14 +33,12 @@ class MessagesTest : public HostFixture {
 TEST_F(MessagesTest, SystemMessagesComeInAnAllocatedBuffer) {
   EXPECT_EQ(Allocated(FORMAT_MESSAGE_FROM_SYSTEM, 0x80004005), L"Unspecified error\r\n");
   EXPECT_EQ(Allocated(FORMAT_MESSAGE_FROM_SYSTEM, 0x80070005), L"Access is denied.\r\n");
-  EXPECT_EQ(Allocated(FORMAT_MESSAGE_FROM_SYSTEM, 99), L"");
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_MR_MID_NOT_FOUND});
+  EXPECT_THAT(Allocated(FORMAT_MESSAGE_FROM_SYSTEM, 99), FailsWith(ERROR_MR_MID_NOT_FOUND));
 }
 
 TEST_F(MessagesTest, InsertsWithoutArgumentsAreAnErrorUnlessIgnored) {
   EXPECT_EQ(Allocated(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, 7), L"100%% %1");
-  EXPECT_EQ(Allocated(FORMAT_MESSAGE_FROM_SYSTEM, 7), L"");
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+  EXPECT_THAT(Allocated(FORMAT_MESSAGE_FROM_SYSTEM, 7), FailsWith(ERROR_INVALID_PARAMETER));
 }
 
 TEST_F(MessagesTest, TheVssMessageTableIsSearchedFirstWhileItsModuleIsLoaded) {
@@ -54,38 +52,33 @@ TEST_F(MessagesTest, TheVssMessageTableIsSearchedFirstWhileItsModuleIsLoaded) {
     EXPECT_EQ(Allocated(FORMAT_MESSAGE_FROM_HMODULE, 5, module.Get()), L"");
   }
   EXPECT_EQ(Allocated(FORMAT_MESSAGE_FROM_HMODULE, 0x80042301), L"");
-  EXPECT_EQ(messages().LoadLibraryW(L"other.dll"), nullptr);
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_MOD_NOT_FOUND});
+  EXPECT_THAT(messages().LoadLibraryW(L"other.dll"), FailsWith(ERROR_MOD_NOT_FOUND));
 }
 
 TEST_F(MessagesTest, WithoutATableTheVssModuleDoesNotExist) {
   Install(test::SmallHost());
-  EXPECT_EQ(messages().LoadLibraryW(L"vsstrace.dll"), nullptr);
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_MOD_NOT_FOUND});
+  EXPECT_THAT(messages().LoadLibraryW(L"vsstrace.dll"), FailsWith(ERROR_MOD_NOT_FOUND));
 }
 
 TEST_F(MessagesTest, ACallersBufferMustHoldTheText) {
   std::array<wchar_t, 20> text{};
-  EXPECT_EQ(messages().FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 0, text.data(), 19, nullptr), 0u);
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+  EXPECT_THAT(messages().FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 0, text.data(), 19, nullptr),
+              FailsWith(ERROR_INSUFFICIENT_BUFFER));
   EXPECT_EQ(messages().FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 0, text.data(), 20, nullptr), 19u);
   EXPECT_STREQ(text.data(), L"Access is denied.\r\n");
 }
 
 TEST_F(MessagesTest, TheStringTableOfTheLibraryIsLoadedByItsName) {
   Module module;
-  EXPECT_EQ(messages().GetModuleHandleExW(0, L"other", module.Put()), FALSE);
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_MOD_NOT_FOUND});
+  EXPECT_THAT(messages().GetModuleHandleExW(0, L"other", module.Put()), FailsWith(ERROR_MOD_NOT_FOUND));
   ASSERT_EQ(messages().GetModuleHandleExW(0, L"varnel", module.Put()), TRUE);
   std::array<wchar_t, 1024> text{};
   EXPECT_GT(messages().LoadStringW(module.Get(), 126, text.data(), 1024), 0);
   EXPECT_STREQ(text.data(), L"VSS writer is not present on the host.");
   EXPECT_EQ(messages().LoadStringW(module.Get(), 126, text.data(), 4), 3);
   EXPECT_STREQ(text.data(), L"VSS");
-  EXPECT_EQ(messages().LoadStringW(module.Get(), 1, text.data(), 1024), 0);
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_RESOURCE_NAME_NOT_FOUND});
-  EXPECT_EQ(messages().LoadStringW(nullptr, 126, text.data(), 1024), 0);
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_RESOURCE_DATA_NOT_FOUND});
+  EXPECT_THAT(messages().LoadStringW(module.Get(), 1, text.data(), 1024), FailsWith(ERROR_RESOURCE_NAME_NOT_FOUND));
+  EXPECT_THAT(messages().LoadStringW(nullptr, 126, text.data(), 1024), FailsWith(ERROR_RESOURCE_DATA_NOT_FOUND));
 }
 
 }  // namespace

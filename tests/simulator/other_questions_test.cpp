@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "platform/owners.h"
-#include "tests/support/host_fixture.h"
+#include "tests/simulator/fixture.h"
 
 namespace varnel::simulator {
 namespace {
@@ -50,8 +50,7 @@ TEST_F(OtherQuestionsTest, AFileTellsItsFixedVersion) {
   ASSERT_EQ(host().files().GetFileVersion(L"c:\\windows\\system32\\vmms.exe", &version), TRUE);
   EXPECT_EQ(version.dwFileVersionMS, 6u << 16 | 3u);
   EXPECT_EQ(version.dwFileVersionLS, 9600u << 16 | 17120u);
-  EXPECT_EQ(host().files().GetFileVersion(L"Vmms.exe", &version), FALSE);
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+  EXPECT_THAT(host().files().GetFileVersion(L"Vmms.exe", &version), FailsWith(ERROR_FILE_NOT_FOUND));
 }
 
 TEST_F(OtherQuestionsTest, SleepingMovesTheVirtualClock) {

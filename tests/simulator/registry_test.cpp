@@ -51,20 +51,18 @@ TEST_F(RegistryTest, SubKeysAreEnumeratedInSortedOrder) {
   EXPECT_EQ(subKeys, 2u);
   EXPECT_EQ(longest, 10u);
   std::array<wchar_t, 256> name{};
-  DWORD size = 10;
-  EXPECT_EQ(registry().RegEnumKeyExW(key, 0, name.data(), &size, nullptr, nullptr, nullptr, nullptr),
-            LSTATUS{ERROR_MORE_DATA});
-  size = 256;
-  EXPECT_EQ(registry().RegEnumKeyExW(key, 0, name.data(), &size, nullptr, nullptr, nullptr, nullptr),
-            LSTATUS{ERROR_SUCCESS});
+  DWORD size = 0;
+  const auto enumerate = [&](DWORD index, DWORD room) {
+    size = room;
+    return registry().RegEnumKeyExW(key, index, name.data(), &size, nullptr, nullptr, nullptr, nullptr);
+  };
+  EXPECT_EQ(enumerate(0, 10), LSTATUS{ERROR_MORE_DATA});
+  EXPECT_EQ(enumerate(0, 256), LSTATUS{ERROR_SUCCESS});
   EXPECT_STREQ(name.data(), L"AdminTools");
   EXPECT_EQ(size, 10u);
-  size = 256;
-  EXPECT_EQ(registry().RegEnumKeyExW(key, 1, name.data(), &size, nullptr, nullptr, nullptr, nullptr),
-            LSTATUS{ERROR_SUCCESS});
+  EXPECT_EQ(enumerate(1, 256), LSTATUS{ERROR_SUCCESS});
   EXPECT_STREQ(name.data(), L"v15");
-  EXPECT_EQ(registry().RegEnumKeyExW(key, 2, name.data(), &size, nullptr, nullptr, nullptr, nullptr),
-            LSTATUS{ERROR_NO_MORE_ITEMS});
+  EXPECT_EQ(enumerate(2, 256), LSTATUS{ERROR_NO_MORE_ITEMS});
   EXPECT_EQ(registry().RegCloseKey(key), LSTATUS{ERROR_SUCCESS});
 }
 

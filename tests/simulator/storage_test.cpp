@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/simulator/storage_fixture.h"
+#include "tests/simulator/fixture.h"
 #include "text/ascii_case.h"
 
 namespace varnel::simulator {
@@ -82,8 +82,7 @@ TEST_F(StorageTest, DescribesADiskWithVendorAndSerialNumber) {
   std::memcpy(&descriptor, bytes.data(), sizeof descriptor);
   EXPECT_STREQ(bytes.data() + descriptor.VendorIdOffset, "Tessel");
   EXPECT_THAT(Ask(handle.Get(), IOCTL_STORAGE_QUERY_PROPERTY, 8), SizeIs(8));
-  EXPECT_THAT(Ask(handle.Get(), IOCTL_STORAGE_QUERY_PROPERTY, 7), IsEmpty());
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+  EXPECT_THAT(Ask(handle.Get(), IOCTL_STORAGE_QUERY_PROPERTY, 7), FailsWith(ERROR_INSUFFICIENT_BUFFER));
 }
 
 TEST_F(StorageTest, ADiskWithoutASerialNumberHasNoOffset) {
@@ -111,10 +110,8 @@ TEST_F(StorageTest, TellsExtentsOfVolumesOnlyAndWhetherADiskIsClustered) {
   EXPECT_THAT(Ask(disk.Get(), IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS), IsEmpty());
   EXPECT_EQ(AskFor<BOOL>(disk.Get(), IOCTL_DISK_IS_CLUSTERED), FALSE);
   EXPECT_THAT(Ask(disk.Get(), 0x12345), IsEmpty());
-  EXPECT_THAT(Ask(disk.Get(), IOCTL_STORAGE_GET_DEVICE_NUMBER, 4), IsEmpty());
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
-  EXPECT_THAT(Ask(INVALID_HANDLE_VALUE, IOCTL_DISK_IS_CLUSTERED), IsEmpty());
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+  EXPECT_THAT(Ask(disk.Get(), IOCTL_STORAGE_GET_DEVICE_NUMBER, 4), FailsWith(ERROR_INSUFFICIENT_BUFFER));
+  EXPECT_THAT(Ask(INVALID_HANDLE_VALUE, IOCTL_DISK_IS_CLUSTERED), FailsWith(ERROR_INVALID_HANDLE));
 }
 
 TEST_F(StorageTest, FindsTheLongestMountPointInThePathsOwnSpelling) {
@@ -133,27 +130,20 @@ TEST_F(StorageTest, FindsTheLongestMountPointInThePathsOwnSpelling) {
 }
 
 TEST_F(StorageTest, RefusesPathsOnNoVolumeAndBuffersThatAreTooSmall) {
-  EXPECT_EQ(MountPointOf(L"Q:\\x"), L"");
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
-  EXPECT_EQ(MountPointOf(VolumeName(9) + L"x"), L"");
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_PATH_NOT_FOUND});
+  EXPECT_THAT(MountPointOf(L"Q:\\x"), FailsWith(ERROR_FILE_NOT_FOUND));
+  EXPECT_THAT(MountPointOf(VolumeName(9) + L"x"), FailsWith(ERROR_PATH_NOT_FOUND));
   EXPECT_EQ(MountPointOf(L"\\\\server\\share\\x"), L"");
-  EXPECT_EQ(MountPointOf(L""), L"");
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_INVALID_NAME});
+  EXPECT_THAT(MountPointOf(L""), FailsWith(ERROR_INVALID_NAME));
   std::array<wchar_t, 3> small{};
-  EXPECT_EQ(storage().GetVolumePathNameW(L"E:\\x", small.data(), 3), FALSE);
-  EXPECT_EQ(host().GetLastError(), kFilenameExceedsRange);
+  EXPECT_THAT(storage().GetVolumePathNameW(L"E:\\x", small.data(), 3), FailsWith(kFilenameExceedsRange));
 }
 
 TEST_F(StorageTest, NamesTheVolumeOfAMountPoint) {
   EXPECT_EQ(VolumeNameOf(L"e:\\"), VolumeName(1));
   EXPECT_EQ(VolumeNameOf(VolumeName(1)), VolumeName(1));
-  EXPECT_EQ(VolumeNameOf(L"E:"), L"");
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_INVALID_NAME});
-  EXPECT_EQ(VolumeNameOf(L"Q:\\"), L"");
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
-  EXPECT_EQ(VolumeNameOf(L"E:\\folder\\"), L"");
-  EXPECT_EQ(host().GetLastError(), 4390u);
+  EXPECT_THAT(VolumeNameOf(L"E:"), FailsWith(ERROR_INVALID_NAME));
+  EXPECT_THAT(VolumeNameOf(L"Q:\\"), FailsWith(ERROR_FILE_NOT_FOUND));
+  EXPECT_THAT(VolumeNameOf(L"E:\\folder\\"), FailsWith(4390));
 }
 
 TEST_F(StorageTest, EnumeratesVolumesInDiskOrder) {
@@ -184,13 +174,13 @@ TEST_F(StorageTest, ListsTheMountPointsOfAVolume) {
   Install(model);
   std::array<wchar_t, 16> names{};
   DWORD needed = 0;
-  EXPECT_EQ(storage().GetVolumePathNamesForVolumeNameW(VolumeName(1).c_str(), names.data(), 10, &needed), FALSE);
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_MORE_DATA});
+  EXPECT_THAT(storage().GetVolumePathNamesForVolumeNameW(VolumeName(1).c_str(), names.data(), 10, &needed),
+              FailsWith(ERROR_MORE_DATA));
   EXPECT_EQ(needed, 11u);
   EXPECT_EQ(storage().GetVolumePathNamesForVolumeNameW(VolumeName(1).c_str(), names.data(), needed, &needed), TRUE);
   EXPECT_EQ(std::wstring(names.data(), needed), std::wstring(L"E:\\\0C:\\m\\\0\0", 11));
-  EXPECT_EQ(storage().GetVolumePathNamesForVolumeNameW(VolumeName(8).c_str(), names.data(), 16, &needed), FALSE);
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+  EXPECT_THAT(storage().GetVolumePathNamesForVolumeNameW(VolumeName(8).c_str(), names.data(), 16, &needed),
+              FailsWith(ERROR_FILE_NOT_FOUND));
 }
 
 TEST_F(StorageTest, AShadowCopyHasADeviceADiskAndASerialNumber) {

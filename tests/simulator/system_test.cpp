@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "tests/support/host_fixture.h"
+#include "tests/simulator/fixture.h"
 
 namespace varnel::simulator {
 namespace {
@@ -17,8 +17,7 @@ using SystemTest = HostFixture;
 TEST_F(SystemTest, TheComputerNameNeedsRoomForItsEnd) {
   std::array<wchar_t, 8> name{};
   DWORD size = 4;
-  EXPECT_EQ(host().system().GetComputerNameW(name.data(), &size), FALSE);
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_BUFFER_OVERFLOW});
+  EXPECT_THAT(host().system().GetComputerNameW(name.data(), &size), FailsWith(ERROR_BUFFER_OVERFLOW));
   EXPECT_EQ(size, 5u);
   EXPECT_EQ(host().system().GetComputerNameW(name.data(), &size), TRUE);
   EXPECT_EQ(size, 4u);
@@ -107,10 +106,8 @@ TEST_F(VersionTest, TheConditionMaskHasTheLayoutOfWindows) {
 
 TEST_F(VersionTest, ATestWithoutConditionsIsABadArgument) {
   OSVERSIONINFOEXW wanted{};
-  EXPECT_EQ(host().system().VerifyVersionInfoW(&wanted, VER_MAJORVERSION, 0), FALSE);
-  EXPECT_EQ(host().GetLastError(), 160u);
-  EXPECT_EQ(host().system().VerifyVersionInfoW(&wanted, 0, 1), FALSE);
-  EXPECT_EQ(host().GetLastError(), 160u);
+  EXPECT_THAT(host().system().VerifyVersionInfoW(&wanted, VER_MAJORVERSION, 0), FailsWith(160));
+  EXPECT_THAT(host().system().VerifyVersionInfoW(&wanted, 0, 1), FailsWith(160));
 }
 
 class ProcessesTest : public HostFixture {
@@ -148,8 +145,7 @@ TEST_F(ProcessesTest, TheFirstCommandThatMatchesRuns) {
 }
 
 TEST_F(ProcessesTest, ACommandThatMatchesNothingIsNotFound) {
-  EXPECT_EQ(Start(L"notepad.exe"), FALSE);
-  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+  EXPECT_THAT(Start(L"notepad.exe"), FailsWith(ERROR_FILE_NOT_FOUND));
   EXPECT_EQ(host().processes().WaitForSingleObject(nullptr, 0), DWORD{WAIT_FAILED});
   EXPECT_EQ(host().GetLastError(), DWORD{ERROR_INVALID_HANDLE});
 }

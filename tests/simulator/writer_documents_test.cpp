@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "simulator/host_file/documents.h"
-#include "tests/simulator/documents.h"
+#include "tests/simulator/fixture.h"
 #include "text/guid.h"
 
 namespace varnel::simulator {

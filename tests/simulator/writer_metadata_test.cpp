@@ -10,9 +10,7 @@ namespace {
 TEST_F(ShadowCopyService, ListsTheWritersThatAnswerIdentify) {
   FailWriter(WriterEvent::identify, VSS_E_WRITERERROR_NONRETRYABLE);
   Backup backup(Phase::gathered);
-  UINT count = 0;
-  EXPECT_THAT(backup->GetWriterMetadataCount(&count), Gives(S_OK));
-  EXPECT_EQ(count, 2U);
+  EXPECT_EQ(Got(*backup, &IVssBackupComponents::GetWriterMetadataCount), 2U);
   EXPECT_THAT(backup.Add(0xA, L"SQL01", L"sales"), Gives(VSS_E_OBJECT_NOT_FOUND));
   EXPECT_THAT(backup.Statuses(), SizeIs(2));
   GUID instance{};
@@ -30,9 +28,7 @@ TEST_F(ShadowCopyService, KeepsEnabledWritersFirstAndThenDropsDisabledOnes) {
   ASSERT_THAT(backup->EnableWriterClasses(enabled, 3), Gives(S_OK));
   ASSERT_THAT(backup->DisableWriterInstances(&disabledInstance, 1), Gives(S_OK));
   backup.Gather();
-  UINT count = 0;
-  ASSERT_THAT(backup->GetWriterMetadataCount(&count), Gives(S_OK));
-  ASSERT_EQ(count, 1U);
+  ASSERT_EQ(Got(*backup, &IVssBackupComponents::GetWriterMetadataCount), 1U);
   GUID instance{};
   ComPtr<IVssExamineWriterMetadata> metadata;
   ASSERT_THAT(backup->GetWriterMetadata(0, &instance, metadata.Put()), Gives(S_OK));
@@ -105,12 +101,10 @@ TEST_F(WriterMetadata, TellsTheIdentityInFull) {
   EXPECT_EQ(source, VSS_ST_TRANSACTEDDB);
   DWORD major = 0;
   DWORD minor = 0;
-  DWORD schema = 0;
   EXPECT_THAT(metadata->GetVersion(&major, &minor), Gives(S_OK));
-  EXPECT_THAT(metadata->GetBackupSchema(&schema), Gives(S_OK));
   EXPECT_EQ(major, 2U);
   EXPECT_EQ(minor, 3U);
-  EXPECT_EQ(schema, 0x371U);
+  EXPECT_EQ(Got(*metadata, &IVssExamineWriterMetadataEx2::GetBackupSchema), 0x371U);
 }
 
 TEST_F(WriterMetadata, CountsFilesAndRefusesIndexesBehindThem) {
@@ -121,13 +115,11 @@ TEST_F(WriterMetadata, CountsFilesAndRefusesIndexesBehindThem) {
   UINT include = 9;
   UINT exclude = 0;
   UINT components = 0;
-  UINT fromSnapshot = 0;
   EXPECT_THAT(metadata->GetFileCounts(&include, &exclude, &components), Gives(S_OK));
-  EXPECT_THAT(metadata->GetExcludeFromSnapshotCount(&fromSnapshot), Gives(S_OK));
   EXPECT_EQ(include, 0U);
   EXPECT_EQ(exclude, 1U);
   EXPECT_EQ(components, 1U);
-  EXPECT_EQ(fromSnapshot, 1U);
+  EXPECT_EQ(Got(*metadata, &IVssExamineWriterMetadataEx2::GetExcludeFromSnapshotCount), 1U);
 
   ComPtr<IVssWMFiledesc> file;
   ComPtr<IVssWMComponent> component;
@@ -154,21 +146,12 @@ TEST_F(WriterMetadata, ToldOfAFileGivesPathSpecAndAlternateLocation) {
   const auto examined = ComponentOf(*metadata);
   ComPtr<IVssWMFiledesc> file;
   ASSERT_THAT(examined->GetFile(0, file.Put()), Gives(S_OK));
-  Bstr path;
-  Bstr spec;
+  EXPECT_EQ(Got(*file, &IVssWMFiledesc::GetPath), L"E:\\a");
+  EXPECT_EQ(Got(*file, &IVssWMFiledesc::GetFilespec), L"*.mdf");
+  EXPECT_TRUE(Got(*file, &IVssWMFiledesc::GetRecursive));
+  EXPECT_EQ(Got(*file, &IVssWMFiledesc::GetAlternateLocation), L"F:\\alt");
+  EXPECT_EQ(Got(*file, &IVssWMFiledesc::GetBackupTypeMask), 0x101U);
   Bstr alternate;
-  VssBool recursive = false;
-  DWORD mask = 0;
-  EXPECT_THAT(file->GetPath(path.Put()), Gives(S_OK));
-  EXPECT_THAT(file->GetFilespec(spec.Put()), Gives(S_OK));
-  EXPECT_THAT(file->GetRecursive(&recursive), Gives(S_OK));
-  EXPECT_THAT(file->GetAlternateLocation(alternate.Put()), Gives(S_OK));
-  EXPECT_THAT(file->GetBackupTypeMask(&mask), Gives(S_OK));
-  EXPECT_EQ(path.View(), L"E:\\a");
-  EXPECT_EQ(spec.View(), L"*.mdf");
-  EXPECT_TRUE(recursive);
-  EXPECT_EQ(alternate.View(), L"F:\\alt");
-  EXPECT_EQ(mask, 0x101U);
   ASSERT_THAT(examined->GetFile(1, file.Put()), Gives(S_OK));
   EXPECT_THAT(file->GetAlternateLocation(alternate.Put()), Gives(S_FALSE));
   EXPECT_FALSE(alternate);
@@ -231,39 +214,33 @@ TEST_F(WriterMetadata, SaysWhetherThereIsARestoreMethod) {
   VssBool reboot = false;
   UINT mappings = 9;
   simulator::Writer writer = MakeWriter(L"W", 1, {});
+  const auto read = [&] {
+    service.Reset();
+    procedure.Reset();
+    return Examine(writer)->GetRestoreMethod(&method, service.Put(), procedure.Put(), &writerRestore, &reboot,
+                                             &mappings);
+  };
   writer.restoreMethod = {VSS_RME_STOP_RESTORE_START, L"svc", L"http://help", VSS_WRE_ALWAYS, true};
-  ComPtr<IVssExamineWriterMetadataEx2> metadata = Examine(writer);
-  EXPECT_THAT(metadata->GetRestoreMethod(&method, service.Put(), procedure.Put(), &writerRestore, &reboot, &mappings),
-              Gives(S_OK));
+  EXPECT_THAT(read(), Gives(S_OK));
   EXPECT_EQ(method, VSS_RME_STOP_RESTORE_START);
   EXPECT_EQ(service.View(), L"svc");
   EXPECT_EQ(procedure.View(), L"http://help");
   EXPECT_EQ(writerRestore, VSS_WRE_ALWAYS);
   EXPECT_TRUE(reboot);
   EXPECT_EQ(mappings, 0U);
-  service.Reset();
-  procedure.Reset();
-  metadata.Reset();
 
   writer.restoreMethod->method = VSS_RME_RESTORE_IF_CAN_REPLACE;
-  metadata = Examine(writer);
-  EXPECT_THAT(metadata->GetRestoreMethod(&method, service.Put(), procedure.Put(), &writerRestore, &reboot, &mappings),
-              Gives(S_OK));
+  EXPECT_THAT(read(), Gives(S_OK));
   EXPECT_FALSE(service) << "only methods that stop a service name it";
-  procedure.Reset();
-  metadata.Reset();
 
   writer.restoreMethod.reset();
-  metadata = Examine(writer);
-  EXPECT_THAT(metadata->GetRestoreMethod(&method, service.Put(), procedure.Put(), &writerRestore, &reboot, &mappings),
-              Gives(S_FALSE));
+  EXPECT_THAT(read(), Gives(S_FALSE));
   EXPECT_EQ(method, VSS_RME_UNDEFINED);
   EXPECT_FALSE(procedure);
 }
 
 TEST_F(WriterMetadata, SavesAndLoadsItsDocument) {
-  const ComPtr<IVssExamineWriterMetadataEx2> metadata =
-      Examine(MakeWriter(L"W <&> \"1\"", 1, {MakeComponent(L"p", L"c", {L"E:\\a"})}));
+  const auto metadata = Examine(MakeWriter(L"W <&> \"1\"", 1, {MakeComponent(L"p", L"c", {L"E:\\a"})}));
   Bstr xml;
   ASSERT_THAT(metadata->SaveAsXML(xml.Put()), Gives(S_OK));
   EXPECT_EQ(xml.View().substr(0, 16), L"<WRITER_METADATA");
@@ -280,8 +257,7 @@ TEST_F(WriterMetadata, SavesAndLoadsItsDocument) {
 
 TEST_F(WriterMetadata, TakesComponentInformationBackOnceAndOnlyItsOwn) {
   {
-    const ComPtr<IVssExamineWriterMetadataEx2> metadata =
-        Examine(MakeWriter(L"W", 1, {MakeComponent(L"", L"c", {}), MakeComponent(L"", L"d", {})}));
+    const auto metadata = Examine(MakeWriter(L"W", 1, {MakeComponent(L"", L"c", {}), MakeComponent(L"", L"d", {})}));
     const auto component = ComponentOf(*metadata);
     const auto other = ComponentOf(*metadata, 1);
     PVSSCOMPONENTINFO info = nullptr;

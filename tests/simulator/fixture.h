@@ -1,4 +1,4 @@
-// Storage of a simulated host and its shadow copies, for tests that ask about disks.
+// What the tests of the simulated host share: failed calls, storage with shadow copies, a document of a writer.
 #pragma once
 
 #include <array>
@@ -14,6 +14,12 @@ namespace varnel::simulator {
 
 inline constexpr GUID kArrayProvider = ParseGuid<GUID>("{374579ad-285c-49b9-ab8a-950e0e252de2}");
 inline constexpr GUID kSession = ParseGuid<GUID>("{00000000-0000-0000-0000-00000000a5a5}");
+
+/// A call that answered nothing (FALSE, 0, null, empty) and left this last error.
+MATCHER_P(FailsWith, error, "") {
+  *result_listener << "the last error is " << CurrentHost().GetLastError();
+  return arg == std::decay_t<decltype(arg)>{} && CurrentHost().GetLastError() == static_cast<DWORD>(error);
+}
 
 class StorageTest : public test::HostFixture {
  protected:
@@ -78,5 +84,29 @@ class StorageTest : public test::HostFixture {
     ASSERT_EQ(service.CommitSet(kSession), S_OK);
   }
 };
+
+// A Writer Metadata Document with every attribute.
+inline const char kSmallDocument[] =
+    "<WRITER_METADATA xmlns=\"x-schema:#VssWriterMetadataInfo\" version=\"1.2\" backupSchema=\"881\">"
+    "<IDENTIFICATION writerId=\"a65faa63-5ea8-4ebc-9dbd-a0c4db26912a\" "
+    "instanceId=\"235435d9-34d6-41ea-8c08-5958a9982636\" instanceName=\"SQL &amp; more\" "
+    "friendlyName=\"SqlServerWriter\" usage=\"USER_DATA\" dataSource=\"TRANSACTION_DB\" majorVersion=\"1\" "
+    "minorVersion=\"2\"/>"
+    "<RESTORE_METHOD method=\"STOP_RESTORE_START\" service=\"svc\" userProcedure=\"proc\" writerRestore=\"always\" "
+    "rebootRequired=\"yes\"/>"
+    "<BACKUP_LOCATIONS>"
+    "<FILE_GROUP logicalPath=\"SQL01\" componentName=\"sales\" caption=\"one&#13;&#10;two\" restoreMetadata=\"yes\" "
+    "notifyOnBackupComplete=\"yes\" selectable=\"no\" selectableForRestore=\"yes\" componentFlags=\"2\">"
+    "<FILE_LIST path=\"E:\\data\" filespec=\"*\" recursive=\"yes\" alternatePath=\"E:\\alt\" "
+    "filespecBackupType=\"3855\"/>"
+    "</FILE_GROUP>"
+    "<DATABASE componentName=\"m\xC3\xBC\" restoreMetadata=\"no\" notifyOnBackupComplete=\"no\" selectable=\"yes\" "
+    "selectableForRestore=\"no\" componentFlags=\"0\">"
+    "<DATABASE_FILES path=\"E:\\\" filespec=\"a.mdf\" filespecBackupType=\"3855\"/>"
+    "<DATABASE_LOGFILES path=\"F:\\\" filespec=\"a.ldf\" filespecBackupType=\"15\"/>"
+    "</DATABASE>"
+    "<EXCLUDE_FILES path=\"E:\\tmp\" filespec=\"*\" recursive=\"no\"/>"
+    "<EXCLUDE_FILES_FROM_SNAPSHOT path=\"\\Heat\" filespec=\"*.*\" recursive=\"yes\"/>"
+    "</BACKUP_LOCATIONS></WRITER_METADATA>";
 
 }  // namespace varnel::simulator
