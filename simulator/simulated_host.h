@@ -27,37 +27,51 @@ HostModel ParseHostFile(std::string_view json, const std::string& name, const st
 /// The sample host that varnelctl uses when no host file is named.
 HostModel SampleHost();
 
+class KernelObjects;
+
 class SimulatedHost final : public Host {
  public:
   explicit SimulatedHost(HostModel model);
   ~SimulatedHost() override;
 
-  VssService& vss() override;
-  Storage& storage() override;
-  Processes& processes() override;
-  Registry& registry() override;
-  SystemInformation& system() override;
-  Messages& messages() override;
-  IscsiInitiator& iscsi() override;
-  Cluster& cluster() override;
-  WmiDisks& wmi() override;
-  FileVersions& files() override;
-  Heap& heap() override;
-  Time& time() override;
-  MetadataService& metadata() override;
-  DWORD GetLastError() override;
+  VssService& vss() override { return *vss_; }
+  Storage& storage() override { return *storage_; }
+  Processes& processes() override { return *processes_; }
+  Registry& registry() override { return *registry_; }
+  SystemInformation& system() override { return *system_; }
+  Messages& messages() override { return *messages_; }
+  IscsiInitiator& iscsi() override { return *iscsi_; }
+  Cluster& cluster() override { return *cluster_; }
+  WmiDisks& wmi() override { return *wmi_; }
+  FileVersions& files() override { return *files_; }
+  Heap& heap() override { return *heap_; }
+  Time& time() override { return *time_; }
+  MetadataService& metadata() override { return *metadata_; }
+  DWORD GetLastError() override { return machine_->lastError; }
 
-  /// For changes between calls.
-  HostModel& model();
+  /// For changes that are made before the next call.
+  HostModel& model() { return machine_->ChangeModel(); }
   FaultPlan& faults() { return machine_->faults; }
   CallLog& calls() { return machine_->calls; }
   LiveObjects& live() { return machine_->live; }
   Machine& machine() { return *machine_; }
 
  private:
-  struct Services;
   std::shared_ptr<Machine> machine_;
-  std::unique_ptr<Services> services_;
+  std::unique_ptr<KernelObjects> objects_;
+  std::unique_ptr<VssService> vss_;
+  std::unique_ptr<Storage> storage_;
+  std::unique_ptr<Processes> processes_;
+  std::unique_ptr<Registry> registry_;
+  std::unique_ptr<SystemInformation> system_;
+  std::unique_ptr<Messages> messages_;
+  std::unique_ptr<IscsiInitiator> iscsi_;
+  std::unique_ptr<Cluster> cluster_;
+  std::unique_ptr<WmiDisks> wmi_;
+  std::unique_ptr<FileVersions> files_;
+  std::unique_ptr<Heap> heap_;
+  std::unique_ptr<Time> time_;
+  std::unique_ptr<MetadataService> metadata_;
 };
 
 }  // namespace varnel::simulator

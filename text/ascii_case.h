@@ -1,4 +1,4 @@
-// Case folding of A-Z only, the same on every platform and in every locale: what Windows names compare by here.
+// Comparisons that fold A-Z only, the same on every platform and in every locale: what Windows names compare by here.
 #pragma once
 
 #include <algorithm>
@@ -21,5 +21,18 @@ constexpr bool EqualIgnoringCase(std::wstring_view a, std::wstring_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                     [](wchar_t x, wchar_t y) { return ToLower(x) == ToLower(y); });
 }
+
+constexpr bool StartsWithIgnoringCase(std::wstring_view text, std::wstring_view prefix) {
+  return EqualIgnoringCase(text.substr(0, prefix.size()), prefix);
+}
+
+/// Orders texts, for sorted containers.
+struct LessIgnoringCase {
+  using is_transparent = void;
+  bool operator()(std::wstring_view a, std::wstring_view b) const;
+};
+
+/// Whether `text` is of the form `pattern`: '*' stands for any text, '?' for any one character; case does not matter.
+bool MatchesPattern(std::wstring_view pattern, std::wstring_view text);
 
 }  // namespace varnel::ascii

@@ -1,7 +1,6 @@
 #include "simulator/host_file/documents.h"
 
 #include <cstdint>
-#include <span>
 #include <utility>
 
 #include "simulator/host_file/xml.h"
@@ -12,7 +11,7 @@ namespace {
 constexpr DWORD kDefaultBackupTypeMask = 0xF0F;
 
 // The words that Windows writes are known for part of the values only; those marked "ours" are not among them.
-constexpr XmlWord<VSS_USAGE_TYPE> kUsages[] = {
+constexpr Word<VSS_USAGE_TYPE> kUsages[] = {
     {"UNDEFINED", VSS_UT_UNDEFINED},  // ours
     {"BOOTABLE_SYSTEM_STATE", VSS_UT_BOOTABLESYSTEMSTATE},
     {"SYSTEM_SERVICE", VSS_UT_SYSTEMSERVICE},
@@ -20,14 +19,14 @@ constexpr XmlWord<VSS_USAGE_TYPE> kUsages[] = {
     {"OTHER", VSS_UT_OTHER},  // ours
 };
 
-constexpr XmlWord<VSS_SOURCE_TYPE> kSources[] = {
+constexpr Word<VSS_SOURCE_TYPE> kSources[] = {
     {"UNDEFINED", VSS_ST_UNDEFINED},  // ours
     {"TRANSACTION_DB", VSS_ST_TRANSACTEDDB},
     {"NONTRANSACTION_DB", VSS_ST_NONTRANSACTEDDB},  // ours
     {"OTHER", VSS_ST_OTHER},
 };
 
-constexpr XmlWord<VSS_RESTOREMETHOD_ENUM> kRestoreMethods[] = {
+constexpr Word<VSS_RESTOREMETHOD_ENUM> kRestoreMethods[] = {
     {"UNDEFINED", VSS_RME_UNDEFINED},                        // ours
     {"RESTORE_IF_NOT_THERE", VSS_RME_RESTORE_IF_NOT_THERE},  // ours
     {"RESTORE_IF_CAN_BE_REPLACED", VSS_RME_RESTORE_IF_CAN_REPLACE},
@@ -39,7 +38,7 @@ constexpr XmlWord<VSS_RESTOREMETHOD_ENUM> kRestoreMethods[] = {
     {"RESTORE_STOP_START", VSS_RME_RESTORE_STOP_START},  // ours
 };
 
-constexpr XmlWord<VSS_WRITERRESTORE_ENUM> kWriterRestores[] = {
+constexpr Word<VSS_WRITERRESTORE_ENUM> kWriterRestores[] = {
     {"undefined", VSS_WRE_UNDEFINED},  // ours
     {"never", VSS_WRE_NEVER},
     {"ifReplaceFails", VSS_WRE_IF_REPLACE_FAILS},  // ours
@@ -89,20 +88,18 @@ void ParseIdentification(const XmlElement& element, Writer& writer) {
   writer.instanceId = element.RequiredIdentifier("instanceId");
   writer.instanceName = element.Text("instanceName").value_or(L"");
   writer.name = element.RequiredText("friendlyName");
-  writer.usage = element.OneOf("usage", std::span<const XmlWord<VSS_USAGE_TYPE>>(kUsages), VSS_UT_UNDEFINED);
-  writer.source = element.OneOf("dataSource", std::span<const XmlWord<VSS_SOURCE_TYPE>>(kSources), VSS_ST_UNDEFINED);
+  writer.usage = element.OneOf("usage", kUsages, VSS_UT_UNDEFINED);
+  writer.source = element.OneOf("dataSource", kSources, VSS_ST_UNDEFINED);
   writer.majorVersion = NumberOf(element, "majorVersion");
   writer.minorVersion = NumberOf(element, "minorVersion");
 }
 
 RestoreMethod ParseRestoreMethod(const XmlElement& element) {
   RestoreMethod restore;
-  restore.method =
-      element.OneOf("method", std::span<const XmlWord<VSS_RESTOREMETHOD_ENUM>>(kRestoreMethods), VSS_RME_UNDEFINED);
+  restore.method = element.OneOf("method", kRestoreMethods, VSS_RME_UNDEFINED);
   restore.service = element.Text("service").value_or(L"");
   restore.userProcedure = element.Text("userProcedure").value_or(L"");
-  restore.writerRestore = element.OneOf(
-      "writerRestore", std::span<const XmlWord<VSS_WRITERRESTORE_ENUM>>(kWriterRestores), VSS_WRE_UNDEFINED);
+  restore.writerRestore = element.OneOf("writerRestore", kWriterRestores, VSS_WRE_UNDEFINED);
   restore.rebootRequired = element.Flag("rebootRequired");
   return restore;
 }
@@ -136,14 +133,6 @@ Writer ParseRoot(const XmlElement& root) {
   return writer;
 }
 
-template <class Value, std::size_t n>
-std::string_view WordFor(const XmlWord<Value> (&words)[n], Value value) {
-  for (const XmlWord<Value>& word : words) {
-    if (word.value == value) return word.text;
-  }
-  return words[0].text;
-}
-
 void WriteFile(XmlText& xml, std::string_view element, const FileSpec& file) {
   xml.Raw("<").Raw(element);
   xml.Attribute("path", file.path).Attribute("filespec", file.filespec);
@@ -161,9 +150,9 @@ void WriteExclusion(XmlText& xml, std::string_view element, const FileSpec& file
 void WriteComponent(XmlText& xml, const WriterComponent& component) {
   const std::string_view element = component.type == VSS_CT_DATABASE ? "DATABASE" : "FILE_GROUP";
   xml.Raw("<").Raw(element);
-  if (component.logicalPath) xml.Attribute("logicalPath", *component.logicalPath);
+  xml.Optional("logicalPath", component.logicalPath);
   xml.Attribute("componentName", component.name);
-  if (component.caption) xml.Attribute("caption", *component.caption);
+  xml.Optional("caption", component.caption);
   xml.Flag("restoreMetadata", component.restoreMetadata);
   xml.Flag("notifyOnBackupComplete", component.notifyOnBackupComplete);
   xml.Flag("selectable", component.selectable);
@@ -205,8 +194,8 @@ Writer ParseWriterMetadata(std::string_view xml) {
 
 std::string FormatWriterMetadata(const Writer& writer) {
   XmlText xml;
-  xml.Raw("<WRITER_METADATA").Attribute("xmlns", std::string_view("x-schema:#VssWriterMetadataInfo"));
-  xml.Attribute("version", std::string_view("1.2"));
+  xml.Raw("<WRITER_METADATA").Attribute("xmlns", "x-schema:#VssWriterMetadataInfo");
+  xml.Attribute("version", "1.2");
   if (writer.backupSchema != 0) xml.Number("backupSchema", writer.backupSchema);
   xml.Raw(">");
   WriteIdentification(xml, writer);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "simulator/machine/result_names.h"
 #include "text/guid.h"
 #include "text/unicode.h"
 
@@ -145,8 +146,15 @@ DWORD JsonNode::Number(DWORD largest) const {
 
 GUID JsonNode::Guid() const {
   const std::optional<GUID> guid = TryParseGuid<GUID>(std::string_view(Utf8()));
-  if (!guid) Fail("\"" + Utf8() + "\" is no GUID in braces");
+  if (!guid) Refuse("is no GUID in braces");
   return *guid;
+}
+
+DWORD JsonNode::Result() const {
+  if (!IsText()) return Number();
+  const std::optional<DWORD> result = ParseResult(Utf8());
+  if (!result) Refuse("is no result name, \"0x\" number or decimal code");
+  return *result;
 }
 
 std::vector<JsonNode> JsonNode::Elements() const {
@@ -168,6 +176,10 @@ std::vector<std::pair<std::string, JsonNode>> JsonNode::Members() const {
   return members;
 }
 
+void UniqueNames::Add(std::wstring_view name, const JsonNode& node) {
+  if (!names_.emplace(name).second) node.Fail("duplicate " + what_ + " \"" + WideToUtf8(name) + "\"");
+}
+
 JsonObject::JsonObject(JsonNode node, std::initializer_list<std::string_view> keys) : node_(std::move(node)) {
   for (const auto& [key, member] : node_.Members()) {
     if (std::find(keys.begin(), keys.end(), key) == keys.end()) member.Fail("unknown key");
@@ -178,6 +190,11 @@ std::optional<JsonNode> JsonObject::Find(std::string_view key) const {
   const auto found = node_.value_->find(key);
   if (found == node_.value_->end()) return std::nullopt;
   return node_.Child(std::string(key), *found);
+}
+
+std::vector<std::pair<std::string, JsonNode>> JsonObject::MembersOf(std::string_view key) const {
+  const std::optional<JsonNode> found = Find(key);
+  return found ? found->Members() : std::vector<std::pair<std::string, JsonNode>>();
 }
 
 JsonNode JsonObject::At(std::string_view key) const {

@@ -5,7 +5,7 @@
 #include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <span>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "platform/win32.h"
+#include "simulator/host_file/words.h"
+#include "text/ascii_case.h"
 
 namespace varnel::simulator {
 
@@ -37,7 +39,11 @@ class JsonNode {
 
   [[noreturn]] void Fail(const std::string& reason) const { throw JsonError(pointer_, reason); }
 
+  /// Fails with the text that is here in front.
+  [[noreturn]] void Refuse(const std::string& why) const { Fail("\"" + Utf8() + "\" " + why); }
+
   bool IsNull() const { return value_->is_null(); }
+  bool HasMember(const char* key) const { return value_->is_object() && value_->contains(key); }
   bool IsText() const { return value_->is_string(); }
   const std::string& Utf8() const;
   std::wstring Text() const;
@@ -48,18 +54,26 @@ class JsonNode {
   /// The members of an object whose keys are data, by key.
   std::vector<std::pair<std::string, JsonNode>> Members() const;
 
-  template <class Value>
-  Value OneOf(std::span<const std::pair<std::string_view, Value>> words) const {
-    for (const auto& [word, value] : words) {
-      if (word == Utf8()) return value;
-    }
+  template <class Value, std::size_t n>
+  Value OneOf(const Word<Value> (&words)[n]) const {
+    if (const std::optional<Value> value = ValueOf(words, Utf8())) return *value;
     std::string known;
-    for (const auto& [word, value] : words) known.append(known.empty() ? "" : ", ").append(word);
-    Fail("\"" + Utf8() + "\" is none of " + known);
+    for (const Word<Value>& word : words) known.append(known.empty() ? "" : ", ").append(word.text);
+    Refuse("is none of " + known);
   }
+  /// A result's name, "0x" number or decimal code.
+  DWORD Result() const;
+
+  void ReadTo(std::wstring& target) const { target = Text(); }
+  void ReadTo(std::optional<std::wstring>& target) const { target = Text(); }
+  void ReadTo(bool& target) const { target = Flag(); }
+  void ReadTo(DWORD& target) const { target = Number(); }
+  void ReadTo(int& target) const { target = static_cast<int>(Number(kLargestCount)); }
 
  private:
   friend class JsonObject;
+
+  static constexpr DWORD kLargestCount = 0x7FFFFFFF;
 
   JsonNode Child(const std::string& key, const nlohmann::json& value) const;
   void Expect(bool matches, const char* wanted) const;
@@ -68,16 +82,48 @@ class JsonNode {
   std::string pointer_;
 };
 
+/// Names that may stand once on the host, in whatever case.
+class UniqueNames {
+ public:
+  explicit UniqueNames(std::string what) : what_(std::move(what)) {}
+  void Add(std::wstring_view name, const JsonNode& node);
+
+ private:
+  std::string what_;
+  std::set<std::wstring, ascii::LessIgnoringCase> names_;
+};
+
 /// An object whose keys are all known.
 class JsonObject {
  public:
   JsonObject(JsonNode node, std::initializer_list<std::string_view> keys);
 
-  const JsonNode& node() const { return node_; }
   bool Has(std::string_view key) const { return Find(key).has_value(); }
   std::optional<JsonNode> Find(std::string_view key) const;
   /// A key that must be there.
   JsonNode At(std::string_view key) const;
+
+  /// Sets what is read where the key is there and leaves it as it is elsewhere.
+  template <class Value>
+  const JsonObject& Read(std::string_view key, Value& target) const {
+    if (const auto node = Find(key)) node->ReadTo(target);
+    return *this;
+  }
+  template <class Value, std::size_t n>
+  const JsonObject& Read(std::string_view key, Value& target, const Word<Value> (&words)[n]) const {
+    if (const auto node = Find(key)) target = node->OneOf(words);
+    return *this;
+  }
+  /// Appends what `make` makes of each element.
+  template <class Item, class Make>
+  const JsonObject& ReadList(std::string_view key, std::vector<Item>& list, Make&& make) const {
+    if (const auto node = Find(key)) {
+      for (const JsonNode& element : node->Elements()) list.push_back(make(element));
+    }
+    return *this;
+  }
+  /// The members of an object that may be absent.
+  std::vector<std::pair<std::string, JsonNode>> MembersOf(std::string_view key) const;
 
  private:
   JsonNode node_;

@@ -143,7 +143,8 @@ std::int64_t XmlElement::Number(const char* attribute, std::int64_t absent) cons
 }
 
 bool XmlElement::Flag(const char* attribute, bool absent) const {
-  return OneOf(attribute, std::span<const XmlWord<bool>>(kXmlFlags), absent);
+  constexpr Word<bool> kFlags[] = {{"yes", true}, {"no", false}};
+  return OneOf(attribute, kFlags, absent);
 }
 
 void XmlElement::ForEachChild(const std::function<void(const XmlElement&)>& visit) const {
@@ -188,19 +189,23 @@ XmlText& XmlText::Attribute(std::string_view name, std::string_view value) {
 }
 
 XmlText& XmlText::Attribute(std::string_view name, std::wstring_view value) {
-  return Attribute(name, std::string_view(WideToUtf8Lossy(value)));
+  return Attribute(name, WideToUtf8Lossy(value));
 }
 
 XmlText& XmlText::Attribute(std::string_view name, const GUID& value) {
-  return Attribute(name, std::wstring_view(FormatBareGuid(value)));
+  return Attribute(name, FormatBareGuid(value));
+}
+
+XmlText& XmlText::Optional(std::string_view name, const std::optional<std::wstring>& value) {
+  return value ? Attribute(name, *value) : *this;
 }
 
 XmlText& XmlText::Flag(std::string_view name, bool value) {
-  return Attribute(name, std::string_view(value ? "yes" : "no"));
+  return Attribute(name, value ? "yes" : "no");
 }
 
 XmlText& XmlText::Number(std::string_view name, std::int64_t value) {
-  return Attribute(name, std::string_view(std::to_string(value)));
+  return Attribute(name, std::to_string(value));
 }
 
 // Line breaks are written as references, so that a reader that normalises white space keeps them.

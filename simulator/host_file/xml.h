@@ -5,23 +5,14 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 
 #include "simulator/host_file/documents.h"
+#include "simulator/host_file/words.h"
 #include "text/guid.h"
 
 namespace varnel::simulator {
-
-/// A value that documents write as a word.
-template <class Value>
-struct XmlWord {
-  std::string_view text;
-  Value value;
-};
-
-inline constexpr XmlWord<bool> kXmlFlags[] = {{"yes", true}, {"no", false}};
 
 /// One element of a document that was read; valid as long as its document. A value that is not what was asked for
 /// throws DocumentError naming the element and the attribute.
@@ -37,14 +28,13 @@ class XmlElement {
   std::int64_t Number(const char* attribute, std::int64_t absent = 0) const;
   bool Flag(const char* attribute, bool absent = false) const;
 
-  template <class Value>
-  Value OneOf(const char* attribute, std::span<const XmlWord<Value>> words, Value absent) const {
-    const std::string* value = Find(attribute);
-    if (value == nullptr) return absent;
-    for (const XmlWord<Value>& word : words) {
-      if (word.text == *value) return word.value;
-    }
-    throw Bad(attribute, *value, "is unknown");
+  template <class Value, std::size_t n>
+  Value OneOf(const char* attribute, const Word<Value> (&words)[n], Value absent) const {
+    const std::string* text = Find(attribute);
+    if (text == nullptr) return absent;
+    const std::optional<Value> value = ValueOf(words, *text);
+    if (!value) throw Bad(attribute, *text, "is unknown");
+    return *value;
   }
 
   void ForEachChild(const std::function<void(const XmlElement&)>& visit) const;
@@ -78,6 +68,8 @@ class XmlText {
   XmlText& Attribute(std::string_view name, std::string_view value);
   XmlText& Attribute(std::string_view name, std::wstring_view value);
   XmlText& Attribute(std::string_view name, const GUID& value);
+  /// Nothing for text that is not there.
+  XmlText& Optional(std::string_view name, const std::optional<std::wstring>& value);
   XmlText& Flag(std::string_view name, bool value);
   XmlText& Number(std::string_view name, std::int64_t value);
 

@@ -1,23 +1,23 @@
-#include <algorithm>
-#include <utility>
+#include "simulator/machine/fault_plan.h"
 
-#include "simulator/machine/machine.h"
+#include <utility>
 
 namespace varnel::simulator {
 namespace {
 
-using Occurrences = std::map<std::string, int, std::less<>>;
-
-int CountSoFar(const Occurrences& occurrences, std::string_view name) {
+// From here on, as the plan counts: occurrence 0 stays every one.
+int Absolute(int occurrence, const auto& occurrences, std::string_view name) {
   const auto found = occurrences.find(name);
-  return found == occurrences.end() ? 0 : found->second;
+  return occurrence == 0 || found == occurrences.end() ? occurrence : occurrence + found->second;
 }
 
-int CountOne(Occurrences& occurrences, std::string_view name) {
+int CountOne(auto& occurrences, std::string_view name) {
   const auto found = occurrences.find(name);
-  if (found != occurrences.end()) return ++found->second;
-  occurrences.emplace(name, 1);
-  return 1;
+  return found != occurrences.end() ? ++found->second : occurrences.emplace(name, 1).first->second;
+}
+
+bool Fits(const auto& fault, int occurrence) {
+  return fault.occurrence == 0 || fault.occurrence == occurrence;
 }
 
 }  // namespace
@@ -36,21 +36,13 @@ void FaultPlan::FailNthCall(int n, DWORD result, bool persistent) {
 }
 
 void FaultPlan::FailCall(std::string call, DWORD result, int occurrence) {
-  const int absolute = occurrence == 0 ? 0 : occurrence + CountSoFar(callOccurrences_, call);
+  const int absolute = Absolute(occurrence, callOccurrences_, call);
   faults_.calls.push_back({std::move(call), absolute, result});
 }
 
 void FaultPlan::FailAsync(std::string async, HRESULT result, int occurrence) {
-  const int absolute = occurrence == 0 ? 0 : occurrence + CountSoFar(asyncOccurrences_, async);
+  const int absolute = Absolute(occurrence, asyncOccurrences_, async);
   faults_.asyncs.push_back({std::move(async), absolute, result});
-}
-
-void FaultPlan::FailWriter(WriterFault fault) {
-  faults_.writers.push_back(std::move(fault));
-}
-
-void FaultPlan::FailDeletion(DeletionFault fault) {
-  faults_.deletions.push_back(std::move(fault));
 }
 
 std::optional<DWORD> FaultPlan::OnCall(std::string_view call) {
@@ -62,7 +54,7 @@ std::optional<DWORD> FaultPlan::OnCall(std::string_view call) {
   if (faults_.calls.empty()) return std::nullopt;
   const int occurrence = CountOne(callOccurrences_, call);
   for (const CallFault& fault : faults_.calls) {
-    if (fault.call == call && (fault.occurrence == 0 || fault.occurrence == occurrence)) return fault.result;
+    if (fault.call == call && Fits(fault, occurrence)) return fault.result;
   }
   return std::nullopt;
 }
@@ -70,16 +62,16 @@ std::optional<DWORD> FaultPlan::OnCall(std::string_view call) {
 std::optional<HRESULT> FaultPlan::OnAsync(std::string_view async) {
   const int occurrence = CountOne(asyncOccurrences_, async);
   for (const AsyncFault& fault : faults_.asyncs) {
-    if (fault.async == async && (fault.occurrence == 0 || fault.occurrence == occurrence)) return fault.result;
+    if (fault.async == async && Fits(fault, occurrence)) return fault.result;
   }
   return std::nullopt;
 }
 
 const WriterFault* FaultPlan::OnWriterEvent(std::wstring_view writer, WriterEvent event) const {
-  const auto fault = std::find_if(faults_.writers.begin(), faults_.writers.end(), [&](const WriterFault& candidate) {
-    return candidate.event == event && candidate.writer == writer;
-  });
-  return fault == faults_.writers.end() ? nullptr : &*fault;
+  for (const WriterFault& fault : faults_.writers) {
+    if (fault.event == event && fault.writer == writer) return &fault;
+  }
+  return nullptr;
 }
 
 std::optional<HRESULT> FaultPlan::OnDeletion(std::wstring_view originalSerial) const {

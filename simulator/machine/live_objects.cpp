@@ -1,16 +1,10 @@
-#include <utility>
-
-#include "simulator/machine/machine.h"
+#include "simulator/machine/live_objects.h"
 
 namespace varnel::simulator {
 
 void LiveObjects::Add(std::string_view kind) {
   const auto found = counts_.find(kind);
-  if (found != counts_.end()) {
-    ++found->second;
-  } else {
-    counts_.emplace(kind, 1);
-  }
+  ++(found != counts_.end() ? found : counts_.emplace(kind, 0).first)->second;
 }
 
 void LiveObjects::Remove(std::string_view kind) {
@@ -41,15 +35,6 @@ std::string LiveObjects::Describe() const {
     text += std::to_string(live) + " " + kind;
   }
   return text;
-}
-
-CountedObject::CountedObject(std::shared_ptr<Machine> machine, std::string_view kind)
-    : machine_(std::move(machine)), kind_(kind) {
-  machine_->live.Add(kind_);
-}
-
-CountedObject::~CountedObject() {
-  machine_->live.Remove(kind_);
 }
 
 }  // namespace varnel::simulator

@@ -9,12 +9,22 @@
 
 namespace varnel::simulator {
 
-Machine::Machine(HostModel hostModel) : model(std::move(hostModel)) {
-  faults.Load(model.faults);
+Machine::Machine(HostModel model) : model_(std::move(model)) {
+  faults.Load(model_.faults);
   snapshots = std::make_unique<SnapshotService>(*this);
 }
 
 Machine::~Machine() = default;
+
+HostModel& Machine::ChangeModel() {
+  volumes_.reset();
+  return model_;
+}
+
+const VolumeIndex& Machine::volumes() const {
+  if (volumes_ == nullptr) volumes_ = std::make_unique<const VolumeIndex>(model_);
+  return *volumes_;
+}
 
 GUID Machine::NewId() {
   ++ids_;
@@ -81,14 +91,6 @@ void* Machine::MakeHeapBlock(std::size_t bytes) {
 
 void Machine::FreeHeapBlock(void* block) {
   if (block != nullptr && TakeBack("heap block", block)) ::operator delete(block);
-}
-
-std::vector<std::string> CallLog::Of(std::string_view call) const {
-  std::vector<std::string> found;
-  for (const std::string& line : lines_) {
-    if (line.starts_with(call) && line.size() > call.size() && line[call.size()] == '(') found.push_back(line);
-  }
-  return found;
 }
 
 }  // namespace varnel::simulator

@@ -1,9 +1,9 @@
+#include "simulator/machine/result_names.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <iterator>
-
-#include "simulator/machine/machine.h"
 
 namespace varnel::simulator {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "simulator/host_file/text.h"
 #include "simulator/vss/snapshot_service.h"
+#include "text/ascii_case.h"
 
 namespace varnel::simulator {
 namespace {
@@ -29,13 +29,8 @@ DiskView ViewOf(const Disk& disk) {
   return {disk.number, disk.serial, disk.reportsSerial, disk.vendor, disk.system, disk.clustered};
 }
 
-const VolumeIndex& IndexOf(const Machine& machine) {
-  if (machine.volumeIndex == nullptr) machine.volumeIndex = std::make_unique<const VolumeIndex>(machine.model);
-  return *machine.volumeIndex;
-}
-
 DiskView ViewOf(const Machine& machine, const ShadowCopy& copy) {
-  const Disk* original = IndexOf(machine).FindDiskOfVolume(copy.originalVolume);
+  const Disk* original = machine.volumes().FindDiskOfVolume(copy.originalVolume);
   return {copy.diskNumber, copy.serial, true, original == nullptr ? L"" : original->vendor, false, false};
 }
 
@@ -47,7 +42,7 @@ std::vector<const ShadowCopy*> CopiesWithDisk(const Machine& machine) {
 }
 
 std::optional<VolumeView> FindCopyOfPath(const Machine& machine, std::wstring_view path) {
-  if (!StartsWithIgnoringCase(path, kDevicePrefix)) return std::nullopt;
+  if (!ascii::StartsWithIgnoringCase(path, kDevicePrefix)) return std::nullopt;
   const auto end = std::find_if(path.begin() + kDevicePrefix.size(), path.end(), IsSeparator);
   const ShadowCopy* copy =
       machine.snapshots->CopyOfDevice(path.substr(0, static_cast<std::size_t>(end - path.begin())));
@@ -58,7 +53,7 @@ std::optional<VolumeView> FindCopyOfPath(const Machine& machine, std::wstring_vi
 // One spelling for all that name the same place.
 std::wstring Folded(std::wstring_view path) {
   std::wstring text(path);
-  for (wchar_t& c : text) c = IsSeparator(c) ? L'\\' : FoldAscii(c);
+  for (wchar_t& c : text) c = IsSeparator(c) ? L'\\' : ascii::ToLower(c);
   return text;
 }
 
@@ -116,7 +111,7 @@ const Disk* VolumeIndex::FindDiskOfVolume(std::wstring_view name) const {
 
 std::vector<DiskView> VisibleDisks(const Machine& machine) {
   std::vector<DiskView> disks;
-  for (const Disk& disk : machine.model.disks) disks.push_back(ViewOf(disk));
+  for (const Disk& disk : machine.model().disks) disks.push_back(ViewOf(disk));
   for (const ShadowCopy* copy : CopiesWithDisk(machine)) disks.push_back(ViewOf(machine, *copy));
   std::stable_sort(disks.begin(), disks.end(),
                    [](const DiskView& a, const DiskView& b) { return a.number < b.number; });
@@ -124,14 +119,14 @@ std::vector<DiskView> VisibleDisks(const Machine& machine) {
 }
 
 std::optional<DiskView> FindDisk(const Machine& machine, DWORD number) {
-  if (const Disk* disk = IndexOf(machine).FindDisk(number)) return ViewOf(*disk);
+  if (const Disk* disk = machine.volumes().FindDisk(number)) return ViewOf(*disk);
   const ShadowCopy* copy = machine.snapshots->CopyOnDisk(number);
   return copy == nullptr ? std::nullopt : std::optional(ViewOf(machine, *copy));
 }
 
 std::vector<VolumeView> ListVolumes(const Machine& machine) {
   std::vector<VolumeView> volumes;
-  for (const Disk& disk : machine.model.disks) {
+  for (const Disk& disk : machine.model().disks) {
     DWORD partition = 0;
     for (const Volume& volume : disk.volumes) volumes.push_back({&volume, nullptr, disk.number, ++partition, 0});
   }
@@ -148,7 +143,7 @@ std::vector<const ShadowCopy*> CopiesOfDisk(const Machine& machine, std::wstring
 
 std::optional<VolumeView> FindVolumeOfPath(const Machine& machine, std::wstring_view path) {
   std::optional<VolumeView> copy = FindCopyOfPath(machine, path);
-  std::optional<VolumeView> volume = IndexOf(machine).Find(path, DrivePrefixLength(path));
+  std::optional<VolumeView> volume = machine.volumes().Find(path, DrivePrefixLength(path));
   return volume && volume->prefix > (copy ? copy->prefix : 0) ? volume : copy;
 }
 

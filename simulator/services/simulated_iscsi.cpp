@@ -1,12 +1,12 @@
-#include <algorithm>
-#include <cstring>
-#include <string_view>
+#include "simulator/services/simulated_iscsi.h"
 
-#include "simulator/host_file/text.h"
+#include <utility>
+
 #include "simulator/machine/volumes.h"
 #include "simulator/machine/win32_codes.h"
-#include "simulator/services/services.h"
+#include "simulator/services/on_machine.h"
 #include "simulator/vss/snapshot_service.h"
+#include "text/ascii_case.h"
 #include "text/guid.h"
 
 namespace varnel::simulator {
@@ -22,14 +22,12 @@ bool SameSession(const iscsi::UniqueSessionId& a, const iscsi::UniqueSessionId& 
 }
 
 std::wstring InitiatorName(const Machine& machine) {
-  return L"iqn.1991-05.com.microsoft:" + FoldAscii(machine.model.computerName);
+  return L"iqn.1991-05.com.microsoft:" + ascii::ToLower(machine.model().computerName);
 }
 
 template <std::size_t n>
 void CopyTruncated(std::wstring_view text, wchar_t (&target)[n]) {
-  const std::wstring_view part = text.substr(0, n - 1);
-  part.copy(target, part.size());
-  target[part.size()] = L'\0';
+  CopyWithEnd(text.substr(0, n - 1), target);
 }
 
 // The one buffer of a session list: the records, their connections, then the texts that they point at.
@@ -58,11 +56,8 @@ class SessionListBuffer {
 
  private:
   PWSTR Add(std::wstring_view text) {
-    PWSTR copy = text_;
-    text.copy(copy, text.size());
-    copy[text.size()] = L'\0';
-    text_ += text.size() + 1;
-    return copy;
+    CopyWithEnd(text, text_);
+    return std::exchange(text_, text_ + text.size() + 1);
   }
 
   iscsi::ConnectionInfo* connections_;
@@ -82,105 +77,126 @@ void FillDevice(const Machine& machine, const IscsiSession& session, DWORD disk,
   device.StorageDeviceNumber.DeviceNumber = disk;
 }
 
+class SimulatedIscsi final : public OnMachine<IscsiInitiator> {
+ public:
+  using OnMachine::OnMachine;
+
+  DWORD GetIScsiSessionListW(ULONG* bytes, ULONG* sessions, iscsi::SessionInfo* list) override {
+    return CodeCall<DWORD>(machine_, "GetIScsiSessionListW", NoArguments, [&]() -> DWORD {
+      if (bytes == nullptr || sessions == nullptr) return ERROR_INVALID_PARAMETER;
+      const std::vector<Session> open = Sessions();
+      ++lists_;
+      const std::wstring initiator = InitiatorName(machine_);
+      std::size_t needed = SessionListBuffer::FixedBytes(open.size());
+      for (const Session& session : open) {
+        needed += (initiator.size() + session.model->targetName.size() + 2) * sizeof(wchar_t);
+      }
+      const bool fits = needed == 0 || (list != nullptr && *bytes >= needed);
+      *bytes = static_cast<ULONG>(needed);
+      *sessions = static_cast<ULONG>(open.size());
+      if (!fits) return ERROR_INSUFFICIENT_BUFFER;
+      SessionListBuffer buffer(list, open.size());
+      for (const Session& session : open) buffer.Fill(*list++, session.id, initiator, session.model->targetName);
+      return ERROR_SUCCESS;
+    });
+  }
+
+  DWORD GetDevicesForIScsiSessionW(iscsi::UniqueSessionId* session, ULONG* devices,
+                                   iscsi::DeviceOnSession* list) override {
+    const auto target = [&] { return TargetOf(session); };
+    return CodeCall<DWORD>(machine_, "GetDevicesForIScsiSessionW", target, [&]() -> DWORD {
+      const std::optional<Session> open = Find(session);
+      if (!open) return kIscsiInvalidSession;
+      if (devices == nullptr) return ERROR_INVALID_PARAMETER;
+      const std::vector<DWORD> disks = DisksOf(*open);
+      ++open->state->queries;
+      if (list != nullptr && open->state->busyAnswers < open->model->busyQueries) {
+        ++open->state->busyAnswers;
+        return iscsi::kDeviceBusyOnSession;
+      }
+      const bool fits = disks.empty() || (list != nullptr && *devices >= disks.size());
+      *devices = static_cast<ULONG>(disks.size());
+      if (!fits) return ERROR_INSUFFICIENT_BUFFER;
+      for (const DWORD disk : disks) FillDevice(machine_, *open->model, disk, *list++);
+      return ERROR_SUCCESS;
+    });
+  }
+
+  DWORD LogoutIScsiTarget(iscsi::UniqueSessionId* session) override {
+    const std::string target = machine_.calls.enabled ? TargetOf(session) : std::string();
+    return CodeCall<DWORD>(machine_, "LogoutIScsiTarget", Arguments(target), [&]() -> DWORD {
+      const std::optional<Session> open = Find(session);
+      if (!open) return kIscsiInvalidSession;
+      if (open->state->failedLogouts < open->model->failedLogouts) {
+        ++open->state->failedLogouts;
+        return kIscsiLogoutFailed;
+      }
+      open->state->loggedOut = true;
+      return ERROR_SUCCESS;
+    });
+  }
+
+ private:
+  // What has happened to a session of the model so far.
+  struct SessionState {
+    int busyAnswers = 0;
+    int failedLogouts = 0;
+    int queries = 0;  // of its devices
+    bool loggedOut = false;
+  };
+  struct Session {
+    const IscsiSession* model;
+    SessionState* state;
+    iscsi::UniqueSessionId id;
+  };
+
+  std::vector<Session> Sessions() {
+    const std::vector<IscsiSession>& all = model().iscsiSessions;
+    states_.resize(all.size());
+    std::vector<Session> sessions;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      if (states_[i].loggedOut || lists_ < all[i].appearsAfter) continue;
+      sessions.push_back({&all[i], &states_[i], {kAdapter, kFirstSession + i}});
+    }
+    return sessions;
+  }
+
+  std::optional<Session> Find(const iscsi::UniqueSessionId* id) {
+    if (id == nullptr) return std::nullopt;
+    for (const Session& session : Sessions()) {
+      if (SameSession(session.id, *id)) return session;
+    }
+    return std::nullopt;
+  }
+
+  std::string TargetOf(const iscsi::UniqueSessionId* id) {
+    const std::optional<Session> session = Find(id);
+    return session ? Show(session->model->targetName) : "unknown session";
+  }
+
+  std::vector<DWORD> DisksOf(const Session& session) const {
+    std::vector<DWORD> disks;
+    for (const IscsiDevice& device : session.model->devices) {
+      if (session.state->queries < device.appearsAfter) continue;
+      if (device.shadow) {
+        for (const ShadowCopy* copy : CopiesOfDisk(machine_, device.diskSerial)) disks.push_back(copy->diskNumber);
+        continue;
+      }
+      for (const Disk& disk : model().disks) {
+        if (disk.serial == device.diskSerial) disks.push_back(disk.number);
+      }
+    }
+    return disks;
+  }
+
+  int lists_ = 0;                     // session lists that were asked for
+  std::vector<SessionState> states_;  // by index in the model
+};
+
 }  // namespace
 
-std::vector<SimulatedIscsi::Session> SimulatedIscsi::Sessions() {
-  const std::vector<IscsiSession>& all = machine_.model.iscsiSessions;
-  states_.resize(all.size());
-  std::vector<Session> sessions;
-  for (std::size_t i = 0; i < all.size(); ++i) {
-    if (states_[i].loggedOut || lists_ < all[i].appearsAfter) continue;
-    sessions.push_back({&all[i], &states_[i], {kAdapter, kFirstSession + i}});
-  }
-  return sessions;
-}
-
-std::optional<SimulatedIscsi::Session> SimulatedIscsi::Find(const iscsi::UniqueSessionId* id) {
-  if (id == nullptr) return std::nullopt;
-  for (const Session& session : Sessions()) {
-    if (SameSession(session.id, *id)) return session;
-  }
-  return std::nullopt;
-}
-
-std::string SimulatedIscsi::TargetOf(const iscsi::UniqueSessionId* id) {
-  const std::optional<Session> session = Find(id);
-  return session ? Show(session->model->targetName) : "unknown session";
-}
-
-std::vector<DWORD> SimulatedIscsi::DisksOf(const Session& session) const {
-  std::vector<DWORD> disks;
-  for (const IscsiDevice& device : session.model->devices) {
-    if (session.state->queries < device.appearsAfter) continue;
-    if (device.shadow) {
-      for (const ShadowCopy* copy : CopiesOfDisk(machine_, device.diskSerial)) disks.push_back(copy->diskNumber);
-      continue;
-    }
-    for (const Disk& disk : machine_.model.disks) {
-      if (disk.serial == device.diskSerial) disks.push_back(disk.number);
-    }
-  }
-  return disks;
-}
-
-DWORD SimulatedIscsi::GetIScsiSessionListW(ULONG* bytes, ULONG* sessions, iscsi::SessionInfo* list) {
-  return CodeCall<DWORD>(
-      machine_, "GetIScsiSessionListW", [] { return std::string(); },
-      [&]() -> DWORD {
-        if (bytes == nullptr || sessions == nullptr) return ERROR_INVALID_PARAMETER;
-        const std::vector<Session> open = Sessions();
-        ++lists_;
-        const std::wstring initiator = InitiatorName(machine_);
-        std::size_t needed = SessionListBuffer::FixedBytes(open.size());
-        for (const Session& session : open) {
-          needed += (initiator.size() + session.model->targetName.size() + 2) * sizeof(wchar_t);
-        }
-        const bool fits = needed == 0 || (list != nullptr && *bytes >= needed);
-        *bytes = static_cast<ULONG>(needed);
-        *sessions = static_cast<ULONG>(open.size());
-        if (!fits) return ERROR_INSUFFICIENT_BUFFER;
-        SessionListBuffer buffer(list, open.size());
-        for (const Session& session : open) buffer.Fill(*list++, session.id, initiator, session.model->targetName);
-        return ERROR_SUCCESS;
-      });
-}
-
-DWORD SimulatedIscsi::GetDevicesForIScsiSessionW(iscsi::UniqueSessionId* session, ULONG* devices,
-                                                 iscsi::DeviceOnSession* list) {
-  return CodeCall<DWORD>(
-      machine_, "GetDevicesForIScsiSessionW", [&] { return TargetOf(session); },
-      [&]() -> DWORD {
-        const std::optional<Session> open = Find(session);
-        if (!open) return kIscsiInvalidSession;
-        if (devices == nullptr) return ERROR_INVALID_PARAMETER;
-        const std::vector<DWORD> disks = DisksOf(*open);
-        ++open->state->queries;
-        if (list != nullptr && open->state->busyAnswers < open->model->busyQueries) {
-          ++open->state->busyAnswers;
-          return iscsi::kDeviceBusyOnSession;
-        }
-        const bool fits = disks.empty() || (list != nullptr && *devices >= disks.size());
-        *devices = static_cast<ULONG>(disks.size());
-        if (!fits) return ERROR_INSUFFICIENT_BUFFER;
-        for (const DWORD disk : disks) FillDevice(machine_, *open->model, disk, *list++);
-        return ERROR_SUCCESS;
-      });
-}
-
-DWORD SimulatedIscsi::LogoutIScsiTarget(iscsi::UniqueSessionId* session) {
-  const std::string target = machine_.calls.enabled ? TargetOf(session) : std::string();
-  return CodeCall<DWORD>(
-      machine_, "LogoutIScsiTarget", [&] { return target; },
-      [&]() -> DWORD {
-        const std::optional<Session> open = Find(session);
-        if (!open) return kIscsiInvalidSession;
-        if (open->state->failedLogouts < open->model->failedLogouts) {
-          ++open->state->failedLogouts;
-          return kIscsiLogoutFailed;
-        }
-        open->state->loggedOut = true;
-        return ERROR_SUCCESS;
-      });
+std::unique_ptr<IscsiInitiator> MakeIscsiInitiator(Machine& machine) {
+  return std::make_unique<SimulatedIscsi>(machine);
 }
 
 }  // namespace varnel::simulator

@@ -1,9 +1,11 @@
+#include "simulator/services/simulated_messages.h"
+
 #include <algorithm>
 #include <cstring>
 
 #include "resources/catalog.h"
-#include "simulator/host_file/text.h"
-#include "simulator/services/services.h"
+#include "simulator/services/on_machine.h"
+#include "text/ascii_case.h"
 
 namespace varnel::simulator {
 namespace {
@@ -23,18 +25,14 @@ std::optional<std::wstring> WithoutInserts(std::wstring_view message) {
     const wchar_t escape = message[++i];
     if (escape == L'0') return text;
     if (escape >= L'1' && escape <= L'9') return std::nullopt;
-    if (escape == L'n') {
-      text += L"\r\n";
-    } else {
-      text += escape;
-    }
+    text += escape == L'n' ? std::wstring(L"\r\n") : std::wstring(1, escape);
   }
   return text;
 }
 
 bool NamesModule(LPCWSTR name, std::wstring_view module) {
   return name != nullptr &&
-         (EqualsIgnoringCase(name, module) || EqualsIgnoringCase(name, std::wstring(module) + L".dll"));
+         (ascii::EqualIgnoringCase(name, module) || ascii::EqualIgnoringCase(name, std::wstring(module) + L".dll"));
 }
 
 // HRESULTs of Win32 codes share the codes' texts.
@@ -44,137 +42,113 @@ const std::wstring* Look(const std::map<DWORD, std::wstring>& table, DWORD id) {
   return found == table.end() ? nullptr : &found->second;
 }
 
+class SimulatedMessages final : public OnMachine<Messages> {
+ public:
+  using OnMachine::OnMachine;
+
+  DWORD FormatMessageW(DWORD flags, const void* source, DWORD id, DWORD language, LPWSTR text, DWORD characters,
+                       void*) override {
+    machine_.calls.Keep(&CallArguments::formatMessage, {id, flags, language, characters});
+    const auto shownId = [&] { return ResultName(static_cast<HRESULT>(id)); };
+    return Win32Call(machine_, "FormatMessageW", shownId, DWORD{0}, [&] {
+      if (text == nullptr || (flags & (FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_FROM_SYSTEM)) == 0) {
+        return Fail(ERROR_INVALID_PARAMETER, DWORD{0});
+      }
+      const std::wstring* message = FindMessage(flags, source, id);
+      if (message == nullptr) return Fail(ERROR_MR_MID_NOT_FOUND, DWORD{0});
+      if ((flags & FORMAT_MESSAGE_IGNORE_INSERTS) != 0) return Deliver(*message, flags, text, characters);
+      const std::optional<std::wstring> resolved = WithoutInserts(*message);
+      return resolved ? Deliver(*resolved, flags, text, characters) : Fail(ERROR_INVALID_PARAMETER, DWORD{0});
+    });
+  }
+
+  void LocalFree(void* block) override { machine_.FreeLocal(block); }
+
+  HMODULE LoadLibraryW(LPCWSTR name) override {
+    return Win32Call(machine_, "LoadLibraryW", Shown(name), HMODULE{nullptr}, [&] {
+      if (model().vssMessages && NamesModule(name, L"vsstrace")) return AddReference(kVssTraceModule);
+      return Fail(ERROR_MOD_NOT_FOUND, HMODULE{nullptr});
+    });
+  }
+
+  BOOL FreeLibrary(HMODULE module) override {
+    const bool loaded = IsLoaded(module);
+    if (loaded) {
+      --references_[reinterpret_cast<std::uintptr_t>(module)];
+      machine_.live.Remove("module");
+    } else {
+      machine_.live.AddMisuse("FreeLibrary of a module that is not loaded");
+    }
+    return Win32Call(machine_, "FreeLibrary", NoArguments, BOOL{FALSE},
+                     [&] { return loaded ? TRUE : Fail(ERROR_MOD_NOT_FOUND); });
+  }
+
+  BOOL GetModuleHandleExW(DWORD flags, LPCWSTR name, HMODULE* module) override {
+    return Win32Call(machine_, "GetModuleHandleExW", Shown(name), BOOL{FALSE}, [&] {
+      if (module != nullptr) *module = nullptr;
+      if (module == nullptr || flags != 0) return Fail(ERROR_INVALID_PARAMETER);
+      if (!NamesModule(name, L"varnel")) return Fail(ERROR_MOD_NOT_FOUND);
+      *module = AddReference(kVarnelModule);
+      return TRUE;
+    });
+  }
+
+  int LoadStringW(HMODULE module, UINT id, LPWSTR text, int characters) override {
+    return Win32Call(machine_, "LoadStringW", Arguments(id), 0, [&] {
+      if (text == nullptr || characters <= 0) return Fail(ERROR_INVALID_PARAMETER, 0);
+      if (reinterpret_cast<std::uintptr_t>(module) != kVarnelModule || !IsLoaded(module)) {
+        return Fail(ERROR_RESOURCE_DATA_NOT_FOUND, 0);
+      }
+      const auto catalog = Catalog();
+      const auto entry = std::find_if(catalog.begin(), catalog.end(), [&](const CatalogEntry& candidate) {
+        return static_cast<UINT>(candidate.id) == id;
+      });
+      if (entry == catalog.end()) return Fail(ERROR_RESOURCE_NAME_NOT_FOUND, 0);
+      const auto message = std::wstring_view(entry->text).substr(0, static_cast<std::size_t>(characters) - 1);
+      CopyWithEnd(message, text);
+      return static_cast<int>(message.size());
+    });
+  }
+
+ private:
+  bool IsLoaded(const void* module) const {
+    const auto found = references_.find(reinterpret_cast<std::uintptr_t>(module));
+    return found != references_.end() && found->second > 0;
+  }
+
+  HMODULE AddReference(std::uintptr_t module) {
+    ++references_[module];
+    machine_.live.Add("module");
+    return reinterpret_cast<HMODULE>(module);
+  }
+
+  const std::wstring* FindMessage(DWORD flags, const void* source, DWORD id) const {
+    const bool vssTable = (flags & FORMAT_MESSAGE_FROM_HMODULE) != 0 && model().vssMessages &&
+                          reinterpret_cast<std::uintptr_t>(source) == kVssTraceModule && IsLoaded(source);
+    const std::wstring* message = vssTable ? Look(*model().vssMessages, id) : nullptr;
+    if (message == nullptr && (flags & FORMAT_MESSAGE_FROM_SYSTEM) != 0) message = Look(model().messages, id);
+    return message;
+  }
+
+  DWORD Deliver(std::wstring_view message, DWORD flags, LPWSTR text, DWORD characters) {
+    const auto length = static_cast<DWORD>(message.size());
+    if ((flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0) {
+      const wchar_t* block = machine_.MakeLocalText(message, characters);
+      std::memcpy(text, &block, sizeof block);
+      return length;
+    }
+    if (characters < message.size() + 1) return Fail(ERROR_INSUFFICIENT_BUFFER, DWORD{0});
+    CopyWithEnd(message, text);
+    return length;
+  }
+
+  std::map<std::uintptr_t, int> references_;  // loaded modules
+};
+
 }  // namespace
 
-bool SimulatedMessages::IsLoaded(const void* module) const {
-  const auto found = references_.find(reinterpret_cast<std::uintptr_t>(module));
-  return found != references_.end() && found->second > 0;
-}
-
-HMODULE SimulatedMessages::AddReference(std::uintptr_t module) {
-  ++references_[module];
-  machine_.live.Add("module");
-  return reinterpret_cast<HMODULE>(module);
-}
-
-const std::wstring* SimulatedMessages::FindMessage(DWORD flags, const void* source, DWORD id) const {
-  const bool vssTable = (flags & FORMAT_MESSAGE_FROM_HMODULE) != 0 && machine_.model.vssMessages &&
-                        reinterpret_cast<std::uintptr_t>(source) == kVssTraceModule && IsLoaded(source);
-  const std::wstring* message = vssTable ? Look(*machine_.model.vssMessages, id) : nullptr;
-  if (message == nullptr && (flags & FORMAT_MESSAGE_FROM_SYSTEM) != 0) message = Look(machine_.model.messages, id);
-  return message;
-}
-
-DWORD SimulatedMessages::Deliver(std::wstring_view message, DWORD flags, LPWSTR text, DWORD characters) {
-  if ((flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0) {
-    const wchar_t* block = machine_.MakeLocalText(message, characters);
-    std::memcpy(text, &block, sizeof block);
-    return static_cast<DWORD>(message.size());
-  }
-  if (characters < message.size() + 1) {
-    machine_.lastError = ERROR_INSUFFICIENT_BUFFER;
-    return 0;
-  }
-  message.copy(text, message.size());
-  text[message.size()] = L'\0';
-  return static_cast<DWORD>(message.size());
-}
-
-DWORD SimulatedMessages::FormatMessageW(DWORD flags, const void* source, DWORD id, DWORD, LPWSTR text, DWORD characters,
-                                        void*) {
-  return Win32Call(
-      machine_, "FormatMessageW", DWORD{0}, [&] { return ResultName(static_cast<HRESULT>(id)); },
-      [&]() -> DWORD {
-        if (text == nullptr || (flags & (FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_FROM_SYSTEM)) == 0) {
-          machine_.lastError = ERROR_INVALID_PARAMETER;
-          return 0;
-        }
-        const std::wstring* message = FindMessage(flags, source, id);
-        if (message == nullptr) {
-          machine_.lastError = ERROR_MR_MID_NOT_FOUND;
-          return 0;
-        }
-        if ((flags & FORMAT_MESSAGE_IGNORE_INSERTS) != 0) return Deliver(*message, flags, text, characters);
-        const std::optional<std::wstring> resolved = WithoutInserts(*message);
-        if (!resolved) {
-          machine_.lastError = ERROR_INVALID_PARAMETER;
-          return 0;
-        }
-        return Deliver(*resolved, flags, text, characters);
-      });
-}
-
-void SimulatedMessages::LocalFree(void* block) {
-  machine_.FreeLocal(block);
-}
-
-HMODULE SimulatedMessages::LoadLibraryW(LPCWSTR name) {
-  return Win32Call(
-      machine_, "LoadLibraryW", HMODULE{nullptr}, [&] { return Show(name); },
-      [&]() -> HMODULE {
-        if (machine_.model.vssMessages && NamesModule(name, L"vsstrace")) return AddReference(kVssTraceModule);
-        machine_.lastError = ERROR_MOD_NOT_FOUND;
-        return nullptr;
-      });
-}
-
-BOOL SimulatedMessages::FreeLibrary(HMODULE module) {
-  const bool loaded = IsLoaded(module);
-  if (loaded) {
-    --references_[reinterpret_cast<std::uintptr_t>(module)];
-    machine_.live.Remove("module");
-  } else {
-    machine_.live.AddMisuse("FreeLibrary of a module that is not loaded");
-  }
-  return Win32Call(
-      machine_, "FreeLibrary", BOOL{FALSE}, [] { return std::string(); },
-      [&]() -> BOOL {
-        if (!loaded) machine_.lastError = ERROR_MOD_NOT_FOUND;
-        return loaded ? TRUE : FALSE;
-      });
-}
-
-BOOL SimulatedMessages::GetModuleHandleExW(DWORD flags, LPCWSTR name, HMODULE* module) {
-  return Win32Call(
-      machine_, "GetModuleHandleExW", BOOL{FALSE}, [&] { return Show(name); },
-      [&]() -> BOOL {
-        if (module != nullptr) *module = nullptr;
-        const bool known = flags == 0 && NamesModule(name, L"varnel");
-        if (module == nullptr || !known) {
-          machine_.lastError = module == nullptr || flags != 0 ? ERROR_INVALID_PARAMETER : ERROR_MOD_NOT_FOUND;
-          return FALSE;
-        }
-        *module = AddReference(kVarnelModule);
-        return TRUE;
-      });
-}
-
-int SimulatedMessages::LoadStringW(HMODULE module, UINT id, LPWSTR text, int characters) {
-  return Win32Call(
-      machine_, "LoadStringW", 0, [&] { return std::to_string(id); },
-      [&]() -> int {
-        if (text == nullptr || characters <= 0) {
-          machine_.lastError = ERROR_INVALID_PARAMETER;
-          return 0;
-        }
-        if (reinterpret_cast<std::uintptr_t>(module) != kVarnelModule || !IsLoaded(module)) {
-          machine_.lastError = ERROR_RESOURCE_DATA_NOT_FOUND;
-          return 0;
-        }
-        const auto catalog = Catalog();
-        const auto entry = std::find_if(catalog.begin(), catalog.end(), [&](const CatalogEntry& candidate) {
-          return static_cast<UINT>(candidate.id) == id;
-        });
-        if (entry == catalog.end()) {
-          machine_.lastError = ERROR_RESOURCE_NAME_NOT_FOUND;
-          return 0;
-        }
-        const std::wstring_view message =
-            std::wstring_view(entry->text).substr(0, static_cast<std::size_t>(characters) - 1);
-        message.copy(text, message.size());
-        text[message.size()] = L'\0';
-        return static_cast<int>(message.size());
-      });
+std::unique_ptr<Messages> MakeMessages(Machine& machine) {
+  return std::make_unique<SimulatedMessages>(machine);
 }
 
 }  // namespace varnel::simulator

@@ -1,9 +1,11 @@
-#include <algorithm>
-#include <utility>
+#include "simulator/services/simulated_system.h"
 
-#include "simulator/host_file/text.h"
+#include <algorithm>
+
+#include "simulator/machine/version.h"
 #include "simulator/machine/win32_codes.h"
-#include "simulator/services/services.h"
+#include "simulator/services/on_machine.h"
+#include "text/ascii_case.h"
 
 namespace varnel::simulator {
 namespace {
@@ -86,15 +88,15 @@ bool HasEveryCondition(DWORD types, DWORDLONG conditions) {
 
 std::optional<std::wstring> EnvironmentValue(const HostModel& model, std::wstring_view name) {
   for (const auto& [variable, value] : model.environment) {
-    if (EqualsIgnoringCase(variable, name)) return value;
+    if (ascii::EqualIgnoringCase(variable, name)) return value;
   }
   const std::wstring& directory = model.systemDirectory;
   const std::wstring drive = directory.substr(0, 2);
-  if (EqualsIgnoringCase(name, L"SystemRoot") || EqualsIgnoringCase(name, L"windir")) {
+  if (ascii::EqualIgnoringCase(name, L"SystemRoot") || ascii::EqualIgnoringCase(name, L"windir")) {
     return directory.substr(0, directory.find_last_of(L'\\'));
   }
-  if (EqualsIgnoringCase(name, L"SystemDrive")) return drive;
-  if (EqualsIgnoringCase(name, L"ProgramData")) return drive + L"\\ProgramData";
+  if (ascii::EqualIgnoringCase(name, L"SystemDrive")) return drive;
+  if (ascii::EqualIgnoringCase(name, L"ProgramData")) return drive + L"\\ProgramData";
   return std::nullopt;
 }
 
@@ -111,83 +113,94 @@ std::wstring Expand(const HostModel& model, std::wstring_view source) {
   return text;
 }
 
-void Copy(std::wstring_view text, LPWSTR target) {
-  text.copy(target, text.size());
-  target[text.size()] = L'\0';
-}
+class SimulatedSystem final : public OnMachine<SystemInformation> {
+ public:
+  using OnMachine::OnMachine;
+
+  BOOL GetComputerNameW(LPWSTR name, DWORD* characters) override {
+    return Win32Call(machine_, "GetComputerNameW", NoArguments, BOOL{FALSE}, [&] {
+      const std::wstring& text = model().computerName;
+      if (characters == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+      const bool fits = name != nullptr && *characters >= text.size() + 1;
+      *characters = static_cast<DWORD>(fits ? text.size() : text.size() + 1);
+      if (!fits) return Fail(ERROR_BUFFER_OVERFLOW);
+      CopyWithEnd(text, name);
+      return TRUE;
+    });
+  }
+
+  UINT GetSystemDirectoryW(LPWSTR directory, UINT characters) override {
+    return Win32Call(machine_, "GetSystemDirectoryW", NoArguments, UINT{0}, [&] {
+      const std::wstring& text = model().systemDirectory;
+      const bool fits = directory != nullptr && characters >= text.size() + 1;
+      if (fits) CopyWithEnd(text, directory);
+      return static_cast<UINT>(fits ? text.size() : text.size() + 1);
+    });
+  }
+
+  DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR target, DWORD characters) override {
+    return Win32Call(machine_, "ExpandEnvironmentStringsW", Shown(source), DWORD{0}, [&] {
+      if (source == nullptr) return Fail(ERROR_INVALID_PARAMETER, DWORD{0});
+      const std::wstring text = Expand(model(), source);
+      if (target != nullptr && characters >= text.size() + 1) CopyWithEnd(text, target);
+      return static_cast<DWORD>(text.size() + 1);
+    });
+  }
+
+  BOOL VerifyVersionInfoW(OSVERSIONINFOEXW* version, DWORD typeMask, DWORDLONG conditionMask) override {
+    const auto types = [&] { return ResultName(static_cast<HRESULT>(typeMask)); };
+    return Win32Call(machine_, "VerifyVersionInfoW", types, BOOL{FALSE}, [&] {
+      const OperatingSystem& os = model().os;
+      if (version == nullptr || typeMask == 0 || (typeMask & kVerSuiteName) != 0 ||
+          !HasEveryCondition(typeMask, conditionMask)) {
+        return Fail(kErrorBadArguments);
+      }
+      const bool satisfied = VersionSatisfies(os, *version, typeMask, conditionMask) &&
+                             ProductSatisfies(os, *version, typeMask, conditionMask);
+      return satisfied ? TRUE : Fail(ERROR_OLD_WIN_VERSION);
+    });
+  }
+
+  ULONGLONG VerSetConditionMask(ULONGLONG conditionMask, DWORD typeMask, BYTE condition) override {
+    for (const auto& [type, place] : kConditionPlaces) {
+      if ((typeMask & type) == 0) continue;
+      return conditionMask | static_cast<ULONGLONG>(condition & kConditionBits) << (place * kBitsPerCondition);
+    }
+    return conditionMask;
+  }
+};
+
+class SimulatedFileVersions final : public OnMachine<FileVersions> {
+ public:
+  using OnMachine::OnMachine;
+
+  BOOL GetFileVersion(LPCWSTR path, VS_FIXEDFILEINFO* version) override {
+    constexpr DWORD kSignature = 0xFEEF04BD;
+    return Win32Call(machine_, "GetFileVersionInfoW", Shown(path), BOOL{FALSE}, [&] {
+      if (path == nullptr || version == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+      for (const auto& [file, text] : model().fileVersions) {
+        if (!ascii::EqualIgnoringCase(file, path)) continue;
+        const std::optional<FileVersion> parts = ParseFileVersion(Show(text));
+        if (!parts) break;
+        *version = {};
+        version->dwSignature = kSignature;
+        version->dwFileVersionMS = (*parts)[0] << 16 | (*parts)[1];
+        version->dwFileVersionLS = (*parts)[2] << 16 | (*parts)[3];
+        return TRUE;
+      }
+      return Fail(ERROR_FILE_NOT_FOUND);
+    });
+  }
+};
 
 }  // namespace
 
-BOOL SimulatedSystem::GetComputerNameW(LPWSTR name, DWORD* characters) {
-  return Win32Call(
-      machine_, "GetComputerNameW", BOOL{FALSE}, [] { return std::string(); },
-      [&]() -> BOOL {
-        const std::wstring& text = machine_.model.computerName;
-        if (characters == nullptr) {
-          machine_.lastError = ERROR_INVALID_PARAMETER;
-          return FALSE;
-        }
-        if (name == nullptr || *characters < text.size() + 1) {
-          *characters = static_cast<DWORD>(text.size() + 1);
-          machine_.lastError = ERROR_BUFFER_OVERFLOW;
-          return FALSE;
-        }
-        Copy(text, name);
-        *characters = static_cast<DWORD>(text.size());
-        return TRUE;
-      });
+std::unique_ptr<SystemInformation> MakeSystemInformation(Machine& machine) {
+  return std::make_unique<SimulatedSystem>(machine);
 }
 
-UINT SimulatedSystem::GetSystemDirectoryW(LPWSTR directory, UINT characters) {
-  return Win32Call(
-      machine_, "GetSystemDirectoryW", UINT{0}, [] { return std::string(); },
-      [&]() -> UINT {
-        const std::wstring& text = machine_.model.systemDirectory;
-        if (directory == nullptr || characters < text.size() + 1) return static_cast<UINT>(text.size() + 1);
-        Copy(text, directory);
-        return static_cast<UINT>(text.size());
-      });
-}
-
-DWORD SimulatedSystem::ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR target, DWORD characters) {
-  return Win32Call(
-      machine_, "ExpandEnvironmentStringsW", DWORD{0}, [&] { return Show(source); },
-      [&]() -> DWORD {
-        if (source == nullptr) {
-          machine_.lastError = ERROR_INVALID_PARAMETER;
-          return 0;
-        }
-        const std::wstring text = Expand(machine_.model, source);
-        if (target != nullptr && characters >= text.size() + 1) Copy(text, target);
-        return static_cast<DWORD>(text.size() + 1);
-      });
-}
-
-BOOL SimulatedSystem::VerifyVersionInfoW(OSVERSIONINFOEXW* version, DWORD typeMask, DWORDLONG conditionMask) {
-  return Win32Call(
-      machine_, "VerifyVersionInfoW", BOOL{FALSE}, [&] { return ResultName(static_cast<HRESULT>(typeMask)); },
-      [&]() -> BOOL {
-        const OperatingSystem& os = machine_.model.os;
-        if (version == nullptr || typeMask == 0 || (typeMask & kVerSuiteName) != 0 ||
-            !HasEveryCondition(typeMask, conditionMask)) {
-          machine_.lastError = kErrorBadArguments;
-          return FALSE;
-        }
-        if (VersionSatisfies(os, *version, typeMask, conditionMask) &&
-            ProductSatisfies(os, *version, typeMask, conditionMask)) {
-          return TRUE;
-        }
-        machine_.lastError = ERROR_OLD_WIN_VERSION;
-        return FALSE;
-      });
-}
-
-ULONGLONG SimulatedSystem::VerSetConditionMask(ULONGLONG conditionMask, DWORD typeMask, BYTE condition) {
-  for (const auto& [type, place] : kConditionPlaces) {
-    if ((typeMask & type) == 0) continue;
-    return conditionMask | static_cast<ULONGLONG>(condition & kConditionBits) << (place * kBitsPerCondition);
-  }
-  return conditionMask;
+std::unique_ptr<FileVersions> MakeFileVersions(Machine& machine) {
+  return std::make_unique<SimulatedFileVersions>(machine);
 }
 
 }  // namespace varnel::simulator

@@ -1,7 +1,5 @@
 #include "simulator/vss/backup_document.h"
 
-#include <span>
-
 #include "simulator/host_file/xml.h"
 
 namespace varnel::simulator {
@@ -9,13 +7,13 @@ namespace {
 
 constexpr std::string_view kNamespace = "x-schema:#VssComponentMetadata";
 
-constexpr XmlWord<VSS_COMPONENT_TYPE> kComponentTypes[] = {
+constexpr Word<VSS_COMPONENT_TYPE> kComponentTypes[] = {
     {"filegroup", VSS_CT_FILEGROUP},
     {"database", VSS_CT_DATABASE},
 };
 
 // Only "full" is known from the service; the others are ours.
-constexpr XmlWord<VSS_BACKUP_TYPE> kBackupTypes[] = {
+constexpr Word<VSS_BACKUP_TYPE> kBackupTypes[] = {
     {"full", VSS_BT_FULL},
     {"incremental", VSS_BT_INCREMENTAL},
     {"differential", VSS_BT_DIFFERENTIAL},
@@ -23,14 +21,6 @@ constexpr XmlWord<VSS_BACKUP_TYPE> kBackupTypes[] = {
     {"copy", VSS_BT_COPY},
     {"other", VSS_BT_OTHER},
 };
-
-template <class Value>
-std::string_view WordFor(std::span<const XmlWord<Value>> words, Value value) {
-  for (const XmlWord<Value>& word : words) {
-    if (word.value == value) return word.text;
-  }
-  return words.front().text;
-}
 
 std::optional<std::wstring> MetadataOf(const XmlElement& component) {
   std::optional<std::wstring> metadata;
@@ -44,8 +34,7 @@ DocumentComponent ParseComponent(const XmlElement& element) {
   DocumentComponent component;
   component.logicalPath = element.Text("logicalPath");
   component.name = element.RequiredText("componentName");
-  component.type =
-      element.OneOf("componentType", std::span<const XmlWord<VSS_COMPONENT_TYPE>>(kComponentTypes), VSS_CT_UNDEFINED);
+  component.type = element.OneOf("componentType", kComponentTypes, VSS_CT_UNDEFINED);
   if (component.type == VSS_CT_UNDEFINED) throw DocumentError("COMPONENT without componentType");
   component.backupStamp = element.Text("backupStamp");
   component.previousBackupStamp = element.Text("previousBackupStamp");
@@ -89,38 +78,33 @@ ShadowCopy ParseCopy(const XmlElement& element) {
   return copy;
 }
 
-void WriteOptional(XmlText& xml, std::string_view name, const std::optional<std::wstring>& text) {
-  if (text) xml.Attribute(name, std::wstring_view(*text));
-}
-
 void WriteComponent(XmlText& xml, const DocumentComponent& component) {
   xml.Raw("<COMPONENT");
-  WriteOptional(xml, "logicalPath", component.logicalPath);
-  xml.Attribute("componentName", std::wstring_view(component.name));
-  xml.Attribute("componentType",
-                WordFor(std::span<const XmlWord<VSS_COMPONENT_TYPE>>(kComponentTypes), component.type));
-  WriteOptional(xml, "backupStamp", component.backupStamp);
-  WriteOptional(xml, "previousBackupStamp", component.previousBackupStamp);
-  WriteOptional(xml, "backupOptions", component.backupOptions);
-  WriteOptional(xml, "prepareForBackupFailure", component.prepareForBackupFailure);
-  WriteOptional(xml, "postSnapshotFailure", component.postSnapshotFailure);
+  xml.Optional("logicalPath", component.logicalPath);
+  xml.Attribute("componentName", component.name);
+  xml.Attribute("componentType", WordFor(kComponentTypes, component.type));
+  xml.Optional("backupStamp", component.backupStamp);
+  xml.Optional("previousBackupStamp", component.previousBackupStamp);
+  xml.Optional("backupOptions", component.backupOptions);
+  xml.Optional("prepareForBackupFailure", component.prepareForBackupFailure);
+  xml.Optional("postSnapshotFailure", component.postSnapshotFailure);
   if (component.succeeded) xml.Flag("backupSucceeded", *component.succeeded);
   if (component.failure != S_OK) xml.Number("failure", component.failure);
   if (component.applicationResult != S_OK) xml.Number("applicationFailure", component.applicationResult);
-  WriteOptional(xml, "applicationMessage", component.applicationMessage);
+  xml.Optional("applicationMessage", component.applicationMessage);
   if (!component.backupMetadata) {
     xml.Raw("/>");
     return;
   }
   xml.Raw("><BACKUP_METADATA").Attribute("xmlns", std::string_view());
-  xml.Attribute("metadata", std::wstring_view(*component.backupMetadata)).Raw("/></COMPONENT>");
+  xml.Attribute("metadata", *component.backupMetadata).Raw("/></COMPONENT>");
 }
 
 void WriteWriter(XmlText& xml, const DocumentWriter& writer) {
   xml.Raw("<WRITER_COMPONENTS");
   if (writer.changedByWriter) xml.Attribute("xmlns", kNamespace);
   xml.Attribute("instanceId", writer.instanceId).Attribute("writerId", writer.writerId);
-  if (!writer.instanceName.empty()) xml.Attribute("instanceName", std::wstring_view(writer.instanceName));
+  if (!writer.instanceName.empty()) xml.Attribute("instanceName", writer.instanceName);
   xml.Number("backupSchema", writer.backupSchema).Raw(">");
   for (const DocumentComponent& component : writer.components) WriteComponent(xml, component);
   xml.Raw("</WRITER_COMPONENTS>");
@@ -130,10 +114,10 @@ void WriteCopy(XmlText& xml, const ShadowCopy& copy) {
   xml.Raw("<TRANSPORTABLE_SNAPSHOT").Attribute("snapshotId", copy.id).Attribute("snapshotSetId", copy.setId);
   xml.Attribute("providerId", copy.providerId).Number("attributes", copy.attributes);
   xml.Number("created", copy.timestamp).Number("snapshotsInSet", copy.copiesInSet);
-  xml.Attribute("originatingMachine", std::wstring_view(copy.originatingMachine));
-  xml.Attribute("originalVolume", std::wstring_view(copy.originalVolume));
-  xml.Attribute("originalSerialNumber", std::wstring_view(copy.originalSerial));
-  xml.Attribute("serialNumber", std::wstring_view(copy.serial)).Raw("/>");
+  xml.Attribute("originatingMachine", copy.originatingMachine);
+  xml.Attribute("originalVolume", copy.originalVolume);
+  xml.Attribute("originalSerialNumber", copy.originalSerial);
+  xml.Attribute("serialNumber", copy.serial).Raw("/>");
 }
 
 }  // namespace
@@ -144,7 +128,7 @@ BackupDocument ParseBackupDocument(std::string_view xml) {
   BackupDocument document;
   document.bootableSystemState = root.Flag("bootableSystemStateBackup");
   document.selectComponents = root.Flag("selectComponents");
-  document.backupType = root.OneOf("backupType", std::span<const XmlWord<VSS_BACKUP_TYPE>>(kBackupTypes), VSS_BT_FULL);
+  document.backupType = root.OneOf("backupType", kBackupTypes, VSS_BT_FULL);
   document.partialFileSupport = root.Flag("partialFileSupport");
   document.snapshotSetId = root.Identifier("snapshotSetId");
   root.ForEachChild([&](const XmlElement& child) {
@@ -156,10 +140,10 @@ BackupDocument ParseBackupDocument(std::string_view xml) {
 
 std::string FormatBackupDocument(const BackupDocument& document) {
   XmlText xml;
-  xml.Raw("<BACKUP_COMPONENTS").Attribute("xmlns", kNamespace).Attribute("version", std::string_view("1.2"));
+  xml.Raw("<BACKUP_COMPONENTS").Attribute("xmlns", kNamespace).Attribute("version", "1.2");
   xml.Flag("bootableSystemStateBackup", document.bootableSystemState);
   xml.Flag("selectComponents", document.selectComponents);
-  xml.Attribute("backupType", WordFor(std::span<const XmlWord<VSS_BACKUP_TYPE>>(kBackupTypes), document.backupType));
+  xml.Attribute("backupType", WordFor(kBackupTypes, document.backupType));
   xml.Flag("partialFileSupport", document.partialFileSupport);
   if (document.snapshotSetId) xml.Attribute("snapshotSetId", *document.snapshotSetId);
   xml.Raw(">");

@@ -21,10 +21,6 @@ std::wstring_view TextOf(LPCWSTR text) {
   return text == nullptr ? std::wstring_view() : std::wstring_view(text);
 }
 
-std::vector<GUID> IdList(const VSS_ID* ids, UINT count) {
-  return {ids, ids + count};
-}
-
 }  // namespace
 
 BackupSession::BackupSession(std::shared_ptr<Machine> machine)
@@ -110,27 +106,11 @@ bool BackupSession::MaySelectWriters() {
   return IsIdle() && !gatherStarted_ && IsIn(Stage::initialized, Stage::setStarted);
 }
 
-HRESULT BackupSession::CheckWriterIds(const VSS_ID* ids, UINT count) {
+HRESULT BackupSession::SelectWriters(const VSS_ID* ids, UINT count, WriterSelection select) {
   if (ids == nullptr || count == 0) return E_INVALIDARG;
-  return MaySelectWriters() ? S_OK : VSS_E_BAD_STATE;
-}
-
-HRESULT BackupSession::EnableWriterClasses(const VSS_ID* ids, UINT count) {
-  const HRESULT result = CheckWriterIds(ids, count);
-  if (SUCCEEDED(result)) writers_.EnableClasses(IdList(ids, count));
-  return result;
-}
-
-HRESULT BackupSession::DisableWriterClasses(const VSS_ID* ids, UINT count) {
-  const HRESULT result = CheckWriterIds(ids, count);
-  if (SUCCEEDED(result)) writers_.DisableClasses(IdList(ids, count));
-  return result;
-}
-
-HRESULT BackupSession::DisableWriterInstances(const VSS_ID* ids, UINT count) {
-  const HRESULT result = CheckWriterIds(ids, count);
-  if (SUCCEEDED(result)) writers_.DisableInstances(IdList(ids, count));
-  return result;
+  if (!MaySelectWriters()) return VSS_E_BAD_STATE;
+  (writers_.*select)({ids, ids + count});
+  return S_OK;
 }
 
 void BackupSession::HandOut(std::shared_ptr<AsyncOperation> operation, IVssAsync** async) {
@@ -239,7 +219,6 @@ DocumentComponent* BackupSession::FindAdded(const ComponentName& component) {
   return entry.type == component.type ? &entry : nullptr;
 }
 
-// For calls that name no instance: the first one of the class that has the component.
 HRESULT BackupSession::ChangeSelected(const ComponentName& component,
                                       std::optional<std::wstring> DocumentComponent::*field, LPCWSTR text) {
   if (component.name == nullptr || text == nullptr) return E_INVALIDARG;
@@ -254,14 +233,6 @@ HRESULT BackupSession::ChangeSelected(const ComponentName& component,
     }
   }
   return VSS_E_OBJECT_NOT_FOUND;
-}
-
-HRESULT BackupSession::SetBackupOptions(const ComponentName& component, LPCWSTR options) {
-  return ChangeSelected(component, &DocumentComponent::backupOptions, options);
-}
-
-HRESULT BackupSession::SetPreviousBackupStamp(const ComponentName& component, LPCWSTR stamp) {
-  return ChangeSelected(component, &DocumentComponent::previousBackupStamp, stamp);
 }
 
 HRESULT BackupSession::SetBackupSucceeded(const ComponentName& component, bool succeeded) {
@@ -359,7 +330,7 @@ bool BackupSession::MayDoSnapshotSet() {
 }
 
 DWORD BackupSession::SnapshotMilliseconds() const {
-  const HostModel& model = machine_->model;
+  const HostModel& model = machine_->model();
   const DWORD freeze = IsWithoutWriters(context_) ? 0 : std::min(model.freezeMilliseconds, kFreezeLimitMilliseconds);
   return freeze + std::min(model.commitMilliseconds, kHoldLimitMilliseconds);
 }
@@ -367,7 +338,7 @@ DWORD BackupSession::SnapshotMilliseconds() const {
 // The window from Freeze to Thaw holds the writers' own freezing and the commit, which is cut off at its limit.
 void BackupSession::FreezeWriters() {
   RaiseAtParticipants(WriterEvent::freeze, VSS_WS_WAITING_FOR_THAW, VSS_WS_FAILED_AT_FREEZE);
-  const HostModel& model = machine_->model;
+  const HostModel& model = machine_->model();
   const ULONGLONG window =
       ULONGLONG{model.freezeMilliseconds} + std::min(model.commitMilliseconds, kHoldLimitMilliseconds);
   if (window <= kFreezeLimitMilliseconds) return;
@@ -395,7 +366,7 @@ HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
   FreezeWriters();
   if (forced == VSS_S_ASYNC_PENDING) return *forced;
   HRESULT result = Prevents(forced) ? *forced : S_OK;
-  if (result == S_OK && machine_->model.commitMilliseconds > kHoldLimitMilliseconds) {
+  if (result == S_OK && machine_->model().commitMilliseconds > kHoldLimitMilliseconds) {
     result = VSS_E_HOLD_WRITES_TIMEOUT;
   }
   if (result == S_OK) result = service_.CommitSet(id_);

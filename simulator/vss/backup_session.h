@@ -34,6 +34,8 @@ struct ReportedWriter {
 /// the call log and the fault plan's call faults. Everything out of order is VSS_E_BAD_STATE.
 class BackupSession {
  public:
+  using WriterSelection = void (WriterSession::*)(const std::vector<GUID>& ids);
+
   explicit BackupSession(std::shared_ptr<Machine> machine);
   /// Raises BackupShutdown, gives up a set under construction and deletes auto-release copies.
   ~BackupSession();
@@ -47,9 +49,8 @@ class BackupSession {
   HRESULT InitializeForRestore(BSTR xml);
   HRESULT SetContext(LONG context);
   HRESULT SetBackupState(bool selectComponents, bool bootableSystemState, VSS_BACKUP_TYPE type, bool partialFiles);
-  HRESULT EnableWriterClasses(const VSS_ID* ids, UINT count);
-  HRESULT DisableWriterClasses(const VSS_ID* ids, UINT count);
-  HRESULT DisableWriterInstances(const VSS_ID* ids, UINT count);
+  /// For the calls that enable or disable writers.
+  HRESULT SelectWriters(const VSS_ID* ids, UINT count, WriterSelection select);
 
   HRESULT GatherWriterMetadata(IVssAsync** async);
   HRESULT GetWriterMetadataCount(UINT* count);
@@ -58,8 +59,9 @@ class BackupSession {
   HRESULT FreeWriterMetadata();
 
   HRESULT AddComponent(const ComponentName& component);
-  HRESULT SetBackupOptions(const ComponentName& component, LPCWSTR options);
-  HRESULT SetPreviousBackupStamp(const ComponentName& component, LPCWSTR stamp);
+  /// For calls that name no instance: changes a text of the first one of the class that has the component.
+  HRESULT ChangeSelected(const ComponentName& component, std::optional<std::wstring> DocumentComponent::*field,
+                         LPCWSTR text);
   HRESULT SetBackupSucceeded(const ComponentName& component, bool succeeded);
 
   HRESULT StartSnapshotSet(VSS_ID* setId);
@@ -110,7 +112,6 @@ class BackupSession {
   bool MaySelectWriters();
   void NoticeCancellation();
   HRESULT LoadDocument(BSTR xml);
-  HRESULT CheckWriterIds(const VSS_ID* ids, UINT count);
 
   template <class Work>
   HRESULT RunAsync(std::string_view name, IVssAsync** async, Work&& work);
@@ -119,8 +120,6 @@ class BackupSession {
   std::size_t DocumentWriterFor(const GatheredWriter& writer);
   DocumentWriter* FindDocumentWriter(const GUID& instanceId, const GUID& writerId);
   DocumentComponent* FindAdded(const ComponentName& component);
-  HRESULT ChangeSelected(const ComponentName& component, std::optional<std::wstring> DocumentComponent::*field,
-                         LPCWSTR text);
 
   void ChooseParticipants();
   void RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);

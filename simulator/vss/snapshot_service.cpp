@@ -4,7 +4,7 @@
 #include <array>
 #include <utility>
 
-#include "simulator/host_file/text.h"
+#include "text/ascii_case.h"
 
 namespace varnel::simulator {
 namespace {
@@ -30,8 +30,8 @@ bool IsKnown(const ShadowCopy& copy) {
 
 bool NamesVolume(std::wstring_view name, const Volume& volume) {
   const auto same = [&](std::wstring_view candidate) {
-    if (!candidate.ends_with(L'\\')) return EqualsIgnoringCase(name.substr(0, name.size() - 1), candidate);
-    return EqualsIgnoringCase(name, candidate);
+    if (!candidate.ends_with(L'\\')) return ascii::EqualIgnoringCase(name.substr(0, name.size() - 1), candidate);
+    return ascii::EqualIgnoringCase(name, candidate);
   };
   return same(volume.name) || std::any_of(volume.mountPoints.begin(), volume.mountPoints.end(), same);
 }
@@ -73,19 +73,29 @@ SnapshotService::SnapshotService(Machine& machine) : machine_(machine) {}
 
 SnapshotService::~SnapshotService() = default;
 
-std::vector<const ShadowCopy*> SnapshotService::SurfacedCopies() const {
+std::list<ShadowCopy>& SnapshotService::ChangeCopies() {
+  surfaced_.reset();
+  return copies_;
+}
+
+template <class Condition>
+std::vector<const ShadowCopy*> SnapshotService::CopiesWhere(Condition&& condition) const {
   std::vector<const ShadowCopy*> copies;
   for (const ShadowCopy& copy : copies_) {
-    if (copy.surfaced && !copy.masked) copies.push_back(&copy);
+    if (condition(copy)) copies.push_back(&copy);
   }
   return copies;
+}
+
+std::vector<const ShadowCopy*> SnapshotService::SurfacedCopies() const {
+  return CopiesWhere([](const ShadowCopy& copy) { return copy.surfaced && !copy.masked; });
 }
 
 const SnapshotService::Surfaced& SnapshotService::SurfacedNow() const {
   if (surfaced_) return *surfaced_;
   Surfaced surfaced;
   for (const ShadowCopy* copy : SurfacedCopies()) {
-    surfaced.byDevice.emplace(FoldAscii(copy->device), copy);
+    surfaced.byDevice.emplace(ascii::ToLower(copy->device), copy);
     if (copy->ownDisk) surfaced.byDisk.emplace(copy->diskNumber, copy);
   }
   return surfaced_.emplace(std::move(surfaced));
@@ -97,7 +107,7 @@ const ShadowCopy* SnapshotService::CopyOnDisk(DWORD number) const {
 }
 
 const ShadowCopy* SnapshotService::CopyOfDevice(std::wstring_view device) const {
-  const auto found = SurfacedNow().byDevice.find(FoldAscii(device));
+  const auto found = SurfacedNow().byDevice.find(ascii::ToLower(device));
   return found == SurfacedNow().byDevice.end() ? nullptr : found->second;
 }
 
@@ -120,7 +130,7 @@ HRESULT SnapshotService::AddVolume(const GUID& session, std::wstring_view volume
   const std::optional<Location> location = Resolve(volume);
   if (!location) return VSS_E_OBJECT_NOT_FOUND;
   const std::wstring& name = location->volume->name;
-  const auto isSame = [&](const PlannedCopy& copy) { return EqualsIgnoringCase(copy.volume, name); };
+  const auto isSame = [&](const PlannedCopy& copy) { return ascii::EqualIgnoringCase(copy.volume, name); };
   if (std::any_of(set->copies.begin(), set->copies.end(), isSame)) return VSS_E_OBJECT_ALREADY_EXISTS;
   if (set->copies.size() == kMaxVolumesPerSet) return VSS_E_MAXIMUM_NUMBER_OF_VOLUMES_REACHED;
   const Provider* chosen = nullptr;
@@ -146,8 +156,9 @@ HRESULT SnapshotService::CommitSet(const GUID& session) {
     if (FindProvider(planned.provider.id) == nullptr) return VSS_E_UNEXPECTED_PROVIDER_ERROR;
     locations.push_back(*location);
   }
-  for (std::size_t i = 0; i < set.copies.size(); ++i) copies_.push_back(MakeCopy(set, set.copies[i], locations[i]));
-  surfaced_.reset();
+  for (std::size_t i = 0; i < set.copies.size(); ++i) {
+    ChangeCopies().push_back(MakeCopy(set, set.copies[i], locations[i]));
+  }
   return S_OK;
 }
 
@@ -173,20 +184,14 @@ const ShadowCopy* SnapshotService::Find(const GUID& copyId) const {
 }
 
 std::vector<const ShadowCopy*> SnapshotService::CopiesOfContext(LONG context) const {
-  std::vector<const ShadowCopy*> copies;
-  for (const ShadowCopy& copy : copies_) {
+  return CopiesWhere([&](const ShadowCopy& copy) {
     const bool sameContext = ((copy.attributes ^ context) & kContextBits) == 0;
-    if (IsKnown(copy) && (context == kAllContexts || sameContext)) copies.push_back(&copy);
-  }
-  return copies;
+    return IsKnown(copy) && (context == kAllContexts || sameContext);
+  });
 }
 
 std::vector<const ShadowCopy*> SnapshotService::CopiesOfSet(const GUID& setId) const {
-  std::vector<const ShadowCopy*> copies;
-  for (const ShadowCopy& copy : copies_) {
-    if (!copy.forgotten && copy.setId == setId) copies.push_back(&copy);
-  }
-  return copies;
+  return CopiesWhere([&](const ShadowCopy& copy) { return !copy.forgotten && copy.setId == setId; });
 }
 
 HRESULT SnapshotService::Delete(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, GUID& notDeleted) {
@@ -227,10 +232,9 @@ HRESULT SnapshotService::Break(const GUID& setId, DWORD flags) {
   const bool revert = (flags & VSS_BREAKEX_FLAG_REVERT_IDENTITY_ALL) != 0;
   const auto originalIsHere = [&](const ShadowCopy* copy) {
     const auto isOriginal = [&](const Disk& disk) { return disk.serial == copy->originalSerial; };
-    return std::any_of(machine_.model.disks.begin(), machine_.model.disks.end(), isOriginal);
+    return std::any_of(machine_.model().disks.begin(), machine_.model().disks.end(), isOriginal);
   };
   if (revert && std::any_of(copies.begin(), copies.end(), originalIsHere)) return VSS_E_BREAK_REVERT_ID_FAILED;
-  surfaced_.reset();
   for (ShadowCopy* copy : copies) {
     copy->forgotten = true;
     copy->masked = (flags & VSS_BREAKEX_FLAG_MASK_LUNS) != 0;
@@ -251,8 +255,7 @@ HRESULT SnapshotService::Import(const GUID& session, std::span<const ShadowCopy>
     copy.providerType = provider->type;
     copy.attributes &= ~VSS_VOLSNAP_ATTR_NOT_SURFACED;
     Surface(copy);
-    copies_.push_back(std::move(copy));
-    surfaced_.reset();
+    ChangeCopies().push_back(std::move(copy));
     imported_.push_back(source.id);
     ++done;
   }
@@ -261,20 +264,18 @@ HRESULT SnapshotService::Import(const GUID& session, std::span<const ShadowCopy>
 }
 
 void SnapshotService::Withdraw(GUID id) {
-  surfaced_.reset();
-  copies_.remove_if([&](const ShadowCopy& copy) { return copy.id == id || copy.setId == id; });
+  ChangeCopies().remove_if([&](const ShadowCopy& copy) { return copy.id == id || copy.setId == id; });
 }
 
 void SnapshotService::EndSession(const GUID& session) {
   AbandonSet(session);
-  surfaced_.reset();
-  copies_.remove_if([&](const ShadowCopy& copy) {
+  ChangeCopies().remove_if([&](const ShadowCopy& copy) {
     return copy.owner == session && IsKnown(copy) && !Has(copy.attributes, VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE);
   });
 }
 
 std::optional<SnapshotService::Location> SnapshotService::Resolve(std::wstring_view name) const {
-  for (const Disk& disk : machine_.model.disks) {
+  for (const Disk& disk : machine_.model().disks) {
     for (const Volume& volume : disk.volumes) {
       if (NamesVolume(name, volume)) return Location{&disk, &volume};
     }
@@ -283,7 +284,7 @@ std::optional<SnapshotService::Location> SnapshotService::Resolve(std::wstring_v
 }
 
 const Provider* SnapshotService::FindProvider(const GUID& id) const {
-  const auto& providers = machine_.model.providers;
+  const auto& providers = machine_.model().providers;
   const auto found =
       std::find_if(providers.begin(), providers.end(), [&](const Provider& provider) { return provider.id == id; });
   return found == providers.end() ? nullptr : &*found;
@@ -296,7 +297,7 @@ HRESULT SnapshotService::ChooseProvider(const GUID& wanted, LONG context, const 
     return Supports(*chosen, context) ? S_OK : VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER;
   }
   for (const VSS_PROVIDER_TYPE type : {VSS_PROV_HARDWARE, VSS_PROV_SOFTWARE, VSS_PROV_SYSTEM}) {
-    for (const Provider& provider : machine_.model.providers) {
+    for (const Provider& provider : machine_.model().providers) {
       if (provider.type != type || !Supports(provider, context)) continue;
       chosen = &provider;
       return S_OK;
@@ -312,8 +313,7 @@ bool SnapshotService::ReachedLimit(const Provider& provider, LONG context, const
     return copy.providerId == provider.id && copy.originalVolume == volume &&
            (!clientAccessible || Has(copy.attributes, VSS_VOLSNAP_ATTR_CLIENT_ACCESSIBLE));
   };
-  const auto copies = static_cast<std::size_t>(std::count_if(copies_.begin(), copies_.end(), counts));
-  return copies >= (clientAccessible ? kMaxClientAccessibleCopies : kMaxSystemCopies);
+  return CopiesWhere(counts).size() >= (clientAccessible ? kMaxClientAccessibleCopies : kMaxSystemCopies);
 }
 
 ShadowCopy SnapshotService::MakeCopy(const OpenSet& set, const PlannedCopy& planned, const Location& location) {
@@ -326,7 +326,7 @@ ShadowCopy SnapshotService::MakeCopy(const OpenSet& set, const PlannedCopy& plan
   copy.attributes = set.context;
   copy.timestamp = kStartOfHost + static_cast<VSS_TIMESTAMP>(machine_.now) * kTicksPerMillisecond;
   copy.copiesInSet = static_cast<LONG>(set.copies.size());
-  copy.originatingMachine = machine_.model.computerName;
+  copy.originatingMachine = machine_.model().computerName;
   copy.originalVolume = location.volume->name;
   copy.originalSerial = location.disk->serial;
   copy.ownDisk = planned.provider.type == VSS_PROV_HARDWARE;
@@ -351,7 +351,7 @@ void SnapshotService::Surface(ShadowCopy& copy) {
 
 DWORD SnapshotService::NextFreeDisk() const {
   std::vector<DWORD> used;
-  for (const Disk& disk : machine_.model.disks) used.push_back(disk.number);
+  for (const Disk& disk : machine_.model().disks) used.push_back(disk.number);
   for (const ShadowCopy* copy : SurfacedCopies()) used.push_back(copy->diskNumber);
   DWORD number = 0;
   while (std::find(used.begin(), used.end(), number) != used.end()) ++number;
@@ -360,7 +360,7 @@ DWORD SnapshotService::NextFreeDisk() const {
 
 std::vector<ShadowCopy*> SnapshotService::KnownCopies(const GUID& id, VSS_OBJECT_TYPE type) {
   std::vector<ShadowCopy*> copies;
-  for (ShadowCopy& copy : copies_) {
+  for (ShadowCopy& copy : ChangeCopies()) {
     if (IsKnown(copy) && (type == VSS_OBJECT_SNAPSHOT ? copy.id : copy.setId) == id) copies.push_back(&copy);
   }
   return copies;

@@ -115,6 +115,10 @@ class SnapshotService {
   };
 
   const Surfaced& SurfacedNow() const;
+  // The copies, for changes.
+  std::list<ShadowCopy>& ChangeCopies();
+  template <class Condition>
+  std::vector<const ShadowCopy*> CopiesWhere(Condition&& condition) const;
   OpenSet* OpenSetOf(const GUID& session);
   std::optional<Location> Resolve(std::wstring_view name) const;
   const Provider* FindProvider(const GUID& id) const;
@@ -127,8 +131,8 @@ class SnapshotService {
   std::vector<ShadowCopy*> KnownCopies(const GUID& id, VSS_OBJECT_TYPE type);
 
   Machine& machine_;
-  std::list<ShadowCopy> copies_;
-  mutable std::optional<Surfaced> surfaced_;  // made when it is needed; whoever changes copies_ drops it
+  std::list<ShadowCopy> copies_;              // changed by way of ChangeCopies only
+  mutable std::optional<Surfaced> surfaced_;  // made when it is needed
   std::optional<OpenSet> openSet_;
   std::vector<GUID> imported_;
   unsigned devices_ = 0;

@@ -15,7 +15,7 @@ class Async final : public ComObject<IVssAsync> {
       : ComObject(std::move(machine), "IVssAsync", kInterfaces), operation_(std::move(operation)) {}
 
   HRESULT STDMETHODCALLTYPE Cancel() override {
-    return Call(machine(), "IVssAsync::Cancel", NoArguments, [&] {
+    return Call("IVssAsync::Cancel", NoArguments, [&] {
       const bool running = operation_->IsRunning(machine().now);
       if (running) {
         operation_->result = VSS_S_ASYNC_CANCELLED;
@@ -28,7 +28,7 @@ class Async final : public ComObject<IVssAsync> {
 
   HRESULT STDMETHODCALLTYPE Wait(DWORD milliseconds) override {
     return Call(
-        machine(), "IVssAsync::Wait",
+        "IVssAsync::Wait",
         [&] { return milliseconds == INFINITE ? std::string("INFINITE") : std::to_string(milliseconds); },
         [&] {
           PassTime(milliseconds);
@@ -40,7 +40,7 @@ class Async final : public ComObject<IVssAsync> {
   HRESULT STDMETHODCALLTYPE QueryStatus(HRESULT* result, INT* reserved) override {
     HRESULT status = S_OK;
     return Call(
-        machine(), "IVssAsync::QueryStatus", [&] { return "-> " + ResultName(status); },
+        "IVssAsync::QueryStatus", [&] { return "-> " + ResultName(status); },
         [&] {
           if (result == nullptr) return E_INVALIDARG;
           const bool running = operation_->IsRunning(machine().now);

@@ -5,6 +5,7 @@
 #include "simulator/vss/snapshot_service.h"
 #include "simulator/vss/vss_enum.h"
 #include "simulator/vss/vss_metadata.h"
+#include "text/unicode.h"
 
 namespace varnel::simulator {
 namespace {
@@ -15,7 +16,7 @@ constexpr GUID kInterfaces[] = {kIidVssBackupComponents, kIidVssBackupComponents
 std::string IdListText(const VSS_ID* ids, UINT count) {
   if (ids == nullptr) return "null";
   std::string text;
-  for (UINT i = 0; i < count; ++i) text += (i == 0 ? "" : ", ") + GuidText(ids[i]);
+  for (UINT i = 0; i < count; ++i) text += (i == 0 ? "" : ", ") + ArgumentText(ids[i]);
   return "[" + text + "]";
 }
 
@@ -23,15 +24,9 @@ std::string DocumentText(BSTR xml) {
   return xml == nullptr ? "null" : std::to_string(::SysStringLen(xml)) + " characters";
 }
 
-std::string ComponentText(const ComponentName& component) {
-  return ArgumentList({GuidText(component.instanceId), GuidText(component.writerId),
-                       std::to_string(static_cast<int>(component.type)), Quoted(component.logicalPath),
-                       Quoted(component.name)});
-}
-
 // Renders an identifier that the call made.
 auto MadeId(const GUID& id) {
-  return [&id] { return "-> " + GuidText(id); };
+  return [&id] { return "-> " + ArgumentText(id); };
 }
 
 // What can be examined, restored or exposed but has no part in making snapshots is E_NOTIMPL.
@@ -40,96 +35,225 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
   explicit BackupComponents(std::shared_ptr<Machine> machine)
       : ComObject(std::move(machine), "IVssBackupComponents", kInterfaces), session_(sharedMachine()) {}
 
-  HRESULT STDMETHODCALLTYPE GetWriterComponentsCount(UINT* components) override;
-  HRESULT STDMETHODCALLTYPE GetWriterComponents(UINT index, IVssWriterComponentsExt** writer) override;
-  HRESULT STDMETHODCALLTYPE InitializeForBackup(BSTR xml) override;
-  HRESULT STDMETHODCALLTYPE SetBackupState(VssBool selectComponents, VssBool bootableSystemState, VSS_BACKUP_TYPE type,
-                                           VssBool partialFiles) override;
-  HRESULT STDMETHODCALLTYPE InitializeForRestore(BSTR xml) override;
-  HRESULT STDMETHODCALLTYPE SetRestoreState(VSS_RESTORE_TYPE) override {
-    return Unsupported("IVssBackupComponents::SetRestoreState");
+  HRESULT STDMETHODCALLTYPE GetWriterComponentsCount(UINT* components) override {
+    return Count("IVssBackupComponents::GetWriterComponentsCount", components,
+                 &BackupSession::GetWriterComponentsCount);
   }
-  HRESULT STDMETHODCALLTYPE GatherWriterMetadata(IVssAsync** async) override;
-  HRESULT STDMETHODCALLTYPE GetWriterMetadataCount(UINT* writers) override;
+  HRESULT STDMETHODCALLTYPE GetWriterComponents(UINT index, IVssWriterComponentsExt** writer) override {
+    Clear(writer);
+    return Call("IVssBackupComponents::GetWriterComponents", Arguments(index),
+                [&] { return session_.GetWriterComponents(index, writer); });
+  }
+  HRESULT STDMETHODCALLTYPE InitializeForBackup(BSTR xml) override {
+    return Call(
+        "IVssBackupComponents::InitializeForBackup", [&] { return DocumentText(xml); },
+        [&] { return session_.InitializeForBackup(xml); });
+  }
+  HRESULT STDMETHODCALLTYPE SetBackupState(VssBool selectComponents, VssBool bootableSystemState, VSS_BACKUP_TYPE type,
+                                           VssBool partialFiles) override {
+    return Call("IVssBackupComponents::SetBackupState",
+                Arguments(selectComponents, bootableSystemState, type, partialFiles), [&] {
+                  return session_.SetBackupState(selectComponents != 0, bootableSystemState != 0, type,
+                                                 partialFiles != 0);
+                });
+  }
+  HRESULT STDMETHODCALLTYPE InitializeForRestore(BSTR xml) override {
+    return Call(
+        "IVssBackupComponents::InitializeForRestore", [&] { return DocumentText(xml); },
+        [&] { return session_.InitializeForRestore(xml); });
+  }
+  HRESULT STDMETHODCALLTYPE SetRestoreState(VSS_RESTORE_TYPE) override { return Unsupported("::SetRestoreState"); }
+  HRESULT STDMETHODCALLTYPE GatherWriterMetadata(IVssAsync** async) override {
+    return StartOperation("IVssBackupComponents::GatherWriterMetadata", async, &BackupSession::GatherWriterMetadata);
+  }
+  HRESULT STDMETHODCALLTYPE GetWriterMetadataCount(UINT* writers) override {
+    return Count("IVssBackupComponents::GetWriterMetadataCount", writers, &BackupSession::GetWriterMetadataCount);
+  }
   HRESULT STDMETHODCALLTYPE GetWriterMetadata(UINT index, VSS_ID* instance,
                                               IVssExamineWriterMetadata** metadata) override {
     return GiveMetadata("IVssBackupComponents::GetWriterMetadata", index, instance, metadata);
   }
-  HRESULT STDMETHODCALLTYPE FreeWriterMetadata() override;
+  HRESULT STDMETHODCALLTYPE FreeWriterMetadata() override {
+    return Call("IVssBackupComponents::FreeWriterMetadata", NoArguments, [&] { return session_.FreeWriterMetadata(); });
+  }
   HRESULT STDMETHODCALLTYPE AddComponent(VSS_ID instance, VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath,
-                                         LPCWSTR name) override;
-  HRESULT STDMETHODCALLTYPE PrepareForBackup(IVssAsync** async) override;
-  HRESULT STDMETHODCALLTYPE AbortBackup() override;
-  HRESULT STDMETHODCALLTYPE GatherWriterStatus(IVssAsync** async) override;
-  HRESULT STDMETHODCALLTYPE GetWriterStatusCount(UINT* writers) override;
-  HRESULT STDMETHODCALLTYPE FreeWriterStatus() override;
+                                         LPCWSTR name) override {
+    const ComponentName component{instance, writer, type, logicalPath, name};
+    return Call("IVssBackupComponents::AddComponent", Arguments(instance, writer, type, logicalPath, name),
+                [&] { return session_.AddComponent(component); });
+  }
+  HRESULT STDMETHODCALLTYPE PrepareForBackup(IVssAsync** async) override {
+    return StartOperation("IVssBackupComponents::PrepareForBackup", async, &BackupSession::PrepareForBackup);
+  }
+  HRESULT STDMETHODCALLTYPE AbortBackup() override {
+    return Call("IVssBackupComponents::AbortBackup", NoArguments, [&] { return session_.AbortBackup(); });
+  }
+  HRESULT STDMETHODCALLTYPE GatherWriterStatus(IVssAsync** async) override {
+    return StartOperation("IVssBackupComponents::GatherWriterStatus", async, &BackupSession::GatherWriterStatus);
+  }
+  HRESULT STDMETHODCALLTYPE GetWriterStatusCount(UINT* writers) override {
+    return Count("IVssBackupComponents::GetWriterStatusCount", writers, &BackupSession::GetWriterStatusCount);
+  }
+  HRESULT STDMETHODCALLTYPE FreeWriterStatus() override {
+    return Call("IVssBackupComponents::FreeWriterStatus", NoArguments, [&] { return session_.FreeWriterStatus(); });
+  }
   HRESULT STDMETHODCALLTYPE GetWriterStatus(UINT index, VSS_ID* instance, VSS_ID* writer, BSTR* name,
-                                            VSS_WRITER_STATE* state, HRESULT* failure) override;
+                                            VSS_WRITER_STATE* state, HRESULT* failure) override {
+    Clear(name);
+    return Call("IVssBackupComponents::GetWriterStatus", Arguments(index), [&] {
+      const ReportedWriter* reported = nullptr;
+      return GiveStatus(index, instance, writer, name, state, failure, reported);
+    });
+  }
   HRESULT STDMETHODCALLTYPE SetBackupSucceeded(VSS_ID instance, VSS_ID writer, VSS_COMPONENT_TYPE type,
-                                               LPCWSTR logicalPath, LPCWSTR name, VssBool succeeded) override;
+                                               LPCWSTR logicalPath, LPCWSTR name, VssBool succeeded) override {
+    const ComponentName component{instance, writer, type, logicalPath, name};
+    return Call("IVssBackupComponents::SetBackupSucceeded",
+                Arguments(instance, writer, type, logicalPath, name, succeeded),
+                [&] { return session_.SetBackupSucceeded(component, succeeded != 0); });
+  }
   HRESULT STDMETHODCALLTYPE SetBackupOptions(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath, LPCWSTR name,
-                                             LPCWSTR options) override;
+                                             LPCWSTR options) override {
+    const ComponentName component{{}, writer, type, logicalPath, name};
+    return Call("IVssBackupComponents::SetBackupOptions", Arguments(GUID{}, writer, type, logicalPath, name, options),
+                [&] { return session_.ChangeSelected(component, &DocumentComponent::backupOptions, options); });
+  }
   HRESULT STDMETHODCALLTYPE SetSelectedForRestore(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VssBool) override {
-    return Unsupported("IVssBackupComponents::SetSelectedForRestore");
+    return Unsupported("::SetSelectedForRestore");
   }
   HRESULT STDMETHODCALLTYPE SetRestoreOptions(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR) override {
-    return Unsupported("IVssBackupComponents::SetRestoreOptions");
+    return Unsupported("::SetRestoreOptions");
   }
   HRESULT STDMETHODCALLTYPE SetAdditionalRestores(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VssBool) override {
-    return Unsupported("IVssBackupComponents::SetAdditionalRestores");
+    return Unsupported("::SetAdditionalRestores");
   }
   HRESULT STDMETHODCALLTYPE SetPreviousBackupStamp(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath,
-                                                   LPCWSTR name, LPCWSTR stamp) override;
-  HRESULT STDMETHODCALLTYPE SaveAsXML(BSTR* xml) override;
-  HRESULT STDMETHODCALLTYPE BackupComplete(IVssAsync** async) override;
+                                                   LPCWSTR name, LPCWSTR stamp) override {
+    const ComponentName component{{}, writer, type, logicalPath, name};
+    return Call("IVssBackupComponents::SetPreviousBackupStamp",
+                Arguments(GUID{}, writer, type, logicalPath, name, stamp),
+                [&] { return session_.ChangeSelected(component, &DocumentComponent::previousBackupStamp, stamp); });
+  }
+  HRESULT STDMETHODCALLTYPE SaveAsXML(BSTR* xml) override {
+    Clear(xml);
+    return Call("IVssBackupComponents::SaveAsXML", NoArguments, [&] {
+      if (xml == nullptr) return E_INVALIDARG;
+      std::string document;
+      const HRESULT result = session_.SaveAsXML(document);
+      return FAILED(result) ? result : GiveText(machine(), Utf8ToWideLossy(document), xml);
+    });
+  }
+  HRESULT STDMETHODCALLTYPE BackupComplete(IVssAsync** async) override {
+    return StartOperation("IVssBackupComponents::BackupComplete", async, &BackupSession::BackupComplete);
+  }
   HRESULT STDMETHODCALLTYPE AddAlternativeLocationMapping(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR,
                                                           LPCWSTR, VssBool, LPCWSTR) override {
-    return Unsupported("IVssBackupComponents::AddAlternativeLocationMapping");
+    return Unsupported("::AddAlternativeLocationMapping");
   }
   HRESULT STDMETHODCALLTYPE AddRestoreSubcomponent(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR,
                                                    VssBool) override {
-    return Unsupported("IVssBackupComponents::AddRestoreSubcomponent");
+    return Unsupported("::AddRestoreSubcomponent");
   }
   HRESULT STDMETHODCALLTYPE SetFileRestoreStatus(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR,
                                                  VSS_FILE_RESTORE_STATUS) override {
-    return Unsupported("IVssBackupComponents::SetFileRestoreStatus");
+    return Unsupported("::SetFileRestoreStatus");
   }
   HRESULT STDMETHODCALLTYPE AddNewTarget(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, VssBool,
                                          LPCWSTR) override {
-    return Unsupported("IVssBackupComponents::AddNewTarget");
+    return Unsupported("::AddNewTarget");
   }
   HRESULT STDMETHODCALLTYPE SetRangesFilePath(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, UINT, LPCWSTR) override {
-    return Unsupported("IVssBackupComponents::SetRangesFilePath");
+    return Unsupported("::SetRangesFilePath");
   }
-  HRESULT STDMETHODCALLTYPE PreRestore(IVssAsync** async) override {
-    return Unsupported("IVssBackupComponents::PreRestore", async);
+  HRESULT STDMETHODCALLTYPE PreRestore(IVssAsync** async) override { return Unsupported("::PreRestore", async); }
+  HRESULT STDMETHODCALLTYPE PostRestore(IVssAsync** async) override { return Unsupported("::PostRestore", async); }
+  HRESULT STDMETHODCALLTYPE SetContext(LONG context) override {
+    return Call("IVssBackupComponents::SetContext", Arguments(context), [&] { return session_.SetContext(context); });
   }
-  HRESULT STDMETHODCALLTYPE PostRestore(IVssAsync** async) override {
-    return Unsupported("IVssBackupComponents::PostRestore", async);
+  HRESULT STDMETHODCALLTYPE StartSnapshotSet(VSS_ID* setId) override {
+    GUID made{};
+    return Call("IVssBackupComponents::StartSnapshotSet", MadeId(made), [&] {
+      const HRESULT result = session_.StartSnapshotSet(setId);
+      if (SUCCEEDED(result)) made = *setId;
+      return result;
+    });
   }
-  HRESULT STDMETHODCALLTYPE SetContext(LONG context) override;
-  HRESULT STDMETHODCALLTYPE StartSnapshotSet(VSS_ID* setId) override;
-  HRESULT STDMETHODCALLTYPE AddToSnapshotSet(VSS_PWSZ volume, VSS_ID provider, VSS_ID* copyId) override;
-  HRESULT STDMETHODCALLTYPE DoSnapshotSet(IVssAsync** async) override;
+  HRESULT STDMETHODCALLTYPE AddToSnapshotSet(VSS_PWSZ volume, VSS_ID provider, VSS_ID* copyId) override {
+    GUID made{};
+    return Call(
+        "IVssBackupComponents::AddToSnapshotSet",
+        [&] { return ArgumentList(volume, provider) + " -> " + ArgumentText(made); },
+        [&] {
+          const HRESULT result = session_.AddToSnapshotSet(volume, provider, copyId);
+          if (SUCCEEDED(result)) made = *copyId;
+          return result;
+        });
+  }
+  HRESULT STDMETHODCALLTYPE DoSnapshotSet(IVssAsync** async) override {
+    return StartOperation("IVssBackupComponents::DoSnapshotSet", async, &BackupSession::DoSnapshotSet);
+  }
   HRESULT STDMETHODCALLTYPE DeleteSnapshots(VSS_ID id, VSS_OBJECT_TYPE type, BOOL force, LONG* deleted,
-                                            VSS_ID* notDeleted) override;
-  HRESULT STDMETHODCALLTYPE ImportSnapshots(IVssAsync** async) override;
-  HRESULT STDMETHODCALLTYPE BreakSnapshotSet(VSS_ID setId) override;
-  HRESULT STDMETHODCALLTYPE GetSnapshotProperties(VSS_ID copyId, VSS_SNAPSHOT_PROP* properties) override;
+                                            VSS_ID* notDeleted) override {
+    LONG count = 0;
+    GUID left{};
+    return Call(
+        "IVssBackupComponents::DeleteSnapshots",
+        [&] {
+          return ArgumentList(id, type, force) + " -> " + std::to_string(count) +
+                 (left == GUID{} ? "" : ", not " + ArgumentText(left));
+        },
+        [&] {
+          if (deleted == nullptr || notDeleted == nullptr) return E_INVALIDARG;
+          const HRESULT result = session_.DeleteSnapshots(id, type, count, left);
+          *deleted = count;
+          *notDeleted = left;
+          return result;
+        });
+  }
+  HRESULT STDMETHODCALLTYPE ImportSnapshots(IVssAsync** async) override {
+    return StartOperation("IVssBackupComponents::ImportSnapshots", async, &BackupSession::ImportSnapshots);
+  }
+  HRESULT STDMETHODCALLTYPE BreakSnapshotSet(VSS_ID setId) override {
+    return Call("IVssBackupComponents::BreakSnapshotSet", Arguments(setId),
+                [&] { return session_.BreakSnapshotSet(setId); });
+  }
+  HRESULT STDMETHODCALLTYPE GetSnapshotProperties(VSS_ID copyId, VSS_SNAPSHOT_PROP* properties) override {
+    return Call("IVssBackupComponents::GetSnapshotProperties", Arguments(copyId), [&] {
+      if (properties == nullptr) return E_INVALIDARG;
+      const ShadowCopy* copy = nullptr;
+      const HRESULT result = session_.GetSnapshotProperties(copyId, copy);
+      if (SUCCEEDED(result)) FillProperties(machine(), *copy, *properties);
+      return result;
+    });
+  }
   HRESULT STDMETHODCALLTYPE Query(VSS_ID id, VSS_OBJECT_TYPE queriedType, VSS_OBJECT_TYPE returnedType,
-                                  IVssEnumObject** enumerator) override;
-  HRESULT STDMETHODCALLTYPE IsVolumeSupported(VSS_ID provider, VSS_PWSZ volume, BOOL* supported) override;
-  HRESULT STDMETHODCALLTYPE DisableWriterClasses(const VSS_ID* ids, UINT count) override;
-  HRESULT STDMETHODCALLTYPE EnableWriterClasses(const VSS_ID* ids, UINT count) override;
-  HRESULT STDMETHODCALLTYPE DisableWriterInstances(const VSS_ID* ids, UINT count) override;
+                                  IVssEnumObject** enumerator) override {
+    Clear(enumerator);
+    return Call("IVssBackupComponents::Query", Arguments(id, queriedType, returnedType), [&] {
+      const bool known = returnedType == VSS_OBJECT_PROVIDER || returnedType == VSS_OBJECT_SNAPSHOT;
+      if (enumerator == nullptr || id != GUID{} || queriedType != VSS_OBJECT_NONE || !known) return E_INVALIDARG;
+      return MakeQuery(returnedType, enumerator);
+    });
+  }
+  HRESULT STDMETHODCALLTYPE IsVolumeSupported(VSS_ID provider, VSS_PWSZ volume, BOOL* supported) override {
+    return Call("IVssBackupComponents::IsVolumeSupported", Arguments(provider, volume),
+                [&] { return session_.IsVolumeSupported(provider, volume, supported); });
+  }
+  HRESULT STDMETHODCALLTYPE DisableWriterClasses(const VSS_ID* ids, UINT count) override {
+    return SelectWriters("IVssBackupComponents::DisableWriterClasses", ids, count, &WriterSession::DisableClasses);
+  }
+  HRESULT STDMETHODCALLTYPE EnableWriterClasses(const VSS_ID* ids, UINT count) override {
+    return SelectWriters("IVssBackupComponents::EnableWriterClasses", ids, count, &WriterSession::EnableClasses);
+  }
+  HRESULT STDMETHODCALLTYPE DisableWriterInstances(const VSS_ID* ids, UINT count) override {
+    return SelectWriters("IVssBackupComponents::DisableWriterInstances", ids, count, &WriterSession::DisableInstances);
+  }
   HRESULT STDMETHODCALLTYPE ExposeSnapshot(VSS_ID, VSS_PWSZ, LONG, VSS_PWSZ, VSS_PWSZ* exposed) override {
-    return Unsupported("IVssBackupComponents::ExposeSnapshot", exposed);
+    return Unsupported("::ExposeSnapshot", exposed);
   }
-  HRESULT STDMETHODCALLTYPE RevertToSnapshot(VSS_ID, BOOL) override {
-    return Unsupported("IVssBackupComponents::RevertToSnapshot");
-  }
+  HRESULT STDMETHODCALLTYPE RevertToSnapshot(VSS_ID, BOOL) override { return Unsupported("::RevertToSnapshot"); }
   HRESULT STDMETHODCALLTYPE QueryRevertStatus(VSS_PWSZ, IVssAsync** async) override {
-    return Unsupported("IVssBackupComponents::QueryRevertStatus", async);
+    return Unsupported("::QueryRevertStatus", async);
   }
 
   HRESULT STDMETHODCALLTYPE GetWriterMetadataEx(UINT index, VSS_ID* instance,
@@ -138,79 +262,90 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
   }
   HRESULT STDMETHODCALLTYPE SetSelectedForRestoreEx(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VssBool,
                                                     VSS_ID) override {
-    return Unsupported("IVssBackupComponentsEx::SetSelectedForRestoreEx");
+    return Unsupported("Ex::SetSelectedForRestoreEx");
   }
 
-  HRESULT STDMETHODCALLTYPE UnexposeSnapshot(VSS_ID) override {
-    return Unsupported("IVssBackupComponentsEx2::UnexposeSnapshot");
-  }
+  HRESULT STDMETHODCALLTYPE UnexposeSnapshot(VSS_ID) override { return Unsupported("Ex2::UnexposeSnapshot"); }
   HRESULT STDMETHODCALLTYPE SetAuthoritativeRestore(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VssBool) override {
-    return Unsupported("IVssBackupComponentsEx2::SetAuthoritativeRestore");
+    return Unsupported("Ex2::SetAuthoritativeRestore");
   }
   HRESULT STDMETHODCALLTYPE SetRollForward(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VSS_ROLLFORWARD_TYPE,
                                            LPCWSTR) override {
-    return Unsupported("IVssBackupComponentsEx2::SetRollForward");
+    return Unsupported("Ex2::SetRollForward");
   }
   HRESULT STDMETHODCALLTYPE SetRestoreName(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR) override {
-    return Unsupported("IVssBackupComponentsEx2::SetRestoreName");
+    return Unsupported("Ex2::SetRestoreName");
   }
-  HRESULT STDMETHODCALLTYPE BreakSnapshotSetEx(VSS_ID setId, DWORD flags, IVssAsync** async) override;
+  HRESULT STDMETHODCALLTYPE BreakSnapshotSetEx(VSS_ID setId, DWORD flags, IVssAsync** async) override {
+    Clear(async);
+    return Call("IVssBackupComponentsEx2::BreakSnapshotSetEx", Arguments(setId, flags),
+                [&] { return session_.BreakSnapshotSetEx(setId, flags, async); });
+  }
   HRESULT STDMETHODCALLTYPE PreFastRecovery(VSS_ID, DWORD, IVssAsync** async) override {
-    return Unsupported("IVssBackupComponentsEx2::PreFastRecovery", async);
+    return Unsupported("Ex2::PreFastRecovery", async);
   }
   HRESULT STDMETHODCALLTYPE FastRecovery(VSS_ID, DWORD, IVssAsync** async) override {
-    return Unsupported("IVssBackupComponentsEx2::FastRecovery", async);
+    return Unsupported("Ex2::FastRecovery", async);
   }
 
   HRESULT STDMETHODCALLTYPE GetWriterStatusEx(UINT index, VSS_ID* instance, VSS_ID* writer, BSTR* name,
                                               VSS_WRITER_STATE* state, HRESULT* failure, HRESULT* applicationResult,
-                                              BSTR* applicationMessage) override;
+                                              BSTR* applicationMessage) override {
+    Clear(name);
+    Clear(applicationMessage);
+    return Call("IVssBackupComponentsEx3::GetWriterStatusEx", Arguments(index), [&] {
+      const ReportedWriter* reported = nullptr;
+      const HRESULT result = GiveStatus(index, instance, writer, name, state, failure, reported);
+      if (FAILED(result)) return result;
+      if (applicationResult != nullptr) *applicationResult = reported->status.applicationResult;
+      if (applicationMessage != nullptr) {
+        GiveText(machine(), reported->status.applicationMessage, applicationMessage);
+      }
+      return S_OK;
+    });
+  }
   HRESULT STDMETHODCALLTYPE AddSnapshotToRecoverySet(VSS_ID, DWORD, VSS_PWSZ) override {
-    return Unsupported("IVssBackupComponentsEx3::AddSnapshotToRecoverySet");
+    return Unsupported("Ex3::AddSnapshotToRecoverySet");
   }
   HRESULT STDMETHODCALLTYPE RecoverSet(DWORD, IVssAsync** async) override {
-    return Unsupported("IVssBackupComponentsEx3::RecoverSet", async);
+    return Unsupported("Ex3::RecoverSet", async);
   }
-  HRESULT STDMETHODCALLTYPE GetSessionId(VSS_ID* session) override;
+  HRESULT STDMETHODCALLTYPE GetSessionId(VSS_ID* session) override {
+    return Call("IVssBackupComponentsEx3::GetSessionId", NoArguments, [&] {
+      if (session == nullptr) return E_INVALIDARG;
+      if (!session_.IsInitialized()) return VSS_E_BAD_STATE;
+      *session = session_.id();
+      return S_OK;
+    });
+  }
 
   HRESULT STDMETHODCALLTYPE GetRootAndLogicalPrefixPaths(VSS_PWSZ, VSS_PWSZ* rootPath, VSS_PWSZ* logicalPrefix,
                                                          BOOL) override {
-    Clear(logicalPrefix);
-    return Unsupported("IVssBackupComponentsEx4::GetRootAndLogicalPrefixPaths", rootPath);
+    return Unsupported("Ex4::GetRootAndLogicalPrefixPaths", rootPath, logicalPrefix);
   }
 
  private:
   ~BackupComponents() override = default;
 
-  HRESULT Unsupported(std::string_view call) {
-    return Call(machine(), call, NoArguments, [] { return E_NOTIMPL; });
-  }
-  template <class Output>
-  HRESULT Unsupported(std::string_view call, Output** output) {
-    Clear(output);
-    return Unsupported(call);
-  }
-
   // A call whose only argument is the operation that it starts.
   HRESULT StartOperation(std::string_view call, IVssAsync** async, HRESULT (BackupSession::*start)(IVssAsync**)) {
     Clear(async);
-    return Call(machine(), call, NoArguments, [&] { return (session_.*start)(async); });
+    return Call(call, NoArguments, [&] { return (session_.*start)(async); });
   }
 
   HRESULT Count(std::string_view call, UINT* count, HRESULT (BackupSession::*get)(UINT*)) {
-    return Call(machine(), call, NoArguments, [&] { return (session_.*get)(count); });
+    return Call(call, NoArguments, [&] { return (session_.*get)(count); });
   }
 
-  HRESULT SelectWriters(std::string_view call, const VSS_ID* ids, UINT count,
-                        HRESULT (BackupSession::*select)(const VSS_ID*, UINT)) {
+  HRESULT SelectWriters(std::string_view call, const VSS_ID* ids, UINT count, BackupSession::WriterSelection select) {
     return Call(
-        machine(), call, [&] { return IdListText(ids, count); }, [&] { return (session_.*select)(ids, count); });
+        call, [&] { return IdListText(ids, count); }, [&] { return session_.SelectWriters(ids, count, select); });
   }
 
   template <class Metadata>
   HRESULT GiveMetadata(std::string_view call, UINT index, VSS_ID* instance, Metadata** metadata) {
     Clear(metadata);
-    return Call(machine(), call, OneNumber(index), [&] {
+    return Call(call, Arguments(index), [&] {
       if (instance == nullptr || metadata == nullptr) return E_INVALIDARG;
       std::shared_ptr<const Writer> writer;
       const HRESULT result = session_.GetWriterMetadata(index, writer);
@@ -222,319 +357,34 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
   }
 
   HRESULT GiveStatus(UINT index, VSS_ID* instance, VSS_ID* writer, BSTR* name, VSS_WRITER_STATE* state,
-                     HRESULT* failure, const ReportedWriter*& reported);
-  HRESULT MakeQuery(VSS_OBJECT_TYPE returnedType, IVssEnumObject** enumerator);
+                     HRESULT* failure, const ReportedWriter*& reported) {
+    if (instance == nullptr || writer == nullptr || name == nullptr || state == nullptr || failure == nullptr) {
+      return E_INVALIDARG;
+    }
+    if (const HRESULT result = session_.GetWriterStatus(index, reported); FAILED(result)) return result;
+    *instance = reported->data->instanceId;
+    *writer = reported->data->writerId;
+    *state = reported->status.state;
+    *failure = reported->status.failure;
+    return GiveText(machine(), reported->data->name, name);
+  }
+  HRESULT MakeQuery(VSS_OBJECT_TYPE returnedType, IVssEnumObject** enumerator) {
+    if (returnedType == VSS_OBJECT_PROVIDER) {
+      const HRESULT result = session_.QueryProviders();
+      if (SUCCEEDED(result)) *enumerator = MakeProviderEnumerator(sharedMachine());
+      return result;
+    }
+    std::vector<const ShadowCopy*> copies;
+    const HRESULT result = session_.QuerySnapshots(copies);
+    if (FAILED(result)) return result;
+    std::vector<EnumeratedObject> objects;
+    for (const ShadowCopy* copy : copies) objects.emplace_back(*copy);
+    *enumerator = MakeEnumerator(sharedMachine(), std::move(objects));
+    return S_OK;
+  }
 
   BackupSession session_;
 };
-
-HRESULT BackupComponents::GetWriterComponentsCount(UINT* components) {
-  return Count("IVssBackupComponents::GetWriterComponentsCount", components, &BackupSession::GetWriterComponentsCount);
-}
-
-HRESULT BackupComponents::GetWriterComponents(UINT index, IVssWriterComponentsExt** writer) {
-  Clear(writer);
-  return Call(machine(), "IVssBackupComponents::GetWriterComponents", OneNumber(index),
-              [&] { return session_.GetWriterComponents(index, writer); });
-}
-
-HRESULT BackupComponents::InitializeForBackup(BSTR xml) {
-  return Call(
-      machine(), "IVssBackupComponents::InitializeForBackup", [&] { return DocumentText(xml); },
-      [&] { return session_.InitializeForBackup(xml); });
-}
-
-HRESULT BackupComponents::SetBackupState(VssBool selectComponents, VssBool bootableSystemState, VSS_BACKUP_TYPE type,
-                                         VssBool partialFiles) {
-  return Call(
-      machine(), "IVssBackupComponents::SetBackupState",
-      [&] {
-        return ArgumentList({FlagText(selectComponents), FlagText(bootableSystemState),
-                             std::to_string(static_cast<int>(type)), FlagText(partialFiles)});
-      },
-      [&] {
-        return session_.SetBackupState(selectComponents != 0, bootableSystemState != 0, type, partialFiles != 0);
-      });
-}
-
-HRESULT BackupComponents::InitializeForRestore(BSTR xml) {
-  return Call(
-      machine(), "IVssBackupComponents::InitializeForRestore", [&] { return DocumentText(xml); },
-      [&] { return session_.InitializeForRestore(xml); });
-}
-
-HRESULT BackupComponents::GatherWriterMetadata(IVssAsync** async) {
-  return StartOperation("IVssBackupComponents::GatherWriterMetadata", async, &BackupSession::GatherWriterMetadata);
-}
-
-HRESULT BackupComponents::GetWriterMetadataCount(UINT* writers) {
-  return Count("IVssBackupComponents::GetWriterMetadataCount", writers, &BackupSession::GetWriterMetadataCount);
-}
-
-HRESULT BackupComponents::FreeWriterMetadata() {
-  return Call(machine(), "IVssBackupComponents::FreeWriterMetadata", NoArguments,
-              [&] { return session_.FreeWriterMetadata(); });
-}
-
-HRESULT BackupComponents::AddComponent(VSS_ID instance, VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath,
-                                       LPCWSTR name) {
-  const ComponentName component{instance, writer, type, logicalPath, name};
-  return Call(
-      machine(), "IVssBackupComponents::AddComponent", [&] { return ComponentText(component); },
-      [&] { return session_.AddComponent(component); });
-}
-
-HRESULT BackupComponents::PrepareForBackup(IVssAsync** async) {
-  return StartOperation("IVssBackupComponents::PrepareForBackup", async, &BackupSession::PrepareForBackup);
-}
-
-HRESULT BackupComponents::AbortBackup() {
-  return Call(machine(), "IVssBackupComponents::AbortBackup", NoArguments, [&] { return session_.AbortBackup(); });
-}
-
-HRESULT BackupComponents::GatherWriterStatus(IVssAsync** async) {
-  return StartOperation("IVssBackupComponents::GatherWriterStatus", async, &BackupSession::GatherWriterStatus);
-}
-
-HRESULT BackupComponents::GetWriterStatusCount(UINT* writers) {
-  return Count("IVssBackupComponents::GetWriterStatusCount", writers, &BackupSession::GetWriterStatusCount);
-}
-
-HRESULT BackupComponents::FreeWriterStatus() {
-  return Call(machine(), "IVssBackupComponents::FreeWriterStatus", NoArguments,
-              [&] { return session_.FreeWriterStatus(); });
-}
-
-HRESULT BackupComponents::GiveStatus(UINT index, VSS_ID* instance, VSS_ID* writer, BSTR* name, VSS_WRITER_STATE* state,
-                                     HRESULT* failure, const ReportedWriter*& reported) {
-  if (instance == nullptr || writer == nullptr || name == nullptr || state == nullptr || failure == nullptr) {
-    return E_INVALIDARG;
-  }
-  if (const HRESULT result = session_.GetWriterStatus(index, reported); FAILED(result)) return result;
-  *instance = reported->data->instanceId;
-  *writer = reported->data->writerId;
-  *state = reported->status.state;
-  *failure = reported->status.failure;
-  return GiveText(machine(), reported->data->name, name);
-}
-
-HRESULT BackupComponents::GetWriterStatus(UINT index, VSS_ID* instance, VSS_ID* writer, BSTR* name,
-                                          VSS_WRITER_STATE* state, HRESULT* failure) {
-  Clear(name);
-  return Call(machine(), "IVssBackupComponents::GetWriterStatus", OneNumber(index), [&] {
-    const ReportedWriter* reported = nullptr;
-    return GiveStatus(index, instance, writer, name, state, failure, reported);
-  });
-}
-
-HRESULT BackupComponents::GetWriterStatusEx(UINT index, VSS_ID* instance, VSS_ID* writer, BSTR* name,
-                                            VSS_WRITER_STATE* state, HRESULT* failure, HRESULT* applicationResult,
-                                            BSTR* applicationMessage) {
-  Clear(name);
-  Clear(applicationMessage);
-  return Call(machine(), "IVssBackupComponentsEx3::GetWriterStatusEx", OneNumber(index), [&] {
-    const ReportedWriter* reported = nullptr;
-    const HRESULT result = GiveStatus(index, instance, writer, name, state, failure, reported);
-    if (FAILED(result)) return result;
-    if (applicationResult != nullptr) *applicationResult = reported->status.applicationResult;
-    if (applicationMessage != nullptr) {
-      GiveOptionalText(machine(), reported->status.applicationMessage, applicationMessage);
-    }
-    return S_OK;
-  });
-}
-
-HRESULT BackupComponents::SetBackupSucceeded(VSS_ID instance, VSS_ID writer, VSS_COMPONENT_TYPE type,
-                                             LPCWSTR logicalPath, LPCWSTR name, VssBool succeeded) {
-  const ComponentName component{instance, writer, type, logicalPath, name};
-  return Call(
-      machine(), "IVssBackupComponents::SetBackupSucceeded",
-      [&] {
-        return ArgumentList({ComponentText(component), FlagText(succeeded)});
-      },
-      [&] { return session_.SetBackupSucceeded(component, succeeded != 0); });
-}
-
-HRESULT BackupComponents::SetBackupOptions(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath, LPCWSTR name,
-                                           LPCWSTR options) {
-  const ComponentName component{{}, writer, type, logicalPath, name};
-  return Call(
-      machine(), "IVssBackupComponents::SetBackupOptions",
-      [&] {
-        return ArgumentList({ComponentText(component), Quoted(options)});
-      },
-      [&] { return session_.SetBackupOptions(component, options); });
-}
-
-HRESULT BackupComponents::SetPreviousBackupStamp(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath,
-                                                 LPCWSTR name, LPCWSTR stamp) {
-  const ComponentName component{{}, writer, type, logicalPath, name};
-  return Call(
-      machine(), "IVssBackupComponents::SetPreviousBackupStamp",
-      [&] {
-        return ArgumentList({ComponentText(component), Quoted(stamp)});
-      },
-      [&] { return session_.SetPreviousBackupStamp(component, stamp); });
-}
-
-HRESULT BackupComponents::SaveAsXML(BSTR* xml) {
-  Clear(xml);
-  return Call(machine(), "IVssBackupComponents::SaveAsXML", NoArguments, [&] {
-    if (xml == nullptr) return E_INVALIDARG;
-    std::string document;
-    const HRESULT result = session_.SaveAsXML(document);
-    return FAILED(result) ? result : GiveText(machine(), Utf8ToWideLossy(document), xml);
-  });
-}
-
-HRESULT BackupComponents::BackupComplete(IVssAsync** async) {
-  return StartOperation("IVssBackupComponents::BackupComplete", async, &BackupSession::BackupComplete);
-}
-
-HRESULT BackupComponents::SetContext(LONG context) {
-  return Call(machine(), "IVssBackupComponents::SetContext", OneNumber(context),
-              [&] { return session_.SetContext(context); });
-}
-
-HRESULT BackupComponents::StartSnapshotSet(VSS_ID* setId) {
-  GUID made{};
-  return Call(machine(), "IVssBackupComponents::StartSnapshotSet", MadeId(made), [&] {
-    const HRESULT result = session_.StartSnapshotSet(setId);
-    if (SUCCEEDED(result)) made = *setId;
-    return result;
-  });
-}
-
-HRESULT BackupComponents::AddToSnapshotSet(VSS_PWSZ volume, VSS_ID provider, VSS_ID* copyId) {
-  GUID made{};
-  return Call(
-      machine(), "IVssBackupComponents::AddToSnapshotSet",
-      [&] {
-        return ArgumentList({Quoted(volume), GuidText(provider)}) + " -> " + GuidText(made);
-      },
-      [&] {
-        const HRESULT result = session_.AddToSnapshotSet(volume, provider, copyId);
-        if (SUCCEEDED(result)) made = *copyId;
-        return result;
-      });
-}
-
-HRESULT BackupComponents::DoSnapshotSet(IVssAsync** async) {
-  return StartOperation("IVssBackupComponents::DoSnapshotSet", async, &BackupSession::DoSnapshotSet);
-}
-
-HRESULT BackupComponents::DeleteSnapshots(VSS_ID id, VSS_OBJECT_TYPE type, BOOL force, LONG* deleted,
-                                          VSS_ID* notDeleted) {
-  LONG count = 0;
-  GUID left{};
-  return Call(
-      machine(), "IVssBackupComponents::DeleteSnapshots",
-      [&] {
-        return ArgumentList({GuidText(id), std::to_string(static_cast<int>(type)), std::to_string(force)}) + " -> " +
-               std::to_string(count) + (left == GUID{} ? "" : ", not " + GuidText(left));
-      },
-      [&] {
-        if (deleted == nullptr || notDeleted == nullptr) return E_INVALIDARG;
-        const HRESULT result = session_.DeleteSnapshots(id, type, count, left);
-        *deleted = count;
-        *notDeleted = left;
-        return result;
-      });
-}
-
-HRESULT BackupComponents::ImportSnapshots(IVssAsync** async) {
-  return StartOperation("IVssBackupComponents::ImportSnapshots", async, &BackupSession::ImportSnapshots);
-}
-
-HRESULT BackupComponents::BreakSnapshotSet(VSS_ID setId) {
-  return Call(
-      machine(), "IVssBackupComponents::BreakSnapshotSet", [&] { return GuidText(setId); },
-      [&] { return session_.BreakSnapshotSet(setId); });
-}
-
-HRESULT BackupComponents::BreakSnapshotSetEx(VSS_ID setId, DWORD flags, IVssAsync** async) {
-  Clear(async);
-  return Call(
-      machine(), "IVssBackupComponentsEx2::BreakSnapshotSetEx",
-      [&] {
-        return ArgumentList({GuidText(setId), std::to_string(flags)});
-      },
-      [&] { return session_.BreakSnapshotSetEx(setId, flags, async); });
-}
-
-HRESULT BackupComponents::GetSnapshotProperties(VSS_ID copyId, VSS_SNAPSHOT_PROP* properties) {
-  return Call(
-      machine(), "IVssBackupComponents::GetSnapshotProperties", [&] { return GuidText(copyId); },
-      [&] {
-        if (properties == nullptr) return E_INVALIDARG;
-        const ShadowCopy* copy = nullptr;
-        const HRESULT result = session_.GetSnapshotProperties(copyId, copy);
-        if (SUCCEEDED(result)) FillProperties(machine(), *copy, *properties);
-        return result;
-      });
-}
-
-HRESULT BackupComponents::MakeQuery(VSS_OBJECT_TYPE returnedType, IVssEnumObject** enumerator) {
-  if (returnedType == VSS_OBJECT_PROVIDER) {
-    const HRESULT result = session_.QueryProviders();
-    if (SUCCEEDED(result)) *enumerator = MakeProviderEnumerator(sharedMachine());
-    return result;
-  }
-  std::vector<const ShadowCopy*> copies;
-  const HRESULT result = session_.QuerySnapshots(copies);
-  if (FAILED(result)) return result;
-  std::vector<EnumeratedObject> objects;
-  for (const ShadowCopy* copy : copies) objects.emplace_back(*copy);
-  *enumerator = MakeEnumerator(sharedMachine(), std::move(objects));
-  return S_OK;
-}
-
-HRESULT BackupComponents::Query(VSS_ID id, VSS_OBJECT_TYPE queriedType, VSS_OBJECT_TYPE returnedType,
-                                IVssEnumObject** enumerator) {
-  Clear(enumerator);
-  return Call(
-      machine(), "IVssBackupComponents::Query",
-      [&] {
-        return ArgumentList({GuidText(id), std::to_string(static_cast<int>(queriedType)),
-                             std::to_string(static_cast<int>(returnedType))});
-      },
-      [&] {
-        const bool known = returnedType == VSS_OBJECT_PROVIDER || returnedType == VSS_OBJECT_SNAPSHOT;
-        if (enumerator == nullptr || id != GUID{} || queriedType != VSS_OBJECT_NONE || !known) return E_INVALIDARG;
-        return MakeQuery(returnedType, enumerator);
-      });
-}
-
-HRESULT BackupComponents::IsVolumeSupported(VSS_ID provider, VSS_PWSZ volume, BOOL* supported) {
-  return Call(
-      machine(), "IVssBackupComponents::IsVolumeSupported",
-      [&] {
-        return ArgumentList({GuidText(provider), Quoted(volume)});
-      },
-      [&] { return session_.IsVolumeSupported(provider, volume, supported); });
-}
-
-HRESULT BackupComponents::DisableWriterClasses(const VSS_ID* ids, UINT count) {
-  return SelectWriters("IVssBackupComponents::DisableWriterClasses", ids, count, &BackupSession::DisableWriterClasses);
-}
-
-HRESULT BackupComponents::EnableWriterClasses(const VSS_ID* ids, UINT count) {
-  return SelectWriters("IVssBackupComponents::EnableWriterClasses", ids, count, &BackupSession::EnableWriterClasses);
-}
-
-HRESULT BackupComponents::DisableWriterInstances(const VSS_ID* ids, UINT count) {
-  return SelectWriters("IVssBackupComponents::DisableWriterInstances", ids, count,
-                       &BackupSession::DisableWriterInstances);
-}
-
-HRESULT BackupComponents::GetSessionId(VSS_ID* session) {
-  return Call(machine(), "IVssBackupComponentsEx3::GetSessionId", NoArguments, [&] {
-    if (session == nullptr) return E_INVALIDARG;
-    if (!session_.IsInitialized()) return VSS_E_BAD_STATE;
-    *session = session_.id();
-    return S_OK;
-  });
-}
 
 }  // namespace
 

@@ -22,55 +22,53 @@ class Component final : public ComObject<IVssComponentEx2> {
     return Text("IVssComponent::GetLogicalPath", component().logicalPath, path);
   }
   HRESULT STDMETHODCALLTYPE GetComponentType(VSS_COMPONENT_TYPE* type) override {
-    return Value("IVssComponent::GetComponentType", component().type, type);
+    return Give("IVssComponent::GetComponentType", component().type, type);
   }
   HRESULT STDMETHODCALLTYPE GetComponentName(BSTR* name) override {
     return Text("IVssComponent::GetComponentName", component().name, name);
   }
   HRESULT STDMETHODCALLTYPE GetBackupSucceeded(VssBool* succeeded) override {
     const bool known = component().succeeded.has_value();
-    return Value("IVssComponent::GetBackupSucceeded", component().succeeded.value_or(false), succeeded,
-                 known ? S_OK : S_FALSE);
+    return Give("IVssComponent::GetBackupSucceeded", component().succeeded.value_or(false), succeeded,
+                known ? S_OK : S_FALSE);
   }
   HRESULT STDMETHODCALLTYPE GetAlternateLocationMappingCount(UINT* mappings) override {
-    return Value("IVssComponent::GetAlternateLocationMappingCount", 0U, mappings);
+    return Give("IVssComponent::GetAlternateLocationMappingCount", 0U, mappings);
   }
   HRESULT STDMETHODCALLTYPE GetAlternateLocationMapping(UINT index, IVssWMFiledesc** file) override {
     return NoEntry("IVssComponent::GetAlternateLocationMapping", index, file);
   }
-  HRESULT STDMETHODCALLTYPE SetBackupMetadata(LPCWSTR) override {
-    return OnlyWriters("IVssComponent::SetBackupMetadata");
-  }
+  HRESULT STDMETHODCALLTYPE SetBackupMetadata(LPCWSTR) override { return OnlyWriters("::SetBackupMetadata"); }
   HRESULT STDMETHODCALLTYPE GetBackupMetadata(BSTR* data) override {
     return Text("IVssComponent::GetBackupMetadata", component().backupMetadata, data);
   }
   HRESULT STDMETHODCALLTYPE AddPartialFile(LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR) override {
-    return OnlyWriters("IVssComponent::AddPartialFile");
+    return OnlyWriters("::AddPartialFile");
   }
   HRESULT STDMETHODCALLTYPE GetPartialFileCount(UINT* partialFiles) override {
-    return Value("IVssComponent::GetPartialFileCount", 0U, partialFiles);
+    return Give("IVssComponent::GetPartialFileCount", 0U, partialFiles);
   }
   HRESULT STDMETHODCALLTYPE GetPartialFile(UINT index, BSTR* path, BSTR* filename, BSTR* range,
                                            BSTR* metadata) override {
     return NoEntry("IVssComponent::GetPartialFile", index, path, filename, range, metadata);
   }
   HRESULT STDMETHODCALLTYPE IsSelectedForRestore(VssBool* selectedForRestore) override {
-    return Value("IVssComponent::IsSelectedForRestore", false, selectedForRestore);
+    return Give("IVssComponent::IsSelectedForRestore", false, selectedForRestore);
   }
   HRESULT STDMETHODCALLTYPE GetAdditionalRestores(VssBool* additionalRestores) override {
-    return Value("IVssComponent::GetAdditionalRestores", false, additionalRestores);
+    return Give("IVssComponent::GetAdditionalRestores", false, additionalRestores);
   }
   HRESULT STDMETHODCALLTYPE GetNewTargetCount(UINT* newTargets) override {
-    return Value("IVssComponent::GetNewTargetCount", 0U, newTargets);
+    return Give("IVssComponent::GetNewTargetCount", 0U, newTargets);
   }
   HRESULT STDMETHODCALLTYPE GetNewTarget(UINT index, IVssWMFiledesc** file) override {
     return NoEntry("IVssComponent::GetNewTarget", index, file);
   }
   HRESULT STDMETHODCALLTYPE AddDirectedTarget(LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR) override {
-    return OnlyWriters("IVssComponent::AddDirectedTarget");
+    return OnlyWriters("::AddDirectedTarget");
   }
   HRESULT STDMETHODCALLTYPE GetDirectedTargetCount(UINT* directedTargets) override {
-    return Value("IVssComponent::GetDirectedTargetCount", 0U, directedTargets);
+    return Give("IVssComponent::GetDirectedTargetCount", 0U, directedTargets);
   }
   HRESULT STDMETHODCALLTYPE GetDirectedTarget(UINT index, BSTR* sourcePath, BSTR* sourceFileName, BSTR* sourceRangeList,
                                               BSTR* destinationPath, BSTR* destinationFilename,
@@ -78,31 +76,27 @@ class Component final : public ComObject<IVssComponentEx2> {
     return NoEntry("IVssComponent::GetDirectedTarget", index, sourcePath, sourceFileName, sourceRangeList,
                    destinationPath, destinationFilename, destinationRangeList);
   }
-  HRESULT STDMETHODCALLTYPE SetRestoreMetadata(LPCWSTR) override {
-    return OnlyWriters("IVssComponent::SetRestoreMetadata");
-  }
+  HRESULT STDMETHODCALLTYPE SetRestoreMetadata(LPCWSTR) override { return OnlyWriters("::SetRestoreMetadata"); }
   HRESULT STDMETHODCALLTYPE GetRestoreMetadata(BSTR* metadata) override {
     return Text("IVssComponent::GetRestoreMetadata", std::nullopt, metadata);
   }
-  HRESULT STDMETHODCALLTYPE SetRestoreTarget(VSS_RESTORE_TARGET) override {
-    return OnlyWriters("IVssComponent::SetRestoreTarget");
-  }
+  HRESULT STDMETHODCALLTYPE SetRestoreTarget(VSS_RESTORE_TARGET) override { return OnlyWriters("::SetRestoreTarget"); }
   HRESULT STDMETHODCALLTYPE GetRestoreTarget(VSS_RESTORE_TARGET* target) override {
-    return Value("IVssComponent::GetRestoreTarget", VSS_RT_UNDEFINED, target);
+    return Give("IVssComponent::GetRestoreTarget", VSS_RT_UNDEFINED, target);
   }
   HRESULT STDMETHODCALLTYPE SetPreRestoreFailureMsg(LPCWSTR) override {
-    return OnlyWriters("IVssComponent::SetPreRestoreFailureMsg");
+    return OnlyWriters("::SetPreRestoreFailureMsg");
   }
   HRESULT STDMETHODCALLTYPE GetPreRestoreFailureMsg(BSTR* message) override {
     return Text("IVssComponent::GetPreRestoreFailureMsg", std::nullopt, message);
   }
   HRESULT STDMETHODCALLTYPE SetPostRestoreFailureMsg(LPCWSTR) override {
-    return OnlyWriters("IVssComponent::SetPostRestoreFailureMsg");
+    return OnlyWriters("::SetPostRestoreFailureMsg");
   }
   HRESULT STDMETHODCALLTYPE GetPostRestoreFailureMsg(BSTR* message) override {
     return Text("IVssComponent::GetPostRestoreFailureMsg", std::nullopt, message);
   }
-  HRESULT STDMETHODCALLTYPE SetBackupStamp(LPCWSTR) override { return OnlyWriters("IVssComponent::SetBackupStamp"); }
+  HRESULT STDMETHODCALLTYPE SetBackupStamp(LPCWSTR) override { return OnlyWriters("::SetBackupStamp"); }
   HRESULT STDMETHODCALLTYPE GetBackupStamp(BSTR* stamp) override {
     return Text("IVssComponent::GetBackupStamp", component().backupStamp, stamp);
   }
@@ -116,23 +110,23 @@ class Component final : public ComObject<IVssComponentEx2> {
     return Text("IVssComponent::GetRestoreOptions", std::nullopt, options);
   }
   HRESULT STDMETHODCALLTYPE GetRestoreSubcomponentCount(UINT* subcomponents) override {
-    return Value("IVssComponent::GetRestoreSubcomponentCount", 0U, subcomponents);
+    return Give("IVssComponent::GetRestoreSubcomponentCount", 0U, subcomponents);
   }
   HRESULT STDMETHODCALLTYPE GetRestoreSubcomponent(UINT index, BSTR* logicalPath, BSTR* componentName,
                                                    VssBool*) override {
     return NoEntry("IVssComponent::GetRestoreSubcomponent", index, logicalPath, componentName);
   }
   HRESULT STDMETHODCALLTYPE GetFileRestoreStatus(VSS_FILE_RESTORE_STATUS* status) override {
-    return Value("IVssComponent::GetFileRestoreStatus", VSS_RS_UNDEFINED, status);
+    return Give("IVssComponent::GetFileRestoreStatus", VSS_RS_UNDEFINED, status);
   }
   HRESULT STDMETHODCALLTYPE AddDifferencedFilesByLastModifyTime(LPCWSTR, LPCWSTR, BOOL, FILETIME) override {
-    return OnlyWriters("IVssComponent::AddDifferencedFilesByLastModifyTime");
+    return OnlyWriters("::AddDifferencedFilesByLastModifyTime");
   }
   HRESULT STDMETHODCALLTYPE AddDifferencedFilesByLastModifyLSN(LPCWSTR, LPCWSTR, BOOL, BSTR) override {
-    return OnlyWriters("IVssComponent::AddDifferencedFilesByLastModifyLSN");
+    return OnlyWriters("::AddDifferencedFilesByLastModifyLSN");
   }
   HRESULT STDMETHODCALLTYPE GetDifferencedFilesCount(UINT* differencedFiles) override {
-    return Value("IVssComponent::GetDifferencedFilesCount", 0U, differencedFiles);
+    return Give("IVssComponent::GetDifferencedFilesCount", 0U, differencedFiles);
   }
   HRESULT STDMETHODCALLTYPE GetDifferencedFile(UINT index, BSTR* path, BSTR* filespec, BOOL*, BSTR* lsn,
                                                FILETIME*) override {
@@ -140,10 +134,10 @@ class Component final : public ComObject<IVssComponentEx2> {
   }
 
   HRESULT STDMETHODCALLTYPE SetPrepareForBackupFailureMsg(LPCWSTR) override {
-    return OnlyWriters("IVssComponentEx::SetPrepareForBackupFailureMsg");
+    return OnlyWriters("Ex::SetPrepareForBackupFailureMsg");
   }
   HRESULT STDMETHODCALLTYPE SetPostSnapshotFailureMsg(LPCWSTR) override {
-    return OnlyWriters("IVssComponentEx::SetPostSnapshotFailureMsg");
+    return OnlyWriters("Ex::SetPostSnapshotFailureMsg");
   }
   HRESULT STDMETHODCALLTYPE GetPrepareForBackupFailureMsg(BSTR* message) override {
     return Text("IVssComponentEx::GetPrepareForBackupFailureMsg", component().prepareForBackupFailure, message);
@@ -152,26 +146,26 @@ class Component final : public ComObject<IVssComponentEx2> {
     return Text("IVssComponentEx::GetPostSnapshotFailureMsg", component().postSnapshotFailure, message);
   }
   HRESULT STDMETHODCALLTYPE GetAuthoritativeRestore(VssBool* authoritative) override {
-    return Value("IVssComponentEx::GetAuthoritativeRestore", false, authoritative);
+    return Give("IVssComponentEx::GetAuthoritativeRestore", false, authoritative);
   }
   HRESULT STDMETHODCALLTYPE GetRollForward(VSS_ROLLFORWARD_TYPE* type, BSTR* point) override {
     Clear(point);
-    return Value("IVssComponentEx::GetRollForward", VSS_RF_UNDEFINED, type);
+    return Give("IVssComponentEx::GetRollForward", VSS_RF_UNDEFINED, type);
   }
   HRESULT STDMETHODCALLTYPE GetRestoreName(BSTR* name) override {
     return Text("IVssComponentEx::GetRestoreName", std::nullopt, name);
   }
 
   HRESULT STDMETHODCALLTYPE SetFailure(HRESULT, HRESULT, LPCWSTR, DWORD) override {
-    return OnlyWriters("IVssComponentEx2::SetFailure");
+    return OnlyWriters("Ex2::SetFailure");
   }
   HRESULT STDMETHODCALLTYPE GetFailure(HRESULT* failure, HRESULT* applicationResult, BSTR* applicationMessage,
                                        DWORD* reserved) override {
     Clear(applicationMessage);
     return Call(
-        machine(), "IVssComponentEx2::GetFailure",
+        "IVssComponentEx2::GetFailure",
         [&] {
-          return "-> " + ArgumentList({ResultName(component().failure), ResultName(component().applicationResult)});
+          return "-> " + ArgumentList(ResultName(component().failure), ResultName(component().applicationResult));
         },
         [&] {
           if (failure == nullptr || applicationResult == nullptr || applicationMessage == nullptr ||
@@ -181,7 +175,7 @@ class Component final : public ComObject<IVssComponentEx2> {
           *failure = component().failure;
           *applicationResult = component().applicationResult;
           *reserved = 0;
-          const HRESULT given = GiveOptionalText(machine(), component().applicationMessage, applicationMessage);
+          const HRESULT given = GiveText(machine(), component().applicationMessage, applicationMessage);
           return FAILED(given) ? given : S_OK;
         });
   }
@@ -191,30 +185,13 @@ class Component final : public ComObject<IVssComponentEx2> {
 
   const DocumentComponent& component() const { return document_->content.writers[writer_].components[index_]; }
 
-  HRESULT Text(std::string_view call, const std::optional<std::wstring>& text, BSTR* output) {
-    Clear(output);
-    return Call(machine(), call, NoArguments,
-                [&] { return output == nullptr ? E_INVALIDARG : GiveOptionalText(machine(), text, output); });
-  }
-
-  template <class T, class Output>
-  HRESULT Value(std::string_view call, T value, Output* output, HRESULT success = S_OK) {
-    return Call(machine(), call, NoArguments, [&] {
-      if (output == nullptr) return E_INVALIDARG;
-      *output = value;
-      return success;
-    });
-  }
-
   template <class... Outputs>
   HRESULT NoEntry(std::string_view call, UINT index, Outputs**... outputs) {
     (Clear(outputs), ...);
-    return Call(machine(), call, OneNumber(index), [] { return VSS_E_OBJECT_NOT_FOUND; });
+    return Call(call, Arguments(index), [] { return VSS_E_OBJECT_NOT_FOUND; });
   }
 
-  HRESULT OnlyWriters(std::string_view call) {
-    return Call(machine(), call, NoArguments, [] { return VSS_E_BAD_STATE; });
-  }
+  HRESULT OnlyWriters(const char* method) { return Refuse(VSS_E_BAD_STATE, method); }
 
   std::shared_ptr<const SharedDocument> document_;
   std::size_t writer_;
@@ -230,7 +207,7 @@ class WriterComponents final : public ComObject<IVssWriterComponentsExt> {
         index_(index) {}
 
   HRESULT STDMETHODCALLTYPE GetComponentCount(UINT* components) override {
-    return Call(machine(), "IVssWriterComponents::GetComponentCount", NoArguments, [&] {
+    return Call("IVssWriterComponents::GetComponentCount", NoArguments, [&] {
       if (components == nullptr) return E_INVALIDARG;
       if (IsStale()) return VSS_E_BAD_STATE;
       *components = static_cast<UINT>(writer().components.size());
@@ -239,7 +216,7 @@ class WriterComponents final : public ComObject<IVssWriterComponentsExt> {
   }
 
   HRESULT STDMETHODCALLTYPE GetWriterInfo(VSS_ID* instance, VSS_ID* writerId) override {
-    return Call(machine(), "IVssWriterComponents::GetWriterInfo", NoArguments, [&] {
+    return Call("IVssWriterComponents::GetWriterInfo", NoArguments, [&] {
       if (instance == nullptr || writerId == nullptr) return E_INVALIDARG;
       if (IsStale()) return VSS_E_BAD_STATE;
       *instance = writer().instanceId;
@@ -250,7 +227,7 @@ class WriterComponents final : public ComObject<IVssWriterComponentsExt> {
 
   HRESULT STDMETHODCALLTYPE GetComponent(UINT index, IVssComponent** component) override {
     Clear(component);
-    return Call(machine(), "IVssWriterComponents::GetComponent", OneNumber(index), [&] {
+    return Call("IVssWriterComponents::GetComponent", Arguments(index), [&] {
       if (component == nullptr) return E_INVALIDARG;
       if (IsStale()) return VSS_E_BAD_STATE;
       if (index >= writer().components.size()) return VSS_E_OBJECT_NOT_FOUND;

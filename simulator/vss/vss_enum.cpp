@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "simulator/vss/com_object.h"
-#include "simulator/vss/vss_objects.h"
 
 namespace varnel::simulator {
 namespace {
@@ -34,7 +33,7 @@ class Enumerator final : public ComObject<IVssEnumObject> {
 
   HRESULT STDMETHODCALLTYPE Next(ULONG count, VSS_OBJECT_PROP* elements, ULONG* fetched) override {
     if (fetched != nullptr) *fetched = 0;
-    return Call(machine(), "IVssEnumObject::Next", OneNumber(count), [&] {
+    return Call("IVssEnumObject::Next", Arguments(count), [&] {
       if (elements == nullptr || fetched == nullptr) return E_POINTER;
       const ULONG given = std::min(count, Left());
       for (ULONG i = 0; i < given; ++i) {
@@ -46,7 +45,7 @@ class Enumerator final : public ComObject<IVssEnumObject> {
   }
 
   HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
-    return Call(machine(), "IVssEnumObject::Skip", OneNumber(count), [&] {
+    return Call("IVssEnumObject::Skip", Arguments(count), [&] {
       const ULONG skipped = std::min(count, Left());
       next_ += skipped;
       return skipped == count ? S_OK : S_FALSE;
@@ -54,7 +53,7 @@ class Enumerator final : public ComObject<IVssEnumObject> {
   }
 
   HRESULT STDMETHODCALLTYPE Reset() override {
-    return Call(machine(), "IVssEnumObject::Reset", NoArguments, [&] {
+    return Call("IVssEnumObject::Reset", NoArguments, [&] {
       next_ = 0;
       return S_OK;
     });
@@ -62,7 +61,7 @@ class Enumerator final : public ComObject<IVssEnumObject> {
 
   HRESULT STDMETHODCALLTYPE Clone(IVssEnumObject** enumerator) override {
     Clear(enumerator);
-    return Call(machine(), "IVssEnumObject::Clone", NoArguments, [&] {
+    return Call("IVssEnumObject::Clone", NoArguments, [&] {
       if (enumerator == nullptr) return E_POINTER;
       *enumerator = new Enumerator(sharedMachine(), objects_, next_);
       return S_OK;
@@ -83,27 +82,23 @@ class Admin final : public ComObject<IVssAdmin> {
   explicit Admin(std::shared_ptr<Machine> machine) : ComObject(std::move(machine), "IVssAdmin", kAdminInterfaces) {}
 
   HRESULT STDMETHODCALLTYPE RegisterProvider(VSS_ID, CLSID, VSS_PWSZ, VSS_PROVIDER_TYPE, VSS_PWSZ, VSS_ID) override {
-    return Unsupported("IVssAdmin::RegisterProvider");
+    return Unsupported("::RegisterProvider");
   }
-  HRESULT STDMETHODCALLTYPE UnregisterProvider(VSS_ID) override { return Unsupported("IVssAdmin::UnregisterProvider"); }
+  HRESULT STDMETHODCALLTYPE UnregisterProvider(VSS_ID) override { return Unsupported("::UnregisterProvider"); }
   HRESULT STDMETHODCALLTYPE QueryProviders(IVssEnumObject** enumerator) override {
     Clear(enumerator);
-    return Call(machine(), "IVssAdmin::QueryProviders", NoArguments, [&] {
+    return Call("IVssAdmin::QueryProviders", NoArguments, [&] {
       if (enumerator == nullptr) return E_INVALIDARG;
       *enumerator = MakeProviderEnumerator(sharedMachine());
       return S_OK;
     });
   }
   HRESULT STDMETHODCALLTYPE AbortAllSnapshotsInProgress() override {
-    return Unsupported("IVssAdmin::AbortAllSnapshotsInProgress");
+    return Unsupported("::AbortAllSnapshotsInProgress");
   }
 
  private:
   ~Admin() override = default;
-
-  HRESULT Unsupported(std::string_view call) {
-    return Call(machine(), call, NoArguments, [] { return E_NOTIMPL; });
-  }
 };
 
 }  // namespace
@@ -113,7 +108,7 @@ IVssEnumObject* MakeEnumerator(std::shared_ptr<Machine> machine, std::vector<Enu
 }
 
 IVssEnumObject* MakeProviderEnumerator(std::shared_ptr<Machine> machine) {
-  const std::vector<Provider>& providers = machine->model.providers;
+  const std::vector<Provider>& providers = machine->model().providers;
   return MakeEnumerator(machine, {providers.begin(), providers.end()});
 }
 
@@ -129,20 +124,11 @@ void FillProperties(Machine& machine, const ShadowCopy& copy, VSS_SNAPSHOT_PROP&
   properties.m_pwszSnapshotDeviceObject = machine.MakeTaskText(copy.device);
   properties.m_pwszOriginalVolumeName = machine.MakeTaskText(copy.originalVolume);
   properties.m_pwszOriginatingMachine = machine.MakeTaskText(copy.originatingMachine);
-  properties.m_pwszServiceMachine = machine.MakeTaskText(machine.model.computerName);
+  properties.m_pwszServiceMachine = machine.MakeTaskText(machine.model().computerName);
   properties.m_ProviderId = copy.providerId;
   properties.m_lSnapshotAttributes = copy.attributes;
   properties.m_tsCreationTimestamp = copy.timestamp;
   properties.m_eStatus = VSS_SS_CREATED;
-}
-
-void FreeSnapshotProperties(Machine& machine, VSS_SNAPSHOT_PROP* properties) {
-  if (properties == nullptr) return;
-  for (VSS_PWSZ* text : {&properties->m_pwszSnapshotDeviceObject, &properties->m_pwszOriginalVolumeName,
-                         &properties->m_pwszOriginatingMachine, &properties->m_pwszServiceMachine,
-                         &properties->m_pwszExposedName, &properties->m_pwszExposedPath}) {
-    machine.FreeTask(std::exchange(*text, nullptr));
-  }
 }
 
 }  // namespace varnel::simulator

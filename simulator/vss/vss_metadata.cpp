@@ -5,6 +5,7 @@
 
 #include "simulator/host_file/documents.h"
 #include "simulator/vss/com_object.h"
+#include "text/unicode.h"
 
 namespace varnel::simulator {
 namespace {
@@ -12,7 +13,7 @@ namespace {
 constexpr GUID kMetadataInterfaces[] = {kIidVssExamineWriterMetadata, kIidVssExamineWriterMetadataEx,
                                         kIidVssExamineWriterMetadataEx2};
 
-std::optional<std::wstring> UnlessEmpty(const std::wstring& text) {
+std::optional<std::wstring_view> UnlessEmpty(std::wstring_view text) {
   return text.empty() ? std::nullopt : std::optional(text);
 }
 
@@ -26,36 +27,17 @@ class FileDescriptor final : public ComObject<IVssWMFiledesc> {
     return Text("IVssWMFiledesc::GetFilespec", file_->filespec, filespec);
   }
   HRESULT STDMETHODCALLTYPE GetRecursive(VssBool* recursive) override {
-    return Value("IVssWMFiledesc::GetRecursive", file_->recursive, recursive);
+    return Give("IVssWMFiledesc::GetRecursive", file_->recursive, recursive);
   }
   HRESULT STDMETHODCALLTYPE GetAlternateLocation(BSTR* alternateLocation) override {
-    Clear(alternateLocation);
-    return Call(machine(), "IVssWMFiledesc::GetAlternateLocation", NoArguments, [&] {
-      if (alternateLocation == nullptr) return E_INVALIDARG;
-      return file_->alternatePath.empty() ? S_FALSE : GiveText(machine(), file_->alternatePath, alternateLocation);
-    });
+    return Text("IVssWMFiledesc::GetAlternateLocation", UnlessEmpty(file_->alternatePath), alternateLocation);
   }
   HRESULT STDMETHODCALLTYPE GetBackupTypeMask(DWORD* typeMask) override {
-    return Value("IVssWMFiledesc::GetBackupTypeMask", file_->backupTypeMask, typeMask);
+    return Give("IVssWMFiledesc::GetBackupTypeMask", file_->backupTypeMask, typeMask);
   }
 
  private:
   ~FileDescriptor() override = default;
-
-  HRESULT Text(std::string_view call, const std::wstring& text, BSTR* output) {
-    Clear(output);
-    return Call(machine(), call, NoArguments,
-                [&] { return output == nullptr ? E_INVALIDARG : GiveText(machine(), text, output); });
-  }
-
-  template <class T, class Output>
-  HRESULT Value(std::string_view call, T value, Output* output) {
-    return Call(machine(), call, NoArguments, [&] {
-      if (output == nullptr) return E_INVALIDARG;
-      *output = value;
-      return S_OK;
-    });
-  }
 
   std::shared_ptr<const FileSpec> file_;
 };
@@ -65,7 +47,7 @@ template <class Owner>
 HRESULT GiveFile(const std::shared_ptr<Machine>& machine, std::string_view call, const std::shared_ptr<Owner>& owner,
                  const std::vector<FileSpec>* files, UINT index, IVssWMFiledesc** output) {
   Clear(output);
-  return Call(*machine, call, OneNumber(index), [&] {
+  return Call(*machine, call, Arguments(index), [&] {
     if (output == nullptr) return E_INVALIDARG;
     if (files == nullptr || index >= files->size()) return VSS_E_OBJECT_NOT_FOUND;
     *output = new FileDescriptor(machine, std::shared_ptr<const FileSpec>(owner, &(*files)[index]));
@@ -80,7 +62,7 @@ class MetadataComponent final : public ComObject<IVssWMComponent> {
 
   HRESULT STDMETHODCALLTYPE GetComponentInfo(PVSSCOMPONENTINFO* info) override {
     Clear(info);
-    return Call(machine(), "IVssWMComponent::GetComponentInfo", NoArguments, [&] {
+    return Call("IVssWMComponent::GetComponentInfo", NoArguments, [&] {
       if (info == nullptr) return E_INVALIDARG;
       infos_.push_back(std::make_unique<VSS_COMPONENTINFO>(MakeInfo()));
       machine().live.Add("VSS_COMPONENTINFO");
@@ -92,7 +74,7 @@ class MetadataComponent final : public ComObject<IVssWMComponent> {
   HRESULT STDMETHODCALLTYPE FreeComponentInfo(PVSSCOMPONENTINFO info) override {
     // One that the fault plan makes fail has freed all the same: no caller can do more.
     const HRESULT result = info == nullptr ? S_OK : FreeInfo(info);
-    return Call(machine(), "IVssWMComponent::FreeComponentInfo", NoArguments, [&] { return result; });
+    return Call("IVssWMComponent::FreeComponentInfo", NoArguments, [&] { return result; });
   }
 
   HRESULT STDMETHODCALLTYPE GetFile(UINT index, IVssWMFiledesc** file) override {
@@ -110,7 +92,7 @@ class MetadataComponent final : public ComObject<IVssWMComponent> {
   // Writers of this host declare no dependencies.
   HRESULT STDMETHODCALLTYPE GetDependency(UINT index, IVssWMDependency** dependency) override {
     Clear(dependency);
-    return Call(machine(), "IVssWMComponent::GetDependency", OneNumber(index),
+    return Call("IVssWMComponent::GetDependency", Arguments(index),
                 [&] { return dependency == nullptr ? E_INVALIDARG : VSS_E_OBJECT_NOT_FOUND; });
   }
 
@@ -166,8 +148,20 @@ class WriterMetadata final : public ComObject<IVssExamineWriterMetadataEx2> {
       : ComObject(std::move(machine), "IVssExamineWriterMetadata", kMetadataInterfaces), writer_(std::move(writer)) {}
 
   HRESULT STDMETHODCALLTYPE GetIdentity(VSS_ID* instance, VSS_ID* writer, BSTR* name, VSS_USAGE_TYPE* usage,
-                                        VSS_SOURCE_TYPE* source) override;
-  HRESULT STDMETHODCALLTYPE GetFileCounts(UINT* includeFiles, UINT* excludeFiles, UINT* components) override;
+                                        VSS_SOURCE_TYPE* source) override {
+    Clear(name);
+    return Call("IVssExamineWriterMetadata::GetIdentity", NoArguments,
+                [&] { return GiveIdentity(instance, writer, name, usage, source); });
+  }
+  HRESULT STDMETHODCALLTYPE GetFileCounts(UINT* includeFiles, UINT* excludeFiles, UINT* components) override {
+    return Call("IVssExamineWriterMetadata::GetFileCounts", NoArguments, [&] {
+      if (includeFiles == nullptr || excludeFiles == nullptr || components == nullptr) return E_INVALIDARG;
+      *includeFiles = 0;
+      *excludeFiles = static_cast<UINT>(writer_->excludeFiles.size());
+      *components = static_cast<UINT>(writer_->components.size());
+      return S_OK;
+    });
+  }
   HRESULT STDMETHODCALLTYPE GetIncludeFile(UINT index, IVssWMFiledesc** file) override {
     return GiveFile<const Writer>(sharedMachine(), "IVssExamineWriterMetadata::GetIncludeFile", writer_, nullptr, index,
                                   file);
@@ -176,27 +170,101 @@ class WriterMetadata final : public ComObject<IVssExamineWriterMetadataEx2> {
     return GiveFile(sharedMachine(), "IVssExamineWriterMetadata::GetExcludeFile", writer_, &writer_->excludeFiles,
                     index, file);
   }
-  HRESULT STDMETHODCALLTYPE GetComponent(UINT index, IVssWMComponent** component) override;
+  HRESULT STDMETHODCALLTYPE GetComponent(UINT index, IVssWMComponent** component) override {
+    Clear(component);
+    return Call("IVssExamineWriterMetadata::GetComponent", Arguments(index), [&] {
+      if (component == nullptr) return E_INVALIDARG;
+      if (index >= writer_->components.size()) return VSS_E_OBJECT_NOT_FOUND;
+      *component = new MetadataComponent(sharedMachine(),
+                                         std::shared_ptr<const WriterComponent>(writer_, &writer_->components[index]));
+      return S_OK;
+    });
+  }
   HRESULT STDMETHODCALLTYPE GetRestoreMethod(VSS_RESTOREMETHOD_ENUM* method, BSTR* service, BSTR* userProcedure,
                                              VSS_WRITERRESTORE_ENUM* writerRestore, VssBool* rebootRequired,
-                                             UINT* mappings) override;
+                                             UINT* mappings) override {
+    Clear(service);
+    Clear(userProcedure);
+    return Call("IVssExamineWriterMetadata::GetRestoreMethod", NoArguments, [&] {
+      if (method == nullptr || service == nullptr || userProcedure == nullptr || writerRestore == nullptr ||
+          rebootRequired == nullptr || mappings == nullptr) {
+        return E_INVALIDARG;
+      }
+      const RestoreMethod restore = writer_->restoreMethod.value_or(RestoreMethod{});
+      const bool stopsService =
+          restore.method == VSS_RME_STOP_RESTORE_START || restore.method == VSS_RME_RESTORE_STOP_START;
+      *method = restore.method;
+      *writerRestore = restore.writerRestore;
+      *rebootRequired = restore.rebootRequired;
+      *mappings = 0;
+      if (stopsService) GiveText(machine(), UnlessEmpty(restore.service), service);
+      GiveText(machine(), UnlessEmpty(restore.userProcedure), userProcedure);
+      return writer_->restoreMethod ? S_OK : S_FALSE;
+    });
+  }
   HRESULT STDMETHODCALLTYPE GetAlternateLocationMapping(UINT index, IVssWMFiledesc** file) override {
     return GiveFile<const Writer>(sharedMachine(), "IVssExamineWriterMetadata::GetAlternateLocationMapping", writer_,
                                   nullptr, index, file);
   }
-  HRESULT STDMETHODCALLTYPE GetBackupSchema(DWORD* schemaMask) override;
-  HRESULT STDMETHODCALLTYPE GetDocument(IXMLDOMDocument** document) override {
-    Clear(document);
-    return Call(machine(), "IVssExamineWriterMetadata::GetDocument", NoArguments, [] { return E_NOTIMPL; });
+  HRESULT STDMETHODCALLTYPE GetBackupSchema(DWORD* schemaMask) override {
+    return Call("IVssExamineWriterMetadata::GetBackupSchema", NoArguments, [&] {
+      if (schemaMask == nullptr) return E_INVALIDARG;
+      *schemaMask = writer_->backupSchema;
+      return S_OK;
+    });
   }
-  HRESULT STDMETHODCALLTYPE SaveAsXML(BSTR* xml) override;
-  HRESULT STDMETHODCALLTYPE LoadFromXML(BSTR xml) override;
+  HRESULT STDMETHODCALLTYPE GetDocument(IXMLDOMDocument** document) override {
+    return Unsupported("::GetDocument", document);
+  }
+  HRESULT STDMETHODCALLTYPE SaveAsXML(BSTR* xml) override {
+    Clear(xml);
+    return Call("IVssExamineWriterMetadata::SaveAsXML", NoArguments, [&] {
+      if (xml == nullptr) return E_INVALIDARG;
+      return GiveText(machine(), Utf8ToWideLossy(FormatWriterMetadata(*writer_)), xml);
+    });
+  }
+  HRESULT STDMETHODCALLTYPE LoadFromXML(BSTR xml) override {
+    const std::wstring_view text = xml == nullptr ? std::wstring_view() : std::wstring_view(xml, ::SysStringLen(xml));
+    return Call(
+        "IVssExamineWriterMetadata::LoadFromXML", [&] { return std::to_string(text.size()) + " characters"; },
+        [&] {
+          if (xml == nullptr) return E_INVALIDARG;
+          try {
+            writer_ = std::make_shared<const Writer>(ParseWriterMetadata(WideToUtf8Lossy(text)));
+          } catch (const DocumentError&) {
+            return VSS_E_INVALID_XML_DOCUMENT;
+          }
+          return S_OK;
+        });
+  }
 
   HRESULT STDMETHODCALLTYPE GetIdentityEx(VSS_ID* instance, VSS_ID* writer, BSTR* name, BSTR* instanceName,
-                                          VSS_USAGE_TYPE* usage, VSS_SOURCE_TYPE* source) override;
+                                          VSS_USAGE_TYPE* usage, VSS_SOURCE_TYPE* source) override {
+    Clear(name);
+    Clear(instanceName);
+    return Call("IVssExamineWriterMetadataEx::GetIdentityEx", NoArguments, [&] {
+      if (instanceName == nullptr) return E_INVALIDARG;
+      const HRESULT result = GiveIdentity(instance, writer, name, usage, source);
+      if (SUCCEEDED(result)) GiveText(machine(), UnlessEmpty(writer_->instanceName), instanceName);
+      return result;
+    });
+  }
 
-  HRESULT STDMETHODCALLTYPE GetVersion(DWORD* majorVersion, DWORD* minorVersion) override;
-  HRESULT STDMETHODCALLTYPE GetExcludeFromSnapshotCount(UINT* count) override;
+  HRESULT STDMETHODCALLTYPE GetVersion(DWORD* majorVersion, DWORD* minorVersion) override {
+    return Call("IVssExamineWriterMetadataEx2::GetVersion", NoArguments, [&] {
+      if (majorVersion == nullptr || minorVersion == nullptr) return E_INVALIDARG;
+      *majorVersion = writer_->majorVersion;
+      *minorVersion = writer_->minorVersion;
+      return S_OK;
+    });
+  }
+  HRESULT STDMETHODCALLTYPE GetExcludeFromSnapshotCount(UINT* count) override {
+    return Call("IVssExamineWriterMetadataEx2::GetExcludeFromSnapshotCount", NoArguments, [&] {
+      if (count == nullptr) return E_INVALIDARG;
+      *count = static_cast<UINT>(writer_->excludeFilesFromSnapshot.size());
+      return S_OK;
+    });
+  }
   HRESULT STDMETHODCALLTYPE GetExcludeFromSnapshotFile(UINT index, IVssWMFiledesc** file) override {
     return GiveFile(sharedMachine(), "IVssExamineWriterMetadataEx2::GetExcludeFromSnapshotFile", writer_,
                     &writer_->excludeFilesFromSnapshot, index, file);
@@ -218,117 +286,6 @@ class WriterMetadata final : public ComObject<IVssExamineWriterMetadataEx2> {
 
   std::shared_ptr<const Writer> writer_;
 };
-
-HRESULT WriterMetadata::GetIdentity(VSS_ID* instance, VSS_ID* writer, BSTR* name, VSS_USAGE_TYPE* usage,
-                                    VSS_SOURCE_TYPE* source) {
-  Clear(name);
-  return Call(machine(), "IVssExamineWriterMetadata::GetIdentity", NoArguments,
-              [&] { return GiveIdentity(instance, writer, name, usage, source); });
-}
-
-HRESULT WriterMetadata::GetIdentityEx(VSS_ID* instance, VSS_ID* writer, BSTR* name, BSTR* instanceName,
-                                      VSS_USAGE_TYPE* usage, VSS_SOURCE_TYPE* source) {
-  Clear(name);
-  Clear(instanceName);
-  return Call(machine(), "IVssExamineWriterMetadataEx::GetIdentityEx", NoArguments, [&] {
-    if (instanceName == nullptr) return E_INVALIDARG;
-    const HRESULT result = GiveIdentity(instance, writer, name, usage, source);
-    if (SUCCEEDED(result)) GiveOptionalText(machine(), UnlessEmpty(writer_->instanceName), instanceName);
-    return result;
-  });
-}
-
-HRESULT WriterMetadata::GetFileCounts(UINT* includeFiles, UINT* excludeFiles, UINT* components) {
-  return Call(machine(), "IVssExamineWriterMetadata::GetFileCounts", NoArguments, [&] {
-    if (includeFiles == nullptr || excludeFiles == nullptr || components == nullptr) return E_INVALIDARG;
-    *includeFiles = 0;
-    *excludeFiles = static_cast<UINT>(writer_->excludeFiles.size());
-    *components = static_cast<UINT>(writer_->components.size());
-    return S_OK;
-  });
-}
-
-HRESULT WriterMetadata::GetComponent(UINT index, IVssWMComponent** component) {
-  Clear(component);
-  return Call(machine(), "IVssExamineWriterMetadata::GetComponent", OneNumber(index), [&] {
-    if (component == nullptr) return E_INVALIDARG;
-    if (index >= writer_->components.size()) return VSS_E_OBJECT_NOT_FOUND;
-    *component = new MetadataComponent(sharedMachine(),
-                                       std::shared_ptr<const WriterComponent>(writer_, &writer_->components[index]));
-    return S_OK;
-  });
-}
-
-HRESULT WriterMetadata::GetRestoreMethod(VSS_RESTOREMETHOD_ENUM* method, BSTR* service, BSTR* userProcedure,
-                                         VSS_WRITERRESTORE_ENUM* writerRestore, VssBool* rebootRequired,
-                                         UINT* mappings) {
-  Clear(service);
-  Clear(userProcedure);
-  return Call(machine(), "IVssExamineWriterMetadata::GetRestoreMethod", NoArguments, [&] {
-    if (method == nullptr || service == nullptr || userProcedure == nullptr || writerRestore == nullptr ||
-        rebootRequired == nullptr || mappings == nullptr) {
-      return E_INVALIDARG;
-    }
-    const RestoreMethod restore = writer_->restoreMethod.value_or(RestoreMethod{});
-    const bool stopsService =
-        restore.method == VSS_RME_STOP_RESTORE_START || restore.method == VSS_RME_RESTORE_STOP_START;
-    *method = restore.method;
-    *writerRestore = restore.writerRestore;
-    *rebootRequired = restore.rebootRequired;
-    *mappings = 0;
-    if (stopsService) GiveOptionalText(machine(), UnlessEmpty(restore.service), service);
-    GiveOptionalText(machine(), UnlessEmpty(restore.userProcedure), userProcedure);
-    return writer_->restoreMethod ? S_OK : S_FALSE;
-  });
-}
-
-HRESULT WriterMetadata::GetBackupSchema(DWORD* schemaMask) {
-  return Call(machine(), "IVssExamineWriterMetadata::GetBackupSchema", NoArguments, [&] {
-    if (schemaMask == nullptr) return E_INVALIDARG;
-    *schemaMask = writer_->backupSchema;
-    return S_OK;
-  });
-}
-
-HRESULT WriterMetadata::SaveAsXML(BSTR* xml) {
-  Clear(xml);
-  return Call(machine(), "IVssExamineWriterMetadata::SaveAsXML", NoArguments, [&] {
-    if (xml == nullptr) return E_INVALIDARG;
-    return GiveText(machine(), Utf8ToWideLossy(FormatWriterMetadata(*writer_)), xml);
-  });
-}
-
-HRESULT WriterMetadata::LoadFromXML(BSTR xml) {
-  const std::wstring_view text = xml == nullptr ? std::wstring_view() : std::wstring_view(xml, ::SysStringLen(xml));
-  return Call(
-      machine(), "IVssExamineWriterMetadata::LoadFromXML", [&] { return std::to_string(text.size()) + " characters"; },
-      [&] {
-        if (xml == nullptr) return E_INVALIDARG;
-        try {
-          writer_ = std::make_shared<const Writer>(ParseWriterMetadata(WideToUtf8Lossy(text)));
-        } catch (const DocumentError&) {
-          return VSS_E_INVALID_XML_DOCUMENT;
-        }
-        return S_OK;
-      });
-}
-
-HRESULT WriterMetadata::GetVersion(DWORD* majorVersion, DWORD* minorVersion) {
-  return Call(machine(), "IVssExamineWriterMetadataEx2::GetVersion", NoArguments, [&] {
-    if (majorVersion == nullptr || minorVersion == nullptr) return E_INVALIDARG;
-    *majorVersion = writer_->majorVersion;
-    *minorVersion = writer_->minorVersion;
-    return S_OK;
-  });
-}
-
-HRESULT WriterMetadata::GetExcludeFromSnapshotCount(UINT* count) {
-  return Call(machine(), "IVssExamineWriterMetadataEx2::GetExcludeFromSnapshotCount", NoArguments, [&] {
-    if (count == nullptr) return E_INVALIDARG;
-    *count = static_cast<UINT>(writer_->excludeFilesFromSnapshot.size());
-    return S_OK;
-  });
-}
 
 }  // namespace
 

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "simulator/host_file/text.h"
+#include "text/ascii_case.h"
+
 #include "simulator/vss/snapshot_service.h"
 
 namespace varnel::simulator {
@@ -26,14 +27,14 @@ std::wstring FullPath(std::wstring_view logicalPath, std::wstring_view name) {
 }  // namespace
 
 std::wstring ComponentKey(std::wstring_view logicalPath, std::wstring_view name) {
-  std::wstring key = FoldAscii(logicalPath);
+  std::wstring key = ascii::ToLower(logicalPath);
   key += kSeparator;
-  key += FoldAscii(name);
+  key += ascii::ToLower(name);
   return key;
 }
 
 std::wstring FullPathKey(std::wstring_view logicalPath, std::wstring_view name) {
-  std::wstring path = FoldAscii(FullPath(logicalPath, name));
+  std::wstring path = ascii::ToLower(FullPath(logicalPath, name));
   path.erase(0, std::min(path.find_first_not_of(L'\\'), path.size()));
   return path;
 }
@@ -47,7 +48,7 @@ ComponentIndex::ComponentIndex(const Writer& writer) {
   for (const WriterComponent& component : writer.components) {
     const std::wstring path = component.logicalPath.value_or(L"");
     components_.emplace(TypedKey(component.type, path, component.name), &component);
-    if (component.selectable) selectablePaths_.insert(FoldAscii(FullPath(path, component.name)));
+    if (component.selectable) selectablePaths_.insert(ascii::ToLower(FullPath(path, component.name)));
   }
 }
 
@@ -59,19 +60,16 @@ const WriterComponent* ComponentIndex::Find(VSS_COMPONENT_TYPE type, std::wstrin
 
 bool ComponentIndex::HasSelectableAncestor(std::wstring_view logicalPath) const {
   if (logicalPath.empty()) return false;
-  const std::wstring path = FoldAscii(logicalPath);
+  const std::wstring path = ascii::ToLower(logicalPath);
   for (std::size_t end = path.find(L'\\'); end != std::wstring::npos; end = path.find(L'\\', end + 1)) {
     if (selectablePaths_.contains(path.substr(0, end))) return true;
   }
   return selectablePaths_.contains(path);
 }
 
-void WriterSession::EnableClasses(std::vector<GUID> classes) {
-  if (!enabledClasses_) {
-    enabledClasses_ = std::move(classes);
-  } else {
-    enabledClasses_->insert(enabledClasses_->end(), classes.begin(), classes.end());
-  }
+void WriterSession::EnableClasses(const std::vector<GUID>& classes) {
+  if (!enabledClasses_) enabledClasses_.emplace();
+  enabledClasses_->insert(enabledClasses_->end(), classes.begin(), classes.end());
 }
 
 void WriterSession::DisableClasses(const std::vector<GUID>& classes) {
@@ -89,7 +87,7 @@ bool WriterSession::IsAllowed(const Writer& writer) const {
 
 void WriterSession::Identify() {
   writers_.clear();
-  for (const Writer& writer : machine_.model.writers) {
+  for (const Writer& writer : machine_.model().writers) {
     if (!IsAllowed(writer)) continue;
     const WriterFault* fault = machine_.faults.OnWriterEvent(writer.name, WriterEvent::identify);
     machine_.snapshots->raisedEvents.push_back(

@@ -57,7 +57,7 @@ class WriterSession {
   explicit WriterSession(Machine& machine) : machine_(machine) {}
 
   // Which writers may answer Identify; the enabled classes count first.
-  void EnableClasses(std::vector<GUID> classes);
+  void EnableClasses(const std::vector<GUID>& classes);
   void DisableClasses(const std::vector<GUID>& classes);
   void DisableInstances(const std::vector<GUID>& instances);
 

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "simulator/machine/result_names.h"
 #include "simulator/vss/snapshot_service.h"
 #include "tests/support/forwarding_host.h"
 #include "tests/support/host_fixture.h"

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "platform/owners.h"
-#include "simulator/machine/machine.h"
+#include "simulator/machine/counted_object.h"
 #include "tests/support/forwarding_host.h"
 
 namespace varnel::test {

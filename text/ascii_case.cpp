@@ -1,18 +1,10 @@
-#include "simulator/host_file/text.h"
+#include "text/ascii_case.h"
 
-#include <algorithm>
-
-#include "text/unicode.h"
-
-namespace varnel::simulator {
-
-bool StartsWithIgnoringCase(std::wstring_view text, std::wstring_view prefix) {
-  return text.size() >= prefix.size() && EqualsIgnoringCase(text.substr(0, prefix.size()), prefix);
-}
+namespace varnel::ascii {
 
 bool LessIgnoringCase::operator()(std::wstring_view a, std::wstring_view b) const {
   return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
-                                      [](wchar_t x, wchar_t y) { return FoldAscii(x) < FoldAscii(y); });
+                                      [](wchar_t x, wchar_t y) { return ToLower(x) < ToLower(y); });
 }
 
 bool MatchesPattern(std::wstring_view pattern, std::wstring_view text) {
@@ -24,7 +16,7 @@ bool MatchesPattern(std::wstring_view pattern, std::wstring_view text) {
     if (p < pattern.size() && pattern[p] == L'*') {
       star = p++;
       resume = t;
-    } else if (p < pattern.size() && (pattern[p] == L'?' || FoldAscii(pattern[p]) == FoldAscii(text[t]))) {
+    } else if (p < pattern.size() && (pattern[p] == L'?' || ToLower(pattern[p]) == ToLower(text[t]))) {
       ++p;
       ++t;
     } else if (star != std::wstring_view::npos) {
@@ -37,12 +29,4 @@ bool MatchesPattern(std::wstring_view pattern, std::wstring_view text) {
   return pattern.find_first_not_of(L'*', p) == std::wstring_view::npos;
 }
 
-std::string Show(const wchar_t* text) {
-  return text == nullptr ? "null" : Show(std::wstring_view(text));
-}
-
-std::string Show(std::wstring_view text) {
-  return WideToUtf8Lossy(text);
-}
-
-}  // namespace varnel::simulator
+}  // namespace varnel::ascii

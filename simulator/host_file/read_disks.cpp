@@ -1,0 +1,90 @@
+#include "simulator/host_file/read_disks.h"
+
+#include <algorithm>
+
+#include "text/guid.h"
+#include "text/unicode.h"
+
+namespace varnel::simulator {
+namespace {
+
+bool IsVolumeName(std::wstring_view name) {
+  constexpr std::wstring_view kStart = L"\\\\?\\Volume";
+  constexpr std::size_t kGuidLength = 38;
+  return name.size() == kStart.size() + kGuidLength + 1 && name.starts_with(kStart) && name.ends_with(L'\\') &&
+         TryParseGuid<GUID>(name.substr(kStart.size(), kGuidLength));
+}
+
+bool IsMountPoint(std::wstring_view path) {
+  const auto letter = path.empty() ? L'\0' : ascii::ToLower(path[0]);
+  return path.size() >= 3 && letter >= L'a' && letter <= L'z' && path[1] == L':' && path[2] == L'\\' &&
+         path.ends_with(L'\\');
+}
+
+class DiskReader {
+ public:
+  Disk Read(const JsonNode& node, DWORD index) {
+    const JsonObject object(node, {"serial", "number", "vendor", "system", "clustered", "volumes"});
+    Disk disk;
+    ReadSerial(object.At("serial"), disk);
+    disk.number = index;
+    object.Read("number", disk.number);
+    numbers_.Add(std::to_wstring(disk.number), node);
+    object.Read("vendor", disk.vendor).Read("system", disk.system).Read("clustered", disk.clustered);
+    object.ReadList("volumes", disk.volumes, [&](const JsonNode& volume) { return ReadVolume(volume); });
+    return disk;
+  }
+
+ private:
+  void ReadSerial(const JsonNode& node, Disk& disk) {
+    disk.reportsSerial = !node.IsNull();
+    if (!disk.reportsSerial) return;
+    disk.serial = node.Text();
+    if (!disk.serial.empty()) serials_.Add(disk.serial, node);
+  }
+
+  Volume ReadVolume(const JsonNode& node) {
+    const JsonObject object(node, {"name", "mountPoints", "csv", "label"});
+    Volume volume;
+    const JsonNode name = object.At("name");
+    volume.name = name.Text();
+    if (!IsVolumeName(volume.name)) name.Refuse("is no volume name (\\\\?\\Volume{GUID}\\)");
+    volumeNames_.Add(volume.name, name);
+    object.ReadList("mountPoints", volume.mountPoints, [&](const JsonNode& mountPoint) {
+      const std::wstring path = mountPoint.Text();
+      if (!IsMountPoint(path)) mountPoint.Refuse("is no mount point (X:\\ or a folder, with a backslash behind it)");
+      mountPoints_.Add(path, mountPoint);
+      return path;
+    });
+    object.Read("csv", volume.csv).Read("label", volume.label);
+    return volume;
+  }
+
+  UniqueNames serials_{"disk serial"};
+  UniqueNames numbers_{"disk number"};
+  UniqueNames volumeNames_{"volume name"};
+  UniqueNames mountPoints_{"mount point"};
+};
+
+}  // namespace
+
+std::vector<Disk> ReadDisks(const JsonNode& list) {
+  std::vector<Disk> disks;
+  DiskReader reader;
+  for (const JsonNode& node : list.Elements()) disks.push_back(reader.Read(node, static_cast<DWORD>(disks.size())));
+  return disks;
+}
+
+std::wstring ReadSerialOf(const std::vector<Disk>& disks, const JsonNode& node) {
+  std::wstring serial = node.Text();
+  ExpectDisk(disks, serial, node);
+  return serial;
+}
+
+void ExpectDisk(const std::vector<Disk>& disks, std::wstring_view serial, const JsonNode& node) {
+  const bool known = std::any_of(disks.begin(), disks.end(),
+                                 [&](const Disk& disk) { return disk.reportsSerial && disk.serial == serial; });
+  if (!known) node.Fail("no disk has the serial \"" + WideToUtf8(serial) + "\"");
+}
+
+}  // namespace varnel::simulator

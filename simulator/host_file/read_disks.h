@@ -1,0 +1,19 @@
+// The disks and volumes of a host file.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulator/host_file/json_reader.h"
+#include "simulator/machine/model.h"
+
+namespace varnel::simulator {
+
+std::vector<Disk> ReadDisks(const JsonNode& list);
+
+/// The serial number that a node names; a failure there when no disk has it.
+std::wstring ReadSerialOf(const std::vector<Disk>& disks, const JsonNode& node);
+void ExpectDisk(const std::vector<Disk>& disks, std::wstring_view serial, const JsonNode& node);
+
+}  // namespace varnel::simulator

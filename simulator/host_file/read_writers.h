@@ -1,0 +1,18 @@
+// The writers of a host file, given in it or as Writer Metadata Documents beside it.
+#pragma once
+
+#include <filesystem>
+#include <vector>
+
+#include "simulator/host_file/json_reader.h"
+#include "simulator/machine/model.h"
+
+namespace varnel::simulator {
+
+/// The bytes of a file; nothing for what cannot be read, a folder included.
+std::optional<std::string> ReadWholeFile(const std::filesystem::path& path);
+
+/// Documents are looked up in `directory`.
+std::vector<Writer> ReadWriters(const JsonObject& root, const std::filesystem::path& directory);
+
+}  // namespace varnel::simulator

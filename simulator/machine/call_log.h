@@ -1,0 +1,73 @@
+// Which calls were made.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "platform/win32.h"
+
+namespace varnel::simulator {
+
+/// Arguments that the lines of the call log leave out, in the order of the calls and whether these failed or not. For
+/// tests of how something asks, `host.calls().arguments().createFile.at(0).access`.
+struct CallArguments {
+  struct CreateFile {
+    std::wstring name;  // empty for a null pointer
+    DWORD access;
+    DWORD share;
+    DWORD disposition;
+    DWORD flags;
+  };
+  struct DeviceIoControl {
+    DWORD code;
+    DWORD outBytes;
+  };
+  struct CoCreateInstance {
+    GUID classId;
+    DWORD context;
+    GUID interfaceId;
+  };
+  struct FormatMessage {
+    DWORD id;
+    DWORD flags;
+    DWORD language;
+    DWORD characters;
+  };
+
+  std::vector<CreateFile> createFile;
+  std::vector<DeviceIoControl> deviceIoControl;
+  std::vector<CoCreateInstance> coCreateInstance;
+  std::vector<FormatMessage> formatMessage;
+};
+
+/// Every call with its arguments and result, one line each: `Interface::Method(arguments) = RESULT`.
+class CallLog {
+ public:
+  using Sink = std::function<void(const std::string& line)>;
+
+  void Add(std::string line);
+  /// Keeps one call's arguments in its list: `Keep(&CallArguments::createFile, {name, access, ...})`.
+  template <class Record>
+  void Keep(std::vector<Record> CallArguments::*list, std::type_identity_t<Record> record) {
+    if (enabled && !sink_) (arguments_.*list).push_back(std::move(record));
+  }
+  /// From now on lines go there, each as it is added, and neither they nor arguments are kept here.
+  void SendTo(Sink sink) { sink_ = std::move(sink); }
+  const std::vector<std::string>& lines() const { return lines_; }
+  const CallArguments& arguments() const { return arguments_; }
+  void Clear();
+  /// The lines whose call is `call`.
+  std::vector<std::string> Of(std::string_view call) const;
+  /// Off while only speed counts.
+  bool enabled = true;
+
+ private:
+  Sink sink_;
+  std::vector<std::string> lines_;
+  CallArguments arguments_;
+};
+
+}  // namespace varnel::simulator

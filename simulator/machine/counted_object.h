@@ -1,0 +1,38 @@
+// Base of every COM object here.
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include "simulator/machine/machine.h"
+
+namespace varnel::simulator {
+
+/// The reference count, the machine kept alive, and the live-object count under `kind`, which is a literal.
+class CountedObject {
+ public:
+  CountedObject(std::shared_ptr<Machine> machine, std::string_view kind) : machine_(std::move(machine)), kind_(kind) {
+    machine_->live.Add(kind_);
+  }
+  CountedObject(const CountedObject&) = delete;
+  CountedObject& operator=(const CountedObject&) = delete;
+
+ protected:
+  virtual ~CountedObject() { machine_->live.Remove(kind_); }
+  ULONG Retain() { return ++references_; }
+  ULONG Drop() {
+    const ULONG left = --references_;
+    if (left == 0) delete this;
+    return left;
+  }
+  Machine& machine() const { return *machine_; }
+  const std::shared_ptr<Machine>& sharedMachine() const { return machine_; }
+  std::string_view kind() const { return kind_; }
+
+ private:
+  std::shared_ptr<Machine> machine_;
+  std::string_view kind_;
+  ULONG references_ = 1;
+};
+
+}  // namespace varnel::simulator

@@ -1,0 +1,54 @@
+// Which calls fail.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "simulator/machine/model.h"
+
+namespace varnel::simulator {
+
+/// Faults of the model, and for sweeps the nth call whatever it is. Occurrences count from 1 from the moment the fault
+/// is planned; 0 means every one. The first fault that fits counts.
+class FaultPlan {
+ public:
+  /// Replaces every planned fault.
+  void Load(const Faults& faults);
+  /// From now on, the nth call (from 1) of any kind returns `result`; with `persistent` so do all after it.
+  void FailNthCall(int n, DWORD result, bool persistent = false);
+  void FailCall(std::string call, DWORD result, int occurrence = 1);
+  void FailAsync(std::string async, HRESULT result, int occurrence = 1);
+  void FailWriter(WriterFault fault) { faults_.writers.push_back(std::move(fault)); }
+  void FailDeletion(DeletionFault fault) { faults_.deletions.push_back(std::move(fault)); }
+
+  /// Counts one call; its forced result, if any.
+  std::optional<DWORD> OnCall(std::string_view call);
+  /// Counts one asynchronous operation; its forced result, if any.
+  std::optional<HRESULT> OnAsync(std::string_view async);
+  /// The fault of a writer at an event, null when it does well.
+  const WriterFault* OnWriterEvent(std::wstring_view writer, WriterEvent event) const;
+  /// Why a shadow copy of the disk with this serial number is not deleted; nothing when it is.
+  std::optional<HRESULT> OnDeletion(std::wstring_view originalSerial) const;
+
+  /// Calls of any kind so far.
+  int callCount() const { return calls_; }
+  /// Whether a fault of FailNthCall was used, and by which call.
+  bool fired() const { return !firedAt_.empty(); }
+  const std::string& firedAt() const { return firedAt_; }
+
+ private:
+  using Occurrences = std::map<std::string, int, std::less<>>;
+
+  Faults faults_;
+  Occurrences callOccurrences_;
+  Occurrences asyncOccurrences_;
+  int calls_ = 0;
+  int nth_ = 0;  // by callCount(); 0: none
+  DWORD nthResult_ = 0;
+  bool nthPersistent_ = false;
+  std::string firedAt_;
+};
+
+}  // namespace varnel::simulator

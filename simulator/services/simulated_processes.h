@@ -1,0 +1,15 @@
+// External programs: the first command of the model that matches runs, and has ended at once.
+#pragma once
+
+#include <memory>
+
+#include "platform/host.h"
+
+namespace varnel::simulator {
+
+class KernelObjects;
+class Machine;
+
+std::unique_ptr<Processes> MakeProcesses(Machine& machine, KernelObjects& objects);
+
+}  // namespace varnel::simulator

@@ -1,0 +1,39 @@
+#include "simulator/services/simulated_runtime.h"
+
+#include "simulator/services/on_machine.h"
+
+namespace varnel::simulator {
+namespace {
+
+class SimulatedHeap final : public OnMachine<Heap> {
+ public:
+  using OnMachine::OnMachine;
+  void* Malloc(std::size_t bytes) override {
+    return Win32Call(machine_, "malloc", NoArguments, static_cast<void*>(nullptr),
+                     [&] { return machine_.MakeHeapBlock(bytes); });
+  }
+  void Free(void* block) override { machine_.FreeHeapBlock(block); }
+};
+
+class SimulatedTime final : public OnMachine<Time> {
+ public:
+  using OnMachine::OnMachine;
+  void Sleep(DWORD milliseconds) override {
+    machine_.now += milliseconds;
+    machine_.slept += milliseconds;
+    RecordCall(machine_, "Sleep", Arguments(milliseconds));
+  }
+  ULONGLONG GetTickCount64() override { return machine_.now; }
+};
+
+}  // namespace
+
+std::unique_ptr<Heap> MakeHeap(Machine& machine) {
+  return std::make_unique<SimulatedHeap>(machine);
+}
+
+std::unique_ptr<Time> MakeTime(Machine& machine) {
+  return std::make_unique<SimulatedTime>(machine);
+}
+
+}  // namespace varnel::simulator

@@ -1,0 +1,370 @@
+// Host files: what they fill, and every error that they can have.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "simulator/host_file/documents.h"
+#include "simulator/simulated_host.h"
+#include "tests/simulator/fixture.h"
+#include "text/guid.h"
+#include "text/unicode.h"
+
+namespace varnel::simulator {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::StartsWith;
+
+constexpr GUID kArrayProvider = ParseGuid<GUID>("{374579ad-285c-49b9-ab8a-950e0e252de2}");
+
+std::filesystem::path SourceFolder() {
+  return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
+}
+
+// The error of a host file with this text; empty when it is a good one.
+std::string ErrorOf(const std::string& json, const std::filesystem::path& directory = {}) {
+  try {
+    ParseHostFile(json, "host.json", directory);
+  } catch (const HostFileError& error) {
+    return error.what();
+  }
+  return {};
+}
+
+// A folder of its own that goes with the test.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    const auto* info = testing::UnitTest::GetInstance()->current_test_info();
+    path_ = std::filesystem::temp_directory_path() / (std::string("varnel-") + info->test_suite_name() + info->name());
+    std::filesystem::create_directories(path_);
+  }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  ~TemporaryFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  const std::filesystem::path& path() const { return path_; }
+  void Write(const std::string& name, const std::string& text) const {
+    std::ofstream(path_ / name, std::ios::binary) << text;
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
+TEST(HostFile, NeedsOnlyItsDisks) {
+  const HostModel model = ParseHostFile("{ \"disks\": [ { \"serial\": \"A\" }, { \"serial\": null } ] }", "h", {});
+  ASSERT_THAT(model.disks, SizeIs(2));
+  EXPECT_EQ(model.disks[0].serial, L"A");
+  EXPECT_TRUE(model.disks[0].reportsSerial);
+  EXPECT_EQ(model.disks[1].number, 1u);
+  EXPECT_FALSE(model.disks[1].reportsSerial);
+  EXPECT_EQ(model.computerName, L"HOST");
+  EXPECT_THAT(model.providers, IsEmpty());
+  EXPECT_FALSE(model.vssMessages);
+  EXPECT_FALSE(model.cluster);
+}
+
+const char kFullHost[] = R"json({
+  // every key once
+  "computerName": "SQL01",
+  "systemDirectory": "D:\\WinNT\\system32",
+  "environment": { "Data": "E:\\data" },
+  "os": { "server": false, "version": "6.3.9600", "servicePack": 1 },
+  "cluster": { "name": "CLU01", "networkNames": { "sqlvirt": "sqlnet" } },
+  "disks": [ { "serial": "TSL0001", "number": 4, "vendor": "Tessel", "system": true, "clustered": true,
+               "volumes": [ { "name": "\\\\?\\Volume{00000004-0000-0000-0000-000000000000}\\",
+                              "mountPoints": ["E:\\", "C:\\mnt\\"], "csv": true, "label": "data" } ] } ],
+  "providers": [ { "id": "{374579AD-285c-49b9-ab8a-950e0e252de2}", "name": "P", "type": "hardware", "version": "1.0" } ],
+  "writers": [ { "name": "W", "writerId": "{00000000-0000-0000-0000-000000000001}", "instanceName": "I",
+                 "usage": "systemService", "source": "nonTransactedDb", "majorVersion": 1, "minorVersion": 2,
+                 "backupSchema": 3, "restoreMethod": "restoreStopStart", "service": "s", "userProcedure": "u",
+                 "writerRestore": "ifReplaceFails", "rebootRequired": true,
+                 "excludeFiles": [ { "path": "E:\\tmp", "filespec": "*", "recursive": true } ],
+                 "excludeFilesFromSnapshot": [ { "path": "E:\\x", "filespec": "y" } ],
+                 "components": [ { "type": "database", "logicalPath": "", "name": "c", "caption": "", "selectable": false,
+                                   "restoreMetadata": true, "selectableForRestore": true, "componentFlags": 4,
+                                   "databaseFiles": [ { "path": "E:\\", "filespec": "c.mdf", "backupType": 15 } ],
+                                   "logFiles": [ { "path": "E:\\", "filespec": "c.ldf", "alternatePath": "F:\\" } ] } ] } ],
+  "databases": { "TSL0001": "sales@sql01" },
+  "iscsiSessions": [ { "targetName": "iqn", "devices": [ { "shadowOf": "TSL0001", "appearsAfter": 4 },
+                                                     { "disk": "TSL0001" } ],
+                       "busyQueries": 1, "failedLogouts": 2, "appearsAfter": 3 } ],
+  "files": { "C:\\Vmms.exe": { "version": "6.3.9600.17120" } },
+  "registry": { "HKEY_LOCAL_MACHINE\\A\\B": { "V": "text" } },
+  "commands": [ { "match": "a *", "exitCode": 3 } ],
+  "messages": { "0x80004005": "m", "5": "n" },
+  "vssMessages": { "VSS_E_BAD_STATE": "v" },
+  "faults": [ { "call": "IVssAsync::Wait", "occurrence": 2, "result": "VSS_E_PROVIDER_VETO" },
+              { "call": "CreateFileW", "occurrence": 0, "result": 5 },
+              { "async": "DoSnapshotSet", "result": "0x80042314" },
+              { "writer": "W", "event": "postSnapshot", "failure": "VSS_E_WRITERERROR_PARTIAL_FAILURE",
+                "applicationResult": "0x1", "applicationMessage": "log full",
+                "components": [ { "fullPath": "\\c", "failure": "VSS_E_WRITERERROR_RETRYABLE" } ] },
+              { "deleteShadowOf": "TSL0001", "result": "VSS_E_PROVIDER_VETO" } ],
+  "timing": { "freezeMilliseconds": 100, "commitMilliseconds": 200 }
+})json";
+
+TEST(HostFile, FillsTheMachinePartOfTheModel) {
+  const HostModel model = ParseHostFile(kFullHost, "h", {});
+  EXPECT_EQ(model.computerName, L"SQL01");
+  EXPECT_EQ(model.systemDirectory, L"D:\\WinNT\\system32");
+  EXPECT_EQ(model.environment.at(L"Data"), L"E:\\data");
+  EXPECT_FALSE(model.os.server);
+  EXPECT_EQ(model.os.major, 6u);
+  EXPECT_EQ(model.os.build, 9600u);
+  EXPECT_EQ(model.os.servicePack, 1);
+  ASSERT_TRUE(model.cluster);
+  EXPECT_EQ(model.cluster->networkNames.at(L"sqlvirt"), L"sqlnet");
+  ASSERT_THAT(model.disks, SizeIs(1));
+  EXPECT_EQ(model.disks[0].number, 4u);
+  EXPECT_TRUE(model.disks[0].system && model.disks[0].clustered);
+  EXPECT_THAT(model.disks[0].volumes.at(0).mountPoints, ElementsAre(L"E:\\", L"C:\\mnt\\"));
+  EXPECT_TRUE(model.disks[0].volumes[0].csv);
+  EXPECT_EQ(model.iscsiSessions.at(0).failedLogouts, 2);
+  EXPECT_EQ(model.iscsiSessions[0].appearsAfter, 3);
+  EXPECT_EQ(model.iscsiSessions[0].devices.at(0).appearsAfter, 4);
+  EXPECT_EQ(model.iscsiSessions[0].devices.at(1).appearsAfter, 0);
+  EXPECT_TRUE(model.iscsiSessions[0].devices.at(0).shadow);
+  EXPECT_FALSE(model.iscsiSessions[0].devices.at(1).shadow);
+  EXPECT_EQ(model.registry.at(L"HKEY_LOCAL_MACHINE\\A\\B").at(L"V"), L"text");
+  EXPECT_EQ(model.commands.at(0).exitCode, 3u);
+  EXPECT_EQ(model.messages.at(5), L"n");
+  EXPECT_EQ(model.vssMessages->at(0x80042301), L"v");
+  EXPECT_EQ(model.freezeMilliseconds, 100u);
+  EXPECT_EQ(model.commitMilliseconds, 200u);
+}
+
+TEST(HostFile, FillsTheServicePartOfTheModel) {
+  const HostModel model = ParseHostFile(kFullHost, "h", {});
+  EXPECT_EQ(model.providers.at(0).type, VSS_PROV_HARDWARE);
+  EXPECT_TRUE(model.providers[0].id == kArrayProvider);
+  const Writer& writer = model.writers.at(0);
+  EXPECT_EQ(writer.usage, VSS_UT_SYSTEMSERVICE);
+  EXPECT_EQ(writer.source, VSS_ST_NONTRANSACTEDDB);
+  ASSERT_TRUE(writer.restoreMethod);
+  EXPECT_EQ(writer.restoreMethod->method, VSS_RME_RESTORE_STOP_START);
+  EXPECT_EQ(writer.restoreMethod->writerRestore, VSS_WRE_IF_REPLACE_FAILS);
+  const WriterComponent& component = writer.components.at(0);
+  EXPECT_EQ(component.type, VSS_CT_DATABASE);
+  EXPECT_EQ(component.logicalPath, L"");
+  EXPECT_EQ(component.caption, L"");
+  EXPECT_EQ(component.databaseFiles.at(0).backupTypeMask, 15u);
+  EXPECT_EQ(component.logFiles.at(0).alternatePath, L"F:\\");
+  EXPECT_EQ(writer.excludeFilesFromSnapshot.at(0).path, L"E:\\x");
+  EXPECT_EQ(model.faults.calls.at(0).result, 0x80042306u);
+  EXPECT_EQ(model.faults.calls.at(1).occurrence, 0);
+  EXPECT_EQ(model.faults.asyncs.at(0).result, VSS_E_HOLD_WRITES_TIMEOUT);
+  EXPECT_EQ(model.faults.writers.at(0).event, WriterEvent::postSnapshot);
+  EXPECT_EQ(model.faults.writers[0].components.at(0).fullPath, L"\\c");
+  EXPECT_EQ(model.faults.deletions.at(0).shadowOf, L"TSL0001");
+  EXPECT_EQ(model.faults.deletions[0].result, VSS_E_PROVIDER_VETO);
+}
+
+TEST(HostFile, DerivesInstanceIdentifiersThatDifferAndStayTheSame) {
+  const std::string json =
+      R"({"disks": [], "writers": [ {"name": "W", "writerId": "{00000000-0000-0000-0000-000000000001}"},
+                                    {"name": "W", "writerId": "{00000000-0000-0000-0000-000000000001}"} ]})";
+  const HostModel once = ParseHostFile(json, "h", {});
+  const HostModel again = ParseHostFile(json, "h", {});
+  EXPECT_FALSE(once.writers[0].instanceId == once.writers[1].instanceId);
+  EXPECT_TRUE(once.writers[0].instanceId == again.writers[0].instanceId);
+  EXPECT_TRUE(once.writers[1].instanceId == again.writers[1].instanceId);
+}
+
+struct BadHostFile {
+  const char* name;
+  std::string json;
+  const char* error;  // after the file's name
+};
+
+class BadHostFiles : public testing::TestWithParam<BadHostFile> {};
+
+TEST_P(BadHostFiles, AreErrorsThatNameFilePlaceAndReason) {
+  EXPECT_EQ(ErrorOf(GetParam().json), std::string("host.json: ") + GetParam().error);
+}
+
+// A host with one disk that holds these volumes; one with this writer and what else is given.
+std::string WithVolumes(const std::string& volumes) {
+  return R"({"disks": [{"serial": "a", "volumes": [)" + volumes + "]}]}";
+}
+std::string NamedVolume(int n, const std::string& more = "") {
+  return R"({"name": "\\\\?\\Volume{0000000)" + std::to_string(n) + R"(-0000-0000-0000-000000000000}\\")" + more + "}";
+}
+std::string WithWriter(const std::string& writerKeys, const std::string& hostKeys = "") {
+  return R"({"disks": [], "writers": [{"name": "W", "writerId": "{00000000-0000-0000-0000-000000000001}")" +
+         writerKeys + "}]" + hostKeys + "}";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, BadHostFiles,
+    testing::Values(
+        BadHostFile{"NoObject", "[]", "/: expected object, found array"},
+        BadHostFile{"MissingDisks", "{}", "/: missing key \"disks\""},
+        BadHostFile{"UnknownKey", R"({"disks": [], "disk": []})", "/disk: unknown key"},
+        BadHostFile{"UnknownNestedKey", R"({"disks": [{"serial": "A", "a/b~": 1}]})", "/disks/0/a~1b~0: unknown key"},
+        BadHostFile{"DuplicateKey", R"({"disks": [{}, {"serial": "A", "serial": "B"}]})",
+                    "/disks/1/serial: the key stands twice"},
+        BadHostFile{"WrongType", R"({"disks": [], "computerName": 1})", "/computerName: expected string, found number"},
+        BadHostFile{"NegativeNumber", R"({"disks": [{"serial": "A", "number": -1}]})",
+                    "/disks/0/number: expected a whole number from 0 to 4294967295"},
+        BadHostFile{"NulCharacter", R"({"disks": [], "computerName": "a\u0000b"})",
+                    "/computerName: the text contains a NUL character"},
+        BadHostFile{"DiskWithoutSerial", R"({"disks": [{}]})", "/disks/0: missing key \"serial\""},
+        BadHostFile{"DuplicateSerial", R"({"disks": [{"serial": "a"}, {"serial": "A"}]})",
+                    "/disks/1/serial: duplicate disk serial \"A\""},
+        BadHostFile{"DuplicateNumber", R"({"disks": [{"serial": "a", "number": 1}, {"serial": "b"}]})",
+                    "/disks/1: duplicate disk number \"1\""},
+        BadHostFile{"BadVolumeName", R"({"disks": [{"serial": "a", "volumes": [{"name": "E:\\"}]}]})",
+                    "/disks/0/volumes/0/name: \"E:\\\" is no volume name (\\\\?\\Volume{GUID}\\)"},
+        BadHostFile{"DuplicateVolume", WithVolumes(NamedVolume(1) + "," + NamedVolume(1)),
+                    "/disks/0/volumes/1/name: duplicate volume name "
+                    "\"\\\\?\\Volume{00000001-0000-0000-0000-000000000000}\\\""},
+        BadHostFile{"BadMountPoint", WithVolumes(NamedVolume(1, R"(, "mountPoints": ["E:"])")),
+                    "/disks/0/volumes/0/mountPoints/0: \"E:\" is no mount point (X:\\ or a folder, with a "
+                    "backslash behind it)"},
+        BadHostFile{"DuplicateMountPoint",
+                    WithVolumes(NamedVolume(1, R"(, "mountPoints": ["E:\\"])") + "," +
+                                NamedVolume(2, R"(, "mountPoints": ["e:\\"])")),
+                    "/disks/0/volumes/1/mountPoints/0: duplicate mount point \"e:\\\""},
+        BadHostFile{"BadVersion", R"({"disks": [], "os": {"version": "10"}})",
+                    "/os/version: \"10\" is no version (major.minor.build)"},
+        BadHostFile{"BadGuid", R"({"disks": [], "providers": [{"id": "374579ad"}]})",
+                    "/providers/0/id: \"374579ad\" is no GUID in braces"},
+        BadHostFile{"BadEnumWord",
+                    R"({"disks": [], "providers": [{"id": "{374579ad-285c-49b9-ab8a-950e0e252de2}", "type": "disk"}]})",
+                    "/providers/0/type: \"disk\" is none of system, software, hardware, fileshare, unknown"},
+        BadHostFile{"WriterWithoutId", R"({"disks": [], "writers": [{"name": "W"}]})",
+                    "/writers/0: missing key \"writerId\""},
+        BadHostFile{"DocumentWithMore", R"({"disks": [], "writers": [{"document": "a.xml", "name": "W"}]})",
+                    "/writers/0/name: unknown key"},
+        BadHostFile{"MissingDocument", R"({"disks": [], "writers": [{"document": "no/such.xml"}]})",
+                    "/writers/0/document: cannot read \"no/such.xml\""},
+        BadHostFile{"DatabaseFilesOfAFileGroup",
+                    WithWriter(R"(, "components": [{"name": "c", "logFiles": [{"path": "a", "filespec": "b"}]}])"),
+                    "/writers/0/components/0/logFiles: a file group has files only"},
+        BadHostFile{"DatabasesOfAnUnknownDisk", R"({"disks": [{"serial": "A"}], "databases": {"B": "x@y"}})",
+                    "/databases/B: no disk has the serial \"B\""},
+        BadHostFile{"DeviceOfAnUnknownDisk",
+                    R"({"disks": [{"serial": "A"}], "iscsiSessions": [{"devices": [{"shadowOf": "B"}]}]})",
+                    "/iscsiSessions/0/devices/0/shadowOf: no disk has the serial \"B\""},
+        BadHostFile{"DeviceThatIsBoth",
+                    R"({"disks": [{"serial": "A"}], "iscsiSessions": [{"devices": [{"shadowOf": "A", "disk": "A"}]}]})",
+                    "/iscsiSessions/0/devices/0: expected one of disk, shadowOf"},
+        BadHostFile{"BadFileVersion", R"({"disks": [], "files": {"C:\\a": {"version": "1.2.3"}}})",
+                    "/files/C:\\a/version: \"1.2.3\" is no file version (four numbers)"},
+        BadHostFile{"BadRegistryKey", R"({"disks": [], "registry": {"HKLM\\A": {}}})",
+                    "/registry/HKLM\\A: a key stands below HKEY_LOCAL_MACHINE\\ or HKEY_CURRENT_USER\\"},
+        BadHostFile{"BadMessageId", R"({"disks": [], "messages": {"five": "x"}})",
+                    "/messages/five: \"five\" is no result name, \"0x\" number or decimal code"},
+        BadHostFile{"SameMessageTwice", R"({"disks": [], "messages": {"5": "x", "0x5": "y"}})",
+                    "/messages/5: duplicate message \"5\""},
+        BadHostFile{"FaultOfNothing", R"({"disks": [], "faults": [{"result": 5}]})",
+                    "/faults/0: expected one of call, async, writer, deleteShadowOf"},
+        BadHostFile{"DeletionFaultOfAnUnknownDisk",
+                    R"({"disks": [], "faults": [{"deleteShadowOf": "A", "result": "VSS_E_PROVIDER_VETO"}]})",
+                    "/faults/0/deleteShadowOf: no disk has the serial \"A\""},
+        BadHostFile{"DeletionFaultThatIsNone",
+                    R"({"disks": [{"serial": "A"}], "faults": [{"deleteShadowOf": "A", "result": "S_FALSE"}]})",
+                    "/faults/0/result: a deletion that fails needs a failure"},
+        BadHostFile{"DeletionFaultWithAnOccurrence",
+                    R"({"disks": [{"serial": "A"}],
+                        "faults": [{"deleteShadowOf": "A", "occurrence": 1, "result": "E_FAIL"}]})",
+                    "/faults/0/occurrence: unknown key"},
+        BadHostFile{"SessionThatAppearsBeforeTheStart",
+                    R"({"disks": [], "iscsiSessions": [{"devices": [], "appearsAfter": -1}]})",
+                    "/iscsiSessions/0/appearsAfter: expected a whole number from 0 to 2147483647"},
+        BadHostFile{"DeviceThatAppearsAfterAWord",
+                    R"({"disks": [{"serial": "A"}],
+                        "iscsiSessions": [{"devices": [{"disk": "A", "appearsAfter": "later"}]}]})",
+                    "/iscsiSessions/0/devices/0/appearsAfter: expected number, found string"},
+        BadHostFile{"FaultWithABadCall", R"({"disks": [], "faults": [{"call": "a b", "result": 5}]})",
+                    "/faults/0/call: \"a b\" is no call (Interface::Method or a function's name)"},
+        BadHostFile{"FaultWithABadResult", R"({"disks": [], "faults": [{"call": "A", "result": "VSS_E_NOPE"}]})",
+                    "/faults/0/result: \"VSS_E_NOPE\" is no result name, \"0x\" number or decimal code"},
+        BadHostFile{"FaultOfAnUnknownWriter",
+                    R"({"disks": [], "faults": [{"writer": "V", "event": "freeze", "failure": 5}]})",
+                    "/faults/0/writer: no writer is named \"V\""},
+        BadHostFile{"FaultAtAnUnknownEvent",
+                    WithWriter("", R"(, "faults": [{"writer": "W", "event": "lunch", "failure": 5}])"),
+                    "/faults/0/event: \"lunch\" is none of identify, prepareBackup, prepareSnapshot, "
+                    "freeze, thaw, postSnapshot, backupComplete, backupShutdown"},
+        BadHostFile{"FaultOfAnUnknownComponent",
+                    WithWriter(R"(, "components": [{"name": "c"}])",
+                               R"(, "faults": [{"writer": "W", "event": "freeze", "failure": 5,
+                        "components": [{"fullPath": "c", "failure": 5}]}])"),
+                    "/faults/0/components/0/fullPath: the writer has no component \"c\""}),
+    [](const testing::TestParamInfo<BadHostFile>& test) { return std::string(test.param.name); });
+
+TEST(HostFile, TextThatIsNoJsonIsReportedWithLineAndColumn) {
+  EXPECT_THAT(ErrorOf("{\n  \"disks\": [,]\n}"), StartsWith("host.json: /: no JSON: line 2, column 13: "));
+  EXPECT_THAT(ErrorOf(""), StartsWith("host.json: /: no JSON: line 1, column 1: "));
+  EXPECT_THAT(ErrorOf("{\"disks\": [1e999]}"), StartsWith("host.json: /: no JSON: "));
+  EXPECT_THAT(ErrorOf("{\"disks\": [\"\xFF\"]}"), StartsWith("host.json: /: no JSON: line 1, "));
+}
+
+TEST(HostFile, AMissingFileIsReportedUnderItsName) {
+  for (const std::filesystem::path& path : {std::filesystem::path("no-such-folder/host.json"), SourceFolder()}) {
+    try {
+      LoadHostFile(path);
+      ADD_FAILURE() << "loaded";
+    } catch (const HostFileError& error) {
+      const std::u8string name = path.u8string();
+      EXPECT_EQ(error.what(), std::string(name.begin(), name.end()) + ": /: cannot read the file");
+    }
+  }
+}
+
+TEST(HostFile, ReadsWriterDocumentsBesideIt) {
+  const TemporaryFolder folder;
+  folder.Write("sql.xml", kSmallDocument);
+  folder.Write("host.json", R"({"disks": [], "writers": [{"document": "sql.xml"}]})");
+  const HostModel model = LoadHostFile(folder.path() / "host.json");
+  ASSERT_THAT(model.writers, SizeIs(1));
+  EXPECT_EQ(FormatWriterMetadata(model.writers[0]), kSmallDocument);
+}
+
+TEST(HostFile, ADocumentThatIsNoneIsReportedWithItsReasonInOneLine) {
+  const TemporaryFolder folder;
+  folder.Write("bad.xml", "<WRITER_METADATA/>");
+  folder.Write("sql.xml", kSmallDocument);
+  EXPECT_EQ(ErrorOf(R"({"disks": [], "writers": [{"document": "bad.xml"}]})", folder.path()),
+            "host.json: /writers/0/document: \"bad.xml\" is no Writer Metadata Document: no IDENTIFICATION");
+  EXPECT_EQ(ErrorOf(R"({"disks": [], "writers": [{"document": "a\nb"}]})", folder.path()),
+            "host.json: /writers/0/document: cannot read \"a b\"");
+  EXPECT_EQ(ErrorOf(R"({"disks": [], "writers": [{"document": "sql.xml"}, {"document": "sql.xml"}]})", folder.path()),
+            "host.json: /writers/1: duplicate writer instance \"{235435d9-34d6-41ea-8c08-5958a9982636}\"");
+}
+
+TEST(ExampleHosts, AllLoadAndHaveASystemDiskAndTheArraysProvider) {
+  for (const char* name : {"sql-server.json", "exchange.json", "hyperv-cluster.json", "plain.json"}) {
+    SCOPED_TRACE(name);
+    const HostModel model = LoadHostFile(SourceFolder() / "examples" / "hosts" / name);
+    EXPECT_GE(model.disks.size(), 3u);
+    EXPECT_TRUE(model.disks.at(0).system);
+    EXPECT_TRUE(model.providers.at(0).id == kArrayProvider);
+    EXPECT_GE(model.writers.size(), 11u);
+  }
+}
+
+TEST(ExampleHosts, TheBuiltInSampleIsTheSqlServer) {
+  const HostModel file = LoadHostFile(SourceFolder() / "examples" / "hosts" / "sql-server.json");
+  const HostModel sample = SampleHost();
+  EXPECT_EQ(sample.computerName, L"SQL01");
+  ASSERT_EQ(sample.disks.size(), file.disks.size());
+  for (std::size_t i = 0; i < file.disks.size(); ++i) EXPECT_EQ(sample.disks[i].serial, file.disks[i].serial);
+  ASSERT_EQ(sample.writers.size(), file.writers.size());
+  for (std::size_t i = 0; i < file.writers.size(); ++i) {
+    EXPECT_EQ(FormatWriterMetadata(sample.writers[i]), FormatWriterMetadata(file.writers[i]));
+  }
+  EXPECT_EQ(sample.databases, file.databases);
+}
+
+}  // namespace
+}  // namespace varnel::simulator
