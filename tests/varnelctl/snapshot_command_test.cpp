@@ -6,7 +6,7 @@
 
 #include "tests/support/host_fixture.h"
 #include "tests/varnelctl/snapshot_support.h"
-#include "varnelctl/commands/snapshot_options.h"
+#include "varnelctl/sets/snapshot_options.h"
 
 namespace varnel::test {
 namespace {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <set>
 
-#include "varnelctl/commands/storage_view.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/storage_view.h"
 
 namespace varnelctl {
 namespace {

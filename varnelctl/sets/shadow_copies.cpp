@@ -1,4 +1,4 @@
-#include "varnelctl/commands/shadow_copies.h"
+#include "varnelctl/sets/shadow_copies.h"
 
 #include "core/errors.h"
 #include "platform/owners.h"
