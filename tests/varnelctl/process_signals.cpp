@@ -52,8 +52,7 @@ INSTANTIATE_TEST_SUITE_P(Signals, ProcessSignals, testing::Values(SIGINT, SIGTER
 
 TEST_F(SnapshotCommand, ASignalEndsTheRunBehindThePresentPhase) {
   testing::internal::CaptureStderr();
-  const std::string host = folder.Write("host.json", SmallHostJson().dump());
-  const CliResult result = RunCli({"--host", host, "snapshot", "--app", "none", "--disk", "TSL0001", "TSL0002"}, [] {
+  const CliResult result = Snapshot({}, [] {
     auto watch = varnelctl::WatchProcess();
     std::raise(SIGINT);
     return watch;

@@ -1,10 +1,6 @@
 // varnelctl snapshot: what it prints, saves and ends with.
-#include <gmock/gmock.h>
-
 #include <cstdlib>
-#include <nlohmann/json.hpp>
 
-#include "tests/support/host_fixture.h"
 #include "tests/varnelctl/snapshot_support.h"
 #include "varnelctl/sets/snapshot_options.h"
 
@@ -25,7 +21,7 @@ std::vector<std::string> PathsOf(const json& writer, const std::string& flag) {
 }
 
 TEST_F(SnapshotCommand, ACleanRunEndsWithTheSetTheComponentsAndWhatWasLeftOut) {
-  const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002"});
+  const CliResult result = Snapshot();
 
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err, "");
@@ -80,7 +76,7 @@ Left out
 }
 
 TEST_F(SnapshotCommand, JsonIsOneDocumentWithTheWholeOutcome) {
-  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002"}, 0);
+  const json outcome = SnapshotJson();
 
   EXPECT_EQ(outcome["snapshotSetId"], kSetId);
   EXPECT_EQ(outcome["result"], json::parse(R"({"alertCode":0,"hresult":null,"message":"","details":[]})"));
@@ -101,11 +97,10 @@ TEST_F(SnapshotCommand, JsonIsOneDocumentWithTheWholeOutcome) {
 }
 
 TEST_F(SnapshotCommand, WritesTheDocumentTheCatalogueAndTheCalls) {
-  const std::string document = folder.Argument("out.xml");
-  const std::string catalog = folder.Argument("out.json");
-  const std::string calls = folder.Argument("calls.txt");
-  const json outcome =
-      SnapshotJson({"--disk", "TSL0001", "TSL0002", "--document", document, "--catalog", catalog, "--calls", calls}, 0);
+  const std::string document = folder.File("out.xml");
+  const std::string catalog = folder.File("out.json");
+  const std::string calls = folder.File("calls.txt");
+  const json outcome = SnapshotJson({"--document", document, "--catalog", catalog, "--calls", calls});
 
   EXPECT_EQ(ReadFile(document), outcome["document"]);
   EXPECT_EQ(json::parse(ReadFile(catalog)), outcome["catalog"]);
@@ -121,9 +116,8 @@ TEST_F(SnapshotCommand, AFailedRunLeavesAnEarlierDocumentAsItIs) {
 }
 
 TEST_F(SnapshotCommand, ExtraVolumesEndWith14AndTheSetIsDeleted) {
-  json host = SmallHostJson();
-  host["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
-  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "TSL0003"}, 14, host);
+  hostFile["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
+  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "TSL0003"}, 14);
 
   EXPECT_EQ(outcome["result"]["alertCode"], 701);
   EXPECT_EQ(outcome["setState"], "deleted");
@@ -137,9 +131,8 @@ TEST_F(SnapshotCommand, ExtraVolumesEndWith14AndTheSetIsDeleted) {
 }
 
 TEST_F(SnapshotCommand, AcceptedExtraVolumesAreAWarning) {
-  json host = SmallHostJson();
-  host["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
-  const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002", "TSL0003", "--accept-extra-volumes"}, host);
+  hostFile["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
+  const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002", "TSL0003", "--accept-extra-volumes"});
 
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err,
@@ -172,13 +165,12 @@ TEST_F(SnapshotCommand, ASerialNumberThatNoDiskHasIsNamedWithWhatWasMeant) {
 }
 
 TEST_F(SnapshotCommand, AWriterThatFailsEndsWith10AndTheFailedComponents) {
-  json host = SmallHostJson();
-  host["faults"] = json::array({{{"writer", "Demo Writer"},
-                                 {"event", "freeze"},
-                                 {"failure", "VSS_E_WRITERERROR_TIMEOUT"},
-                                 {"applicationResult", "0x1f"},
-                                 {"applicationMessage", "log full"}}});
-  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002"}, 10, host);
+  hostFile["faults"] = json::array({{{"writer", "Demo Writer"},
+                                     {"event", "freeze"},
+                                     {"failure", "VSS_E_WRITERERROR_TIMEOUT"},
+                                     {"applicationResult", "0x1f"},
+                                     {"applicationMessage", "log full"}}});
+  const json outcome = SnapshotJson({}, 10);
 
   EXPECT_EQ(outcome["result"]["alertCode"], 600);
   EXPECT_THAT(PathsOf(outcome["writers"][0], "failed"), ElementsAre("\\SQL01\\sales", "\\SQL01\\crm"));
@@ -188,9 +180,8 @@ TEST_F(SnapshotCommand, AWriterThatFailsEndsWith10AndTheFailedComponents) {
 }
 
 TEST_F(SnapshotCommand, AProviderThatIsNotRegisteredIsWarnedOfAndEndsWith15) {
-  json host = SmallHostJson();
-  host["providers"] = json::array();
-  const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002"}, host);
+  hostFile["providers"] = json::array();
+  const CliResult result = Snapshot();
 
   EXPECT_EQ(result.status, 15);
   EXPECT_EQ(result.err,
@@ -202,46 +193,45 @@ TEST_F(SnapshotCommand, AProviderThatIsNotRegisteredIsWarnedOfAndEndsWith15) {
 }
 
 TEST_F(SnapshotCommand, ATestPointFailsTheSnapshotAfterItWasTaken) {
-  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "--test-points", "0x1"}, 15);
+  const json outcome = SnapshotJson({"--test-points", "0x1"}, 15);
   EXPECT_EQ(outcome["result"]["hresult"], "0x80042315");
   EXPECT_EQ(outcome["snapshotSetId"], kSetId);
 }
 
 TEST_F(SnapshotCommand, ATransportableSetHasNoDevicesHere) {
-  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "--context", "app-rollback+transportable"}, 0);
+  const json outcome = SnapshotJson({"--context", "app-rollback+transportable"});
   EXPECT_EQ(outcome["snapshots"][0]["device"], "");
   EXPECT_EQ(outcome["snapshots"][0]["serialNumber"], "");
-  EXPECT_THAT(Snapshot({"--disk", "TSL0001", "TSL0002", "--context", "0x29"}).out,
-              HasSubstr("    not surfaced on this host\n"));
+  EXPECT_THAT(Snapshot({"--context", "0x29"}).out, HasSubstr("    not surfaced on this host\n"));
 }
 
 TEST_F(SnapshotCommand, AWriterCodeLimitsTheSetToTheDatabasesThatTheArrayNames) {
-  const json outcome = SnapshotJson({"--disk", "TSL0001", "--writer-code", "2"}, 0);
+  const json outcome = SnapshotJson({"--disk", "TSL0001", "--writer-code", "2"});
   EXPECT_THAT(PathsOf(outcome["writers"][0], "added"), ElementsAre("\\SQL01\\sales"));
   EXPECT_EQ(outcome["databases"], "sales@sql01");
-  const CliResult text = Snapshot({"--disk", "TSL0001", "TSL0002", "--writer-code", "2"});
-  EXPECT_THAT(text.out, HasSubstr("    \\SQL01\\crm: it is not among the databases that the array named\n"));
+  EXPECT_THAT(Snapshot({"--writer-code", "2"}).out,
+              HasSubstr("    \\SQL01\\crm: it is not among the databases that the array named\n"));
 }
 
 TEST_F(SnapshotCommand, WhatItCannotDoIsAUsageError) {
-  const std::vector<std::vector<std::string>> cases = {{},
-                                                       {"--disk"},
-                                                       {"--disk", "TSL0001", "--context", "nonsense"},
-                                                       {"--disk", "TSL0001", "--context", "backup+"},
-                                                       {"--disk", "TSL0001", "--test-points", "many"},
-                                                       {"--disk", "TSL0001", "--backup-type", "half"},
-                                                       {"--disk", "TSL0001", "--writer-code", "x"},
-                                                       {"--disk", "TSL0001", "--then", "forget"},
-                                                       {"--disk", "TSL0001", "--then", "1"},
-                                                       {"--disk", "TSL0001", "--backup-type", "1"},
-                                                       {"--disk", "TSL0001", "--document", "no/such/folder/out.xml"}};
-  for (const std::vector<std::string>& arguments : cases) {
-    const CliResult result = Snapshot(arguments);
-    EXPECT_EQ(result.status, 2) << testing::PrintToString(arguments);
-    EXPECT_EQ(result.out, "");
-    EXPECT_TRUE(IsOneLine(result.err)) << result.err;
+  const std::vector<Arguments> cases = {
+      {"--disk"},
+      {"--context", "nonsense"},
+      {"--context", "backup+"},
+      {"--test-points", "many"},
+      {"--backup-type", "half"},
+      {"--writer-code", "x"},
+      {"--then", "forget"},
+      {"--then", "1"},
+      {"--backup-type", "1"},
+      {"--document", "no/such/folder/out.xml"},
+      {"--app", "oracle"},
+  };
+  for (const Arguments& arguments : cases) {
+    SCOPED_TRACE(testing::PrintToString(arguments));
+    ExpectRefused(Snapshot(arguments), "varnelctl: ");
   }
-  EXPECT_EQ(RunCli({"snapshot", "--app", "oracle", "--disk", "TSL0001"}).status, 2);
+  ExpectRefused(Run({"snapshot", "--app", "none"}), "varnelctl: ");
 }
 
 TEST(SnapshotContext, IsANumberOrNamesJoinedByPlus) {
@@ -259,16 +249,17 @@ TEST(SnapshotContext, IsANumberOrNamesJoinedByPlus) {
 class CapturedServer : public SnapshotCommand {
  protected:
   void SetUp() override {
+    SnapshotCommand::SetUp();
     const char* captures = std::getenv("VARNEL_CAPTURES");
     if (captures == nullptr || !std::filesystem::is_directory(captures)) {
       GTEST_SKIP() << "VARNEL_CAPTURES names no folder with captured documents";
     }
-    host_ = {{"disks", json::array({DiskJson("SYS", 0, "C:\\"), DiskJson("TSLE", 1, "E:\\"),
-                                    DiskJson("TSLF", 2, "F:\\"), DiskJson("TSLG", 3, "G:\\")})},
-             {"providers", SmallHostJson()["providers"]}};
+    hostFile = {{"disks", json::array({DiskJson("SYS", 0, "C:\\"), DiskJson("TSLE", 1, "E:\\"),
+                                       DiskJson("TSLF", 2, "F:\\"), DiskJson("TSLG", 3, "G:\\")})},
+                {"providers", SmallHostJson()["providers"]}};
     for (int n = 0; n <= 10; ++n) {
       const auto path = std::filesystem::path(captures) / ("WM" + std::to_string(n) + ".xml");
-      host_["writers"].push_back({{"document", path.string()}});
+      hostFile["writers"].push_back({{"document", path.string()}});
     }
   }
 
@@ -279,21 +270,19 @@ class CapturedServer : public SnapshotCommand {
     }
     return added;
   }
-
-  json host_;
 };
 
 TEST_F(CapturedServer, ComponentsAreChosenByTheirDisks) {
-  const json both = SnapshotJson({"--disk", "TSLE", "TSLF"}, 0, host_);
+  const json both = SnapshotJson({"--disk", "TSLE", "TSLF"});
   EXPECT_THAT(Added(both),
               ElementsAre("\\WIN2012-SQL17-2\\master", "\\WIN2012-SQL17-2\\model", "\\WIN2012-SQL17-2\\msdb",
                           "\\WIN2012-SQL17-2\\SecondServerDb", "\\WIN2012-SQL17-2\\OtherSanDatabase"));
-  const json one = SnapshotJson({"--disk", "TSLF"}, 0, host_);
+  const json one = SnapshotJson({"--disk", "TSLF"});
   EXPECT_THAT(Added(one), ElementsAre("\\WIN2012-SQL17-2\\OtherSanDatabase"));
 }
 
 TEST_F(CapturedServer, ADiskWithoutADatabaseIsExtra) {
-  const json outcome = SnapshotJson({"--disk", "TSLE", "TSLG"}, 14, host_);
+  const json outcome = SnapshotJson({"--disk", "TSLE", "TSLG"}, 14);
   EXPECT_EQ(outcome["result"]["alertCode"], 701);
   EXPECT_EQ(outcome["snapshots"].size(), 2u);
 }

@@ -1,9 +1,6 @@
-// Hosts for `varnelctl snapshot`: a small one as a host file, and the runs on it.
+// Hosts for `varnelctl snapshot`, and the runs on them.
 #pragma once
 
-#include <gmock/gmock.h>
-
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -48,30 +45,41 @@ inline nlohmann::json SmallHostJson() {
       {"computerName", "SQL01"}};
 }
 
-/// The names of the phases of a snapshot's JSON document.
+/// The names of the phases of a snapshot's document.
 inline std::vector<std::string> PhasesOf(const nlohmann::json& outcome) {
   std::vector<std::string> names;
   for (const nlohmann::json& phase : outcome.at("phases")) names.push_back(phase.at("name"));
   return names;
 }
 
-/// Snapshots on host files, of no application.
-class SnapshotCommand : public testing::Test {
+/// Snapshots of no application and of disks TSL0001 and TSL0002, unless the arguments name others.
+class SnapshotFixture : public CliFixture {
  protected:
-  CliResult Snapshot(std::vector<std::string> arguments, const nlohmann::json& host = SmallHostJson()) {
-    std::vector<std::string> all = {"--host", folder.Write("host.json", host.dump()), "snapshot", "--app", "none"};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    return RunCli(std::move(all));
+  CliResult Snapshot(const Arguments& arguments = {}, varnelctl::InterruptionSource interruption = {}) {
+    return Run(Whole(arguments), std::move(interruption));
   }
-  nlohmann::json SnapshotJson(std::vector<std::string> arguments, int status,
-                              const nlohmann::json& host = SmallHostJson()) {
-    arguments.push_back("--json");
-    const CliResult result = Snapshot(std::move(arguments), host);
-    EXPECT_EQ(result.status, status) << result.err;
-    return nlohmann::json::parse(result.out);
+  nlohmann::json SnapshotJson(const Arguments& arguments = {}, int status = 0,
+                              varnelctl::InterruptionSource interruption = {}) {
+    return Document(Whole(arguments), status, std::move(interruption));
   }
 
-  TemporaryFolder folder;
+ private:
+  static Arguments Whole(const Arguments& arguments) {
+    const auto has = [&](const char* option) {
+      return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
+    };
+    Arguments whole = {"snapshot"};
+    if (!has("--app")) whole.insert(whole.end(), {"--app", "none"});
+    if (!has("--disk")) whole.insert(whole.end(), {"--disk", "TSL0001", "TSL0002"});
+    whole.insert(whole.end(), arguments.begin(), arguments.end());
+    return whole;
+  }
+};
+
+/// On the host file of SmallHostJson.
+class SnapshotCommand : public SnapshotFixture {
+ protected:
+  SnapshotCommand() { hostFile = SmallHostJson(); }
 };
 
 }  // namespace varnel::test
