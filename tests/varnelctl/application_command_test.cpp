@@ -82,7 +82,7 @@ TEST_F(SqlSnapshot, WritersOfOtherApplicationsAreLeftOutInOneLineEach) {
 
 TEST_F(SqlSnapshot, AnExtraDiskIsCataloguedWithItsVolumes) {
   for (json& writer : hostFile["writers"]) {
-    if (writer["name"] != "SqlServerWriter") continue;
+    if (!writer.contains("components")) continue;
     json& components = writer["components"];
     components.erase(std::remove_if(components.begin(), components.end(),
                                     [](const json& component) { return component["name"] == "archive"; }),
@@ -91,7 +91,6 @@ TEST_F(SqlSnapshot, AnExtraDiskIsCataloguedWithItsVolumes) {
   const CliResult result =
       Snapshot({"--app", "sql", "--disk", "TSL0001", "TSL0002", "TSL0003", "TSL0004", "--accept-extra-volumes"});
 
-  EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_THAT(result.out, HasSubstr("  disk \"tsl0004\"\n"
                                     "    other id     \\\\?\\Volume{5f1c0a25-7d1e-4c55-9a60-1b2c3d4e5f05}\\\n"
                                     "    other name   G:\\\n"));
@@ -99,9 +98,8 @@ TEST_F(SqlSnapshot, AnExtraDiskIsCataloguedWithItsVolumes) {
 
 TEST_F(SqlSnapshot, AHostWithoutItsWriterIsWarnedOfAndRefused) {
   hostFile = SampleJson("exchange.json");
-  const CliResult result = Snapshot({"--app", "sql", "--disk", "TSL1001", "--then", "mask"});
+  const CliResult result = Snapshot({"--app", "sql", "--disk", "TSL1001", "--then", "mask"}, 12);
 
-  EXPECT_EQ(result.status, 12);
   EXPECT_EQ(result.err,
             "varnelctl: warning: no writer of this application is present on this host\n"
             "varnelctl: warning: --then mask is left out: no snapshot set was taken\n"
@@ -134,21 +132,20 @@ TEST_F(ExchangeSnapshot, VerifiesDatabasesAndLogsOnTheSnapshot) {
 }
 
 TEST_F(ExchangeSnapshot, WithoutVerifyNothingIsRun) {
-  EXPECT_EQ(Snapshot(With({})).status, 0);
+  Snapshot(With({}));
   EXPECT_THAT(SavedCalls("CreateProcessW("), IsEmpty());
 }
 
 TEST_F(ExchangeSnapshot, DatabasesCanBeLeftUnverified) {
-  EXPECT_EQ(Snapshot(With({"--verify", "--skip-db-verification"})).status, 0);
+  Snapshot(With({"--verify", "--skip-db-verification"}));
   EXPECT_THAT(SavedCalls("CreateProcessW("), ElementsAre(HasSubstr("E00"), HasSubstr("E01")));
 }
 
 TEST_F(ExchangeSnapshot, ADamagedFileEndsWith13AndTheSetIsDeleted) {
   hostFile["commands"].insert(hostFile["commands"].begin(), json::parse(R"({"match": "*MDB2.edb*", "exitCode": 1})"));
   hostFile["messages"]["1"] = "Incorrect function.\r\n";
-  const CliResult result = Snapshot(With({"--verify", "--context", "app-rollback", "--disconnect"}));
+  const CliResult result = Snapshot(With({"--verify", "--context", "app-rollback", "--disconnect"}), 13);
 
-  EXPECT_EQ(result.status, 13);
   EXPECT_THAT(result.out, AllOf(HasSubstr("VerifySnapShotData: failed (0 ms)\nSetBackupStatus ...\n"),
                                 HasSubstr("}: deleted, because the request failed\n")));
   EXPECT_THAT(result.err, StartsWith("varnelctl: warning: --disconnect is left out: the set was deleted because the "
@@ -162,7 +159,7 @@ TEST_F(ExchangeSnapshot, ADamagedFileEndsWith13AndTheSetIsDeleted) {
 }
 
 TEST_F(ExchangeSnapshot, ATestPointFailsTheVerification) {
-  EXPECT_EQ(Snapshot(With({"--test-points", "0x2"})).status, 0) << "nothing is verified";
+  Snapshot(With({"--test-points", "0x2"}));  // nothing is verified
   const json outcome = SnapshotJson(With({"--test-points", "0x2", "--verify"}), 13);
 
   EXPECT_EQ(outcome["result"]["alertCode"], 603);
@@ -171,7 +168,7 @@ TEST_F(ExchangeSnapshot, ATestPointFailsTheVerification) {
 }
 
 TEST_F(ExchangeSnapshot, OnlyExchangeHasAVerificationOfDatabasesToSkip) {
-  ExpectRefused(Snapshot({"--app", "sql", "--disk", "TSL1001", "--skip-db-verification"}),
+  ExpectRefused(Snapshot({"--app", "sql", "--disk", "TSL1001", "--skip-db-verification"}, 2),
                 "varnelctl: --skip-db-verification goes with --app exchange only\n");
 }
 
@@ -193,9 +190,8 @@ TEST_F(HyperVSnapshot, AMachineThatFailsEndsWith11AndTheSetHoldsTheOthers) {
       "failure": "VSS_E_WRITERERROR_PARTIAL_FAILURE",
       "components": [ { "fullPath": "\\DC36FC90-2248-4D70-ACA4-A1A9F5B19F71", "failure": "VSS_E_WRITERERROR_TIMEOUT",
                         "applicationResult": "0x1", "applicationMessage": "guest busy" } ] } ])");
-  const CliResult result = Snapshot({"--app", "hyperv", "--disk", "TSL2001", "--context", "app-rollback"});
+  const CliResult result = Snapshot({"--app", "hyperv", "--disk", "TSL2001", "--context", "app-rollback"}, 11);
 
-  EXPECT_EQ(result.status, 11);
   EXPECT_THAT(result.out, AllOf(HasSubstr("}: kept until it is deleted\n"),
                                 HasSubstr("Captured application-consistent\n"
                                           "  Microsoft Hyper-V VSS Writer\n"
@@ -212,55 +208,54 @@ TEST_F(HyperVSnapshot, AMachineThatFailsEndsWith11AndTheSetHoldsTheOthers) {
 struct Refusal {
   int id;
   const char* name;
-  std::vector<std::string> disks;
-  const char* change;  // merged into the host
-  const char* err;
+  Arguments disks;
+  std::string message;
+  std::string status;
+  std::string advice;         // the rest of the alert record
+  const char* change = "{}";  // merged into the host
+
+  std::string Err() const {
+    return "varnelctl: " + message + "\n  status " + status + "\nError, status=" + status +
+           ", rc=ConfigError, ca=" + advice + ";\n";
+  }
 };
 
 std::vector<Refusal> Refusals() {
-  return {
-      {250,
-       "CsvWithOtherClusteredVolumes",
-       {"TSL2001", "TSL2003"},
-       "{}",
-       "varnelctl: Combining cluster shared volumes (CSVs) and non-CSVs in same volume collection is not supported.\n"
-       "  status TesselHyperVValidation_MixOfCSV_NonCSVVolumes\n"
-       "Error, status=TesselHyperVValidation_MixOfCSV_NonCSVVolumes, rc=ConfigError, ca=CheckVolumeCollection"
-       "CSV:\\\\?\\Volume{a37f5c42-1b8e-4f60-b5d1-3d4e5f6a7b02}\\"
-       "Non CSV:\\\\?\\Volume{a37f5c44-1b8e-4f60-b5d1-3d4e5f6a7b04}\\;\n"},
-      {251,
-       "AClusteredVolumeThatIsNoCsv",
-       {"TSL2003"},
-       "{}",
-       "varnelctl: One or more volumes in volume collection are clustered but not configured as CSV. Hyper-V VSS "
-       "snapshot for non-CSV clustered volume is not supported.\n"
-       "  status TesselHyperVValidation_ClusterDiskFound\n"
-       "Error, status=TesselHyperVValidation_ClusterDiskFound, rc=ConfigError, ca=CheckVolumeCollection"
-       "Cluster Disk:\\\\?\\Volume{a37f5c44-1b8e-4f60-b5d1-3d4e5f6a7b04}\\;\n"},
-      {253,
-       "ClusteredWithStandAloneVolumes",
-       {"TSL2001", "TSL2004"},
-       "{}",
-       "varnelctl: Combining cluster and non-cluster Windows volumes in same volume collection is not supported.\n"
-       "  status TesselHyperVValidation_MixOfStandalone_ClusterVolumes\n"
-       "Error, status=TesselHyperVValidation_MixOfStandalone_ClusterVolumes, rc=ConfigError, ca=CheckVolumeCollection"
-       "Clustered:\\\\?\\Volume{a37f5c42-1b8e-4f60-b5d1-3d4e5f6a7b02}\\"
-       "Standalone:\\\\?\\Volume{a37f5c45-1b8e-4f60-b5d1-3d4e5f6a7b05}\\;\n"},
-      {254,
-       "AnOperatingSystemThatIsNoServer",
-       {"TSL2001"},
-       R"({"os": {"server": false}})",
-       "varnelctl: Version of operating system running on the host is not supported by this feature.\n"
-       "  status UnsupportedOSVersion\n"
-       "Error, status=UnsupportedOSVersion, rc=ConfigError, ca=CheckHostOSVersion;\n"},
-      {255,
-       "AMissingHotfix",
-       {"TSL2001"},
-       R"({"files": {"C:\\Windows\\system32\\Vmms.exe": {"version": "6.3.9600.17119"}}})",
-       "varnelctl: Host is missing some of the hotfixes required for using this feature.\n"
-       "  status MissingHotfixes\n"
-       "Error, status=MissingHotfixes, rc=ConfigError, ca=VerifyRequiredHotfixes;\n"},
-  };
+  return {{250,
+           "CsvWithOtherClusteredVolumes",
+           {"TSL2001", "TSL2003"},
+           "Combining cluster shared volumes (CSVs) and non-CSVs in same volume collection is not supported.",
+           "TesselHyperVValidation_MixOfCSV_NonCSVVolumes",
+           "CheckVolumeCollectionCSV:\\\\?\\Volume{a37f5c42-1b8e-4f60-b5d1-3d4e5f6a7b02}\\"
+           "Non CSV:\\\\?\\Volume{a37f5c44-1b8e-4f60-b5d1-3d4e5f6a7b04}\\"},
+          {251,
+           "AClusteredVolumeThatIsNoCsv",
+           {"TSL2003"},
+           "One or more volumes in volume collection are clustered but not configured as CSV. Hyper-V VSS snapshot for "
+           "non-CSV clustered volume is not supported.",
+           "TesselHyperVValidation_ClusterDiskFound",
+           "CheckVolumeCollectionCluster Disk:\\\\?\\Volume{a37f5c44-1b8e-4f60-b5d1-3d4e5f6a7b04}\\"},
+          {253,
+           "ClusteredWithStandAloneVolumes",
+           {"TSL2001", "TSL2004"},
+           "Combining cluster and non-cluster Windows volumes in same volume collection is not supported.",
+           "TesselHyperVValidation_MixOfStandalone_ClusterVolumes",
+           "CheckVolumeCollectionClustered:\\\\?\\Volume{a37f5c42-1b8e-4f60-b5d1-3d4e5f6a7b02}\\"
+           "Standalone:\\\\?\\Volume{a37f5c45-1b8e-4f60-b5d1-3d4e5f6a7b05}\\"},
+          {254,
+           "AnOperatingSystemThatIsNoServer",
+           {"TSL2001"},
+           "Version of operating system running on the host is not supported by this feature.",
+           "UnsupportedOSVersion",
+           "CheckHostOSVersion",
+           R"({"os": {"server": false}})"},
+          {255,
+           "AMissingHotfix",
+           {"TSL2001"},
+           "Host is missing some of the hotfixes required for using this feature.",
+           "MissingHotfixes",
+           "VerifyRequiredHotfixes",
+           R"({"files": {"C:\\Windows\\system32\\Vmms.exe": {"version": "6.3.9600.17119"}}})"}};
 }
 
 class HyperVRefusal : public HyperVSnapshot, public testing::WithParamInterface<Refusal> {
@@ -275,10 +270,9 @@ class HyperVRefusal : public HyperVSnapshot, public testing::WithParamInterface<
 };
 
 TEST_P(HyperVRefusal, EndsWith16AndTheCataloguesMessage) {
-  const CliResult result = Snapshot(arguments);
+  const CliResult result = Snapshot(arguments, 16);
 
-  EXPECT_EQ(result.status, 16);
-  EXPECT_EQ(result.err, GetParam().err);
+  EXPECT_EQ(result.err, GetParam().Err());
   EXPECT_THAT(result.out, EndsWith(": failed (0 ms)\nSetBackupStatus ...\nSetBackupStatus: done (0 ms)\n\n"
                                    "Snapshot set: not taken\n"));
 }
@@ -297,7 +291,7 @@ INSTANTIATE_TEST_SUITE_P(Rules, HyperVRefusal, testing::ValuesIn(Refusals()),
 
 TEST_F(HyperVSnapshot, OtherApplicationsAreNotValidated) {
   hostFile["os"]["server"] = false;
-  EXPECT_EQ(Snapshot({"--app", "none", "--disk", "TSL2001"}).status, 0);
+  Snapshot({"--disk", "TSL2001"});
 }
 
 }  // namespace

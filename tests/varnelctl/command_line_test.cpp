@@ -11,12 +11,6 @@ using testing::Not;
 constexpr char kOneDisk[] = R"({ "disks": [ { "serial": "IN-FILE", "number": 0, "system": true, "volumes": [
   { "name": "\\\\?\\Volume{00000000-0000-0000-0000-000000000001}\\", "mountPoints": ["C:\\"] } ] } ] })";
 
-constexpr char kOneDiskText[] = R"(\\.\PhysicalDrive0  serial "IN-FILE", system disk
-  \\?\Volume{00000000-0000-0000-0000-000000000001}\  C:\
-
-1 disk
-)";
-
 class CommandLine : public CliFixture {};
 
 TEST_F(CommandLine, HelpNamesEveryCommandOptionAndExitStatus) {
@@ -42,19 +36,17 @@ TEST_F(CommandLine, TheVersionIsPrintedAlone) {
 }
 
 TEST_F(CommandLine, AWrongArgumentEndsWithStatus2AndOneLine) {
-  const std::vector<Arguments> wrong = {
-      {},
-      {"frobnicate"},
-      {"writers", "disks"},
-      {"writers", "--frobnicate"},
-      {"disks", "--all"},
-      {"writers", "/all"},
-      {"writers", "--host"},
-      {"writers", "--host", "a.json", "--host", "b.json"},
-      {"writers", "--log", "x.log", "--log-level", "loud"},
-      {"writers", "--log-level", "error"},
-      {"writers", "two\nlines"},
-  };
+  const std::vector<Arguments> wrong = {{},
+                                        {"frobnicate"},
+                                        {"writers", "disks"},
+                                        {"writers", "--frobnicate"},
+                                        {"disks", "--all"},
+                                        {"writers", "/all"},
+                                        {"writers", "--host"},
+                                        {"writers", "--host", "a.json", "--host", "b.json"},
+                                        {"writers", "--log", "x.log", "--log-level", "loud"},
+                                        {"writers", "--log-level", "error"},
+                                        {"writers", "two\nlines"}};
   for (const Arguments& arguments : wrong) {
     SCOPED_TRACE(testing::PrintToString(arguments));
     ExpectRefused(RunCli(arguments), "varnelctl: ", "(varnelctl --help lists what there is)\n");
@@ -125,7 +117,11 @@ TEST_F(HostFile, AFolderIsNoHostFile) {
 TEST_F(HostFile, ANameOutsideAsciiIsFound) {
   const std::string path = folder.Write("h\xC3\xB6st \xE2\x82\xAC.json", kOneDisk);
 
-  EXPECT_EQ(Output({"disks", "--host", path}), kOneDiskText);
+  EXPECT_EQ(Output({"disks", "--host", path}), R"(\\.\PhysicalDrive0  serial "IN-FILE", system disk
+  \\?\Volume{00000000-0000-0000-0000-000000000001}\  C:\
+
+1 disk
+)");
 }
 
 struct BadHostFile {

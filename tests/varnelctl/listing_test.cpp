@@ -203,11 +203,6 @@ TEST_F(Examples, TheSqlServerHostShowsEveryComponentOfItsWriter) {
 
 class CliOnHost : public CliFixture {
  protected:
-  void InstallWriters(std::vector<simulator::Writer> writers) {
-    simulator::HostModel model = SmallHost();
-    model.writers = std::move(writers);
-    Install(std::move(model));
-  }
   /// What a run that fails says of it.
   std::string TroubleOf(const Arguments& arguments, int status) {
     const CliResult result = Run(arguments);
@@ -220,7 +215,7 @@ class CliOnHost : public CliFixture {
 TEST_F(CliOnHost, ALongFileListIsCutUnlessAllIsAskedFor) {
   simulator::WriterComponent component = MakeComponent(L"", L"big", {});
   for (int i = 0; i < 25; ++i) component.files.push_back({i % 2 == 0 ? L"E:\\a" : L"F:\\b", std::to_wstring(i)});
-  InstallWriters({MakeWriter(L"Writer", 1, {component})});
+  host().model().writers = {MakeWriter(L"Writer", 1, {component})};
 
   const std::string cut = Output({"writers"});
   const std::string all = Output({"writers", "--all"});
@@ -231,7 +226,7 @@ TEST_F(CliOnHost, ALongFileListIsCutUnlessAllIsAskedFor) {
 }
 
 TEST_F(CliOnHost, EachVolumeIsLookedUpOnceHoweverManyFilesItHolds) {
-  InstallWriters({MakeWriter(L"Writer", 1, {MakeComponent(L"", L"a", {L"E:\\a", L"E:\\b"})})});
+  host().model().writers = {MakeWriter(L"Writer", 1, {MakeComponent(L"", L"a", {L"E:\\a", L"E:\\b"})})};
 
   Document({"writers"});
 
@@ -242,23 +237,21 @@ TEST_F(CliOnHost, EachVolumeIsLookedUpOnceHoweverManyFilesItHolds) {
 }
 
 TEST_F(CliOnHost, TextThatIsNoUnicodeBecomesTheReplacementCharacter) {
-  InstallWriters({MakeWriter(std::wstring(L"bad ") + static_cast<wchar_t>(0xD800), 1, {})});
+  host().model().writers = {MakeWriter(std::wstring(L"bad ") + static_cast<wchar_t>(0xD800), 1, {})};
 
   EXPECT_EQ(Document({"writers"}).at("writers").at(0).at("name"), "bad \xEF\xBF\xBD");
 }
 
 TEST_F(CliOnHost, ControlCharactersReachJsonButNoTerminal) {
-  InstallWriters({MakeWriter(L"\x1B[2Jevil\nname\x9B", 1, {})});
+  host().model().writers = {MakeWriter(L"\x1B[2Jevil\nname\x9B", 1, {})};
 
   EXPECT_THAT(Output({"writers"}), StartsWith("\xEF\xBF\xBD[2Jevil\xEF\xBF\xBDname\xEF\xBF\xBD\n"));
   EXPECT_EQ(Document({"writers"}).at("writers").at(0).at("name"), "\x1B[2Jevil\nname\xC2\x9B");
 }
 
 TEST_F(CliOnHost, ADiskWithoutASerialNumberIsListedWithARemark) {
-  simulator::HostModel model = SmallHost();
-  model.disks[2].reportsSerial = false;
-  model.disks[2].serial.clear();
-  Install(std::move(model));
+  host().model().disks[2].reportsSerial = false;
+  host().model().disks[2].serial.clear();
 
   EXPECT_THAT(Run({"disks"}).out, HasSubstr("\\\\.\\PhysicalDrive2  no serial number: cannot be in a protection set\n  "
                                             "\\\\?\\Volume{00000002-0000-0000-0000-000000000000}\\  F:\\\n"));
@@ -268,23 +261,18 @@ TEST_F(CliOnHost, ADiskWithoutASerialNumberIsListedWithARemark) {
 }
 
 TEST_F(CliOnHost, ADiskWithoutVolumesIsListed) {
-  simulator::HostModel model = SmallHost();
-  model.disks[1].volumes.clear();
-  Install(std::move(model));
+  host().model().disks[1].volumes.clear();
 
   EXPECT_THAT(Output({"disks"}), HasSubstr("\\\\.\\PhysicalDrive1  serial \"TSL0001\"\n  no volumes\n"));
 }
 
 TEST_F(CliOnHost, EveryMountPointOfALongListIsShown) {
-  simulator::HostModel model = SmallHost();
-  std::vector<std::wstring>& mountPoints = model.disks[1].volumes[0].mountPoints;
+  std::vector<std::wstring>& mountPoints = host().model().disks[1].volumes[0].mountPoints;
   for (int i = 0; i < 40; ++i) mountPoints.push_back(L"C:\\a rather long folder\\" + std::to_wstring(i) + L"\\");
-  const std::size_t expected = mountPoints.size();
-  Install(std::move(model));
 
   const json shown = Document({"disks"}).at("disks").at(1).at("volumes").at(0).at("mountPoints");
 
-  ASSERT_EQ(shown.size(), expected);
+  ASSERT_EQ(shown.size(), mountPoints.size());
   EXPECT_EQ(shown.back(), "C:\\a rather long folder\\39\\");
 }
 

@@ -21,11 +21,7 @@ std::vector<std::string> PathsOf(const json& writer, const std::string& flag) {
 }
 
 TEST_F(SnapshotCommand, ACleanRunEndsWithTheSetTheComponentsAndWhatWasLeftOut) {
-  const CliResult result = Snapshot();
-
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.err, "");
-  EXPECT_EQ(result.out, R"(EnumerateDisks ...
+  EXPECT_EQ(Output(Whole({})), R"(EnumerateDisks ...
 EnumerateDisks: done (0 ms)
 ValidateHostConfiguration ...
 ValidateHostConfiguration: done (0 ms)
@@ -111,7 +107,7 @@ TEST_F(SnapshotCommand, WritesTheDocumentTheCatalogueAndTheCalls) {
 
 TEST_F(SnapshotCommand, AFailedRunLeavesAnEarlierDocumentAsItIs) {
   const std::string document = folder.Write("out.xml", "yesterday");
-  EXPECT_EQ(Snapshot({"--disk", "SYS", "--document", document}).status, 12);
+  Snapshot({"--disk", "SYS", "--document", document}, 12);
   EXPECT_EQ(ReadFile(document), "yesterday");
 }
 
@@ -134,16 +130,14 @@ TEST_F(SnapshotCommand, AcceptedExtraVolumesAreAWarning) {
   hostFile["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
   const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002", "TSL0003", "--accept-extra-volumes"});
 
-  EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err,
             "varnelctl: warning: Extra volumes found in the volume collection. \n"
             "  Extra volumes in the volume collection : TSL0003\n");
 }
 
 TEST_F(SnapshotCommand, ADiskThatHoldsNothingEligibleEndsWith12AndTheMismatch) {
-  const CliResult result = Snapshot({"--disk", "TSL0002"});
+  const CliResult result = Snapshot({"--disk", "TSL0002"}, 12);
 
-  EXPECT_EQ(result.status, 12);
   EXPECT_EQ(
       result.err,
       "varnelctl: Number of disks added in the snapshot set were different than listed in the protection set. "
@@ -158,9 +152,9 @@ TEST_F(SnapshotCommand, ADiskThatHoldsNothingEligibleEndsWith12AndTheMismatch) {
 }
 
 TEST_F(SnapshotCommand, ASerialNumberThatNoDiskHasIsNamedWithWhatWasMeant) {
-  EXPECT_THAT(Snapshot({"--disk", "tsl0001 "}).err,
+  EXPECT_THAT(Snapshot({"--disk", "tsl0001 "}, 12).err,
               StartsWith("varnelctl: warning: no disk of this host has serial \"tsl0001 \"; there is \"TSL0001\"\n"));
-  EXPECT_THAT(Snapshot({"--disk", "NONE"}).err,
+  EXPECT_THAT(Snapshot({"--disk", "NONE"}, 12).err,
               StartsWith("varnelctl: warning: no disk of this host has serial \"NONE\"\n"));
 }
 
@@ -181,9 +175,8 @@ TEST_F(SnapshotCommand, AWriterThatFailsEndsWith10AndTheFailedComponents) {
 
 TEST_F(SnapshotCommand, AProviderThatIsNotRegisteredIsWarnedOfAndEndsWith15) {
   hostFile["providers"] = json::array();
-  const CliResult result = Snapshot();
+  const CliResult result = Snapshot({}, 15);
 
-  EXPECT_EQ(result.status, 15);
   EXPECT_EQ(result.err,
             "varnelctl: warning: the array's VSS hardware provider is not registered on this host\n"
             "varnelctl: CreateVssSnapshotSet failed: VSS_E_PROVIDER_NOT_REGISTERED (0x80042304)\n"
@@ -209,27 +202,25 @@ TEST_F(SnapshotCommand, AWriterCodeLimitsTheSetToTheDatabasesThatTheArrayNames) 
   const json outcome = SnapshotJson({"--disk", "TSL0001", "--writer-code", "2"});
   EXPECT_THAT(PathsOf(outcome["writers"][0], "added"), ElementsAre("\\SQL01\\sales"));
   EXPECT_EQ(outcome["databases"], "sales@sql01");
-  EXPECT_THAT(Snapshot({"--writer-code", "2"}).out,
+  EXPECT_THAT(Snapshot({"--writer-code", "2"}, 14).out,
               HasSubstr("    \\SQL01\\crm: it is not among the databases that the array named\n"));
 }
 
 TEST_F(SnapshotCommand, WhatItCannotDoIsAUsageError) {
-  const std::vector<Arguments> cases = {
-      {"--disk"},
-      {"--context", "nonsense"},
-      {"--context", "backup+"},
-      {"--test-points", "many"},
-      {"--backup-type", "half"},
-      {"--writer-code", "x"},
-      {"--then", "forget"},
-      {"--then", "1"},
-      {"--backup-type", "1"},
-      {"--document", "no/such/folder/out.xml"},
-      {"--app", "oracle"},
-  };
+  const std::vector<Arguments> cases = {{"--disk"},
+                                        {"--context", "nonsense"},
+                                        {"--context", "backup+"},
+                                        {"--test-points", "many"},
+                                        {"--backup-type", "half"},
+                                        {"--writer-code", "x"},
+                                        {"--then", "forget"},
+                                        {"--then", "1"},
+                                        {"--backup-type", "1"},
+                                        {"--document", "no/such/folder/out.xml"},
+                                        {"--app", "oracle"}};
   for (const Arguments& arguments : cases) {
     SCOPED_TRACE(testing::PrintToString(arguments));
-    ExpectRefused(Snapshot(arguments), "varnelctl: ");
+    ExpectRefused(Snapshot(arguments, 2), "varnelctl: ");
   }
   ExpectRefused(Run({"snapshot", "--app", "none"}), "varnelctl: ");
 }

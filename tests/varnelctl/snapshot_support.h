@@ -18,31 +18,23 @@ inline nlohmann::json DiskJson(const std::string& serial, int number, const std:
           {"volumes", json::array({{{"name", volume}, {"mountPoints", json::array({mountPoint})}}})}};
 }
 
-inline nlohmann::json ComponentJson(const std::string& name, const std::vector<std::string>& directories) {
-  nlohmann::json files = nlohmann::json::array();
-  for (const std::string& directory : directories) files.push_back({{"path", directory}, {"filespec", "*"}});
-  return {{"type", "fileGroup"}, {"logicalPath", "SQL01"}, {"name", name}, {"caption", name}, {"files", files}};
-}
-
 /// A writer with one database on each of two array disks, one on the system disk and one without files.
 inline nlohmann::json SmallHostJson() {
-  using nlohmann::json;
-  return {
-      {"disks",
-       json::array({DiskJson("SYS", 0, "C:\\"), DiskJson("TSL0001", 1, "E:\\"), DiskJson("TSL0002", 2, "F:\\")})},
-      {"providers", json::array({{{"id", "{374579ad-285c-49b9-ab8a-950e0e252de2}"},
-                                  {"name", "Tessel VSS Hardware Provider"},
-                                  {"type", "hardware"},
-                                  {"version", "1.0"}}})},
-      {"writers",
-       json::array({{{"name", "Demo Writer"},
-                     {"writerId", "{00000000-0000-0000-0000-00000000000a}"},
-                     {"instanceId", "{00000000-0000-0000-0000-0000000000aa}"},
-                     {"components",
-                      json::array({ComponentJson("sales", {"E:\\data"}), ComponentJson("crm", {"E:\\data", "F:\\data"}),
-                                   ComponentJson("tools", {"C:\\tools"}), ComponentJson("empty", {})})}}})},
-      {"databases", {{"TSL0001", "sales@sql01"}}},
-      {"computerName", "SQL01"}};
+  nlohmann::json host = nlohmann::json::parse(R"({
+    "providers": [ { "id": "{374579ad-285c-49b9-ab8a-950e0e252de2}", "name": "Tessel VSS Hardware Provider",
+                     "type": "hardware", "version": "1.0" } ],
+    "writers": [ { "name": "Demo Writer", "writerId": "{00000000-0000-0000-0000-00000000000a}",
+      "instanceId": "{00000000-0000-0000-0000-0000000000aa}", "components": [
+        { "type": "fileGroup", "logicalPath": "SQL01", "name": "sales", "caption": "sales",
+          "files": [ { "path": "E:\\data", "filespec": "*" } ] },
+        { "type": "fileGroup", "logicalPath": "SQL01", "name": "crm", "caption": "crm",
+          "files": [ { "path": "E:\\data", "filespec": "*" }, { "path": "F:\\data", "filespec": "*" } ] },
+        { "type": "fileGroup", "logicalPath": "SQL01", "name": "tools", "caption": "tools",
+          "files": [ { "path": "C:\\tools", "filespec": "*" } ] },
+        { "type": "fileGroup", "logicalPath": "SQL01", "name": "empty", "caption": "empty" } ] } ],
+    "databases": { "TSL0001": "sales@sql01" }, "computerName": "SQL01" })");
+  host["disks"] = {DiskJson("SYS", 0, "C:\\"), DiskJson("TSL0001", 1, "E:\\"), DiskJson("TSL0002", 2, "F:\\")};
+  return host;
 }
 
 /// The names of the phases of a snapshot's document.
@@ -55,15 +47,17 @@ inline std::vector<std::string> PhasesOf(const nlohmann::json& outcome) {
 /// Snapshots of no application and of disks TSL0001 and TSL0002, unless the arguments name others.
 class SnapshotFixture : public CliFixture {
  protected:
-  CliResult Snapshot(const Arguments& arguments = {}, varnelctl::InterruptionSource interruption = {}) {
-    return Run(Whole(arguments), std::move(interruption));
+  /// A run that ends with this status.
+  CliResult Snapshot(const Arguments& arguments = {}, int status = 0, varnelctl::InterruptionSource interruption = {}) {
+    const CliResult result = Run(Whole(arguments), std::move(interruption));
+    EXPECT_EQ(result.status, status) << result.err;
+    return result;
   }
   nlohmann::json SnapshotJson(const Arguments& arguments = {}, int status = 0,
                               varnelctl::InterruptionSource interruption = {}) {
     return Document(Whole(arguments), status, std::move(interruption));
   }
 
- private:
   static Arguments Whole(const Arguments& arguments) {
     const auto has = [&](const char* option) {
       return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
