@@ -14,9 +14,12 @@
 #include <vector>
 
 #include "tests/support/host_fixture.h"
+#include "varnelctl/console/text.h"
 #include "varnelctl/run.h"
 
 namespace varnel::test {
+
+using varnelctl::PathOf;
 
 using Arguments = std::vector<std::string>;
 
@@ -39,10 +42,6 @@ inline void ExpectRefused(const CliResult& result, const std::string& start, con
   EXPECT_EQ(result.out, "");
   EXPECT_THAT(result.err, testing::AllOf(testing::StartsWith(start), testing::EndsWith(end)));
   EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
-}
-
-inline std::filesystem::path PathOf(const std::string& argument) {
-  return std::u8string(argument.begin(), argument.end());
 }
 
 inline std::string ReadFile(const std::string& argument) {

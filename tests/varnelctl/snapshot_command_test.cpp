@@ -12,16 +12,7 @@ using testing::StartsWith;
 
 constexpr char kSetId[] = "{00000003-5e1f-4c3d-9a0b-000000000000}";
 
-std::vector<std::string> PathsOf(const json& writer, const std::string& flag) {
-  std::vector<std::string> paths;
-  for (const json& component : writer["components"]) {
-    if (component[flag] == true) paths.push_back(component["fullPath"]);
-  }
-  return paths;
-}
-
-TEST_F(SnapshotCommand, ACleanRunEndsWithTheSetTheComponentsAndWhatWasLeftOut) {
-  EXPECT_EQ(Output(Whole({})), R"(EnumerateDisks ...
+constexpr char kCleanRun[] = R"(EnumerateDisks ...
 EnumerateDisks: done (0 ms)
 ValidateHostConfiguration ...
 ValidateHostConfiguration: done (0 ms)
@@ -68,7 +59,18 @@ Left out
   Demo Writer
     \SQL01\tools: disk "SYS" holds the system
     \SQL01\empty: it has no files
-)");
+)";
+
+std::vector<std::string> PathsOf(const json& writer, const std::string& flag) {
+  std::vector<std::string> paths;
+  for (const json& component : writer["components"]) {
+    if (component[flag] == true) paths.push_back(component["fullPath"]);
+  }
+  return paths;
+}
+
+TEST_F(SnapshotCommand, ACleanRunEndsWithTheSetTheComponentsAndWhatWasLeftOut) {
+  EXPECT_EQ(Output(Whole({})), kCleanRun);
 }
 
 TEST_F(SnapshotCommand, JsonIsOneDocumentWithTheWholeOutcome) {

@@ -47,9 +47,8 @@ Failure FailedCall(std::string_view call, HRESULT hr) {
   Failure failure;
   failure.status = ExitStatus::FailedCall;
   failure.hresult = hr;
-  failure.message =
-      varnel::FormatNarrow("%s failed: %s (0x%08x)",
-                           {call, std::string_view(OneLine(WideToUtf8Lossy(CVarnel::HResult2String(hr)))), hr});
+  failure.message = varnel::FormatNarrow(
+      "%s failed: %s (0x%08x)", {call, std::string_view(OneLine(WideToUtf8Lossy(CVarnel::HResult2String(hr)))), hr});
   return failure;
 }
 
