@@ -6,21 +6,21 @@
 
 namespace varnelctl {
 
-std::unique_ptr<CVarnel> MakeRequestor(const SnapshotOptions& options) {
-  switch (options.application) {
+std::unique_ptr<CVarnel> MakeRequestor(Application application, DWORD testPoints, bool skipDbVerification) {
+  switch (application) {
     case Application::Sql:
-      return std::make_unique<SqlReq>(options.testPoints);
+      return std::make_unique<SqlReq>(testPoints);
     case Application::Exchange: {
-      auto requestor = std::make_unique<ExchangeReq>(options.testPoints);
-      if (options.skipDbVerification) requestor->SetSkipDBVerification();
+      auto requestor = std::make_unique<ExchangeReq>(testPoints);
+      if (skipDbVerification) requestor->SetSkipDBVerification();
       return requestor;
     }
     case Application::HyperV:
-      return std::make_unique<HyperVReq>(options.testPoints);
+      return std::make_unique<HyperVReq>(testPoints);
     case Application::None:
       break;
   }
-  return std::make_unique<CVarnel>(options.testPoints);
+  return std::make_unique<CVarnel>(testPoints);
 }
 
 }  // namespace varnelctl

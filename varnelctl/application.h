@@ -4,11 +4,17 @@
 #include <memory>
 
 #include "core/varnel.h"
-#include "varnelctl/commands/snapshot_options.h"
 
 namespace varnelctl {
 
-/// The requestor of the application that was asked for.
-std::unique_ptr<CVarnel> MakeRequestor(const SnapshotOptions& options);
+enum class Application {
+  None,  ///< none in particular: every writer takes part
+  Sql,
+  Exchange,
+  HyperV,
+};
+
+/// The application's requestor. \param testPoints as for CVarnel. \param skipDbVerification is Exchange's alone.
+std::unique_ptr<CVarnel> MakeRequestor(Application application, DWORD testPoints, bool skipDbVerification);
 
 }  // namespace varnelctl

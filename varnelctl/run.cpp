@@ -5,7 +5,7 @@
 #include <system_error>
 
 #include "platform/tessel/log_sink.h"
-#include "varnelctl/commands/command_line.h"
+#include "varnelctl/command_line.h"
 #include "varnelctl/console/console.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/session.h"

@@ -2,7 +2,8 @@
 #pragma once
 
 #include <filesystem>
-#include <map>
+#include <iomanip>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,17 +33,17 @@ struct AgentOptions {
 template <class Requestor>
 class AgentRun {
  public:
-  explicit AgentRun(AgentOptions options) : options_(std::move(options)) {
+  explicit AgentRun(AgentOptions runOptions) : options(std::move(runOptions)) {
     requestor.SetDiskAndVolumeEnumeratorObj(&enumerator_);
     if (IsRefused()) return;
     providerPresent = requestor.IsTesselVSSProviderPresent();
     writerPresent = requestor.IsWriterPresent(details_);
-    const std::string requestText = "writer=" + std::to_string(options_.writerCode) + ",";
+    const std::string requestText = "writer=" + std::to_string(options.writerCode) + ",";
     details_ = requestText;
     requestTextLength_ = requestText.size();
     outcome = Take();
     completion = OutcomeOf([&] { requestor.SetBackupStatus(StatusCode(outcome), details_); });
-    if (options_.disconnect && (outcome.alertCode == 601 || outcome == Outcome::Returned())) {
+    if (options.disconnect && (outcome.alertCode == 601 || outcome == Outcome::Returned())) {
       requestor.DisconnectSnapshotLuns(details_);
     }
   }
@@ -50,6 +51,7 @@ class AgentRun {
   /// The alert records of the whole request.
   std::string alerts() const { return details_.substr(requestTextLength_); }
 
+  const AgentOptions options;
   Requestor requestor{0};
   DWORD refusal = 0;       ///< the catalog id of a validation that ended the request before it began
   std::string statusWord;  ///< of ValidateVolumes
@@ -64,9 +66,9 @@ class AgentRun {
   bool IsRefused() {
     refusal = requestor.ValidateHostConfiguration(details_);
     if (refusal != 0) return true;
-    const std::vector<std::string> volumes = VolumesOn(enumerator_, options_.disks);
+    const std::vector<std::string> volumes = VolumesOn(enumerator_, options.disks);
     std::vector<std::string> serialNumbers;
-    for (const std::wstring& disk : options_.disks) serialNumbers.push_back(WideToUtf8Lossy(disk));
+    for (const std::wstring& disk : options.disks) serialNumbers.push_back(WideToUtf8Lossy(disk));
     refusal = requestor.ValidateVolumes(volumes, statusWord, details_, serialNumbers, "");
     return refusal != 0;
   }
@@ -74,7 +76,7 @@ class AgentRun {
   // How the request ended before its completion. A set that got through with messages is catalogued and verified too.
   Outcome Take() {
     const Outcome created = OutcomeOf([&] {
-      requestor.SetInputDriveSerialNos(options_.disks);
+      requestor.SetInputDriveSerialNos(options.disks);
       requestor.Initialize(0, L"", false, VSS_BT_FULL, details_, &enumerator_);
       requestor.CreateVssSnapshotSet(details_);
     });
@@ -83,12 +85,11 @@ class AgentRun {
     }
     catalogue = CatalogueLines(requestor);
     databases = requestor.getSuccesfulDBList();
-    if (!options_.verify) return created;
+    if (!options.verify) return created;
     const Outcome verified = OutcomeOf([&] { requestor.VerifySnapShotData(); });
     return verified == Outcome::Returned() ? created : verified;
   }
 
-  AgentOptions options_;
   TesselCommonClasses::DiskAndVolumeEnumerator enumerator_;
   std::string details_;
   std::size_t requestTextLength_ = 0;
@@ -97,6 +98,12 @@ class AgentRun {
 class SampleFixture : public HostFixture {
  protected:
   void Load(const std::string& file) { Install(simulator::LoadHostFile(SampleFolder() / file)); }
+  /// A request on a sample host.
+  template <class Requestor>
+  AgentRun<Requestor> Run(const std::string& file, AgentOptions options) {
+    Load(file);
+    return AgentRun<Requestor>(std::move(options));
+  }
 
   /// The serial numbers of the shadow copies that this host has.
   std::vector<std::string> Copies() {
@@ -106,13 +113,34 @@ class SampleFixture : public HostFixture {
     }
     return serials;
   }
+  /// No shadow copy; and the service is free for the next request, which ends as this one did.
+  template <class Requestor>
+  void ExpectNothingLeft(const AgentRun<Requestor>& run) {
+    EXPECT_THAT(Copies(), IsEmpty());
+    EXPECT_EQ(AgentRun<Requestor>(run.options).outcome, run.outcome);
+  }
 
-  /// What the service was told of each component: `"SQL01", "sales", true`.
+  /// The arguments of each call of this name.
+  std::vector<std::string> ArgumentsOf(const std::string& call) {
+    std::vector<std::string> arguments;
+    for (const std::string& line : host().calls().Of(call)) {
+      const std::size_t begin = line.find('(') + 1;
+      arguments.push_back(line.substr(begin, line.rfind(')') - begin));
+    }
+    return arguments;
+  }
+
+  /// What the service was told of each component: `SQL01\\sales true`.
   std::vector<std::string> Reported() {
     std::vector<std::string> reported;
-    for (const std::string& line : host().calls().Of("IVssBackupComponents::SetBackupSucceeded")) {
-      const std::size_t begin = line.find('"');
-      reported.push_back(line.substr(begin, line.rfind(')') - begin));
+    for (const std::string& line : ArgumentsOf("IVssBackupComponents::SetBackupSucceeded")) {
+      std::istringstream quoted(line.substr(line.find('"')));
+      std::string path;
+      std::string name;
+      std::string told;
+      char comma = 0;
+      quoted >> std::quoted(path, '"', '\0') >> comma >> std::quoted(name, '"', '\0') >> comma >> told;
+      reported.push_back(path + "\\" + name + " " + told);
     }
     return reported;
   }

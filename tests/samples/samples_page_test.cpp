@@ -1,17 +1,10 @@
 // docs/samples.md against the sample hosts: it names every one of them, and each command line on it, run in this
 // process, ends and prints as the page says.
-#include <gmock/gmock.h>
-
-#include <algorithm>
-#include <filesystem>
 #include <map>
 #include <optional>
 #include <set>
-#include <sstream>
-#include <string>
-#include <vector>
 
-#include "simulator/simulated_host.h"
+#include "tests/samples/sample_run.h"
 #include "tests/support/golden.h"
 #include "tests/varnelctl/cli_support.h"
 
@@ -19,7 +12,6 @@ namespace varnel::test {
 namespace {
 
 using testing::ElementsAreArray;
-using testing::IsEmpty;
 using testing::Not;
 
 struct QuotedCommand {
@@ -28,12 +20,9 @@ struct QuotedCommand {
   std::vector<std::string> shown;  // "..." stands for lines left out, and at the end of a line for the rest of it
 };
 
-struct SampleSection {
-  std::vector<QuotedCommand> commands;
-};
-
+// Both by file name.
 struct SamplesPage {
-  std::map<std::string, SampleSection> sections;          // by file name
+  std::map<std::string, std::vector<QuotedCommand>> sections;
   std::map<std::string, std::vector<int>> tableStatuses;  // the last column of the table
 };
 
@@ -78,20 +67,20 @@ class PageReader {
     } else if (line.starts_with("| [`")) {
       const std::size_t lastColumn = line.rfind('|', line.size() - 2);
       page_.tableStatuses[Between(line, '`')] = Numbers(line.substr(lastColumn + 1, line.size() - lastColumn - 2));
-    } else if (line.starts_with("Exit status ") && section_ != nullptr && !section_->commands.empty()) {
+    } else if (line.starts_with("Exit status ") && section_ != nullptr && !section_->empty()) {
       const std::vector<int> numbers = Numbers(line.substr(0, line.find('.')));
-      if (!numbers.empty()) section_->commands.back().status = numbers.front();
+      if (!numbers.empty()) section_->back().status = numbers.front();
     }
   }
 
   void ReadBlockLine(const std::string& line) {
     if (section_ == nullptr) return;
-    if (block_ == "sh") section_->commands.push_back({line, std::nullopt, {}});
-    if (block_ == "text") section_->commands.back().shown.push_back(line);
+    if (block_ == "sh") section_->push_back({line, std::nullopt, {}});
+    if (block_ == "text") section_->back().shown.push_back(line);
   }
 
   SamplesPage page_;
-  SampleSection* section_ = nullptr;
+  std::vector<QuotedCommand>* section_ = nullptr;
   std::string block_;  // the language of the open block
 };
 
@@ -101,7 +90,7 @@ SamplesPage ReadPage() {
 
 std::set<std::string> SampleFiles() {
   std::set<std::string> files;
-  for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(VARNEL_EXAMPLES) / "hosts")) {
+  for (const auto& entry : std::filesystem::directory_iterator(SampleFolder())) {
     if (entry.path().extension() == ".json") files.insert(entry.path().filename().string());
   }
   return files;
@@ -110,7 +99,7 @@ std::set<std::string> SampleFiles() {
 // The page's paths are those of the checkout.
 CliResult RunQuoted(const std::string& command) {
   constexpr std::string_view kFolder = "examples/";
-  std::vector<std::string> arguments = SplitAtBlanks(command);
+  Arguments arguments = SplitAtBlanks(command);
   arguments.erase(arguments.begin());
   for (std::string& argument : arguments) {
     if (argument.starts_with(kFolder)) argument = VARNEL_EXAMPLES "/" + argument.substr(kFolder.size());
@@ -142,19 +131,19 @@ std::vector<std::string> Missing(const std::vector<std::string>& shown, const st
 
 TEST(SamplesPage, HasASectionAndATableRowForEverySampleHost) {
   const SamplesPage page = ReadPage();
-  std::vector<std::string> sections;
-  std::vector<std::string> rows;
-  for (const auto& [file, section] : page.sections) sections.push_back(file);
-  for (const auto& [file, statuses] : page.tableStatuses) rows.push_back(file);
+  std::set<std::string> sections;
+  std::set<std::string> rows;
+  for (const auto& [file, section] : page.sections) sections.insert(file);
+  for (const auto& [file, statuses] : page.tableStatuses) rows.insert(file);
 
-  EXPECT_THAT(sections, ElementsAreArray(SampleFiles()));
-  EXPECT_THAT(rows, ElementsAreArray(SampleFiles()));
+  EXPECT_EQ(sections, SampleFiles());
+  EXPECT_EQ(rows, SampleFiles());
 }
 
 TEST(SamplesPage, EverySampleHostLoads) {
   for (const std::string& file : SampleFiles()) {
     SCOPED_TRACE(file);
-    EXPECT_NO_THROW(simulator::LoadHostFile(std::filesystem::path(VARNEL_EXAMPLES) / "hosts" / file));
+    EXPECT_NO_THROW(simulator::LoadHostFile(SampleFolder() / file));
   }
 }
 
@@ -163,7 +152,7 @@ TEST(SamplesPage, TheTableTellsTheExitStatusesOfTheSections) {
   for (const auto& [file, section] : page.sections) {
     SCOPED_TRACE(file);
     std::vector<int> statuses;
-    for (const QuotedCommand& command : section.commands) {
+    for (const QuotedCommand& command : section) {
       if (command.status) statuses.push_back(*command.status);
     }
     ASSERT_TRUE(page.tableStatuses.contains(file));
@@ -173,8 +162,8 @@ TEST(SamplesPage, TheTableTellsTheExitStatusesOfTheSections) {
 
 TEST(SamplesPage, EveryCommandEndsAndPrintsAsThePageSays) {
   for (const auto& [file, section] : ReadPage().sections) {
-    EXPECT_THAT(section.commands, Not(IsEmpty())) << file;
-    for (const QuotedCommand& command : section.commands) {
+    EXPECT_THAT(section, Not(IsEmpty())) << file;
+    for (const QuotedCommand& command : section) {
       SCOPED_TRACE(command.line);
       ASSERT_TRUE(command.line.starts_with("varnelctl --host examples/hosts/" + file + " "));
       ASSERT_TRUE(command.status) << "the page does not say how it ends";

@@ -1,9 +1,5 @@
 // varnelctl snapshot for the applications, on the sample hosts.
-#include <gmock/gmock.h>
-
-#include <nlohmann/json.hpp>
-
-#include "tests/support/host_fixture.h"
+#include "tests/support/golden.h"
 #include "tests/varnelctl/snapshot_support.h"
 
 namespace varnel::test {
@@ -20,43 +16,31 @@ json SampleJson(const std::string& name) {
   return json::parse(ReadFile(std::string(VARNEL_EXAMPLES "/hosts/") + name), nullptr, true, true);
 }
 
-class ApplicationSnapshot : public testing::Test {
+class ApplicationSnapshot : public SnapshotFixture {
  protected:
-  CliResult Snapshot(const json& host, std::vector<std::string> arguments) {
-    std::vector<std::string> all = {"--host", folder.Write("host.json", host.dump()), "snapshot"};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    return RunCli(std::move(all));
-  }
-  json SnapshotJson(const json& host, std::vector<std::string> arguments, int status) {
-    arguments.push_back("--json");
-    const CliResult result = Snapshot(host, std::move(arguments));
-    EXPECT_EQ(result.status, status) << result.err;
-    return json::parse(result.out);
-  }
+  explicit ApplicationSnapshot(const std::string& sample) { hostFile = SampleJson(sample); }
+
   // The lines of the call log that start so.
-  std::vector<std::string> LinesOf(const std::string& start) {
-    std::vector<std::string> found;
-    std::istringstream lines(ReadFile(std::u8string(calls.begin(), calls.end())));
-    for (std::string line; std::getline(lines, line);) {
-      if (line.starts_with(start)) found.push_back(line);
-    }
-    return found;
+  std::vector<std::string> SavedCalls(const std::string& start) {
+    std::vector<std::string> lines = LinesOf(ReadFile(calls));
+    std::erase_if(lines, [&](const std::string& line) { return !line.starts_with(start); });
+    return lines;
   }
 
-  TemporaryFolder folder;
-  const std::string calls = folder.Argument("calls.txt");
+  const std::string calls = folder.File("calls.txt");
 };
 
 // SQL Server
 
 class SqlSnapshot : public ApplicationSnapshot {
  protected:
-  const json host = SampleJson("sql-server.json");
-  const std::vector<std::string> arguments = {"--app", "sql", "--disk", "TSL0001", "TSL0002", "TSL0003"};
+  SqlSnapshot() : ApplicationSnapshot("sql-server.json") {}
+
+  const Arguments arguments = {"--app", "sql", "--disk", "TSL0001", "TSL0002", "TSL0003"};
 };
 
 TEST_F(SqlSnapshot, TakesTheSqlWritersOnly) {
-  const json outcome = SnapshotJson(host, arguments, 0);
+  const json outcome = SnapshotJson(arguments);
 
   for (const json& writer : outcome["writers"]) {
     EXPECT_EQ(writer["excluded"], writer["name"] != "SqlServerWriter") << writer["name"];
@@ -65,61 +49,57 @@ TEST_F(SqlSnapshot, TakesTheSqlWritersOnly) {
 }
 
 TEST_F(SqlSnapshot, CataloguesDatabasesByTheirPaths) {
-  const json outcome = SnapshotJson(host, arguments, 0);
+  const json outcome = SnapshotJson(arguments);
 
   EXPECT_EQ(outcome["catalog"]["TSL0001"],
             json::parse(
                 R"({"appObjectIds":["\\SQL01\\master","\\SQL01\\model","\\SQL01\\msdb","\\SQL01\\sales","\\SQL01\\crm"],
                             "appObjectNames":[],"otherObjectIds":[],"otherObjectNames":[]})"));
-  EXPECT_THAT(Snapshot(host, arguments).out, HasSubstr("\nCatalogue by disk\n"
-                                                       "  disk \"TSL0001\"\n"
-                                                       "    object id    \\SQL01\\master\n"
-                                                       "    object id    \\SQL01\\model\n"
-                                                       "    object id    \\SQL01\\msdb\n"
-                                                       "    object id    \\SQL01\\sales\n"
-                                                       "    object id    \\SQL01\\crm\n"
-                                                       "  disk \"TSL0002\"\n"));
+  EXPECT_THAT(Snapshot(arguments).out, HasSubstr("\nCatalogue by disk\n"
+                                                 "  disk \"TSL0001\"\n"
+                                                 "    object id    \\SQL01\\master\n"
+                                                 "    object id    \\SQL01\\model\n"
+                                                 "    object id    \\SQL01\\msdb\n"
+                                                 "    object id    \\SQL01\\sales\n"
+                                                 "    object id    \\SQL01\\crm\n"
+                                                 "  disk \"TSL0002\"\n"));
 }
 
 TEST_F(SqlSnapshot, WritersOfOtherApplicationsAreLeftOutInOneLineEach) {
-  EXPECT_THAT(Snapshot(host, arguments).out,
-              EndsWith("Left out\n"
-                       "  Task Scheduler Writer: not a writer of this application\n"
-                       "  VSS Metadata Store Writer: not a writer of this application\n"
-                       "  Performance Counters Writer: not a writer of this application\n"
-                       "  System Writer: not a writer of this application\n"
-                       "  ASR Writer: not a writer of this application\n"
-                       "  SqlServerWriter\n"
-                       "    \\SQL01\\archive: not in the protection set: disk \"TSL0004\"\n"
-                       "    \\SQL01\\tools: disk \"LOCAL-SSD-0001\" holds the system\n"
-                       "  Registry Writer: not a writer of this application\n"
-                       "  COM+ REGDB Writer: not a writer of this application\n"
-                       "  WMI Writer: not a writer of this application\n"));
+  EXPECT_THAT(Snapshot(arguments).out, EndsWith("Left out\n"
+                                                "  Task Scheduler Writer: not a writer of this application\n"
+                                                "  VSS Metadata Store Writer: not a writer of this application\n"
+                                                "  Performance Counters Writer: not a writer of this application\n"
+                                                "  System Writer: not a writer of this application\n"
+                                                "  ASR Writer: not a writer of this application\n"
+                                                "  SqlServerWriter\n"
+                                                "    \\SQL01\\archive: not in the protection set: disk \"TSL0004\"\n"
+                                                "    \\SQL01\\tools: disk \"LOCAL-SSD-0001\" holds the system\n"
+                                                "  Registry Writer: not a writer of this application\n"
+                                                "  COM+ REGDB Writer: not a writer of this application\n"
+                                                "  WMI Writer: not a writer of this application\n"));
 }
 
 TEST_F(SqlSnapshot, AnExtraDiskIsCataloguedWithItsVolumes) {
-  json withFewer = host;
-  for (json& writer : withFewer["writers"]) {
-    if (writer["name"] != "SqlServerWriter") continue;
+  for (json& writer : hostFile["writers"]) {
+    if (!writer.contains("components")) continue;
     json& components = writer["components"];
     components.erase(std::remove_if(components.begin(), components.end(),
                                     [](const json& component) { return component["name"] == "archive"; }),
                      components.end());
   }
-  const CliResult result = Snapshot(
-      withFewer, {"--app", "sql", "--disk", "TSL0001", "TSL0002", "TSL0003", "TSL0004", "--accept-extra-volumes"});
+  const CliResult result =
+      Snapshot({"--app", "sql", "--disk", "TSL0001", "TSL0002", "TSL0003", "TSL0004", "--accept-extra-volumes"});
 
-  EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_THAT(result.out, HasSubstr("  disk \"tsl0004\"\n"
                                     "    other id     \\\\?\\Volume{5f1c0a25-7d1e-4c55-9a60-1b2c3d4e5f05}\\\n"
                                     "    other name   G:\\\n"));
 }
 
 TEST_F(SqlSnapshot, AHostWithoutItsWriterIsWarnedOfAndRefused) {
-  const CliResult result =
-      Snapshot(SampleJson("exchange.json"), {"--app", "sql", "--disk", "TSL1001", "--then", "mask"});
+  hostFile = SampleJson("exchange.json");
+  const CliResult result = Snapshot({"--app", "sql", "--disk", "TSL1001", "--then", "mask"}, 12);
 
-  EXPECT_EQ(result.status, 12);
   EXPECT_EQ(result.err,
             "varnelctl: warning: no writer of this application is present on this host\n"
             "varnelctl: warning: --then mask is left out: no snapshot set was taken\n"
@@ -131,91 +111,87 @@ TEST_F(SqlSnapshot, AHostWithoutItsWriterIsWarnedOfAndRefused) {
 
 class ExchangeSnapshot : public ApplicationSnapshot {
  protected:
-  json host = SampleJson("exchange.json");
+  ExchangeSnapshot() : ApplicationSnapshot("exchange.json") {}
 
-  std::vector<std::string> Arguments(std::vector<std::string> more) {
+  Arguments With(Arguments more) {
     more.insert(more.begin(), {"--app", "exchange", "--disk", "TSL1001", "TSL1002", "--calls", calls});
     return more;
   }
 };
 
 TEST_F(ExchangeSnapshot, VerifiesDatabasesAndLogsOnTheSnapshot) {
-  const json outcome = SnapshotJson(host, Arguments({"--verify"}), 0);
+  const json outcome = SnapshotJson(With({"--verify"}));
 
   const std::vector<std::string> phases = PhasesOf(outcome);
   EXPECT_THAT(std::vector<std::string>(phases.end() - 3, phases.end()),
               ElementsAre("GetSnapshotMeatadata", "VerifySnapShotData", "SetBackupStatus"));
-  EXPECT_THAT(LinesOf("CreateProcessW("),
+  EXPECT_THAT(SavedCalls("CreateProcessW("),
               ElementsAre(HasSubstr("MDB1.edb"), HasSubstr("E00"), HasSubstr("MDB2.edb"), HasSubstr("E01")));
-  EXPECT_THAT(LinesOf("CreateProcessW(")[0],
+  EXPECT_THAT(SavedCalls("CreateProcessW(")[0],
               StartsWith("CreateProcessW(eseutil.exe /k /i \"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1\\"));
 }
 
 TEST_F(ExchangeSnapshot, WithoutVerifyNothingIsRun) {
-  EXPECT_EQ(Snapshot(host, Arguments({})).status, 0);
-  EXPECT_THAT(LinesOf("CreateProcessW("), IsEmpty());
+  Snapshot(With({}));
+  EXPECT_THAT(SavedCalls("CreateProcessW("), IsEmpty());
 }
 
 TEST_F(ExchangeSnapshot, DatabasesCanBeLeftUnverified) {
-  EXPECT_EQ(Snapshot(host, Arguments({"--verify", "--skip-db-verification"})).status, 0);
-  EXPECT_THAT(LinesOf("CreateProcessW("), ElementsAre(HasSubstr("E00"), HasSubstr("E01")));
+  Snapshot(With({"--verify", "--skip-db-verification"}));
+  EXPECT_THAT(SavedCalls("CreateProcessW("), ElementsAre(HasSubstr("E00"), HasSubstr("E01")));
 }
 
 TEST_F(ExchangeSnapshot, ADamagedFileEndsWith13AndTheSetIsDeleted) {
-  host["commands"].insert(host["commands"].begin(), json::parse(R"({"match": "*MDB2.edb*", "exitCode": 1})"));
-  host["messages"]["1"] = "Incorrect function.\r\n";
-  const CliResult result = Snapshot(host, Arguments({"--verify", "--context", "app-rollback", "--disconnect"}));
+  hostFile["commands"].insert(hostFile["commands"].begin(), json::parse(R"({"match": "*MDB2.edb*", "exitCode": 1})"));
+  hostFile["messages"]["1"] = "Incorrect function.\r\n";
+  const CliResult result = Snapshot(With({"--verify", "--context", "app-rollback", "--disconnect"}), 13);
 
-  EXPECT_EQ(result.status, 13);
   EXPECT_THAT(result.out, AllOf(HasSubstr("VerifySnapShotData: failed (0 ms)\nSetBackupStatus ...\n"),
                                 HasSubstr("}: deleted, because the request failed\n")));
   EXPECT_THAT(result.err, StartsWith("varnelctl: warning: --disconnect is left out: the set was deleted because the "
                                      "request failed\nvarnelctl: "));
-  EXPECT_THAT(LinesOf("CreateProcessW("), ElementsAre(HasSubstr("MDB1.edb"), HasSubstr("E00"), HasSubstr("MDB2.edb")))
+  EXPECT_THAT(SavedCalls("CreateProcessW("),
+              ElementsAre(HasSubstr("MDB1.edb"), HasSubstr("E00"), HasSubstr("MDB2.edb")))
       << "the first damaged file ends the verification";
-  EXPECT_EQ(LinesOf("IVssBackupComponents::DeleteSnapshots(").size(), 1u);
-  EXPECT_THAT(LinesOf("IVssBackupComponents::SetBackupSucceeded("),
+  EXPECT_EQ(SavedCalls("IVssBackupComponents::DeleteSnapshots(").size(), 1u);
+  EXPECT_THAT(SavedCalls("IVssBackupComponents::SetBackupSucceeded("),
               ElementsAre(EndsWith(", false) = S_OK"), EndsWith(", false) = S_OK")));
 }
 
 TEST_F(ExchangeSnapshot, ATestPointFailsTheVerification) {
-  EXPECT_EQ(Snapshot(host, Arguments({"--test-points", "0x2"})).status, 0) << "nothing is verified";
-  const json outcome = SnapshotJson(host, Arguments({"--test-points", "0x2", "--verify"}), 13);
+  Snapshot(With({"--test-points", "0x2"}));  // nothing is verified
+  const json outcome = SnapshotJson(With({"--test-points", "0x2", "--verify"}), 13);
 
   EXPECT_EQ(outcome["result"]["alertCode"], 603);
   EXPECT_EQ(outcome["setState"], "deleted");
-  EXPECT_THAT(LinesOf("CreateProcessW("), IsEmpty());
+  EXPECT_THAT(SavedCalls("CreateProcessW("), IsEmpty());
 }
 
 TEST_F(ExchangeSnapshot, OnlyExchangeHasAVerificationOfDatabasesToSkip) {
-  const CliResult result = Snapshot(host, {"--app", "sql", "--disk", "TSL1001", "--skip-db-verification"});
-
-  EXPECT_EQ(result.status, 2);
-  EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err, "varnelctl: --skip-db-verification goes with --app exchange only\n");
+  ExpectRefused(Snapshot({"--app", "sql", "--disk", "TSL1001", "--skip-db-verification"}, 2),
+                "varnelctl: --skip-db-verification goes with --app exchange only\n");
 }
 
 // Hyper-V
 
 class HyperVSnapshot : public ApplicationSnapshot {
  protected:
-  json host = SampleJson("hyperv-cluster.json");
+  HyperVSnapshot() : ApplicationSnapshot("hyperv-cluster.json") {}
 };
 
 TEST_F(HyperVSnapshot, CataloguesMachinesByIdAndName) {
-  const json outcome = SnapshotJson(host, {"--app", "hyperv", "--disk", "TSL2001"}, 0);
+  const json outcome = SnapshotJson({"--app", "hyperv", "--disk", "TSL2001"});
 
   EXPECT_EQ(outcome["catalog"]["TSL2001"]["appObjectNames"], json({"WEB01", "APP01"}));
 }
 
 TEST_F(HyperVSnapshot, AMachineThatFailsEndsWith11AndTheSetHoldsTheOthers) {
-  host["faults"] = json::parse(R"([ { "writer": "Microsoft Hyper-V VSS Writer", "event": "postSnapshot",
+  hostFile["faults"] = json::parse(R"([ { "writer": "Microsoft Hyper-V VSS Writer", "event": "postSnapshot",
       "failure": "VSS_E_WRITERERROR_PARTIAL_FAILURE",
       "components": [ { "fullPath": "\\DC36FC90-2248-4D70-ACA4-A1A9F5B19F71", "failure": "VSS_E_WRITERERROR_TIMEOUT",
                         "applicationResult": "0x1", "applicationMessage": "guest busy" } ] } ])");
-  const CliResult result = Snapshot(host, {"--app", "hyperv", "--disk", "TSL2001", "--context", "app-rollback"});
+  const CliResult result = Snapshot({"--app", "hyperv", "--disk", "TSL2001", "--context", "app-rollback"}, 11);
 
-  EXPECT_EQ(result.status, 11);
   EXPECT_THAT(result.out, AllOf(HasSubstr("}: kept until it is deleted\n"),
                                 HasSubstr("Captured application-consistent\n"
                                           "  Microsoft Hyper-V VSS Writer\n"
@@ -232,79 +208,77 @@ TEST_F(HyperVSnapshot, AMachineThatFailsEndsWith11AndTheSetHoldsTheOthers) {
 struct Refusal {
   int id;
   const char* name;
-  std::vector<std::string> disks;
-  const char* change;  // merged into the host
-  const char* err;
+  Arguments disks;
+  std::string message;
+  std::string status;
+  std::string advice;         // the rest of the alert record
+  const char* change = "{}";  // merged into the host
+
+  std::string Err() const {
+    return "varnelctl: " + message + "\n  status " + status + "\nError, status=" + status +
+           ", rc=ConfigError, ca=" + advice + ";\n";
+  }
 };
 
 std::vector<Refusal> Refusals() {
-  return {
-      {250,
-       "CsvWithOtherClusteredVolumes",
-       {"TSL2001", "TSL2003"},
-       "{}",
-       "varnelctl: Combining cluster shared volumes (CSVs) and non-CSVs in same volume collection is not supported.\n"
-       "  status TesselHyperVValidation_MixOfCSV_NonCSVVolumes\n"
-       "Error, status=TesselHyperVValidation_MixOfCSV_NonCSVVolumes, rc=ConfigError, ca=CheckVolumeCollection"
-       "CSV:\\\\?\\Volume{a37f5c42-1b8e-4f60-b5d1-3d4e5f6a7b02}\\"
-       "Non CSV:\\\\?\\Volume{a37f5c44-1b8e-4f60-b5d1-3d4e5f6a7b04}\\;\n"},
-      {251,
-       "AClusteredVolumeThatIsNoCsv",
-       {"TSL2003"},
-       "{}",
-       "varnelctl: One or more volumes in volume collection are clustered but not configured as CSV. Hyper-V VSS "
-       "snapshot for non-CSV clustered volume is not supported.\n"
-       "  status TesselHyperVValidation_ClusterDiskFound\n"
-       "Error, status=TesselHyperVValidation_ClusterDiskFound, rc=ConfigError, ca=CheckVolumeCollection"
-       "Cluster Disk:\\\\?\\Volume{a37f5c44-1b8e-4f60-b5d1-3d4e5f6a7b04}\\;\n"},
-      {253,
-       "ClusteredWithStandAloneVolumes",
-       {"TSL2001", "TSL2004"},
-       "{}",
-       "varnelctl: Combining cluster and non-cluster Windows volumes in same volume collection is not supported.\n"
-       "  status TesselHyperVValidation_MixOfStandalone_ClusterVolumes\n"
-       "Error, status=TesselHyperVValidation_MixOfStandalone_ClusterVolumes, rc=ConfigError, ca=CheckVolumeCollection"
-       "Clustered:\\\\?\\Volume{a37f5c42-1b8e-4f60-b5d1-3d4e5f6a7b02}\\"
-       "Standalone:\\\\?\\Volume{a37f5c45-1b8e-4f60-b5d1-3d4e5f6a7b05}\\;\n"},
-      {254,
-       "AnOperatingSystemThatIsNoServer",
-       {"TSL2001"},
-       R"({"os": {"server": false}})",
-       "varnelctl: Version of operating system running on the host is not supported by this feature.\n"
-       "  status UnsupportedOSVersion\n"
-       "Error, status=UnsupportedOSVersion, rc=ConfigError, ca=CheckHostOSVersion;\n"},
-      {255,
-       "AMissingHotfix",
-       {"TSL2001"},
-       R"({"files": {"C:\\Windows\\system32\\Vmms.exe": {"version": "6.3.9600.17119"}}})",
-       "varnelctl: Host is missing some of the hotfixes required for using this feature.\n"
-       "  status MissingHotfixes\n"
-       "Error, status=MissingHotfixes, rc=ConfigError, ca=VerifyRequiredHotfixes;\n"},
-  };
+  return {{250,
+           "CsvWithOtherClusteredVolumes",
+           {"TSL2001", "TSL2003"},
+           "Combining cluster shared volumes (CSVs) and non-CSVs in same volume collection is not supported.",
+           "TesselHyperVValidation_MixOfCSV_NonCSVVolumes",
+           "CheckVolumeCollectionCSV:\\\\?\\Volume{a37f5c42-1b8e-4f60-b5d1-3d4e5f6a7b02}\\"
+           "Non CSV:\\\\?\\Volume{a37f5c44-1b8e-4f60-b5d1-3d4e5f6a7b04}\\"},
+          {251,
+           "AClusteredVolumeThatIsNoCsv",
+           {"TSL2003"},
+           "One or more volumes in volume collection are clustered but not configured as CSV. Hyper-V VSS snapshot for "
+           "non-CSV clustered volume is not supported.",
+           "TesselHyperVValidation_ClusterDiskFound",
+           "CheckVolumeCollectionCluster Disk:\\\\?\\Volume{a37f5c44-1b8e-4f60-b5d1-3d4e5f6a7b04}\\"},
+          {253,
+           "ClusteredWithStandAloneVolumes",
+           {"TSL2001", "TSL2004"},
+           "Combining cluster and non-cluster Windows volumes in same volume collection is not supported.",
+           "TesselHyperVValidation_MixOfStandalone_ClusterVolumes",
+           "CheckVolumeCollectionClustered:\\\\?\\Volume{a37f5c42-1b8e-4f60-b5d1-3d4e5f6a7b02}\\"
+           "Standalone:\\\\?\\Volume{a37f5c45-1b8e-4f60-b5d1-3d4e5f6a7b05}\\"},
+          {254,
+           "AnOperatingSystemThatIsNoServer",
+           {"TSL2001"},
+           "Version of operating system running on the host is not supported by this feature.",
+           "UnsupportedOSVersion",
+           "CheckHostOSVersion",
+           R"({"os": {"server": false}})"},
+          {255,
+           "AMissingHotfix",
+           {"TSL2001"},
+           "Host is missing some of the hotfixes required for using this feature.",
+           "MissingHotfixes",
+           "VerifyRequiredHotfixes",
+           R"({"files": {"C:\\Windows\\system32\\Vmms.exe": {"version": "6.3.9600.17119"}}})"}};
 }
 
 class HyperVRefusal : public HyperVSnapshot, public testing::WithParamInterface<Refusal> {
  protected:
-  std::vector<std::string> Arguments() {
-    std::vector<std::string> arguments = {"--app", "hyperv", "--disk"};
+  void SetUp() override {
+    HyperVSnapshot::SetUp();
+    hostFile.merge_patch(json::parse(GetParam().change));
     arguments.insert(arguments.end(), GetParam().disks.begin(), GetParam().disks.end());
-    return arguments;
   }
+
+  Arguments arguments = {"--app", "hyperv", "--disk"};
 };
 
 TEST_P(HyperVRefusal, EndsWith16AndTheCataloguesMessage) {
-  host.merge_patch(json::parse(GetParam().change));
-  const CliResult result = Snapshot(host, Arguments());
+  const CliResult result = Snapshot(arguments, 16);
 
-  EXPECT_EQ(result.status, 16);
-  EXPECT_EQ(result.err, GetParam().err);
+  EXPECT_EQ(result.err, GetParam().Err());
   EXPECT_THAT(result.out, EndsWith(": failed (0 ms)\nSetBackupStatus ...\nSetBackupStatus: done (0 ms)\n\n"
                                    "Snapshot set: not taken\n"));
 }
 
 TEST_P(HyperVRefusal, IsTheResultOfTheDocument) {
-  host.merge_patch(json::parse(GetParam().change));
-  const json outcome = SnapshotJson(host, Arguments(), 16);
+  const json outcome = SnapshotJson(arguments, 16);
 
   EXPECT_EQ(outcome["result"]["alertCode"], GetParam().id);
   EXPECT_EQ(outcome["result"]["hresult"], nullptr);
@@ -316,8 +290,8 @@ INSTANTIATE_TEST_SUITE_P(Rules, HyperVRefusal, testing::ValuesIn(Refusals()),
                          [](const auto& refusal) { return std::string(refusal.param.name); });
 
 TEST_F(HyperVSnapshot, OtherApplicationsAreNotValidated) {
-  host["os"]["server"] = false;
-  EXPECT_EQ(Snapshot(host, {"--app", "none", "--disk", "TSL2001"}).status, 0);
+  hostFile["os"]["server"] = false;
+  Snapshot({"--disk", "TSL2001"});
 }
 
 }  // namespace

@@ -1,19 +1,27 @@
-// Runs varnelctl in the test's own process, on host files in a folder that goes with the test.
+// Runs varnelctl in the test's own process and looks at its status, its text and its JSON documents.
 #pragma once
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "tests/support/host_fixture.h"
+#include "varnelctl/console/text.h"
 #include "varnelctl/run.h"
 
 namespace varnel::test {
+
+using varnelctl::PathOf;
+
+using Arguments = std::vector<std::string>;
 
 struct CliResult {
   int status;
@@ -21,23 +29,27 @@ struct CliResult {
   std::string err;
 };
 
-inline CliResult RunCli(std::vector<std::string> arguments, varnelctl::InterruptionSource interruption = {}) {
+inline CliResult RunCli(Arguments arguments, varnelctl::InterruptionSource interruption = {}) {
   std::ostringstream out;
   std::ostringstream err;
   const int status = varnelctl::RunVarnelctl(std::move(arguments), out, err, false, std::move(interruption));
   return {status, out.str(), err.str()};
 }
 
-inline bool IsOneLine(const std::string& text) {
-  return text.ends_with('\n') && std::count(text.begin(), text.end(), '\n') == 1;
+/// Status 2, one line that starts and ends so, and nothing else.
+inline void ExpectRefused(const CliResult& result, const std::string& start, const std::string& end = "\n") {
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.out, "");
+  EXPECT_THAT(result.err, testing::AllOf(testing::StartsWith(start), testing::EndsWith(end)));
+  EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
 }
 
-inline std::string ReadFile(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
+inline std::string ReadFile(const std::string& argument) {
+  std::ifstream file(PathOf(argument), std::ios::binary);
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-/// A new folder, removed with everything in it.
+/// A new folder, removed with everything in it. Files are named as arguments of varnelctl.
 class TemporaryFolder {
  public:
   TemporaryFolder() {
@@ -53,19 +65,72 @@ class TemporaryFolder {
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
-  /// The path as an argument of varnelctl.
-  std::string Argument(const std::string& name) const {
-    const std::u8string path = (path_ / std::u8string(name.begin(), name.end())).u8string();
+  std::string File(const std::string& name) const {
+    const std::u8string path = (path_ / PathOf(name)).u8string();
     return {path.begin(), path.end()};
   }
-  /// Writes a file and returns its path as an argument.
   std::string Write(const std::string& name, const std::string& text) const {
-    std::ofstream(path_ / std::u8string(name.begin(), name.end()), std::ios::binary) << text;
-    return Argument(name);
+    std::ofstream(path_ / PathOf(name), std::ios::binary) << text;
+    return File(name);
   }
 
  private:
   std::filesystem::path path_;
+};
+
+/// varnelctl on the fixture's host; on that of a host file where `hostFile` is the document of one.
+class CliFixture : public HostFixture {
+ protected:
+  CliResult Run(Arguments arguments, varnelctl::InterruptionSource interruption = {}) {
+    if (!hostFile.is_null())
+      arguments.insert(arguments.begin(), {"--host", folder.Write("host.json", hostFile.dump())});
+    return RunCli(std::move(arguments), std::move(interruption));
+  }
+  /// The text of a run without any trouble.
+  std::string Output(Arguments arguments) {
+    const CliResult result = Run(std::move(arguments));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+    return result.out;
+  }
+  /// The document of a run that ends so; `err` has what it says of trouble.
+  nlohmann::json Document(Arguments arguments, int status = 0, varnelctl::InterruptionSource interruption = {}) {
+    arguments.emplace_back("--json");
+    const CliResult result = Run(std::move(arguments), std::move(interruption));
+    EXPECT_EQ(result.status, status) << result.err;
+    err = result.err;
+    return nlohmann::json::parse(result.out);
+  }
+  void Fail(const std::string& call, HRESULT result, int nth = 1) {
+    host().faults().FailCall(call, static_cast<DWORD>(result), nth);
+  }
+  /// Runs this again and again on `model`, each time with another call that fails, until the run has fewer calls.
+  /// Nothing may stay behind or be given back wrongly; `check` looks at the rest of each run.
+  template <class Check>
+  void FailEachCall(const simulator::HostModel& model, const Arguments& arguments, Check check) {
+    constexpr int kMoreThanAnyRun = 2000;
+    for (int n = 1; n < kMoreThanAnyRun; ++n) {
+      Install(model).faults().FailNthCall(n, static_cast<DWORD>(E_FAIL));
+      const CliResult result = Run(arguments);
+
+      SCOPED_TRACE("call " + std::to_string(n) + ": " + host().faults().firedAt());
+      EXPECT_EQ(host().live().Describe(), "");
+      EXPECT_THAT(host().live().misuses(), IsEmpty());
+      EXPECT_THAT(result.err, testing::AnyOf(testing::StartsWith("varnelctl: "), IsEmpty()));
+      const bool fired = host().faults().fired();
+      check(result);
+      if (fired) continue;
+      EXPECT_EQ(result.status, 0);
+      return;
+    }
+    FAIL() << "the run never came to its end";
+  }
+  /// The calls of the fixture's host.
+  std::vector<std::string> CallsOf(const std::string& call) { return host().calls().Of(call); }
+
+  TemporaryFolder folder;
+  nlohmann::json hostFile;
+  std::string err;
 };
 
 }  // namespace varnel::test

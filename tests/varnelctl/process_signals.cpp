@@ -52,15 +52,13 @@ INSTANTIATE_TEST_SUITE_P(Signals, ProcessSignals, testing::Values(SIGINT, SIGTER
 
 TEST_F(SnapshotCommand, ASignalEndsTheRunBehindThePresentPhase) {
   testing::internal::CaptureStderr();
-  const std::string host = folder.Write("host.json", SmallHostJson().dump());
-  const CliResult result = RunCli({"--host", host, "snapshot", "--app", "none", "--disk", "TSL0001", "TSL0002"}, [] {
+  const CliResult result = Snapshot({}, 1, [] {
     auto watch = varnelctl::WatchProcess();
     std::raise(SIGINT);
     return watch;
   });
   testing::internal::GetCapturedStderr();
 
-  EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "varnelctl: interrupted before anything was done\n");
 }
 

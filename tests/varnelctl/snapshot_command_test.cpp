@@ -1,12 +1,8 @@
 // varnelctl snapshot: what it prints, saves and ends with.
-#include <gmock/gmock.h>
-
 #include <cstdlib>
-#include <nlohmann/json.hpp>
 
-#include "tests/support/host_fixture.h"
 #include "tests/varnelctl/snapshot_support.h"
-#include "varnelctl/commands/snapshot_options.h"
+#include "varnelctl/sets/snapshot_options.h"
 
 namespace varnel::test {
 namespace {
@@ -16,20 +12,7 @@ using testing::StartsWith;
 
 constexpr char kSetId[] = "{00000003-5e1f-4c3d-9a0b-000000000000}";
 
-std::vector<std::string> PathsOf(const json& writer, const std::string& flag) {
-  std::vector<std::string> paths;
-  for (const json& component : writer["components"]) {
-    if (component[flag] == true) paths.push_back(component["fullPath"]);
-  }
-  return paths;
-}
-
-TEST_F(SnapshotCommand, ACleanRunEndsWithTheSetTheComponentsAndWhatWasLeftOut) {
-  const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002"});
-
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.err, "");
-  EXPECT_EQ(result.out, R"(EnumerateDisks ...
+constexpr char kCleanRun[] = R"(EnumerateDisks ...
 EnumerateDisks: done (0 ms)
 ValidateHostConfiguration ...
 ValidateHostConfiguration: done (0 ms)
@@ -76,11 +59,22 @@ Left out
   Demo Writer
     \SQL01\tools: disk "SYS" holds the system
     \SQL01\empty: it has no files
-)");
+)";
+
+std::vector<std::string> PathsOf(const json& writer, const std::string& flag) {
+  std::vector<std::string> paths;
+  for (const json& component : writer["components"]) {
+    if (component[flag] == true) paths.push_back(component["fullPath"]);
+  }
+  return paths;
+}
+
+TEST_F(SnapshotCommand, ACleanRunEndsWithTheSetTheComponentsAndWhatWasLeftOut) {
+  EXPECT_EQ(Output(Whole({})), kCleanRun);
 }
 
 TEST_F(SnapshotCommand, JsonIsOneDocumentWithTheWholeOutcome) {
-  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002"}, 0);
+  const json outcome = SnapshotJson();
 
   EXPECT_EQ(outcome["snapshotSetId"], kSetId);
   EXPECT_EQ(outcome["result"], json::parse(R"({"alertCode":0,"hresult":null,"message":"","details":[]})"));
@@ -101,11 +95,10 @@ TEST_F(SnapshotCommand, JsonIsOneDocumentWithTheWholeOutcome) {
 }
 
 TEST_F(SnapshotCommand, WritesTheDocumentTheCatalogueAndTheCalls) {
-  const std::string document = folder.Argument("out.xml");
-  const std::string catalog = folder.Argument("out.json");
-  const std::string calls = folder.Argument("calls.txt");
-  const json outcome =
-      SnapshotJson({"--disk", "TSL0001", "TSL0002", "--document", document, "--catalog", catalog, "--calls", calls}, 0);
+  const std::string document = folder.File("out.xml");
+  const std::string catalog = folder.File("out.json");
+  const std::string calls = folder.File("calls.txt");
+  const json outcome = SnapshotJson({"--document", document, "--catalog", catalog, "--calls", calls});
 
   EXPECT_EQ(ReadFile(document), outcome["document"]);
   EXPECT_EQ(json::parse(ReadFile(catalog)), outcome["catalog"]);
@@ -116,14 +109,13 @@ TEST_F(SnapshotCommand, WritesTheDocumentTheCatalogueAndTheCalls) {
 
 TEST_F(SnapshotCommand, AFailedRunLeavesAnEarlierDocumentAsItIs) {
   const std::string document = folder.Write("out.xml", "yesterday");
-  EXPECT_EQ(Snapshot({"--disk", "SYS", "--document", document}).status, 12);
+  Snapshot({"--disk", "SYS", "--document", document}, 12);
   EXPECT_EQ(ReadFile(document), "yesterday");
 }
 
 TEST_F(SnapshotCommand, ExtraVolumesEndWith14AndTheSetIsDeleted) {
-  json host = SmallHostJson();
-  host["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
-  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "TSL0003"}, 14, host);
+  hostFile["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
+  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "TSL0003"}, 14);
 
   EXPECT_EQ(outcome["result"]["alertCode"], 701);
   EXPECT_EQ(outcome["setState"], "deleted");
@@ -137,20 +129,17 @@ TEST_F(SnapshotCommand, ExtraVolumesEndWith14AndTheSetIsDeleted) {
 }
 
 TEST_F(SnapshotCommand, AcceptedExtraVolumesAreAWarning) {
-  json host = SmallHostJson();
-  host["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
-  const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002", "TSL0003", "--accept-extra-volumes"}, host);
+  hostFile["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
+  const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002", "TSL0003", "--accept-extra-volumes"});
 
-  EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err,
             "varnelctl: warning: Extra volumes found in the volume collection. \n"
             "  Extra volumes in the volume collection : TSL0003\n");
 }
 
 TEST_F(SnapshotCommand, ADiskThatHoldsNothingEligibleEndsWith12AndTheMismatch) {
-  const CliResult result = Snapshot({"--disk", "TSL0002"});
+  const CliResult result = Snapshot({"--disk", "TSL0002"}, 12);
 
-  EXPECT_EQ(result.status, 12);
   EXPECT_EQ(
       result.err,
       "varnelctl: Number of disks added in the snapshot set were different than listed in the protection set. "
@@ -165,20 +154,19 @@ TEST_F(SnapshotCommand, ADiskThatHoldsNothingEligibleEndsWith12AndTheMismatch) {
 }
 
 TEST_F(SnapshotCommand, ASerialNumberThatNoDiskHasIsNamedWithWhatWasMeant) {
-  EXPECT_THAT(Snapshot({"--disk", "tsl0001 "}).err,
+  EXPECT_THAT(Snapshot({"--disk", "tsl0001 "}, 12).err,
               StartsWith("varnelctl: warning: no disk of this host has serial \"tsl0001 \"; there is \"TSL0001\"\n"));
-  EXPECT_THAT(Snapshot({"--disk", "NONE"}).err,
+  EXPECT_THAT(Snapshot({"--disk", "NONE"}, 12).err,
               StartsWith("varnelctl: warning: no disk of this host has serial \"NONE\"\n"));
 }
 
 TEST_F(SnapshotCommand, AWriterThatFailsEndsWith10AndTheFailedComponents) {
-  json host = SmallHostJson();
-  host["faults"] = json::array({{{"writer", "Demo Writer"},
-                                 {"event", "freeze"},
-                                 {"failure", "VSS_E_WRITERERROR_TIMEOUT"},
-                                 {"applicationResult", "0x1f"},
-                                 {"applicationMessage", "log full"}}});
-  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002"}, 10, host);
+  hostFile["faults"] = json::array({{{"writer", "Demo Writer"},
+                                     {"event", "freeze"},
+                                     {"failure", "VSS_E_WRITERERROR_TIMEOUT"},
+                                     {"applicationResult", "0x1f"},
+                                     {"applicationMessage", "log full"}}});
+  const json outcome = SnapshotJson({}, 10);
 
   EXPECT_EQ(outcome["result"]["alertCode"], 600);
   EXPECT_THAT(PathsOf(outcome["writers"][0], "failed"), ElementsAre("\\SQL01\\sales", "\\SQL01\\crm"));
@@ -188,11 +176,9 @@ TEST_F(SnapshotCommand, AWriterThatFailsEndsWith10AndTheFailedComponents) {
 }
 
 TEST_F(SnapshotCommand, AProviderThatIsNotRegisteredIsWarnedOfAndEndsWith15) {
-  json host = SmallHostJson();
-  host["providers"] = json::array();
-  const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002"}, host);
+  hostFile["providers"] = json::array();
+  const CliResult result = Snapshot({}, 15);
 
-  EXPECT_EQ(result.status, 15);
   EXPECT_EQ(result.err,
             "varnelctl: warning: the array's VSS hardware provider is not registered on this host\n"
             "varnelctl: CreateVssSnapshotSet failed: VSS_E_PROVIDER_NOT_REGISTERED (0x80042304)\n"
@@ -202,46 +188,43 @@ TEST_F(SnapshotCommand, AProviderThatIsNotRegisteredIsWarnedOfAndEndsWith15) {
 }
 
 TEST_F(SnapshotCommand, ATestPointFailsTheSnapshotAfterItWasTaken) {
-  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "--test-points", "0x1"}, 15);
+  const json outcome = SnapshotJson({"--test-points", "0x1"}, 15);
   EXPECT_EQ(outcome["result"]["hresult"], "0x80042315");
   EXPECT_EQ(outcome["snapshotSetId"], kSetId);
 }
 
 TEST_F(SnapshotCommand, ATransportableSetHasNoDevicesHere) {
-  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "--context", "app-rollback+transportable"}, 0);
+  const json outcome = SnapshotJson({"--context", "app-rollback+transportable"});
   EXPECT_EQ(outcome["snapshots"][0]["device"], "");
   EXPECT_EQ(outcome["snapshots"][0]["serialNumber"], "");
-  EXPECT_THAT(Snapshot({"--disk", "TSL0001", "TSL0002", "--context", "0x29"}).out,
-              HasSubstr("    not surfaced on this host\n"));
+  EXPECT_THAT(Snapshot({"--context", "0x29"}).out, HasSubstr("    not surfaced on this host\n"));
 }
 
 TEST_F(SnapshotCommand, AWriterCodeLimitsTheSetToTheDatabasesThatTheArrayNames) {
-  const json outcome = SnapshotJson({"--disk", "TSL0001", "--writer-code", "2"}, 0);
+  const json outcome = SnapshotJson({"--disk", "TSL0001", "--writer-code", "2"});
   EXPECT_THAT(PathsOf(outcome["writers"][0], "added"), ElementsAre("\\SQL01\\sales"));
   EXPECT_EQ(outcome["databases"], "sales@sql01");
-  const CliResult text = Snapshot({"--disk", "TSL0001", "TSL0002", "--writer-code", "2"});
-  EXPECT_THAT(text.out, HasSubstr("    \\SQL01\\crm: it is not among the databases that the array named\n"));
+  EXPECT_THAT(Snapshot({"--writer-code", "2"}, 14).out,
+              HasSubstr("    \\SQL01\\crm: it is not among the databases that the array named\n"));
 }
 
 TEST_F(SnapshotCommand, WhatItCannotDoIsAUsageError) {
-  const std::vector<std::vector<std::string>> cases = {{},
-                                                       {"--disk"},
-                                                       {"--disk", "TSL0001", "--context", "nonsense"},
-                                                       {"--disk", "TSL0001", "--context", "backup+"},
-                                                       {"--disk", "TSL0001", "--test-points", "many"},
-                                                       {"--disk", "TSL0001", "--backup-type", "half"},
-                                                       {"--disk", "TSL0001", "--writer-code", "x"},
-                                                       {"--disk", "TSL0001", "--then", "forget"},
-                                                       {"--disk", "TSL0001", "--then", "1"},
-                                                       {"--disk", "TSL0001", "--backup-type", "1"},
-                                                       {"--disk", "TSL0001", "--document", "no/such/folder/out.xml"}};
-  for (const std::vector<std::string>& arguments : cases) {
-    const CliResult result = Snapshot(arguments);
-    EXPECT_EQ(result.status, 2) << testing::PrintToString(arguments);
-    EXPECT_EQ(result.out, "");
-    EXPECT_TRUE(IsOneLine(result.err)) << result.err;
+  const std::vector<Arguments> cases = {{"--disk"},
+                                        {"--context", "nonsense"},
+                                        {"--context", "backup+"},
+                                        {"--test-points", "many"},
+                                        {"--backup-type", "half"},
+                                        {"--writer-code", "x"},
+                                        {"--then", "forget"},
+                                        {"--then", "1"},
+                                        {"--backup-type", "1"},
+                                        {"--document", "no/such/folder/out.xml"},
+                                        {"--app", "oracle"}};
+  for (const Arguments& arguments : cases) {
+    SCOPED_TRACE(testing::PrintToString(arguments));
+    ExpectRefused(Snapshot(arguments, 2), "varnelctl: ");
   }
-  EXPECT_EQ(RunCli({"snapshot", "--app", "oracle", "--disk", "TSL0001"}).status, 2);
+  ExpectRefused(Run({"snapshot", "--app", "none"}), "varnelctl: ");
 }
 
 TEST(SnapshotContext, IsANumberOrNamesJoinedByPlus) {
@@ -259,16 +242,17 @@ TEST(SnapshotContext, IsANumberOrNamesJoinedByPlus) {
 class CapturedServer : public SnapshotCommand {
  protected:
   void SetUp() override {
+    SnapshotCommand::SetUp();
     const char* captures = std::getenv("VARNEL_CAPTURES");
     if (captures == nullptr || !std::filesystem::is_directory(captures)) {
       GTEST_SKIP() << "VARNEL_CAPTURES names no folder with captured documents";
     }
-    host_ = {{"disks", json::array({DiskJson("SYS", 0, "C:\\"), DiskJson("TSLE", 1, "E:\\"),
-                                    DiskJson("TSLF", 2, "F:\\"), DiskJson("TSLG", 3, "G:\\")})},
-             {"providers", SmallHostJson()["providers"]}};
+    hostFile = {{"disks", json::array({DiskJson("SYS", 0, "C:\\"), DiskJson("TSLE", 1, "E:\\"),
+                                       DiskJson("TSLF", 2, "F:\\"), DiskJson("TSLG", 3, "G:\\")})},
+                {"providers", SmallHostJson()["providers"]}};
     for (int n = 0; n <= 10; ++n) {
       const auto path = std::filesystem::path(captures) / ("WM" + std::to_string(n) + ".xml");
-      host_["writers"].push_back({{"document", path.string()}});
+      hostFile["writers"].push_back({{"document", path.string()}});
     }
   }
 
@@ -279,21 +263,19 @@ class CapturedServer : public SnapshotCommand {
     }
     return added;
   }
-
-  json host_;
 };
 
 TEST_F(CapturedServer, ComponentsAreChosenByTheirDisks) {
-  const json both = SnapshotJson({"--disk", "TSLE", "TSLF"}, 0, host_);
+  const json both = SnapshotJson({"--disk", "TSLE", "TSLF"});
   EXPECT_THAT(Added(both),
               ElementsAre("\\WIN2012-SQL17-2\\master", "\\WIN2012-SQL17-2\\model", "\\WIN2012-SQL17-2\\msdb",
                           "\\WIN2012-SQL17-2\\SecondServerDb", "\\WIN2012-SQL17-2\\OtherSanDatabase"));
-  const json one = SnapshotJson({"--disk", "TSLF"}, 0, host_);
+  const json one = SnapshotJson({"--disk", "TSLF"});
   EXPECT_THAT(Added(one), ElementsAre("\\WIN2012-SQL17-2\\OtherSanDatabase"));
 }
 
 TEST_F(CapturedServer, ADiskWithoutADatabaseIsExtra) {
-  const json outcome = SnapshotJson({"--disk", "TSLE", "TSLG"}, 14, host_);
+  const json outcome = SnapshotJson({"--disk", "TSLE", "TSLG"}, 14);
   EXPECT_EQ(outcome["result"]["alertCode"], 701);
   EXPECT_EQ(outcome["snapshots"].size(), 2u);
 }

@@ -1,9 +1,6 @@
-// Hosts for `varnelctl snapshot`: a small one as a host file, and the runs on it.
+// Hosts for `varnelctl snapshot`, and the runs on them.
 #pragma once
 
-#include <gmock/gmock.h>
-
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -21,57 +18,62 @@ inline nlohmann::json DiskJson(const std::string& serial, int number, const std:
           {"volumes", json::array({{{"name", volume}, {"mountPoints", json::array({mountPoint})}}})}};
 }
 
-inline nlohmann::json ComponentJson(const std::string& name, const std::vector<std::string>& directories) {
-  nlohmann::json files = nlohmann::json::array();
-  for (const std::string& directory : directories) files.push_back({{"path", directory}, {"filespec", "*"}});
-  return {{"type", "fileGroup"}, {"logicalPath", "SQL01"}, {"name", name}, {"caption", name}, {"files", files}};
-}
-
 /// A writer with one database on each of two array disks, one on the system disk and one without files.
 inline nlohmann::json SmallHostJson() {
-  using nlohmann::json;
-  return {
-      {"disks",
-       json::array({DiskJson("SYS", 0, "C:\\"), DiskJson("TSL0001", 1, "E:\\"), DiskJson("TSL0002", 2, "F:\\")})},
-      {"providers", json::array({{{"id", "{374579ad-285c-49b9-ab8a-950e0e252de2}"},
-                                  {"name", "Tessel VSS Hardware Provider"},
-                                  {"type", "hardware"},
-                                  {"version", "1.0"}}})},
-      {"writers",
-       json::array({{{"name", "Demo Writer"},
-                     {"writerId", "{00000000-0000-0000-0000-00000000000a}"},
-                     {"instanceId", "{00000000-0000-0000-0000-0000000000aa}"},
-                     {"components",
-                      json::array({ComponentJson("sales", {"E:\\data"}), ComponentJson("crm", {"E:\\data", "F:\\data"}),
-                                   ComponentJson("tools", {"C:\\tools"}), ComponentJson("empty", {})})}}})},
-      {"databases", {{"TSL0001", "sales@sql01"}}},
-      {"computerName", "SQL01"}};
+  nlohmann::json host = nlohmann::json::parse(R"({
+    "providers": [ { "id": "{374579ad-285c-49b9-ab8a-950e0e252de2}", "name": "Tessel VSS Hardware Provider",
+                     "type": "hardware", "version": "1.0" } ],
+    "writers": [ { "name": "Demo Writer", "writerId": "{00000000-0000-0000-0000-00000000000a}",
+      "instanceId": "{00000000-0000-0000-0000-0000000000aa}", "components": [
+        { "type": "fileGroup", "logicalPath": "SQL01", "name": "sales", "caption": "sales",
+          "files": [ { "path": "E:\\data", "filespec": "*" } ] },
+        { "type": "fileGroup", "logicalPath": "SQL01", "name": "crm", "caption": "crm",
+          "files": [ { "path": "E:\\data", "filespec": "*" }, { "path": "F:\\data", "filespec": "*" } ] },
+        { "type": "fileGroup", "logicalPath": "SQL01", "name": "tools", "caption": "tools",
+          "files": [ { "path": "C:\\tools", "filespec": "*" } ] },
+        { "type": "fileGroup", "logicalPath": "SQL01", "name": "empty", "caption": "empty" } ] } ],
+    "databases": { "TSL0001": "sales@sql01" }, "computerName": "SQL01" })");
+  host["disks"] = {DiskJson("SYS", 0, "C:\\"), DiskJson("TSL0001", 1, "E:\\"), DiskJson("TSL0002", 2, "F:\\")};
+  return host;
 }
 
-/// The names of the phases of a snapshot's JSON document.
+/// The names of the phases of a snapshot's document.
 inline std::vector<std::string> PhasesOf(const nlohmann::json& outcome) {
   std::vector<std::string> names;
   for (const nlohmann::json& phase : outcome.at("phases")) names.push_back(phase.at("name"));
   return names;
 }
 
-/// Snapshots on host files, of no application.
-class SnapshotCommand : public testing::Test {
+/// Snapshots of no application and of disks TSL0001 and TSL0002, unless the arguments name others.
+class SnapshotFixture : public CliFixture {
  protected:
-  CliResult Snapshot(std::vector<std::string> arguments, const nlohmann::json& host = SmallHostJson()) {
-    std::vector<std::string> all = {"--host", folder.Write("host.json", host.dump()), "snapshot", "--app", "none"};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    return RunCli(std::move(all));
-  }
-  nlohmann::json SnapshotJson(std::vector<std::string> arguments, int status,
-                              const nlohmann::json& host = SmallHostJson()) {
-    arguments.push_back("--json");
-    const CliResult result = Snapshot(std::move(arguments), host);
+  /// A run that ends with this status.
+  CliResult Snapshot(const Arguments& arguments = {}, int status = 0, varnelctl::InterruptionSource interruption = {}) {
+    const CliResult result = Run(Whole(arguments), std::move(interruption));
     EXPECT_EQ(result.status, status) << result.err;
-    return nlohmann::json::parse(result.out);
+    return result;
+  }
+  nlohmann::json SnapshotJson(const Arguments& arguments = {}, int status = 0,
+                              varnelctl::InterruptionSource interruption = {}) {
+    return Document(Whole(arguments), status, std::move(interruption));
   }
 
-  TemporaryFolder folder;
+  static Arguments Whole(const Arguments& arguments) {
+    const auto has = [&](const char* option) {
+      return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
+    };
+    Arguments whole = {"snapshot"};
+    if (!has("--app")) whole.insert(whole.end(), {"--app", "none"});
+    if (!has("--disk")) whole.insert(whole.end(), {"--disk", "TSL0001", "TSL0002"});
+    whole.insert(whole.end(), arguments.begin(), arguments.end());
+    return whole;
+  }
+};
+
+/// On the host file of SmallHostJson.
+class SnapshotCommand : public SnapshotFixture {
+ protected:
+  SnapshotCommand() { hostFile = SmallHostJson(); }
 };
 
 }  // namespace varnel::test

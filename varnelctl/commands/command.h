@@ -1,4 +1,4 @@
-// The commands. Each lives in a file of its own and is listed in commands.cpp.
+// The commands. Each lives in a file of its own and is listed in command.cpp.
 #pragma once
 
 #include <memory>

@@ -1,13 +1,12 @@
 #include "varnelctl/console/phases.h"
 
 #include "platform/host.h"
+#include "text/format.h"
 
 namespace varnelctl {
 
-Phases::Phases(Session& session, PhaseListener& listener)
-    : session_(session),
-      listener_(listener),
-      interruption_(session.watchInterruption ? session.watchInterruption() : nullptr) {}
+Phases::Phases(Session& session)
+    : session_(session), interruption_(session.watchInterruption ? session.watchInterruption() : nullptr) {}
 
 void Phases::Run(const std::string& name, const std::function<void()>& action) {
   ThrowIfInterrupted();
@@ -15,20 +14,21 @@ void Phases::Run(const std::string& name, const std::function<void()>& action) {
 }
 
 void Phases::RunAnyway(const std::string& name, const std::function<void()>& action) {
-  varnel::Time& time = varnel::CurrentHost().time();
-  const ULONGLONG start = time.GetTickCount64();
-  listener_.Started(name);
-  const auto end = [&](bool succeeded) {
-    list_.push_back({name, time.GetTickCount64() - start});
-    listener_.Ended(list_.back(), succeeded);
-  };
+  const ULONGLONG start = varnel::CurrentHost().time().GetTickCount64();
+  if (!session_.json) session_.console.Live(name + " ...");
   try {
     session_.Ask(name, action);
   } catch (...) {
-    end(false);
+    End(name, start, ": failed");
     throw;
   }
-  end(true);
+  End(name, start, ": done");
+}
+
+void Phases::End(const std::string& name, unsigned long long start, const char* result) {
+  const unsigned long long milliseconds = varnel::CurrentHost().time().GetTickCount64() - start;
+  list_.push_back({name, milliseconds});
+  if (!session_.json) session_.console.EndLive(name + result + varnel::FormatNarrow(" (%u ms)", {milliseconds}));
 }
 
 void Phases::ThrowIfInterrupted() const {

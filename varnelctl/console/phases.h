@@ -17,29 +17,20 @@ struct Phase {
   unsigned long long milliseconds = 0;
 };
 
-/// Told when a phase starts and when it ends.
-class PhaseListener {
- public:
-  virtual ~PhaseListener() = default;
-  virtual void Started(const std::string& name) = 0;
-  virtual void Ended(const Phase& phase, bool succeeded) = 0;
-  /// Something that a later phase may fail over, or that is left out.
-  virtual void Warned(const std::string& warning) = 0;
-};
-
 /// The user ended the run between two phases.
 class Interrupted : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
+/// Shows the phases as they start and end, unless the session prints a JSON document: that is all its reader wants.
 class Phases {
  public:
-  /// Session and listener are borrowed. Watches for an interruption from now on.
-  Phases(Session& session, PhaseListener& listener);
+  /// The session is borrowed. Watches for an interruption from now on.
+  explicit Phases(Session& session);
 
-  /// Runs a step that asks something of the library under its name. Throws what the step throws, or Interrupted in
-  /// its place.
+  /// Runs a step that asks something of the library under its name. Throws what the step throws; Interrupted, without
+  /// running it, when the user wants to end the run.
   void Run(const std::string& name, const std::function<void()>& action);
   /// The same for a step that nobody can interrupt.
   void RunAnyway(const std::string& name, const std::function<void()>& action);
@@ -47,13 +38,15 @@ class Phases {
   /// From now on an interruption ends the process.
   void StopWatching() { interruption_.reset(); }
 
-  void Warn(const std::string& warning) { listener_.Warned(warning); }
+  /// Something that a later phase may fail over, or that is left out.
+  void Warn(const std::string& warning) { session_.console.Warning(warning); }
   /// Those that ran, in order.
   const std::vector<Phase>& list() const { return list_; }
 
  private:
+  void End(const std::string& name, unsigned long long start, const char* result);
+
   Session& session_;
-  PhaseListener& listener_;
   std::unique_ptr<Interruption> interruption_;  // null when nobody can interrupt
   std::vector<Phase> list_;
 };

@@ -15,15 +15,11 @@ constexpr bool IsControl(wchar_t c) {
 
 }  // namespace
 
-std::string Utf8(std::wstring_view text) {
-  return varnel::WideToUtf8Lossy(text);
-}
-
 std::string Printable(std::wstring_view text) {
   constexpr wchar_t kReplacement = 0xFFFD;
   std::wstring printable(text);
   std::replace_if(printable.begin(), printable.end(), IsControl, kReplacement);
-  return Utf8(printable);
+  return varnel::WideToUtf8Lossy(printable);
 }
 
 std::string OneLine(std::string_view text) {

@@ -7,10 +7,8 @@
 
 namespace varnelctl {
 
-/// For JSON: the whole text; what is no valid Unicode becomes U+FFFD.
-std::string Utf8(std::wstring_view text);
-
-/// For people: the same, and control characters, which could move the cursor or hide text, become U+FFFD too.
+/// For people: UTF-8 in which control characters, which could move the cursor or hide text, are U+FFFD, as is what is
+/// no valid Unicode. (JSON has the whole text: varnel::WideToUtf8Lossy.)
 std::string Printable(std::wstring_view text);
 
 /// A message in one line: every run of control characters becomes one blank, or nothing at either end.

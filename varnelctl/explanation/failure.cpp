@@ -6,15 +6,18 @@
 #include "resources/catalog.h"
 #include "simulator/simulated_host.h"
 #include "text/format.h"
+#include "text/unicode.h"
 #include "varnelctl/console/text.h"
 
 namespace varnelctl {
 namespace {
 
+using varnel::WideToUtf8Lossy;
+
 // The messages of refusals take no arguments.
 std::string CatalogText(DWORD id) {
   for (const varnel::CatalogEntry& entry : varnel::Catalog()) {
-    if (static_cast<DWORD>(entry.id) == id) return Utf8(varnel::FormatWide(entry.text, {}));
+    if (static_cast<DWORD>(entry.id) == id) return WideToUtf8Lossy(varnel::FormatWide(entry.text, {}));
   }
   return "the library refuses this request (message " + std::to_string(id) + ")";
 }
@@ -45,8 +48,8 @@ Failure FailedCall(std::string_view call, HRESULT hr) {
   Failure failure;
   failure.status = ExitStatus::FailedCall;
   failure.hresult = hr;
-  failure.message = varnel::FormatNarrow("%s failed: %s (0x%08x)",
-                                         {call, std::string_view(OneLine(Utf8(CVarnel::HResult2String(hr)))), hr});
+  failure.message = varnel::FormatNarrow(
+      "%s failed: %s (0x%08x)", {call, std::string_view(OneLine(WideToUtf8Lossy(CVarnel::HResult2String(hr)))), hr});
   return failure;
 }
 
@@ -55,10 +58,10 @@ Failure Alert(const VarnelException& exception) {
   failure.status = StatusOfAlert(exception.GetAlertCode());
   failure.alertCode = exception.GetAlertCode();
   failure.backupStatus = BackupStatusOf(exception.GetAlertCode());
-  failure.message = OneLine(Utf8(exception.GetMessageText()));
+  failure.message = OneLine(WideToUtf8Lossy(exception.GetMessageText()));
   if (failure.message.empty()) failure.message = varnel::FormatNarrow("alert %d", {exception.GetAlertCode()});
   for (const std::wstring& entry : exception.GetMessageList()) {
-    std::string detail = OneLine(Utf8(entry));
+    std::string detail = OneLine(WideToUtf8Lossy(entry));
     if (!detail.empty() && detail != failure.message) failure.details.push_back(std::move(detail));
   }
   if (exception.GetAlertCode() == VarnelException::VerificationFailure) {

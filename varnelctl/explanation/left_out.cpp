@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <set>
 
-#include "varnelctl/commands/storage_view.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/storage_view.h"
 
 namespace varnelctl {
 namespace {
@@ -25,7 +25,7 @@ std::set<std::wstring> DisksOf(const VssComponent& component, VolumeSerials& ser
   return disks;
 }
 
-// The requestor looks at the components of the writers that it accepts; those of all others keep their marks.
+// The requestor excludes such a writer without a look at its components, so that these are not excluded themselves.
 bool IsOfAnotherApplication(const VssWriter& writer) {
   return writer.excluded && std::any_of(writer.components.begin(), writer.components.end(),
                                         [](const VssComponent& component) { return !component.excluded; });

@@ -1,22 +1,25 @@
 #include "varnelctl/report/snapshot_report.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 #include "text/format.h"
 #include "text/unicode.h"
+#include "varnelctl/console/json.h"
 #include "varnelctl/console/text.h"
 
 namespace varnelctl {
 namespace {
 
+using varnel::Utf8ToWideLossy;
+using varnel::WideToUtf8Lossy;
+
 std::string Hex(HRESULT hr) {
   return varnel::FormatNarrow("0x%08x", {hr});
 }
 
-Json ResultJson(const SnapshotRun& run) {
+Json ResultJson(const SnapshotOutcome& outcome) {
   Json result = {{"alertCode", 0}, {"hresult", nullptr}, {"message", ""}, {"details", Json::array()}};
-  if (const std::optional<Failure>& failure = run.failure()) {
+  if (const std::optional<Failure>& failure = outcome.failure) {
     result["alertCode"] = failure->alertCode;
     if (failure->hresult) result["hresult"] = Hex(*failure->hresult);
     result["message"] = failure->message;
@@ -26,54 +29,45 @@ Json ResultJson(const SnapshotRun& run) {
 }
 
 Json ComponentJson(const VssComponent& component) {
-  Json disks = Json::array();
-  for (const std::wstring& serialNumber : component.affectedSerialNumbers) disks.push_back(Utf8(serialNumber));
-  return {{"fullPath", Utf8(component.fullPath)},
-          {"caption", Utf8(component.caption)},
+  return {{"fullPath", WideToUtf8Lossy(component.fullPath)},
+          {"caption", WideToUtf8Lossy(component.caption)},
           {"excluded", component.excluded},
           {"added", component.added},
           {"failed", component.failed},
           {"failureCode", Hex(static_cast<HRESULT>(component.failureCode))},
-          {"disks", std::move(disks)}};
+          {"disks", ArrayOf(component.affectedSerialNumbers, WideToUtf8Lossy)}};
 }
 
-Json WritersJson(const std::vector<VssWriter>& writers) {
-  Json list = Json::array();
-  for (const VssWriter& writer : writers) {
-    Json components = Json::array();
-    for (const VssComponent& component : writer.components) components.push_back(ComponentJson(component));
-    list.push_back({{"name", Utf8(writer.name)},
-                    {"writerId", Utf8(writer.writerId)},
-                    {"instanceId", Utf8(writer.instanceId)},
-                    {"excluded", writer.excluded},
-                    {"components", std::move(components)}});
-  }
-  return list;
+Json WriterJson(const VssWriter& writer) {
+  return {{"name", WideToUtf8Lossy(writer.name)},
+          {"writerId", WideToUtf8Lossy(writer.writerId)},
+          {"instanceId", WideToUtf8Lossy(writer.instanceId)},
+          {"excluded", writer.excluded},
+          {"components", ArrayOf(writer.components, ComponentJson)}};
 }
 
-Json SnapshotsJson(const std::vector<ShadowCopyView>& copies) {
-  Json list = Json::array();
-  for (const ShadowCopyView& copy : copies) {
-    list.push_back({{"volume", Utf8(copy.volume.volumeName)},
-                    {"snapshotId", Utf8(copy.volume.snapshotId)},
-                    {"device", Utf8(copy.volume.snapshotDeviceName)},
-                    {"disk", Utf8(copy.disk.diskName)},
-                    {"serialNumber", Utf8(copy.disk.serialNumber)}});
-  }
-  return list;
+Json ShadowCopyJson(const ShadowCopyView& copy) {
+  return {{"volume", WideToUtf8Lossy(copy.volume.volumeName)},
+          {"snapshotId", WideToUtf8Lossy(copy.volume.snapshotId)},
+          {"device", WideToUtf8Lossy(copy.volume.snapshotDeviceName)},
+          {"disk", WideToUtf8Lossy(copy.disk.diskName)},
+          {"serialNumber", WideToUtf8Lossy(copy.disk.serialNumber)}};
 }
 
-Json PhasesJson(const std::vector<Phase>& phases) {
-  Json list = Json::array();
-  for (const Phase& phase : phases) list.push_back({{"name", phase.name}, {"milliseconds", phase.milliseconds}});
-  return list;
+Json PhaseJson(const Phase& phase) {
+  return {{"name", phase.name}, {"milliseconds", phase.milliseconds}};
 }
 
 // What the library hands out as narrow text may be in the machine's code page; JSON wants valid UTF-8.
-Json TextsJson(const std::vector<std::string>& texts) {
-  Json list = Json::array();
-  for (const std::string& text : texts) list.push_back(Utf8(varnel::Utf8ToWideLossy(text)));
-  return list;
+std::string ValidUtf8(const std::string& text) {
+  return WideToUtf8Lossy(Utf8ToWideLossy(text));
+}
+
+Json ObjectsJson(const ApplicationObjectMeatadataInfo& info) {
+  return {{"appObjectIds", ArrayOf(info.appObjectIds, ValidUtf8)},
+          {"appObjectNames", ArrayOf(info.appObjectNames, ValidUtf8)},
+          {"otherObjectIds", ArrayOf(info.otherObjectIds, ValidUtf8)},
+          {"otherObjectNames", ArrayOf(info.otherObjectNames, ValidUtf8)}};
 }
 
 const char* NameOf(SetState state) {
@@ -96,27 +90,27 @@ const char* NameOf(SetState state) {
   return "unknown";
 }
 
-// Why a set exists behind a failed request; empty behind one that got through.
-std::string WhyStillThere(const SnapshotRun& run) {
-  if (run.copiesLeft()) {
-    const std::size_t count = *run.copiesLeft();
+// Why a set exists after a failed request; empty after one that got through.
+std::string WhyStillThere(const SnapshotOutcome& outcome) {
+  if (outcome.copiesLeft) {
+    const std::size_t count = *outcome.copiesLeft;
     return ", because " + std::to_string(count) + (count == 1 ? " shadow copy" : " shadow copies") +
            " could not be deleted";
   }
-  if (run.gotThrough()) return {};
+  if (outcome.gotThrough) return {};
   return ", although the request failed: deleting a transportable set is up to the array";
 }
 
-std::string DescribeState(const SnapshotRun& run) {
-  switch (run.setState()) {
+std::string DescribeState(const SnapshotOutcome& outcome) {
+  switch (outcome.setState) {
     case SetState::None:
       return "not taken";
     case SetState::Kept:
-      return (run.options().IsTransportable() ? "kept for the array" : "kept until it is deleted") + WhyStillThere(run);
+      return (outcome.isTransportable ? "kept for the array" : "kept until it is deleted") + WhyStillThere(outcome);
     case SetState::Released:
-      return "released when this program ends, as its context says" + WhyStillThere(run);
+      return "released when this program ends, as its context says" + WhyStillThere(outcome);
     case SetState::Deleted:
-      return run.gotThrough() ? "deleted" : "deleted, because the request failed";
+      return outcome.gotThrough ? "deleted" : "deleted, because the request failed";
     case SetState::Broken:
       return "broken, its disks are ordinary read-write disks of this host";
     case SetState::Masked:
@@ -124,8 +118,8 @@ std::string DescribeState(const SnapshotRun& run) {
     case SetState::Unknown:
       break;
   }
-  return run.options().IsTransportable() ? "unknown, as this host does not see transportable sets: ask the array"
-                                         : "unknown, as the service did not say whether it is still there";
+  return outcome.isTransportable ? "unknown, as this host does not see transportable sets: ask the array"
+                                 : "unknown, as the service did not say whether it is still there";
 }
 
 void PrintShadowCopy(Console& console, const ShadowCopyView& copy) {
@@ -141,10 +135,10 @@ void PrintShadowCopy(Console& console, const ShadowCopyView& copy) {
   console.Line("    disk         " + Printable(copy.disk.diskName) + ", serial " + Quoted(copy.disk.serialNumber));
 }
 
-void PrintSet(Console& console, const SnapshotRun& run) {
-  const std::string id = Printable(run.requestor().GetSnapShotSetId());
-  console.Line((id.empty() ? "Snapshot set: " : "Snapshot set " + id + ": ") + DescribeState(run));
-  for (const ShadowCopyView& copy : run.shadowCopies()) PrintShadowCopy(console, copy);
+void PrintSet(Console& console, const SnapshotOutcome& outcome) {
+  const std::string id = Printable(outcome.requestor->GetSnapShotSetId());
+  console.Line((id.empty() ? "Snapshot set: " : "Snapshot set " + id + ": ") + DescribeState(outcome));
+  for (const ShadowCopyView& copy : outcome.shadowCopies) PrintShadowCopy(console, copy);
 }
 
 std::string DisksOf(const VssComponent& component) {
@@ -161,9 +155,9 @@ bool HasFailed(const VssComponent& component) {
 
 // One line per component that `wanted` holds for, under its writer's name.
 template <class Wanted>
-std::size_t PrintComponents(Console& console, const SnapshotRun& run, Wanted wanted) {
+std::size_t PrintComponents(Console& console, const SnapshotOutcome& outcome, Wanted wanted) {
   std::size_t count = 0;
-  for (const VssWriter& writer : run.requestor().GetWriters()) {
+  for (const VssWriter& writer : outcome.requestor->GetWriters()) {
     bool named = false;
     for (const VssComponent& component : writer.components) {
       if (!IsCaptured(writer, component) || !wanted(component)) continue;
@@ -172,7 +166,7 @@ std::size_t PrintComponents(Console& console, const SnapshotRun& run, Wanted wan
       ++count;
       std::string line = "    " + Printable(component.fullPath) + DisksOf(component);
       if (HasFailed(component)) {
-        line += ": " + OneLine(Utf8(CVarnel::HResult2String(static_cast<long>(component.failureCode))));
+        line += ": " + OneLine(WideToUtf8Lossy(CVarnel::HResult2String(static_cast<long>(component.failureCode))));
       }
       console.Line(line);
     }
@@ -180,31 +174,31 @@ std::size_t PrintComponents(Console& console, const SnapshotRun& run, Wanted wan
   return count;
 }
 
-void PrintCaptured(Console& console, const SnapshotRun& run) {
+void PrintCaptured(Console& console, const SnapshotOutcome& outcome) {
   console.Line("Captured application-consistent");
-  if (PrintComponents(console, run, [](const auto& component) { return !HasFailed(component); }) == 0) {
+  if (PrintComponents(console, outcome, [](const auto& component) { return !HasFailed(component); }) == 0) {
     console.Line("  nothing");
   }
-  const auto& writers = run.requestor().GetWriters();
+  const auto& writers = outcome.requestor->GetWriters();
   const bool anyFailed = std::any_of(writers.begin(), writers.end(), [](const VssWriter& writer) {
     return std::any_of(writer.components.begin(), writer.components.end(), HasFailed);
   });
   if (!anyFailed) return;
   console.Line("In the set, but failed by their writer");
-  PrintComponents(console, run, HasFailed);
+  PrintComponents(console, outcome, HasFailed);
 }
 
 void PrintObjects(Console& console, std::string_view label, const std::vector<std::string>& objects) {
   for (const std::string& object : objects) {
-    console.Line("    " + std::string(label) + Printable(varnel::Utf8ToWideLossy(object)));
+    console.Line("    " + std::string(label) + Printable(Utf8ToWideLossy(object)));
   }
 }
 
-void PrintCatalog(Console& console, const SnapshotRun& run) {
-  if (run.catalog().empty()) return;
+void PrintCatalog(Console& console, const SnapshotOutcome& outcome) {
+  if (outcome.catalog.empty()) return;
   console.Line("Catalogue by disk");
-  for (const auto& [serialNumber, info] : run.catalog()) {
-    console.Line("  disk " + Quoted(varnel::Utf8ToWideLossy(serialNumber)));
+  for (const auto& [serialNumber, info] : outcome.catalog) {
+    console.Line("  disk " + Quoted(Utf8ToWideLossy(serialNumber)));
     PrintObjects(console, "object id    ", info.appObjectIds);
     PrintObjects(console, "object name  ", info.appObjectNames);
     PrintObjects(console, "other id     ", info.otherObjectIds);
@@ -212,11 +206,11 @@ void PrintCatalog(Console& console, const SnapshotRun& run) {
   }
 }
 
-void PrintLeftOut(Console& console, const SnapshotRun& run) {
-  if (run.leftOut().empty()) return;
+void PrintLeftOut(Console& console, const SnapshotOutcome& outcome) {
+  if (outcome.leftOut.empty()) return;
   console.Line("Left out");
   const VssWriter* writer = nullptr;
-  for (const LeftOut& entry : run.leftOut()) {
+  for (const LeftOut& entry : outcome.leftOut) {
     if (entry.component == nullptr) {
       console.Line("  " + Printable(entry.writer->name) + ": " + entry.reason);
       continue;
@@ -229,38 +223,33 @@ void PrintLeftOut(Console& console, const SnapshotRun& run) {
 
 }  // namespace
 
-Json CatalogDocument(const SnapshotRun& run) {
+Json CatalogDocument(const SnapshotOutcome& outcome) {
   Json catalog = Json::object();
-  for (const auto& [serialNumber, info] : run.catalog()) {
-    catalog[Utf8(varnel::Utf8ToWideLossy(serialNumber))] = {{"appObjectIds", TextsJson(info.appObjectIds)},
-                                                            {"appObjectNames", TextsJson(info.appObjectNames)},
-                                                            {"otherObjectIds", TextsJson(info.otherObjectIds)},
-                                                            {"otherObjectNames", TextsJson(info.otherObjectNames)}};
-  }
+  for (const auto& [serialNumber, info] : outcome.catalog) catalog[ValidUtf8(serialNumber)] = ObjectsJson(info);
   return catalog;
 }
 
-Json SnapshotDocument(const SnapshotRun& run) {
-  return {{"snapshotSetId", Utf8(run.requestor().GetSnapShotSetId())},
-          {"setState", NameOf(run.setState())},
-          {"result", ResultJson(run)},
-          {"errorDetails", Utf8(varnel::Utf8ToWideLossy(run.errorDetails()))},
-          {"writers", WritersJson(run.requestor().GetWriters())},
-          {"snapshots", SnapshotsJson(run.shadowCopies())},
-          {"catalog", CatalogDocument(run)},
-          {"databases", Utf8(varnel::Utf8ToWideLossy(run.databases()))},
-          {"phases", PhasesJson(run.phases())},
-          {"document", Utf8(run.requestor().GetBackupDocument())}};
+Json SnapshotDocument(const SnapshotOutcome& outcome) {
+  return {{"snapshotSetId", WideToUtf8Lossy(outcome.requestor->GetSnapShotSetId())},
+          {"setState", NameOf(outcome.setState)},
+          {"result", ResultJson(outcome)},
+          {"errorDetails", ValidUtf8(outcome.errorDetails)},
+          {"writers", ArrayOf(outcome.requestor->GetWriters(), WriterJson)},
+          {"snapshots", ArrayOf(outcome.shadowCopies, ShadowCopyJson)},
+          {"catalog", CatalogDocument(outcome)},
+          {"databases", ValidUtf8(outcome.databases)},
+          {"phases", ArrayOf(outcome.phases, PhaseJson)},
+          {"document", WideToUtf8Lossy(outcome.requestor->GetBackupDocument())}};
 }
 
-void PrintSnapshot(Console& console, const SnapshotRun& run) {
+void PrintSnapshot(Console& console, const SnapshotOutcome& outcome) {
   console.Line("");
-  PrintSet(console, run);
-  if (run.gotThrough()) {
-    PrintCaptured(console, run);
-    PrintCatalog(console, run);
+  PrintSet(console, outcome);
+  if (outcome.gotThrough) {
+    PrintCaptured(console, outcome);
+    PrintCatalog(console, outcome);
   }
-  PrintLeftOut(console, run);
+  PrintLeftOut(console, outcome);
 }
 
 }  // namespace varnelctl

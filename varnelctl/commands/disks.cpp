@@ -1,33 +1,25 @@
-#include <nlohmann/json.hpp>
-
+#include "text/unicode.h"
 #include "varnelctl/commands/command.h"
-#include "varnelctl/commands/storage_view.h"
+#include "varnelctl/console/json.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/storage_view.h"
 
 namespace varnelctl {
 namespace {
 
-Json ToJson(const VolumeView& volume) {
-  Json mountPoints = Json::array();
-  for (const std::wstring& mountPoint : volume.mountPoints) mountPoints.push_back(Utf8(mountPoint));
-  return {{"name", Utf8(volume.name)}, {"mountPoints", std::move(mountPoints)}};
+using varnel::WideToUtf8Lossy;
+
+Json VolumeJson(const VolumeView& volume) {
+  return {{"name", WideToUtf8Lossy(volume.name)}, {"mountPoints", ArrayOf(volume.mountPoints, WideToUtf8Lossy)}};
 }
 
-Json ToJson(const DiskView& disk) {
-  Json volumes = Json::array();
-  for (const VolumeView& volume : disk.volumes) volumes.push_back(ToJson(volume));
-  return {{"name", Utf8(disk.device.diskName)},
+Json DiskJson(const DiskView& disk) {
+  return {{"name", WideToUtf8Lossy(disk.device.diskName)},
           {"number", disk.device.diskNumber},
-          {"serialNumber", Utf8(disk.device.serialNumber)},
+          {"serialNumber", WideToUtf8Lossy(disk.device.serialNumber)},
           {"system", disk.system},
           {"clustered", disk.device.isClustered},
-          {"volumes", std::move(volumes)}};
-}
-
-Json ToJson(const StorageView& storage) {
-  Json disks = Json::array();
-  for (const DiskView& disk : storage.disks) disks.push_back(ToJson(disk));
-  return {{"disks", std::move(disks)}};
+          {"volumes", ArrayOf(disk.volumes, VolumeJson)}};
 }
 
 void Print(Console& console, const VolumeView& volume) {
@@ -43,9 +35,7 @@ void Print(Console& console, const VolumeView& volume) {
 void Print(Console& console, const DiskView& disk) {
   const std::wstring& serialNumber = disk.device.serialNumber;
   std::string line = Printable(disk.device.diskName) + "  ";
-  // Quoted: blanks at either end belong to the serial number.
-  line += serialNumber.empty() ? "no serial number: cannot be in a protection set"
-                               : "serial \"" + Printable(serialNumber) + "\"";
+  line += serialNumber.empty() ? "no serial number: cannot be in a protection set" : "serial " + Quoted(serialNumber);
   if (disk.system) line += ", system disk";
   if (disk.device.isClustered) line += ", clustered";
   console.Line(line);
@@ -70,7 +60,7 @@ class DisksCommand final : public Command {
     const StorageView storage = ReadStorage();
     for (const std::string& warning : storage.warnings) session.console.Warning(warning);
     if (session.json) {
-      session.console.Document(ToJson(storage));
+      session.console.Document({{"disks", ArrayOf(storage.disks, DiskJson)}});
     } else {
       Print(session.console, storage);
     }

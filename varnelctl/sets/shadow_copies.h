@@ -17,7 +17,7 @@ struct ShadowCopyView {
   TesselCommonClasses::WindowsDiskDevice disk;
 };
 
-/// Those of the requestor's set, in its order. Belongs in front of whatever takes their disks away.
+/// Those of the requestor's set, in its order. To be called before anything takes their disks away.
 std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor,
                                              TesselCommonClasses::DiskAndVolumeEnumerator& enumerator);
 

@@ -1,4 +1,4 @@
-#include "varnelctl/commands/shadow_copies.h"
+#include "varnelctl/sets/shadow_copies.h"
 
 #include "core/alerts.h"
 #include "core/vss_call.h"
@@ -14,7 +14,7 @@ namespace {
 using TesselCommonClasses::DiskAndVolumeEnumerator;
 using varnel::ComPtr;
 
-// An object of its own, because the context of the requestor's hides what was made in another one.
+// Asks an object of its own: the requestor's has a context, and the service lists to it only what was made in that one.
 ComPtr<IVssEnumObject> QueryAllShadowCopies(ComPtr<IVssBackupComponents>& vss) {
   CheckCall("CreateVssBackupComponents",
             varnel::Delivered(varnel::CurrentHost().vss().CreateVssBackupComponents(vss.Put()), vss));

@@ -1,10 +1,9 @@
-#include "varnelctl/commands/snapshot_options.h"
+#include "varnelctl/sets/snapshot_options.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 #include <string_view>
-#include <vector>
 
 #include "varnelctl/explanation/failure.h"
 
@@ -47,6 +46,20 @@ constexpr Choice<VSS_BACKUP_TYPE> kBackupTypes[] = {{"full", VSS_BT_FULL},
                                                     {"copy", VSS_BT_COPY},
                                                     {"other", VSS_BT_OTHER}};
 
+template <class Value, std::size_t n>
+std::optional<Value> ValueOf(std::string_view name, const Choice<Value> (&choices)[n]) {
+  const auto* const found =
+      std::find_if(std::begin(choices), std::end(choices), [&](const auto& choice) { return choice.name == name; });
+  return found == std::end(choices) ? std::nullopt : std::optional(found->value);
+}
+
+template <class Value, std::size_t n>
+std::vector<std::string> NamesOf(const Choice<Value> (&choices)[n]) {
+  std::vector<std::string> names;
+  for (const Choice<Value>& choice : choices) names.emplace_back(choice.name);
+  return names;
+}
+
 std::optional<DWORD> ParseNumber(std::string_view text) {
   const bool hex = text.starts_with("0x") || text.starts_with("0X");
   if (hex) text.remove_prefix(2);
@@ -56,74 +69,56 @@ std::optional<DWORD> ParseNumber(std::string_view text) {
   return value;
 }
 
-std::optional<DWORD> ParseContextWord(std::string_view word) {
-  for (const Choice<DWORD>& context : kContexts) {
-    if (context.name == word) return context.value;
-  }
-  return ParseNumber(word);
-}
-
-std::string ContextNames() {
-  std::string names;
-  for (const Choice<DWORD>& context : kContexts) names.append(names.empty() ? "" : ", ").append(context.name);
-  return names;
-}
-
-void AddContextOption(CLI::App& app, SnapshotOptions& options) {
-  app.add_option_function<std::string>(
-         "--context",
-         [&options](const std::string& text) {
-           const std::optional<DWORD> context = ParseContext(text);
-           if (!context) {
-             throw CLI::ValidationError("--context",
-                                        "\"" + text + "\" is neither a number nor made of " + ContextNames());
-           }
-           options.context = *context;
-         },
-         "The VSS context: a number, or names joined by + (--context app-rollback+transportable); backup unless given. "
-         "Names: " +
-             ContextNames())
-      ->type_name("N|NAME+...");
-}
-
-void AddTestPointOption(CLI::App& app, SnapshotOptions& options) {
-  app.add_option_function<std::string>(
-         "--test-points",
-         [&options](const std::string& text) {
-           const std::optional<DWORD> mask = ParseNumber(text);
-           if (!mask) throw CLI::ValidationError("--test-points", "\"" + text + "\" is no number");
-           options.testPoints = *mask;
-         },
-         "Make steps fail on purpose: 0x1 the snapshot, after it was taken; 0x2 the verification of Exchange files "
-         "(--test-points 0x1)")
-      ->type_name("MASK");
+// An option whose value `parse` understands; `fault` says what a text is that it does not.
+template <class Parse>
+CLI::Option* AddParsed(CLI::App& app, const char* option, DWORD& target, Parse parse, const std::string& fault,
+                       const std::string& description) {
+  const auto read = [=, &target](const std::string& text) {
+    const std::optional<DWORD> value = parse(text);
+    if (!value) throw CLI::ValidationError(option, "\"" + text + "\" is " + fault);
+    target = *value;
+  };
+  return app.add_option_function<std::string>(option, read, description);
 }
 
 // An option whose value is one of these names.
 template <class Value, std::size_t n>
 CLI::Option* AddChoice(CLI::App& app, const char* option, Value& target, const Choice<Value> (&choices)[n],
                        const char* description) {
-  std::vector<std::string> names;
-  for (const Choice<Value>& choice : choices) names.emplace_back(choice.name);
-  return app
-      .add_option_function<std::string>(
-          option,
-          [&target, &choices](const std::string& name) {
-            for (const Choice<Value>& choice : choices) {
-              if (choice.name == name) target = choice.value;
-            }
-          },
-          description)
-      ->check(CLI::IsMember(names));
+  const auto read = [&](const std::string& name) { target = ValueOf(name, choices).value_or(target); };
+  return app.add_option_function<std::string>(option, read, description)->check(CLI::IsMember(NamesOf(choices)));
 }
 
-void AddApplicationOption(CLI::App& app, SnapshotOptions& options) {
+// Which set is taken.
+void AddRequestOptions(CLI::App& app, SnapshotOptions& options) {
   AddChoice(
       app, "--app", options.application, kApplications,
       "The application to quiesce, whose writers take part (--app sql): SQL Server, Exchange, Hyper-V; none takes "
       "every writer")
       ->option_text("none|sql|exchange|hyperv REQUIRED")
       ->required();
+  app.add_option("--disk", options.disks,
+                 "Serial numbers of the protection set's disks, as varnelctl disks shows them (--disk TSL0001 TSL0002)")
+      ->type_name("SERIAL")
+      ->expected(1, -1)
+      ->required();
+  app.add_option("--writer-code", options.writerCode,
+                 "What the array asks for: with 2, 3 or 4 only the databases that its metadata service names "
+                 "(--writer-code 2); 0 unless given")
+      ->type_name("N");
+  std::string contexts;
+  for (const std::string& name : NamesOf(kContexts)) contexts += (contexts.empty() ? "" : ", ") + name;
+  AddParsed(app, "--context", options.context, ParseContext, "neither a number nor made of " + contexts,
+            "The VSS context: a number, or names joined by + (--context app-rollback+transportable); backup unless "
+            "given. Names: " +
+                contexts)
+      ->type_name("N|NAME+...");
+  AddChoice(app, "--backup-type", options.backupType, kBackupTypes, "What the writers prepare for (--backup-type copy)")
+      ->option_text("full|incremental|differential|log|copy|other, full unless given");
+  AddParsed(app, "--test-points", options.testPoints, ParseNumber, "no number",
+            "Make steps fail on purpose: 0x1 the snapshot, after it was taken; 0x2 the verification of Exchange files "
+            "(--test-points 0x1)")
+      ->type_name("MASK");
 }
 
 // What happens to a set after it was taken.
@@ -162,7 +157,9 @@ std::optional<DWORD> ParseContext(const std::string& text) {
   DWORD context = 0;
   for (std::size_t begin = 0; begin <= text.size();) {
     const std::size_t end = std::min(text.find('+', begin), text.size());
-    const std::optional<DWORD> part = ParseContextWord(std::string_view(text).substr(begin, end - begin));
+    const std::string_view word = std::string_view(text).substr(begin, end - begin);
+    std::optional<DWORD> part = ValueOf(word, kContexts);
+    if (!part) part = ParseNumber(word);
     if (!part) return std::nullopt;
     context |= *part;
     begin = end + 1;
@@ -171,34 +168,23 @@ std::optional<DWORD> ParseContext(const std::string& text) {
 }
 
 void AddSnapshotOptions(CLI::App& app, SnapshotOptions& options) {
-  AddApplicationOption(app, options);
-  app.add_option("--disk", options.disks,
-                 "Serial numbers of the protection set's disks, as varnelctl disks shows them (--disk TSL0001 TSL0002)")
-      ->type_name("SERIAL")
-      ->expected(1, -1)
-      ->required();
-  app.add_option("--writer-code", options.writerCode,
-                 "What the array asks for: with 2, 3 or 4 only the databases that its metadata service names "
-                 "(--writer-code 2); 0 unless given")
-      ->type_name("N");
-  AddContextOption(app, options);
-  AddChoice(app, "--backup-type", options.backupType, kBackupTypes, "What the writers prepare for (--backup-type copy)")
-      ->option_text("full|incremental|differential|log|copy|other, full unless given");
-  AddTestPointOption(app, options);
+  AddRequestOptions(app, options);
   AddCompletionOptions(app, options);
   AddOutputOptions(app, options);
 }
 
-void CheckSnapshotOptions(const SnapshotOptions& options) {
-  if (options.verify && options.IsTransportable()) {
-    throw UsageError("--verify does not go with a transportable context: there would be no snapshot to verify here");
-  }
-  if (options.then != Then::Keep && options.IsTransportable()) {
-    throw UsageError("--then does not go with a transportable context: the set belongs to the array, not to this host");
-  }
-  if (options.skipDbVerification && options.application != Application::Exchange) {
-    throw UsageError("--skip-db-verification goes with --app exchange only");
-  }
+void CheckSnapshotOptions(const SnapshotOptions& options, bool isSimulatedHost) {
+  const auto refuseIf = [](bool holds, const char* reason) {
+    if (holds) throw UsageError(reason);
+  };
+  refuseIf(options.verify && options.IsTransportable(),
+           "--verify does not go with a transportable context: there would be no snapshot to verify here");
+  refuseIf(options.then != Then::Keep && options.IsTransportable(),
+           "--then does not go with a transportable context: the set belongs to the array, not to this host");
+  refuseIf(options.skipDbVerification && options.application != Application::Exchange,
+           "--skip-db-verification goes with --app exchange only");
+  refuseIf(options.callsFile && !isSimulatedHost,
+           "--calls needs a simulated host: this machine keeps no log of its calls");
 }
 
 }  // namespace varnelctl

@@ -1,8 +1,9 @@
-#include "varnelctl/commands/storage_view.h"
+#include "varnelctl/storage_view.h"
 
 #include <algorithm>
 #include <array>
 #include <map>
+#include <memory>
 #include <optional>
 
 #include "platform/host.h"
@@ -21,33 +22,23 @@ using varnel::CurrentHost;
   throw CallFailure(call, varnel::HResultFromWin32(CurrentHost().GetLastError()));
 }
 
-// The names of all volumes, one after the other.
-class VolumeSearch {
- public:
-  VolumeSearch() : handle_(CurrentHost().storage().FindFirstVolumeW(name_.data(), MAX_PATH)) {
-    if (handle_ == INVALID_HANDLE_VALUE && CurrentHost().GetLastError() != ERROR_NO_MORE_FILES) {
-      ThrowLastError("FindFirstVolumeW");
-    }
+std::vector<std::wstring> ListVolumes() {
+  varnel::Storage& storage = CurrentHost().storage();
+  std::vector<std::wstring> names;
+  std::array<wchar_t, MAX_PATH> name{};
+  const HANDLE search = storage.FindFirstVolumeW(name.data(), MAX_PATH);
+  if (search == INVALID_HANDLE_VALUE) {
+    if (CurrentHost().GetLastError() == ERROR_NO_MORE_FILES) return names;
+    ThrowLastError("FindFirstVolumeW");
   }
-  ~VolumeSearch() {
-    if (handle_ != INVALID_HANDLE_VALUE) CurrentHost().storage().FindVolumeClose(handle_);
-  }
-  VolumeSearch(const VolumeSearch&) = delete;
-  VolumeSearch& operator=(const VolumeSearch&) = delete;
-
-  bool HasVolume() const { return handle_ != INVALID_HANDLE_VALUE && !atEnd_; }
-  std::wstring Name() const { return name_.data(); }
-  void Next() {
-    if (CurrentHost().storage().FindNextVolumeW(handle_, name_.data(), MAX_PATH)) return;
-    if (CurrentHost().GetLastError() != ERROR_NO_MORE_FILES) ThrowLastError("FindNextVolumeW");
-    atEnd_ = true;
-  }
-
- private:
-  std::array<wchar_t, MAX_PATH> name_{};
-  HANDLE handle_;
-  bool atEnd_ = false;
-};
+  const auto close = [&](void* handle) { storage.FindVolumeClose(handle); };
+  const std::unique_ptr<void, decltype(close)> owner(search, close);
+  do {
+    names.emplace_back(name.data());
+  } while (storage.FindNextVolumeW(search, name.data(), MAX_PATH));
+  if (CurrentHost().GetLastError() != ERROR_NO_MORE_FILES) ThrowLastError("FindNextVolumeW");
+  return names;
+}
 
 std::vector<std::wstring> SplitList(const wchar_t* list) {
   std::vector<std::wstring> entries;
@@ -116,8 +107,8 @@ StorageView ReadStorage() {
   StorageView view;
   DiskAndVolumeEnumerator enumerator;
   std::map<DWORD, DiskView> disks;
-  for (VolumeSearch search; search.HasVolume(); search.Next()) {
-    VolumeView volume{search.Name(), MountPointsOf(search.Name(), view.warnings)};
+  for (const std::wstring& name : ListVolumes()) {
+    VolumeView volume{name, MountPointsOf(name, view.warnings)};
     WindowsDiskDevice device;
     enumerator.GetDiskDeviceForUniqueVolume(volume.name, device);
     if (device.diskName.empty()) {

@@ -1,11 +1,12 @@
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 #include "core/alerts.h"
 #include "core/varnel.h"
 #include "core/vss_call.h"
 #include "platform/owners.h"
+#include "text/unicode.h"
 #include "varnelctl/commands/command.h"
+#include "varnelctl/console/json.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/vss_object.h"
 
@@ -14,6 +15,7 @@ namespace {
 
 using varnel::ComPtr;
 using varnel::CurrentHost;
+using varnel::WideToUtf8Lossy;
 
 struct Provider {
   GUID id{};
@@ -61,22 +63,18 @@ const char* NameOf(VSS_PROVIDER_TYPE type) {
   }
 }
 
-Json ToJson(const std::vector<Provider>& providers, bool arrayProviderPresent) {
-  Json list = Json::array();
-  for (const Provider& provider : providers) {
-    list.push_back({{"id", Utf8(varnel::FormatGuid(provider.id))},
-                    {"name", Utf8(provider.name)},
-                    {"type", NameOf(provider.type)},
-                    {"version", Utf8(provider.version)},
-                    {"isArrayProvider", provider.IsArrayProvider()}});
-  }
-  return {{"providers", std::move(list)}, {"arrayProviderPresent", arrayProviderPresent}};
+Json ProviderJson(const Provider& provider) {
+  return {{"id", WideToUtf8Lossy(varnel::FormatGuid(provider.id))},
+          {"name", WideToUtf8Lossy(provider.name)},
+          {"type", NameOf(provider.type)},
+          {"version", WideToUtf8Lossy(provider.version)},
+          {"isArrayProvider", provider.IsArrayProvider()}};
 }
 
 void Print(Console& console, const std::vector<Provider>& providers, bool arrayProviderPresent) {
   for (const Provider& provider : providers) {
     console.Line(Printable(provider.name) + (provider.IsArrayProvider() ? "  (the array's own)" : ""));
-    console.Line("  id       " + Utf8(varnel::FormatGuid(provider.id)));
+    console.Line("  id       " + WideToUtf8Lossy(varnel::FormatGuid(provider.id)));
     console.Line("  type     " + std::string(NameOf(provider.type)));
     console.Line("  version  " + Printable(provider.version));
     console.Line("");
@@ -99,7 +97,8 @@ class ProvidersCommand final : public Command {
     const bool arrayProviderPresent = std::any_of(providers.begin(), providers.end(),
                                                   [](const Provider& provider) { return provider.IsArrayProvider(); });
     if (session.json) {
-      session.console.Document(ToJson(providers, arrayProviderPresent));
+      session.console.Document(
+          {{"providers", ArrayOf(providers, ProviderJson)}, {"arrayProviderPresent", arrayProviderPresent}});
     } else {
       Print(session.console, providers, arrayProviderPresent);
     }

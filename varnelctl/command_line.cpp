@@ -1,4 +1,4 @@
-#include "varnelctl/commands/command_line.h"
+#include "varnelctl/command_line.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -30,7 +30,7 @@ std::string ExitStatusFooter() {
   return footer;
 }
 
-// Global options may also stand behind the command's name.
+// Global options may also follow the command's name.
 void AddGlobalOptions(CLI::App& app, GlobalOptions& options, std::string& logLevel) {
   app.set_help_flag("-h,--help", "Print this help, or behind a command its own, and exit");
   app.set_version_flag("--version", "varnelctl " VARNELCTL_VERSION, "Print the version and exit");

@@ -1,17 +1,19 @@
 #include <CLI/App.hpp>
 #include <algorithm>
-#include <nlohmann/json.hpp>
 #include <unordered_map>
 
 #include "core/varnel.h"
+#include "text/unicode.h"
 #include "varnelctl/commands/command.h"
-#include "varnelctl/commands/storage_view.h"
+#include "varnelctl/console/json.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/storage_view.h"
 
 namespace varnelctl {
 namespace {
 
 using TesselCommonClasses::DiskAndVolumeEnumerator;
+using varnel::WideToUtf8Lossy;
 
 const char* NameOfComponentType(DWORD type) {
   switch (type) {
@@ -37,40 +39,31 @@ const char* NameOfFileType(DWORD type) {
   }
 }
 
-Json ToJson(const VssFileDescriptor& file, VolumeSerials& serials) {
-  return {{"path", Utf8(file.path)},
-          {"filespec", Utf8(file.filespec)},
+Json FileJson(const VssFileDescriptor& file, VolumeSerials& serials) {
+  return {{"path", WideToUtf8Lossy(file.path)},
+          {"filespec", WideToUtf8Lossy(file.filespec)},
           {"fileType", NameOfFileType(file.fileType)},
-          {"volume", Utf8(file.volumeName)},
-          {"serialNumber", Utf8(serials.Of(file.volumeName))}};
+          {"volume", WideToUtf8Lossy(file.volumeName)},
+          {"serialNumber", WideToUtf8Lossy(serials.Of(file.volumeName))}};
 }
 
-Json ToJson(const VssComponent& component, VolumeSerials& serials) {
-  Json files = Json::array();
-  for (const VssFileDescriptor& file : component.files) files.push_back(ToJson(file, serials));
-  return {{"fullPath", Utf8(component.fullPath)},
-          {"name", Utf8(component.name)},
-          {"logicalPath", Utf8(component.logicalPath)},
-          {"caption", Utf8(component.caption)},
+Json ComponentJson(const VssComponent& component, VolumeSerials& serials) {
+  return {{"fullPath", WideToUtf8Lossy(component.fullPath)},
+          {"name", WideToUtf8Lossy(component.name)},
+          {"logicalPath", WideToUtf8Lossy(component.logicalPath)},
+          {"caption", WideToUtf8Lossy(component.caption)},
           {"type", NameOfComponentType(component.type)},
           {"selectable", component.selectable},
           {"topLevel", component.topLevel},
-          {"files", std::move(files)}};
+          {"files", ArrayOf(component.files, [&](const auto& file) { return FileJson(file, serials); })}};
 }
 
-Json ToJson(const VssWriter& writer, VolumeSerials& serials) {
-  Json components = Json::array();
-  for (const VssComponent& component : writer.components) components.push_back(ToJson(component, serials));
-  return {{"name", Utf8(writer.name)},
-          {"writerId", Utf8(writer.writerId)},
-          {"instanceId", Utf8(writer.instanceId)},
-          {"components", std::move(components)}};
-}
-
-Json ToJson(const std::vector<VssWriter>& writers, VolumeSerials& serials) {
-  Json list = Json::array();
-  for (const VssWriter& writer : writers) list.push_back(ToJson(writer, serials));
-  return {{"writers", std::move(list)}};
+Json WriterJson(const VssWriter& writer, VolumeSerials& serials) {
+  const auto componentJson = [&](const VssComponent& component) { return ComponentJson(component, serials); };
+  return {{"name", WideToUtf8Lossy(writer.name)},
+          {"writerId", WideToUtf8Lossy(writer.writerId)},
+          {"instanceId", WideToUtf8Lossy(writer.instanceId)},
+          {"components", ArrayOf(writer.components, componentJson)}};
 }
 
 // The files of one directory.
@@ -177,7 +170,8 @@ class WritersCommand final : public Command {
     session.Ask("EnumerateDisks", [&] { enumerator.EnumerateDisks(false); });
     VolumeSerials serials(enumerator);
     if (session.json) {
-      session.console.Document(ToJson(requestor.GetWriters(), serials));
+      const auto writerJson = [&](const VssWriter& writer) { return WriterJson(writer, serials); };
+      session.console.Document({{"writers", ArrayOf(requestor.GetWriters(), writerJson)}});
     } else {
       Listing(session.console, serials, all_).Print(requestor.GetWriters());
     }

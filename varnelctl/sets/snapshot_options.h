@@ -1,4 +1,4 @@
-// What `varnelctl snapshot` was asked for.
+// What a snapshot was asked for. An option is a field here; its name, words, help and rules stand in the source.
 #pragma once
 
 #include <optional>
@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/vss.h"
+#include "varnelctl/application.h"
 
 namespace CLI {
 class App;
@@ -13,11 +14,13 @@ class App;
 
 namespace varnelctl {
 
-/// The application to quiesce; None takes every writer.
-enum class Application { None, Sql, Exchange, HyperV };
-
 /// What becomes of a set that was taken.
-enum class Then { Keep, Break, Mask, Delete };
+enum class Then {
+  Keep,    ///< it stays as long as its context says
+  Break,   ///< its disks become ordinary disks of this host
+  Mask,    ///< broken, and its disks are hidden from this host
+  Delete,  ///< it goes at once
+};
 
 struct SnapshotOptions {
   Application application = Application::None;
@@ -41,8 +44,8 @@ struct SnapshotOptions {
 /// Declares the options; they are bound to `options`, which must outlive the parse.
 void AddSnapshotOptions(CLI::App& app, SnapshotOptions& options);
 
-/// Refuses what cannot be asked for together. Throws UsageError.
-void CheckSnapshotOptions(const SnapshotOptions& options);
+/// Refuses what cannot be asked for together, or not of this host. Throws UsageError.
+void CheckSnapshotOptions(const SnapshotOptions& options, bool isSimulatedHost);
 
 /// The VSS context of "backup", "app-rollback+transportable", "0x29" or "41"; nothing for anything else.
 std::optional<DWORD> ParseContext(const std::string& text);

@@ -1,0 +1,59 @@
+// One request for a snapshot, from the first check to what becomes of its set, and what came of it.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/varnel.h"
+#include "varnelctl/console/phases.h"
+#include "varnelctl/explanation/failure.h"
+#include "varnelctl/explanation/left_out.h"
+#include "varnelctl/session.h"
+#include "varnelctl/sets/shadow_copies.h"
+#include "varnelctl/sets/snapshot_options.h"
+
+namespace varnelctl {
+
+/// What became of the snapshot set.
+enum class SetState {
+  None,      ///< it was never taken
+  Kept,      ///< it stays until somebody deletes it
+  Released,  ///< it goes when the requestor is released, at the end of the program
+  Deleted,
+  Broken,   ///< its disks are ordinary disks of this host
+  Masked,   ///< broken, and its disks were taken from this host
+  Unknown,  ///< nobody could say
+};
+
+/// What came of a request. Keeps the requestor: a set whose context releases it stays until the results were shown.
+struct SnapshotOutcome {
+  explicit SnapshotOutcome(const SnapshotOptions& options);
+  SnapshotOutcome(const SnapshotOutcome&) = delete;
+  SnapshotOutcome& operator=(const SnapshotOutcome&) = delete;
+
+  TesselCommonClasses::DiskAndVolumeEnumerator enumerator;  ///< the requestor's
+  const std::unique_ptr<CVarnel> requestor;                 ///< never null
+  const bool isTransportable;
+  std::vector<Phase> phases;
+  std::optional<Failure> failure;
+  bool taken = false;       ///< a set was taken, whatever became of it
+  bool gotThrough = false;  ///< with or without messages: the set is not deleted for a failure
+  SetState setState = SetState::None;
+  /// How many shadow copies are left of a set that could not be deleted whole; nothing for any other.
+  std::optional<std::size_t> copiesLeft;
+  std::string errorDetails;  ///< the alert records, without the request text before them
+  std::map<std::string, ApplicationObjectMeatadataInfo> catalog;
+  std::vector<ShadowCopyView> shadowCopies;
+  std::string databases;
+  std::vector<LeftOut> leftOut;
+};
+
+/// Drives the outcome's requestor in the host agent's order of calls, through every phase. A failure ends the sequence,
+/// the backup is completed all the same, and the failure is kept; nothing is thrown for it.
+void TakeSnapshot(Session& session, const SnapshotOptions& options, SnapshotOutcome& outcome);
+
+}  // namespace varnelctl
