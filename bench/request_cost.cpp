@@ -28,7 +28,7 @@
 #include "simulator/simulated_host.h"
 #include "tests/faults/guarded_host.h"
 
-// The C library's allocator with a count in front: what the program gets from malloc and from operator new alike.
+// The C library's allocator with a count around it: what the program gets from malloc and from operator new alike.
 extern "C" {
 void* __libc_malloc(std::size_t bytes);
 void* __libc_calloc(std::size_t count, std::size_t bytes);
