@@ -177,7 +177,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const AlertParts& parts = allParts[index];
   AlertRecord record = *alert::All()[index];
   // Texts are cut in the same way where there is less room for them, and sooner.
-  if (choice != index) record.bytes = 100 + parts.Join(std::vector<std::string>(parts.values.size())).size();
+  if (choice != index) record.bytes = 40 + parts.Join(std::vector<std::string>(parts.values.size())).size();
   std::size_t room = 2 * record.bytes;
   std::vector<Value> values;
   for (const AlertValue kind : parts.values) values.push_back(ReadValue(input, kind, room));

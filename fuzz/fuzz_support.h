@@ -88,7 +88,8 @@ inline std::optional<std::wstring> Decoded(std::string_view text) {
 
 /// Whether it is UTF-8. Without an exception, which would take longer than the text.
 inline bool IsUtf8(std::string_view text) {
-  return WideToUtf8Lossy(Utf8ToWideLossy(text)) == text;
+  const bool ascii = std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  return ascii || WideToUtf8Lossy(Utf8ToWideLossy(text)) == text;
 }
 
 }  // namespace varnel::fuzz

@@ -20,7 +20,7 @@ shift
 # Frames of ended calls are kept, in little room: every exception looks through all of it. Freed memory is kept for many
 # inputs, which run within milliseconds.
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_stack_use_after_return=1:max_uar_stack_size_log=16:strict_string_checks=1:\
-quarantine_size_mb=16:malloc_context_size=10}
+quarantine_size_mb=16:malloc_context_size=6}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
 
 names=()
