@@ -1,12 +1,15 @@
+// The floor: what a snapshot costs at least, whoever takes it. BareRequestor makes every call that the real requestor
+// makes, in the same order and with the same arguments (their call logs are equal), and does nothing besides: between
+// two calls it keeps only what a later call needs (the identifiers and names of components, the volume of each
+// directory), it decides nothing, writes no log and no alert, and gives up at the first failure. What the real
+// requestor costs above this is its own work, and the only part that this project can make cheaper.
 #include "bench/floor.h"
 
 #include <algorithm>
 #include <array>
 #include <cwchar>
-#include <map>
 #include <set>
 #include <stdexcept>
-#include <string_view>
 #include <unordered_map>
 
 #include "core/varnel.h"
@@ -25,31 +28,25 @@ void Check(HRESULT hr) {
   if (FAILED(hr)) throw std::runtime_error("a call of the bare requestor failed");
 }
 
-void Wait(const ComPtr<IVssAsync>& async) {
-  HRESULT result = S_OK;
-  Check(async->Wait(INFINITE));
-  Check(async->QueryStatus(&result, nullptr));
-  Check(result);
+std::wstring TextOf(BSTR text) {
+  return text == nullptr ? std::wstring() : std::wstring(text);
 }
 
-// A volume is its index in the list of those met so far.
-using VolumeIndex = std::size_t;
-
+// A component as the service is told of it.
 struct Component {
   VSS_COMPONENT_TYPE type;
   std::wstring logicalPath;
   std::wstring name;
-  bool selectable;
-  bool hasFiles;
-  bool eligible;
 };
 
-struct WriterEntry {
-  VSS_ID instanceId{};
-  VSS_ID writerId{};
-  bool takesPart = false;
-  std::vector<Component> components;
+struct TakingPart {
+  VSS_ID instanceId;
+  VSS_ID writerId;
+  std::vector<Component> selectable;
 };
+
+// A volume is its place among those met so far.
+using VolumeIndex = std::size_t;
 
 class BareRequestor {
  public:
@@ -61,22 +58,37 @@ class BareRequestor {
     if (gathered_) vss_->FreeWriterMetadata();
   }
 
-  void Run() {
-    Check(CurrentHost().vss().CreateVssBackupComponents(vss_.Put()));
-    Check(vss_->InitializeForBackup(nullptr));
-    Check(vss_->SetBackupState(true, true, VSS_BT_FULL, false));
-    Gather();
-    Select();
-    Add();
-    Snapshot();
-    Complete();
+  // The phases of a request, in their order.
+  void TakeSnapshot() {
+    Initialize();
+    ReadWriters();
+    CheckVolumes();
+    AddComponents();
+    AddVolumes();
+    CreateShadowCopies();
+    ReadShadowCopies();
+    CompleteBackup();
   }
 
  private:
-  void Gather() {
+  void Initialize() {
+    Check(CurrentHost().vss().CreateVssBackupComponents(vss_.Put()));
+    Check(vss_->InitializeForBackup(nullptr));
+    Check(vss_->SetBackupState(true, true, VSS_BT_FULL, false));
+  }
+
+  template <class Start>
+  void RunToItsEnd(Start start) {
     ComPtr<IVssAsync> async;
-    Check(vss_->GatherWriterMetadata(async.Put()));
-    Wait(async);
+    HRESULT result = S_OK;
+    Check((vss_.Get()->*start)(async.Put()));
+    Check(async->Wait(INFINITE));
+    Check(async->QueryStatus(&result, nullptr));
+    Check(result);
+  }
+
+  void ReadWriters() {
+    RunToItsEnd(&IVssBackupComponents::GatherWriterMetadata);
     gathered_ = true;
     UINT count = 0;
     Check(vss_->GetWriterMetadataCount(&count));
@@ -89,18 +101,12 @@ class BareRequestor {
   }
 
   void ReadWriter(IVssExamineWriterMetadata& metadata) {
-    WriterEntry& writer = writers_.emplace_back();
+    TakingPart writer{};
     Bstr name;
     VSS_USAGE_TYPE usage{};
     VSS_SOURCE_TYPE source{};
     Check(metadata.GetIdentity(&writer.instanceId, &writer.writerId, name.Put(), &usage, &source));
-    VSS_RESTOREMETHOD_ENUM method{};
-    Bstr service;
-    Bstr procedure;
-    VSS_WRITERRESTORE_ENUM writerRestore{};
-    VssBool reboot{};
-    UINT mappings = 0;
-    Check(metadata.GetRestoreMethod(&method, service.Put(), procedure.Put(), &writerRestore, &reboot, &mappings));
+    ReadRestoreMethod(metadata);
     UINT includes = 0;
     UINT excludes = 0;
     UINT components = 0;
@@ -110,41 +116,48 @@ class BareRequestor {
       Check(metadata.GetExcludeFile(i, file.Put()));
       VolumeOf(*file);
     }
-    writer.takesPart = writerIds_.empty() ||
-                       std::find(writerIds_.begin(), writerIds_.end(), FormatGuid(writer.writerId)) != writerIds_.end();
-    writer.components.reserve(components);
+    const bool takesPart = writerIds_.empty() || std::find(writerIds_.begin(), writerIds_.end(),
+                                                           FormatGuid(writer.writerId)) != writerIds_.end();
     for (UINT i = 0; i < components; ++i) {
       ComPtr<IVssWMComponent> component;
       Check(metadata.GetComponent(i, component.Put()));
-      ReadComponent(writer, *component);
+      ReadComponent(*component, takesPart ? &writer : nullptr);
     }
+    if (takesPart) writers_.push_back(std::move(writer));
   }
 
-  void ReadComponent(WriterEntry& writer, IVssWMComponent& source) {
+  static void ReadRestoreMethod(IVssExamineWriterMetadata& metadata) {
+    VSS_RESTOREMETHOD_ENUM method{};
+    Bstr service;
+    Bstr procedure;
+    VSS_WRITERRESTORE_ENUM writerRestore{};
+    VssBool reboot{};
+    UINT mappings = 0;
+    Check(metadata.GetRestoreMethod(&method, service.Put(), procedure.Put(), &writerRestore, &reboot, &mappings));
+  }
+
+  // `writer` is null where it does not take part: its files are read all the same.
+  void ReadComponent(IVssWMComponent& source, TakingPart* writer) {
     PVSSCOMPONENTINFO info = nullptr;
     Check(source.GetComponentInfo(&info));
-    Component component{
-        info->type, TextOf(info->bstrLogicalPath), TextOf(info->bstrComponentName), info->bSelectable != 0, false,
-        true};
     const auto read = [&](UINT count, auto get) {
       for (UINT i = 0; i < count; ++i) {
         ComPtr<IVssWMFiledesc> file;
         Check((source.*get)(i, file.Put()));
         const VolumeIndex volume = VolumeOf(*file);
-        component.hasFiles = true;
-        if (writer.takesPart) component.eligible = IsOnDisks(volume) && component.eligible;
+        if (writer != nullptr) volumesOfSet_.insert(volume);
       }
     };
     read(info->cFileCount, &IVssWMComponent::GetFile);
     read(info->cDatabases, &IVssWMComponent::GetDatabaseFile);
     read(info->cLogFiles, &IVssWMComponent::GetDatabaseLogFile);
+    if (writer != nullptr && info->bSelectable) {
+      writer->selectable.push_back({info->type, TextOf(info->bstrLogicalPath), TextOf(info->bstrComponentName)});
+    }
     source.FreeComponentInfo(info);
-    writer.components.push_back(std::move(component));
   }
 
-  static std::wstring TextOf(BSTR text) { return text == nullptr ? std::wstring() : std::wstring(text); }
-
-  // The volume of a file entry, each directory looked up once.
+  // Reads the whole file entry; each directory is looked up once.
   VolumeIndex VolumeOf(IVssWMFiledesc& file) {
     Bstr path;
     Bstr filespec;
@@ -156,63 +169,67 @@ class BareRequestor {
     Check(file.GetAlternateLocation(alternate.Put()));
     std::array<wchar_t, MAX_PATH> expanded;
     if (CurrentHost().system().ExpandEnvironmentStringsW(path.Get(), expanded.data(), MAX_PATH) == 0) Check(E_FAIL);
-    const auto known = directories_.find(expanded.data());
-    if (known != directories_.end()) return known->second;
+    const auto known = volumesOfDirectories_.find(expanded.data());
+    if (known != volumesOfDirectories_.end()) return known->second;
     const std::wstring directory = UtilityClass::AppendBackslash(expanded.data());
     std::wstring volume;
     std::wstring mountPoint;
     if (!UtilityClass::GetUniqueVolumeNameForPathNoThrow(directory, volume, mountPoint)) volume = directory;
     const VolumeIndex index = IndexOf(volume);
-    directories_.emplace(expanded.data(), index);
+    volumesOfDirectories_.emplace(expanded.data(), index);
     return index;
   }
 
   VolumeIndex IndexOf(const std::wstring& volume) {
     const auto found = std::find(volumes_.begin(), volumes_.end(), volume);
-    if (found != volumes_.end()) return static_cast<VolumeIndex>(found - volumes_.begin());
-    volumes_.push_back(volume);
-    return volumes_.size() - 1;
+    const auto index = static_cast<VolumeIndex>(found - volumes_.begin());
+    if (found == volumes_.end()) volumes_.push_back(volume);
+    return index;
   }
 
-  bool IsOnDisks(VolumeIndex volume) {
-    selected_.insert(volume);
-    return true;
-  }
-
-  // A component without files takes part when one below it does.
-  void Select() {
-    for (const VolumeIndex volume : selected_) {
+  void CheckVolumes() {
+    for (const VolumeIndex volume : volumesOfSet_) {
       WindowsDiskDevice device;
       enumerator_.GetDiskDeviceForUniqueVolume(volumes_[volume], device);
       if (!disks_.contains(device.serialNumber)) Check(E_FAIL);
     }
-    for (WriterEntry& writer : writers_) {
-      if (!writer.takesPart) continue;
-      for (const Component& component : writer.components) {
-        if (!component.selectable || !component.eligible) continue;
-        Check(vss_->AddComponent(writer.instanceId, writer.writerId, component.type, component.logicalPath.c_str(),
-                                 component.name.c_str()));
-      }
+  }
+
+  template <class Call>
+  void ForEachSelectable(Call call) {
+    for (const TakingPart& writer : writers_) {
+      for (const Component& component : writer.selectable) Check(call(writer, component));
     }
   }
 
-  void Add() {
+  void AddComponents() {
+    ForEachSelectable([&](const TakingPart& writer, const Component& component) {
+      return vss_->AddComponent(writer.instanceId, writer.writerId, component.type, component.logicalPath.c_str(),
+                                component.name.c_str());
+    });
+  }
+
+  void AddVolumes() {
     VSS_ID setId{};
     Check(vss_->StartSnapshotSet(&setId));
-    for (const VolumeIndex volume : VolumesInOrder()) {
+    for (const VolumeIndex volume : volumesOfSet_) {
       VSS_ID copy{};
       Check(vss_->AddToSnapshotSet(volumes_[volume].data(), CVarnel::TesselVssProviderID, &copy));
       copies_.push_back(copy);
     }
   }
 
-  // In the order in which the files named them.
-  const std::set<VolumeIndex>& VolumesInOrder() const { return selected_; }
+  void CreateShadowCopies() {
+    RunToItsEnd(&IVssBackupComponents::PrepareForBackup);
+    CheckWriters();
+    RunToItsEnd(&IVssBackupComponents::DoSnapshotSet);
+    CheckWriters();
+    Bstr document;
+    Check(vss_->SaveAsXML(document.Put()));
+  }
 
   void CheckWriters() {
-    ComPtr<IVssAsync> async;
-    Check(vss_->GatherWriterStatus(async.Put()));
-    Wait(async);
+    RunToItsEnd(&IVssBackupComponents::GatherWriterStatus);
     UINT count = 0;
     Check(vss_->GetWriterStatusCount(&count));
     ComPtr<IVssBackupComponentsEx3> extended;
@@ -232,16 +249,8 @@ class BareRequestor {
     Check(vss_->FreeWriterStatus());
   }
 
-  void Snapshot() {
-    ComPtr<IVssAsync> async;
-    Check(vss_->PrepareForBackup(async.Put()));
-    Wait(async);
-    CheckWriters();
-    Check(vss_->DoSnapshotSet(async.Put()));
-    Wait(async);
-    CheckWriters();
-    Bstr document;
-    Check(vss_->SaveAsXML(document.Put()));
+  // Each copy is asked for twice, for its device and for its disk, and the disks are enumerated anew for each.
+  void ReadShadowCopies() {
     for (const VSS_ID& copy : copies_) {
       SnapshotProperties properties;
       Check(vss_->GetSnapshotProperties(copy, properties.Put()));
@@ -253,20 +262,14 @@ class BareRequestor {
     }
   }
 
-  void Complete() {
+  void CompleteBackup() {
     UINT count = 0;
     Check(vss_->GetWriterComponentsCount(&count));
-    for (const WriterEntry& writer : writers_) {
-      if (!writer.takesPart) continue;
-      for (const Component& component : writer.components) {
-        if (!component.selectable || !component.eligible) continue;
-        Check(vss_->SetBackupSucceeded(writer.instanceId, writer.writerId, component.type,
-                                       component.logicalPath.c_str(), component.name.c_str(), true));
-      }
-    }
-    ComPtr<IVssAsync> async;
-    Check(vss_->BackupComplete(async.Put()));
-    Wait(async);
+    ForEachSelectable([&](const TakingPart& writer, const Component& component) {
+      return vss_->SetBackupSucceeded(writer.instanceId, writer.writerId, component.type, component.logicalPath.c_str(),
+                                      component.name.c_str(), true);
+    });
+    RunToItsEnd(&IVssBackupComponents::BackupComplete);
     CheckWriters();
   }
 
@@ -275,10 +278,10 @@ class BareRequestor {
   DiskAndVolumeEnumerator& enumerator_;
   ComPtr<IVssBackupComponents> vss_;
   bool gathered_ = false;
-  std::vector<WriterEntry> writers_;
-  std::unordered_map<std::wstring, VolumeIndex> directories_;
+  std::vector<TakingPart> writers_;
+  std::unordered_map<std::wstring, VolumeIndex> volumesOfDirectories_;
   std::vector<std::wstring> volumes_;
-  std::set<VolumeIndex> selected_;
+  std::set<VolumeIndex> volumesOfSet_;  // ascending is the order in which files named them
   std::vector<VSS_ID> copies_;
 };
 
@@ -286,7 +289,7 @@ class BareRequestor {
 
 void TakeBareSnapshot(const std::vector<std::wstring>& writerIds, const std::vector<std::wstring>& disks,
                       DiskAndVolumeEnumerator& enumerator) {
-  BareRequestor(writerIds, disks, enumerator).Run();
+  BareRequestor(writerIds, disks, enumerator).TakeSnapshot();
 }
 
 }  // namespace varnel::bench

@@ -1,5 +1,4 @@
-// The floor: a bare requestor that makes exactly the calls which a snapshot needs, in their order, keeps only what the
-// next call needs and reports nothing. What the real requestor costs above it is its own.
+// The floor: what the calls of a snapshot cost by themselves.
 #pragma once
 
 #include <string>

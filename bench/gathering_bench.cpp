@@ -3,35 +3,25 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <optional>
-#include <sstream>
 
-#include "bench/hosts.h"
-#include "core/varnel.h"
+#include "bench/workloads.h"
 #include "simulator/host_file/documents.h"
 #include "simulator/simulated_host.h"
+#include "tests/support/files.h"
+#include "tests/support/request.h"
 
 namespace varnel::bench {
 namespace {
 
 std::size_t Gather() {
-  std::string errorDetails;
-  CVarnel requestor(0);
-  requestor.Initialize(0, L"", false, VSS_BT_FULL, errorDetails, nullptr);
-  requestor.GatherWriterMetadata(errorDetails);
+  test::Request<> request;
+  request.Gather({});
   std::size_t files = 0;
-  for (const VssWriter& writer : requestor.GetWriters()) {
+  for (const VssWriter& writer : request.requestor.GetWriters()) {
     for (const VssComponent& component : writer.components) files += component.files.size();
   }
   return files;
-}
-
-simulator::Writer ReadDocument(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return simulator::ParseWriterMetadata(text.str());
 }
 
 class Gathering : public benchmark::Fixture {
@@ -43,7 +33,9 @@ class Gathering : public benchmark::Fixture {
   }
 
  public:
-  void SetUp(benchmark::State& state) override { Install(MakeHost(static_cast<std::size_t>(state.range(0)), 3)); }
+  void SetUp(benchmark::State& state) override {
+    Install(FindWorkload("sql").makeHost(static_cast<std::size_t>(state.range(0))));
+  }
   void TearDown(benchmark::State&) override {
     current_.reset();
     host_.reset();
@@ -63,10 +55,10 @@ class GatheringCapturedServer : public Gathering {
       state.SkipWithError("VARNEL_CAPTURES names no folder");
       return;
     }
-    simulator::HostModel model = MakeHost(0, 0);
-    model.writers.clear();
+    simulator::HostModel model = HostWithoutWriters();
     for (int n = 0; n < kDocuments; ++n) {
-      model.writers.push_back(ReadDocument(std::filesystem::path(folder) / ("WM" + std::to_string(n) + ".xml")));
+      const std::filesystem::path document = std::filesystem::path(folder) / ("WM" + std::to_string(n) + ".xml");
+      model.writers.push_back(simulator::ParseWriterMetadata(test::ReadFile(document)));
     }
     Install(std::move(model));
   }

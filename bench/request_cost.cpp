@@ -18,19 +18,17 @@
 #include <iostream>
 #include <new>
 #include <optional>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <unordered_set>
 
 #include "bench/floor.h"
-#include "bench/hosts.h"
 #include "bench/workloads.h"
 #include "platform/tessel/log_sink.h"
 #include "simulator/simulated_host.h"
 #include "tests/faults/guarded_host.h"
 
-// The C library's allocator with a count in front: what the program gets from malloc and from operator new alike.
+// The C library's allocator with a count around it: what the program gets from malloc and from operator new alike.
 extern "C" {
 void* __libc_malloc(std::size_t bytes);
 void* __libc_calloc(std::size_t count, std::size_t bytes);
@@ -132,20 +130,6 @@ namespace varnel::bench {
 }
 
 namespace {
-
-// The disks that hold files: a protection set without extra volumes.
-std::vector<std::wstring> DisksOf(const simulator::HostModel& model) {
-  const std::wstring folder = MountPoint(0).substr(0, MountPoint(0).rfind(L'0'));
-  std::set<std::size_t> used;
-  for (const simulator::Writer& writer : model.writers) {
-    for (const simulator::WriterComponent& component : writer.components) {
-      for (const simulator::FileSpec& file : component.files) used.insert(std::stoul(file.path.substr(folder.size())));
-    }
-  }
-  std::vector<std::wstring> disks;
-  for (const std::size_t disk : used) disks.push_back(Serial(disk));
-  return disks;
-}
 
 enum class Who { floor, quiet, logged, memory };
 

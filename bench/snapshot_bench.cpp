@@ -1,62 +1,54 @@
 // The steps of a snapshot set over many components: each must cost in proportion to them.
 #include <benchmark/benchmark.h>
 
-#include <memory>
 #include <optional>
 
-#include "bench/hosts.h"
-#include "core/varnel.h"
+#include "bench/workloads.h"
 #include "simulator/simulated_host.h"
-#include "tests/support/requestor_probe.h"
+#include "tests/support/request.h"
 
 namespace varnel::bench {
 namespace {
 
-constexpr std::size_t kFilesPerComponent = 3;
-
 // A requestor on a fresh host, as far as the step before the measured one.
-struct Request {
-  explicit Request(std::size_t components) : host(MakeHost(components, kFilesPerComponent)), current(host) {
+struct PreparedRequest {
+  explicit PreparedRequest(const simulator::HostModel& model) : host(model), current(host) {
     host.calls().enabled = false;
-    requestor.SetInputDriveSerialNos(AllSerials());
-    requestor.Initialize(0, L"", false, VSS_BT_FULL, errorDetails, &enumerator);
-    requestor.GatherWriterMetadata(errorDetails);
+    request.details = "writer=0,";
+    request.Gather(DisksOf(model));
   }
-  void Select() { probe.SelectComponentsForBackup(errorDetails); }
+  void Select() { request.probe.SelectComponentsForBackup(request.details); }
   void Add() {
-    probe.StartSnapshotSet(errorDetails);
-    probe.AddToSnapshotSet(errorDetails);
+    request.probe.StartSnapshotSet(request.details);
+    request.probe.AddToSnapshotSet(request.details);
   }
   void Snapshot() {
-    probe.PrepareForBackup(errorDetails);
-    probe.DoSnapshotSet(errorDetails);
+    request.probe.PrepareForBackup(request.details);
+    request.probe.DoSnapshotSet(request.details);
   }
 
   simulator::SimulatedHost host;
   ScopedHost current;
-  TesselCommonClasses::DiskAndVolumeEnumerator enumerator;
-  CVarnel requestor{0};
-  RequestorProbe probe{requestor};
-  std::string errorDetails = "writer=0,";
+  test::Request<> request;
 };
 
 class Steps : public benchmark::Fixture {
  public:
   void SetUp(benchmark::State& state) override {
-    request = std::make_unique<Request>(static_cast<std::size_t>(state.range(0)));
+    prepared.emplace(FindWorkload("sql").makeHost(static_cast<std::size_t>(state.range(0))));
   }
-  void TearDown(benchmark::State&) override { request.reset(); }
+  void TearDown(benchmark::State&) override { prepared.reset(); }
 
  protected:
-  std::unique_ptr<Request> request;
+  std::optional<PreparedRequest> prepared;
 };
 
 class StepsAfterSelection : public Steps {
  public:
   void SetUp(benchmark::State& state) override {
     Steps::SetUp(state);
-    request->Select();
-    request->probe.StartSnapshotSet(request->errorDetails);
+    prepared->Select();
+    prepared->request.probe.StartSnapshotSet(prepared->request.details);
   }
 };
 
@@ -64,9 +56,9 @@ class StepsAfterSnapshot : public Steps {
  public:
   void SetUp(benchmark::State& state) override {
     Steps::SetUp(state);
-    request->Select();
-    request->Add();
-    request->Snapshot();
+    prepared->Select();
+    prepared->Add();
+    prepared->Snapshot();
   }
 };
 
@@ -75,37 +67,37 @@ class StepsAfterFailure : public Steps {
  public:
   void SetUp(benchmark::State& state) override {
     Steps::SetUp(state);
-    request->Select();
-    request->Add();
-    request->probe.PrepareForBackup(request->errorDetails);
+    prepared->Select();
+    prepared->Add();
+    prepared->request.probe.PrepareForBackup(prepared->request.details);
     simulator::WriterFault fault{
-        L"Bench Writer", simulator::WriterEvent::postSnapshot, VSS_E_WRITERERROR_PARTIAL_FAILURE, 0, L"", {}};
-    for (const VssComponent& component : request->requestor.GetWriters().front().components) {
+        L"SqlServerWriter", simulator::WriterEvent::postSnapshot, VSS_E_WRITERERROR_PARTIAL_FAILURE, 0, L"", {}};
+    for (const VssComponent& component : prepared->request.requestor.GetWriters().front().components) {
       fault.components.push_back({component.fullPath, VSS_E_WRITERERROR_RETRYABLE, 1, L"log full"});
     }
-    request->host.faults().FailWriter(std::move(fault));
+    prepared->host.faults().FailWriter(std::move(fault));
     try {
-      request->probe.DoSnapshotSet(request->errorDetails);
+      prepared->request.probe.DoSnapshotSet(prepared->request.details);
     } catch (const VarnelException&) {
       // What the measured step looks at again.
     }
-    request->errorDetails.clear();
+    prepared->request.details.clear();
   }
 };
 
 BENCHMARK_DEFINE_F(Steps, Selection)(benchmark::State& state) {
-  for ([[maybe_unused]] auto _ : state) request->Select();
+  for ([[maybe_unused]] auto _ : state) prepared->Select();
 }
 BENCHMARK_DEFINE_F(StepsAfterSelection, AddToSnapshotSet)(benchmark::State& state) {
-  for ([[maybe_unused]] auto _ : state) request->probe.AddToSnapshotSet(request->errorDetails);
+  for ([[maybe_unused]] auto _ : state) prepared->request.probe.AddToSnapshotSet(prepared->request.details);
 }
 BENCHMARK_DEFINE_F(StepsAfterSnapshot, Properties)(benchmark::State& state) {
-  for ([[maybe_unused]] auto _ : state) request->probe.GetSnapShotProperties(request->errorDetails);
+  for ([[maybe_unused]] auto _ : state) prepared->request.probe.GetSnapShotProperties(prepared->request.details);
 }
 BENCHMARK_DEFINE_F(StepsAfterFailure, WriterStatus)(benchmark::State& state) {
   for ([[maybe_unused]] auto _ : state) {
     try {
-      request->probe.CheckSelectedWriterStatus(request->errorDetails);
+      prepared->request.probe.CheckSelectedWriterStatus(prepared->request.details);
     } catch (const VarnelException&) {
       // Every component failed.
     }
@@ -113,22 +105,13 @@ BENCHMARK_DEFINE_F(StepsAfterFailure, WriterStatus)(benchmark::State& state) {
 }
 
 // Each step changes the requestor, so each run measures it once.
-BENCHMARK_REGISTER_F(Steps, Selection)->Arg(1000)->Arg(10000)->Iterations(1)->Unit(benchmark::kMillisecond);
-BENCHMARK_REGISTER_F(StepsAfterSelection, AddToSnapshotSet)
-    ->Arg(1000)
-    ->Arg(10000)
-    ->Iterations(1)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK_REGISTER_F(StepsAfterSnapshot, Properties)
-    ->Arg(1000)
-    ->Arg(10000)
-    ->Iterations(1)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK_REGISTER_F(StepsAfterFailure, WriterStatus)
-    ->Arg(1000)
-    ->Arg(10000)
-    ->Iterations(1)
-    ->Unit(benchmark::kMillisecond);
+void Register(benchmark::internal::Benchmark* step) {
+  step->Arg(1000)->Arg(10000)->Iterations(1)->Unit(benchmark::kMillisecond);
+}
+BENCHMARK_REGISTER_F(Steps, Selection)->Apply(Register);
+BENCHMARK_REGISTER_F(StepsAfterSelection, AddToSnapshotSet)->Apply(Register);
+BENCHMARK_REGISTER_F(StepsAfterSnapshot, Properties)->Apply(Register);
+BENCHMARK_REGISTER_F(StepsAfterFailure, WriterStatus)->Apply(Register);
 
 }  // namespace
 }  // namespace varnel::bench

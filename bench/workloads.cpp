@@ -1,11 +1,12 @@
 #include "bench/workloads.h"
 
+#include <set>
 #include <stdexcept>
 
-#include "bench/hosts.h"
 #include "requestors/ExchReq.h"
 #include "requestors/HyperVReq.h"
 #include "requestors/SqlReq.h"
+#include "tests/support/host_model.h"
 #include "text/guid.h"
 
 namespace varnel::bench {
@@ -15,6 +16,10 @@ using simulator::HostModel;
 using simulator::Writer;
 using simulator::WriterComponent;
 
+constexpr std::size_t kDisks = 64;  // of the array, the most that a snapshot set takes
+// A drive letter cannot name so many volumes, so each is mounted in a folder.
+constexpr std::wstring_view kMountFolder = L"C:\\mnt\\";
+
 std::wstring Number(std::size_t n) {
   return std::to_wstring(n);
 }
@@ -22,47 +27,28 @@ std::wstring Number(std::size_t n) {
 std::wstring GuidText(std::size_t n) {
   GUID guid{};
   guid.Data1 = static_cast<DWORD>(n + 1);
-  const std::wstring text = FormatGuid(guid);
-  return text.substr(1, text.size() - 2);
-}
-
-Writer MakeWriter(std::wstring name, const wchar_t* id) {
-  Writer writer;
-  writer.name = std::move(name);
-  writer.writerId = TryParseGuid<GUID>(std::wstring_view(id)).value();
-  writer.instanceId.Data1 = 2;
-  return writer;
+  return FormatBareGuid(guid);
 }
 
 WriterComponent MakeComponent(std::wstring logicalPath, std::wstring name, std::wstring caption) {
-  WriterComponent component;
-  if (!logicalPath.empty()) component.logicalPath = std::move(logicalPath);
-  component.name = std::move(name);
+  WriterComponent component = test::MakeComponent(std::move(logicalPath), std::move(name), {});
   component.caption = std::move(caption);
-  component.selectable = true;
   return component;
 }
 
 // The whole of a component lies on one disk, as databases and machines do.
 void AddFile(WriterComponent& component, std::size_t disk, const std::wstring& folder, std::wstring filespec) {
-  simulator::FileSpec& file = component.files.emplace_back();
-  file.path = MountPoint(disk % kDisks) + folder;
-  file.filespec = std::move(filespec);
-}
-
-HostModel EmptyHost() {
-  return MakeHost(0, 0);
+  component.files.push_back({std::wstring(kMountFolder) + Number(disk % kDisks) + L"\\" + folder, std::move(filespec)});
 }
 
 HostModel WithWriter(Writer writer) {
-  HostModel model = EmptyHost();
-  model.writers.clear();
+  HostModel model = HostWithoutWriters();
   model.writers.push_back(std::move(writer));
   return model;
 }
 
 HostModel SqlHost(std::size_t n) {
-  Writer writer = MakeWriter(L"SqlServerWriter", kSqlServerWriterId);
+  Writer writer = test::MakeWriterOf(kSqlServerWriterId, L"SqlServerWriter", 2, {});
   for (std::size_t c = 0; c < n; ++c) {
     WriterComponent database = MakeComponent(L"SQL01", L"database" + Number(c), L"");
     AddFile(database, c, L"data", L"database" + Number(c) + L".mdf");
@@ -84,7 +70,7 @@ void AddMachineFiles(WriterComponent& machine, std::size_t c) {
 }
 
 HostModel HyperVHost(std::size_t n) {
-  Writer writer = MakeWriter(L"Microsoft Hyper-V VSS Writer", kHyperVWriterId);
+  Writer writer = test::MakeWriterOf(kHyperVWriterId, L"Microsoft Hyper-V VSS Writer", 2, {});
   for (std::size_t c = 0; c < n; ++c) {
     WriterComponent machine = MakeComponent(L"", GuidText(c), L"Online\\machine" + Number(c));
     AddMachineFiles(machine, c);
@@ -94,7 +80,7 @@ HostModel HyperVHost(std::size_t n) {
 }
 
 HostModel ClusterHost(std::size_t n) {
-  Writer writer = MakeWriter(L"Cluster Shared Volume VSS Writer", kClusterSharedVolumeWriterId);
+  Writer writer = test::MakeWriterOf(kClusterSharedVolumeWriterId, L"Cluster Shared Volume VSS Writer", 2, {});
   for (std::size_t c = 0; c < n; ++c) {
     WriterComponent machine =
         MakeComponent(L"", GuidText(c) + L"<CSV>node" + Number(c % 4), L"Online\\machine" + Number(c));
@@ -115,7 +101,7 @@ HostModel ClusterHost(std::size_t n) {
 HostModel ExchangeHost(std::size_t n) {
   constexpr std::size_t kDatabasesPerServer = 100;
   const std::wstring store = L"Microsoft Exchange Server\\Microsoft Information Store";
-  Writer writer = MakeWriter(L"Microsoft Exchange Writer", kExchangeWriterId);
+  Writer writer = test::MakeWriterOf(kExchangeWriterId, L"Microsoft Exchange Writer", 2, {});
   for (std::size_t c = 0; c < n; ++c) {
     const std::wstring server = L"EXCH" + Number(c / kDatabasesPerServer);
     if (c % kDatabasesPerServer == 0) writer.components.push_back(MakeComponent(store, server, server));
@@ -137,7 +123,7 @@ HostModel ExchangeHost(std::size_t n) {
 // One component of n files in few folders, as the operating system's own writer has it, on a disk of the array.
 HostModel SystemHost(std::size_t n) {
   constexpr std::size_t kFolders = 400;
-  Writer writer = MakeWriter(L"System Writer", L"{e8132975-6f93-4464-a53e-1050253ae220}");
+  Writer writer = test::MakeWriterOf(L"{e8132975-6f93-4464-a53e-1050253ae220}", L"System Writer", 2, {});
   WriterComponent component = MakeComponent(L"", L"System Files", L"System Files");
   for (std::size_t f = 0; f < n; ++f) {
     AddFile(component, f, L"Windows\\winsxs\\folder" + Number(f % kFolders), L"component" + Number(f) + L".dll");
@@ -149,7 +135,7 @@ HostModel SystemHost(std::size_t n) {
 // Chains of 50 components, each below the one before. (In one chain of n the paths alone would be quadratic text.)
 HostModel DeepHost(std::size_t n) {
   constexpr std::size_t kDepth = 50;
-  Writer writer = MakeWriter(L"Deep Writer", L"{00000001-0000-0000-0000-000000000000}");
+  Writer writer = test::MakeWriter(L"Deep Writer", 2, {});
   std::wstring path;
   for (std::size_t c = 0; c < n; ++c) {
     if (c % kDepth == 0) path = L"chain" + Number(c / kDepth);
@@ -162,7 +148,7 @@ HostModel DeepHost(std::size_t n) {
 }
 
 HostModel WideHost(std::size_t n) {
-  Writer writer = MakeWriter(L"Wide Writer", L"{00000002-0000-0000-0000-000000000000}");
+  Writer writer = test::MakeWriter(L"Wide Writer", 2, {});
   writer.components.push_back(MakeComponent(L"", L"parent", L"parent"));
   for (std::size_t c = 0; c < n; ++c) {
     WriterComponent child = MakeComponent(L"parent", L"child" + Number(c), L"");
@@ -197,6 +183,31 @@ const Workload& FindWorkload(const std::string& name) {
     if (workload.name == name) return workload;
   }
   throw std::invalid_argument("no workload " + name);
+}
+
+HostModel HostWithoutWriters() {
+  HostModel model;
+  model.disks = {test::MakeDisk(L"SYSTEM", 0, L"C:\\", true)};
+  for (std::size_t n = 0; n < kDisks; ++n) {
+    model.disks.push_back(test::MakeDisk(L"TSL" + Number(1000 + n), static_cast<DWORD>(n + 1),
+                                         std::wstring(kMountFolder) + Number(n) + L"\\"));
+  }
+  model.providers = {test::ArrayProvider()};
+  return model;
+}
+
+std::vector<std::wstring> DisksOf(const HostModel& model) {
+  std::set<std::size_t> used;
+  for (const Writer& writer : model.writers) {
+    for (const WriterComponent& component : writer.components) {
+      for (const simulator::FileSpec& file : component.files) {
+        used.insert(std::stoul(file.path.substr(kMountFolder.size())));
+      }
+    }
+  }
+  std::vector<std::wstring> disks;
+  for (const std::size_t disk : used) disks.push_back(model.disks[disk + 1].serial);
+  return disks;
 }
 
 std::size_t CountFiles(const simulator::HostModel& model) {

@@ -24,6 +24,10 @@ const std::vector<Workload>& Workloads();
 /// Throws std::invalid_argument for a name that no workload has.
 const Workload& FindWorkload(const std::string& name);
 
+/// A system disk and 64 of the array, each with a volume.
+simulator::HostModel HostWithoutWriters();
+/// The serial numbers of the disks that hold files: a protection set without extra volumes.
+std::vector<std::wstring> DisksOf(const simulator::HostModel& model);
 /// Files that the writers of the model name.
 std::size_t CountFiles(const simulator::HostModel& model);
 

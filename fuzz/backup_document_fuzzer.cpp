@@ -73,7 +73,8 @@ bool Initializes(SimulatedHost& host, const std::wstring& xml, bool restore) {
       Require(details.ends_with(", rc=COMMError, ca=ContactTechSupport;\n"), "a refusal leaves its alert record");
     }
   }
-  Require(host.live().Count() == 0, "nothing is live behind the requestor");
+  host.calls().Clear();
+  Require(host.live().Count() == 0, "nothing is live after the requestor");
   Require(host.live().misuses().empty(), "nothing was given back wrongly");
   return initialized;
 }
@@ -85,8 +86,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::optional<BackupDocument> document = Read(xml);
   if (document) RoundTrip(*document);
 
-  SimulatedHost host(HostModel{});
-  const varnel::ScopedHost current(host);
+  static SimulatedHost host(HostModel{});
+  static const varnel::ScopedHost current(host);
   const std::wstring wide = varnel::Utf8ToWideLossy(xml);
   Initializes(host, wide, true);
   const bool initialized = Initializes(host, wide, false);

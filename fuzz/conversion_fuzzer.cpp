@@ -20,15 +20,7 @@ namespace {
 using namespace varnel;
 using fuzz::Require;
 
-std::optional<std::wstring> Strict(std::string_view text) {
-  try {
-    return Utf8ToWide(text);
-  } catch (const std::range_error&) {
-    return std::nullopt;
-  }
-}
-
-std::optional<std::string> Strict(std::wstring_view text) {
+std::optional<std::string> Encoded(std::wstring_view text) {
   try {
     return WideToUtf8(text);
   } catch (const std::range_error&) {
@@ -38,9 +30,9 @@ std::optional<std::string> Strict(std::wstring_view text) {
 
 void CheckUtf8(std::string_view text) {
   const std::wstring lossy = Utf8ToWideLossy(text);
-  const std::optional<std::string> back = Strict(std::wstring_view(lossy));
+  const std::optional<std::string> back = Encoded(lossy);
   Require(back.has_value(), "what was read from UTF-8 is valid wide text");
-  if (const std::optional<std::wstring> strict = Strict(text)) {
+  if (const std::optional<std::wstring> strict = fuzz::Decoded(text)) {
     Require(*strict == lossy, "valid UTF-8 loses nothing");
     Require(*back == text, "valid UTF-8 comes back as it was");
   } else {
@@ -51,10 +43,10 @@ void CheckUtf8(std::string_view text) {
 
 void CheckWide(std::wstring_view text) {
   const std::string lossy = WideToUtf8Lossy(text);
-  const std::optional<std::wstring> back = Strict(std::string_view(lossy));
+  const std::optional<std::wstring> back = fuzz::Decoded(lossy);
   Require(back.has_value(), "what was made of wide text is valid UTF-8");
   Require(WideToUtf8(*back) == lossy, "it comes back as it was");
-  if (const std::optional<std::string> strict = Strict(text)) {
+  if (const std::optional<std::string> strict = Encoded(text)) {
     Require(*strict == lossy, "valid wide text loses nothing");
     // Where a wide character is a code point, a surrogate pair comes back as the one that it stands for.
     Require(back->size() <= text.size(), "valid wide text does not grow");

@@ -7,11 +7,9 @@
 #include <cstdint>
 #include <optional>
 #include <set>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "core/varnel.h"
 #include "fuzz/fuzz_support.h"
@@ -30,28 +28,22 @@ using fuzz::Require;
 using Paths = std::set<std::wstring>;
 
 // Tells any bytes; a host file could only describe text.
-class ListService final : public MetadataService {
+class ListHost final : public test::ForwardingHost, private MetadataService {
  public:
-  ListService(MetadataService& cluster, std::string list) : cluster_(cluster), list_(std::move(list)) {}
+  using ForwardingHost::ForwardingHost;
+  MetadataService& metadata() override { return *this; }
+
+  std::string list;
+
+ private:
   bool FindDatabasesToQuiesce(const std::string& /*serialNumber*/, std::string& databases,
                               std::string& /*error*/) override {
-    databases = list_;
+    databases = list;
     return true;
   }
-  std::string GetClusterName(const std::string& name) override { return cluster_.GetClusterName(name); }
-
- private:
-  MetadataService& cluster_;
-  std::string list_;
-};
-
-class ListHost final : public test::ForwardingHost {
- public:
-  ListHost(Host& inner, std::string list) : ForwardingHost(inner), service_(inner.metadata(), std::move(list)) {}
-  MetadataService& metadata() override { return service_; }
-
- private:
-  ListService service_;
+  std::string GetClusterName(const std::string& name) override {
+    return ForwardingHost::metadata().GetClusterName(name);
+  }
 };
 
 // The bridge hands texts over as C strings.
@@ -76,13 +68,6 @@ struct Names {
   }
 };
 
-simulator::HostModel ModelOf(const Names& names) {
-  simulator::HostModel model;
-  model.computerName = names.host;
-  if (!names.network.empty()) model.cluster = simulator::ClusterNode{L"CLU01", {{names.server, names.network}}};
-  return model;
-}
-
 // The paths by the rule, and the entries that name no server.
 struct Expected {
   Paths paths;
@@ -92,8 +77,9 @@ struct Expected {
 Expected ExpectedPaths(const std::wstring& list, const Names& names) {
   if (list == L"ALL_DB") return {{L"ALL_DB"}, 0};
   Expected expected;
-  std::wistringstream entries(list);
-  for (std::wstring entry; std::getline(entries, entry, L'\t');) {
+  for (std::size_t begin = 0, end = 0; begin < list.size(); begin = end + 1) {
+    end = std::min(list.find(L'\t', begin), list.size());
+    const std::wstring entry = list.substr(begin, end - begin);
     const std::size_t at = entry.find(L'@');
     if (at == entry.npos) {
       ++expected.skipped;
@@ -107,14 +93,6 @@ Expected ExpectedPaths(const std::wstring& list, const Names& names) {
     expected.paths.insert(path + database);
   }
   return expected;
-}
-
-std::optional<std::wstring> Decode(std::string_view list) {
-  try {
-    return Utf8ToWide(AsCString(list));
-  } catch (const std::range_error&) {
-    return std::nullopt;
-  }
 }
 
 // What GetComponentsList adds; nothing when it refuses the list.
@@ -131,43 +109,68 @@ std::optional<Paths> PathsOf(RequestorProbe& probe) {
   return paths;
 }
 
+// Each path is looked for by itself, for the requestor copies the set that it is given; the last one among all.
 void CheckMatches(RequestorProbe& probe, const Paths& paths) {
-  probe.setWriterCode("2");
   for (const std::wstring& path : paths) {
     if (path == L"ALL_DB") continue;
     Require(path == ascii::ToLower(path), "paths are lower case");
-    Require(probe.checkComponents(paths, path), "a component of that path passes");
+    Require(probe.checkComponents({path}, path), "a component of that path passes");
   }
+  Require(probe.checkComponents(paths, *paths.rbegin()), "so does one among others");
   const bool all = *paths.begin() == L"ALL_DB";
   Require(probe.checkComponents(paths, L"\\no such component\t") == all, "no other component passes");
+}
+
+// Made once; an input changes the names and the list.
+struct Agent {
+  Agent() {
+    requestor.SetInputDriveSerialNos({L"TSL0001"});
+    probe.setWriterCode("2");
+  }
+
+  void Tell(const Names& names, std::string_view list) {
+    simulated.model().computerName = names.host;
+    simulated.model().cluster.reset();
+    if (!names.network.empty()) {
+      simulated.model().cluster = simulator::ClusterNode{L"CLU01", {{names.server, names.network}}};
+    }
+    host.list = list;
+    simulated.calls().Clear();
+    log.lines.clear();
+  }
+
+  simulator::SimulatedHost simulated{simulator::HostModel{}};
+  ListHost host{simulated};
+  ScopedHost current{host};
+  test::RecordingLog log;
+  ScopedLog scopedLog{log};
+  CVarnel requestor{0};
+  RequestorProbe probe{requestor};
+};
+
+void Check(Agent& agent, std::string_view list, const Names& names) {
+  const std::optional<Paths> paths = PathsOf(agent.probe);
+  Require(agent.requestor.getSuccesfulDBList() == AsCString(list), "the list is handed to the agent as it came");
+  const std::optional<std::wstring> text = fuzz::Decoded(AsCString(list));
+  Require(paths.has_value() == text.has_value(), "a list is refused when it is not UTF-8");
+  if (!text) return;
+  Expected expected = ExpectedPaths(*text, names);
+  expected.paths.insert(L"\\before");
+  Require(*paths == expected.paths, "entries become paths by the rule");
+  Require(agent.log.Warnings().size() == expected.skipped, "an entry without a server is skipped with a warning");
+  CheckMatches(agent.probe, *paths);
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static Agent agent;
   fuzz::Input input(data, size);
   const std::string_view hostLine = input.Line();
   const Names names = Names::From(hostLine, input.Line());
-  const std::string list(input.Rest());
-
-  simulator::SimulatedHost simulated(ModelOf(names));
-  ListHost host(simulated, list);
-  const ScopedHost current(host);
-  test::RecordingLog log;
-  const ScopedLog scopedLog(log);
-  CVarnel requestor(0);
-  RequestorProbe probe(requestor);
-  requestor.SetInputDriveSerialNos({L"TSL0001"});
-
-  const std::optional<Paths> paths = PathsOf(probe);
-  Require(requestor.getSuccesfulDBList() == AsCString(list), "the list is handed to the agent as it came");
-  const std::optional<std::wstring> text = Decode(list);
-  Require(paths.has_value() == text.has_value(), "a list is refused when it is not UTF-8");
-  if (!text) return 0;
-  Expected expected = ExpectedPaths(*text, names);
-  expected.paths.insert(L"\\before");
-  Require(*paths == expected.paths, "entries become paths by the rule");
-  Require(log.Warnings().size() == expected.skipped, "an entry without a server is skipped with a warning");
-  CheckMatches(probe, *paths);
+  const std::string_view list = input.Rest();
+  agent.Tell(names, list);
+  Check(agent, list, names);
+  agent.Tell({}, {});
   return 0;
 }

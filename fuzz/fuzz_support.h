@@ -1,4 +1,4 @@
-// What the fuzz targets share: a check that keeps the input, and an input taken apart from its front.
+// What the fuzz targets share: a check that keeps the input, an input read piece by piece, and its readings as text.
 #pragma once
 
 #include <algorithm>
@@ -6,8 +6,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
+
+#include "text/unicode.h"
 
 namespace varnel::fuzz {
 
@@ -18,7 +22,7 @@ inline void Require(bool holds, const char* property) {
   std::abort();
 }
 
-/// Bytes from anywhere. What is taken behind the end is 0 or empty.
+/// Bytes from anywhere. What is taken after the end is 0 or empty.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size) : rest_(reinterpret_cast<const char*>(data), size) {}
@@ -55,6 +59,7 @@ class Input {
 inline std::wstring WideFrom(std::string_view bytes) {
   constexpr auto kNoCharacter = static_cast<wchar_t>(sizeof(wchar_t) == 2 ? 0xDFFF : 0x110000);
   std::wstring text;
+  text.reserve(bytes.size());
   for (const char c : bytes) {
     const unsigned byte = static_cast<unsigned char>(c);
     if (byte < 0x80) {
@@ -70,6 +75,21 @@ inline std::wstring WideFrom(std::string_view bytes) {
     }
   }
   return text;
+}
+
+/// The text as wide text, or nothing when it is not UTF-8.
+inline std::optional<std::wstring> Decoded(std::string_view text) {
+  try {
+    return Utf8ToWide(text);
+  } catch (const std::range_error&) {
+    return std::nullopt;
+  }
+}
+
+/// Whether it is UTF-8. Without an exception, which would take longer than the text.
+inline bool IsUtf8(std::string_view text) {
+  const bool ascii = std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  return ascii || WideToUtf8Lossy(Utf8ToWideLossy(text)) == text;
 }
 
 }  // namespace varnel::fuzz

@@ -96,7 +96,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   SimulatedHost host(*model);
   const varnel::ScopedHost current(host);
   TakeSnapshot(disks);
-  Require(host.live().Count() == 0, "nothing is live behind the requestor");
+  Require(host.live().Count() == 0, "nothing is live after the requestor");
   Require(host.live().misuses().empty(), "nothing was given back wrongly");
   return 0;
 }

@@ -6,11 +6,10 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "tests/support/files.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
@@ -28,18 +27,11 @@ std::vector<fs::path> InputsOf(const fs::path& named) {
   return inputs;
 }
 
-std::string ReadFile(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::string content((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  if (!file) throw std::runtime_error("cannot read " + path.string());
-  return content;
-}
-
 void Replay(const fs::path& input) {
   // Named first, so that an input which ends the process is known.
   std::printf("%s\n", input.string().c_str());
   std::fflush(stdout);
-  const std::string content = ReadFile(input);
+  const std::string content = varnel::test::ReadFile(input);
   LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(content.data()), content.size());
 }
 

@@ -61,34 +61,41 @@ std::optional<bool> Passes(RequestorProbe& probe, const std::set<std::wstring>& 
   return std::nullopt;
 }
 
-void CheckNumber(RequestorProbe& probe, const std::string& code, varnel::test::RecordingLog& log) {
+// Made once; an input changes the code and the log.
+struct Agent {
+  varnel::test::RecordingLog log;
+  varnel::ScopedLog scopedLog{log};
+  CVarnel requestor{0};
+  RequestorProbe probe{requestor};
+};
+
+void CheckNumber(Agent& agent, const std::string& code) {
   const CodeNumber number = Read(code);
-  log.lines.clear();
-  const std::optional<bool> none = Passes(probe, {}, number.reading);
+  agent.log.lines.clear();
+  const std::optional<bool> none = Passes(agent.probe, {}, number.reading);
   Require(none.has_value() == (number.reading == Reading::number), "what is no number is refused");
-  Require(log.Errors().size() == (none ? 0U : 1U), "a refusal leaves one error line");
+  Require(agent.log.Errors().size() == (none ? 0U : 1U), "a refusal leaves one error line");
   if (!none) return;
   const bool namesDatabases = number.value >= 2 && number.value <= 4;
   Require(*none != namesDatabases, "with 2, 3 and 4 only named components pass");
-  Require(Passes(probe, {L"\\host\\sales"}, number.reading) == true, "a named component passes");
-  Require(Passes(probe, {L"ALL_DB"}, number.reading) == true, "with all databases every component passes");
-  Require(Passes(probe, {L"\\host\\crm"}, number.reading) != namesDatabases, "another name does not count");
+  Require(Passes(agent.probe, {L"\\host\\sales"}, number.reading) == true, "a named component passes");
+  Require(Passes(agent.probe, {L"ALL_DB"}, number.reading) == true, "with all databases every component passes");
+  Require(Passes(agent.probe, {L"\\host\\crm"}, number.reading) != namesDatabases, "another name does not count");
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static Agent agent;
   const std::string text(varnel::fuzz::Input(data, size).Rest());
-  varnel::test::RecordingLog log;
-  const varnel::ScopedLog scopedLog(log);
-  CVarnel requestor(0);
-  RequestorProbe probe(requestor);
-
-  const std::string code = probe.parseWriterCode(text);
-  Require(code == ExpectedCode(text), "the code stands behind the first equals sign of the first field with the word");
-  Require(probe.getWriterCode() == code, "the code is kept");
-  Require(log.lines.size() == 1, "the code is logged once");
-  CheckNumber(probe, code, log);
-  Require(probe.parseWriterCode("host=a,writer=" + code + ",x=1") == code, "a code is read back from its own field");
+  const std::string code = agent.probe.parseWriterCode(text);
+  Require(code == ExpectedCode(text), "the code stands after the first equals sign of the first field with the word");
+  Require(agent.probe.getWriterCode() == code, "the code is kept");
+  Require(agent.log.lines.size() == 1, "the code is logged once");
+  CheckNumber(agent, code);
+  Require(agent.probe.parseWriterCode("host=a,writer=" + code + ",x=1") == code,
+          "a code is read back from its own field");
+  agent.probe.setWriterCode("");
+  agent.log.lines.clear();
   return 0;
 }
