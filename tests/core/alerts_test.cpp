@@ -410,9 +410,7 @@ TEST_F(SplitDetails, AnyTwoRecordsComeApart) {
 TEST_F(SplitDetails, TheListsOfAMismatchBelongToItsRecord) {
   SnapshotRequest request({.serialNumbers = {L"TSL0002", L"TSL0009"}});
   ASSERT_EQ(request.StartAndCreate().alertCode, 602);
-
   const std::vector<SplitRecord> records = Split(request.alerts());
-
   ASSERT_THAT(records, SizeIs(1));
   EXPECT_THAT(records[0].record, StartsWith("status=LunMismatch, VolCollVolumes=2, "));
   EXPECT_THAT(records[0].lists, ElementsAre("Input list of volumes in volume collection: TSL0002, TSL0009;\n",
@@ -420,11 +418,9 @@ TEST_F(SplitDetails, TheListsOfAMismatchBelongToItsRecord) {
 }
 
 TEST_F(SplitDetails, TheListOfExtraVolumesEndsInAColon) {
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  SnapshotRequest request(BothDisks());
   ASSERT_EQ(request.StartAndCreate().alertCode, 701);
-
   const std::vector<SplitRecord> records = Split(request.alerts());
-
   ASSERT_THAT(records, SizeIs(1));
   EXPECT_THAT(records[0].record, StartsWith("status=ExtarVolumesInVolColl, "));
   EXPECT_THAT(records[0].lists, ElementsAre("Extra volumes in volume collection are:TSL0002:\n"));
@@ -435,12 +431,10 @@ TEST_F(SplitDetails, ARecordBehindAnAsynchronousFailureIsCutOff) {
   SnapshotRequest request;
   const Outcome outcome = request.StartAndCreate();
   ASSERT_EQ(outcome, Outcome::Thrown(VSS_E_HOLD_WRITES_TIMEOUT));
-  host().faults().FailCall("IVssBackupComponents::BreakSnapshotSet", static_cast<DWORD>(VSS_E_BAD_STATE));
+  FailCall("IVssBackupComponents::BreakSnapshotSet", VSS_E_BAD_STATE);
   EXPECT_EQ(OutcomeOf([&] { request.requestor.BreakSnapshotSet(request.details()); }),
             Outcome::Thrown(VSS_E_BAD_STATE));
-
   const std::vector<SplitRecord> records = Split(request.alerts());
-
   ASSERT_THAT(records, SizeIs(2));
   EXPECT_EQ(records[0].record,
             "RequestStatus=QueryStatus(), Function=pAsync->QueryStatus(), Error=VSS_E_HOLD_WRITES_TIMEOUT, "
@@ -451,29 +445,25 @@ TEST_F(SplitDetails, ARecordBehindAnAsynchronousFailureIsCutOff) {
 
 TEST_F(SplitDetails, ALineBreakInsideAMessageDoesNotEndItsRecord) {
   const std::wstring message = L"first;\nsecond:\nthird, a=\"b\";\r\n";
-  host().faults().FailWriter(FreezeFault(message));
+  FailWriter(FreezeFault(message));
   SnapshotRequest request;
   ASSERT_EQ(request.StartAndCreate().alertCode, 600);
-
   const std::vector<SplitRecord> records = Split(request.alerts());
-
   ASSERT_THAT(records, SizeIs(1));
   EXPECT_EQ(Between(records[0].record, "ApplicationMsg=", ", rc="), WideToUtf8(message));
   EXPECT_THAT(records[0].record, EndsWith(", rc=VssWriterStatusError, ca=CheckWriterState;\n"));
 }
 
 TEST_F(SplitDetails, TheNamesOfVolumesFollowTheirRecordDirectly) {
-  host().model().cluster = simulator::ClusterNode{L"CLU01", {}};
-  host().model().disks[1].clustered = true;
+  model().cluster = simulator::ClusterNode{L"CLU01", {}};
+  model().disks[1].clustered = true;
   TesselCommonClasses::DiskAndVolumeEnumerator enumerator;
   HyperVReq requestor(0);
   requestor.SetDiskAndVolumeEnumeratorObj(&enumerator);
   std::string status;
   std::string details;
-
   EXPECT_EQ(requestor.ValidateVolumes({WideToAnsi(VolumeName(1)), WideToAnsi(VolumeName(2))}, status, details, {}, ""),
             253u);
-
   ASSERT_THAT(Split(details), SizeIs(1));
   EXPECT_EQ(details,
             "Error, status=TesselHyperVValidation_MixOfStandalone_ClusterVolumes, rc=ConfigError, "
@@ -604,7 +594,6 @@ TEST(AlertRoom, ACallsNameGivesWayOnlyWhenNothingElseIsLeft) {
   const std::string text = FormatAlert(alert::kComError, {call, std::wstring(500, L'e')});
   EXPECT_EQ(text, PartsOf(alert::kComError).Join({call, "..."}));
   EXPECT_EQ(text.size(), 2047u);
-
   const std::string longer = FormatAlert(alert::kComError, {call + "c", std::wstring(500, L'e')});
   EXPECT_EQ(longer.size(), 2047u);
   EXPECT_THAT(longer, StartsWith("ccc"));
@@ -837,19 +826,15 @@ TEST_F(AlertChannels, WithoutAListenerTheErrorDetailsAreTheSame) {
 }
 
 TEST_F(AlertChannels, AnExactMessageOfAWriterComesThroughTheWholeRequest) {
-  simulator::HostModel model = SmallHost();
-  model.writers = {MakeWriter(L"M\u00E4il, \"A\"", 1, {MakeComponent(L"mail", L"db1", {L"E:\\db1"})})};
-  Install(std::move(model));
+  model().writers = {MakeWriter(L"M\u00E4il, \"A\"", 1, {MakeComponent(L"mail", L"db1", {L"E:\\db1"})})};
   WriterFault fault;
   fault.writer = L"M\u00E4il, \"A\"";
   fault.event = WriterEvent::freeze;
   fault.failure = VSS_E_WRITERERROR_NONRETRYABLE;
   fault.applicationMessage = std::wstring(3000, L'm') + L"\U0001F680";
-  host().faults().FailWriter(fault);
+  FailWriter(fault);
   SnapshotRequest request;
-
   ASSERT_EQ(request.StartAndCreate().alertCode, 600);
-
   const std::string start =
       "RequestStatus=WriterFailure, WriterName=M\xC3\xA4il, \"A\", WriterError=VSS_E_WRITERERROR_NONRETRYABLE, "
       "WriterStatus=VSS_WS_FAILED_AT_FREEZE, ApplicationError=0x0, ApplicationMsg=";

@@ -18,7 +18,7 @@
 #include "core/logging.h"
 #include "resources/catalog.h"
 #include "tests/support/host_fixture.h"
-#include "tests/support/request.h"
+#include "tests/support/snapshot_request.h"
 
 namespace varnel::test {
 namespace {
@@ -241,7 +241,7 @@ TEST_F(ErrorsTest, SeventyTwoResultsHaveTheirNames) {
 }
 
 TEST_F(ErrorsTest, ANameDoesNotGiveWayToASystemText) {
-  host().model().messages[0x80042301] = L"The system knows better.\r\n";
+  model().messages[0x80042301] = L"The system knows better.\r\n";
   EXPECT_EQ(CVarnel::HResult2String(VSS_E_BAD_STATE), L"VSS_E_BAD_STATE");
   EXPECT_THAT(host().calls().lines(), IsEmpty());
 }
@@ -261,13 +261,13 @@ TEST_F(ErrorsTest, NoOtherResultOfTheServiceHasAName) {
 }
 
 TEST_F(ErrorsTest, AResultWithoutANameIsShownByTheSystemsText) {
-  host().model().messages[0x80042305] = L"The shadow copy has gone.\r\n";
+  model().messages[0x80042305] = L"The shadow copy has gone.\r\n";
   EXPECT_EQ(CVarnel::HResult2String(kUnnamed), L"The shadow copy has gone.\r\n");
   EXPECT_THAT(host().calls().lines(), ElementsAre("FormatMessageW(0x80042305) = ok"));
 }
 
 TEST_F(ErrorsTest, TheSystemsTextKeepsItsInserts) {
-  host().model().messages[0x80042305] = L"Disk %1 of %2.\r\n";
+  model().messages[0x80042305] = L"Disk %1 of %2.\r\n";
   EXPECT_EQ(CVarnel::HResult2String(kUnnamed), L"Disk %1 of %2.\r\n");
 }
 
@@ -280,8 +280,8 @@ TEST_F(ErrorsTest, AResultWithoutAnyTextIsShownByItsValue) {
 }
 
 TEST_F(ErrorsTest, AFailingMessageTableCountsAsNoText) {
-  host().model().messages[0x80042305] = L"The shadow copy has gone.\r\n";
-  host().faults().FailCall("FormatMessageW", ERROR_NOT_ENOUGH_MEMORY);
+  model().messages[0x80042305] = L"The shadow copy has gone.\r\n";
+  FailCall("FormatMessageW", ERROR_NOT_ENOUGH_MEMORY);
   EXPECT_EQ(CVarnel::HResult2String(kUnnamed), L"Error: 0x80042305");
 }
 
@@ -333,8 +333,8 @@ class SystemTextTest : public HostFixture {
 };
 
 TEST_F(SystemTextTest, TheServicesTableIsSearchedFirst) {
-  host().model().messages[0x80042301] = L"system\r\n";
-  host().model().vssMessages = {{0x80042301, L"service\r\n"}};
+  model().messages[0x80042301] = L"system\r\n";
+  model().vssMessages = {{0x80042301, L"service\r\n"}};
   EXPECT_EQ(VssMessage(VSS_E_BAD_STATE), L"service\r\n");
   EXPECT_THAT(log.lines, IsEmpty());
   EXPECT_THAT(host().calls().lines(), ElementsAre("LoadLibraryW(vsstrace.dll) = ok",
@@ -342,29 +342,29 @@ TEST_F(SystemTextTest, TheServicesTableIsSearchedFirst) {
 }
 
 TEST_F(SystemTextTest, TheSystemsTableServesWhereTheServicesHasNoText) {
-  host().model().messages[0x80042301] = L"system\r\n";
-  host().model().vssMessages.emplace();
+  model().messages[0x80042301] = L"system\r\n";
+  model().vssMessages.emplace();
   EXPECT_EQ(VssMessage(VSS_E_BAD_STATE), L"system\r\n");
   EXPECT_THAT(log.lines, IsEmpty());
 }
 
 TEST_F(SystemTextTest, WithoutTheServicesModuleTheSystemsTableServesAlone) {
-  host().model().messages[0x80042301] = L"system\r\n";
+  model().messages[0x80042301] = L"system\r\n";
   EXPECT_EQ(VssMessage(VSS_E_BAD_STATE), L"system\r\n");
   EXPECT_THAT(log.All(), ElementsAre("W Failed to load vsstrace.dll. Error 126"));
   EXPECT_EQ(log.lines.front().source, "varnel");
 }
 
 TEST_F(SystemTextTest, AModuleThatCannotBeLoadedIsNamedWithItsError) {
-  host().model().vssMessages = {{0x80042301, L"service\r\n"}};
-  host().model().messages[0x80042301] = L"system\r\n";
-  host().faults().FailCall("LoadLibraryW", ERROR_ACCESS_DENIED);
+  model().vssMessages = {{0x80042301, L"service\r\n"}};
+  model().messages[0x80042301] = L"system\r\n";
+  FailCall("LoadLibraryW", ERROR_ACCESS_DENIED);
   EXPECT_EQ(VssMessage(VSS_E_BAD_STATE), L"system\r\n");
   EXPECT_THAT(log.All(), ElementsAre("W Failed to load vsstrace.dll. Error 5"));
 }
 
 TEST_F(SystemTextTest, NothingFoundLeavesTheTextEmpty) {
-  host().model().vssMessages.emplace();
+  model().vssMessages.emplace();
   EXPECT_EQ(VssMessage(VSS_E_BAD_STATE), L"");
   EXPECT_THAT(log.All(), ElementsAre("W FormatMessage failed. Error 317"));
 }
@@ -375,56 +375,56 @@ TEST_F(SystemTextTest, NothingFoundWithoutTheServicesModuleLeavesTwoWarnings) {
 }
 
 TEST_F(SystemTextTest, AFailureWithoutAnErrorCodeCountsAsAGeneralOne) {
-  host().faults().FailCall("LoadLibraryW", 0);
-  host().faults().FailCall("FormatMessageW", 0);
+  FailCall("LoadLibraryW", 0);
+  FailCall("FormatMessageW", 0);
   EXPECT_EQ(VssMessage(VSS_E_BAD_STATE), L"");
   EXPECT_THAT(log.All(), ElementsAre("W Failed to load vsstrace.dll. Error 31", "W FormatMessage failed. Error 31"));
 }
 
 TEST_F(SystemTextTest, InsertsAreNotIgnored) {
-  host().model().vssMessages = {{0x80042301, L"Volume %1 is busy.\r\n"}, {0x80042302, L"100%% full.%n"}};
+  model().vssMessages = {{0x80042301, L"Volume %1 is busy.\r\n"}, {0x80042302, L"100%% full.%n"}};
   EXPECT_EQ(VssMessage(VSS_E_BAD_STATE), L"");
   EXPECT_THAT(log.All(), ElementsAre("W FormatMessage failed. Error 87"));
   EXPECT_EQ(VssMessage(VSS_E_UNEXPECTED), L"100% full.\r\n");
 }
 
 TEST_F(SystemTextTest, OnlyTheLow32BitsOfAResultCount) {
-  host().model().vssMessages = {{0x80042301, L"service\r\n"}};
+  model().vssMessages = {{0x80042301, L"service\r\n"}};
   EXPECT_EQ(VssMessage(static_cast<long>(0x1234567880042301LL)), L"service\r\n");
   EXPECT_EQ(ErrorString(static_cast<long>(0x1234567880042301LL)), L"service\r\n");
 }
 
 TEST_F(SystemTextTest, TheUserTextIsTheSystems) {
-  host().model().vssMessages = {{0x80042306, L"The provider said no.\r\n"}};
+  model().vssMessages = {{0x80042306, L"The provider said no.\r\n"}};
   EXPECT_EQ(ErrorString(VSS_E_PROVIDER_VETO), L"The provider said no.\r\n");
 }
 
 TEST_F(SystemTextTest, TheUserTextOfAPartialFailureIsTheCatalogs) {
-  host().model().messages[0x80042336] = L"system\r\n";
-  host().model().vssMessages = {{0x80042336, L"service\r\n"}};
+  model().messages[0x80042336] = L"system\r\n";
+  model().vssMessages = {{0x80042336, L"service\r\n"}};
   constexpr wchar_t kExpected[] =
       L"The writer experienced a partial failure. Check the application event log on the application server to "
       L"determine application objects for which VSS synchronization failed.";
   EXPECT_EQ(ErrorString(static_cast<HRESULT>(0x80042336)), kExpected);
   EXPECT_EQ(ErrorString(static_cast<long>(0x1234567880042336LL)), kExpected);
   EXPECT_THAT(log.lines, IsEmpty());
-  EXPECT_THAT(host().calls().Of("FormatMessageW"), IsEmpty());
+  EXPECT_THAT(Calls("FormatMessageW"), IsEmpty());
 }
 
 TEST_F(SystemTextTest, APartialFailureWithoutACatalogIsShownByItsName) {
-  host().model().vssMessages = {{0x80042336, L"service\r\n"}};
-  host().faults().FailCall("GetModuleHandleExW", ERROR_MOD_NOT_FOUND);
+  model().vssMessages = {{0x80042336, L"service\r\n"}};
+  FailCall("GetModuleHandleExW", ERROR_MOD_NOT_FOUND);
   EXPECT_EQ(ErrorString(VSS_E_WRITERERROR_PARTIAL_FAILURE), L"VSS_E_WRITERERROR_PARTIAL_FAILURE");
 }
 
 TEST_F(SystemTextTest, TheUserTextFallsBackToTheName) {
-  host().model().vssMessages.emplace();
+  model().vssMessages.emplace();
   EXPECT_EQ(ErrorString(VSS_E_PROVIDER_VETO), L"VSS_E_PROVIDER_VETO");
   EXPECT_EQ(ErrorString(S_OK), L"S_OK");
 }
 
 TEST_F(SystemTextTest, TheUserTextFallsBackToASystemTextThatNeedsArguments) {
-  host().model().messages[0x80042305] = L"Disk %1.\r\n";
+  model().messages[0x80042305] = L"Disk %1.\r\n";
   EXPECT_EQ(ErrorString(kUnnamed), L"Disk %1.\r\n");
 }
 
@@ -433,7 +433,7 @@ TEST_F(SystemTextTest, TheUserTextFallsBackToTheValue) {
 }
 
 TEST_F(SystemTextTest, TheUserTextIsNeverEmptyWhateverFails) {
-  host().model().vssMessages = {{0x80042306, L"service\r\n"}};
+  model().vssMessages = {{0x80042306, L"service\r\n"}};
   for (const HRESULT hr : {VSS_E_PROVIDER_VETO, VSS_E_WRITERERROR_PARTIAL_FAILURE, kUnnamed, S_OK}) {
     for (const bool persistent : {false, true}) {
       for (int n = 1; n <= 6; ++n) {
@@ -623,23 +623,23 @@ TEST_F(CatalogTest, AnUnknownIdIsLoggedAndReturnsTheError) {
 }
 
 TEST_F(CatalogTest, AMissingModuleIsLoggedAndReturnsTheError) {
-  host().faults().FailCall("GetModuleHandleExW", ERROR_MOD_NOT_FOUND);
+  FailCall("GetModuleHandleExW", ERROR_MOD_NOT_FOUND);
   EXPECT_EQ(probe_.GetErrorMessageFromCatalog(126, text_), ERROR_MOD_NOT_FOUND);
   EXPECT_EQ(text_, L"");
   EXPECT_THAT(log.All(), ElementsAre("E GetModuleHandleEx() Failed, Resource=varnel, Error=126"));
-  EXPECT_THAT(host().calls().Of("LoadStringW"), IsEmpty());
+  EXPECT_THAT(Calls("LoadStringW"), IsEmpty());
 }
 
 TEST_F(CatalogTest, AFailedReadIsLoggedAndReturnsTheError) {
-  host().faults().FailCall("LoadStringW", ERROR_RESOURCE_DATA_NOT_FOUND);
+  FailCall("LoadStringW", ERROR_RESOURCE_DATA_NOT_FOUND);
   EXPECT_EQ(probe_.GetErrorMessageFromCatalog(126, text_), ERROR_RESOURCE_DATA_NOT_FOUND);
   EXPECT_EQ(text_, L"");
   EXPECT_THAT(log.All(), ElementsAre("E LoadString() Failed, StringID=126, Error = 1812"));
 }
 
 TEST_F(CatalogTest, AFailureWithoutAnErrorCodeCountsAsAGeneralOne) {
-  host().faults().FailCall("GetModuleHandleExW", 0);
-  host().faults().FailCall("LoadStringW", 0);
+  FailCall("GetModuleHandleExW", 0);
+  FailCall("LoadStringW", 0);
   EXPECT_EQ(probe_.GetErrorMessageFromCatalog(126, text_), ERROR_GEN_FAILURE);
   EXPECT_EQ(probe_.GetErrorMessageFromCatalog(126, text_), ERROR_GEN_FAILURE);
   EXPECT_THAT(log.All(), ElementsAre("E GetModuleHandleEx() Failed, Resource=varnel, Error=31",
@@ -647,7 +647,7 @@ TEST_F(CatalogTest, AFailureWithoutAnErrorCodeCountsAsAGeneralOne) {
 }
 
 TEST_F(CatalogTest, AModuleThatCannotBeReleasedDoesNotSpoilTheText) {
-  host().faults().FailCall("FreeLibrary", ERROR_INVALID_HANDLE);
+  FailCall("FreeLibrary", ERROR_INVALID_HANDLE);
   EXPECT_EQ(probe_.GetErrorMessageFromCatalog(126, text_), ERROR_SUCCESS);
   EXPECT_EQ(text_, L"VSS writer is not present on the host.");
 }
@@ -738,7 +738,7 @@ TEST_F(CheckCommErrorTest, WhatIsThrownIsABareLongAndNothingElse) {
 }
 
 TEST_F(CheckCommErrorTest, ASystemTextIsTakenAsItStands) {
-  host().model().messages[0x80004005] = L"Unspecified error\r\n";
+  model().messages[0x80004005] = L"Unspecified error\r\n";
   Check(E_FAIL, "X()");
   EXPECT_EQ(details_, "X()=Failed, error=Unspecified error\r\n, rc=COMMError, ca=ContactTechSupport;\n");
 }
@@ -1034,7 +1034,7 @@ TEST_F(ReportTest, ASuccessfulComCallLeavesNothing) {
 }
 
 TEST_F(ReportTest, AFailedWin32CallLeavesThreeLinesAndThrowsItsHresult) {
-  host().model().messages[5] = L"Access is denied.\r\n";
+  model().messages[5] = L"Access is denied.\r\n";
   EXPECT_EQ(ThrownLong([] { ThrowWin32Failure(L"GetComputerNameW(buffer, &size)", ERROR_ACCESS_DENIED); }),
             Failure(E_ACCESSDENIED));
   EXPECT_THAT(log.All(), ElementsAre("E ERROR: Win32 call GetComputerNameW(buffer, &size) failed.",

@@ -8,8 +8,7 @@
 
 #include "simulator/vss/snapshot_service.h"
 #include "tests/support/forwarding_host.h"
-#include "tests/support/host_fixture.h"
-#include "tests/support/snapshot_request.h"
+#include "tests/support/request_fixture.h"
 #include "text/format.h"
 
 namespace varnel::test {
@@ -29,15 +28,6 @@ constexpr char kQueryEx2Call[] = "m_pVssObject->QueryInterface(IVssBackupCompone
 constexpr wchar_t kFirstShadowDisk[] = L"\\\\.\\PhysicalDrive3";
 
 constexpr DWORD kLogoutFailed = 0xEFFF0011;
-
-std::string ComRecord(const std::string& call, const std::string& error) {
-  return call + "=Failed, error=" + error + ", rc=COMMError, ca=ContactTechSupport;";
-}
-
-std::string QueryStatusRecord(const std::string& error) {
-  return "RequestStatus=QueryStatus(), Function=pAsync->QueryStatus(), Error=" + error +
-         ", rc=SystemError, ca=ContactSupport";
-}
 
 std::string DeleteCall(const std::string& outputs, const std::string& result) {
   return std::string("IVssBackupComponents::DeleteSnapshots(") + kSetId + ", 2, 1 -> " + outputs + ") = " + result;
@@ -78,27 +68,6 @@ class MaintenanceTest : public HostFixture {
     return model;
   }
 
-  static RequestOptions BothDisks(DWORD context = 0) {
-    return {.serialNumbers = {L"TSL0001", L"TSL0002"}, .context = context};
-  }
-
-  /// Takes the set of both disks; what is logged and called from then on is the operation's.
-  void Take(SnapshotRequest<>& request) {
-    ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
-    Forget();
-  }
-  void Forget() {
-    log.lines.clear();
-    host().calls().Clear();
-  }
-
-  /// For the next round of a loop; nothing of the last one may be live.
-  void StartOver() {
-    TearDown();
-    SetUp();
-    log.lines.clear();
-  }
-
   std::vector<std::wstring> Disks() {
     std::vector<WmiDisk> disks;
     EXPECT_EQ(host().wmi().QueryDisks(disks), S_OK);
@@ -120,8 +89,7 @@ class MaintenanceTest : public HostFixture {
 // Break
 
 TEST_F(MaintenanceTest, ABrokenSetIsNoShadowCopySetAnyMoreAndItsDisksStay) {
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   const std::vector<std::wstring> before = Records(request);
   EXPECT_EQ(OutcomeOn(request, &CVarnel::BreakSnapshotSet), Outcome::Returned());
   EXPECT_THAT(log.All(), ElementsAre("I Breaking snapshot set..."));
@@ -135,40 +103,36 @@ TEST_F(MaintenanceTest, ABrokenSetIsNoShadowCopySetAnyMoreAndItsDisksStay) {
 
 TEST_F(MaintenanceTest, TheDisksOfABrokenSetOutliveTheRequestor) {
   {
-    SnapshotRequest request(BothDisks());
-    Take(request);
+    TakenRequest request(*this, BothDisks());
     EXPECT_EQ(OutcomeOn(request, &CVarnel::BreakSnapshotSet), Outcome::Returned());
   }
   EXPECT_THAT(Disks(), SizeIs(5));
 }
 
 TEST_F(MaintenanceTest, ABreakThatFailsIsReportedAndLeavesTheSet) {
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   const std::vector<std::wstring> before = Records(request);
-  host().faults().FailCall("IVssBackupComponents::BreakSnapshotSet", static_cast<DWORD>(VSS_E_PROVIDER_VETO));
+  FailCall("IVssBackupComponents::BreakSnapshotSet", VSS_E_PROVIDER_VETO);
   EXPECT_EQ(OutcomeOn(request, &CVarnel::BreakSnapshotSet), Outcome::Thrown(VSS_E_PROVIDER_VETO));
   const std::string record = ComRecord("m_pVssObject->BreakSnapshotSet()", "VSS_E_PROVIDER_VETO");
-  EXPECT_THAT(log.All(), ElementsAre("I Breaking snapshot set...", "E  " + record));
-  EXPECT_EQ(request.alerts(), record + "\n");
+  EXPECT_THAT(log.All(), ElementsAre("I Breaking snapshot set...", "E " + LogLineOf(record)));
+  EXPECT_EQ(request.alerts(), record);
   EXPECT_EQ(Records(request), before);
   EXPECT_THAT(CopiesOf(request), SizeIs(2));
 }
 
 TEST_F(MaintenanceTest, ASetIsBrokenOnce) {
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   EXPECT_EQ(OutcomeOn(request, &CVarnel::BreakSnapshotSet), Outcome::Returned());
   EXPECT_EQ(OutcomeOn(request, &CVarnel::BreakSnapshotSet), Outcome::Thrown(VSS_E_OBJECT_NOT_FOUND));
-  EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->BreakSnapshotSet()", "VSS_E_OBJECT_NOT_FOUND") + "\n");
+  EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->BreakSnapshotSet()", "VSS_E_OBJECT_NOT_FOUND"));
 }
 
 // ---------------------------------------------------------------------------------------------------------------------
 // Mask
 
 TEST_F(MaintenanceTest, AMaskedSetLeavesNoDiskBehind) {
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   const std::vector<std::wstring> before = Records(request);
   EXPECT_EQ(OutcomeOn(request, &CVarnel::MaskSnapshotSet), Outcome::Returned());
   EXPECT_THAT(log.All(), ElementsAre("I Breaking snapshot set and masking the shadow copy LUNs...",
@@ -197,22 +161,19 @@ TEST_F(MaintenanceTest, EveryCallOfAMaskThatFailsIsReportedUnderItsName) {
   constexpr char kQuery[] = "IVssBackupComponents::QueryInterface";
   constexpr char kBreak[] = "IVssBackupComponentsEx2::BreakSnapshotSetEx";
   const MaskFailure failures[] = {
-      {kQuery, E_NOINTERFACE, E_NOINTERFACE, ComRecord(kQueryEx2Call, "Error: 0x80004002") + "\n", 1, false},
-      {kQuery, S_OK, E_UNEXPECTED, ComRecord(kQueryEx2Call, "E_UNEXPECTED") + "\n", 1, false},
-      {kBreak, VSS_E_PROVIDER_VETO, VSS_E_PROVIDER_VETO, ComRecord(kBreakExCall, "VSS_E_PROVIDER_VETO") + "\n", 1,
-       false},
-      {kBreak, S_FALSE, E_UNEXPECTED, ComRecord(kBreakExCall, "E_UNEXPECTED") + "\n", 1, false},
-      {"IVssAsync::Wait", VSS_E_UNEXPECTED, VSS_E_UNEXPECTED, ComRecord("pAsync->Wait()", "VSS_E_UNEXPECTED") + "\n", 2,
-       true},
+      {kQuery, E_NOINTERFACE, E_NOINTERFACE, ComRecord(kQueryEx2Call, "Error: 0x80004002"), 1, false},
+      {kQuery, S_OK, E_UNEXPECTED, ComRecord(kQueryEx2Call, "E_UNEXPECTED"), 1, false},
+      {kBreak, VSS_E_PROVIDER_VETO, VSS_E_PROVIDER_VETO, ComRecord(kBreakExCall, "VSS_E_PROVIDER_VETO"), 1, false},
+      {kBreak, S_FALSE, E_UNEXPECTED, ComRecord(kBreakExCall, "E_UNEXPECTED"), 1, false},
+      {"IVssAsync::Wait", VSS_E_UNEXPECTED, VSS_E_UNEXPECTED, ComRecord("pAsync->Wait()", "VSS_E_UNEXPECTED"), 2, true},
       {"IVssAsync::QueryStatus", VSS_E_BAD_STATE, VSS_E_BAD_STATE,
-       ComRecord("pAsync->QueryStatus()", "VSS_E_BAD_STATE") + "\n", 2, true},
+       ComRecord("pAsync->QueryStatus()", "VSS_E_BAD_STATE"), 2, true},
   };
   for (const MaskFailure& failure : failures) {
     SCOPED_TRACE(std::string(failure.call) + " " + simulator::ResultName(failure.planned));
     {
-      SnapshotRequest request(BothDisks());
-      Take(request);
-      host().faults().FailCall(failure.call, static_cast<DWORD>(failure.planned));
+      TakenRequest request(*this, BothDisks());
+      FailCall(failure.call, failure.planned);
       EXPECT_EQ(OutcomeOn(request, &CVarnel::MaskSnapshotSet), Outcome::Thrown(failure.thrown));
       EXPECT_EQ(request.alerts(), failure.record);
       ASSERT_THAT(log.All(), SizeIs(failure.linesBefore + 1));
@@ -225,8 +186,7 @@ TEST_F(MaintenanceTest, EveryCallOfAMaskThatFailsIsReportedUnderItsName) {
 }
 
 TEST_F(MaintenanceTest, AMaskWhoseOperationFailsAppendsAnUnendedRecordAndLeavesTheSet) {
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   host().faults().FailAsync("BreakSnapshotSetEx", VSS_E_PROVIDER_VETO);
   EXPECT_EQ(OutcomeOn(request, &CVarnel::MaskSnapshotSet), Outcome::Thrown(VSS_E_PROVIDER_VETO));
   EXPECT_EQ(request.alerts(), QueryStatusRecord("VSS_E_PROVIDER_VETO"));
@@ -239,8 +199,7 @@ TEST_F(MaintenanceTest, AMaskWhoseOperationFailsAppendsAnUnendedRecordAndLeavesT
 // Delete
 
 TEST_F(MaintenanceTest, ADeletionIsForcedAndTakesTheWholeSet) {
-  SnapshotRequest request(BothDisks(VSS_CTX_APP_ROLLBACK));
-  Take(request);
+  TakenRequest request(*this, BothDisks(VSS_CTX_APP_ROLLBACK));
   const std::vector<std::wstring> before = Records(request);
   EXPECT_EQ(OutcomeOn(request, &CVarnel::DeleteSnapshotSet), Outcome::Returned());
   EXPECT_THAT(log.All(), ElementsAre(std::string("I Deleting shadow copy set ") + kSetId));
@@ -260,11 +219,10 @@ auto DeletionErrors(const std::string& notDeleted, const std::string& code, cons
 }
 
 TEST_F(MaintenanceTest, APartialDeletionNamesTheCopyThatIsLeft) {
-  SnapshotRequest request(BothDisks(VSS_CTX_APP_ROLLBACK));
-  Take(request);
+  TakenRequest request(*this, BothDisks(VSS_CTX_APP_ROLLBACK));
   host().faults().FailDeletion({L"TSL0002", VSS_E_PROVIDER_VETO});
   EXPECT_EQ(OutcomeOn(request, &CVarnel::DeleteSnapshotSet), Outcome::Thrown(VSS_E_PROVIDER_VETO));
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::DeleteSnapshots"),
+  EXPECT_THAT(Calls("IVssBackupComponents::DeleteSnapshots"),
               ElementsAre(DeleteCall(std::string("1, not ") + kSecondCopy, "VSS_E_PROVIDER_VETO")));
   EXPECT_EQ(log.All().front(), std::string("I Deleting shadow copy set ") + kSetId);
   EXPECT_THAT(log.All(), SizeIs(5));
@@ -275,8 +233,7 @@ TEST_F(MaintenanceTest, APartialDeletionNamesTheCopyThatIsLeft) {
 }
 
 TEST_F(MaintenanceTest, ADeletionMayBeTriedAgainForWhatIsLeft) {
-  SnapshotRequest request(BothDisks(VSS_CTX_APP_ROLLBACK));
-  Take(request);
+  TakenRequest request(*this, BothDisks(VSS_CTX_APP_ROLLBACK));
   host().faults().FailDeletion({L"TSL0001", VSS_E_UNEXPECTED_PROVIDER_ERROR});
   EXPECT_EQ(OutcomeOn(request, &CVarnel::DeleteSnapshotSet), Outcome::Thrown(VSS_E_UNEXPECTED_PROVIDER_ERROR));
   EXPECT_THAT(log.Errors(), DeletionErrors(kFirstCopy, "8004230f", "VSS_E_UNEXPECTED_PROVIDER_ERROR"));
@@ -290,9 +247,8 @@ TEST_F(MaintenanceTest, ADeletionMayBeTriedAgainForWhatIsLeft) {
 }
 
 TEST_F(MaintenanceTest, ADeletionThatFailsAsACallNamesNoCopy) {
-  SnapshotRequest request(BothDisks());
-  Take(request);
-  host().faults().FailCall("IVssBackupComponents::DeleteSnapshots", static_cast<DWORD>(E_OUTOFMEMORY));
+  TakenRequest request(*this, BothDisks());
+  FailCall("IVssBackupComponents::DeleteSnapshots", E_OUTOFMEMORY);
   EXPECT_EQ(OutcomeOn(request, &CVarnel::DeleteSnapshotSet), Outcome::Thrown(E_OUTOFMEMORY));
   EXPECT_THAT(log.Errors(), DeletionErrors(kNullId, "8007000e", "E_OUTOFMEMORY"));
   EXPECT_EQ(request.alerts(), "");
@@ -300,8 +256,7 @@ TEST_F(MaintenanceTest, ADeletionThatFailsAsACallNamesNoCopy) {
 }
 
 TEST_F(MaintenanceTest, ABrokenSetCannotBeDeleted) {
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   EXPECT_EQ(OutcomeOn(request, &CVarnel::BreakSnapshotSet), Outcome::Returned());
   EXPECT_EQ(OutcomeOn(request, &CVarnel::DeleteSnapshotSet), Outcome::Thrown(VSS_E_OBJECT_NOT_FOUND));
   EXPECT_THAT(log.Errors(), DeletionErrors(kNullId, "80042308", "VSS_E_OBJECT_NOT_FOUND"));
@@ -314,10 +269,10 @@ TEST_F(MaintenanceTest, ABrokenSetCannotBeDeleted) {
 TEST_F(MaintenanceTest, WithoutAnObjectEachOperationFailsItsOwnWay) {
   SnapshotRequest request;
   EXPECT_EQ(OutcomeOn(request, &CVarnel::BreakSnapshotSet), Outcome::Thrown(VSS_E_BAD_STATE));
-  std::string records = ComRecord("m_pVssObject->BreakSnapshotSet()", "VSS_E_BAD_STATE") + "\n";
+  std::string records = ComRecord("m_pVssObject->BreakSnapshotSet()", "VSS_E_BAD_STATE");
   EXPECT_EQ(request.alerts(), records);
   EXPECT_EQ(OutcomeOn(request, &CVarnel::MaskSnapshotSet), Outcome::Thrown(VSS_E_BAD_STATE));
-  records += ComRecord(kQueryEx2Call, "VSS_E_BAD_STATE") + "\n";
+  records += ComRecord(kQueryEx2Call, "VSS_E_BAD_STATE");
   EXPECT_EQ(request.alerts(), records);
   log.lines.clear();
   EXPECT_EQ(OutcomeOn(request, &CVarnel::DeleteSnapshotSet), Outcome::Thrown(VSS_E_BAD_STATE));
@@ -334,10 +289,10 @@ TEST_F(MaintenanceTest, WithoutASetTheServiceAnswersForTheNullIdentifier) {
        {&CVarnel::BreakSnapshotSet, &CVarnel::MaskSnapshotSet, &CVarnel::DeleteSnapshotSet}) {
     EXPECT_EQ(OutcomeOn(request, operation), Outcome::Thrown(VSS_E_OBJECT_NOT_FOUND));
   }
-  EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->BreakSnapshotSet()", "VSS_E_OBJECT_NOT_FOUND") + "\n" +
-                                  ComRecord(kBreakExCall, "VSS_E_OBJECT_NOT_FOUND") + "\n");
+  EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->BreakSnapshotSet()", "VSS_E_OBJECT_NOT_FOUND") +
+                                  ComRecord(kBreakExCall, "VSS_E_OBJECT_NOT_FOUND"));
   EXPECT_THAT(
-      host().calls().Of("IVssBackupComponents::BreakSnapshotSet"),
+      Calls("IVssBackupComponents::BreakSnapshotSet"),
       ElementsAre(std::string("IVssBackupComponents::BreakSnapshotSet(") + kNullId + ") = VSS_E_OBJECT_NOT_FOUND"));
 }
 
@@ -392,8 +347,7 @@ class DisconnectTest : public MaintenanceTest {
   /// Takes a set of both disks on a host with these sessions and disconnects.
   Outcome Disconnect(std::vector<IscsiSession> sessions) {
     Install(Model(std::move(sessions)));
-    SnapshotRequest request(BothDisks());
-    Take(request);
+    TakenRequest request(*this, BothDisks());
     return DisconnectTaken(request);
   }
 
@@ -406,7 +360,7 @@ class DisconnectTest : public MaintenanceTest {
     const Outcome outcome = OutcomeOn(request, &CVarnel::DisconnectSnapshotLuns);
     alerts = request.alerts().substr(appended.size());
     pause = host().machine().slept - slept;
-    calls = Calls();
+    calls = CallsOfTheOperation();
     EXPECT_EQ(host().machine().now - now, pause) << "nothing but Sleep takes time";
     EXPECT_EQ(host().live().Count("heap block"), 0);
     EXPECT_EQ(Records(request), before);
@@ -430,7 +384,7 @@ class DisconnectTest : public MaintenanceTest {
   std::vector<std::string> calls;  // its calls, without those that look for an error's text
 
  private:
-  std::vector<std::string> Calls() {
+  std::vector<std::string> CallsOfTheOperation() {
     std::vector<std::string> lines;
     for (const std::string& line : host().calls().lines()) {
       if (!line.starts_with("FormatMessageW(") && !line.starts_with("LocalFree(")) lines.push_back(line);
@@ -461,7 +415,7 @@ TEST_F(DisconnectTest, LeavesASessionWithoutAShadowCopyAlone) {
       Outcome::Returned());
   EXPECT_THAT(log.All(), ElementsAre(kDisconnecting, NoSnapshotDevice(1), NoSnapshotDevice(2),
                                      SnapshotDevice(3, "E:\\db\\"), LoggingOut("shadow")));
-  EXPECT_THAT(host().calls().Of("LogoutIScsiTarget"), ElementsAre(Logout("shadow")));
+  EXPECT_THAT(Calls("LogoutIScsiTarget"), ElementsAre(Logout("shadow")));
   EXPECT_THAT(OpenSessions(), ElementsAre(L"data"));
 }
 
@@ -471,13 +425,13 @@ TEST_F(DisconnectTest, StopsAtTheFirstSnapshotDeviceOfASession) {
       Outcome::Returned());
   EXPECT_THAT(log.All(),
               ElementsAre(kDisconnecting, NoSnapshotDevice(1), SnapshotDevice(4, "F:\\db\\"), LoggingOut("mixed")));
-  EXPECT_THAT(host().calls().Of("LogoutIScsiTarget"), SizeIs(1));
+  EXPECT_THAT(Calls("LogoutIScsiTarget"), SizeIs(1));
 }
 
 TEST_F(DisconnectTest, PassesOverASessionWithoutDevices) {
   EXPECT_EQ(Disconnect({{L"empty", {}, 0, 0}, ShadowSession(L"shadow", L"TSL0001")}), Outcome::Returned());
   EXPECT_THAT(log.All(), ElementsAre(kDisconnecting, SnapshotDevice(3, "E:\\db\\"), LoggingOut("shadow")));
-  EXPECT_THAT(host().calls().Of("GetDevicesForIScsiSessionW"),
+  EXPECT_THAT(Calls("GetDevicesForIScsiSessionW"),
               ElementsAre(Devices("empty"), Devices("shadow", kTooSmall), Devices("shadow")));
 }
 
@@ -490,8 +444,7 @@ TEST_F(DisconnectTest, AHostWithoutSessionsHasNothingToVisit) {
 
 TEST_F(DisconnectTest, FilesOfExcludedWritersAndComponentsMatchNothing) {
   Install(Model({ShadowSession(L"one", L"TSL0001"), ShadowSession(L"two", L"TSL0002")}));
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   request.component(0, 0).excluded = true;
   EXPECT_EQ(DisconnectTaken(request), Outcome::Returned());
   EXPECT_THAT(OpenSessions(), ElementsAre(L"one"));
@@ -503,8 +456,7 @@ TEST_F(DisconnectTest, FilesOfExcludedWritersAndComponentsMatchNothing) {
 
 TEST_F(DisconnectTest, DevicePathsAreComparedExactly) {
   Install(Model({ShadowSession(L"one", L"TSL0001")}));
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   request.component(0, 0).files[0].snapshotDiskName = L"\\\\.\\PHYSICALDRIVE3";
   EXPECT_EQ(DisconnectTaken(request), Outcome::Returned());
   EXPECT_THAT(log.All(), ElementsAre(kDisconnecting, NoSnapshotDevice(3)));
@@ -525,17 +477,15 @@ TEST_F(DisconnectTest, TheShadowCopyOfAnExtraVolumeStaysConnected) {
 
 TEST_F(DisconnectTest, ATransportableSetHasNoDiskHere) {
   Install(Model({{L"one", {{L"TSL0001", false}, {L"TSL0001", true}}}, ShadowSession(L"two", L"TSL0002")}));
-  SnapshotRequest request(BothDisks(DWORD{VSS_CTX_APP_ROLLBACK} | DWORD{VSS_VOLSNAP_ATTR_TRANSPORTABLE}));
-  Take(request);
+  TakenRequest request(*this, BothDisks(DWORD{VSS_CTX_APP_ROLLBACK} | DWORD{VSS_VOLSNAP_ATTR_TRANSPORTABLE}));
   EXPECT_EQ(DisconnectTaken(request), Outcome::Returned());
   EXPECT_THAT(log.All(), ElementsAre(kDisconnecting, NoSnapshotDevice(1)));
-  EXPECT_THAT(host().calls().Of("LogoutIScsiTarget"), IsEmpty());
+  EXPECT_THAT(Calls("LogoutIScsiTarget"), IsEmpty());
 }
 
 TEST_F(DisconnectTest, DisksOfABrokenSetAreStillLoggedOutOf) {
   Install(Model({ShadowSession(L"one", L"TSL0001")}));
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   EXPECT_EQ(OutcomeOn(request, &CVarnel::BreakSnapshotSet), Outcome::Returned());
   EXPECT_EQ(DisconnectTaken(request), Outcome::Returned());
   EXPECT_THAT(OpenSessions(), IsEmpty());
@@ -543,8 +493,7 @@ TEST_F(DisconnectTest, DisksOfABrokenSetAreStillLoggedOutOf) {
 
 TEST_F(DisconnectTest, DisksOfAMaskedSetAreNoDevicesOfTheirSessionsAnyMore) {
   Install(Model({ShadowSession(L"one", L"TSL0001")}));
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   EXPECT_EQ(OutcomeOn(request, &CVarnel::MaskSnapshotSet), Outcome::Returned());
   EXPECT_EQ(DisconnectTaken(request), Outcome::Returned());
   EXPECT_THAT(OpenSessions(), ElementsAre(L"one"));
@@ -566,9 +515,8 @@ auto ListErrors(const std::string& code, const std::string& text) {
 
 TEST_F(DisconnectTest, MemoryForTheSessionListThatIsMissingIsThrownAsThePlainCode) {
   Install(Model({ShadowSession(L"one", L"TSL0001")}));
-  SnapshotRequest request(BothDisks());
-  Take(request);
-  host().faults().FailCall("malloc", ERROR_NOT_ENOUGH_MEMORY);
+  TakenRequest request(*this, BothDisks());
+  FailCall("malloc", ERROR_NOT_ENOUGH_MEMORY);
   EXPECT_EQ(DisconnectTaken(request), Outcome::Thrown(ERROR_INSUFFICIENT_BUFFER));
   const std::string record =
       "malloc() Failed, Variable=SessionInfo, RequestStatus=LowMemory, rc=SystemError, ca=CallSupport;\n";
@@ -580,9 +528,8 @@ TEST_F(DisconnectTest, MemoryForTheSessionListThatIsMissingIsThrownAsThePlainCod
 
 TEST_F(DisconnectTest, ASessionListThatCannotBeReadIsThrownAsAnHResult) {
   Install(Model({ShadowSession(L"one", L"TSL0001")}));
-  SnapshotRequest request(BothDisks());
-  Take(request);
-  host().faults().FailCall("GetIScsiSessionListW", ERROR_ACCESS_DENIED, 2);
+  TakenRequest request(*this, BothDisks());
+  FailCall("GetIScsiSessionListW", ERROR_ACCESS_DENIED, 2);
   EXPECT_EQ(DisconnectTaken(request), Outcome::Thrown(HResultFromWin32(ERROR_ACCESS_DENIED)));
   EXPECT_THAT(log.Errors(), ListErrors("5", "Error: 0x80070005"));
   EXPECT_THAT(log.All(), SizeIs(4));
@@ -593,9 +540,8 @@ TEST_F(DisconnectTest, ASessionListThatCannotBeReadIsThrownAsAnHResult) {
 TEST_F(DisconnectTest, AnInitiatorsOwnCodeIsThrownAsItIs) {
   constexpr DWORD kNoService = 0xEFFF0007;
   Install(Model({ShadowSession(L"one", L"TSL0001")}));
-  SnapshotRequest request(BothDisks());
-  Take(request);
-  host().faults().FailCall("GetIScsiSessionListW", kNoService, 0);
+  TakenRequest request(*this, BothDisks());
+  FailCall("GetIScsiSessionListW", kNoService, 0);
   EXPECT_EQ(DisconnectTaken(request), Outcome::Thrown(static_cast<HRESULT>(kNoService)));
   EXPECT_THAT(log.Errors(), ListErrors("-268500985", "Error: 0xefff0007"));
   EXPECT_THAT(calls,
@@ -604,9 +550,8 @@ TEST_F(DisconnectTest, AnInitiatorsOwnCodeIsThrownAsItIs) {
 
 TEST_F(DisconnectTest, TheSecondListCallSaysWhatIsWrongAfterAFirstOneThatFailed) {
   Install(Model({ShadowSession(L"one", L"TSL0001")}));
-  SnapshotRequest request(BothDisks());
-  Take(request);
-  host().faults().FailCall("GetIScsiSessionListW", ERROR_ACCESS_DENIED);
+  TakenRequest request(*this, BothDisks());
+  FailCall("GetIScsiSessionListW", ERROR_ACCESS_DENIED);
   EXPECT_EQ(DisconnectTaken(request), Outcome::Thrown(HResultFromWin32(ERROR_INSUFFICIENT_BUFFER)));
   EXPECT_THAT(log.Errors(), ListErrors("122", "Error: 0x8007007a"));
   EXPECT_THAT(calls, ElementsAre("GetIScsiSessionListW() = error 5", kListTooSmall));
@@ -636,9 +581,8 @@ TEST_F(DisconnectTest, AFirstSessionBetweenTheCallsFindsNoBuffer) {
 TEST_F(DisconnectTest, MemoryForTheDevicesThatIsMissingEndsTheWalk) {
   Install(Model(
       {ShadowSession(L"one", L"TSL0001"), ShadowSession(L"two", L"TSL0002"), ShadowSession(L"three", L"TSL0001")}));
-  SnapshotRequest request(BothDisks());
-  Take(request);
-  host().faults().FailCall("malloc", ERROR_NOT_ENOUGH_MEMORY, 3);
+  TakenRequest request(*this, BothDisks());
+  FailCall("malloc", ERROR_NOT_ENOUGH_MEMORY, 3);
   EXPECT_EQ(DisconnectTaken(request), Outcome::Thrown(ERROR_INSUFFICIENT_BUFFER));
   const std::string record = "RequestStatus=LowMemory, rc=SystemError, ca=CallSupport;\n";
   EXPECT_EQ(alerts, record);
@@ -671,9 +615,8 @@ TEST_F(DisconnectTest, ASessionThatIsBusyTwiceIsSkippedAfterOnePause) {
 
 TEST_F(DisconnectTest, AnotherErrorAfterTheBusyOneSkipsTheSession) {
   Install(Model({ShadowSession(L"one", L"TSL0001", 1)}));
-  SnapshotRequest request(BothDisks());
-  Take(request);
-  host().faults().FailCall("GetDevicesForIScsiSessionW", ERROR_ACCESS_DENIED, 3);
+  TakenRequest request(*this, BothDisks());
+  FailCall("GetDevicesForIScsiSessionW", ERROR_ACCESS_DENIED, 3);
   EXPECT_EQ(DisconnectTaken(request), Outcome::Returned());
   EXPECT_THAT(log.All(),
               ElementsAre(kDisconnecting, BusyWarning(1), "E GetDevicesForIScsiSessionW() Failed! Error=0x5"));
@@ -683,9 +626,8 @@ TEST_F(DisconnectTest, AnotherErrorAfterTheBusyOneSkipsTheSession) {
 
 TEST_F(DisconnectTest, AnotherErrorSkipsTheSessionWithoutAPause) {
   Install(Model({ShadowSession(L"one", L"TSL0001"), ShadowSession(L"two", L"TSL0002")}));
-  SnapshotRequest request(BothDisks());
-  Take(request);
-  host().faults().FailCall("GetDevicesForIScsiSessionW", 0xEFFF0012, 2);
+  TakenRequest request(*this, BothDisks());
+  FailCall("GetDevicesForIScsiSessionW", 0xEFFF0012, 2);
   EXPECT_EQ(DisconnectTaken(request), Outcome::Returned());
   EXPECT_THAT(log.All(), ElementsAre(kDisconnecting, "E GetDevicesForIScsiSessionW() Failed! Error=0xefff0012",
                                      SnapshotDevice(4, "F:\\db\\"), LoggingOut("two")));
@@ -699,9 +641,8 @@ TEST_F(DisconnectTest, AFirstDeviceCallThatFailsPassesOverTheSessionInSilence) {
   for (const DWORD error : {DWORD{ERROR_ACCESS_DENIED}, iscsi::kDeviceBusyOnSession}) {
     SCOPED_TRACE(error);
     Install(Model({ShadowSession(L"one", L"TSL0001"), ShadowSession(L"two", L"TSL0002")}));
-    SnapshotRequest request(BothDisks());
-    Take(request);
-    host().faults().FailCall("GetDevicesForIScsiSessionW", error);
+    TakenRequest request(*this, BothDisks());
+    FailCall("GetDevicesForIScsiSessionW", error);
     EXPECT_EQ(DisconnectTaken(request), Outcome::Returned());
     EXPECT_THAT(log.All(), ElementsAre(kDisconnecting, SnapshotDevice(4, "F:\\db\\"), LoggingOut("two")));
     EXPECT_EQ(pause, 0U);
@@ -757,8 +698,7 @@ TEST_F(DisconnectTest, ALogoutIsTriedFiveTimesWithAPauseBehindEachFailure) {
 
 TEST_F(DisconnectTest, ASessionThatIsGivenUpIsTriedAgainByTheNextDisconnect) {
   Install(Model({ShadowSession(L"one", L"TSL0001", 0, 7)}));
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   EXPECT_EQ(DisconnectTaken(request), Outcome::Returned());
   EXPECT_EQ(pause, 50U);
   Forget();
@@ -771,10 +711,9 @@ TEST_F(DisconnectTest, ASessionThatIsGivenUpIsTriedAgainByTheNextDisconnect) {
 
 TEST_F(DisconnectTest, EachFailedLogoutShowsItsOwnCode) {
   Install(Model({ShadowSession(L"one", L"TSL0001")}));
-  SnapshotRequest request(BothDisks());
-  Take(request);
-  host().faults().FailCall("LogoutIScsiTarget", ERROR_ACCESS_DENIED, 1);
-  host().faults().FailCall("LogoutIScsiTarget", kLogoutFailed, 2);
+  TakenRequest request(*this, BothDisks());
+  FailCall("LogoutIScsiTarget", ERROR_ACCESS_DENIED, 1);
+  FailCall("LogoutIScsiTarget", kLogoutFailed, 2);
   EXPECT_EQ(DisconnectTaken(request), Outcome::Returned());
   EXPECT_THAT(log.All(),
               ElementsAre(kDisconnecting, SnapshotDevice(3, "E:\\db\\"), LoggingOut("one"), LogoutError("one", 5, "5"),
@@ -807,8 +746,7 @@ TEST_F(DisconnectTest, ASessionWithoutATargetNameIsLoggedOutOfAllTheSame) {
   Install(Model({ShadowSession(L"one", L"TSL0001", 0, 1)}));
   EditingInitiator initiator(host().iscsi());
   initiator.editSession = [](iscsi::SessionInfo& session) { session.TargetName = nullptr; };
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   HostWithInitiator other(host(), initiator);
   const ScopedHost scope(other);
   EXPECT_EQ(DisconnectTaken(request), Outcome::Returned());
@@ -827,8 +765,7 @@ TEST_F(DisconnectTest, ADeviceNameThatFillsItsFieldEndsThere) {
       std::fill(std::begin(device.LegacyName), std::end(device.LegacyName), L'x');
       device.StorageDeviceNumber.DeviceType = L'x';  // directly behind it
     };
-    SnapshotRequest request(BothDisks());
-    Take(request);
+    TakenRequest request(*this, BothDisks());
     request.component(0, 0).files[0].snapshotDiskName = expected;
     HostWithInitiator other(host(), initiator);
     const ScopedHost scope(other);
@@ -847,8 +784,7 @@ TEST_F(DisconnectTest, ADeviceWithoutANameIsNoSnapshotDevice) {
   Install(Model({ShadowSession(L"one", L"TSL0001")}));
   EditingInitiator initiator(host().iscsi());
   initiator.editDevice = [](iscsi::DeviceOnSession& device) { device.LegacyName[0] = L'\0'; };
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   request.component(0, 0).files[0].snapshotDiskName.clear();
   HostWithInitiator other(host(), initiator);
   const ScopedHost scope(other);
@@ -918,8 +854,7 @@ class ScriptedDisconnectTest : public DisconnectTest {
   static constexpr ULONG kSessionBytes = sizeof(iscsi::SessionInfo);
 
   Outcome DisconnectScripted() {
-    SnapshotRequest request(BothDisks());
-    Take(request);
+    TakenRequest request(*this, BothDisks());
     if (!onSnapshotDisk) {
       for (VssComponent& component : request.probe.writers()[0].components) {
         component.files[0].snapshotDiskName = L"another";
@@ -1033,12 +968,6 @@ VssComponent Component(std::wstring name, const std::vector<std::wstring>& files
   return component;
 }
 
-VssWriter WriterOf(std::vector<VssComponent> components) {
-  VssWriter writer;
-  writer.components = std::move(components);
-  return writer;
-}
-
 TEST_F(MaintenanceTest, EveryFileOfEverySelectedComponentIsVerifiedInOrder) {
   SnapshotRequest<VerifyingRequestor> request;
   request.probe.writers() = {WriterOf({Component(L"a", {L"2", L"1"}), Component(L"b", {L"3"})}),
@@ -1068,8 +997,7 @@ TEST_F(MaintenanceTest, TheFirstDamagedFileEndsTheWalkAndMarksNothing) {
   request.requestor.damaged = L"2";
   request.probe.writers() = {WriterOf({Component(L"a", {L"1", L"2", L"3"}), Component(L"b", {})}),
                              WriterOf({Component(L"c", {L"4"})})};
-  EXPECT_EQ(OutcomeOf([&] { request.requestor.VerifySnapShotData(); }),
-            Outcome::Exception(603, L"Damaged", {L"Damaged"}));
+  EXPECT_EQ(OutcomeOf([&] { request.requestor.VerifySnapShotData(); }), Outcome::Exception(603, L"Damaged"));
   EXPECT_THAT(request.requestor.verified, ElementsAre(L"1", L"2"));
   EXPECT_THAT(log.All(), ElementsAre("I VerifySnapShotData"));
   EXPECT_FALSE(request.component(0, 0).failed);
@@ -1089,8 +1017,7 @@ TEST_F(MaintenanceTest, OnlyWhatTheRequestSelectedIsVerifiedAfterASnapshot) {
 }
 
 TEST_F(MaintenanceTest, WithoutAnApplicationNoFileIsChecked) {
-  SnapshotRequest request(BothDisks());
-  Take(request);
+  TakenRequest request(*this, BothDisks());
   request.requestor.VerifySnapShotData();
   EXPECT_THAT(log.All(), ElementsAre("I VerifySnapShotData"));
   EXPECT_THAT(host().calls().lines(), IsEmpty());

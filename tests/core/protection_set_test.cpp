@@ -12,7 +12,7 @@
 
 #include "tests/support/forwarding_host.h"
 #include "tests/support/host_fixture.h"
-#include "tests/support/request.h"
+#include "tests/support/snapshot_request.h"
 
 namespace varnel::test {
 namespace {
@@ -80,7 +80,7 @@ class DriveScan : public HostFixture {
  protected:
   /// The serial numbers that a scan finds.
   Serials Scan() {
-    Request request;
+    SnapshotRequest request;
     request.probe.GetAllSystemDisks();
     return request.probe.systemDisks();
   }
@@ -98,16 +98,13 @@ class DriveScan : public HostFixture {
 
 TEST_F(DriveScan, ListsTheSerialNumberOfEveryDriveInOrder) {
   EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0001", L"TSL0002"}));
-
   EXPECT_THAT(log.All(),
               ElementsAre("I \\\\.\\PhysicalDrive0, Serial # is SYS", "I \\\\.\\PhysicalDrive1, Serial # is TSL0001",
                           "I \\\\.\\PhysicalDrive2, Serial # is TSL0002"));
-  EXPECT_EQ(host().live().Describe(), "");
 }
 
 TEST_F(DriveScan, AsksEveryDriveOnceAndClosesIt) {
   Scan();
-
   EXPECT_THAT(host().calls().lines(),
               ElementsAre("CreateFileW(\\\\.\\PhysicalDrive0) = ok",
                           "DeviceIoControl(\\\\.\\PhysicalDrive0, IOCTL_STORAGE_QUERY_PROPERTY) = ok",
@@ -119,106 +116,82 @@ TEST_F(DriveScan, AsksEveryDriveOnceAndClosesIt) {
 }
 
 TEST_F(DriveScan, EndsAtTheFirstMissingDriveNumber) {
-  simulator::HostModel model = SmallHost();
-  model.disks[2].number = 3;
-  Install(std::move(model));
-
+  model().disks[2].number = 3;
   EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0001"}));
-  EXPECT_THAT(host().calls().Of("CreateFileW"), SizeIs(3));
+  EXPECT_THAT(Calls("CreateFileW"), SizeIs(3));
   EXPECT_THAT(log.Errors(), IsEmpty());
 }
 
 TEST_F(DriveScan, WithoutAnyDriveFindsNothing) {
-  simulator::HostModel model = SmallHost();
-  model.disks.clear();
-  Install(std::move(model));
-
+  model().disks.clear();
   EXPECT_THAT(Scan(), IsEmpty());
   EXPECT_THAT(log.All(), IsEmpty());
 }
 
 TEST_F(DriveScan, LeavesADriveWithoutASerialNumberOutAndGoesOn) {
-  simulator::HostModel model = SmallHost();
-  model.disks[1].reportsSerial = false;
-  Install(std::move(model));
-
+  model().disks[1].reportsSerial = false;
   EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0002"}));
   EXPECT_THAT(log.Warnings(), ElementsAre("Serial number is not present for the disk  \\\\.\\PhysicalDrive1"));
   EXPECT_THAT(log.Errors(), IsEmpty());
 }
 
 TEST_F(DriveScan, AddsToTheListOfAnEarlierScan) {
-  Request request;
-
+  SnapshotRequest request;
   request.probe.GetAllSystemDisks();
   request.probe.GetAllSystemDisks();
-
   EXPECT_EQ(request.probe.systemDisks(), (Serials{L"SYS", L"TSL0001", L"TSL0002", L"SYS", L"TSL0001", L"TSL0002"}));
 }
 
 TEST_F(DriveScan, ADriveThatCannotBeOpenedThrowsItsCodeAndKeepsWhatWasFound) {
-  host().faults().FailCall("CreateFileW", ERROR_ACCESS_DENIED, 2);
-  Request request;
-
+  FailCall("CreateFileW", ERROR_ACCESS_DENIED, 2);
+  SnapshotRequest request;
   EXPECT_EQ(ThrownLong([&] { request.probe.GetAllSystemDisks(); }), Win32Failure(ERROR_ACCESS_DENIED));
-
   EXPECT_THAT(log.Errors(), ElementsAre("ERROR: Win32 call L\"GetSerialNoForDisk\" failed.", "- GetLastError() == 5",
                                         "- Error text: Error: 0x80070005"));
   EXPECT_EQ(request.probe.systemDisks(), (Serials{L"SYS"}));
 }
 
 TEST_F(DriveScan, AFailureIsLoggedWithTheSystemsTextForIt) {
-  simulator::HostModel model = SmallHost();
-  model.messages = {{0x80070005, L"Access is denied.\r\n"}};
-  Install(std::move(model));
-  host().faults().FailCall("CreateFileW", ERROR_ACCESS_DENIED);
-
+  model().messages = {{0x80070005, L"Access is denied.\r\n"}};
+  FailCall("CreateFileW", ERROR_ACCESS_DENIED);
   EXPECT_EQ(ThrownLong([&] { Scan(); }), Win32Failure(ERROR_ACCESS_DENIED));
   EXPECT_EQ(log.Errors().back(), "- Error text: Access is denied.\r\n");
 }
 
 TEST_F(DriveScan, ADriveThatDoesNotAnswerThrowsItsCodeAndIsClosed) {
   constexpr DWORD kIoDevice = 1117;
-  host().faults().FailCall("DeviceIoControl", kIoDevice, 3);
-
+  FailCall("DeviceIoControl", kIoDevice, 3);
   EXPECT_EQ(ThrownLong([&] { Scan(); }), Win32Failure(kIoDevice));
-
   EXPECT_THAT(log.Errors(), ElementsAre("DeviceIoControl() Failed, IOCTL=IOCTL_STORAGE_QUERY_PROPERTY, Error=1117",
                                         "ERROR: Win32 call L\"GetSerialNoForDisk\" failed.", "- GetLastError() == 1117",
                                         "- Error text: Error: 0x8007045d"));
   EXPECT_THAT(host().calls().lines(), testing::Contains("CloseHandle(\\\\.\\PhysicalDrive2) = ok"));
-  EXPECT_EQ(host().live().Describe(), "");
 }
 
 TEST_F(DriveScan, ADriveThatVanishesBeforeItAnswersEndsTheScan) {
-  host().faults().FailCall("DeviceIoControl", ERROR_FILE_NOT_FOUND, 2);
-
+  FailCall("DeviceIoControl", ERROR_FILE_NOT_FOUND, 2);
   EXPECT_EQ(Scan(), (Serials{L"SYS"}));
   EXPECT_THAT(log.Errors(), ElementsAre("DeviceIoControl() Failed, IOCTL=IOCTL_STORAGE_QUERY_PROPERTY, Error=2"));
 }
 
 TEST_F(DriveScan, AFailureWithoutACodeCountsAsAGeneralFailure) {
-  host().faults().FailCall("CreateFileW", ERROR_SUCCESS);
-
+  FailCall("CreateFileW", ERROR_SUCCESS);
   EXPECT_EQ(ThrownLong([&] { Scan(); }), Win32Failure(ERROR_GEN_FAILURE));
   EXPECT_THAT(log.Errors(), testing::Contains("- GetLastError() == 31"));
 }
 
 TEST_F(DriveScan, KeepsBlanksAroundASerialNumber) {
   InstallSerial(L"  TSL0001 ");
-
   EXPECT_EQ(Scan(), (Serials{L"SYS", L"  TSL0001 ", L"TSL0002"}));
 }
 
 TEST_F(DriveScan, KeepsTheCaseOfASerialNumber) {
   InstallSerial(L"tsl0001X");
-
   EXPECT_EQ(Scan(), (Serials{L"SYS", L"tsl0001X", L"TSL0002"}));
 }
 
 TEST_F(DriveScan, SkipsADriveWhoseSerialNumberIsEmpty) {
   InstallSerial(L"");
-
   EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0002"}));
   EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
 }
@@ -226,13 +199,11 @@ TEST_F(DriveScan, SkipsADriveWhoseSerialNumberIsEmpty) {
 TEST_F(DriveScan, TakesASerialNumberOf511Characters) {
   const std::wstring longest(511, L'7');
   InstallSerial(longest);
-
   EXPECT_EQ(Scan(), (Serials{L"SYS", longest, L"TSL0002"}));
 }
 
 TEST_F(DriveScan, SkipsADriveWhoseSerialNumberHas512Characters) {
   InstallSerial(std::wstring(512, L'7'));
-
   EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0002"}));
   EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
 }
@@ -260,7 +231,6 @@ TEST_F(DriveScan, BelievesADriveThatClaimsMoreBytesThanTheBufferHoldsNoFurtherTh
     descriptor.SetSerialNumberOffset(static_cast<DWORD>(descriptor.bytes.size()) - 1);
     descriptor.returned = static_cast<DWORD>(descriptor.bytes.size()) + 100;
   });
-
   EXPECT_EQ(found, (Serials{L"SYS", L"TSL0002"}));
 }
 
@@ -269,7 +239,6 @@ TEST_F(DriveScan, ReadsASerialNumberAtOffset0LikeAnyOther) {
     std::memcpy(descriptor.bytes.data(), "AB", 3);
     descriptor.SetSerialNumberOffset(0);
   });
-
   EXPECT_EQ(found, (Serials{L"SYS", L"AB", L"TSL0002"}));
 }
 
@@ -279,68 +248,57 @@ class SystemDisks : public HostFixture {};
 
 TEST_F(SystemDisks, WmiListsTheArraysDisksInItsOrder) {
   std::string details = "before";
-
   EXPECT_EQ(CVarnel::GetAllSystemDisksEx(details), (Serials{L"TSL0001", L"TSL0002"}));
   EXPECT_EQ(details, "before");
   EXPECT_THAT(log.All(), IsEmpty());
 }
 
 TEST_F(SystemDisks, WithoutADiskOfTheArrayTheListIsEmptyAndOneErrorIsLogged) {
-  simulator::HostModel model = SmallHost();
-  model.disks.resize(1);
-  Install(std::move(model));
+  model().disks.resize(1);
   std::string details;
-
   EXPECT_THAT(CVarnel::GetAllSystemDisksEx(details), IsEmpty());
   EXPECT_THAT(log.All(), ElementsAre("E UNEXPECTED: No tessel disks enumerated by MSFT_Disk class!"));
   EXPECT_EQ(details, "");
 }
 
 TEST_F(SystemDisks, AFailingWmiQueryPassesToTheCaller) {
-  host().faults().FailCall("IWbemServices::ExecQuery", static_cast<DWORD>(E_FAIL));
+  FailCall("IWbemServices::ExecQuery", E_FAIL);
   std::string details;
-
   EXPECT_THROW(CVarnel::GetAllSystemDisksEx(details), TesselCommonClasses::ExceptionCommon);
 }
 
 TEST_F(SystemDisks, NoDiskIsPresentBeforeTheDrivesWereScannedWhateverWmiFinds) {
-  Request request;
-
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL0001", request.details));
-
-  EXPECT_THAT(host().calls().Of("IWbemServices::ExecQuery"), SizeIs(1));
+  SnapshotRequest request;
+  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL0001", request.details()));
+  EXPECT_THAT(Calls("IWbemServices::ExecQuery"), SizeIs(1));
   EXPECT_THAT(request.probe.systemDisks(), IsEmpty());
 }
 
 TEST_F(SystemDisks, EveryQuestionBeforeTheScanAsksWmiAgain) {
-  Request request;
-
-  request.requestor.IsDiskPresentInSystem(L"TSL0001", request.details);
-  request.requestor.IsDiskPresentInSystem(L"TSL0001", request.details);
-
-  EXPECT_THAT(host().calls().Of("IWbemServices::ExecQuery"), SizeIs(2));
+  SnapshotRequest request;
+  request.requestor.IsDiskPresentInSystem(L"TSL0001", request.details());
+  request.requestor.IsDiskPresentInSystem(L"TSL0001", request.details());
+  EXPECT_THAT(Calls("IWbemServices::ExecQuery"), SizeIs(2));
 }
 
 TEST_F(SystemDisks, AfterTheScanADiskIsPresentInAnyCaseAndWmiIsNotAsked) {
-  Request request;
+  SnapshotRequest request;
   request.probe.GetAllSystemDisks();
-
-  EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(L"TSL0002", request.details));
-  EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(L"tsl0002", request.details));
-  EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(L"sys", request.details));
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL0003", request.details));
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL000", request.details));
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L" TSL0002", request.details));
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"", request.details));
-  EXPECT_THAT(host().calls().Of("IWbemServices::ExecQuery"), IsEmpty());
+  EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(L"TSL0002", request.details()));
+  EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(L"tsl0002", request.details()));
+  EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(L"sys", request.details()));
+  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL0003", request.details()));
+  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL000", request.details()));
+  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L" TSL0002", request.details()));
+  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"", request.details()));
+  EXPECT_THAT(Calls("IWbemServices::ExecQuery"), IsEmpty());
 }
 
 TEST_F(SystemDisks, TheListOfTheScanIsNotRefreshed) {
-  Request request;
+  SnapshotRequest request;
   request.probe.GetAllSystemDisks();
-  host().model().disks.push_back(MakeDisk(L"TSL0003", 3, L"G:\\"));
-
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL0003", request.details));
+  model().disks.push_back(MakeDisk(L"TSL0003", 3, L"G:\\"));
+  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL0003", request.details()));
 }
 
 // ---- a volume's disk ----
@@ -348,13 +306,10 @@ TEST_F(SystemDisks, TheListOfTheScanIsNotRefreshed) {
 class VolumeIdentity : public HostFixture {};
 
 TEST_F(VolumeIdentity, AVolumesDiskIsFoundByItsUniqueNameInAnyCase) {
-  simulator::HostModel model = SmallHost();
-  model.disks[1].volumes[0].name = L"\\\\?\\Volume{abcdef01-0000-0000-0000-000000000000}\\";
-  Install(std::move(model));
-  Request request;
+  model().disks[1].volumes[0].name = L"\\\\?\\Volume{abcdef01-0000-0000-0000-000000000000}\\";
+  SnapshotRequest request;
   std::wstring disk;
   std::wstring serial;
-
   EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(L"\\\\?\\VOLUME{ABCDEF01-0000-0000-0000-000000000000}\\", disk,
                                                        serial),
             0u);
@@ -363,22 +318,18 @@ TEST_F(VolumeIdentity, AVolumesDiskIsFoundByItsUniqueNameInAnyCase) {
 }
 
 TEST_F(VolumeIdentity, ASerialNumberKeepsItsBlanks) {
-  simulator::HostModel model = SmallHost();
-  model.disks[1].serial = L" TSL0001  ";
-  Install(std::move(model));
-  Request request;
+  model().disks[1].serial = L" TSL0001  ";
+  SnapshotRequest request;
   std::wstring disk;
   std::wstring serial;
-
   EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(1), disk, serial), 0u);
   EXPECT_EQ(serial, L" TSL0001  ");
 }
 
 TEST_F(VolumeIdentity, AVolumeWithoutAKnownDiskGives123AndLeavesTheOutputs) {
-  Request request;
+  SnapshotRequest request;
   std::wstring disk = L"disk before";
   std::wstring serial = L"serial before";
-
   EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(9), disk, serial), DWORD{ERROR_INVALID_NAME});
   EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(L"", disk, serial), DWORD{ERROR_INVALID_NAME});
   EXPECT_EQ(disk, L"disk before");
@@ -386,24 +337,20 @@ TEST_F(VolumeIdentity, AVolumeWithoutAKnownDiskGives123AndLeavesTheOutputs) {
 }
 
 TEST_F(VolumeIdentity, ADiskWithoutASerialNumberGives123AndLeavesTheOutputs) {
-  simulator::HostModel model = SmallHost();
-  model.disks[1].reportsSerial = false;
-  Install(std::move(model));
-  Request request;
+  model().disks[1].reportsSerial = false;
+  SnapshotRequest request;
   std::wstring disk = L"disk before";
   std::wstring serial = L"serial before";
-
   EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(1), disk, serial), DWORD{ERROR_INVALID_NAME});
   EXPECT_EQ(disk, L"disk before");
   EXPECT_EQ(serial, L"serial before");
 }
 
 TEST_F(VolumeIdentity, WithoutAnEnumeratorEveryVolumeGives123) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetDiskAndVolumeEnumeratorObj(nullptr);
   std::wstring disk = L"disk before";
   std::wstring serial = L"serial before";
-
   EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(1), disk, serial), DWORD{ERROR_INVALID_NAME});
   EXPECT_EQ(disk, L"disk before");
   EXPECT_EQ(serial, L"serial before");
@@ -411,11 +358,10 @@ TEST_F(VolumeIdentity, WithoutAnEnumeratorEveryVolumeGives123) {
 }
 
 TEST_F(VolumeIdentity, WithoutAnEnumeratorTheVolumesOfExtraDisksCannotBeFound) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetDiskAndVolumeEnumeratorObj(nullptr);
   request.probe.extraSerialNumbers() = {L"TSL0001"};
   std::vector<std::wstring> volumes;
-
   EXPECT_EQ(ThrownLong([&] { request.probe.GetVolumeListForExtraVolumes(volumes); }), Failure(E_POINTER));
   EXPECT_THAT(log.All(), ElementsAre("E No disk and volume enumerator has been set"));
 }
@@ -432,26 +378,23 @@ class EligibleDisks : public HostFixture {
 };
 
 TEST_F(EligibleDisks, ADiskOfTheInputListIsEligible) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetInputDriveSerialNos({L"TSL0001", L"TSL0002"});
-
   EXPECT_TRUE(request.probe.isVolumeEligible(L"TSL0002"));
   EXPECT_THAT(log.All(), IsEmpty());
 }
 
 TEST_F(EligibleDisks, AnyOtherDiskIsNotAndNothingIsLogged) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetInputDriveSerialNos({L"TSL0001"});
-
   EXPECT_FALSE(request.probe.isVolumeEligible(L"TSL0002"));
   EXPECT_FALSE(request.probe.isVolumeEligible(L""));
   EXPECT_THAT(log.All(), IsEmpty());
 }
 
 TEST_F(EligibleDisks, TheInputListComparesExactly) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetInputDriveSerialNos({L"TSL0001", L" TSL0002"});
-
   EXPECT_FALSE(request.probe.isVolumeEligible(L"tsl0001"));
   EXPECT_FALSE(request.probe.isVolumeEligible(L"TSL0001 "));
   EXPECT_FALSE(request.probe.isVolumeEligible(L"TSL0002"));
@@ -461,18 +404,16 @@ TEST_F(EligibleDisks, TheInputListComparesExactly) {
 }
 
 TEST_F(EligibleDisks, TheSystemDiskIsNotEvenWhenItIsListed) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetInputDriveSerialNos({L"SYS"});
-
   EXPECT_FALSE(request.probe.isVolumeEligible(L"SYS"));
   EXPECT_THAT(log.All(), ElementsAre("W Affected volume SYS of file descriptor is a system volume. Hence not "
                                      "including in the snapshot set."));
 }
 
 TEST_F(EligibleDisks, TheSystemDiskComparesExactly) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetInputDriveSerialNos({L"sys"});
-
   EXPECT_TRUE(request.probe.isVolumeEligible(L"sys"));
   EXPECT_THAT(log.All(), IsEmpty());
 }
@@ -496,18 +437,16 @@ class SnapshotDevices : public HostFixture {
 };
 
 TEST_F(SnapshotDevices, ADiskThatAFileWasSnapshottedToIsOneAndTheFirstFileIsLogged) {
-  Request request;
+  SnapshotRequest request;
   request.probe.writers() = {WriterWith({L"\\\\.\\PhysicalDrive4"}),
                              WriterWith({L"", L"\\\\.\\PhysicalDrive5", L"\\\\.\\PhysicalDrive5"})};
-
   EXPECT_TRUE(request.probe.IsSnapShotDevice(L"\\\\.\\PhysicalDrive5"));
   EXPECT_THAT(log.All(), ElementsAre("I Device is a snapshot, Device=\\\\.\\PhysicalDrive5, File=E:\\data2\\"));
 }
 
 TEST_F(SnapshotDevices, ADiskNameComparesExactly) {
-  Request request;
+  SnapshotRequest request;
   request.probe.writers() = {WriterWith({L"\\\\.\\PhysicalDrive5"})};
-
   EXPECT_FALSE(request.probe.IsSnapShotDevice(L"\\\\.\\physicaldrive5"));
   EXPECT_FALSE(request.probe.IsSnapShotDevice(L"\\\\.\\PhysicalDrive"));
   EXPECT_FALSE(request.probe.IsSnapShotDevice(L"\\\\.\\PhysicalDrive55"));
@@ -515,26 +454,23 @@ TEST_F(SnapshotDevices, ADiskNameComparesExactly) {
 }
 
 TEST_F(SnapshotDevices, ExcludedWritersAndComponentsAreLeftOut) {
-  Request request;
+  SnapshotRequest request;
   VssWriter excludedWriter = WriterWith({L"\\\\.\\PhysicalDrive5"});
   excludedWriter.excluded = true;
   VssWriter excludedComponent = WriterWith({L"\\\\.\\PhysicalDrive5"});
   excludedComponent.components[0].excluded = true;
   request.probe.writers() = {excludedWriter, excludedComponent};
-
   EXPECT_FALSE(request.probe.IsSnapShotDevice(L"\\\\.\\PhysicalDrive5"));
 }
 
 TEST_F(SnapshotDevices, AnEmptyNameIsNoneAlthoughFilesWithoutASnapshotHaveIt) {
-  Request request;
+  SnapshotRequest request;
   request.probe.writers() = {WriterWith({L""})};
-
   EXPECT_FALSE(request.probe.IsSnapShotDevice(L""));
 }
 
 TEST_F(SnapshotDevices, WithoutWritersThereIsNone) {
-  Request request;
-
+  SnapshotRequest request;
   EXPECT_FALSE(request.probe.IsSnapShotDevice(L"\\\\.\\PhysicalDrive5"));
 }
 
@@ -542,16 +478,16 @@ TEST_F(SnapshotDevices, WithoutWritersThereIsNone) {
 
 class ProtectionSet : public HostFixture {
  protected:
-  Request<> request;
+  SnapshotRequest<> request;
 
   void Verify(Serials input, Serials application) {
     request.probe.inputSerialNumbers() = std::move(input);
     request.probe.eligibleSerialNumbers() = std::move(application);
-    request.probe.VerifyProtectionSetDiskList(request.details);
+    request.probe.VerifyProtectionSetDiskList(request.details());
   }
   const VarnelException& Deferred() { return request.probe.lastException(); }
   void ExpectNothingHappened() {
-    EXPECT_EQ(request.details, "");
+    EXPECT_EQ(request.alerts(), "");
     EXPECT_THAT(log.All(), IsEmpty());
     EXPECT_EQ(Deferred().GetAlertCode(), 0);
     EXPECT_THAT(request.probe.extraSerialNumbers(), IsEmpty());
@@ -574,22 +510,18 @@ TEST_F(ProtectionSet, TwoEmptyListsAreAMatch) {
 }
 
 TEST_F(ProtectionSet, AnApplicationThatUsesNoDiskOfTheSetIsAMismatch) {
-  const auto thrown = ThrownException([&] { Verify({L"a", L"b"}, {}); });
-
-  ASSERT_TRUE(thrown);
-  EXPECT_EQ(thrown->GetAlertCode(), 602);
-  EXPECT_EQ(thrown->GetMessageText(), kMessage112);
-  EXPECT_THAT(thrown->GetMessageList(),
-              ElementsAre(L"\n Volumes in volume collection: a, b \n Volumes containing application components "
-                          L"eligible for backup: "));
+  EXPECT_EQ(OutcomeOf([&] {
+              Verify({L"a", L"b"}, {});
+            }),
+            Outcome::Exception(602, kMessage112,
+                               {L"\n Volumes in volume collection: a, b \n Volumes containing application components "
+                                L"eligible for backup: "}));
 }
 
 TEST_F(ProtectionSet, AMismatchWritesItsRecordAndBothLists) {
-  request.details = "writer=0,";
-
+  request.details() = "writer=0,";
   EXPECT_THROW(Verify({L"a", L"b"}, {}), VarnelException);
-
-  EXPECT_EQ(request.details,
+  EXPECT_EQ(request.details(),
             "writer=0,"
             "status=LunMismatch, VolCollVolumes=2, VolumesInvolvedInSnapshot=0, rc=ConfigError, "
             "ca=CheckVolumeCollection, ca=CheckHostsVolumes/Connections;\n"
@@ -603,68 +535,53 @@ TEST_F(ProtectionSet, AMismatchWritesItsRecordAndBothLists) {
 
 TEST_F(ProtectionSet, AMismatchLeavesNoDeferredWarning) {
   EXPECT_THROW(Verify({L"a"}, {}), VarnelException);
-
   EXPECT_EQ(Deferred().GetAlertCode(), 0);
   EXPECT_THAT(request.probe.extraSerialNumbers(), IsEmpty());
 }
 
 TEST_F(ProtectionSet, AMismatchStandsWithoutTextsWhenTheCatalogCannotBeRead) {
-  host().faults().FailCall("LoadStringW", ERROR_RESOURCE_NAME_NOT_FOUND, 0);
-
-  const auto thrown = ThrownException([&] { Verify({L"a"}, {}); });
-
-  ASSERT_TRUE(thrown);
-  EXPECT_EQ(thrown->GetAlertCode(), 602);
-  EXPECT_EQ(thrown->GetMessageText(), L"");
-  EXPECT_THAT(thrown->GetMessageList(), ElementsAre(L""));
+  FailCall("LoadStringW", ERROR_RESOURCE_NAME_NOT_FOUND, 0);
+  EXPECT_EQ(OutcomeOf([&] { Verify({L"a"}, {}); }), Outcome::Exception(602, L""));
 }
 
 TEST_F(ProtectionSet, ALongListStandsWholeInTheErrorDetails) {
   Serials input;
   for (int i = 0; i < 1000; ++i) input.push_back(L"TSL" + std::to_wstring(10000 + i));
-
   EXPECT_THROW(Verify(input, {}), VarnelException);
-
-  EXPECT_THAT(request.details,
+  EXPECT_THAT(request.alerts(),
               HasSubstr("collection: " + WideToUtf8(CVarnel::VectorToString(input)) + ";\nList of volumes"));
 }
 
 TEST_F(ProtectionSet, DisksThatTheApplicationDoesNotUseAreExtraWithoutRegardToCase) {
   Verify({L"a", L"b", L"c"}, {L"A"});
-
   EXPECT_EQ(request.probe.extraSerialNumbers(), (Serials{L"b", L"c"}));
 }
 
 TEST_F(ProtectionSet, ExtraDisksAreAWarningThatIsNotThrownYet) {
   Verify({L"a", L"b", L"c"}, {L"A"});
-
   EXPECT_EQ(Deferred().GetAlertCode(), 701);
   EXPECT_EQ(Deferred().GetMessageText(), L"Extra volumes found in the volume collection. ");
   EXPECT_THAT(Deferred().GetMessageList(), ElementsAre(L"Extra volumes in the volume collection : b, c"));
 }
 
 TEST_F(ProtectionSet, ExtraDisksWriteTheirRecordAndTheirList) {
-  request.details = "writer=0,";
-
+  request.details() = "writer=0,";
   Verify({L"a", L"b", L"c"}, {L"A"});
-
-  EXPECT_EQ(request.details, "writer=0," + kExtraVolumesRecord + ";\nExtra volumes in volume collection are:b, c:\n");
+  EXPECT_EQ(request.details(), "writer=0," + kExtraVolumesRecord + ";\nExtra volumes in volume collection are:b, c:\n");
   EXPECT_THAT(log.All(), ElementsAre("W " + kExtraVolumesRecord, "W  Extra volumes in volume collection are:b, c"));
 }
 
 TEST_F(ProtectionSet, ExtraDisksKeepTheOrderAndTheCaseOfTheInput) {
   Verify({L"Zeta", L"a", L"Beta", L"alpha"}, {L"a"});
-
   EXPECT_EQ(request.probe.extraSerialNumbers(), (Serials{L"Zeta", L"Beta", L"alpha"}));
   EXPECT_THAT(Deferred().GetMessageList(), ElementsAre(L"Extra volumes in the volume collection : Zeta, Beta, alpha"));
 }
 
 TEST_F(ProtectionSet, ADiskListedTwiceIsAWarningWithoutAnExtraDisk) {
   Verify({L"a", L"a"}, {L"A"});
-
   EXPECT_EQ(Deferred().GetAlertCode(), 701);
   EXPECT_THAT(request.probe.extraSerialNumbers(), IsEmpty());
-  EXPECT_EQ(request.details,
+  EXPECT_EQ(request.alerts(),
             "status=ExtarVolumesInVolColl, VolumesInvolvedInSnapshot =1 , ExtraVolumes =0, rc=ConfigWarning, "
             "ca=CheckVolumeCollection, ca=CheckHostsVolumes/Connections;\n"
             "Extra volumes in volume collection are::\n");
@@ -673,28 +590,24 @@ TEST_F(ProtectionSet, ADiskListedTwiceIsAWarningWithoutAnExtraDisk) {
 
 TEST_F(ProtectionSet, AnExtraDiskListedTwiceIsReportedTwice) {
   Verify({L"a", L"b", L"b"}, {L"a"});
-
   EXPECT_EQ(request.probe.extraSerialNumbers(), (Serials{L"b", L"b"}));
 }
 
 TEST_F(ProtectionSet, AnApplicationOnMoreDisksThanListedIsAWarningToo) {
   Verify({L"a"}, {L"a", L"b"});
-
   EXPECT_EQ(Deferred().GetAlertCode(), 701);
   EXPECT_THAT(request.probe.extraSerialNumbers(), IsEmpty());
-  EXPECT_THAT(request.details,
+  EXPECT_THAT(request.alerts(),
               testing::StartsWith("status=ExtarVolumesInVolColl, VolumesInvolvedInSnapshot =2 , ExtraVolumes =0,"));
 }
 
 TEST_F(ProtectionSet, BlanksMakeADiskAnotherDisk) {
   Verify({L"a", L"a ", L" a"}, {L"A"});
-
   EXPECT_EQ(request.probe.extraSerialNumbers(), (Serials{L"a ", L" a"}));
 }
 
 TEST_F(ProtectionSet, ExtraDisksAskTheHostForNothingButTheTexts) {
   Verify({L"a", L"b"}, {L"a"});
-
   for (const std::string& line : host().calls().lines()) {
     EXPECT_TRUE(line.starts_with("GetModuleHandleExW(") || line.starts_with("LoadStringW(") ||
                 line.starts_with("FreeLibrary("))
@@ -704,9 +617,7 @@ TEST_F(ProtectionSet, ExtraDisksAskTheHostForNothingButTheTexts) {
 
 TEST_F(ProtectionSet, IsCheckedWithoutAnEnumerator) {
   request.requestor.SetDiskAndVolumeEnumeratorObj(nullptr);
-
   Verify({L"a", L"b"}, {L"a"});
-
   EXPECT_EQ(request.probe.extraSerialNumbers(), (Serials{L"b"}));
 }
 
@@ -715,23 +626,21 @@ TEST_F(ProtectionSet, IsCheckedWithoutAnEnumerator) {
 class Validation : public HostFixture {};
 
 TEST_F(Validation, VolumesAreValidAndTheErrorDetailsAreCleared) {
-  Request request;
+  SnapshotRequest request;
   std::string status = "status before";
-  request.details = "details before";
-
-  EXPECT_EQ(request.requestor.ValidateVolumes({"E:\\", "F:\\"}, status, request.details, {"TSL0001"}, "host"), 0u);
+  request.details() = "details before";
+  EXPECT_EQ(request.requestor.ValidateVolumes({"E:\\", "F:\\"}, status, request.details(), {"TSL0001"}, "host"), 0u);
   EXPECT_EQ(status, "status before");
-  EXPECT_EQ(request.details, "");
+  EXPECT_EQ(request.details(), "");
   EXPECT_THAT(log.All(), IsEmpty());
   EXPECT_THAT(host().calls().lines(), IsEmpty());
 }
 
 TEST_F(Validation, TheHostIsValidAndTheErrorDetailsStay) {
-  Request request;
-  request.details = "details before";
-
-  EXPECT_EQ(request.requestor.ValidateHostConfiguration(request.details), 0u);
-  EXPECT_EQ(request.details, "details before");
+  SnapshotRequest request;
+  request.details() = "details before";
+  EXPECT_EQ(request.requestor.ValidateHostConfiguration(request.details()), 0u);
+  EXPECT_EQ(request.details(), "details before");
   EXPECT_THAT(host().calls().lines(), IsEmpty());
 }
 

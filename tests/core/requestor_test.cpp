@@ -10,7 +10,7 @@
 
 #include "simulator/vss/backup_document.h"
 #include "tests/support/host_fixture.h"
-#include "tests/support/request.h"
+#include "tests/support/snapshot_request.h"
 
 namespace varnel::test {
 namespace {
@@ -184,9 +184,7 @@ class InitializeTest : public HostFixture {
     details_.clear();
   }
   /// The service answers a restore as one does that allows SetBackupState there.
-  void AllowBackupStateInRestores() {
-    host().faults().FailCall("IVssBackupComponents::SetBackupState", static_cast<DWORD>(S_OK), 0);
-  }
+  void AllowBackupStateInRestores() { FailCall("IVssBackupComponents::SetBackupState", S_OK, 0); }
 
   std::string details_;
   DiskAndVolumeEnumerator enumerator_;
@@ -209,7 +207,7 @@ TEST_F(InitializeTest, PreparesANewBackup) {
 TEST_F(InitializeTest, AContextOfZeroIsNeitherSetNorLogged) {
   CVarnel requestor(0);
   Initialize(requestor, {});
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::SetContext"), IsEmpty());
+  EXPECT_THAT(Calls("IVssBackupComponents::SetContext"), IsEmpty());
   EXPECT_THAT(log.lines, IsEmpty());
 }
 
@@ -227,8 +225,7 @@ TEST_F(InitializeTest, AnotherContextIsLoggedAndSetBeforeTheState) {
 TEST_F(InitializeTest, AContextUsesAll32Bits) {
   CVarnel requestor(0);
   Initialize(requestor, {0xFFFFFFFF, L"", false, VSS_BT_FULL});
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::SetContext"),
-              ElementsAre("IVssBackupComponents::SetContext(-1) = S_OK"));
+  EXPECT_THAT(Calls("IVssBackupComponents::SetContext"), ElementsAre("IVssBackupComponents::SetContext(-1) = S_OK"));
   EXPECT_EQ(requestor.GetContext(), 0xFFFFFFFFu);
   EXPECT_THAT(log.All(), ElementsAre("I - Setting VssContext=0xffffffff"));
 }
@@ -239,7 +236,7 @@ TEST_F(InitializeTest, TheCallersBackupTypeIsUsed) {
     Forget();
     CVarnel requestor(0);
     Initialize(requestor, {0, L"", false, type});
-    EXPECT_THAT(host().calls().Of("IVssBackupComponents::SetBackupState"),
+    EXPECT_THAT(Calls("IVssBackupComponents::SetBackupState"),
                 ElementsAre("IVssBackupComponents::SetBackupState(true, true, " +
                             std::to_string(static_cast<int>(type)) + ", false) = S_OK"));
   }
@@ -286,15 +283,15 @@ TEST_F(InitializeTest, ARestoreNeverSetsAContextButKeepsIt) {
     Forget();
     CVarnel requestor(0);
     Initialize(requestor, {context, SavedDocument(), true, VSS_BT_FULL});
-    EXPECT_THAT(host().calls().Of("IVssBackupComponents::SetContext"), IsEmpty());
-    EXPECT_THAT(host().calls().Of("IVssBackupComponents::SetBackupState"), testing::SizeIs(1));
+    EXPECT_THAT(Calls("IVssBackupComponents::SetContext"), IsEmpty());
+    EXPECT_THAT(Calls("IVssBackupComponents::SetBackupState"), testing::SizeIs(1));
     EXPECT_EQ(requestor.GetContext(), context);
     EXPECT_THAT(log.lines, IsEmpty());
   }
 }
 
 TEST_F(InitializeTest, ARestoreWithoutADocumentHandsOverAnEmptyText) {
-  host().faults().FailCall("IVssBackupComponents::InitializeForRestore", static_cast<DWORD>(S_OK));
+  FailCall("IVssBackupComponents::InitializeForRestore", S_OK);
   AllowBackupStateInRestores();
   CVarnel requestor(0);
   Initialize(requestor, {0, L"", true, VSS_BT_FULL});
@@ -350,7 +347,7 @@ TEST_F(InitializeTest, EveryFailingCallLeavesItsAlertAndIsThrown) {
       Install(SmallHost());
       Forget();
       details_ = "writer=1,";
-      host().faults().FailCall(failing.call, static_cast<DWORD>(code));
+      FailCall(failing.call, code);
       {
         CVarnel requestor(0);
         RequestorProbe probe(requestor);
@@ -366,7 +363,7 @@ TEST_F(InitializeTest, EveryFailingCallLeavesItsAlertAndIsThrown) {
         EXPECT_EQ(probe.diskAndVolumeEnumerator(), nullptr);
         EXPECT_THAT(LastServiceCall(), testing::StartsWith(failing.call));
       }
-      EXPECT_EQ(host().live().Describe(), "");
+      ExpectNothingLive();
     }
   }
 }
@@ -374,7 +371,7 @@ TEST_F(InitializeTest, EveryFailingCallLeavesItsAlertAndIsThrown) {
 TEST_F(InitializeTest, PositiveResultsAreSuccesses) {
   for (const char* call : {"IVssBackupComponents::InitializeForBackup", "IVssBackupComponents::SetContext",
                            "IVssBackupComponents::SetBackupState"}) {
-    host().faults().FailCall(call, static_cast<DWORD>(S_FALSE));
+    FailCall(call, S_FALSE);
   }
   CVarnel requestor(0);
   Initialize(requestor, {9, L"", false, VSS_BT_FULL});
@@ -385,7 +382,7 @@ TEST_F(InitializeTest, PositiveResultsAreSuccesses) {
 TEST_F(InitializeTest, ASuccessWithoutAnObjectIsUnexpected) {
   for (const HRESULT success : {S_OK, S_FALSE}) {
     Forget();
-    host().faults().FailCall("CreateVssBackupComponents", static_cast<DWORD>(success));
+    FailCall("CreateVssBackupComponents", success);
     CVarnel requestor(0);
     EXPECT_EQ(Thrown(requestor, {}), Failure(E_UNEXPECTED));
     EXPECT_EQ(details_, std::string("CreateVssBackupComponents()=Failed, error=E_UNEXPECTED") + kEnding);
@@ -393,10 +390,10 @@ TEST_F(InitializeTest, ASuccessWithoutAnObjectIsUnexpected) {
 }
 
 TEST_F(InitializeTest, WithoutMemoryForTheDocumentNothingStaysLive) {
-  host().faults().FailCall("SysAllocStringLen", ERROR_NOT_ENOUGH_MEMORY);
+  FailCall("SysAllocStringLen", ERROR_NOT_ENOUGH_MEMORY);
   CVarnel requestor(0);
   EXPECT_THROW(Initialize(requestor, {0, SavedDocument(), false, VSS_BT_FULL}), std::bad_alloc);
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::InitializeForBackup"), IsEmpty());
+  EXPECT_THAT(Calls("IVssBackupComponents::InitializeForBackup"), IsEmpty());
 }
 
 TEST_F(InitializeTest, ASecondCallReplacesTheObject) {
@@ -409,14 +406,14 @@ TEST_F(InitializeTest, ASecondCallReplacesTheObject) {
   EXPECT_FALSE(probe.metadataGathered());
   EXPECT_EQ(requestor.GetContext(), 0u);
   EXPECT_EQ(details_, "");
-  EXPECT_THAT(host().calls().Of("CreateVssBackupComponents"), testing::SizeIs(2));
+  EXPECT_THAT(Calls("CreateVssBackupComponents"), testing::SizeIs(2));
 }
 
 TEST_F(InitializeTest, ASecondCallThatFailsLeavesNoObject) {
   CVarnel requestor(0);
   RequestorProbe probe(requestor);
   Initialize(requestor, {9, L"", false, VSS_BT_FULL});
-  host().faults().FailCall("CreateVssBackupComponents", static_cast<DWORD>(E_ACCESSDENIED));
+  FailCall("CreateVssBackupComponents", E_ACCESSDENIED);
   EXPECT_EQ(Thrown(requestor, {}), Failure(E_ACCESSDENIED));
   EXPECT_FALSE(probe.vssObject());
   EXPECT_EQ(host().live().Count("IVssBackupComponents"), 0);
@@ -516,7 +513,7 @@ TEST_F(AccessorTest, TheDestructorFreesTheDocumentAndTheMessageBuffer) {
     probe.GetErrorMessageFromCatalog(126, text);
     ASSERT_NE(probe.messageBuffer(), nullptr);
   }
-  EXPECT_EQ(host().live().Describe(), "");
+  ExpectNothingLive();
 }
 
 // ---- Converters ----

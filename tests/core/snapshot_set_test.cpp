@@ -1,15 +1,12 @@
 // CreateVssSnapshotSet and its steps: what is called in which order, which volumes go in, and what every failure
 // leaves.
 #include "simulator/vss/snapshot_service.h"
-#include "tests/support/host_fixture.h"
-#include "tests/support/snapshot_request.h"
+#include "tests/support/request_fixture.h"
 #include "text/format.h"
 
 namespace varnel::test {
 namespace {
 
-using simulator::WriterEvent;
-using simulator::WriterFault;
 using testing::Contains;
 using testing::Not;
 
@@ -22,15 +19,6 @@ constexpr char kPropertiesCall[] = "m_pVssObject->GetSnapshotProperties(WString2
 
 std::wstring Device(int n) {
   return L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy" + std::to_wstring(n) + L"\\";
-}
-
-std::string ComRecord(const std::string& call, const std::string& error) {
-  return call + "=Failed, error=" + error + ", rc=COMMError, ca=ContactTechSupport;\n";
-}
-
-std::string QueryStatusRecord(const std::string& error) {
-  return "RequestStatus=QueryStatus(), Function=pAsync->QueryStatus(), Error=" + error +
-         ", rc=SystemError, ca=ContactSupport";
 }
 
 // What a host with extra volumes in the collection appends to the error details.
@@ -54,13 +42,6 @@ class SnapshotSetTest : public HostFixture {
     simulator::HostModel model = SmallHost();
     model.writers = {MakeWriter(L"Mail", 1, {MakeComponent(L"mail", L"db1", std::move(directories))})};
     return model;
-  }
-
-  /// For the next round of a loop; nothing of the last one may be live.
-  void StartOver() {
-    TearDown();
-    SetUp();
-    log.lines.clear();
   }
 
   template <class Requestor>
@@ -170,7 +151,7 @@ TEST_F(SnapshotSetTest, AComponentWithAllFilesOnOneVolumeAddsItOnce) {
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1)));
-  EXPECT_EQ(host().calls().Of("IVssBackupComponents::AddToSnapshotSet").size(), 1U);
+  EXPECT_EQ(Calls("IVssBackupComponents::AddToSnapshotSet").size(), 1U);
 }
 
 TEST_F(SnapshotSetTest, VolumesThatDifferOnlyInCaseCountAsOne) {
@@ -188,7 +169,7 @@ TEST_F(SnapshotSetTest, VolumesThatDifferOnlyInCaseCountAsOne) {
 
 TEST_F(SnapshotSetTest, VolumesAreAddedInTheOrderOfTheFiles) {
   Install(Model({L"F:\\db", L"E:\\log"}));
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  SnapshotRequest request(BothDisks());
   EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(2), VolumeName(1)));
 }
@@ -206,7 +187,7 @@ TEST_F(SnapshotSetTest, ExcludedWritersAndComponentsAddNoVolume) {
 TEST_F(SnapshotSetTest, EveryVolumeIsAddedWithTheArraysProvider) {
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
-  const std::vector<std::string> added = host().calls().Of("IVssBackupComponents::AddToSnapshotSet");
+  const std::vector<std::string> added = Calls("IVssBackupComponents::AddToSnapshotSet");
   ASSERT_EQ(added.size(), 1U);
   EXPECT_THAT(added[0], HasSubstr(WideToUtf8Lossy(FormatGuid(CVarnel::TesselVssProviderID))));
 }
@@ -236,13 +217,11 @@ TEST_F(SnapshotSetTest, AnExtraDiskWithoutVolumesAddsNone) {
 
 // The parent lies on a disk outside the collection, so it is no user of TSL0002, but its child pulls it in.
 TEST_F(SnapshotSetTest, AnExtraVolumeThatIsAlreadyInTheSetIsSkippedWithTheSystemDriveWarning) {
-  simulator::HostModel model = SmallHost();
-  model.disks.push_back(MakeDisk(L"LOCAL", 4, L"G:\\"));
-  model.writers = {
+  model().disks.push_back(MakeDisk(L"LOCAL", 4, L"G:\\"));
+  model().writers = {
       MakeWriter(L"Mail", 1,
                  {MakeComponent(L"", L"mail", {L"F:\\all", L"G:\\all"}), MakeComponent(L"mail", L"db1", {L"E:\\db"})})};
-  Install(std::move(model));
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  SnapshotRequest request(BothDisks());
   EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0002"));
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(2), VolumeName(4), VolumeName(1)));
   EXPECT_THAT(log.Warnings(), Contains(kPresentVolumeLine));
@@ -279,7 +258,7 @@ TEST_F(SnapshotSetTest, ExtraVolumesOfSeveralDisksKeepTheOrderOfTheirSerials) {
 }
 
 TEST_F(SnapshotSetTest, TheExtraVolumesWarningIsThrownWhenTheSetExists) {
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  SnapshotRequest request(BothDisks());
   EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0002"));
   EXPECT_TRUE(request.probe.snapshotDone());
   EXPECT_NE(request.requestor.GetBackupDocument(), L"");
@@ -287,17 +266,8 @@ TEST_F(SnapshotSetTest, TheExtraVolumesWarningIsThrownWhenTheSetExists) {
   EXPECT_EQ(host().machine().snapshots->SurfacedCopies().size(), 2U);
 }
 
-WriterFault PartialFault() {
-  WriterFault fault;
-  fault.writer = L"Mail";
-  fault.event = WriterEvent::postSnapshot;
-  fault.failure = VSS_E_WRITERERROR_PARTIAL_FAILURE;
-  fault.components = {{L"\\mail\\db1", VSS_E_WRITERERROR_RETRYABLE, S_OK, L""}};
-  return fault;
-}
-
 TEST_F(SnapshotSetTest, APartialWriterFailureIsThrownAlthoughTheSetAndTheDocumentExist) {
-  host().faults().FailWriter(PartialFault());
+  FailWriter(PartialFault());
   SnapshotRequest<PartialRequestor> request;
   const Outcome outcome = request.StartAndCreate();
   EXPECT_EQ(outcome.alertCode, 601);
@@ -310,8 +280,8 @@ TEST_F(SnapshotSetTest, APartialWriterFailureIsThrownAlthoughTheSetAndTheDocumen
 }
 
 TEST_F(SnapshotSetTest, APartialWriterFailureTakesPrecedenceOverTheExtraVolumesWarning) {
-  host().faults().FailWriter(PartialFault());
-  SnapshotRequest<PartialRequestor> request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  FailWriter(PartialFault());
+  SnapshotRequest<PartialRequestor> request(BothDisks());
   EXPECT_EQ(request.StartAndCreate().alertCode, 601);
   EXPECT_EQ(request.probe.lastException().GetAlertCode(), 701);
 }
@@ -319,7 +289,7 @@ TEST_F(SnapshotSetTest, APartialWriterFailureTakesPrecedenceOverTheExtraVolumesW
 TEST_F(SnapshotSetTest, ATransportableSetsPropertiesAreNotRead) {
   SnapshotRequest request({.context = VSS_VOLSNAP_ATTR_TRANSPORTABLE});
   EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::GetSnapshotProperties"), IsEmpty());
+  EXPECT_THAT(Calls("IVssBackupComponents::GetSnapshotProperties"), IsEmpty());
   EXPECT_EQ(request.probe.snapshotVolumes()[0].snapshotDeviceName, L"");
   EXPECT_NE(request.probe.snapshotVolumes()[0].snapshotId, L"");
   const VssFileDescriptor& file = request.component(0, 0).files[0];
@@ -338,7 +308,7 @@ TEST_F(SnapshotSetTest, APersistentTransportableSetsPropertiesAreNotReadEither) 
 TEST_F(SnapshotSetTest, TheSnapshotCountsAsDoneBeforeTheWritersAreCheckedAgain) {
   WriterFault fault = PartialFault();
   fault.failure = VSS_E_WRITERERROR_TIMEOUT;
-  host().faults().FailWriter(fault);
+  FailWriter(fault);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate().alertCode, 600);
   EXPECT_TRUE(request.probe.snapshotDone());
@@ -349,11 +319,11 @@ TEST_F(SnapshotSetTest, AWriterThatFailsToPrepareStopsTheRequestBeforeTheSnapsho
   WriterFault fault = PartialFault();
   fault.event = WriterEvent::prepareBackup;
   fault.failure = VSS_E_WRITERERROR_TIMEOUT;
-  host().faults().FailWriter(fault);
+  FailWriter(fault);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate().alertCode, 600);
   EXPECT_FALSE(request.probe.snapshotDone());
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::DoSnapshotSet"), IsEmpty());
+  EXPECT_THAT(Calls("IVssBackupComponents::DoSnapshotSet"), IsEmpty());
 }
 
 TEST_F(SnapshotSetTest, TheTestPointFailsTheRequestAfterTheSecondWriterCheckWithoutARecord) {
@@ -363,7 +333,7 @@ TEST_F(SnapshotSetTest, TheTestPointFailsTheRequestAfterTheSecondWriterCheckWith
   EXPECT_EQ(request.alerts(), "");
   EXPECT_THAT(log.Errors(), ElementsAre("***Testpoint enabled. Throwing error unexpected writer error after "
                                         "DoSnapshotSet***"));
-  EXPECT_EQ(host().calls().Of("IVssBackupComponents::GatherWriterStatus").size(), 2U);
+  EXPECT_EQ(Calls("IVssBackupComponents::GatherWriterStatus").size(), 2U);
   EXPECT_EQ(request.requestor.GetBackupDocument(), L"");
 }
 
@@ -382,7 +352,7 @@ TEST_F(SnapshotSetTest, ASecondSaveFreesTheFirstDocument) {
 }
 
 TEST_F(SnapshotSetTest, ASaveThatDeliversNoDocumentIsUnexpected) {
-  host().faults().FailCall("IVssBackupComponents::SaveAsXML", S_FALSE);
+  FailCall("IVssBackupComponents::SaveAsXML", S_FALSE);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(E_UNEXPECTED));
   EXPECT_EQ(request.alerts(), ComRecord("SaveAsXML()", "E_UNEXPECTED"));
@@ -396,26 +366,26 @@ TEST_F(SnapshotSetTest, PropertiesAreAskedForTwiceAndBothAnswersAreFreed) {
   request.probe.DoSnapshotSet(request.details());
   host().calls().Clear();
   request.probe.GetSnapShotProperties(request.details());
-  EXPECT_EQ(host().calls().Of("IVssBackupComponents::GetSnapshotProperties").size(), 2U);
+  EXPECT_EQ(Calls("IVssBackupComponents::GetSnapshotProperties").size(), 2U);
   EXPECT_EQ(host().live().Count("task memory"), 0);
 }
 
 TEST_F(SnapshotSetTest, AnEmptyFirstAnswerAboutASnapshotDoesNotCount) {
-  host().faults().FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 1);
+  FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 1);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
   EXPECT_EQ(request.probe.snapshotVolumes()[0].snapshotDeviceName, Device(1));
 }
 
 TEST_F(SnapshotSetTest, AnEmptySecondAnswerAboutASnapshotReplacesTheFirst) {
-  host().faults().FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 2);
+  FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 2);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(HResultFromWin32(ERROR_INVALID_NAME)));
   EXPECT_EQ(request.probe.snapshotVolumes()[0].snapshotDeviceName, L"\\");
 }
 
 TEST_F(SnapshotSetTest, AFailedFirstQuestionAboutASnapshotIsLoggedInThreeLinesWithoutARecord) {
-  host().faults().FailCall("IVssBackupComponents::GetSnapshotProperties", static_cast<DWORD>(VSS_E_OBJECT_NOT_FOUND));
+  FailCall("IVssBackupComponents::GetSnapshotProperties", VSS_E_OBJECT_NOT_FOUND);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_OBJECT_NOT_FOUND));
   EXPECT_EQ(request.alerts(), "");
@@ -425,7 +395,7 @@ TEST_F(SnapshotSetTest, AFailedFirstQuestionAboutASnapshotIsLoggedInThreeLinesWi
 }
 
 TEST_F(SnapshotSetTest, AFailedSecondQuestionAboutASnapshotWritesItsRecordAndFreesTheFirstAnswer) {
-  host().faults().FailCall("IVssBackupComponents::GetSnapshotProperties", static_cast<DWORD>(VSS_E_PROVIDER_VETO), 2);
+  FailCall("IVssBackupComponents::GetSnapshotProperties", VSS_E_PROVIDER_VETO, 2);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_PROVIDER_VETO));
   EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->GetSnapshotProperties()", "VSS_E_PROVIDER_VETO"));
@@ -433,7 +403,7 @@ TEST_F(SnapshotSetTest, AFailedSecondQuestionAboutASnapshotWritesItsRecordAndFre
 }
 
 TEST_F(SnapshotSetTest, ASnapshotWhoseDiskHasNoSerialNumberIsReportedToTheLogOnly) {
-  host().faults().FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 0);  // a device name is never given
+  FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 0);  // a device name is never given
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(static_cast<HRESULT>(0x8007007B)));
   EXPECT_EQ(request.alerts(), "");
@@ -444,7 +414,7 @@ TEST_F(SnapshotSetTest, ASnapshotWhoseDiskHasNoSerialNumberIsReportedToTheLogOnl
 
 TEST_F(SnapshotSetTest, TheDisksAreEnumeratedAgainForEverySnapshot) {
   Install(Model({L"E:\\db", L"F:\\log"}));
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  SnapshotRequest request(BothDisks());
   EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
   EXPECT_EQ(LinesWith("re-enumerating cache").size(), 2U);
   EXPECT_EQ(request.component(0, 0).files[0].snapshotSerialNumber, L"SHADOW-TSL0001");
@@ -452,7 +422,7 @@ TEST_F(SnapshotSetTest, TheDisksAreEnumeratedAgainForEverySnapshot) {
 }
 
 TEST_F(SnapshotSetTest, AnEnumerationThatFailsAfterTheSnapshotPassesAsItIsThrown) {
-  host().faults().FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED, 2);
+  FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED, 2);
   SnapshotRequest request;
   EXPECT_THROW(request.StartAndCreate(), TesselCommonClasses::ExceptionCommon);
   EXPECT_EQ(request.alerts(), "");
@@ -461,7 +431,7 @@ TEST_F(SnapshotSetTest, AnEnumerationThatFailsAfterTheSnapshotPassesAsItIsThrown
 }
 
 TEST_F(SnapshotSetTest, ASnapshotOfAnExtraVolumeIsIdentifiedThoughNoFileLiesOnIt) {
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  SnapshotRequest request(BothDisks());
   EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0002"));
   EXPECT_THAT(LinesWith("SerialNumber=SHADOW-TSL0002").size(), 1U);
 }
@@ -501,7 +471,7 @@ TEST_F(SnapshotSetTest, AFailedCallWritesItsRecordAndLeavesTheMembersAsFarAsThey
   for (const FailingStep& step : steps) {
     SCOPED_TRACE(step.call + " " + std::to_string(step.occurrence));
     StartOver();
-    host().faults().FailCall(step.call, static_cast<DWORD>(VSS_E_UNEXPECTED), step.occurrence);
+    FailCall(step.call, VSS_E_UNEXPECTED, step.occurrence);
     SnapshotRequest request;
     EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_UNEXPECTED));
     const std::string record = ComRecord(step.text, "VSS_E_UNEXPECTED");
@@ -514,14 +484,14 @@ TEST_F(SnapshotSetTest, AFailedCallWritesItsRecordAndLeavesTheMembersAsFarAsThey
     }
     EXPECT_EQ(request.probe.snapshotDone(), step.snapshotDone);
     EXPECT_EQ(request.requestor.GetBackupDocument().empty(), !step.hasDocument);
-    EXPECT_THAT(host().calls().Of(object + "AbortBackup"), IsEmpty());
+    EXPECT_THAT(Calls(object + "AbortBackup"), IsEmpty());
   }
 }
 
 TEST_F(SnapshotSetTest, AnOperationThatIsNotDeliveredIsUnexpected) {
   for (const std::string name : {"PrepareForBackup", "DoSnapshotSet"}) {
     StartOver();
-    host().faults().FailCall("IVssBackupComponents::" + name, S_FALSE);
+    FailCall("IVssBackupComponents::" + name, S_FALSE);
     SnapshotRequest request;
     EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(E_UNEXPECTED));
     EXPECT_EQ(request.alerts(), ComRecord(name + "()", "E_UNEXPECTED"));
@@ -543,8 +513,8 @@ TEST_F(SnapshotSetTest, AnOperationThatEndsInAFailureWritesTheStatusRecord) {
 
 TEST_F(SnapshotSetTest, TheFirstVolumeKeepsItsSnapshotIdWhenTheSecondCannotBeAdded) {
   Install(Model({L"E:\\db", L"F:\\log"}));
-  host().faults().FailCall("IVssBackupComponents::AddToSnapshotSet", static_cast<DWORD>(VSS_E_PROVIDER_VETO), 2);
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  FailCall("IVssBackupComponents::AddToSnapshotSet", VSS_E_PROVIDER_VETO, 2);
+  SnapshotRequest request(BothDisks());
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_PROVIDER_VETO));
   ASSERT_EQ(request.probe.snapshotVolumes().size(), 2U);
   EXPECT_NE(request.probe.snapshotVolumes()[0].snapshotId, L"");
@@ -554,7 +524,7 @@ TEST_F(SnapshotSetTest, TheFirstVolumeKeepsItsSnapshotIdWhenTheSecondCannotBeAdd
 TEST_F(SnapshotSetTest, AVolumeThatVanishesBeforeItIsAddedFailsTheRequest) {
   SnapshotRequest request;
   request.StartSet();
-  host().model().disks[1].volumes.clear();
+  model().disks[1].volumes.clear();
   EXPECT_EQ(OutcomeOf([&] { request.probe.AddToSnapshotSet(request.details()); }),
             Outcome::Thrown(VSS_E_OBJECT_NOT_FOUND));
   EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->AddToSnapshotSet()", "VSS_E_OBJECT_NOT_FOUND"));
@@ -565,7 +535,7 @@ TEST_F(SnapshotSetTest, AVolumeThatVanishesBeforeTheSnapshotFailsTheRequest) {
   request.StartSet();
   request.probe.AddToSnapshotSet(request.details());
   request.probe.PrepareForBackup(request.details());
-  host().model().disks[1].volumes.clear();
+  model().disks[1].volumes.clear();
   EXPECT_EQ(OutcomeOf([&] { request.probe.DoSnapshotSet(request.details()); }),
             Outcome::Thrown(VSS_E_OBJECT_NOT_FOUND));
   EXPECT_EQ(request.alerts(), QueryStatusRecord("VSS_E_OBJECT_NOT_FOUND"));
@@ -573,7 +543,7 @@ TEST_F(SnapshotSetTest, AVolumeThatVanishesBeforeTheSnapshotFailsTheRequest) {
 }
 
 TEST_F(SnapshotSetTest, AProviderThatIsNotRegisteredFailsTheFirstVolume) {
-  host().model().providers.clear();
+  model().providers.clear();
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_PROVIDER_NOT_REGISTERED));
   EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->AddToSnapshotSet()", "VSS_E_PROVIDER_NOT_REGISTERED"));
@@ -610,7 +580,7 @@ TEST_F(SnapshotSetTest, AnotherRequestorsOpenSetKeepsThisOneOut) {
 }
 
 TEST_F(SnapshotSetTest, AProviderThatHoldsWritesTooLongFailsTheSnapshot) {
-  host().model().commitMilliseconds = 10001;
+  model().commitMilliseconds = 10001;
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_HOLD_WRITES_TIMEOUT));
   EXPECT_EQ(request.alerts(), QueryStatusRecord("VSS_E_HOLD_WRITES_TIMEOUT"));
@@ -618,14 +588,14 @@ TEST_F(SnapshotSetTest, AProviderThatHoldsWritesTooLongFailsTheSnapshot) {
 }
 
 TEST_F(SnapshotSetTest, AProviderThatJustMakesItTakesTheSnapshot) {
-  host().model().commitMilliseconds = 10000;
+  model().commitMilliseconds = 10000;
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
   EXPECT_EQ(host().machine().now, 10000U);
 }
 
 TEST_F(SnapshotSetTest, AWriterThatStaysFrozenTooLongFailsTheRequestAfterTheSnapshot) {
-  host().model().freezeMilliseconds = 60001;
+  model().freezeMilliseconds = 60001;
   SnapshotRequest request;
   const Outcome outcome = request.StartAndCreate();
   EXPECT_EQ(outcome.alertCode, 600);
@@ -634,7 +604,7 @@ TEST_F(SnapshotSetTest, AWriterThatStaysFrozenTooLongFailsTheRequestAfterTheSnap
 }
 
 TEST_F(SnapshotSetTest, AWriterThatJustMakesItDoesWell) {
-  host().model().freezeMilliseconds = 60000;
+  model().freezeMilliseconds = 60000;
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
 }
@@ -711,11 +681,11 @@ TEST_F(SnapshotSetTest, AnotherRequestAppendsToTheVolumesOfTheFirst) {
   EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
   request.requestor.SetInputDriveSerialNos({L"TSL0002"});
   request.probe.writers().clear();
-  host().model().writers = {MakeWriter(L"Web", 2, {MakeComponent(L"", L"site", {L"F:\\web"})})};
+  model().writers = {MakeWriter(L"Web", 2, {MakeComponent(L"", L"site", {L"F:\\web"})})};
   request.Initialize();
   EXPECT_EQ(request.Create(), Outcome::Returned());
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(2)));
-  EXPECT_EQ(host().calls().Of("IVssBackupComponents::AddToSnapshotSet").size(), 3U);
+  EXPECT_EQ(Calls("IVssBackupComponents::AddToSnapshotSet").size(), 3U);
 }
 
 TEST_F(SnapshotSetTest, AnAutoReleaseSetGoesWithItsRequestor) {

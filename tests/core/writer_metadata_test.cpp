@@ -14,7 +14,7 @@
 
 #include "simulator/vss/vss_metadata.h"
 #include "tests/support/host_fixture.h"
-#include "tests/support/request.h"
+#include "tests/support/snapshot_request.h"
 #include "text/guid.h"
 #include "text/unicode.h"
 
@@ -269,9 +269,8 @@ class WriterMetadataTest : public HostFixture {
   std::vector<VssWriter> Read(HostModel model) {
     Install(std::move(model));
     log.lines.clear();
-    Request<> request;
-    request.Gather({});
-    EXPECT_EQ(request.details, "");
+    GatheredRequest request;
+    EXPECT_EQ(request.alerts(), "");
     return request.requestor.GetWriters();
   }
   VssWriter Read(Writer writer) {
@@ -356,7 +355,7 @@ TEST_F(WriterMetadataTest, AWriterWithoutARestoreMethodIsNoFailure) {
   Writer writer = MakeWriter(L"Writer", 1, {});
   writer.restoreMethod.reset();
   const VssWriter record = Read(writer);
-  EXPECT_THAT(host().calls().Of("IVssExamineWriterMetadata::GetRestoreMethod"),
+  EXPECT_THAT(Calls("IVssExamineWriterMetadata::GetRestoreMethod"),
               ElementsAre("IVssExamineWriterMetadata::GetRestoreMethod() = S_FALSE"));
   EXPECT_EQ(record.restoreMethod, 0u);
   EXPECT_EQ(record.writerRestore, 0u);
@@ -691,14 +690,14 @@ TEST_F(WriterMetadataTest, ALongPathIsExpandedWithTheRoomItNeeds) {
   EXPECT_EQ(file.expandedPath, L"E:\\" + directory + L"\\");
   EXPECT_EQ(file.volumeName, VolumeName(1));
   EXPECT_EQ(file.pathOnVolume, directory + L"\\");
-  EXPECT_THAT(host().calls().Of("ExpandEnvironmentStringsW"), SizeIs(2));
+  EXPECT_THAT(Calls("ExpandEnvironmentStringsW"), SizeIs(2));
 }
 
 TEST_F(WriterMetadataTest, OnlyAPathThatDoesNotFitIsExpandedTwice) {
   for (const auto& [length, calls] : {std::pair<std::size_t, std::size_t>{259, 1}, {260, 2}}) {
     const std::wstring path = L"E:\\" + std::wstring(length - 3, L'x');
     EXPECT_EQ(ReadFile(path).expandedPath, path + L"\\");
-    EXPECT_THAT(host().calls().Of("ExpandEnvironmentStringsW"), SizeIs(calls));
+    EXPECT_THAT(Calls("ExpandEnvironmentStringsW"), SizeIs(calls));
   }
 }
 
@@ -720,7 +719,7 @@ TEST_F(WriterMetadataTest, ADirectoryIsResolvedOnceByAResolver) {
   EXPECT_EQ(lost.pathOnVolume, L"");
   EXPECT_EQ(directories.Resolve(L"E:\\data\\").volumeName.c_str(), first.volumeName.c_str());
   EXPECT_EQ(directories.Resolve(L"X:\\data").volumeName.c_str(), lost.volumeName.c_str());
-  EXPECT_THAT(host().calls().Of("GetVolumePathNameW"), SizeIs(2));
+  EXPECT_THAT(Calls("GetVolumePathNameW"), SizeIs(2));
 }
 
 TEST_F(WriterMetadataTest, DirectoriesOfOneVolumeShareItsName) {
@@ -825,11 +824,11 @@ class MetadataFailureTest : public HostFixture {
   bool ReadWithFault(const MetadataCall& call, int occurrence, HRESULT injected, const Code& expected) {
     Install(Model());
     log.lines.clear();
-    host().faults().FailCall(call.call, static_cast<DWORD>(injected), occurrence);
+    FailCall(call.call, injected, occurrence);
     bool failed = false;
     {
-      Request<> request;
-      const std::optional<long> thrown = ThrownLong([&] { request.Gather({}); });
+      SnapshotRequest<> request;
+      const std::optional<long> thrown = ThrownLong([&] { request.Gather(); });
       failed = thrown.has_value();
       if (failed) {
         EXPECT_EQ(thrown, Failure(expected.value));
@@ -839,9 +838,9 @@ class MetadataFailureTest : public HostFixture {
         ExpectWritersReadSoFar(request.requestor);
         EXPECT_TRUE(request.probe.metadataGathered());
       }
-      EXPECT_EQ(request.details, "");
+      EXPECT_EQ(request.alerts(), "");
     }
-    EXPECT_EQ(host().live().Describe(), "");
+    ExpectNothingLive();
     EXPECT_THAT(host().live().misuses(), IsEmpty());
     return failed;
   }
@@ -849,7 +848,7 @@ class MetadataFailureTest : public HostFixture {
  private:
   // Every writer but the one whose reading failed.
   void ExpectWritersReadSoFar(const CVarnel& requestor) {
-    const std::size_t asked = host().calls().Of("IVssBackupComponents::GetWriterMetadata").size();
+    const std::size_t asked = Calls("IVssBackupComponents::GetWriterMetadata").size();
     ASSERT_THAT(requestor.GetWriters(), SizeIs(asked - 1));
     for (const VssWriter& writer : requestor.GetWriters()) {
       EXPECT_EQ(writer.name, L"Writer");
@@ -888,9 +887,8 @@ TEST_F(MetadataFailureTest, ASuccessWithoutATextIsTheEmptyText) {
                            "IVssWMFiledesc::GetPath", "IVssWMFiledesc::GetFilespec", "IVssWMFiledesc::GetRecursive",
                            "IVssWMFiledesc::GetAlternateLocation"}) {
     Install(Model());
-    host().faults().FailCall(call, static_cast<DWORD>(S_FALSE), 0);
-    Request<> request;
-    request.Gather({});
+    FailCall(call, S_FALSE, 0);
+    GatheredRequest request;
     ASSERT_THAT(request.requestor.GetWriters(), SizeIs(3));
     const VssWriter& writer = request.requestor.GetWriters()[0];
     const bool isIdentity = std::string_view(call).ends_with("GetIdentity");
@@ -920,9 +918,9 @@ class ExpansionFailureTest : public HostFixture {
     model.faults.calls = {{"ExpandEnvironmentStringsW", occurrence, error}};
     Install(std::move(model));
     log.lines.clear();
-    Request<> request;
-    const std::optional<long> thrown = ThrownLong([&] { request.Gather({}); });
-    EXPECT_EQ(request.details, "");
+    SnapshotRequest<> request;
+    const std::optional<long> thrown = ThrownLong([&] { request.Gather(); });
+    EXPECT_EQ(request.alerts(), "");
     EXPECT_THAT(request.requestor.GetWriters(), SizeIs(1));
     return thrown;
   }
