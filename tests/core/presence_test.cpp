@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "simulator/vss/vss_enum.h"
-#include "tests/support/forwarding_host.h"
+#include "tests/support/forwarding_vss.h"
 #include "tests/support/request_fixture.h"
 
 namespace varnel::test {
@@ -148,35 +148,16 @@ class AdminOf final : public IVssAdmin {
 };
 
 // Hands out that interface as the coordinator.
-class AdministeredHost final : public ForwardingHost {
+class AdministeredService final : public ForwardingVss {
  public:
-  AdministeredHost(Host& inner, IVssAdmin& admin) : ForwardingHost(inner), vss_(inner.vss(), admin) {}
-  VssService& vss() override { return vss_; }
+  AdministeredService(VssService& inner, IVssAdmin& admin) : ForwardingVss(inner), admin_(admin) {}
+  HRESULT CoCreateInstance(REFCLSID, IUnknown*, DWORD, REFIID, void** object) override {
+    *object = &admin_;
+    return S_OK;
+  }
 
  private:
-  class Service final : public VssService {
-   public:
-    Service(VssService& inner, IVssAdmin& admin) : inner_(inner), admin_(admin) {}
-    HRESULT CreateVssBackupComponents(IVssBackupComponents** backup) override {
-      return inner_.CreateVssBackupComponents(backup);
-    }
-    HRESULT CoCreateInstance(REFCLSID, IUnknown*, DWORD, REFIID, void** object) override {
-      *object = &admin_;
-      return S_OK;
-    }
-    void VssFreeSnapshotProperties(VSS_SNAPSHOT_PROP* properties) override {
-      inner_.VssFreeSnapshotProperties(properties);
-    }
-    BSTR SysAllocStringLen(const wchar_t* text, UINT length) override { return inner_.SysAllocStringLen(text, length); }
-    void SysFreeString(BSTR text) override { inner_.SysFreeString(text); }
-    void CoTaskMemFree(void* block) override { inner_.CoTaskMemFree(block); }
-
-   private:
-    VssService& inner_;
-    IVssAdmin& admin_;
-  };
-
-  Service vss_;
+  IVssAdmin& admin_;
 };
 
 TEST_F(ProviderPresence, AnObjectThatIsNoProviderIsPassedOverAndFreed) {
@@ -184,8 +165,8 @@ TEST_F(ProviderPresence, AnObjectThatIsNoProviderIsPassedOverAndFreed) {
   copy.id = CVarnel::TesselVssProviderID;  // lies where a provider has its identifier
   copy.device = L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1";
   AdminOf admin(host().machine(), {copy, Provider(kOtherProvider, L"Another")});
-  AdministeredHost administered(host(), admin);
-  const ScopedHost scope(administered);
+  AdministeredService administered(host().vss(), admin);
+  const CurrentHostWith current(host(), administered);
   EXPECT_FALSE(IsPresent());
   EXPECT_THAT(Calls("IVssEnumObject::Next"), SizeIs(3));
   EXPECT_EQ(admin.references, 0u);
@@ -543,49 +524,36 @@ struct Start {
 };
 
 // Remembers how a program is started, and writes into its command line as the system may.
-class WatchedProcesses final : public Processes {
+class WatchedProcesses final : public ForwardingProcesses {
  public:
-  explicit WatchedProcesses(Processes& inner) : inner_(inner) {}
+  using ForwardingProcesses::ForwardingProcesses;
   BOOL CreateProcessW(LPCWSTR application, LPWSTR commandLine, void* processSecurity, void* threadSecurity,
                       BOOL inheritHandles, DWORD flags, void* environment, LPCWSTR directory, STARTUPINFOW* startup,
                       PROCESS_INFORMATION* process) override {
     start = {application != nullptr, commandLine, processSecurity != nullptr || threadSecurity != nullptr,
              inheritHandles,         flags,       environment != nullptr,
              directory != nullptr,   *startup,    0};
-    const BOOL started = inner_.CreateProcessW(application, commandLine, processSecurity, threadSecurity,
-                                               inheritHandles, flags, environment, directory, startup, process);
+    const BOOL started =
+        ForwardingProcesses::CreateProcessW(application, commandLine, processSecurity, threadSecurity, inheritHandles,
+                                            flags, environment, directory, startup, process);
     commandLine[0] = L'\0';
     return started;
   }
   DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) override {
     start.waitedFor = milliseconds;
-    return waitResult ? *waitResult : inner_.WaitForSingleObject(handle, milliseconds);
+    return waitResult ? *waitResult : ForwardingProcesses::WaitForSingleObject(handle, milliseconds);
   }
-  BOOL GetExitCodeProcess(HANDLE process, DWORD* exitCode) override {
-    return inner_.GetExitCodeProcess(process, exitCode);
-  }
-  BOOL CloseHandle(HANDLE handle) override { return inner_.CloseHandle(handle); }
 
   Start start;
   std::optional<DWORD> waitResult;
-
- private:
-  Processes& inner_;
-};
-
-class WatchedHost final : public ForwardingHost {
- public:
-  explicit WatchedHost(Host& inner) : ForwardingHost(inner), watched(inner.processes()) {}
-  Processes& processes() override { return watched; }
-  WatchedProcesses watched;
 };
 
 TEST_F(ExternalProgram, IsStartedWithoutAWindowInTheCallersEnvironmentAndFolder) {
   InstallProgram(0);
-  WatchedHost watched(host());
-  const ScopedHost scope(watched);
+  WatchedProcesses watched(host().processes());
+  const CurrentHostWith current(host(), watched);
   Run();
-  const Start& start = watched.watched.start;
+  const Start& start = watched.start;
   EXPECT_FALSE(start.hasApplication);
   EXPECT_EQ(start.commandLine, L"tool.exe /k \"E:\\Db 1\"");
   EXPECT_FALSE(start.hasSecurity);
@@ -600,17 +568,17 @@ TEST_F(ExternalProgram, IsStartedWithoutAWindowInTheCallersEnvironmentAndFolder)
 
 TEST_F(ExternalProgram, TheLogKeepsTheCommandThatTheSystemWroteInto) {
   InstallProgram(1);
-  WatchedHost watched(host());
-  const ScopedHost scope(watched);
+  WatchedProcesses watched(host().processes());
+  const CurrentHostWith current(host(), watched);
   EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(1));
   EXPECT_THAT(log.Errors(), ElementsAre("Command Failed, Command=tool.exe /k \"E:\\Db 1\", Error=0x1"));
 }
 
 TEST_F(ExternalProgram, AWaitThatEndsInAnyOtherWayIsAFailure) {
   InstallProgram(0);
-  WatchedHost watched(host());
-  const ScopedHost scope(watched);
-  watched.watched.waitResult = 0x102;  // WAIT_TIMEOUT
+  WatchedProcesses watched(host().processes());
+  const CurrentHostWith current(host(), watched);
+  watched.waitResult = 0x102;  // WAIT_TIMEOUT
   host().machine().lastError = ERROR_SUCCESS;
   EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(ERROR_GEN_FAILURE));
 }

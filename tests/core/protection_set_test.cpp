@@ -38,42 +38,32 @@ struct Descriptor {
   }
 };
 
-// A host whose drive 1 answers with an edited descriptor.
-class OddDrive final : public ForwardingHost {
+// Drive 1 answers with an edited descriptor.
+class OddStorage final : public ForwardingStorage {
  public:
-  OddDrive(Host& inner, std::function<void(Descriptor&)> edit)
-      : ForwardingHost(inner), storage_(inner.storage(), std::move(edit)) {}
-  Storage& storage() override { return storage_; }
+  OddStorage(Storage& inner, std::function<void(Descriptor&)> edit)
+      : ForwardingStorage(inner), edit_(std::move(edit)) {}
+  HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD share, void* security, DWORD disposition, DWORD flags,
+                     HANDLE templateFile) override {
+    edits_ = std::wstring(name).ends_with(L'1');
+    return ForwardingStorage::CreateFileW(name, access, share, security, disposition, flags, templateFile);
+  }
+  BOOL DeviceIoControl(HANDLE device, DWORD code, void* in, DWORD inBytes, void* out, DWORD outBytes, DWORD* returned,
+                       void* overlapped) override {
+    const BOOL answered =
+        ForwardingStorage::DeviceIoControl(device, code, in, inBytes, out, outBytes, returned, overlapped);
+    if (!edits_) return answered;
+    auto* bytes = static_cast<char*>(out);
+    Descriptor descriptor{std::vector<char>(bytes, bytes + outBytes), *returned};
+    edit_(descriptor);
+    std::memcpy(out, descriptor.bytes.data(), outBytes);
+    *returned = descriptor.returned;
+    return answered;
+  }
 
  private:
-  class OddStorage final : public ForwardingStorage {
-   public:
-    OddStorage(Storage& inner, std::function<void(Descriptor&)> edit)
-        : ForwardingStorage(inner), edit_(std::move(edit)) {}
-    HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD share, void* security, DWORD disposition, DWORD flags,
-                       HANDLE templateFile) override {
-      edits_ = std::wstring(name).ends_with(L'1');
-      return ForwardingStorage::CreateFileW(name, access, share, security, disposition, flags, templateFile);
-    }
-    BOOL DeviceIoControl(HANDLE device, DWORD code, void* in, DWORD inBytes, void* out, DWORD outBytes, DWORD* returned,
-                         void* overlapped) override {
-      const BOOL answered =
-          ForwardingStorage::DeviceIoControl(device, code, in, inBytes, out, outBytes, returned, overlapped);
-      if (!edits_) return answered;
-      auto* bytes = static_cast<char*>(out);
-      Descriptor descriptor{std::vector<char>(bytes, bytes + outBytes), *returned};
-      edit_(descriptor);
-      std::memcpy(out, descriptor.bytes.data(), outBytes);
-      *returned = descriptor.returned;
-      return answered;
-    }
-
-   private:
-    std::function<void(Descriptor&)> edit_;
-    bool edits_ = false;
-  };
-
-  OddStorage storage_;
+  std::function<void(Descriptor&)> edit_;
+  bool edits_ = false;
 };
 
 class DriveScan : public HostFixture {
@@ -85,8 +75,8 @@ class DriveScan : public HostFixture {
     return request.probe.systemDisks();
   }
   Serials ScanWith(std::function<void(Descriptor&)> edit) {
-    OddDrive odd(host(), std::move(edit));
-    const ScopedHost scope(odd);
+    OddStorage odd(host().storage(), std::move(edit));
+    const CurrentHostWith current(host(), odd);
     return Scan();
   }
   void InstallSerial(std::wstring serial) {

@@ -13,6 +13,8 @@
 
 #include "tests/support/print_text.h"
 
+#include "core/writer_metadata.h"
+
 namespace varnel::test {
 namespace {
 
@@ -134,6 +136,19 @@ TEST(SharedTextTest, IsSearchedLikeWideText) {
 
 TEST(SharedTextTest, AFailedExpectationShowsTheText) {
   EXPECT_EQ(testing::PrintToString(SharedText(L"E:\\data")), testing::PrintToString(std::wstring(L"E:\\data")));
+}
+
+TEST(RecentTextsTest, EqualTextsShareABlockWhileTheyAreAmongTheLastTwo) {
+  RecentTexts texts;
+  const SharedText first = texts.Share(L"server");
+  const SharedText second = texts.Share(L"server\\database");
+  EXPECT_EQ(texts.Share(L"server").c_str(), first.c_str());
+  EXPECT_EQ(texts.Share(L"server\\database").c_str(), second.c_str());
+  EXPECT_EQ(texts.Share(L"another"), L"another");
+  EXPECT_EQ(texts.Share(L"server\\database").c_str(), second.c_str());
+  EXPECT_EQ(texts.Share(L"server"), L"server");
+  EXPECT_EQ(texts.Share(L""), L"");
+  EXPECT_EQ(texts.Share(L"server"), L"server");
 }
 
 }  // namespace

@@ -336,13 +336,6 @@ class EventfulCluster final : public ForwardingCluster {
   std::function<void()> event;
 };
 
-class EventfulHost final : public ForwardingHost {
- public:
-  explicit EventfulHost(Host& inner) : ForwardingHost(inner), events(inner.cluster()) {}
-  Cluster& cluster() override { return events; }
-  EventfulCluster events;
-};
-
 // Volumes 1 and 2 are stand-alone; 3 and 4 cluster shared volumes; 5 and 6 clustered, but no CSVs.
 class HyperVVolumes : public HostFixture {
  protected:
@@ -524,9 +517,9 @@ TEST_F(HyperVVolumes, EveryCallAddsToTheErrorDetails) {
 }
 
 TEST_F(HyperVVolumes, ADiskThatLeavesTheClusterMeanwhileIsNoReason) {
-  EventfulHost eventful(host());
-  const ScopedHost scope(eventful);
-  eventful.events.event = [&] {
+  EventfulCluster eventful(host().cluster());
+  const CurrentHostWith current(host(), eventful);
+  eventful.event = [&] {
     for (simulator::Disk& disk : model().disks) disk.clustered = disk.number == 6;
     enumerator.EnumerateDisks(true);
   };
@@ -536,7 +529,7 @@ TEST_F(HyperVVolumes, ADiskThatLeavesTheClusterMeanwhileIsNoReason) {
   status = "before";
   for (simulator::Disk& disk : model().disks) disk.clustered = true;
   enumerator.EnumerateDisks(true);
-  eventful.events.event = [&] {
+  eventful.event = [&] {
     for (simulator::Disk& disk : model().disks) disk.clustered = false;
     enumerator.EnumerateDisks(true);
   };
@@ -546,9 +539,9 @@ TEST_F(HyperVVolumes, ADiskThatLeavesTheClusterMeanwhileIsNoReason) {
 }
 
 TEST_F(HyperVVolumes, ADiskThatGoesAwayMeanwhileIsAnException) {
-  EventfulHost eventful(host());
-  const ScopedHost scope(eventful);
-  eventful.events.event = [&] {
+  EventfulCluster eventful(host().cluster());
+  const CurrentHostWith current(host(), eventful);
+  eventful.event = [&] {
     model().disks.pop_back();
     enumerator.EnumerateDisks(true);
   };
@@ -576,18 +569,9 @@ class ThrowingStorage final : public ForwardingStorage {
   HANDLE FindFirstVolumeW(LPWSTR /*volumeName*/, DWORD /*characters*/) override { throw std::runtime_error("broken"); }
 };
 
-class ThrowingHost final : public ForwardingHost {
- public:
-  explicit ThrowingHost(Host& inner) : ForwardingHost(inner), storage_(inner.storage()) {}
-  Storage& storage() override { return storage_; }
-
- private:
-  ThrowingStorage storage_;
-};
-
 TEST_F(HyperVVolumes, AnyOtherExceptionPasses) {
-  ThrowingHost throwing(host());
-  const ScopedHost scope(throwing);
+  ThrowingStorage throwing(host().storage());
+  const CurrentHostWith current(host(), throwing);
   EXPECT_THROW(Validate({3}), std::runtime_error);
   EXPECT_THAT(log.AllWithSources(), ElementsAre(kStarting));
   ExpectUntouched();
