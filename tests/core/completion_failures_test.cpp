@@ -55,12 +55,16 @@ TEST_F(CompletionTest, WritersThatAllFailAtBackupCompleteFailEveryRequest) {
 }
 
 TEST_F(CompletionTest, WritersAreNotCheckedInAContextWithoutWriters) {
-  FailWriter(Fault(L"Mail", WriterEvent::backupComplete));
-  TakenRequest request(*this);
-  request.probe.context() = VSS_CTX_FILE_SHARE_BACKUP;
-  EXPECT_EQ(request.Complete(0), Outcome::Returned());
-  EXPECT_EQ(log.All().back(), "I Waiting for Operation=BackupComplete() to finish...");
-  EXPECT_EQ(TimesCalled("GatherWriterStatus"), 0);
+  for (const DWORD context : {0x10u, 0x19u, 0x1Du}) {
+    SCOPED_TRACE(context);
+    StartOver();
+    FailWriter(Fault(L"Mail", WriterEvent::backupComplete));
+    TakenRequest request(*this);
+    request.probe.context() = context;
+    EXPECT_EQ(request.Complete(0), Outcome::Returned());
+    EXPECT_EQ(log.All().back(), "I Waiting for Operation=BackupComplete() to finish...");
+    EXPECT_EQ(TimesCalled("GatherWriterStatus"), 0);
+  }
 }
 
 TEST_F(CompletionTest, MessagesOfTheRequestAreForgottenAtTheStart) {

@@ -347,18 +347,22 @@ TEST_F(CompletionTest, AFailedSetIsDeletedAlsoWithoutWriterComponents) {
 
 // The service prepares no backup in such a context, so its set is taken step by step.
 TEST_F(CompletionTest, ASetTakenWithoutWritersIsNotCompletedWithThem) {
-  SnapshotRequest request({.context = VSS_CTX_FILE_SHARE_BACKUP});
-  request.Start();
-  request.probe.snapshotVolumes() = {{VolumeName(1), L"", L""}};
-  request.probe.StartSnapshotSet(request.details());
-  request.probe.AddToSnapshotSet(request.details());
-  request.probe.DoSnapshotSet(request.details());
-  ASSERT_EQ(Copies(request), 1U);
-  Forget();
-  EXPECT_EQ(request.Complete(0), Outcome::Returned());
-  EXPECT_THAT(log.All(), ElementsAre(CalledLine(0), "W - There were no writer components in this backup"));
-  EXPECT_THAT(BackupCalls(), ElementsAre("IVssBackupComponents::GetWriterComponentsCount"));
-  ExpectTheServiceIsFree();
+  for (const DWORD context : {DWORD{VSS_CTX_FILE_SHARE_BACKUP}, DWORD{VSS_CTX_NAS_ROLLBACK}}) {
+    SCOPED_TRACE(context);
+    StartOver();
+    SnapshotRequest request({.context = context});
+    request.Start();
+    request.probe.snapshotVolumes() = {{VolumeName(1), L"", L""}};
+    request.probe.StartSnapshotSet(request.details());
+    request.probe.AddToSnapshotSet(request.details());
+    request.probe.DoSnapshotSet(request.details());
+    ASSERT_EQ(Copies(request), 1U);
+    Forget();
+    EXPECT_EQ(request.Complete(0), Outcome::Returned());
+    EXPECT_THAT(log.All(), ElementsAre(CalledLine(0), "W - There were no writer components in this backup"));
+    EXPECT_THAT(BackupCalls(), ElementsAre("IVssBackupComponents::GetWriterComponentsCount"));
+    ExpectTheServiceIsFree();
+  }
 }
 
 TEST_F(CompletionTest, ADocumentThatCannotBeCountedSurfacesAfterBackupComplete) {

@@ -3,6 +3,7 @@
 #include <iterator>
 #include <set>
 
+#include "tests/support/forwarding_host.h"
 #include "tests/support/request_fixture.h"
 #include "text/format.h"
 
@@ -307,6 +308,32 @@ TEST_F(SystemTextTest, TheUserTextIsNeverEmptyWhateverFails) {
     }
   }
   host().faults().FailNthCall(0, 0);
+}
+
+// How the texts of results are asked for.
+class WatchedMessages final : public ForwardingMessages {
+ public:
+  using ForwardingMessages::ForwardingMessages;
+  DWORD FormatMessageW(DWORD flags, const void* source, DWORD id, DWORD language, LPWSTR text, DWORD characters,
+                       void* arguments) override {
+    asked.push_back(FormatNarrow("flags %x, %s, language %x, %d characters",
+                                 {flags, source == nullptr ? "system" : "module", language, characters}));
+    EXPECT_EQ(arguments, nullptr);
+    return ForwardingMessages::FormatMessageW(flags, source, id, language, text, characters, arguments);
+  }
+  std::vector<std::string> asked;
+};
+
+TEST_F(SystemTextTest, AResultsTextIsAskedForInTheDefaultLanguageAndAUsersInAny) {
+  WatchedMessages watched(host().messages());
+  const CurrentHostWith current(host(), watched);
+  CVarnel::HResult2String(kUnnamed);
+  VssMessage(kUnnamed);  // without the service's module
+  model().vssMessages.emplace();
+  VssMessage(kUnnamed);
+  EXPECT_THAT(watched.asked, ElementsAre("flags 1300, system, language 400, 0 characters",
+                                         "flags 1100, system, language 0, 4096 characters",
+                                         "flags 1900, module, language 0, 4096 characters"));
 }
 
 }  // namespace

@@ -1,11 +1,29 @@
 // The texts of the message catalog.
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "resources/catalog.h"
+#include "tests/support/forwarding_host.h"
 #include "tests/support/request_fixture.h"
+
+namespace {
+// Lets requests for blocks as large as the catalog's buffer fail that may fail without an exception.
+bool failLargeBlocks = false;
+}  // namespace
+
+void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept {
+  constexpr std::size_t kLargeBlock = 65536 * sizeof(wchar_t);
+  if (failLargeBlocks && bytes >= kLargeBlock) return nullptr;
+  try {
+    return ::operator new[](bytes);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 
 namespace varnel::test {
 namespace {
@@ -245,6 +263,38 @@ TEST_F(CatalogTest, TheBufferCutsAText) {
   const std::wstring name(65535 - 38, L'x');
   probe_.GetErrorMessageFromCatalog(107, text_, name);
   EXPECT_EQ(text_.substr(name.size()), std::wstring(L" failed to freeze the I/O operations. ").substr(0, 38));
+}
+
+// A string table that has a long text under every number.
+class LongTexts final : public ForwardingMessages {
+ public:
+  using ForwardingMessages::ForwardingMessages;
+  int LoadStringW(HMODULE, UINT, LPWSTR text, int characters) override {
+    EXPECT_EQ(characters, 1024);
+    std::fill_n(text, characters - 1, L't');
+    text[characters - 1] = L'\0';
+    return characters - 1;
+  }
+};
+
+TEST_F(CatalogTest, ATextOfTheModuleIsCutAt1023Characters) {
+  LongTexts texts(host().messages());
+  const CurrentHostWith current(host(), texts);
+  EXPECT_EQ(probe_.GetErrorMessageFromCatalog(126, text_), ERROR_SUCCESS);
+  EXPECT_EQ(text_, std::wstring(1023, L't'));
+}
+
+TEST_F(CatalogTest, WithoutMemoryForTheBufferThereIsNoText) {
+  failLargeBlocks = true;
+  const DWORD code = probe_.GetErrorMessageFromCatalog(126, text_);
+  failLargeBlocks = false;
+  EXPECT_EQ(code, DWORD{ERROR_NOT_ENOUGH_MEMORY});
+  EXPECT_EQ(text_, L"");
+  EXPECT_EQ(probe_.messageBuffer(), nullptr);
+  EXPECT_THAT(log.All(), ElementsAre("E Memory allocation failed, Function=GetErrorMessageFromCatalog"));
+  EXPECT_THAT(host().calls().lines(), IsEmpty());
+  EXPECT_EQ(probe_.GetErrorMessageFromCatalog(126, text_), ERROR_SUCCESS);
+  EXPECT_EQ(text_, L"VSS writer is not present on the host.");
 }
 
 }  // namespace

@@ -173,6 +173,29 @@ TEST_F(ProviderPresence, AnObjectThatIsNoProviderIsPassedOverAndFreed) {
   ExpectNothingLive();
 }
 
+// How the coordinator is asked for.
+class WatchedService final : public ForwardingVss {
+ public:
+  using ForwardingVss::ForwardingVss;
+  HRESULT CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID interfaceId,
+                           void** object) override {
+    EXPECT_EQ(GUID(classId), ParseGuid<GUID>("{e579ab5f-1cc4-44b4-bed9-de0991ff0623}"));
+    EXPECT_EQ(outer, nullptr);
+    contexts.push_back(context);
+    EXPECT_EQ(GUID(interfaceId), ParseGuid<GUID>("{77ed5996-2f63-11d3-8a39-00c04f72d8e3}"));
+    return ForwardingVss::CoCreateInstance(classId, outer, context, interfaceId, object);
+  }
+  std::vector<DWORD> contexts;
+};
+
+TEST_F(ProviderPresence, TheCoordinatorMayRunAnywhere) {
+  constexpr DWORD kAnywhere = 0x17;  // in this process, in another one, on another machine
+  WatchedService watched(host().vss());
+  const CurrentHostWith current(host(), watched);
+  EXPECT_TRUE(IsPresent());
+  EXPECT_THAT(watched.contexts, ElementsAre(kAnywhere));
+}
+
 // ---- writers ----
 
 // Accepts the writer of one name and remembers whom it was asked about.
@@ -344,6 +367,20 @@ TEST_F(WriterPresence, MetadataThatCannotBeFreedIsLoggedAndTheAnswerStands) {
   EXPECT_THAT(log.Errors(), ElementsAre("FreeWriterMetadata failed with error: 0x80042301"));
 }
 
+TEST_F(WriterPresence, AQuestionAfterAGatheringKeepsTheWritersAndForgetsTheServicesMetadata) {
+  GatheredRequest<OneWriter> request({}, L"Second");
+  request.requestor.asked.clear();
+  EXPECT_TRUE(request.requestor.IsWriterPresent(details));
+  EXPECT_THAT(request.requestor.asked, SizeIs(2));
+  EXPECT_THAT(request.probe.writers(), SizeIs(3));
+  EXPECT_FALSE(request.probe.metadataGathered());
+  EXPECT_EQ(host().live().Count("IVssBackupComponents"), 1);
+  EXPECT_EQ(details, "");
+  EXPECT_EQ(request.alerts(), "");
+  // The metadata of the first object went with it; that of the second was given back by the question itself.
+  EXPECT_THAT(Calls("IVssBackupComponents::FreeWriterMetadata"), SizeIs(1));
+}
+
 // ---- the network name ----
 
 class NetworkName : public HostFixture {
@@ -430,6 +467,44 @@ TEST_F(NetworkName, AComputerNameThatFailsWithoutACodeIsAGeneralFailure) {
   InstallNode(std::nullopt);
   FailCall("GetComputerNameW", ERROR_SUCCESS);
   EXPECT_EQ(ThrownLong([] { NameOf(L"sql01"); }), Win32Failure(ERROR_GEN_FAILURE));
+}
+
+// A node whose cluster service has another state.
+class ClusterInState final : public ForwardingCluster {
+ public:
+  ClusterInState(Cluster& inner, DWORD state) : ForwardingCluster(inner), state_(state) {}
+  DWORD GetNodeClusterState(LPCWSTR, DWORD* state) override {
+    *state = state_;
+    return ERROR_SUCCESS;
+  }
+
+ private:
+  DWORD state_;
+};
+
+TEST_F(NetworkName, OnlyARunningClusterIsAsked) {
+  InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L"net"}}});
+  for (const auto& [state, name, configured] : {std::tuple<DWORD, std::wstring, bool>{0x00, L"sql01", false},
+                                                {0x01, L"sql01", false},
+                                                {0x03, L"sql01", true},
+                                                {0x13, L"net", true}}) {
+    SCOPED_TRACE(state);
+    ClusterInState cluster(host().cluster(), state);
+    const CurrentHostWith current(host(), cluster);
+    EXPECT_EQ(NameOf(L"sqlvirt"), name);
+    EXPECT_EQ(TesselCommonClasses::ClusterHelper().IsCluster(true), name == L"net");
+    EXPECT_EQ(TesselCommonClasses::ClusterHelper().IsCluster(false), configured);
+  }
+  EXPECT_THAT(Calls("MetadataService::GetClusterName"), SizeIs(1));
+  EXPECT_THAT(log.All(), IsEmpty());
+}
+
+TEST_F(NetworkName, AComputerNameMayFillItsBuffer) {
+  const std::wstring longest(32766, L'n');
+  model().computerName = longest;
+  EXPECT_EQ(NameOf(L"anything"), longest);
+  model().computerName += L'n';
+  EXPECT_EQ(OutcomeOf([] { NameOf(L"anything"); }).thrown.has_value(), true);
 }
 
 // ---- external programs ----
@@ -581,6 +656,20 @@ TEST_F(ExternalProgram, AWaitThatEndsInAnyOtherWayIsAFailure) {
   watched.waitResult = 0x102;  // WAIT_TIMEOUT
   host().machine().lastError = ERROR_SUCCESS;
   EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(ERROR_GEN_FAILURE));
+}
+
+TEST_F(ExternalProgram, EveryLogLineTellsTheLineOfItsStatement) {
+  InstallProgram(0);
+  Run();
+  Run();
+  ASSERT_THAT(log.lines, SizeIs(4));
+  for (const RecordingLog::Line& line : log.lines) {
+    EXPECT_GT(line.line, 0);
+    EXPECT_LT(line.line, 10000);
+  }
+  EXPECT_LT(log.lines[0].line, log.lines[1].line);
+  EXPECT_EQ(log.lines[2].line, log.lines[0].line);
+  EXPECT_EQ(log.lines[3].line, log.lines[1].line);
 }
 
 // ---- the writer code ----

@@ -232,6 +232,44 @@ TEST_F(DriveScan, ReadsASerialNumberAtOffset0LikeAnyOther) {
   EXPECT_EQ(found, (Serials{L"SYS", L"AB", L"TSL0002"}));
 }
 
+// How drives are opened and asked.
+class WatchedStorage final : public ForwardingStorage {
+ public:
+  using ForwardingStorage::ForwardingStorage;
+  HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD share, void* security, DWORD disposition, DWORD flags,
+                     HANDLE templateFile) override {
+    EXPECT_EQ(access, DWORD{GENERIC_READ} | DWORD{GENERIC_WRITE});
+    EXPECT_EQ(share, DWORD{FILE_SHARE_READ});
+    EXPECT_EQ(security, nullptr);
+    EXPECT_EQ(disposition, DWORD{OPEN_EXISTING});
+    EXPECT_EQ(flags, DWORD{FILE_ATTRIBUTE_NORMAL});
+    EXPECT_EQ(templateFile, nullptr);
+    ++opened;
+    return ForwardingStorage::CreateFileW(name, access, share, security, disposition, flags, templateFile);
+  }
+  BOOL DeviceIoControl(HANDLE device, DWORD code, void* in, DWORD inBytes, void* out, DWORD outBytes, DWORD* returned,
+                       void* overlapped) override {
+    EXPECT_EQ(code, DWORD{IOCTL_STORAGE_QUERY_PROPERTY});
+    EXPECT_EQ(inBytes, 12u);
+    EXPECT_EQ(outBytes, 4096u);
+    EXPECT_EQ(overlapped, nullptr);
+    const auto* bytes = static_cast<const char*>(out);
+    EXPECT_TRUE(std::all_of(bytes, bytes + outBytes, [](char c) { return c == 0; })) << "zero beforehand";
+    ++asked;
+    return ForwardingStorage::DeviceIoControl(device, code, in, inBytes, out, outBytes, returned, overlapped);
+  }
+  int opened = 0;
+  int asked = 0;
+};
+
+TEST_F(DriveScan, OpensDrivesForReadingAndWritingAndAsksWithOneFullBuffer) {
+  WatchedStorage watched(host().storage());
+  const CurrentHostWith current(host(), watched);
+  EXPECT_THAT(Scan(), SizeIs(3));
+  EXPECT_EQ(watched.opened, 4);
+  EXPECT_EQ(watched.asked, 3);
+}
+
 // ---- disks of the system ----
 
 class SystemDisks : public HostFixture {};
@@ -354,6 +392,38 @@ TEST_F(VolumeIdentity, WithoutAnEnumeratorTheVolumesOfExtraDisksCannotBeFound) {
   std::vector<std::wstring> volumes;
   EXPECT_EQ(ThrownLong([&] { request.probe.GetVolumeListForExtraVolumes(volumes); }), Failure(E_POINTER));
   EXPECT_THAT(log.All(), ElementsAre("E No disk and volume enumerator has been set"));
+}
+
+// Volumes do not tell their extents.
+class SilentVolumes final : public ForwardingStorage {
+ public:
+  SilentVolumes(simulator::SimulatedHost& host, DWORD error)
+      : ForwardingStorage(host.storage()), machine_(host.machine()), error_(error) {}
+  BOOL DeviceIoControl(HANDLE device, DWORD code, void* in, DWORD inBytes, void* out, DWORD outBytes, DWORD* returned,
+                       void* overlapped) override {
+    if (code != IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS) {
+      return ForwardingStorage::DeviceIoControl(device, code, in, inBytes, out, outBytes, returned, overlapped);
+    }
+    ++asked;
+    machine_.lastError = error_;
+    return FALSE;
+  }
+  int asked = 0;
+
+ private:
+  simulator::Machine& machine_;
+  DWORD error_;
+};
+
+TEST_F(VolumeIdentity, AVolumeThatCannotTellItsExtentsIsAskedOnce) {
+  constexpr DWORD kNotReady = 21;
+  SilentVolumes silent(host(), kNotReady);
+  const CurrentHostWith current(host(), silent);
+  SnapshotRequest request;
+  std::wstring disk;
+  std::wstring serial;
+  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(1), disk, serial), DWORD{ERROR_INVALID_NAME});
+  EXPECT_EQ(silent.asked, 3) << "once for each of the three volumes";
 }
 
 // ---- eligible disks ----

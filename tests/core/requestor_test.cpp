@@ -516,6 +516,37 @@ TEST_F(AccessorTest, TheDestructorFreesTheDocumentAndTheMessageBuffer) {
   ExpectNothingLive();
 }
 
+TEST_F(AccessorTest, ADocumentThatTakesAnothersPlaceFreesIt) {
+  SnapshotRequest request;
+  Bstr& document = request.probe.backupDocument();
+  document = Bstr(L"<first/>");
+  document = Bstr(L"<second/>");
+  EXPECT_EQ(request.requestor.GetBackupDocument(), L"<second/>");
+  EXPECT_EQ(host().live().Count("BSTR"), 1);
+  Bstr other(L"<third/>");
+  document = std::move(other);
+  EXPECT_FALSE(other);
+  EXPECT_EQ(request.requestor.GetBackupDocument(), L"<third/>");
+  EXPECT_EQ(host().live().Count("BSTR"), 1);
+  document = Bstr();
+  EXPECT_EQ(request.requestor.GetBackupDocument(), L"");
+  EXPECT_EQ(host().live().Count("BSTR"), 0);
+}
+
+// A text freed twice, or not at all, ends the run of the sanitized build.
+TEST(RequestorWithoutAHost, FreesADocumentThatOutlivedItsHost) {
+  if (CurrentHostOrNull() != nullptr) GTEST_SKIP() << "this platform is a host of its own";
+  std::optional<simulator::SimulatedHost> host(SmallHost());
+  std::optional<ScopedHost> current(*host);
+  SnapshotRequest request;
+  request.probe.backupDocument() = Bstr(L"<a/>");
+  current.reset();
+  host.reset();
+  EXPECT_EQ(request.requestor.GetBackupDocument(), L"<a/>");
+  request.probe.backupDocument().Reset();
+  EXPECT_FALSE(request.probe.backupDocument());
+}
+
 // ---- Converters ----
 
 TEST(Converters, Utf8BecomesWideText) {

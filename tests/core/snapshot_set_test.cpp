@@ -705,5 +705,78 @@ TEST_F(SnapshotSetTest, APersistentSetOutlivesItsRequestor) {
   EXPECT_EQ(host().machine().snapshots->SurfacedCopies().size(), 1U);
 }
 
+// The service takes no writers' components in such a context; those who want a set there take it step by step.
+TEST_F(SnapshotSetTest, InAContextWithoutWritersNoComponentIsTaken) {
+  for (const DWORD context : {0x10u, 0x19u, 0x1Du}) {
+    SCOPED_TRACE(context);
+    StartOver();
+    SnapshotRequest request({.context = context});
+    EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_BAD_STATE));
+    EXPECT_THAT(request.alerts(), HasSubstr(ComRecord("m_pVssObject->AddComponent()", "VSS_E_BAD_STATE")));
+    EXPECT_THAT(Calls("IVssBackupComponents::GatherWriterStatus"), IsEmpty());
+    EXPECT_FALSE(request.component(0, 0).added);
+    EXPECT_EQ(request.Complete(StatusCode(Outcome::Thrown(VSS_E_BAD_STATE))), Outcome::Returned());
+  }
+}
+
+class SecondSetTest : public SnapshotSetTest {
+ protected:
+  /// Mail lies on TSL0001, Other on a disk that is not protected, and no one on TSL0003.
+  void SetUp() override {
+    SnapshotSetTest::SetUp();
+    model().writers.push_back(MakeWriter(L"Other", 2, {MakeComponent(L"", L"store", {L"F:\\store"})}));
+    model().disks.push_back(MakeDisk(L"TSL0003", 3, L"G:\\"));
+    ASSERT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0003"));
+    ASSERT_EQ(request.Complete(0), Outcome::Returned());
+    request.Initialize();
+    request.probe.writerErrorText() = L"left over";
+    request.probe.failedComponents() = {L"left over"};
+    Forget();
+  }
+  void TearDown() override {
+    request.probe.vssObject().Reset();
+    request.probe.backupDocument().Reset();
+    SnapshotSetTest::TearDown();
+  }
+
+  SnapshotRequest<> request{RequestOptions{.serialNumbers = {L"TSL0001", L"TSL0003"}}};
+};
+
+TEST_F(SecondSetTest, KeepsWhatTheFirstLeftButTheReportAndTheMarkOfTheSnapshot) {
+  const std::wstring setId = request.requestor.GetSnapShotSetId();
+  const std::wstring document = request.requestor.GetBackupDocument();
+  // The writers are read once more, and the service has Mail's component already.
+  EXPECT_EQ(request.Create(), Outcome::Thrown(VSS_E_OBJECT_ALREADY_EXISTS));
+  EXPECT_FALSE(request.probe.snapshotDone());
+  EXPECT_EQ(request.probe.writerErrorText(), L"");
+  EXPECT_THAT(request.probe.failedComponents(), IsEmpty());
+  std::vector<std::pair<std::wstring, bool>> writers;
+  for (const VssWriter& writer : request.requestor.GetWriters()) writers.emplace_back(writer.name, writer.excluded);
+  EXPECT_THAT(writers, ElementsAre(std::pair(L"Mail", false), std::pair(L"Other", true), std::pair(L"Mail", false),
+                                   std::pair(L"Other", true)));
+  EXPECT_THAT(request.probe.inputSerialNumbers(), ElementsAre(L"TSL0001", L"TSL0003"));
+  EXPECT_THAT(request.probe.eligibleSerialNumbers(), ElementsAre(L"TSL0001"));
+  EXPECT_THAT(request.probe.extraSerialNumbers(), ElementsAre(L"TSL0003", L"TSL0003"));
+  EXPECT_EQ(request.probe.lastException().GetAlertCode(), 701);
+  EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(3)));
+  EXPECT_EQ(request.requestor.GetSnapShotSetId(), setId);
+  EXPECT_EQ(request.requestor.GetBackupDocument(), document);
+}
+
+TEST_F(SecondSetTest, TakesEveryVolumeOnceAlthoughTheExtraDisksPileUp) {
+  const std::wstring firstSet = request.requestor.GetSnapShotSetId();
+  request.probe.writers().clear();
+  EXPECT_EQ(request.Create(), ExtraVolumes(L"TSL0003, TSL0003"));
+  EXPECT_TRUE(request.probe.snapshotDone());
+  EXPECT_NE(request.requestor.GetSnapShotSetId(), firstSet);
+  EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(3)));
+  EXPECT_THAT(Calls("IVssBackupComponents::AddToSnapshotSet"),
+              ElementsAre(HasSubstr("Volume{00000001-"), HasSubstr("Volume{00000003-")));
+  // Both mentions of the extra disk find its volume in the list of the first set.
+  EXPECT_THAT(log.Warnings(), Contains(kPresentVolumeLine).Times(2));
+  EXPECT_THAT(LinesWith("Adding extra volume"), IsEmpty());
+  EXPECT_EQ(request.Complete(0), Outcome::Returned());
+}
+
 }  // namespace
 }  // namespace varnel::test

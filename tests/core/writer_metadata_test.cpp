@@ -527,5 +527,43 @@ TEST_F(WriterMetadataTest, APathThatWasReportedInAnotherSpellingIsKeptAsItStands
   EXPECT_EQ(files[0].expandedPath, files[1].expandedPath);
 }
 
+TEST_F(WriterMetadataTest, SpellingsOfOneDirectoryLeadToOneVolume) {
+  model().environment[L"MailData"] = L"E:\\mail";
+  model().writers = {MakeWriter(L"Writer", 1,
+                                {MakeComponent(L"", L"c",
+                                               {L"%MailData%\\db", L"%MAILDATA%\\db", L"%maildata%\\db\\",
+                                                L"E:\\mail\\db", L"e:\\MAIL\\DB", L"E:\\Mail\\db\\"})})};
+  GatheredRequest request;
+  const std::vector<VssFileDescriptor>& files = request.component(0, 0).files;
+  ASSERT_THAT(files, SizeIs(6));
+  for (const VssFileDescriptor& file : files) EXPECT_EQ(file.volumeName, VolumeName(1)) << WideToUtf8(file.path);
+  for (const std::size_t place : {0u, 1u, 2u, 3u}) {
+    EXPECT_EQ(files[place].expandedPath, L"E:\\mail\\db\\");
+    EXPECT_EQ(files[place].pathOnVolume, L"mail\\db\\");
+  }
+  EXPECT_EQ(files[4].expandedPath, L"e:\\MAIL\\DB\\");
+  EXPECT_EQ(files[4].pathOnVolume, L"MAIL\\DB\\");
+}
+
+// Today a failed look-up is remembered.
+TEST_F(WriterMetadataTest, DISABLED_ALookUpThatFailedIsAskedAgainForTheNextFile) {
+  for (const char* call : {"GetVolumePathNameW", "GetVolumeNameForVolumeMountPointW"}) {
+    SCOPED_TRACE(call);
+    StartOver();
+    model().writers = {
+        MakeWriter(L"Writer", 1, {MakeComponent(L"", L"c", {L"E:\\data", L"E:\\data", L"E:\\data\\", L"E:\\data"})})};
+    FailCall(call, ERROR_NOT_ENOUGH_MEMORY);
+    GatheredRequest request;
+    const std::vector<VssFileDescriptor>& files = request.component(0, 0).files;
+    EXPECT_EQ(files[0].volumeName, L"E:\\data\\");
+    EXPECT_EQ(files[0].pathOnVolume, L"");
+    for (const std::size_t place : {1u, 2u, 3u}) {
+      EXPECT_EQ(files[place].volumeName, VolumeName(1));
+      EXPECT_EQ(files[place].pathOnVolume, L"data\\");
+    }
+    EXPECT_THAT(Calls("GetVolumePathNameW"), SizeIs(2)) << "what was found is remembered";
+  }
+}
+
 }  // namespace
 }  // namespace varnel::test

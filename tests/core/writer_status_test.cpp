@@ -71,13 +71,27 @@ TEST_F(WriterStatusTest, AStateMessageThatCannotBeLoadedGivesTheErrorAndNoText) 
 }
 
 TEST_F(WriterStatusTest, AContextWithoutWritersGathersNothingAndThrowsNothing) {
-  SnapshotRequest request;
-  request.Start();
-  Forget();
-  request.probe.context() = VSS_CTX_FILE_SHARE_BACKUP;
-  EXPECT_EQ(request.CheckStatus(), Outcome::Returned());
-  EXPECT_THAT(host().calls().lines(), IsEmpty());
-  EXPECT_THAT(log.All(), IsEmpty());
+  for (const DWORD context : {0x10u, 0x19u, 0x1Du, 0x30u, 0xFFFFFFFFu}) {
+    SCOPED_TRACE(context);
+    SnapshotRequest request;
+    request.Start();
+    Forget();
+    request.probe.context() = context;
+    EXPECT_EQ(request.CheckStatus(), Outcome::Returned());
+    EXPECT_THAT(host().calls().lines(), IsEmpty());
+    EXPECT_THAT(log.All(), IsEmpty());
+  }
+}
+
+TEST_F(WriterStatusTest, EveryOtherContextGathersTheStatus) {
+  TakenRequest request(*this);
+  for (const DWORD context : {0x0u, 0x9u, 0xDu, 0x20u, 0xFFFFFFEFu}) {
+    SCOPED_TRACE(context);
+    Forget();
+    request.probe.context() = context;
+    EXPECT_EQ(request.CheckStatus(), Outcome::Returned());
+    EXPECT_THAT(Calls("IVssBackupComponents::GatherWriterStatus"), testing::SizeIs(1));
+  }
 }
 
 TEST_F(WriterStatusTest, WritersThatDidWellAreLoggedAndNothingElse) {
@@ -184,6 +198,20 @@ TEST_F(WriterStatusTest, AWriterThatFailedAtFreezeWithoutAFailureCodeCountsAsSuc
   EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
   EXPECT_EQ(request.alerts(), "");
   EXPECT_THAT(log.All(), testing::Contains("I Writer=Mail, WriterStatus=VSS_WS_FAILED_AT_FREEZE, WriterError=S_OK"));
+}
+
+TEST_F(WriterStatusTest, TheApplicationsResultOfASuccessfulWriterIsNotItsOwn) {
+  WriterFault fault = Fault(L"Mail", WriterEvent::postSnapshot, S_OK);
+  fault.state = VSS_WS_STABLE;
+  fault.applicationResult = kApplicationResult;
+  fault.applicationMessage = L"nothing to worry about";
+  FailWriter(fault);
+  SnapshotRequest request;
+  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  EXPECT_EQ(request.alerts(), "");
+  EXPECT_THAT(log.All(), testing::Contains("I Writer=Mail, WriterStatus=VSS_WS_STABLE, WriterError=S_OK"));
+  EXPECT_THAT(log.All(), testing::Not(testing::Contains(HasSubstr("80040e14"))));
+  EXPECT_FALSE(request.component(0, 0).failed);
 }
 
 TEST_F(WriterStatusTest, APositiveFailureCodeIsAFailureToo) {
