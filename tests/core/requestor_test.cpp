@@ -66,37 +66,61 @@ TEST(RequestorObject, StartsWithEveryMemberAtItsInitialValue) {
   EXPECT_EQ(probe.testPoints(), 0x80000003u);
 }
 
+// Where a member begins and ends.
+struct Place {
+  template <class Member>
+  explicit Place(const Member& member)
+      : begin(reinterpret_cast<std::uintptr_t>(&member)), end(begin + sizeof member), alignment(alignof(Member)) {}
+  std::uintptr_t begin;
+  std::uintptr_t end;
+  std::size_t alignment;
+};
+
+std::vector<Place> PlacesOfMembers(RequestorProbe& probe) {
+  return {Place(probe.systemDisks()),
+          Place(probe.inputComponents()),
+          Place(probe.successfulDBList()),
+          Place(probe.vssObject()),
+          Place(probe.snapshotSetId()),
+          Place(probe.initialized()),
+          Place(probe.restoreMode()),
+          Place(probe.context()),
+          Place(probe.writers()),
+          Place(probe.snapshotVolumes()),
+          Place(probe.inputSerialNumbers()),
+          Place(probe.eligibleSerialNumbers()),
+          Place(probe.snapshotDone()),
+          Place(probe.writerErrorText()),
+          Place(probe.failedComponents()),
+          Place(probe.backupDocument()),
+          Place(probe.metadataGathered()),
+          Place(probe.messageBuffer()),
+          Place(probe.lastException()),
+          Place(probe.extraSerialNumbers()),
+          Place(probe.writerCode()),
+          Place(probe.diskAndVolumeEnumerator()),
+          Place(probe.testPoints())};
+}
+
 TEST(RequestorObject, HasItsMembersInTheDeclaredOrder) {
   CVarnel requestor(0);
   RequestorProbe probe(requestor);
-  const std::vector<const void*> members = {&probe.systemDisks(),
-                                            &probe.inputComponents(),
-                                            &probe.successfulDBList(),
-                                            &probe.vssObject(),
-                                            &probe.snapshotSetId(),
-                                            &probe.initialized(),
-                                            &probe.restoreMode(),
-                                            &probe.context(),
-                                            &probe.writers(),
-                                            &probe.snapshotVolumes(),
-                                            &probe.inputSerialNumbers(),
-                                            &probe.eligibleSerialNumbers(),
-                                            &probe.snapshotDone(),
-                                            &probe.writerErrorText(),
-                                            &probe.failedComponents(),
-                                            &probe.backupDocument(),
-                                            &probe.metadataGathered(),
-                                            &probe.messageBuffer(),
-                                            &probe.lastException(),
-                                            &probe.extraSerialNumbers(),
-                                            &probe.writerCode(),
-                                            &probe.diskAndVolumeEnumerator(),
-                                            &probe.testPoints()};
+  const std::vector<Place> members = PlacesOfMembers(probe);
+  for (std::size_t i = 1; i < members.size(); ++i) EXPECT_LE(members[i - 1].end, members[i].begin) << i;
+  EXPECT_LT(Place(requestor).begin, members.front().begin);
+  EXPECT_LE(members.back().end, Place(requestor).end);
+}
+
+// Today the sets of serial numbers that components share stand among them.
+TEST(RequestorObject, DISABLED_HasNoMemberBesides) {
+  CVarnel requestor(0);
+  RequestorProbe probe(requestor);
+  const std::vector<Place> members = PlacesOfMembers(probe);
+  EXPECT_EQ(members.front().begin, Place(requestor).begin + sizeof(void*));
   for (std::size_t i = 1; i < members.size(); ++i) {
-    EXPECT_LT(reinterpret_cast<std::uintptr_t>(members[i - 1]), reinterpret_cast<std::uintptr_t>(members[i])) << i;
+    EXPECT_LT(members[i].begin - members[i - 1].end, members[i].alignment) << i;
   }
-  EXPECT_LT(reinterpret_cast<std::uintptr_t>(&requestor), reinterpret_cast<std::uintptr_t>(members.front()));
-  EXPECT_LT(reinterpret_cast<std::uintptr_t>(members.back()), reinterpret_cast<std::uintptr_t>(&requestor + 1));
+  EXPECT_LT(Place(requestor).end - members.back().end, alignof(CVarnel));
 }
 
 TEST(RequestorObject, KnowsTheProviderOfTheArray) {

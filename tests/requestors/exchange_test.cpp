@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include <cstdint>
+
 #include "tests/requestors/exchange_fixture.h"
 
 namespace varnel::test {
@@ -57,6 +59,18 @@ TEST_F(ExchangeConstruction, TheFlagIsKept) {
   EXPECT_EQ(RequestorProbe::Flag(ExchangeReq(0)), 0u);
   EXPECT_EQ(RequestorProbe::Flag(ExchangeReq(0, false)), 0u);
   EXPECT_EQ(RequestorProbe::Flag(ExchangeReq(0, true)), 1u);
+}
+
+TEST_F(ExchangeConstruction, ItsTwoMembersFollowThoseOfTheBase) {
+  ExchangeReq requestor(0);
+  const auto address = [](const auto& place) { return reinterpret_cast<std::uintptr_t>(&place); };
+  const std::uintptr_t baseEnd = address(RequestorProbe(requestor).testPoints()) + sizeof(DWORD);
+  const std::uintptr_t flag = address(RequestorProbe::Flag(requestor));
+  const std::uintptr_t end = address(requestor) + sizeof requestor;
+  EXPECT_GE(flag, baseEnd);
+  EXPECT_LT(flag, baseEnd + alignof(CVarnel));
+  EXPECT_EQ(address(RequestorProbe::SkipDBVerification(requestor)), flag + sizeof(DWORD));
+  EXPECT_LT(end, flag + 2 * sizeof(DWORD) + alignof(CVarnel));
 }
 
 TEST_F(ExchangeConstruction, TheTestPointsReachTheBase) {
