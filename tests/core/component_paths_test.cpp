@@ -127,47 +127,45 @@ bool IsAncestorPath(const std::wstring& a, const std::wstring& b) {
   return IsAncestor(At(a), At(b));
 }
 
-TEST(AncestorTest, APathIsTheAncestorOfThePathsBelowIt) {
-  EXPECT_TRUE(IsAncestorPath(L"\\A", L"\\A\\B"));
-  EXPECT_TRUE(IsAncestorPath(L"\\A", L"\\A\\B\\C"));
-  EXPECT_TRUE(IsAncestorPath(L"\\A\\B", L"\\A\\B\\C"));
-  EXPECT_FALSE(IsAncestorPath(L"\\A\\B", L"\\A"));
-  EXPECT_FALSE(IsAncestorPath(L"\\A\\B", L"\\A\\C\\D"));
-  EXPECT_FALSE(IsAncestorPath(L"\\B", L"\\A\\B\\C"));
+TEST(AncestorTest, APathIsTheAncestorOfThePathsBelowItInAnyCase) {
+  const std::pair<const wchar_t*, const wchar_t*> related[] = {
+      {L"\\A", L"\\A\\B"},
+      {L"\\A", L"\\A\\B\\C"},
+      {L"\\A\\B", L"\\A\\B\\C"},
+      {L"\\a", L"\\A\\B"},
+      {L"\\ABCxyz", L"\\abcXYZ\\db"},
+      {L"\\\u00E9", L"\\\u00E9\\db"},
+      {L"\\A\\", L"\\A\\\\B"},
+      {L"\\A", L"\\A\\"},
+      {L"\\", L"\\\\A"},
+  };
+  for (const auto& [a, b] : related) EXPECT_TRUE(IsAncestorPath(a, b)) << WideToUtf8(a) << " and " << WideToUtf8(b);
 }
 
-TEST(AncestorTest, ACommonBeginningOfANameIsNoAncestor) {
-  EXPECT_FALSE(IsAncestorPath(L"\\A", L"\\AB"));
-  EXPECT_FALSE(IsAncestorPath(L"\\AB", L"\\A"));
-  EXPECT_FALSE(IsAncestorPath(L"\\A", L"\\AB\\C"));
-}
-
-TEST(AncestorTest, CaseIsIgnored) {
-  EXPECT_TRUE(IsAncestorPath(L"\\a", L"\\A\\B"));
-  EXPECT_TRUE(IsAncestorPath(L"\\ABCxyz", L"\\abcXYZ\\db"));
-}
-
-TEST(AncestorTest, OnlyTheLettersOfAsciiHaveACase) {
-  EXPECT_FALSE(IsAncestorPath(L"\\\u00C9", L"\\\u00E9\\db"));
-  EXPECT_TRUE(IsAncestorPath(L"\\\u00E9", L"\\\u00E9\\db"));
-  EXPECT_FALSE(IsAncestorPath(L"\\[", L"\\{\\db"));
-  EXPECT_FALSE(IsAncestorPath(L"\\@", L"\\`\\db"));
-}
-
-TEST(AncestorTest, NoPathIsItsOwnAncestor) {
-  EXPECT_FALSE(IsAncestorPath(L"\\A", L"\\A"));
-  EXPECT_FALSE(IsAncestorPath(L"\\a", L"\\A"));
-  EXPECT_FALSE(IsAncestorPath(L"\\", L"\\"));
+TEST(AncestorTest, AnyOtherPathIsNoAncestor) {
+  const std::pair<const wchar_t*, const wchar_t*> unrelated[] = {
+      {L"\\A\\B", L"\\A"},
+      {L"\\A\\B", L"\\A\\C\\D"},
+      {L"\\B", L"\\A\\B\\C"},
+      // a common beginning of a name
+      {L"\\A", L"\\AB"},
+      {L"\\AB", L"\\A"},
+      {L"\\A", L"\\AB\\C"},
+      // only the letters of ASCII have a case
+      {L"\\\u00C9", L"\\\u00E9\\db"},
+      {L"\\[", L"\\{\\db"},
+      {L"\\@", L"\\`\\db"},
+      // no path is its own ancestor
+      {L"\\A", L"\\A"},
+      {L"\\a", L"\\A"},
+      {L"\\", L"\\"},
+      // a trailing backslash belongs to the name
+      {L"\\A\\", L"\\A\\B"},
+      {L"\\", L"\\A"},
+  };
+  for (const auto& [a, b] : unrelated) EXPECT_FALSE(IsAncestorPath(a, b)) << WideToUtf8(a) << " and " << WideToUtf8(b);
   const VssComponent component = At(L"\\A");
   EXPECT_FALSE(IsAncestor(component, component));
-}
-
-TEST(AncestorTest, ATrailingBackslashBelongsToTheName) {
-  EXPECT_FALSE(IsAncestorPath(L"\\A\\", L"\\A\\B"));
-  EXPECT_FALSE(IsAncestorPath(L"\\", L"\\A"));
-  EXPECT_TRUE(IsAncestorPath(L"\\A\\", L"\\A\\\\B"));
-  EXPECT_TRUE(IsAncestorPath(L"\\A", L"\\A\\"));
-  EXPECT_TRUE(IsAncestorPath(L"\\", L"\\\\A"));
 }
 
 // The descendants of each component, and whether the tree agrees with them.

@@ -79,11 +79,6 @@ class DriveScan : public HostFixture {
     const CurrentHostWith current(host(), odd);
     return Scan();
   }
-  void InstallSerial(std::wstring serial) {
-    simulator::HostModel model = SmallHost();
-    model.disks[1].serial = std::move(serial);
-    Install(std::move(model));
-  }
 };
 
 TEST_F(DriveScan, ListsTheSerialNumberOfEveryDriveInOrder) {
@@ -170,49 +165,33 @@ TEST_F(DriveScan, AFailureWithoutACodeCountsAsAGeneralFailure) {
   EXPECT_THAT(log.Errors(), testing::Contains("- GetLastError() == 31"));
 }
 
-TEST_F(DriveScan, KeepsBlanksAroundASerialNumber) {
-  InstallSerial(L"  TSL0001 ");
-  EXPECT_EQ(Scan(), (Serials{L"SYS", L"  TSL0001 ", L"TSL0002"}));
+TEST_F(DriveScan, TakesASerialNumberAsItStandsUpTo511Characters) {
+  for (const std::wstring& serial : {std::wstring(L"  TSL0001 "), std::wstring(L"tsl0001X"), std::wstring(511, L'7')}) {
+    model().disks[1].serial = serial;
+    EXPECT_EQ(Scan(), (Serials{L"SYS", serial, L"TSL0002"}));
+  }
 }
 
-TEST_F(DriveScan, KeepsTheCaseOfASerialNumber) {
-  InstallSerial(L"tsl0001X");
-  EXPECT_EQ(Scan(), (Serials{L"SYS", L"tsl0001X", L"TSL0002"}));
+TEST_F(DriveScan, SkipsADriveWhoseSerialNumberIsEmptyOrHas512Characters) {
+  for (const std::size_t length : {0u, 512u}) {
+    log.lines.clear();
+    model().disks[1].serial = std::wstring(length, L'7');
+    EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0002"}));
+    EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
+  }
 }
 
-TEST_F(DriveScan, SkipsADriveWhoseSerialNumberIsEmpty) {
-  InstallSerial(L"");
-  EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0002"}));
-  EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
-}
-
-TEST_F(DriveScan, TakesASerialNumberOf511Characters) {
-  const std::wstring longest(511, L'7');
-  InstallSerial(longest);
-  EXPECT_EQ(Scan(), (Serials{L"SYS", longest, L"TSL0002"}));
-}
-
-TEST_F(DriveScan, SkipsADriveWhoseSerialNumberHas512Characters) {
-  InstallSerial(std::wstring(512, L'7'));
-  EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0002"}));
-  EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
-}
-
-TEST_F(DriveScan, SkipsADriveWhoseSerialNumberLiesBehindTheReturnedBytes) {
-  EXPECT_EQ(ScanWith([](Descriptor& descriptor) { descriptor.SetSerialNumberOffset(descriptor.returned); }),
-            (Serials{L"SYS", L"TSL0002"}));
-  EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
-}
-
-TEST_F(DriveScan, SkipsADriveWhoseSerialNumberOffsetIsFarOutsideTheBuffer) {
-  EXPECT_EQ(ScanWith([](Descriptor& descriptor) { descriptor.SetSerialNumberOffset(0xFFFFFFFE); }),
-            (Serials{L"SYS", L"TSL0002"}));
-  EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
-}
-
-TEST_F(DriveScan, SkipsADriveWhoseSerialNumberHasNoEnd) {
-  EXPECT_EQ(ScanWith([](Descriptor& descriptor) { --descriptor.returned; }), (Serials{L"SYS", L"TSL0002"}));
-  EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
+TEST_F(DriveScan, SkipsADriveWhoseSerialNumberDoesNotLieAndEndWithinTheReturnedBytes) {
+  const std::function<void(Descriptor&)> edits[] = {
+      [](Descriptor& descriptor) { descriptor.SetSerialNumberOffset(descriptor.returned); },
+      [](Descriptor& descriptor) { descriptor.SetSerialNumberOffset(0xFFFFFFFE); },
+      [](Descriptor& descriptor) { --descriptor.returned; },
+  };
+  for (const std::function<void(Descriptor&)>& edit : edits) {
+    log.lines.clear();
+    EXPECT_EQ(ScanWith(edit), (Serials{L"SYS", L"TSL0002"}));
+    EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
+  }
 }
 
 TEST_F(DriveScan, BelievesADriveThatClaimsMoreBytesThanTheBufferHoldsNoFurtherThanTheBuffer) {
@@ -312,13 +291,12 @@ TEST_F(SystemDisks, EveryQuestionBeforeTheScanAsksWmiAgain) {
 TEST_F(SystemDisks, AfterTheScanADiskIsPresentInAnyCaseAndWmiIsNotAsked) {
   SnapshotRequest request;
   request.probe.GetAllSystemDisks();
-  EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(L"TSL0002", request.details()));
-  EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(L"tsl0002", request.details()));
-  EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(L"sys", request.details()));
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL0003", request.details()));
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL000", request.details()));
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L" TSL0002", request.details()));
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"", request.details()));
+  for (const wchar_t* disk : {L"TSL0002", L"tsl0002", L"sys"}) {
+    EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(disk, request.details())) << disk;
+  }
+  for (const wchar_t* disk : {L"TSL0003", L"TSL000", L" TSL0002", L""}) {
+    EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(disk, request.details())) << disk;
+  }
   EXPECT_THAT(Calls("IWbemServices::ExecQuery"), IsEmpty());
 }
 
@@ -331,16 +309,28 @@ TEST_F(SystemDisks, TheListOfTheScanIsNotRefreshed) {
 
 // ---- a volume's disk ----
 
-class VolumeIdentity : public HostFixture {};
+class VolumeIdentity : public HostFixture {
+ protected:
+  DWORD Ask(SnapshotRequest<>& request, const std::wstring& volume) {
+    return request.probe.GetDiskSerialNumberForVolume(volume, disk, serial);
+  }
+  /// The answer is 123, and the outputs stay as they were.
+  void ExpectUnknown(SnapshotRequest<>& request, const std::wstring& volume) {
+    disk = L"disk before";
+    serial = L"serial before";
+    EXPECT_EQ(Ask(request, volume), DWORD{ERROR_INVALID_NAME});
+    EXPECT_EQ(disk, L"disk before");
+    EXPECT_EQ(serial, L"serial before");
+  }
+
+  std::wstring disk;
+  std::wstring serial;
+};
 
 TEST_F(VolumeIdentity, AVolumesDiskIsFoundByItsUniqueNameInAnyCase) {
   model().disks[1].volumes[0].name = L"\\\\?\\Volume{abcdef01-0000-0000-0000-000000000000}\\";
   SnapshotRequest request;
-  std::wstring disk;
-  std::wstring serial;
-  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(L"\\\\?\\VOLUME{ABCDEF01-0000-0000-0000-000000000000}\\", disk,
-                                                       serial),
-            0u);
+  EXPECT_EQ(Ask(request, L"\\\\?\\VOLUME{ABCDEF01-0000-0000-0000-000000000000}\\"), 0u);
   EXPECT_EQ(disk, L"\\\\.\\PhysicalDrive1");
   EXPECT_EQ(serial, L"TSL0001");
 }
@@ -348,40 +338,26 @@ TEST_F(VolumeIdentity, AVolumesDiskIsFoundByItsUniqueNameInAnyCase) {
 TEST_F(VolumeIdentity, ASerialNumberKeepsItsBlanks) {
   model().disks[1].serial = L" TSL0001  ";
   SnapshotRequest request;
-  std::wstring disk;
-  std::wstring serial;
-  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(1), disk, serial), 0u);
+  EXPECT_EQ(Ask(request, VolumeName(1)), 0u);
   EXPECT_EQ(serial, L" TSL0001  ");
 }
 
 TEST_F(VolumeIdentity, AVolumeWithoutAKnownDiskGives123AndLeavesTheOutputs) {
   SnapshotRequest request;
-  std::wstring disk = L"disk before";
-  std::wstring serial = L"serial before";
-  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(9), disk, serial), DWORD{ERROR_INVALID_NAME});
-  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(L"", disk, serial), DWORD{ERROR_INVALID_NAME});
-  EXPECT_EQ(disk, L"disk before");
-  EXPECT_EQ(serial, L"serial before");
+  ExpectUnknown(request, VolumeName(9));
+  ExpectUnknown(request, L"");
 }
 
 TEST_F(VolumeIdentity, ADiskWithoutASerialNumberGives123AndLeavesTheOutputs) {
   model().disks[1].reportsSerial = false;
   SnapshotRequest request;
-  std::wstring disk = L"disk before";
-  std::wstring serial = L"serial before";
-  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(1), disk, serial), DWORD{ERROR_INVALID_NAME});
-  EXPECT_EQ(disk, L"disk before");
-  EXPECT_EQ(serial, L"serial before");
+  ExpectUnknown(request, VolumeName(1));
 }
 
 TEST_F(VolumeIdentity, WithoutAnEnumeratorEveryVolumeGives123) {
   SnapshotRequest request;
   request.requestor.SetDiskAndVolumeEnumeratorObj(nullptr);
-  std::wstring disk = L"disk before";
-  std::wstring serial = L"serial before";
-  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(1), disk, serial), DWORD{ERROR_INVALID_NAME});
-  EXPECT_EQ(disk, L"disk before");
-  EXPECT_EQ(serial, L"serial before");
+  ExpectUnknown(request, VolumeName(1));
   EXPECT_THAT(log.All(), IsEmpty());
 }
 
@@ -420,9 +396,7 @@ TEST_F(VolumeIdentity, AVolumeThatCannotTellItsExtentsIsAskedOnce) {
   SilentVolumes silent(host(), kNotReady);
   const CurrentHostWith current(host(), silent);
   SnapshotRequest request;
-  std::wstring disk;
-  std::wstring serial;
-  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(1), disk, serial), DWORD{ERROR_INVALID_NAME});
+  ExpectUnknown(request, VolumeName(1));
   EXPECT_EQ(silent.asked, 3) << "once for each of the three volumes";
 }
 
@@ -554,19 +528,12 @@ class ProtectionSet : public HostFixture {
   }
 };
 
-TEST_F(ProtectionSet, EqualListsAreAMatch) {
-  Verify({L"a", L"b"}, {L"a", L"b"});
-  ExpectNothingHappened();
-}
-
 TEST_F(ProtectionSet, EqualCountsAreAMatchWhateverTheSerialNumbers) {
-  Verify({L"a", L"b"}, {L"c", L"d"});
-  ExpectNothingHappened();
-}
-
-TEST_F(ProtectionSet, TwoEmptyListsAreAMatch) {
-  Verify({}, {});
-  ExpectNothingHappened();
+  for (const auto& [input, application] :
+       {std::pair<Serials, Serials>{{}, {}}, {{L"a", L"b"}, {L"a", L"b"}}, {{L"a", L"b"}, {L"c", L"d"}}}) {
+    Verify(input, application);
+    ExpectNothingHappened();
+  }
 }
 
 TEST_F(ProtectionSet, AnApplicationThatUsesNoDiskOfTheSetIsAMismatch) {

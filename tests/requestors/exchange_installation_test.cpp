@@ -256,28 +256,21 @@ TEST_F(ExchangeInstallation, TheLongestNameOfAKeyIsReadWhole) {
   EXPECT_EQ(Folder(), L"C:\\" + name + L"\\Bin\\");
 }
 
-TEST_F(ExchangeInstallation, APathThatEndsInASeparatorGetsNoOther) {
-  SetInstallPath(L"C:\\Exchange\\");
-  EXPECT_EQ(Folder(), L"C:\\Exchange\\Bin\\");
-  SetInstallPath(L"C:/Exchange/");
-  EXPECT_EQ(Folder(), L"C:/Exchange/Bin\\");
-  SetInstallPath(L"\\");
-  EXPECT_EQ(Folder(), L"\\Bin\\");
-}
-
 TEST_F(ExchangeInstallation, APathWithoutASeparatorAtItsEndGetsABackslash) {
-  SetInstallPath(L"D:\\Program Files\\Exchange");
-  EXPECT_EQ(Folder(), L"D:\\Program Files\\Exchange\\Bin\\");
-  SetInstallPath(L"C:/Exchange");
-  EXPECT_EQ(Folder(), L"C:/Exchange\\Bin\\");
-  SetInstallPath(L"x");
-  EXPECT_EQ(Folder(), L"x\\Bin\\");
-}
-
-TEST_F(ExchangeInstallation, APathMayHave259Characters) {
-  const std::wstring path = L"C:\\" + std::wstring(256, L'p');
-  SetInstallPath(path);
-  EXPECT_EQ(Folder(), path + L"\\Bin\\");
+  const std::wstring longest = L"C:\\" + std::wstring(256, L'p');
+  const std::pair<std::wstring, std::wstring> folders[] = {
+      {L"C:\\Exchange\\", L"C:\\Exchange\\Bin\\"},
+      {L"C:/Exchange/", L"C:/Exchange/Bin\\"},
+      {L"\\", L"\\Bin\\"},
+      {L"D:\\Program Files\\Exchange", L"D:\\Program Files\\Exchange\\Bin\\"},
+      {L"C:/Exchange", L"C:/Exchange\\Bin\\"},
+      {L"x", L"x\\Bin\\"},
+      {longest, longest + L"\\Bin\\"},
+  };
+  for (const auto& [path, folder] : folders) {
+    SetInstallPath(path);
+    EXPECT_EQ(Folder(), folder);
+  }
 }
 
 TEST_F(ExchangeInstallation, ALongerPathIsNotFound) {

@@ -101,32 +101,20 @@ const std::string kEmptyCaption =
 const std::string kEmptyPath =
     "E ExchReq: Unexcpected app object id in Exchange requester! The component full path was empty.";
 
-TEST_F(ExchangeComponents, TheCaptionIsTheNameAndTheFullPathTheId) {
-  const ComponentCatalogingInfo info = InfoOf(L"Mailbox DB1", L"\\EX01\\DB1");
-  EXPECT_EQ(info.appObjectName, L"Mailbox DB1");
-  EXPECT_EQ(info.appObjectId, L"\\EX01\\DB1");
-  EXPECT_THAT(log.All(), IsEmpty());
-}
-
-TEST_F(ExchangeComponents, AnEmptyCaptionIsAnUnknownName) {
-  const ComponentCatalogingInfo info = InfoOf(L"", L"\\EX01\\DB1");
-  EXPECT_EQ(info.appObjectName, L"UNKNOWN");
-  EXPECT_EQ(info.appObjectId, L"\\EX01\\DB1");
-  EXPECT_THAT(log.AllWithSources(), ElementsAre(kEmptyCaption));
-}
-
-TEST_F(ExchangeComponents, AnEmptyFullPathIsAnUnknownId) {
-  const ComponentCatalogingInfo info = InfoOf(L"Mailbox DB1", L"");
-  EXPECT_EQ(info.appObjectName, L"Mailbox DB1");
-  EXPECT_EQ(info.appObjectId, L"UNKNOWN");
-  EXPECT_THAT(log.AllWithSources(), ElementsAre(kEmptyPath));
-}
-
-TEST_F(ExchangeComponents, WithoutBothTheNameIsReportedBeforeTheId) {
-  const ComponentCatalogingInfo info = InfoOf(L"", L"");
-  EXPECT_EQ(info.appObjectName, L"UNKNOWN");
-  EXPECT_EQ(info.appObjectId, L"UNKNOWN");
-  EXPECT_THAT(log.AllWithSources(), ElementsAre(kEmptyCaption, kEmptyPath));
+TEST_F(ExchangeComponents, TheCaptionIsTheNameAndTheFullPathTheIdAndAnEmptyOneIsUnknown) {
+  const std::tuple<const wchar_t*, const wchar_t*, std::vector<std::string>> components[] = {
+      {L"Mailbox DB1", L"\\EX01\\DB1", {}},
+      {L"", L"\\EX01\\DB1", {kEmptyCaption}},
+      {L"Mailbox DB1", L"", {kEmptyPath}},
+      {L"", L"", {kEmptyCaption, kEmptyPath}},
+  };
+  for (const auto& [caption, fullPath, lines] : components) {
+    log.lines.clear();
+    const ComponentCatalogingInfo info = InfoOf(caption, fullPath);
+    EXPECT_EQ(info.appObjectName, *caption == 0 ? L"UNKNOWN" : caption);
+    EXPECT_EQ(info.appObjectId, *fullPath == 0 ? L"UNKNOWN" : fullPath);
+    EXPECT_EQ(log.AllWithSources(), lines);
+  }
 }
 
 // ---- verification: which files, and with which command ----
@@ -162,24 +150,24 @@ class ExchangeVerification : public HostFixture {
   std::string CommandFor(const std::wstring& filespec) { return CommandFor(FileOf(filespec)); }
 };
 
-TEST_F(ExchangeVerification, LogsAreVerifiedByTheirBaseName) {
-  EXPECT_EQ(CommandFor(L"E00*.log"), R"(eseutil.exe /k "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\\mail\\E00")");
-}
-
-TEST_F(ExchangeVerification, ALogWithoutAPatternIsVerifiedByItsWholeName) {
-  EXPECT_EQ(CommandFor(L"E00.log"),
-            R"(eseutil.exe /k "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\\mail\\E00.log")");
-}
-
-TEST_F(ExchangeVerification, OnlyWhatStandsBeforeTheFirstStarIsTheBaseName) {
-  EXPECT_EQ(CommandFor(L"E0*1*.log"), R"(eseutil.exe /k "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\\mail\\E0")");
-  EXPECT_EQ(CommandFor(L"*.log"), R"(eseutil.exe /k "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\\mail\\")");
-}
-
-TEST_F(ExchangeVerification, ADatabaseIsVerifiedByItsPath) {
-  EXPECT_EQ(CommandFor(L"DB1.edb"),
-            R"(eseutil.exe /k /i "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\mail\\DB1.edb")");
-  EXPECT_EQ(CommandFor(L"*.edb"), R"(eseutil.exe /k /i "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\mail\\*.edb")");
+// The base name of logs is what stands before the first star. What is several of them is a log before a database, and
+// that before a checkpoint.
+TEST_F(ExchangeVerification, LogsAreVerifiedByTheirBaseNameAndADatabaseByItsPath) {
+  const std::string logs = R"(eseutil.exe /k "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\\mail\\)";
+  const std::string database = R"(eseutil.exe /k /i "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\mail\\)";
+  const std::tuple<const wchar_t*, std::string, const char*> files[] = {
+      {L"E00*.log", logs, "E00"},
+      {L"E00.log", logs, "E00.log"},
+      {L"E0*1*.log", logs, "E0"},
+      {L"*.log", logs, ""},
+      {L"DB1.edb.log", logs, "DB1.edb.log"},
+      {L"E00.log.edb", logs, "E00.log.edb"},
+      {L"E00.log.chk", logs, "E00.log.chk"},
+      {L"DB1.edb", database, "DB1.edb"},
+      {L"*.edb", database, "*.edb"},
+      {L"DB1.chk.edb", database, "DB1.chk.edb"},
+  };
+  for (const auto& [filespec, command, name] : files) EXPECT_EQ(CommandFor(filespec), command + name + "\"");
 }
 
 TEST_F(ExchangeVerification, FilesInTheRootOfTheirVolumeHaveAnEmptyFolder) {
@@ -198,20 +186,6 @@ TEST_F(ExchangeVerification, ADeviceWithoutABackslashAtItsEndGetsOne) {
   database.snapshotDeviceName.clear();
   EXPECT_EQ(CommandFor(logs), R"(eseutil.exe /k "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\\mail\\E00")");
   EXPECT_EQ(CommandFor(database), R"(eseutil.exe /k /i "\mail\\DB1.edb")");
-}
-
-TEST_F(ExchangeVerification, AFileThatIsLogAndDatabaseIsALog) {
-  EXPECT_EQ(CommandFor(L"DB1.edb.log"),
-            R"(eseutil.exe /k "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\\mail\\DB1.edb.log")");
-  EXPECT_EQ(CommandFor(L"E00.log.edb"),
-            R"(eseutil.exe /k "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\\mail\\E00.log.edb")");
-  EXPECT_EQ(CommandFor(L"E00.log.chk"),
-            R"(eseutil.exe /k "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\\mail\\E00.log.chk")");
-}
-
-TEST_F(ExchangeVerification, AFileThatIsDatabaseAndCheckpointIsADatabase) {
-  EXPECT_EQ(CommandFor(L"DB1.chk.edb"),
-            R"(eseutil.exe /k /i "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\mail\\DB1.chk.edb")");
 }
 
 TEST_F(ExchangeVerification, ACheckpointIsPassedOverSilently) {

@@ -83,85 +83,60 @@ class HyperVComponents : public HostFixture {
   }
 };
 
-TEST_F(HyperVComponents, OnAStandAloneHostTheNameIsTheIdAndTheCaptionHoldsTheMachine) {
-  const ComponentCatalogingInfo info = InfoOf(kHyperVWriterName, L"6F96-19FF", L"Online\\vm1");
-  EXPECT_EQ(info.appObjectId, L"6F96-19FF");
-  EXPECT_EQ(info.appObjectName, L"vm1");
-  EXPECT_THAT(log.All(), IsEmpty());
+struct CataloguedMachine {
+  const wchar_t* writer;
+  const wchar_t* name;
+  const wchar_t* caption;
+  const wchar_t* id;
+  const wchar_t* machine;
+  std::vector<std::string> errors;
+};
+
+std::string NoBackslash(const std::string& caption) {
+  return "Did not find '\\' in component caption " + caption;
+}
+std::string NoMark(const std::string& name) {
+  return "Did not find '<CSV>' in component name " + name;
+}
+std::string UnknownName(const std::string& caption) {
+  return "Unexcpected app object name in Hyper-V requester! Component caption is " + caption + ".";
+}
+std::string UnknownId(const std::string& name) {
+  return "Unexcpected app object id in Hyper-V requester! Component name is " + name + ".";
 }
 
-TEST_F(HyperVComponents, OnAClusterSharedVolumeTheIdStandsInFrontOfItsMark) {
-  const ComponentCatalogingInfo info = InfoOf(kCsvWriterName, L"6F96-19FF<CSV>node2", L"Online\\vm1");
-  EXPECT_EQ(info.appObjectId, L"6F96-19FF");
-  EXPECT_EQ(info.appObjectName, L"vm1");
-  EXPECT_THAT(log.All(), IsEmpty());
-}
-
-TEST_F(HyperVComponents, TheFirstMarkAndTheFirstBackslashCount) {
-  const ComponentCatalogingInfo info = InfoOf(kCsvWriterName, L"6F96<CSV>19FF<CSV>", L"Online\\vm\\1");
-  EXPECT_EQ(info.appObjectId, L"6F96");
-  EXPECT_EQ(info.appObjectName, L"vm\\1");
-}
-
-TEST_F(HyperVComponents, AMarkIsPartOfTheIdOnAStandAloneHost) {
-  EXPECT_EQ(InfoOf(kHyperVWriterName, L"6F96<CSV>", L"Online\\vm1").appObjectId, L"6F96<CSV>");
-}
-
-TEST_F(HyperVComponents, TheWriterIsThatOfHyperVWhenItsNameHoldsTheWord) {
-  EXPECT_EQ(InfoOf(L"Some Hyper-V thing", L"a<CSV>", L"Online\\vm1").appObjectId, L"a<CSV>");
-  EXPECT_EQ(InfoOf(L"some hyper-v thing", L"a<CSV>", L"Online\\vm1").appObjectId, L"a");
-  EXPECT_EQ(InfoOf(L"", L"a<CSV>", L"Online\\vm1").appObjectId, L"a");
-}
-
-TEST_F(HyperVComponents, ACaptionWithoutABackslashIsAnUnknownNameAndTwoErrorLines) {
-  const ComponentCatalogingInfo info = InfoOf(kHyperVWriterName, L"6F96-19FF", L"vm1");
-  EXPECT_EQ(info.appObjectName, L"UNKNOWN");
-  EXPECT_EQ(info.appObjectId, L"6F96-19FF");
-  EXPECT_THAT(log.AllWithSources(),
-              ElementsAre("E HyperVReq: Did not find '\\' in component caption vm1",
-                          "E HyperVReq: Unexcpected app object name in Hyper-V requester! Component caption is vm1."));
-}
-
-TEST_F(HyperVComponents, ACaptionThatEndsInItsBackslashIsAnUnknownNameAndOneErrorLine) {
-  EXPECT_EQ(InfoOf(kHyperVWriterName, L"6F96-19FF", L"Online\\").appObjectName, L"UNKNOWN");
-  EXPECT_THAT(
-      log.AllWithSources(),
-      ElementsAre("E HyperVReq: Unexcpected app object name in Hyper-V requester! Component caption is Online\\."));
-}
-
-TEST_F(HyperVComponents, ANameWithoutTheMarkIsAnUnknownIdAndTwoErrorLines) {
-  for (const wchar_t* name : {L"6F96-19FF", L"6F96-19FF<csv>", L"6F96-19FF<CSV"}) {
+// The id stands before the first mark where the writer is not Hyper-V's, the machine after the caption's first
+// backslash.
+TEST_F(HyperVComponents, AreCataloguedByTheirNameAndTheirCaption) {
+  const wchar_t* const csv = kCsvWriterName;
+  const wchar_t* const plain = kHyperVWriterName;
+  const CataloguedMachine machines[] = {
+      {plain, L"6F96-19FF", L"Online\\vm1", L"6F96-19FF", L"vm1", {}},
+      {csv, L"6F96-19FF<CSV>node2", L"Online\\vm1", L"6F96-19FF", L"vm1", {}},
+      {csv, L"6F96<CSV>19FF<CSV>", L"Online\\vm\\1", L"6F96", L"vm\\1", {}},
+      {plain, L"6F96<CSV>", L"Online\\vm1", L"6F96<CSV>", L"vm1", {}},
+      {L"Some Hyper-V thing", L"a<CSV>", L"Online\\vm1", L"a<CSV>", L"vm1", {}},
+      {L"some hyper-v thing", L"a<CSV>", L"Online\\vm1", L"a", L"vm1", {}},
+      {L"", L"a<CSV>", L"Online\\vm1", L"a", L"vm1", {}},
+      {plain, L"6F96-19FF", L"vm1", L"6F96-19FF", L"UNKNOWN", {NoBackslash("vm1"), UnknownName("vm1")}},
+      {plain, L"6F96-19FF", L"Online\\", L"6F96-19FF", L"UNKNOWN", {UnknownName("Online\\")}},
+      {csv, L"6F96-19FF", L"Online\\vm1", L"UNKNOWN", L"vm1", {NoMark("6F96-19FF"), UnknownId("6F96-19FF")}},
+      {csv, L"6F96<csv>", L"Online\\vm1", L"UNKNOWN", L"vm1", {NoMark("6F96<csv>"), UnknownId("6F96<csv>")}},
+      {csv, L"6F96<CSV", L"Online\\vm1", L"UNKNOWN", L"vm1", {NoMark("6F96<CSV"), UnknownId("6F96<CSV")}},
+      {csv, L"<CSV>node2", L"Online\\vm1", L"UNKNOWN", L"vm1", {UnknownId("<CSV>node2")}},
+      {csv, L"", L"", L"UNKNOWN", L"UNKNOWN", {NoBackslash(""), NoMark(""), UnknownName(""), UnknownId("")}},
+      {plain, L"", L"Online\\vm1", L"UNKNOWN", L"vm1", {UnknownId("")}},
+  };
+  for (const CataloguedMachine& machine : machines) {
+    SCOPED_TRACE(Narrow(machine.writer) + ", " + Narrow(machine.name) + ", " + Narrow(machine.caption));
     log.lines.clear();
-    EXPECT_EQ(InfoOf(kCsvWriterName, name, L"Online\\vm1").appObjectId, L"UNKNOWN");
-    EXPECT_THAT(log.AllWithSources(),
-                ElementsAre("E HyperVReq: Did not find '<CSV>' in component name " + Narrow(name),
-                            "E HyperVReq: Unexcpected app object id in Hyper-V requester! Component name is " +
-                                Narrow(name) + "."));
+    const ComponentCatalogingInfo info = InfoOf(machine.writer, machine.name, machine.caption);
+    EXPECT_EQ(info.appObjectId, machine.id);
+    EXPECT_EQ(info.appObjectName, machine.machine);
+    EXPECT_EQ(log.Errors(), machine.errors);
+    for (const RecordingLog::Line& line : log.lines) EXPECT_EQ(line.source, "HyperVReq");
+    EXPECT_EQ(log.lines.size(), machine.errors.size());
   }
-}
-
-TEST_F(HyperVComponents, ANameThatBeginsWithTheMarkIsAnUnknownIdAndOneErrorLine) {
-  EXPECT_EQ(InfoOf(kCsvWriterName, L"<CSV>node2", L"Online\\vm1").appObjectId, L"UNKNOWN");
-  EXPECT_THAT(
-      log.AllWithSources(),
-      ElementsAre("E HyperVReq: Unexcpected app object id in Hyper-V requester! Component name is <CSV>node2."));
-}
-
-TEST_F(HyperVComponents, AnEmptyComponentIsUnknownInBothAndReportedInThisOrder) {
-  const ComponentCatalogingInfo info = InfoOf(kCsvWriterName, L"", L"");
-  EXPECT_EQ(info.appObjectName, L"UNKNOWN");
-  EXPECT_EQ(info.appObjectId, L"UNKNOWN");
-  EXPECT_THAT(log.AllWithSources(),
-              ElementsAre("E HyperVReq: Did not find '\\' in component caption ",
-                          "E HyperVReq: Did not find '<CSV>' in component name ",
-                          "E HyperVReq: Unexcpected app object name in Hyper-V requester! Component caption is .",
-                          "E HyperVReq: Unexcpected app object id in Hyper-V requester! Component name is ."));
-}
-
-TEST_F(HyperVComponents, AnEmptyNameOnAStandAloneHostIsAnUnknownIdAndOneErrorLine) {
-  EXPECT_EQ(InfoOf(kHyperVWriterName, L"", L"Online\\vm1").appObjectId, L"UNKNOWN");
-  EXPECT_THAT(log.AllWithSources(),
-              ElementsAre("E HyperVReq: Unexcpected app object id in Hyper-V requester! Component name is ."));
 }
 
 // ---- the host ----
