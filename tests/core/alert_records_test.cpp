@@ -1,19 +1,12 @@
 // The alert records: their formats, their room, and how they are written.
 #include <iterator>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "tests/support/alert_parts.h"
 #include "tests/support/request_fixture.h"
 
 namespace varnel::test {
 namespace {
-
-using testing::Contains;
-using testing::EndsWith;
-using testing::SizeIs;
-using testing::StartsWith;
 
 // Text outside the basic plane, and text that no one-byte locale has.
 const std::wstring kForeign = L"\u0416\u65E5\U0001F680";
@@ -162,7 +155,7 @@ TEST_F(AlertTest, ARecordThatJustFitsIsWhole) {
   const std::size_t fixed = FormatAlert(alert::kAddComponentFailed, {L""}).size();
   const std::wstring fits(2047 - fixed, L'x');
   EXPECT_EQ(FormatAlert(alert::kAddComponentFailed, {fits}).size(), 2047u);
-  EXPECT_THAT(FormatAlert(alert::kAddComponentFailed, {fits}), testing::Not(HasSubstr("...")));
+  EXPECT_THAT(FormatAlert(alert::kAddComponentFailed, {fits}), Not(HasSubstr("...")));
   const std::string shortened = FormatAlert(alert::kAddComponentFailed, {fits + L"y"});
   EXPECT_EQ(shortened.size(), 2047u);
   EXPECT_THAT(shortened, HasSubstr("xx..., rc=ConfigError"));
@@ -251,7 +244,7 @@ TEST_F(AlertTest, ACharacterIsNeverCutInHalf) {
         EXPECT_NO_THROW(Utf8ToWide(text));
         EXPECT_LE(text.size(), record->bytes - 1);
         EXPECT_GE(text.size(), record->bytes - 4);
-        EXPECT_THAT(text, testing::Not(HasSubstr("\xEF\xBF\xBD")));
+        EXPECT_THAT(text, Not(HasSubstr("\xEF\xBF\xBD")));
       }
     }
   }

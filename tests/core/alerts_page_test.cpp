@@ -5,23 +5,15 @@
 #include <iterator>
 #include <map>
 #include <set>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 #include "requestors/HyperVReq.h"
 #include "resources/catalog.h"
 #include "tests/core/alert_examples.h"
 #include "tests/support/golden.h"
+#include "tests/support/host_fixture.h"
 
 namespace varnel::test {
 namespace {
-
-using testing::Contains;
-using testing::HasSubstr;
-using testing::SizeIs;
-using testing::StartsWith;
 
 // The lines below a heading, up to the next one of its rank or a higher one.
 Lines Section(const Lines& page, const std::string& heading) {

@@ -2,10 +2,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 #include "platform/ansi.h"
 #include "requestors/HyperVReq.h"
@@ -14,10 +10,6 @@
 
 namespace varnel::test {
 namespace {
-
-using testing::EndsWith;
-using testing::SizeIs;
-using testing::StartsWith;
 
 constexpr std::string_view kDots = "...";
 

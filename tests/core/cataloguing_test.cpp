@@ -1,15 +1,11 @@
 // The application objects of a snapshot by disk, and the wrapper of the metadata bridge.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <stdexcept>
-#include <string>
 #include <type_traits>
-#include <vector>
 
 #include "core/cataloguing.h"
 #include "platform/tessel/MetadataWrapper.h"
@@ -56,11 +52,10 @@ testing::Matcher<const ApplicationObjectMeatadataInfo&> Entry(const std::vector<
                                                               const std::vector<std::string>& otherIds = {},
                                                               const std::vector<std::string>& otherNames = {}) {
   using Info = ApplicationObjectMeatadataInfo;
-  return testing::AllOf(
-      testing::Field("appObjectIds", &Info::appObjectIds, testing::ElementsAreArray(appIds)),
-      testing::Field("appObjectNames", &Info::appObjectNames, testing::ElementsAreArray(appNames)),
-      testing::Field("otherObjectIds", &Info::otherObjectIds, testing::ElementsAreArray(otherIds)),
-      testing::Field("otherObjectNames", &Info::otherObjectNames, testing::ElementsAreArray(otherNames)));
+  return testing::AllOf(testing::Field("appObjectIds", &Info::appObjectIds, ElementsAreArray(appIds)),
+                        testing::Field("appObjectNames", &Info::appObjectNames, ElementsAreArray(appNames)),
+                        testing::Field("otherObjectIds", &Info::otherObjectIds, ElementsAreArray(otherIds)),
+                        testing::Field("otherObjectNames", &Info::otherObjectNames, ElementsAreArray(otherNames)));
 }
 
 VssComponent Component(const std::wstring& name, std::set<std::wstring> disks) {

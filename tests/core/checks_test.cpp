@@ -1,8 +1,6 @@
 // What a failed call leaves: its alert or its log lines, and what is thrown.
 #include <optional>
-#include <string>
 #include <type_traits>
-#include <utility>
 
 #include "core/errors.h"
 #include "core/logging.h"
@@ -10,8 +8,6 @@
 
 namespace varnel::test {
 namespace {
-
-using testing::SizeIs;
 
 // ---- CheckCommError ----
 

@@ -1,14 +1,10 @@
 // BackupComplete and what fails there, and which failure of a completion is the one that surfaces.
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "tests/core/completion_fixture.h"
 
 namespace varnel::test {
 namespace {
-
-using testing::ElementsAreArray;
 
 TEST_F(CompletionTest, AWriterThatFailsAtBackupCompleteFailsARequestThatWantsAllOfThem) {
   FailWriter(Fault(L"Mail", WriterEvent::backupComplete));

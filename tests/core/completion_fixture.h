@@ -2,9 +2,6 @@
 #pragma once
 
 #include <functional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "simulator/vss/backup_document.h"
 #include "simulator/vss/snapshot_service.h"

@@ -2,18 +2,11 @@
 #include <functional>
 #include <new>
 #include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "tests/core/completion_fixture.h"
 
 namespace varnel::test {
 namespace {
-
-using testing::Contains;
-using testing::ElementsAreArray;
-using testing::Not;
 
 TEST_F(CompletionTest, ASuccessfulBackupIsMarkedCompletedAndCheckedInThisOrder) {
   TakenRequest request(*this);
@@ -146,9 +139,8 @@ TEST_F(CompletionTest, TheComponentsOfAFailedWriterFailAndTheRequestEndsInTheSam
 }
 
 TEST_F(CompletionTest, ExtraVolumesTakenAsAFailureDeleteTheWholeSet) {
-  simulator::HostModel model = Model();
-  model.writers.pop_back();
-  Install(std::move(model));
+  Install(Model());
+  model().writers.pop_back();
   SnapshotRequest request(BothDisks());
   const Outcome created = Take(request);
   ASSERT_EQ(created.alertCode, 701);

@@ -1,8 +1,6 @@
 // The records of writers, components and files as they start, identifiers and texts, and paths of components.
 #include <algorithm>
 #include <cstdint>
-#include <utility>
-#include <vector>
 
 #include "core/writer_metadata.h"
 #include "tests/core/component_paths.h"
@@ -12,8 +10,6 @@
 
 namespace varnel::test {
 namespace {
-
-using testing::SizeIs;
 
 // The character is one wchar_t or a surrogate pair.
 const std::wstring kForeign = L"\u00E9\u65E5\U0001F680";

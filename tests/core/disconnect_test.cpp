@@ -2,17 +2,12 @@
 #include <algorithm>
 #include <deque>
 #include <functional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "tests/core/maintenance_fixture.h"
 #include "tests/support/forwarding_host.h"
 
 namespace varnel::test {
 namespace {
-
-using testing::SizeIs;
 
 constexpr wchar_t kFirstShadowDisk[] = L"\\\\.\\PhysicalDrive3";
 constexpr DWORD kLogoutFailed = 0xEFFF0011;
@@ -174,9 +169,8 @@ TEST_F(DisconnectTest, DevicePathsAreComparedExactly) {
 
 // No file of the application lies on an extra volume, so no file tells its disk.
 TEST_F(DisconnectTest, TheShadowCopyOfAnExtraVolumeStaysConnected) {
-  simulator::HostModel model = Model({ShadowSession(L"extra", L"TSL0002")});
-  model.writers[0].components.pop_back();
-  Install(std::move(model));
+  Install(Model({ShadowSession(L"extra", L"TSL0002")}));
+  model().writers[0].components.pop_back();
   SnapshotRequest request(BothDisks());
   EXPECT_EQ(request.StartAndCreate().alertCode, VarnelException::ExtraVolumes);
   Forget();

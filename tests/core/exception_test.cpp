@@ -1,10 +1,7 @@
 // VarnelException: its code, its texts, and what() in every locale.
 #include <clocale>
 #include <limits>
-#include <memory>
-#include <string>
 #include <type_traits>
-#include <vector>
 
 #include "tests/support/request_fixture.h"
 

@@ -4,14 +4,9 @@
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <memory>
 #include <optional>
 #include <set>
 #include <stdexcept>
-#include <string>
-#include <string_view>
-#include <utility>
-#include <vector>
 
 #include "simulator/vss/vss_async.h"
 #include "tests/support/request_fixture.h"
@@ -22,7 +17,6 @@ namespace {
 using simulator::HostModel;
 using simulator::Writer;
 using simulator::WriterComponent;
-using testing::SizeIs;
 
 constexpr char kGatherLine[] = "I Waiting for Operation=m_pVssObject->GatherWriterMetadata(&pAsync) to finish...";
 
@@ -66,11 +60,10 @@ class GatheringTest : public HostFixture {
 // ---- Gathering ----
 
 TEST_F(GatheringTest, AsksWaitsAndReadsEveryWriterInOrder) {
-  HostModel model = ModelWithWriters(2);
-  model.writers[0].excludeFiles = {{L"E:\\tmp", L"*"}};
-  model.writers[0].components[0].notifyOnBackupComplete = true;
-  model.writers[1].components.clear();
-  Install(std::move(model));
+  Install(ModelWithWriters(2));
+  model().writers[0].excludeFiles = {{L"E:\\tmp", L"*"}};
+  model().writers[0].components[0].notifyOnBackupComplete = true;
+  model().writers[1].components.clear();
   SnapshotRequest<> request;
   Start(request);
   EXPECT_EQ(Gather(request), std::nullopt);

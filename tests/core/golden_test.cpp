@@ -5,14 +5,10 @@
 #include <filesystem>
 
 #include "tests/support/golden.h"
-#include "tests/support/host_fixture.h"
-#include "tests/support/snapshot_request.h"
+#include "tests/support/request_fixture.h"
 
 namespace varnel::test {
 namespace {
-
-using simulator::WriterEvent;
-using simulator::WriterFault;
 
 std::filesystem::path GoldenFile(const std::string& name) {
   return std::filesystem::path(VARNEL_GOLDEN_DIR) / (name + ".txt");

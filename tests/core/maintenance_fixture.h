@@ -1,10 +1,6 @@
 // The fixture of what becomes of a snapshot set after it was taken.
 #pragma once
 
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "simulator/vss/snapshot_service.h"
 #include "tests/support/request_fixture.h"
 

@@ -1,14 +1,9 @@
 // What becomes of a snapshot set after it was taken: break, mask, delete and verify, with every failure.
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "tests/core/maintenance_fixture.h"
 
 namespace varnel::test {
 namespace {
-
-using testing::SizeIs;
 
 constexpr char kFirstCopy[] = "{00000003-5e1f-4c3d-9a0b-000000000000}";
 constexpr char kSecondCopy[] = "{00000004-5e1f-4c3d-9a0b-000000000000}";
@@ -287,8 +282,7 @@ TEST_F(MaintenanceTest, TheFirstDamagedFileEndsTheWalkAndMarksNothing) {
 }
 
 TEST_F(MaintenanceTest, OnlyWhatTheRequestSelectedIsVerifiedAfterASnapshot) {
-  SnapshotRequest<VerifyingRequestor> request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<VerifyingRequestor> request;
   Forget();
   request.requestor.VerifySnapShotData();
   EXPECT_THAT(request.requestor.verified, ElementsAre(L"E:\\db\\"));

@@ -3,8 +3,6 @@
 #include <cstddef>
 #include <iterator>
 #include <new>
-#include <string>
-#include <vector>
 
 #include "resources/catalog.h"
 #include "tests/support/forwarding_host.h"
@@ -27,9 +25,6 @@ void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept {
 
 namespace varnel::test {
 namespace {
-
-using testing::SizeIs;
-using testing::StartsWith;
 
 // Text outside the basic plane, and text that no one-byte locale has.
 const std::wstring kForeign = L"\u0416\u65E5\U0001F680";

@@ -1,15 +1,10 @@
 // Metadata that cannot be read: every call on the service's objects and on the host that fails.
 #include <optional>
-#include <string>
-#include <string_view>
-#include <utility>
 
 #include "tests/support/request_fixture.h"
 
 namespace varnel::test {
 namespace {
-
-using testing::SizeIs;
 
 using simulator::HostModel;
 using simulator::Writer;

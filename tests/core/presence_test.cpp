@@ -1,12 +1,7 @@
 // Questions about the host: its provider, its writers, its network name, programs that it runs; and the writer code of
 // a request.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "simulator/vss/vss_enum.h"
 #include "tests/support/forwarding_vss.h"
@@ -14,9 +9,6 @@
 
 namespace varnel::test {
 namespace {
-
-using testing::SizeIs;
-using testing::StartsWith;
 
 constexpr GUID kOtherProvider = ParseGuid<GUID>("{b5946137-7b9f-4925-af80-51abd60b20d5}");
 

@@ -1,23 +1,15 @@
 // Disks by serial number, and the comparison of the protection set with the disks that the application uses.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstddef>
 #include <cstring>
 #include <functional>
 #include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "tests/support/forwarding_host.h"
-#include "tests/support/host_fixture.h"
-#include "tests/support/snapshot_request.h"
+#include "tests/support/request_fixture.h"
 
 namespace varnel::test {
 namespace {
-
-using testing::SizeIs;
 
 using Serials = std::vector<std::wstring>;
 
@@ -150,7 +142,7 @@ TEST_F(DriveScan, ADriveThatDoesNotAnswerThrowsItsCodeAndIsClosed) {
   EXPECT_THAT(log.Errors(), ElementsAre("DeviceIoControl() Failed, IOCTL=IOCTL_STORAGE_QUERY_PROPERTY, Error=1117",
                                         "ERROR: Win32 call L\"GetSerialNoForDisk\" failed.", "- GetLastError() == 1117",
                                         "- Error text: Error: 0x8007045d"));
-  EXPECT_THAT(host().calls().lines(), testing::Contains("CloseHandle(\\\\.\\PhysicalDrive2) = ok"));
+  EXPECT_THAT(host().calls().lines(), Contains("CloseHandle(\\\\.\\PhysicalDrive2) = ok"));
 }
 
 TEST_F(DriveScan, ADriveThatVanishesBeforeItAnswersEndsTheScan) {
@@ -162,7 +154,7 @@ TEST_F(DriveScan, ADriveThatVanishesBeforeItAnswersEndsTheScan) {
 TEST_F(DriveScan, AFailureWithoutACodeCountsAsAGeneralFailure) {
   FailCall("CreateFileW", ERROR_SUCCESS);
   EXPECT_EQ(ThrownLong([&] { Scan(); }), Win32Failure(ERROR_GEN_FAILURE));
-  EXPECT_THAT(log.Errors(), testing::Contains("- GetLastError() == 31"));
+  EXPECT_THAT(log.Errors(), Contains("- GetLastError() == 31"));
 }
 
 TEST_F(DriveScan, TakesASerialNumberAsItStandsUpTo511Characters) {
@@ -625,7 +617,7 @@ TEST_F(ProtectionSet, AnApplicationOnMoreDisksThanListedIsAWarningToo) {
   EXPECT_EQ(Deferred().GetAlertCode(), 701);
   EXPECT_THAT(request.probe.extraSerialNumbers(), IsEmpty());
   EXPECT_THAT(request.alerts(),
-              testing::StartsWith("status=ExtarVolumesInVolColl, VolumesInvolvedInSnapshot =2 , ExtraVolumes =0,"));
+              StartsWith("status=ExtarVolumesInVolColl, VolumesInvolvedInSnapshot =2 , ExtraVolumes =0,"));
 }
 
 TEST_F(ProtectionSet, BlanksMakeADiskAnotherDisk) {

@@ -1,9 +1,7 @@
 // The records of writers, components and files as an agent's own requestor uses them: plain values.
 #include <map>
 #include <set>
-#include <string>
 #include <type_traits>
-#include <vector>
 
 #include "tests/support/request_fixture.h"
 
@@ -74,8 +72,7 @@ class RecordsTest : public HostFixture {
 };
 
 TEST_F(RecordsTest, AnAgentReadsAndChangesThemInPlace) {
-  SnapshotRequest<Agent> request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<Agent> request;
   EXPECT_EQ(request.probe.writers()[0].name, L"Mail (seen)");
   EXPECT_TRUE(request.probe.writers()[1].excluded);
   const VssComponent& component = request.component(0, 0);

@@ -3,14 +3,10 @@
 #include <new>
 #include <optional>
 #include <stdexcept>
-#include <string>
 #include <type_traits>
-#include <utility>
-#include <vector>
 
 #include "simulator/vss/backup_document.h"
-#include "tests/support/host_fixture.h"
-#include "tests/support/snapshot_request.h"
+#include "tests/support/request_fixture.h"
 
 namespace varnel::test {
 namespace {
@@ -308,7 +304,7 @@ TEST_F(InitializeTest, ARestoreNeverSetsAContextButKeepsIt) {
     CVarnel requestor(0);
     Initialize(requestor, {context, SavedDocument(), true, VSS_BT_FULL});
     EXPECT_THAT(Calls("IVssBackupComponents::SetContext"), IsEmpty());
-    EXPECT_THAT(Calls("IVssBackupComponents::SetBackupState"), testing::SizeIs(1));
+    EXPECT_THAT(Calls("IVssBackupComponents::SetBackupState"), SizeIs(1));
     EXPECT_EQ(requestor.GetContext(), context);
     EXPECT_THAT(log.lines, IsEmpty());
   }
@@ -385,7 +381,7 @@ TEST_F(InitializeTest, EveryFailingCallLeavesItsAlertAndIsThrown) {
         EXPECT_EQ(probe.restoreMode(), failing.restore && failing.modeKept);
         EXPECT_EQ(requestor.GetContext(), failing.contextKept ? 9u : 0u);
         EXPECT_EQ(probe.diskAndVolumeEnumerator(), nullptr);
-        EXPECT_THAT(LastServiceCall(), testing::StartsWith(failing.call));
+        EXPECT_THAT(LastServiceCall(), StartsWith(failing.call));
       }
       ExpectNothingLive();
     }
@@ -430,7 +426,7 @@ TEST_F(InitializeTest, ASecondCallReplacesTheObject) {
   EXPECT_FALSE(probe.metadataGathered());
   EXPECT_EQ(requestor.GetContext(), 0u);
   EXPECT_EQ(details_, "");
-  EXPECT_THAT(Calls("CreateVssBackupComponents"), testing::SizeIs(2));
+  EXPECT_THAT(Calls("CreateVssBackupComponents"), SizeIs(2));
 }
 
 TEST_F(InitializeTest, ASecondCallThatFailsLeavesNoObject) {
@@ -453,7 +449,7 @@ TEST_F(InitializeTest, TheWriterListAndTheInputSurviveASecondCall) {
   probe.writers().emplace_back();
   Initialize(requestor, {});
   EXPECT_THAT(probe.inputSerialNumbers(), ElementsAre(L"TSL0001"));
-  EXPECT_THAT(probe.writers(), testing::SizeIs(1));
+  EXPECT_THAT(probe.writers(), SizeIs(1));
 }
 
 TEST_F(InitializeTest, ARequestorThatWasNeverInitialisedIsDestroyedQuietly) {

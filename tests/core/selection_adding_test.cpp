@@ -4,10 +4,6 @@
 namespace varnel::test {
 namespace {
 
-using testing::EndsWith;
-using testing::SizeIs;
-using testing::StartsWith;
-
 // ---- discarding and adding ----
 
 class Steps : public HostFixture {
@@ -131,7 +127,7 @@ TEST_F(Selection, AComponentThatTheServiceHasAlreadyIsAFailure) {
   InstallComponents({MakeComponent(L"", L"one", {L"E:\\one"}), MakeComponent(L"", L"ONE", {L"E:\\one"})});
   GatheredRequest request;
   EXPECT_EQ(ThrownLong([&] { Select(request); }), Failure(VSS_E_OBJECT_ALREADY_EXISTS));
-  EXPECT_THAT(request.alerts(), testing::HasSubstr("Component=\\ONE,"));
+  EXPECT_THAT(request.alerts(), HasSubstr("Component=\\ONE,"));
 }
 
 // ---- cost ----

@@ -6,10 +6,6 @@
 namespace varnel::test {
 namespace {
 
-using testing::Contains;
-using testing::SizeIs;
-using testing::StartsWith;
-
 // ---- the writer code ----
 
 class NamedDatabases : public Selection {

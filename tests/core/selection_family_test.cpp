@@ -1,15 +1,11 @@
 // Parents and children in a selection, against the pairwise rules.
 #include <optional>
 #include <random>
-#include <utility>
-#include <vector>
 
 #include "tests/core/selection_fixture.h"
 
 namespace varnel::test {
 namespace {
-
-using testing::SizeIs;
 
 // ---- parents and children ----
 

@@ -3,9 +3,6 @@
 
 #include <map>
 #include <set>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "tests/support/request_fixture.h"
 

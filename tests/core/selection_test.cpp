@@ -1,15 +1,11 @@
 // Which writers and components take part in a backup: the whole selection and what makes a component eligible.
 #include <map>
 #include <stdexcept>
-#include <vector>
 
 #include "tests/core/selection_fixture.h"
 
 namespace varnel::test {
 namespace {
-
-using testing::Contains;
-using testing::StartsWith;
 
 // ---- the whole selection ----
 
@@ -188,7 +184,7 @@ TEST_F(Selection, AnUnknownSerialNumberMatchesNoDisk) {
   GatheredRequest request({.serialNumbers = {L"TSL9999"}});
   EXPECT_THROW(Select(request), VarnelException);
   EXPECT_THAT(log.Warnings(), ElementsAre("Volume not in input list, State=NotEligible"));
-  EXPECT_THAT(request.alerts(), testing::HasSubstr("status=LunMismatch"));
+  EXPECT_THAT(request.alerts(), HasSubstr("status=LunMismatch"));
 }
 
 TEST_F(Selection, ASerialNumberInAnotherCaseMatchesNoDisk) {

@@ -7,9 +7,6 @@
 namespace varnel::test {
 namespace {
 
-using testing::Contains;
-using testing::Not;
-
 constexpr wchar_t kSetId[] = L"{00000002-5e1f-4c3d-9a0b-000000000000}";
 constexpr wchar_t kExtraVolumesText[] = L"Extra volumes found in the volume collection. ";
 constexpr char kPresentVolumeLine[] =
@@ -62,8 +59,7 @@ class SnapshotSetTest : public HostFixture {
 };
 
 TEST_F(SnapshotSetTest, TheStepsRunInTheirOrder) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   const std::string object = "IVssBackupComponents::";
   EXPECT_THAT(
       CallNames(host().calls(), {"IVssBackupComponents", "IVssAsync"}),
@@ -81,8 +77,7 @@ TEST_F(SnapshotSetTest, TheStepsRunInTheirOrder) {
 }
 
 TEST_F(SnapshotSetTest, TheLogTellsTheStepsInTheirOrder) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   const std::string volume = WideToUtf8Lossy(VolumeName(1));
   const std::string device = WideToUtf8Lossy(Device(1));
   EXPECT_THAT(log.All(),
@@ -106,8 +101,7 @@ TEST_F(SnapshotSetTest, TheLogTellsTheStepsInTheirOrder) {
 }
 
 TEST_F(SnapshotSetTest, ASetLeavesItsIdVolumesAndDocument) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   EXPECT_EQ(request.requestor.GetSnapShotSetId(), kSetId);
   ASSERT_EQ(request.probe.snapshotVolumes().size(), 1U);
   const SnapshotVolumeInfo& volume = request.probe.snapshotVolumes()[0];
@@ -120,8 +114,7 @@ TEST_F(SnapshotSetTest, ASetLeavesItsIdVolumesAndDocument) {
 }
 
 TEST_F(SnapshotSetTest, FilesLearnTheSnapshotThatHoldsThem) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   const VssFileDescriptor& file = request.component(0, 0).files[0];
   EXPECT_EQ(file.snapshotDeviceName, Device(1));
   EXPECT_EQ(file.snapshotDiskName, L"\\\\.\\PhysicalDrive3");
@@ -148,8 +141,7 @@ TEST_F(SnapshotSetTest, AFileWhoseVolumeIsSpelledOtherwiseLearnsNothing) {
 
 TEST_F(SnapshotSetTest, AComponentWithAllFilesOnOneVolumeAddsItOnce) {
   Install(Model({L"E:\\db", L"E:\\log", L"E:\\db"}));
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1)));
   EXPECT_EQ(Calls("IVssBackupComponents::AddToSnapshotSet").size(), 1U);
 }
@@ -169,24 +161,20 @@ TEST_F(SnapshotSetTest, VolumesThatDifferOnlyInCaseCountAsOne) {
 
 TEST_F(SnapshotSetTest, VolumesAreAddedInTheOrderOfTheFiles) {
   Install(Model({L"F:\\db", L"E:\\log"}));
-  SnapshotRequest request(BothDisks());
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request(BothDisks());
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(2), VolumeName(1)));
 }
 
 TEST_F(SnapshotSetTest, ExcludedWritersAndComponentsAddNoVolume) {
-  simulator::HostModel model = Model({L"E:\\db"});
-  model.writers[0].components.push_back(MakeComponent(L"mail", L"db2", {L"F:\\db2"}));
-  model.writers.push_back(MakeWriter(L"Other", 2, {MakeComponent(L"", L"store", {L"F:\\store"})}));
-  Install(std::move(model));
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  Install(Model({L"E:\\db"}));
+  model().writers[0].components.push_back(MakeComponent(L"mail", L"db2", {L"F:\\db2"}));
+  model().writers.push_back(MakeWriter(L"Other", 2, {MakeComponent(L"", L"store", {L"F:\\store"})}));
+  CreatedRequest request;
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1)));
 }
 
 TEST_F(SnapshotSetTest, EveryVolumeIsAddedWithTheArraysProvider) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   const std::vector<std::string> added = Calls("IVssBackupComponents::AddToSnapshotSet");
   ASSERT_EQ(added.size(), 1U);
   EXPECT_THAT(added[0], HasSubstr(WideToUtf8Lossy(FormatGuid(CVarnel::TesselVssProviderID))));
@@ -201,9 +189,8 @@ TEST_F(SnapshotSetTest, ExtraVolumesAreAddedBehindTheApplicationsVolumes) {
 }
 
 TEST_F(SnapshotSetTest, EveryVolumeOfAnExtraDiskIsAdded) {
-  simulator::HostModel model = Model({L"E:\\db"});
-  model.disks[2].volumes.push_back({VolumeName(20), {}, false, L""});
-  Install(std::move(model));
+  Install(Model({L"E:\\db"}));
+  model().disks[2].volumes.push_back({VolumeName(20), {}, false, L""});
   SnapshotRequest request({.serialNumbers = {L"TSL0001", L"tsl0002"}});
   EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"tsl0002"));
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(2), VolumeName(20)));
@@ -240,17 +227,15 @@ TEST_F(SnapshotSetTest, AnExtraSerialOfTheSystemDiskContributesNoVolume) {
 }
 
 TEST_F(SnapshotSetTest, AnEmptyExtraListAddsNoVolumeAndLogsNothingForIt) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   EXPECT_THAT(request.probe.extraSerialNumbers(), IsEmpty());
   EXPECT_THAT(LinesWith("extra"), IsEmpty());
   EXPECT_THAT(log.Warnings(), IsEmpty());
 }
 
 TEST_F(SnapshotSetTest, ExtraVolumesOfSeveralDisksKeepTheOrderOfTheirSerials) {
-  simulator::HostModel model = Model({L"E:\\db"});
-  model.disks.push_back(MakeDisk(L"TSL0003", 5, L"H:\\"));
-  Install(std::move(model));
+  Install(Model({L"E:\\db"}));
+  model().disks.push_back(MakeDisk(L"TSL0003", 5, L"H:\\"));
   SnapshotRequest request({.serialNumbers = {L"TSL0003", L"TSL0001", L"TSL0002"}});
   EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0003, TSL0002"));
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(5), VolumeName(2)));
@@ -287,8 +272,7 @@ TEST_F(SnapshotSetTest, APartialWriterFailureTakesPrecedenceOverTheExtraVolumesW
 }
 
 TEST_F(SnapshotSetTest, ATransportableSetsPropertiesAreNotRead) {
-  SnapshotRequest request({.context = VSS_VOLSNAP_ATTR_TRANSPORTABLE});
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request({.context = VSS_VOLSNAP_ATTR_TRANSPORTABLE});
   EXPECT_THAT(Calls("IVssBackupComponents::GetSnapshotProperties"), IsEmpty());
   EXPECT_EQ(request.probe.snapshotVolumes()[0].snapshotDeviceName, L"");
   EXPECT_NE(request.probe.snapshotVolumes()[0].snapshotId, L"");
@@ -300,8 +284,7 @@ TEST_F(SnapshotSetTest, ATransportableSetsPropertiesAreNotRead) {
 }
 
 TEST_F(SnapshotSetTest, APersistentTransportableSetsPropertiesAreNotReadEither) {
-  SnapshotRequest request({.context = DWORD{VSS_CTX_APP_ROLLBACK} | VSS_VOLSNAP_ATTR_TRANSPORTABLE});
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request({.context = DWORD{VSS_CTX_APP_ROLLBACK} | VSS_VOLSNAP_ATTR_TRANSPORTABLE});
   EXPECT_THAT(LinesWith("Getting snapshot properties"), IsEmpty());
 }
 
@@ -338,13 +321,11 @@ TEST_F(SnapshotSetTest, TheTestPointFailsTheRequestAfterTheSecondWriterCheckWith
 }
 
 TEST_F(SnapshotSetTest, OtherTestPointsDoNotDisturbTheRequest) {
-  SnapshotRequest request({.testPoints = ~kTestPointFailDoSnapshotSet});
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request({.testPoints = ~kTestPointFailDoSnapshotSet});
 }
 
 TEST_F(SnapshotSetTest, ASecondSaveFreesTheFirstDocument) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   const std::wstring first = request.requestor.GetBackupDocument();
   request.probe.SaveBackupComponentsDocument(request.details());
   EXPECT_EQ(request.requestor.GetBackupDocument(), first);
@@ -372,8 +353,7 @@ TEST_F(SnapshotSetTest, PropertiesAreAskedForTwiceAndBothAnswersAreFreed) {
 
 TEST_F(SnapshotSetTest, AnEmptyFirstAnswerAboutASnapshotDoesNotCount) {
   FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 1);
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   EXPECT_EQ(request.probe.snapshotVolumes()[0].snapshotDeviceName, Device(1));
 }
 
@@ -414,8 +394,7 @@ TEST_F(SnapshotSetTest, ASnapshotWhoseDiskHasNoSerialNumberIsReportedToTheLogOnl
 
 TEST_F(SnapshotSetTest, TheDisksAreEnumeratedAgainForEverySnapshot) {
   Install(Model({L"E:\\db", L"F:\\log"}));
-  SnapshotRequest request(BothDisks());
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request(BothDisks());
   EXPECT_EQ(LinesWith("re-enumerating cache").size(), 2U);
   EXPECT_EQ(request.component(0, 0).files[0].snapshotSerialNumber, L"SHADOW-TSL0001");
   EXPECT_EQ(request.component(0, 0).files[1].snapshotSerialNumber, L"SHADOW-TSL0002");
@@ -589,8 +568,7 @@ TEST_F(SnapshotSetTest, AProviderThatHoldsWritesTooLongFailsTheSnapshot) {
 
 TEST_F(SnapshotSetTest, AProviderThatJustMakesItTakesTheSnapshot) {
   model().commitMilliseconds = 10000;
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   EXPECT_EQ(host().machine().now, 10000U);
 }
 
@@ -605,8 +583,7 @@ TEST_F(SnapshotSetTest, AWriterThatStaysFrozenTooLongFailsTheRequestAfterTheSnap
 
 TEST_F(SnapshotSetTest, AWriterThatJustMakesItDoesWell) {
   model().freezeMilliseconds = 60000;
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
 }
 
 TEST_F(SnapshotSetTest, EveryCallWithoutABackupObjectIsOutOfState) {
@@ -639,8 +616,7 @@ TEST_F(SnapshotSetTest, PropertiesWithoutABackupObjectAreLoggedInThreeLines) {
 }
 
 TEST_F(SnapshotSetTest, PropertiesWithoutAnEnumeratorThrowAnInvalidPointer) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   request.requestor.SetDiskAndVolumeEnumeratorObj(nullptr);
   EXPECT_EQ(OutcomeOf([&] { request.probe.GetSnapShotProperties(request.details()); }), Outcome::Thrown(E_POINTER));
   EXPECT_THAT(log.Errors(), ElementsAre("No disk and volume enumerator has been set"));
@@ -661,12 +637,11 @@ TEST_F(SnapshotSetTest, ARequestWithoutAnEnumeratorFindsNothingOnTheDisks) {
   request.Start();
   request.requestor.SetDiskAndVolumeEnumeratorObj(nullptr);
   EXPECT_EQ(request.Create().alertCode, 602);
-  EXPECT_THAT(request.alerts(), testing::StartsWith("status=LunMismatch, "));
+  EXPECT_THAT(request.alerts(), StartsWith("status=LunMismatch, "));
 }
 
 TEST_F(SnapshotSetTest, AnotherRequestForgetsTheFirstOnesMessages) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   request.probe.writerErrorText() = L"left over";
   request.probe.failedComponents() = {L"left over"};
   EXPECT_EQ(request.Create(), Outcome::Thrown(VSS_E_BAD_STATE));  // the object has been used up
@@ -677,8 +652,7 @@ TEST_F(SnapshotSetTest, AnotherRequestForgetsTheFirstOnesMessages) {
 }
 
 TEST_F(SnapshotSetTest, AnotherRequestAppendsToTheVolumesOfTheFirst) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   request.requestor.SetInputDriveSerialNos({L"TSL0002"});
   request.probe.writers().clear();
   model().writers = {MakeWriter(L"Web", 2, {MakeComponent(L"", L"site", {L"F:\\web"})})};
@@ -690,18 +664,14 @@ TEST_F(SnapshotSetTest, AnotherRequestAppendsToTheVolumesOfTheFirst) {
 
 TEST_F(SnapshotSetTest, AnAutoReleaseSetGoesWithItsRequestor) {
   {
-    SnapshotRequest request;
-    EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+    CreatedRequest request;
     EXPECT_EQ(host().machine().snapshots->SurfacedCopies().size(), 1U);
   }
   EXPECT_THAT(host().machine().snapshots->SurfacedCopies(), IsEmpty());
 }
 
 TEST_F(SnapshotSetTest, APersistentSetOutlivesItsRequestor) {
-  {
-    SnapshotRequest request({.context = VSS_CTX_APP_ROLLBACK});
-    EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
-  }
+  { CreatedRequest request({.context = VSS_CTX_APP_ROLLBACK}); }
   EXPECT_EQ(host().machine().snapshots->SurfacedCopies().size(), 1U);
 }
 

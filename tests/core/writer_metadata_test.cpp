@@ -1,8 +1,5 @@
 // The requestor's records of writers, components and files, read from the simulated service's metadata.
 #include <cstdint>
-#include <memory>
-#include <utility>
-#include <vector>
 
 #include "tests/core/component_paths.h"
 #include "tests/support/forwarding_vss.h"
@@ -10,8 +7,6 @@
 
 namespace varnel::test {
 namespace {
-
-using testing::SizeIs;
 
 using simulator::HostModel;
 using simulator::Writer;

@@ -90,7 +90,7 @@ TEST_F(WriterStatusTest, EveryOtherContextGathersTheStatus) {
     Forget();
     request.probe.context() = context;
     EXPECT_EQ(request.CheckStatus(), Outcome::Returned());
-    EXPECT_THAT(Calls("IVssBackupComponents::GatherWriterStatus"), testing::SizeIs(1));
+    EXPECT_THAT(Calls("IVssBackupComponents::GatherWriterStatus"), SizeIs(1));
   }
 }
 
@@ -168,9 +168,8 @@ TEST_F(WriterStatusTest, AWriterWithoutAddedComponentsGivesAnEmptyList) {
 }
 
 TEST_F(WriterStatusTest, TheErrorTextComesFromTheServicesMessageTable) {
-  simulator::HostModel model = HostOfThreeWriters();
-  model.vssMessages = {{{0x800423F3, L"Try again.\r\n"}}};
-  Install(std::move(model));
+  Install(HostOfThreeWriters());
+  model().vssMessages = {{{0x800423F3, L"Try again.\r\n"}}};
   FailWriter(Fault(L"Web", WriterEvent::prepareSnapshot, VSS_E_WRITERERROR_RETRYABLE));
   SnapshotRequest request;
   const Outcome outcome = request.StartAndCreate();
@@ -194,10 +193,9 @@ TEST_F(WriterStatusTest, AWriterThatFailedAtFreezeWithoutAFailureCodeCountsAsSuc
   WriterFault fault = Fault(L"Mail", WriterEvent::postSnapshot, S_OK);
   fault.state = VSS_WS_FAILED_AT_FREEZE;
   FailWriter(fault);
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   EXPECT_EQ(request.alerts(), "");
-  EXPECT_THAT(log.All(), testing::Contains("I Writer=Mail, WriterStatus=VSS_WS_FAILED_AT_FREEZE, WriterError=S_OK"));
+  EXPECT_THAT(log.All(), Contains("I Writer=Mail, WriterStatus=VSS_WS_FAILED_AT_FREEZE, WriterError=S_OK"));
 }
 
 TEST_F(WriterStatusTest, TheApplicationsResultOfASuccessfulWriterIsNotItsOwn) {
@@ -206,11 +204,10 @@ TEST_F(WriterStatusTest, TheApplicationsResultOfASuccessfulWriterIsNotItsOwn) {
   fault.applicationResult = kApplicationResult;
   fault.applicationMessage = L"nothing to worry about";
   FailWriter(fault);
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   EXPECT_EQ(request.alerts(), "");
-  EXPECT_THAT(log.All(), testing::Contains("I Writer=Mail, WriterStatus=VSS_WS_STABLE, WriterError=S_OK"));
-  EXPECT_THAT(log.All(), testing::Not(testing::Contains(HasSubstr("80040e14"))));
+  EXPECT_THAT(log.All(), Contains("I Writer=Mail, WriterStatus=VSS_WS_STABLE, WriterError=S_OK"));
+  EXPECT_THAT(log.All(), Not(Contains(HasSubstr("80040e14"))));
   EXPECT_FALSE(request.component(0, 0).failed);
 }
 
@@ -225,11 +222,10 @@ TEST_F(WriterStatusTest, APositiveFailureCodeIsAFailureToo) {
 
 TEST_F(WriterStatusTest, WritersThatAreNotSelectedNeverProduceAlertsOrMessages) {
   FailWriter(Fault(L"Other", WriterEvent::prepareBackup, VSS_E_WRITERERROR_NONRETRYABLE));
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   EXPECT_EQ(request.alerts(), "");
   EXPECT_THAT(log.Errors(), IsEmpty());
-  EXPECT_THAT(log.All(), testing::Not(testing::Contains(HasSubstr("Writer=Other, WriterStatus"))));
+  EXPECT_THAT(log.All(), Not(Contains(HasSubstr("Writer=Other, WriterStatus"))));
   EXPECT_THAT(request.probe.failedComponents(), IsEmpty());
 }
 
@@ -366,7 +362,7 @@ TEST_F(WriterStatusTest, AComponentWithoutALogicalPathHasABackslashInFrontOfItsN
   FailWriter(fault);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate().alertCode, 600);
-  EXPECT_THAT(request.alerts(), testing::EndsWith(ComponentRecord("\\site", "VSS_E_WRITERERROR_TIMEOUT")));
+  EXPECT_THAT(request.alerts(), EndsWith(ComponentRecord("\\site", "VSS_E_WRITERERROR_TIMEOUT")));
   EXPECT_TRUE(request.component(1, 0).failed);
 }
 
@@ -633,11 +629,11 @@ TEST_F(WriterStatusTest, ALongApplicationMessageIsShortenedInTheRecordAndWholeIn
   const Outcome outcome = request.StartAndCreate();
   const std::string record = request.alerts();
   EXPECT_EQ(record.size(), 2047U);
-  EXPECT_THAT(record, testing::StartsWith("RequestStatus=WriterFailure, WriterName=Mail, "
-                                          "WriterError=VSS_E_WRITERERROR_RETRYABLE, "
-                                          "WriterStatus=VSS_WS_FAILED_AT_PREPARE_BACKUP, ApplicationError=0x0, "
-                                          "ApplicationMsg=xxx"));
-  EXPECT_THAT(record, testing::EndsWith("xxx..., rc=VssWriterStatusError, ca=CheckWriterState;\n"));
+  EXPECT_THAT(record, StartsWith("RequestStatus=WriterFailure, WriterName=Mail, "
+                                 "WriterError=VSS_E_WRITERERROR_RETRYABLE, "
+                                 "WriterStatus=VSS_WS_FAILED_AT_PREPARE_BACKUP, ApplicationError=0x0, "
+                                 "ApplicationMsg=xxx"));
+  EXPECT_THAT(record, EndsWith("xxx..., rc=VssWriterStatusError, ca=CheckWriterState;\n"));
   ASSERT_EQ(outcome.list.size(), 1U);
   EXPECT_NE(outcome.list[0].find(L"message: " + fault.applicationMessage + L" \n"), std::wstring::npos);
 }
@@ -651,7 +647,7 @@ TEST_F(WriterStatusTest, ALongMessageOfAComponentIsShortenedInItsRecordAndWholeI
   const std::string alerts = request.alerts();
   const std::string record = alerts.substr(alerts.find("RequestStatus=ComponentLevelFailure"));
   EXPECT_EQ(record.size(), 2047U);
-  EXPECT_THAT(record, testing::EndsWith("yyy..., rc=VssPartialWriterError, ca=CheckWriterState;\n"));
+  EXPECT_THAT(record, EndsWith("yyy..., rc=VssPartialWriterError, ca=CheckWriterState;\n"));
   ASSERT_EQ(outcome.list.size(), 1U);
   EXPECT_NE(outcome.list[0].find(L"message: " + fault.components[0].applicationMessage + L" \n"), std::wstring::npos);
 }

@@ -1,9 +1,6 @@
 // What the tests of Exchange share: files on a snapshot, and a host without texts.
 #pragma once
 
-#include <string>
-#include <utility>
-
 #include "requestors/ExchReq.h"
 #include "tests/support/applications.h"
 

@@ -1,16 +1,10 @@
 // Where the verification utility of Exchange is found when the system does not find it.
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "tests/requestors/exchange_fixture.h"
 #include "tests/support/forwarding_host.h"
 
 namespace varnel::test {
 namespace {
-
-using testing::Contains;
-using testing::SizeIs;
 
 const std::wstring kInstallationKey = L"HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\ExchangeServer";
 

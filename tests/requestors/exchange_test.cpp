@@ -1,8 +1,5 @@
 // The requestor of Exchange databases: its writer, its catalogue, the verification of files on the snapshot with the
 // server's own utility, and whole requests.
-#include <string>
-#include <utility>
-#include <vector>
 
 #include <cstdint>
 
@@ -10,9 +7,6 @@
 
 namespace varnel::test {
 namespace {
-
-using testing::Contains;
-using testing::SizeIs;
 
 using testing::SizeIs;  // ---- writers ----
 
@@ -295,8 +289,8 @@ TEST_F(ExchangeVerification, ACodeWithoutATextIsShownAsItIs) {
 TEST_F(ExchangeVerification, AUtilityThatCannotBeStartedIsAVerificationFailure) {
   Install(HostWithoutTexts());
   EXPECT_EQ(Verify(L"DB1.edb"), Outcome::Exception(603, L"Error: 0x80070002"));
-  EXPECT_THAT(log.Errors(), ElementsAre(testing::StartsWith("ERROR: Win32 call \"CreateProcessW("),
-                                        "- GetLastError() == 2", "- Error text: Error: 0x80070002"));
+  EXPECT_THAT(log.Errors(), ElementsAre(StartsWith("ERROR: Win32 call \"CreateProcessW("), "- GetLastError() == 2",
+                                        "- Error text: Error: 0x80070002"));
 }
 
 // The codes 2 and 3 of a process arrive as HRESULTs, which are no reason to look for an installation.
@@ -310,7 +304,7 @@ TEST_F(ExchangeVerification, TheInstallationIsNotLookedForWhenTheUtilityIsMissin
     EXPECT_EQ(Verify(L"DB1.edb").alertCode, 603);
     EXPECT_THAT(Calls("RegOpenKeyExW"), IsEmpty());
   }
-  EXPECT_THAT(log.Of(CFileLog::Information), testing::Not(Contains(HasSubstr("attempt to find a full path"))));
+  EXPECT_THAT(log.Of(CFileLog::Information), Not(Contains(HasSubstr("attempt to find a full path"))));
 }
 
 TEST_F(ExchangeVerification, AFailedWaitIsAVerificationFailureAndClosesTheProcess) {
@@ -331,8 +325,7 @@ class ExchangeRequests : public HostFixture {
 };
 
 TEST_F(ExchangeRequests, OnlyTheWriterOfExchangeTakesPart) {
-  SnapshotRequest<ExchangeReq> request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<ExchangeReq> request;
   EXPECT_THAT(SelectedWriters(request.requestor), ElementsAre(L"Microsoft Exchange Writer"));
   EXPECT_THAT(Calls("IVssBackupComponents::AddComponent"),
               ElementsAre(AddedLine(4, kExchangeWriterId, "Information Store\\EX01", "DB1"),
@@ -342,16 +335,14 @@ TEST_F(ExchangeRequests, OnlyTheWriterOfExchangeTakesPart) {
 }
 
 TEST_F(ExchangeRequests, TheCatalogueHoldsThePathsAndTheCaptions) {
-  SnapshotRequest<ExchangeReq> request;
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<ExchangeReq> request;
   EXPECT_THAT(CatalogueLines(request.requestor),
               ElementsAre("TSL0001 id \\Information Store\\EX01\\DB1", "TSL0001 id \\Information Store\\EX01\\DB2",
                           "TSL0001 name Mailbox DB1", "TSL0001 name Mailbox DB2"));
 }
 
 TEST_F(ExchangeRequests, TheFilesOfTheSnapshotAreVerifiedOneAfterTheOther) {
-  SnapshotRequest<ExchangeReq> request;
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<ExchangeReq> request;
   EXPECT_EQ(request.Verify(), Outcome::Returned());
   const std::string device = R"(\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\)";
   const std::string database = "CreateProcessW(eseutil.exe /k /i \"" + device + "mail\\\\";
@@ -373,8 +364,7 @@ TEST_F(ExchangeRequests, OnlyTheLogsAreVerifiedWhenDatabasesAreLeftOut) {
 
 TEST_F(ExchangeRequests, TheFirstDamagedFileEndsTheVerificationAndMarksNoComponent) {
   model().commands = {{L"*DB2.edb*", 1}, {L"eseutil.exe *", 0}};
-  SnapshotRequest<ExchangeReq> request;
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<ExchangeReq> request;
   EXPECT_EQ(request.Verify(), Outcome::Exception(603, L"Error: 0x80070001"));
   EXPECT_THAT(Calls("CreateProcessW"), SizeIs(3));
   for (const VssComponent& component : request.probe.writers()[3].components) EXPECT_FALSE(component.failed);
@@ -382,8 +372,7 @@ TEST_F(ExchangeRequests, TheFirstDamagedFileEndsTheVerificationAndMarksNoCompone
 
 TEST_F(ExchangeRequests, ASnapshotThatFailedItsVerificationIsDeletedAndItsDatabasesFail) {
   model().commands = {{L"*", 1}};
-  SnapshotRequest<ExchangeReq> request;
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<ExchangeReq> request;
   const Outcome outcome = request.Verify();
   host().calls().Clear();
   EXPECT_EQ(request.Complete(outcome.alertCode), Outcome::Returned());
@@ -393,8 +382,7 @@ TEST_F(ExchangeRequests, ASnapshotThatFailedItsVerificationIsDeletedAndItsDataba
 }
 
 TEST_F(ExchangeRequests, TheTestPointFailsTheVerificationAndNotTheSnapshot) {
-  SnapshotRequest<ExchangeReq> request({.testPoints = kTestPointFailFileVerification});
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<ExchangeReq> request({.testPoints = kTestPointFailFileVerification});
   EXPECT_EQ(request.Verify(), Outcome::Exception(603, L"E_UNEXPECTED"));
   EXPECT_THAT(Calls("CreateProcessW"), IsEmpty());
 }

@@ -13,9 +13,6 @@
 namespace varnel::test {
 namespace {
 
-using testing::Contains;
-using testing::SizeIs;
-
 static_assert(sizeof(HyperVReq) == sizeof(CVarnel), "it adds nothing to its base");
 
 std::string Narrow(const std::wstring& text) {
@@ -499,7 +496,7 @@ TEST_F(HyperVVolumes, ADiskThatLeavesTheClusterMeanwhileIsNoReason) {
     enumerator.EnumerateDisks(true);
   };
   EXPECT_EQ(Validate({5, 6}), 251u);
-  EXPECT_THAT(details, testing::EndsWith("Cluster Disk:" + Name(6) + ";\n"));
+  EXPECT_THAT(details, EndsWith("Cluster Disk:" + Name(6) + ";\n"));
   details = "writer=0,";
   status = "before";
   for (simulator::Disk& disk : model().disks) disk.clustered = true;
@@ -573,8 +570,7 @@ class HyperVRequests : public HostFixture {
 };
 
 TEST_F(HyperVRequests, OnlyTheWritersOfMachinesTakePart) {
-  SnapshotRequest<HyperVReq> request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<HyperVReq> request;
   EXPECT_THAT(SelectedWriters(request.requestor), ElementsAre(kHyperVWriterName, kCsvWriterName));
   EXPECT_THAT(Calls("IVssBackupComponents::AddComponent"),
               ElementsAre(AddedLine(5, kHyperVWriterId, "", "ID-1"), AddedLine(5, kHyperVWriterId, "", "ID-2"),
@@ -584,8 +580,7 @@ TEST_F(HyperVRequests, OnlyTheWritersOfMachinesTakePart) {
 }
 
 TEST_F(HyperVRequests, TheCatalogueHoldsTheMachinesOfBothWriters) {
-  SnapshotRequest<HyperVReq> request;
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<HyperVReq> request;
   EXPECT_THAT(CatalogueLines(request.requestor),
               ElementsAre("TSL0001 id ID-1", "TSL0001 id ID-2", "TSL0001 id ID-3", "TSL0001 id ID-4",
                           "TSL0001 name vm1", "TSL0001 name vm2", "TSL0001 name vm3", "TSL0001 name vm4"));
@@ -638,7 +633,7 @@ TEST_F(HyperVRequests, AWriterThatFailsAltogetherLetsTheSnapshotOfTheOtherStand)
   const Outcome outcome = request.StartAndCreate();
   EXPECT_EQ(outcome.alertCode, 601);
   ASSERT_THAT(outcome.list, SizeIs(1));
-  EXPECT_THAT(Narrow(outcome.list[0]), testing::EndsWith("Failed application components: vm4[ID-4] \n"));
+  EXPECT_THAT(Narrow(outcome.list[0]), EndsWith("Failed application components: vm4[ID-4] \n"));
   EXPECT_EQ(request.alerts(),
             FailedAtPostSnapshot("Cluster Shared Volume VSS Writer", "VSS_E_WRITERERROR_NONRETRYABLE"));
   EXPECT_THAT(CatalogueLines(request.requestor), Contains("TSL0001 other id ID-4"));
@@ -666,26 +661,23 @@ TEST_F(HyperVRequests, AWriterOfWhichEveryMachineFailedCameThroughAllTheSame) {
 
 TEST_F(HyperVRequests, AMachineOnTwoDisksIsCataloguedOnBoth) {
   model().writers[4].components[0].files.push_back({L"F:\\vm1", L"data.vhdx"});
-  SnapshotRequest<HyperVReq> request(BothDisks());
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<HyperVReq> request(BothDisks());
   EXPECT_THAT(CatalogueLines(request.requestor), Contains("TSL0001 id ID-1"));
   EXPECT_THAT(CatalogueLines(request.requestor), Contains("TSL0002 id ID-1"));
 }
 
 TEST_F(HyperVRequests, VerifyingTheSnapshotRunsNoProgram) {
-  SnapshotRequest<HyperVReq> request;
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<HyperVReq> request;
   EXPECT_EQ(request.Verify(), Outcome::Returned());
   EXPECT_THAT(Calls("CreateProcessW"), IsEmpty());
 }
 
 TEST_F(HyperVRequests, TheVolumesOfARequestThatWasValidatedAreSnapshotted) {
-  simulator::HostModel model = HostWithEveryApplication();
-  model.cluster = simulator::ClusterNode{L"CLU01", {}};
-  model.disks[1].clustered = true;
-  model.disks[1].volumes[0].csv = true;
-  model.fileVersions[L"C:\\Windows\\system32\\vmms.exe"] = L"10.0.17763.1";
-  Install(std::move(model));
+  Install(HostWithEveryApplication());
+  model().cluster = simulator::ClusterNode{L"CLU01", {}};
+  model().disks[1].clustered = true;
+  model().disks[1].volumes[0].csv = true;
+  model().fileVersions[L"C:\\Windows\\system32\\vmms.exe"] = L"10.0.17763.1";
   SnapshotRequest<HyperVReq> request;
   std::string status;
   EXPECT_EQ(request.requestor.ValidateHostConfiguration(request.details()), 0u);

@@ -6,8 +6,6 @@
 namespace varnel::test {
 namespace {
 
-using testing::Contains;
-
 static_assert(sizeof(SqlReq) == sizeof(CVarnel), "it adds nothing to its base");
 
 // ---- writers ----
@@ -66,9 +64,8 @@ TEST_F(SqlWriters, OneOfThemOnTheHostIsPresent) {
 }
 
 TEST_F(SqlWriters, NoneOfThemOnTheHostIsNotPresent) {
-  simulator::HostModel model = HostWithEveryApplication();
-  model.writers.erase(model.writers.begin() + 1, model.writers.begin() + 3);
-  Install(std::move(model));
+  Install(HostWithEveryApplication());
+  model().writers.erase(model().writers.begin() + 1, model().writers.begin() + 3);
   std::string details;
   EXPECT_FALSE(SqlReq(0).IsWriterPresent(details));
 }
@@ -139,8 +136,7 @@ class SqlRequests : public HostFixture {
 };
 
 TEST_F(SqlRequests, OnlyTheWritersOfSqlServerTakePart) {
-  SnapshotRequest<SqlReq> request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<SqlReq> request;
   EXPECT_THAT(SelectedWriters(request.requestor), ElementsAre(L"MSDEWriter", L"SqlServerWriter"));
   EXPECT_THAT(
       Calls("IVssBackupComponents::AddComponent"),
@@ -154,8 +150,7 @@ TEST_F(SqlRequests, OnlyTheWritersOfSqlServerTakePart) {
 }
 
 TEST_F(SqlRequests, TheCatalogueHoldsThePathsOfTheDatabasesWithoutNames) {
-  SnapshotRequest<SqlReq> request;
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<SqlReq> request;
   EXPECT_THAT(CatalogueLines(request.requestor),
               ElementsAre("TSL0001 id \\SQL01\\old", "TSL0001 id \\SQL01\\sales", "TSL0001 id \\SQL01\\crm"));
 }
@@ -172,8 +167,7 @@ TEST_F(SqlRequests, OnlyTheDatabasesThatTheMetadataServiceNamesAreBackedUp) {
 }
 
 TEST_F(SqlRequests, VerifyingTheSnapshotRunsNoProgram) {
-  SnapshotRequest<SqlReq> request;
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest<SqlReq> request;
   EXPECT_EQ(request.Verify(), Outcome::Returned());
   EXPECT_THAT(Calls("CreateProcessW"), IsEmpty());
 }

@@ -18,9 +18,15 @@
 
 namespace varnel::test {
 
+using testing::Contains;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+using testing::StartsWith;
 
 /// "\\?\Volume{0000000N-...}\" for a small number.
 inline std::wstring VolumeName(int n) {

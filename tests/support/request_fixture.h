@@ -108,13 +108,21 @@ inline simulator::HostModel HostOfThreeWriters() {
   return model;
 }
 
-/// A request whose set was taken; what the test's host logs and is called from then on is the next operation's.
+/// A request whose set was taken.
 template <class Requestor = CVarnel>
-class TakenRequest : public SnapshotRequest<Requestor> {
+class CreatedRequest : public SnapshotRequest<Requestor> {
+ public:
+  explicit CreatedRequest(RequestOptions options = {}) : SnapshotRequest<Requestor>(std::move(options)) {
+    EXPECT_EQ(this->StartAndCreate(), Outcome::Returned());
+  }
+};
+
+/// The same; what the test's host logs and is called from then on is the next operation's.
+template <class Requestor = CVarnel>
+class TakenRequest : public CreatedRequest<Requestor> {
  public:
   explicit TakenRequest(HostFixture& test, RequestOptions options = {})
-      : SnapshotRequest<Requestor>(std::move(options)) {
-    EXPECT_EQ(this->StartAndCreate(), Outcome::Returned());
+      : CreatedRequest<Requestor>(std::move(options)) {
     test.Forget();
   }
 };
