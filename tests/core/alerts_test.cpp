@@ -460,8 +460,6 @@ TEST(AlertValues, OnlyTheLow32BitsOfANumberCount) {
               HasSubstr("VolumesInvolvedInSnapshot =2 , ExtraVolumes =-1, "));
 }
 
-// ---- Log and error details ----
-
 class AlertChannels : public HostFixture {};
 
 TEST_F(AlertChannels, EveryRecordIsLoggedOnceAndAppendedWithItsEnding) {

@@ -9,8 +9,6 @@
 namespace varnel::test {
 namespace {
 
-// ---- CheckCommError ----
-
 class CheckCommErrorTest : public HostFixture {
  protected:
   std::optional<long> Check(long hr, std::string call) {
@@ -79,8 +77,6 @@ TEST_F(CheckCommErrorTest, PercentSignsInTheCallAreText) {
   Check(E_UNEXPECTED, "100%s%n()");
   EXPECT_EQ(details_, "100%s%n()=Failed, error=E_UNEXPECTED, rc=COMMError, ca=ContactTechSupport;\n");
 }
-
-// ---- Reports of failed calls ----
 
 class ReportTest : public HostFixture {};
 

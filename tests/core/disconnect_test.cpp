@@ -560,6 +560,12 @@ class ScriptedDisconnectTest : public DisconnectTest {
     return outcome;
   }
 
+  /// One session, unless a test says otherwise.
+  void SetUp() override {
+    DisconnectTest::SetUp();
+    initiator.lists = {{ERROR_INSUFFICIENT_BUFFER, kSessionBytes, 1}, {ERROR_SUCCESS, kSessionBytes, 1}};
+  }
+
   ScriptedInitiator initiator;
   bool onSnapshotDisk = true;
 };
@@ -588,7 +594,6 @@ TEST_F(ScriptedDisconnectTest, ACountWithoutABufferIsNone) {
   EXPECT_THAT(log.All(), ElementsAre(kDisconnecting));
   log.lines.clear();
   StartOver();
-  initiator.lists = {{ERROR_INSUFFICIENT_BUFFER, kSessionBytes, 1}, {ERROR_SUCCESS, kSessionBytes, 1}};
   initiator.queries = {{ERROR_ACCESS_DENIED, 3}, {ERROR_SUCCESS, 3}};
   initiator.asked.clear();
   EXPECT_EQ(DisconnectScripted(), Outcome::Returned());
@@ -598,7 +603,6 @@ TEST_F(ScriptedDisconnectTest, ACountWithoutABufferIsNone) {
 }
 
 TEST_F(ScriptedDisconnectTest, ARoomOfNoDeviceIsStillAskedForAndPassedOver) {
-  initiator.lists = {{ERROR_INSUFFICIENT_BUFFER, kSessionBytes, 1}, {ERROR_SUCCESS, kSessionBytes, 1}};
   initiator.queries = {{ERROR_INSUFFICIENT_BUFFER, 0}};
   EXPECT_EQ(DisconnectScripted(), Outcome::Returned());
   EXPECT_THAT(calls, ElementsAre(kAllocated, kAllocated));
@@ -606,7 +610,6 @@ TEST_F(ScriptedDisconnectTest, ARoomOfNoDeviceIsStillAskedForAndPassedOver) {
 
 TEST_F(ScriptedDisconnectTest, RecordsThatAreNotFilledAreZero) {
   initiator.fills = false;
-  initiator.lists = {{ERROR_INSUFFICIENT_BUFFER, kSessionBytes, 1}, {ERROR_SUCCESS, kSessionBytes, 1}};
   initiator.queries = {{ERROR_INSUFFICIENT_BUFFER, 1}, {ERROR_SUCCESS, 1}};
   EXPECT_EQ(DisconnectScripted(), Outcome::Returned());
   EXPECT_THAT(initiator.asked, ElementsAre("list of 0 bytes, no buffer", "list of 64 bytes",
@@ -622,7 +625,6 @@ TEST_F(ScriptedDisconnectTest, ASmallerSecondCountIsTheOneThatHolds) {
 }
 
 TEST_F(ScriptedDisconnectTest, ACountThatABusyAnswerRaisedIsNotTakenForRoom) {
-  initiator.lists = {{ERROR_INSUFFICIENT_BUFFER, kSessionBytes, 1}, {ERROR_SUCCESS, kSessionBytes, 1}};
   initiator.queries = {{ERROR_INSUFFICIENT_BUFFER, 1}, {iscsi::kDeviceBusyOnSession, 5}, {ERROR_SUCCESS, 1}};
   EXPECT_EQ(DisconnectScripted(), Outcome::Returned());
   EXPECT_THAT(log.Warnings(), ElementsAre(BusyWarning(5).substr(2)));
@@ -630,7 +632,6 @@ TEST_F(ScriptedDisconnectTest, ACountThatABusyAnswerRaisedIsNotTakenForRoom) {
 }
 
 TEST_F(ScriptedDisconnectTest, TheWarningShowsTheCountThatTheBusyAnswerLeft) {
-  initiator.lists = {{ERROR_INSUFFICIENT_BUFFER, kSessionBytes, 1}, {ERROR_SUCCESS, kSessionBytes, 1}};
   initiator.queries = {{ERROR_INSUFFICIENT_BUFFER, 2}, {iscsi::kDeviceBusyOnSession, 1}, {ERROR_SUCCESS, 1}};
   EXPECT_EQ(DisconnectScripted(), Outcome::Returned());
   EXPECT_THAT(log.Warnings(), ElementsAre(BusyWarning(1).substr(2)));

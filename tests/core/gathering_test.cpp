@@ -40,16 +40,19 @@ HostModel ModelWithWriters(DWORD writers) {
   return model;
 }
 
+// An initialised requestor; what follows is all that the log and the call log hold.
+class StartedRequest : public SnapshotRequest<> {
+ public:
+  explicit StartedRequest(HostFixture& test) {
+    Initialize();
+    test.Forget();
+  }
+};
+
 class GatheringTest : public HostFixture {
  protected:
   void Install(HostModel model) {
     HostFixture::Install(std::move(model));
-    log.lines.clear();
-  }
-  /// An initialised requestor; what follows is all that the log and the call log hold.
-  void Start(SnapshotRequest<>& request) {
-    request.requestor.Initialize(0, L"", false, VSS_BT_FULL, request.details(), &request.enumerator);
-    host().calls().Clear();
     log.lines.clear();
   }
   static std::optional<long> Gather(SnapshotRequest<>& request) {
@@ -64,8 +67,7 @@ TEST_F(GatheringTest, AsksWaitsAndReadsEveryWriterInOrder) {
   model().writers[0].excludeFiles = {{L"E:\\tmp", L"*"}};
   model().writers[0].components[0].notifyOnBackupComplete = true;
   model().writers[1].components.clear();
-  SnapshotRequest<> request;
-  Start(request);
+  StartedRequest request(*this);
   EXPECT_EQ(Gather(request), std::nullopt);
   EXPECT_THAT(
       host().calls().lines(),
@@ -123,8 +125,7 @@ TEST_F(GatheringTest, WithoutAnObjectIsABadState) {
 
 TEST_F(GatheringTest, ASuccessWithoutAnOperationIsUnexpected) {
   for (const HRESULT success : {S_OK, S_FALSE}) {
-    SnapshotRequest<> request;
-    Start(request);
+    StartedRequest request(*this);
     FailCall("IVssBackupComponents::GatherWriterMetadata", success);
     EXPECT_EQ(Gather(request), Failure(E_UNEXPECTED));
     EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->GatherWriterMetadata(&pAsync)", "E_UNEXPECTED"));
@@ -134,8 +135,7 @@ TEST_F(GatheringTest, ASuccessWithoutAnOperationIsUnexpected) {
 
 TEST_F(GatheringTest, ASuccessWithoutAWritersMetadataIsUnexpected) {
   Install(ModelWithWriters(2));
-  SnapshotRequest<> request;
-  Start(request);
+  StartedRequest request(*this);
   FailCall("IVssBackupComponents::GetWriterMetadata", S_FALSE, 2);
   EXPECT_EQ(Gather(request), Failure(E_UNEXPECTED));
   EXPECT_EQ(request.alerts(), ComRecord("GetWriterMetadata()", "E_UNEXPECTED"));
@@ -166,8 +166,7 @@ TEST_F(GatheringTest, EveryFailingCallLeavesItsAlertAndIsThrown) {
       SCOPED_TRACE(std::string(failing.operation) + " " + name);
       Install(ModelWithWriters(3));
       {
-        SnapshotRequest<> request;
-        Start(request);
+        StartedRequest request(*this);
         request.details() = "writer=1,";
         FailCall(failing.call, code, failing.occurrence);
         EXPECT_EQ(Gather(request), Failure(code));
@@ -189,8 +188,7 @@ TEST_F(GatheringTest, AnOperationThatFailedIsReportedAndThrown) {
     SCOPED_TRACE(name);
     Install(ModelWithWriters(1));
     {
-      SnapshotRequest<> request;
-      Start(request);
+      StartedRequest request(*this);
       request.details() = "writer=1,";
       host().faults().FailAsync("GatherWriterMetadata", code);
       EXPECT_EQ(Gather(request), Failure(code));
@@ -206,16 +204,13 @@ TEST_F(GatheringTest, AnOperationThatFailedIsReportedAndThrown) {
 
 TEST_F(GatheringTest, ACancelledOperationIsNoFailureOfTheWait) {
   Install(ModelWithWriters(1));
-  SnapshotRequest<> request;
-  Start(request);
+  StartedRequest request(*this);
   host().faults().FailAsync("GatherWriterMetadata", VSS_S_ASYNC_CANCELLED);
   // The service then has no metadata to count.
   EXPECT_EQ(Gather(request), Failure(VSS_E_BAD_STATE));
   EXPECT_EQ(request.alerts(), ComRecord("GetWriterMetadataCount()", "VSS_E_BAD_STATE"));
   EXPECT_TRUE(request.probe.metadataGathered());
 }
-
-// ---- Waiting ----
 
 class WaitingTest : public GatheringTest {
  protected:
@@ -308,8 +303,7 @@ TEST_F(GatheringTest, MetadataIsGivenBackOnce) {
 }
 
 TEST_F(GatheringTest, MetadataThatWasNotGatheredIsNotGivenBack) {
-  SnapshotRequest<> request;
-  Start(request);
+  StartedRequest request(*this);
   request.probe.FreeWriterMetadata();
   EXPECT_THAT(host().calls().lines(), IsEmpty());
 }

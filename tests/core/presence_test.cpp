@@ -12,8 +12,6 @@ namespace {
 
 constexpr GUID kOtherProvider = ParseGuid<GUID>("{b5946137-7b9f-4925-af80-51abd60b20d5}");
 
-// ---- the array's provider ----
-
 class ProviderPresence : public HostFixture {
  protected:
   void InstallProviders(std::vector<simulator::Provider> providers) {
@@ -361,8 +359,6 @@ TEST_F(WriterPresence, AQuestionAfterAGatheringKeepsTheWritersAndForgetsTheServi
   EXPECT_THAT(Calls("IVssBackupComponents::FreeWriterMetadata"), SizeIs(1));
 }
 
-// ---- the network name ----
-
 class NetworkName : public HostFixture {
  protected:
   void InstallNode(std::optional<simulator::ClusterNode> cluster) {
@@ -630,8 +626,6 @@ TEST_F(ExternalProgram, EveryLogLineTellsTheLineOfItsStatement) {
   EXPECT_EQ(log.lines[2].line, log.lines[0].line);
   EXPECT_EQ(log.lines[3].line, log.lines[1].line);
 }
-
-// ---- the writer code ----
 
 class WriterCode : public HostFixture {
  protected:

@@ -241,8 +241,6 @@ TEST_F(DriveScan, OpensDrivesForReadingAndWritingAndAsksWithOneFullBuffer) {
   EXPECT_EQ(watched.asked, 3);
 }
 
-// ---- disks of the system ----
-
 class SystemDisks : public HostFixture {};
 
 TEST_F(SystemDisks, WmiListsTheArraysDisksInItsOrder) {
@@ -298,8 +296,6 @@ TEST_F(SystemDisks, TheListOfTheScanIsNotRefreshed) {
   model().disks.push_back(MakeDisk(L"TSL0003", 3, L"G:\\"));
   EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL0003", request.details()));
 }
-
-// ---- a volume's disk ----
 
 class VolumeIdentity : public HostFixture {
  protected:
@@ -392,8 +388,6 @@ TEST_F(VolumeIdentity, AVolumeThatCannotTellItsExtentsIsAskedOnce) {
   EXPECT_EQ(silent.asked, 3) << "once for each of the three volumes";
 }
 
-// ---- eligible disks ----
-
 class EligibleDisks : public HostFixture {
  protected:
   void SetUp() override {
@@ -443,8 +437,6 @@ TEST_F(EligibleDisks, TheSystemDiskComparesExactly) {
   EXPECT_TRUE(request.probe.isVolumeEligible(L"sys"));
   EXPECT_THAT(log.All(), IsEmpty());
 }
-
-// ---- snapshot devices ----
 
 class SnapshotDevices : public HostFixture {
  protected:
@@ -499,8 +491,6 @@ TEST_F(SnapshotDevices, WithoutWritersThereIsNone) {
   SnapshotRequest request;
   EXPECT_FALSE(request.probe.IsSnapShotDevice(L"\\\\.\\PhysicalDrive5"));
 }
-
-// ---- the protection set against the application's disks ----
 
 class ProtectionSet : public HostFixture {
  protected:
@@ -639,8 +629,6 @@ TEST_F(ProtectionSet, IsCheckedWithoutAnEnumerator) {
   Verify({L"a", L"b"}, {L"a"});
   EXPECT_EQ(request.probe.extraSerialNumbers(), (Serials{L"b"}));
 }
-
-// ---- validation ----
 
 class Validation : public HostFixture {};
 

@@ -172,8 +172,6 @@ TEST(RequestorWithoutAHost, CannotBeInitialised) {
   EXPECT_EQ(details, "");
 }
 
-// ---- Initialize ----
-
 class InitializeTest : public HostFixture {
  protected:
   struct Arguments {
@@ -457,8 +455,6 @@ TEST_F(InitializeTest, ARequestorThatWasNeverInitialisedIsDestroyedQuietly) {
   EXPECT_THAT(host().calls().lines(), IsEmpty());
   EXPECT_THAT(log.lines, IsEmpty());
 }
-
-// ---- Accessors ----
 
 class AccessorTest : public HostFixture {
  protected:

@@ -4,8 +4,6 @@
 namespace varnel::test {
 namespace {
 
-// ---- discarding and adding ----
-
 class Steps : public HostFixture {
  protected:
   SnapshotRequest<> request;
@@ -129,8 +127,6 @@ TEST_F(Selection, AComponentThatTheServiceHasAlreadyIsAFailure) {
   EXPECT_EQ(ThrownLong([&] { Select(request); }), Failure(VSS_E_OBJECT_ALREADY_EXISTS));
   EXPECT_THAT(request.alerts(), HasSubstr("Component=\\ONE,"));
 }
-
-// ---- cost ----
 
 class SelectionCost : public Selection {
  protected:

@@ -6,8 +6,6 @@
 namespace varnel::test {
 namespace {
 
-// ---- the writer code ----
-
 class NamedDatabases : public Selection {
  protected:
   /// Components \HOST\sales, \HOST\PROD\crm and \other, each on its own folder of E:.

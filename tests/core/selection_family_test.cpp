@@ -2,12 +2,11 @@
 #include <optional>
 #include <random>
 
+#include "tests/core/component_paths.h"
 #include "tests/core/selection_fixture.h"
 
 namespace varnel::test {
 namespace {
-
-// ---- parents and children ----
 
 class Family : public HostFixture {
  protected:
@@ -153,19 +152,13 @@ TEST_F(Selection, AParentIncludedBecauseOfOneChildWithAnExcludedSiblingIsAConfig
 // The pairwise rules as they are stated, every component against every other one.
 class Pairwise {
  public:
-  static bool IsAncestor(const VssComponent& a, const VssComponent& b) {
-    if (a.fullPath.size() >= b.fullPath.size()) return false;
-    const std::wstring parent = Folded(a.fullPath + L'\\');
-    return Folded(b.fullPath + L'\\').substr(0, parent.size()) == parent;
-  }
-
   static void Include(std::vector<VssWriter>& writers, Lines& lines) {
     lines.push_back("I Including implicit components");
     for (VssWriter& writer : writers) {
       if (writer.excluded) continue;
       for (VssComponent& p : writer.components) {
         for (const VssComponent& c : writer.components) {
-          if (!IsAncestor(p, c) || c.excluded) continue;
+          if (!StatedAncestor(p.fullPath, c.fullPath) || c.excluded) continue;
           if (p.excluded) {
             lines.push_back("I Including, Component='" + WideToUtf8(p.fullPath) + ", BecauseOf='" +
                             WideToUtf8(c.fullPath));
@@ -183,19 +176,12 @@ class Pairwise {
       if (writer.excluded) continue;
       for (const VssComponent& p : writer.components) {
         for (const VssComponent& c : writer.components) {
-          if (IsAncestor(p, c) && !p.excluded && c.excluded) return std::pair(p.caption, c.caption);
+          if (StatedAncestor(p.fullPath, c.fullPath) && !p.excluded && c.excluded)
+            return std::pair(p.caption, c.caption);
         }
       }
     }
     return std::nullopt;
-  }
-
- private:
-  static std::wstring Folded(std::wstring text) {
-    for (wchar_t& c : text) {
-      if (c >= L'A' && c <= L'Z') c = static_cast<wchar_t>(c - L'A' + L'a');
-    }
-    return text;
   }
 };
 
@@ -285,7 +271,7 @@ TEST_F(FamilyReference, TheAncestorTestIsThatOfThePairwiseRules) {
     for (const VssWriter& writer : Generator(seed).Writers()) {
       for (const VssComponent& a : writer.components) {
         for (const VssComponent& b : writer.components) {
-          ASSERT_EQ(IsAncestor(a, b), Pairwise::IsAncestor(a, b))
+          ASSERT_EQ(IsAncestor(a, b), StatedAncestor(a.fullPath, b.fullPath))
               << WideToUtf8(a.fullPath) << " and " << WideToUtf8(b.fullPath);
           ancestors += IsAncestor(a, b) ? 1 : 0;
         }

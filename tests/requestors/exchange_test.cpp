@@ -45,8 +45,6 @@ TEST_F(ExchangeWriters, ThatOfExchangeIsLookedForOnTheHost) {
   EXPECT_FALSE(ExchangeReq(0).IsWriterPresent(details));
 }
 
-// ---- construction ----
-
 class ExchangeConstruction : public HostFixture {};
 
 TEST_F(ExchangeConstruction, TheFlagIsKept) {
@@ -73,8 +71,6 @@ TEST_F(ExchangeConstruction, TheTestPointsReachTheBase) {
   EXPECT_EQ(RequestorProbe(one).testPoints(), 0x5u);
   EXPECT_EQ(RequestorProbe(two).testPoints(), 0x6u);
 }
-
-// ---- the catalogue ----
 
 class ExchangeComponents : public HostFixture {
  protected:
@@ -110,8 +106,6 @@ TEST_F(ExchangeComponents, TheCaptionIsTheNameAndTheFullPathTheIdAndAnEmptyOneIs
     EXPECT_EQ(log.AllWithSources(), lines);
   }
 }
-
-// ---- verification: which files, and with which command ----
 
 class ExchangeVerification : public HostFixture {
  protected:
@@ -311,8 +305,6 @@ TEST_F(ExchangeVerification, AFailedWaitIsAVerificationFailureAndClosesTheProces
   FailCall("WaitForSingleObject", ERROR_INVALID_HANDLE);
   EXPECT_EQ(Verify(L"E00*.log"), Outcome::Exception(603, L"Error: 0x80070006"));
 }
-
-// ---- whole requests ----
 
 class ExchangeRequests : public HostFixture {
  protected:

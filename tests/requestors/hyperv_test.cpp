@@ -19,8 +19,6 @@ std::string Narrow(const std::wstring& text) {
   return WideToUtf8Lossy(text);
 }
 
-// ---- writers ----
-
 class HyperVWriters : public HostFixture {
  protected:
   static bool IsEligible(const std::wstring& name, const std::wstring& writerId) {
@@ -61,8 +59,6 @@ TEST_F(HyperVWriters, EitherOfThemIsLookedForOnTheHost) {
   model().writers.pop_back();
   EXPECT_FALSE(HyperVReq(0).IsWriterPresent(details));
 }
-
-// ---- the catalogue ----
 
 class HyperVComponents : public HostFixture {
  protected:
@@ -135,8 +131,6 @@ TEST_F(HyperVComponents, AreCataloguedByTheirNameAndTheirCaption) {
     EXPECT_EQ(log.lines.size(), machine.errors.size());
   }
 }
-
-// ---- the host ----
 
 class HyperVHost : public HostFixture {
  protected:

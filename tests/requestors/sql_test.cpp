@@ -8,8 +8,6 @@ namespace {
 
 static_assert(sizeof(SqlReq) == sizeof(CVarnel), "it adds nothing to its base");
 
-// ---- writers ----
-
 class SqlWriters : public HostFixture {
  protected:
   static bool IsEligible(const std::wstring& name, const std::wstring& writerId) {
@@ -70,8 +68,6 @@ TEST_F(SqlWriters, NoneOfThemOnTheHostIsNotPresent) {
   EXPECT_FALSE(SqlReq(0).IsWriterPresent(details));
 }
 
-// ---- files and the catalogue ----
-
 class SqlComponents : public HostFixture {
  protected:
   static ComponentCatalogingInfo InfoOf(const VssComponent& component) {
@@ -127,8 +123,6 @@ TEST_F(SqlComponents, TheHostAndItsVolumesAreNotValidated) {
   EXPECT_THAT(log.All(), IsEmpty());
   EXPECT_THAT(host().calls().lines(), IsEmpty());
 }
-
-// ---- whole requests ----
 
 class SqlRequests : public HostFixture {
  protected:

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "simulator/simulated_host.h"
-#include "tests/support/print_text.h"
 #include "tests/support/recording_log.h"
 
 namespace varnel::test {
