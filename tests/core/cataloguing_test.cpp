@@ -1,20 +1,15 @@
 // The application objects of a snapshot by disk, and the wrapper of the metadata bridge.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <stdexcept>
-#include <string>
 #include <type_traits>
-#include <vector>
 
 #include "core/cataloguing.h"
 #include "platform/tessel/MetadataWrapper.h"
-#include "tests/support/host_fixture.h"
-#include "tests/support/request.h"
+#include "tests/support/request_fixture.h"
 
 // The bridge library fills the wrapper's fields itself, so their places are part of the interface.
 struct MetadataWrapperLayout {
@@ -57,11 +52,10 @@ testing::Matcher<const ApplicationObjectMeatadataInfo&> Entry(const std::vector<
                                                               const std::vector<std::string>& otherIds = {},
                                                               const std::vector<std::string>& otherNames = {}) {
   using Info = ApplicationObjectMeatadataInfo;
-  return testing::AllOf(
-      testing::Field("appObjectIds", &Info::appObjectIds, testing::ElementsAreArray(appIds)),
-      testing::Field("appObjectNames", &Info::appObjectNames, testing::ElementsAreArray(appNames)),
-      testing::Field("otherObjectIds", &Info::otherObjectIds, testing::ElementsAreArray(otherIds)),
-      testing::Field("otherObjectNames", &Info::otherObjectNames, testing::ElementsAreArray(otherNames)));
+  return testing::AllOf(testing::Field("appObjectIds", &Info::appObjectIds, ElementsAreArray(appIds)),
+                        testing::Field("appObjectNames", &Info::appObjectNames, ElementsAreArray(appNames)),
+                        testing::Field("otherObjectIds", &Info::otherObjectIds, ElementsAreArray(otherIds)),
+                        testing::Field("otherObjectNames", &Info::otherObjectNames, ElementsAreArray(otherNames)));
 }
 
 VssComponent Component(const std::wstring& name, std::set<std::wstring> disks) {
@@ -73,24 +67,17 @@ VssComponent Component(const std::wstring& name, std::set<std::wstring> disks) {
   return component;
 }
 
-VssWriter WriterOf(std::vector<VssComponent> components) {
-  VssWriter writer;
-  writer.name = L"SqlServerWriter";
-  writer.components = std::move(components);
-  return writer;
-}
-
 class Cataloguing : public HostFixture {
  protected:
   template <class Requestor>
-  Catalog Read(Request<Requestor>& request) {
+  Catalog Read(SnapshotRequest<Requestor>& request) {
     Catalog catalog;
     request.requestor.GetSnapshotMeatadata(catalog);
     return catalog;
   }
   /// What a requestor with these writers catalogues.
   Catalog CatalogOf(std::vector<VssWriter> writers, std::vector<std::wstring> extraDisks = {}) {
-    Request request;
+    SnapshotRequest request;
     request.probe.writers() = std::move(writers);
     request.probe.extraSerialNumbers() = std::move(extraDisks);
     return Read(request);
@@ -103,20 +90,16 @@ TEST_F(Cataloguing, WithoutSelectedComponentsAndExtraDisksTheMapIsEmpty) {
 }
 
 TEST_F(Cataloguing, WhatTheMapHeldBeforeIsGone) {
-  Request request;
+  SnapshotRequest request;
   Catalog catalog = {{"OLD", {{"id"}, {"name"}, {}, {}}}};
-
   request.requestor.GetSnapshotMeatadata(catalog);
-
   EXPECT_THAT(catalog, IsEmpty());
 }
 
 TEST_F(Cataloguing, AComponentIsNamedByItsNameAndIdentifiedByItsFullPath) {
-  Request request;
+  SnapshotRequest request;
   ComponentCatalogingInfo info;
-
   request.probe.GetComponentInfoForCataloging(Component(L"sales", {}), info);
-
   EXPECT_EQ(info.appObjectName, L"sales");
   EXPECT_EQ(info.appObjectId, L"\\SQL01\\sales");
 }
@@ -137,7 +120,6 @@ TEST_F(Cataloguing, ObjectsOfOneDiskStandInTheOrderOfTheWritersAndTheirComponent
 TEST_F(Cataloguing, AnExcludedWriterContributesNothingEvenForSelectedComponents) {
   VssWriter excluded = WriterOf({Component(L"sales", {L"TSL0001"})});
   excluded.excluded = true;
-
   EXPECT_THAT(CatalogOf({excluded, WriterOf({Component(L"crm", {L"TSL0002"})})}),
               ElementsAre(Pair("TSL0002", Entry({"\\SQL01\\crm"}, {"crm"}))));
 }
@@ -145,7 +127,6 @@ TEST_F(Cataloguing, AnExcludedWriterContributesNothingEvenForSelectedComponents)
 TEST_F(Cataloguing, AnExcludedComponentContributesNothing) {
   VssComponent excluded = Component(L"sales", {L"TSL0001"});
   excluded.excluded = true;
-
   EXPECT_THAT(CatalogOf({WriterOf({excluded, Component(L"crm", {L"TSL0001"})})}),
               ElementsAre(Pair("TSL0001", Entry({"\\SQL01\\crm"}, {"crm"}))));
 }
@@ -153,7 +134,6 @@ TEST_F(Cataloguing, AnExcludedComponentContributesNothing) {
 TEST_F(Cataloguing, ASelectedComponentCountsWhetherOrNotItWasAdded) {
   VssComponent added = Component(L"added", {L"TSL0001"});
   added.added = true;
-
   EXPECT_THAT(CatalogOf({WriterOf({added, Component(L"implicit", {L"TSL0001"})})}),
               ElementsAre(Pair("TSL0001", Entry({"\\SQL01\\added", "\\SQL01\\implicit"}, {"added", "implicit"}))));
 }
@@ -166,7 +146,6 @@ TEST_F(Cataloguing, AFailedComponentIsAnOtherObject) {
   VssComponent failed = Component(L"sales", {L"TSL0001"});
   failed.failed = true;
   failed.failureCode = static_cast<DWORD>(VSS_E_WRITERERROR_TIMEOUT);
-
   EXPECT_THAT(CatalogOf({WriterOf({failed, Component(L"crm", {L"TSL0001"})})}),
               ElementsAre(Pair("TSL0001", Entry({"\\SQL01\\crm"}, {"crm"}, {"\\SQL01\\sales"}, {"sales"}))));
 }
@@ -174,14 +153,12 @@ TEST_F(Cataloguing, AFailedComponentIsAnOtherObject) {
 TEST_F(Cataloguing, AComponentThatFailedWithTheCode0IsAnApplicationObject) {
   VssComponent component = Component(L"sales", {L"TSL0001"});
   component.failed = true;
-
   EXPECT_THAT(CatalogOf({WriterOf({component})}), ElementsAre(Pair("TSL0001", Entry({"\\SQL01\\sales"}, {"sales"}))));
 }
 
 TEST_F(Cataloguing, AFailureCodeWithoutTheFailureMarkIsNoFailure) {
   VssComponent component = Component(L"sales", {L"TSL0001"});
   component.failureCode = static_cast<DWORD>(VSS_E_WRITERERROR_TIMEOUT);
-
   EXPECT_THAT(CatalogOf({WriterOf({component})}), ElementsAre(Pair("TSL0001", Entry({"\\SQL01\\sales"}, {"sales"}))));
 }
 
@@ -205,33 +182,29 @@ class Describing final : public CVarnel {
 };
 
 TEST_F(Cataloguing, ASubclassDescribesTheComponents) {
-  Request<Describing> request(ComponentCatalogingInfo{L"the id", L"the name"});
+  SnapshotRequest<Describing> request({}, ComponentCatalogingInfo{L"the id", L"the name"});
   request.probe.writers() = {WriterOf({Component(L"sales", {L"TSL0001"})})};
-
   EXPECT_THAT(Read(request), ElementsAre(Pair("TSL0001", Entry({"the id"}, {"the name"}))));
 }
 
 TEST_F(Cataloguing, AnEmptyNameIsNotAppendedButItsIdIs) {
-  Request<Describing> request(ComponentCatalogingInfo{L"the id", L""});
+  SnapshotRequest<Describing> request({}, ComponentCatalogingInfo{L"the id", L""});
   request.probe.writers() = {WriterOf({Component(L"sales", {L"TSL0001"})})};
-
   EXPECT_THAT(Read(request), ElementsAre(Pair("TSL0001", Entry({"the id"}, {}))));
 }
 
 TEST_F(Cataloguing, AnEmptyIdIsNotAppendedButItsNameIs) {
-  Request<Describing> request(ComponentCatalogingInfo{L"", L"the name"});
+  SnapshotRequest<Describing> request({}, ComponentCatalogingInfo{L"", L"the name"});
   VssComponent failed = Component(L"sales", {L"TSL0001"});
   failed.failed = true;
   failed.failureCode = 1;
   request.probe.writers() = {WriterOf({failed})};
-
   EXPECT_THAT(Read(request), ElementsAre(Pair("TSL0001", Entry({}, {}, {}, {"the name"}))));
 }
 
 TEST_F(Cataloguing, AComponentWithoutAnyTextStillMakesItsEntry) {
-  Request<Describing> request(ComponentCatalogingInfo{});
+  SnapshotRequest<Describing> request({}, ComponentCatalogingInfo{});
   request.probe.writers() = {WriterOf({Component(L"sales", {L"TSL0001"})})};
-
   EXPECT_THAT(Read(request), ElementsAre(Pair("TSL0001", Entry({}, {}))));
 }
 
@@ -249,11 +222,8 @@ TEST_F(Cataloguing, AnExtraDiskKeyInUpperCaseIsLowerCasedAndAComponentsDiskKeySt
 }
 
 TEST_F(Cataloguing, EveryVolumeOfAnExtraDiskIsListedAndAMissingMountPointIsTheEmptyText) {
-  simulator::HostModel model = SmallHost();
-  model.disks[1].volumes.push_back({VolumeName(11), {}, false, L""});
-  model.disks[1].volumes.push_back({VolumeName(12), {L"E:\\mnt\\", L"G:\\"}, false, L""});
-  Install(std::move(model));
-
+  model().disks[1].volumes.push_back({VolumeName(11), {}, false, L""});
+  model().disks[1].volumes.push_back({VolumeName(12), {L"E:\\mnt\\", L"G:\\"}, false, L""});
   EXPECT_THAT(
       CatalogOf({}, {L"TSL0001"}),
       ElementsAre(Pair(
@@ -262,10 +232,7 @@ TEST_F(Cataloguing, EveryVolumeOfAnExtraDiskIsListedAndAMissingMountPointIsTheEm
 }
 
 TEST_F(Cataloguing, AnExtraDiskWithoutVolumesMakesNoEntry) {
-  simulator::HostModel model = SmallHost();
-  model.disks[1].volumes.clear();
-  Install(std::move(model));
-
+  model().disks[1].volumes.clear();
   EXPECT_THAT(CatalogOf({}, {L"TSL0001", L"unknown", L"TSL0002"}), ElementsAre(Key("tsl0002")));
 }
 
@@ -275,7 +242,6 @@ TEST_F(Cataloguing, TheSystemDiskIsListedLikeAnyOtherExtraDisk) {
 
 TEST_F(Cataloguing, AnExtraDiskListedTwiceIsCataloguedTwice) {
   const std::string volume = WideToUtf8(VolumeName(1));
-
   EXPECT_THAT(CatalogOf({}, {L"TSL0001", L"tsl0001"}),
               ElementsAre(Pair("tsl0001", Entry({}, {}, {volume, volume}, {"E:\\", "E:\\"}))));
 }
@@ -283,74 +249,56 @@ TEST_F(Cataloguing, AnExtraDiskListedTwiceIsCataloguedTwice) {
 // ---- failures ----
 
 TEST_F(Cataloguing, WithoutAnEnumeratorExtraDisksFailAndTheMapHoldsTheComponents) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetDiskAndVolumeEnumeratorObj(nullptr);
   request.probe.writers() = {WriterOf({Component(L"sales", {L"TSL0001"})})};
   request.probe.extraSerialNumbers() = {L"TSL0002"};
   Catalog catalog;
-
   EXPECT_EQ(ThrownLong([&] { request.requestor.GetSnapshotMeatadata(catalog); }), Failure(E_POINTER));
-
   EXPECT_THAT(catalog, ElementsAre(Pair("TSL0001", Entry({"\\SQL01\\sales"}, {"sales"}))));
   EXPECT_THAT(log.Errors(), ElementsAre("No disk and volume enumerator has been set"));
 }
 
 TEST_F(Cataloguing, WithoutAnEnumeratorComponentsAloneAreCatalogued) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetDiskAndVolumeEnumeratorObj(nullptr);
   request.probe.writers() = {WriterOf({Component(L"sales", {L"TSL0001"})})};
-
   EXPECT_THAT(Read(request), ElementsAre(Key("TSL0001")));
 }
 
 TEST_F(Cataloguing, WhatTheEnumeratorThrowsPassesAndTheMapHoldsTheComponents) {
-  host().faults().FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED);
-  Request request;
+  FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED);
+  SnapshotRequest request;
   request.probe.writers() = {WriterOf({Component(L"sales", {L"TSL0001"})})};
   request.probe.extraSerialNumbers() = {L"TSL0002"};
   Catalog catalog;
-
   EXPECT_THROW(request.requestor.GetSnapshotMeatadata(catalog), TesselCommonClasses::ExceptionCommon);
-
   EXPECT_THAT(catalog, ElementsAre(Pair("TSL0001", Entry({"\\SQL01\\sales"}, {"sales"}))));
 }
 
 TEST_F(Cataloguing, ATextThatIsNoUnicodePassesItsFailureAndTheMapHoldsWhatWasFilled) {
-  Request request;
+  SnapshotRequest request;
   const std::wstring loneSurrogate(1, static_cast<wchar_t>(0xD800));
   request.probe.writers() = {WriterOf({Component(L"sales", {L"TSL0001"}), Component(loneSurrogate, {L"TSL0002"})})};
   Catalog catalog;
-
   EXPECT_THROW(request.requestor.GetSnapshotMeatadata(catalog), std::range_error);
-
   EXPECT_THAT(catalog, ElementsAre(Pair("TSL0001", Entry({"\\SQL01\\sales"}, {"sales"}))));
 }
 
 TEST_F(Cataloguing, WhatASubclassThrowsPassesAndTheMapHoldsWhatWasFilled) {
-  Request<Describing> request(ComponentCatalogingInfo{L"id", L"name"});
+  SnapshotRequest<Describing> request({}, ComponentCatalogingInfo{L"id", L"name"});
   request.probe.writers() = {WriterOf({Component(L"sales", {L"TSL0001"}), Component(L"throws", {L"TSL0002"})})};
   Catalog catalog;
-
   EXPECT_THROW(request.requestor.GetSnapshotMeatadata(catalog), std::runtime_error);
-
   EXPECT_THAT(catalog, ElementsAre(Pair("TSL0001", Entry({"id"}, {"name"}))));
 }
 
 // ---- after a snapshot ----
 
 TEST_F(Cataloguing, ASnapshotWithAnExtraDiskListsTheApplicationsObjectsAndTheExtraVolumes) {
-  simulator::HostModel model = SmallHost();
-  model.writers = {MakeWriter(L"Files", 1, {MakeComponent(L"SQL01", L"sales", {L"E:\\data"})})};
-  Install(std::move(model));
-  Request request;
-  request.requestor.SetInputDriveSerialNos({L"TSL0001", L"TSL0002"});
-  request.requestor.Initialize(0, L"", false, VSS_BT_FULL, request.details, &request.enumerator);
-  request.details = "writer=0,";
-
-  const auto thrown = ThrownException([&] { request.requestor.CreateVssSnapshotSet(request.details); });
-
-  ASSERT_TRUE(thrown);
-  EXPECT_EQ(thrown->GetAlertCode(), 701);
+  model().writers = {MakeWriter(L"Files", 1, {MakeComponent(L"SQL01", L"sales", {L"E:\\data"})})};
+  SnapshotRequest request(BothDisks());
+  EXPECT_EQ(request.StartAndCreate().alertCode, 701);
   EXPECT_THAT(Read(request), ElementsAre(Pair("TSL0001", Entry({"\\SQL01\\sales"}, {"sales"})),
                                          Pair("tsl0002", Entry({}, {}, {WideToUtf8(VolumeName(2))}, {"F:\\"}))));
 }
@@ -366,7 +314,6 @@ char* AllocatedText(const char* text) {
 
 TEST(BridgeWrapper, StartsWithoutTexts) {
   MetadataWrapper wrapper;
-
   EXPECT_THAT(MetadataWrapperLayout::Fields(wrapper), testing::Each(testing::IsNull()));
   EXPECT_EQ(wrapper.GetdbFilesToQuiescePtr(), nullptr);
 }
@@ -375,10 +322,8 @@ TEST(BridgeWrapper, KeepsTheDatabaseListInItsFourthFieldAndTheClusterNameInItsFi
   MetadataWrapper wrapper;
   char* databases = AllocatedText("sales@sql01");
   char* cluster = AllocatedText("clu01");
-
   wrapper.SetDbFilesToQuiescePtr(databases);
   wrapper.SetSqlClusterNamePtr(cluster);
-
   EXPECT_THAT(MetadataWrapperLayout::Fields(wrapper), ElementsAre(nullptr, nullptr, nullptr, databases, cluster));
   EXPECT_EQ(wrapper.GetdbFilesToQuiescePtr(), databases);
   wrapper.SetDbFilesToQuiescePtr(nullptr);
@@ -391,7 +336,6 @@ TEST(BridgeWrapper, ReplacingTheDatabaseListTwiceFreesTheFirstOnce) {
   wrapper.SetDbFilesToQuiescePtr(AllocatedText("first"));
   wrapper.SetDbFilesToQuiescePtr(AllocatedText("second"));
   wrapper.SetDbFilesToQuiescePtr(AllocatedText("third"));
-
   EXPECT_STREQ(wrapper.GetdbFilesToQuiescePtr(), "third");
   wrapper.SetDbFilesToQuiescePtr(nullptr);
   EXPECT_EQ(wrapper.GetdbFilesToQuiescePtr(), nullptr);
@@ -401,7 +345,6 @@ TEST(BridgeWrapper, ReplacingTheClusterNameTwiceFreesTheFirstOnce) {
   MetadataWrapper wrapper;
   wrapper.SetSqlClusterNamePtr(AllocatedText("first"));
   wrapper.SetSqlClusterNamePtr(AllocatedText("second"));
-
   EXPECT_STREQ(MetadataWrapperLayout::SqlClusterName(wrapper), "second");
   wrapper.SetSqlClusterNamePtr(nullptr);
 }
@@ -410,9 +353,7 @@ TEST(BridgeWrapper, SettingTheHeldTextAgainKeepsIt) {
   MetadataWrapper wrapper;
   char* text = AllocatedText("sales@sql01");
   wrapper.SetDbFilesToQuiescePtr(text);
-
   wrapper.SetDbFilesToQuiescePtr(text);
-
   EXPECT_STREQ(wrapper.GetdbFilesToQuiescePtr(), "sales@sql01");
   wrapper.SetDbFilesToQuiescePtr(nullptr);
 }
@@ -422,9 +363,7 @@ TEST(BridgeWrapper, AssignmentLeavesBothPointingAtTheSameTexts) {
   source.SetDbFilesToQuiescePtr(AllocatedText("sales@sql01"));
   source.SetSqlClusterNamePtr(AllocatedText("clu01"));
   MetadataWrapper target;
-
   target = source;
-
   EXPECT_EQ(target.GetdbFilesToQuiescePtr(), source.GetdbFilesToQuiescePtr());
   EXPECT_EQ(MetadataWrapperLayout::SqlClusterName(target), MetadataWrapperLayout::SqlClusterName(source));
   target.SetDbFilesToQuiescePtr(nullptr);
@@ -435,9 +374,7 @@ TEST(BridgeWrapper, AssignmentCopiesTheBridgesOwnFieldsToo) {
   int places[5] = {};
   const std::vector<void*> fields = {&places[0], &places[1], &places[2], &places[3], &places[4]};
   MetadataWrapper target;
-
   target = MetadataWrapperLayout::OfFields(fields);
-
   EXPECT_EQ(MetadataWrapperLayout::Fields(target), fields);
 }
 
@@ -445,16 +382,13 @@ TEST(BridgeWrapper, AssignmentDoesNotFreeTheTextThatItReplaces) {
   MetadataWrapper target;
   char* text = AllocatedText("still readable");
   target.SetDbFilesToQuiescePtr(text);
-
   target = MetadataWrapper();
-
   EXPECT_STREQ(text, "still readable");
   std::free(text);
 }
 
 TEST_F(Cataloguing, TheDatabaseListIsAllUntilTheBridgeNamesOthers) {
-  Request request;
-
+  SnapshotRequest request;
   EXPECT_STREQ(request.requestor.getSuccesfulDBList(), "ALL_DB");
 }
 

@@ -5,14 +5,10 @@
 #include <filesystem>
 
 #include "tests/support/golden.h"
-#include "tests/support/host_fixture.h"
-#include "tests/support/snapshot_request.h"
+#include "tests/support/request_fixture.h"
 
 namespace varnel::test {
 namespace {
-
-using simulator::WriterEvent;
-using simulator::WriterFault;
 
 std::filesystem::path GoldenFile(const std::string& name) {
   return std::filesystem::path(VARNEL_GOLDEN_DIR) / (name + ".txt");
@@ -78,7 +74,7 @@ TEST_F(GoldenTest, ACleanRequest) {
 }
 
 TEST_F(GoldenTest, ARequestWithAPartialWriterFailure) {
-  host().faults().FailWriter(PartialFault());
+  FailWriter(PartialFault());
   Compare("partial", RunRequest<PartialRequestor>());
 }
 
@@ -87,7 +83,7 @@ TEST_F(GoldenTest, ARequestWhoseDisksHoldNoApplication) {
 }
 
 TEST_F(GoldenTest, ARequestWithExtraVolumes) {
-  Compare("extra_volumes", RunRequest({.serialNumbers = {L"TSL0001", L"TSL0002"}}));
+  Compare("extra_volumes", RunRequest(BothDisks()));
 }
 
 TEST_F(GoldenTest, ACompletedBackup) {
@@ -95,12 +91,12 @@ TEST_F(GoldenTest, ACompletedBackup) {
 }
 
 TEST_F(GoldenTest, ABackupCompletedWithMessages) {
-  host().faults().FailWriter(PartialFault());
+  FailWriter(PartialFault());
   Compare("completed_partial", RunBackup<PartialRequestor>());
 }
 
 TEST_F(GoldenTest, AFailedBackupWhoseSetIsDeleted) {
-  host().faults().FailWriter(PartialFault());
+  FailWriter(PartialFault());
   Compare("failed", RunBackup());
 }
 
@@ -115,12 +111,12 @@ TEST_F(GoldenTest, ABackupAbortedBeforeItsSnapshot) {
 }
 
 TEST_F(GoldenTest, ABackupThatNeverBegan) {
-  host().faults().FailCall("CreateVssBackupComponents", static_cast<DWORD>(E_ACCESSDENIED));
+  FailCall("CreateVssBackupComponents", E_ACCESSDENIED);
   Compare("never_begun", RunBackup());
 }
 
 TEST_F(GoldenTest, ABackupWithoutWriterComponents) {
-  host().faults().FailCall("IVssBackupComponents::AddComponent", S_OK, 0);  // the service lost them
+  FailCall("IVssBackupComponents::AddComponent", S_OK, 0);  // the service lost them
   Compare("no_writer_components", RunBackup());
 }
 

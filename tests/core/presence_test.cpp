@@ -1,37 +1,16 @@
 // Questions about the host: its provider, its writers, its network name, programs that it runs; and the writer code of
 // a request.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "simulator/vss/vss_enum.h"
-#include "tests/support/forwarding_host.h"
-#include "tests/support/host_fixture.h"
-#include "tests/support/request.h"
+#include "tests/support/forwarding_vss.h"
+#include "tests/support/request_fixture.h"
 
 namespace varnel::test {
 namespace {
 
-using testing::SizeIs;
-using testing::StartsWith;
-
 constexpr GUID kOtherProvider = ParseGuid<GUID>("{b5946137-7b9f-4925-af80-51abd60b20d5}");
-
-// The three error lines of a failed COM call.
-std::vector<std::string> ComFailureLines(const std::string& call, const std::string& code, const std::string& text) {
-  return {"ERROR: COM call \"" + call + "\" failed.", "- Returned HRESULT = " + code, "- Error text: " + text};
-}
-
-std::vector<std::string> Win32FailureLines(const std::string& call, DWORD error, const std::string& text) {
-  return {"ERROR: Win32 call \"" + call + "\" failed.", "- GetLastError() == " + std::to_string(error),
-          "- Error text: " + text};
-}
-
-// ---- the array's provider ----
 
 class ProviderPresence : public HostFixture {
  protected:
@@ -52,8 +31,8 @@ class ProviderPresence : public HostFixture {
 
     EXPECT_EQ(ThrownLong([] { IsPresent(); }), Failure(hr));
 
-    EXPECT_EQ(log.Errors(), ComFailureLines(text, code, name));
-    EXPECT_EQ(host().live().Describe(), "");
+    EXPECT_EQ(log.Errors(), ComFailureLines("\"" + text + "\"", code, name));
+    ExpectNothingLive();
   }
 };
 
@@ -67,83 +46,60 @@ TEST_F(ProviderPresence, TheIdentifierIsTheOneOfTheArraysProvider) {
 TEST_F(ProviderPresence, ARegisteredProviderIsPresent) {
   EXPECT_TRUE(IsPresent());
   EXPECT_THAT(log.All(), IsEmpty());
-  EXPECT_EQ(host().live().Describe(), "");
 }
 
 TEST_F(ProviderPresence, AListWithoutTheArraysProviderAnswersFalse) {
   InstallProviders({Provider(kOtherProvider, L"Tessel VSS Hardware Provider")});
-
   EXPECT_FALSE(IsPresent());
-  EXPECT_EQ(host().live().Describe(), "");
 }
 
 TEST_F(ProviderPresence, AnotherProviderInFrontOfItDoesNotHideIt) {
   InstallProviders({Provider(kOtherProvider, L"Another"), Provider(CVarnel::TesselVssProviderID, L"Ours")});
-
   EXPECT_TRUE(IsPresent());
-  EXPECT_EQ(host().live().Describe(), "");
+  ExpectNothingLive();
 }
 
 TEST_F(ProviderPresence, TheSearchStopsAtTheArraysProvider) {
   InstallProviders({Provider(CVarnel::TesselVssProviderID, L"Ours"), Provider(kOtherProvider, L"Another")});
-
   EXPECT_TRUE(IsPresent());
-  EXPECT_THAT(host().calls().Of("IVssEnumObject::Next"), SizeIs(1));
+  EXPECT_THAT(Calls("IVssEnumObject::Next"), SizeIs(1));
 }
 
 TEST_F(ProviderPresence, TheProvidersNameIsNotCompared) {
   InstallProviders({Provider(CVarnel::TesselVssProviderID, L"Renamed")});
-
   EXPECT_TRUE(IsPresent());
 }
 
 TEST_F(ProviderPresence, AHostWithoutProvidersAnswersFalse) {
   InstallProviders({});
-
   EXPECT_FALSE(IsPresent());
   EXPECT_THAT(log.All(), IsEmpty());
 }
 
 TEST_F(ProviderPresence, AnAnswerWithoutAnEnumeratorIsFalse) {
-  host().faults().FailCall("IVssAdmin::QueryProviders", static_cast<DWORD>(S_FALSE));
-
+  FailCall("IVssAdmin::QueryProviders", S_FALSE);
   EXPECT_FALSE(IsPresent());
-  EXPECT_THAT(host().calls().Of("IVssEnumObject::Next"), IsEmpty());
+  EXPECT_THAT(Calls("IVssEnumObject::Next"), IsEmpty());
   EXPECT_THAT(log.All(), IsEmpty());
 }
 
 TEST_F(ProviderPresence, ProvidersAreAskedForOneAtATime) {
   InstallProviders({Provider(kOtherProvider, L"Another")});
-
   IsPresent();
-
-  EXPECT_THAT(host().calls().Of("IVssEnumObject::Next"),
+  EXPECT_THAT(Calls("IVssEnumObject::Next"),
               ElementsAre("IVssEnumObject::Next(1) = S_OK", "IVssEnumObject::Next(1) = S_FALSE"));
 }
 
-TEST_F(ProviderPresence, ACoordinatorThatCannotBeCreatedIsReported) {
-  host().faults().FailCall("CoCreateInstance", static_cast<DWORD>(E_ACCESSDENIED));
-
+TEST_F(ProviderPresence, AFailingCallIsReportedAndThrown) {
+  FailCall("CoCreateInstance", E_ACCESSDENIED);
   ExpectFailure("CoCreateInstance", E_ACCESSDENIED, kCreateCoordinator, "0x80070005", "Error: 0x80070005");
-}
-
-TEST_F(ProviderPresence, ACoordinatorThatIsNotDeliveredIsUnexpected) {
-  host().faults().FailCall("CoCreateInstance", static_cast<DWORD>(S_OK));
-
+  FailCall("CoCreateInstance", S_OK);  // without an object
   ExpectFailure("CoCreateInstance", E_UNEXPECTED, kCreateCoordinator, "0x8000ffff", "E_UNEXPECTED");
-}
-
-TEST_F(ProviderPresence, AFailingQueryIsReported) {
-  host().faults().FailCall("IVssAdmin::QueryProviders", static_cast<DWORD>(VSS_E_UNEXPECTED));
-
+  FailCall("IVssAdmin::QueryProviders", VSS_E_UNEXPECTED);
   ExpectFailure("QueryProviders", VSS_E_UNEXPECTED, "pVssAdmin->QueryProviders(&pEnum)", "0x80042302",
                 "VSS_E_UNEXPECTED");
-}
-
-TEST_F(ProviderPresence, AFailingStepToTheNextProviderIsReported) {
   InstallProviders({Provider(kOtherProvider, L"Another"), Provider(CVarnel::TesselVssProviderID, L"Ours")});
-  host().faults().FailCall("IVssEnumObject::Next", static_cast<DWORD>(E_OUTOFMEMORY), 2);
-
+  FailCall("IVssEnumObject::Next", E_OUTOFMEMORY, 2);
   ExpectFailure("Next", E_OUTOFMEMORY, "pEnum->Next(1, &rgelt, &celtFetched)", "0x8007000e", "E_OUTOFMEMORY");
 }
 
@@ -173,35 +129,16 @@ class AdminOf final : public IVssAdmin {
 };
 
 // Hands out that interface as the coordinator.
-class AdministeredHost final : public ForwardingHost {
+class AdministeredService final : public ForwardingVss {
  public:
-  AdministeredHost(Host& inner, IVssAdmin& admin) : ForwardingHost(inner), vss_(inner.vss(), admin) {}
-  VssService& vss() override { return vss_; }
+  AdministeredService(VssService& inner, IVssAdmin& admin) : ForwardingVss(inner), admin_(admin) {}
+  HRESULT CoCreateInstance(REFCLSID, IUnknown*, DWORD, REFIID, void** object) override {
+    *object = &admin_;
+    return S_OK;
+  }
 
  private:
-  class Service final : public VssService {
-   public:
-    Service(VssService& inner, IVssAdmin& admin) : inner_(inner), admin_(admin) {}
-    HRESULT CreateVssBackupComponents(IVssBackupComponents** backup) override {
-      return inner_.CreateVssBackupComponents(backup);
-    }
-    HRESULT CoCreateInstance(REFCLSID, IUnknown*, DWORD, REFIID, void** object) override {
-      *object = &admin_;
-      return S_OK;
-    }
-    void VssFreeSnapshotProperties(VSS_SNAPSHOT_PROP* properties) override {
-      inner_.VssFreeSnapshotProperties(properties);
-    }
-    BSTR SysAllocStringLen(const wchar_t* text, UINT length) override { return inner_.SysAllocStringLen(text, length); }
-    void SysFreeString(BSTR text) override { inner_.SysFreeString(text); }
-    void CoTaskMemFree(void* block) override { inner_.CoTaskMemFree(block); }
-
-   private:
-    VssService& inner_;
-    IVssAdmin& admin_;
-  };
-
-  Service vss_;
+  IVssAdmin& admin_;
 };
 
 TEST_F(ProviderPresence, AnObjectThatIsNoProviderIsPassedOverAndFreed) {
@@ -209,14 +146,35 @@ TEST_F(ProviderPresence, AnObjectThatIsNoProviderIsPassedOverAndFreed) {
   copy.id = CVarnel::TesselVssProviderID;  // lies where a provider has its identifier
   copy.device = L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1";
   AdminOf admin(host().machine(), {copy, Provider(kOtherProvider, L"Another")});
-  AdministeredHost administered(host(), admin);
-  const ScopedHost scope(administered);
-
+  AdministeredService administered(host().vss(), admin);
+  const CurrentHostWith current(host(), administered);
   EXPECT_FALSE(IsPresent());
-
-  EXPECT_THAT(host().calls().Of("IVssEnumObject::Next"), SizeIs(3));
+  EXPECT_THAT(Calls("IVssEnumObject::Next"), SizeIs(3));
   EXPECT_EQ(admin.references, 0u);
-  EXPECT_EQ(host().live().Describe(), "");
+  ExpectNothingLive();
+}
+
+// How the coordinator is asked for.
+class WatchedService final : public ForwardingVss {
+ public:
+  using ForwardingVss::ForwardingVss;
+  HRESULT CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID interfaceId,
+                           void** object) override {
+    EXPECT_EQ(GUID(classId), ParseGuid<GUID>("{e579ab5f-1cc4-44b4-bed9-de0991ff0623}"));
+    EXPECT_EQ(outer, nullptr);
+    contexts.push_back(context);
+    EXPECT_EQ(GUID(interfaceId), ParseGuid<GUID>("{77ed5996-2f63-11d3-8a39-00c04f72d8e3}"));
+    return ForwardingVss::CoCreateInstance(classId, outer, context, interfaceId, object);
+  }
+  std::vector<DWORD> contexts;
+};
+
+TEST_F(ProviderPresence, TheCoordinatorMayRunAnywhere) {
+  constexpr DWORD kAnywhere = 0x17;  // in this process, in another one, on another machine
+  WatchedService watched(host().vss());
+  const CurrentHostWith current(host(), watched);
+  EXPECT_TRUE(IsPresent());
+  EXPECT_THAT(watched.contexts, ElementsAre(kAnywhere));
 }
 
 // ---- writers ----
@@ -260,13 +218,13 @@ class WriterPresence : public HostFixture {
   void ExpectFailure(const std::string& call, const std::string& text) {
     SCOPED_TRACE(call);
     log.lines.clear();
-    host().faults().FailCall(call, static_cast<DWORD>(VSS_E_BAD_STATE));
+    FailCall(call, VSS_E_BAD_STATE);
 
     EXPECT_EQ(ThrownLong([&] { IsPresent(L"Third"); }), Failure(VSS_E_BAD_STATE));
 
-    EXPECT_EQ(log.Errors(), ComFailureLines(text, "0x80042301", "VSS_E_BAD_STATE"));
+    EXPECT_EQ(log.Errors(), ComFailureLines("\"" + text + "\"", "0x80042301", "VSS_E_BAD_STATE"));
     EXPECT_EQ(details, "");
-    EXPECT_EQ(host().live().Describe(), "");
+    ExpectNothingLive();
   }
 
   std::string details;
@@ -280,23 +238,21 @@ TEST_F(WriterPresence, AnAcceptedWriterIsPresent) {
 
 TEST_F(WriterPresence, WithoutAnAcceptedWriterTheAnswerIsFalse) {
   EXPECT_FALSE(IsPresent(L"Fourth"));
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::GetWriterMetadata"), SizeIs(3));
+  EXPECT_THAT(Calls("IVssBackupComponents::GetWriterMetadata"), SizeIs(3));
 }
 
 TEST_F(WriterPresence, WithoutWritersTheAnswerIsFalse) {
   Install(SmallHost());
-
   EXPECT_FALSE(CVarnel(0).IsWriterPresent(details));
 }
 
 TEST_F(WriterPresence, TheBaseRequestorAcceptsAnyWriter) {
   EXPECT_TRUE(CVarnel(0).IsWriterPresent(details));
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::GetWriterMetadata"), SizeIs(1));
+  EXPECT_THAT(Calls("IVssBackupComponents::GetWriterMetadata"), SizeIs(1));
 }
 
 TEST_F(WriterPresence, TheServiceIsAskedInThisOrderAndNoFurtherThanTheFirstAcceptedWriter) {
   IsPresent(L"Second");
-
   EXPECT_THAT(
       ServiceCalls(),
       ElementsAre(
@@ -309,9 +265,7 @@ TEST_F(WriterPresence, TheServiceIsAskedInThisOrderAndNoFurtherThanTheFirstAccep
 
 TEST_F(WriterPresence, ARequestorIsAskedAboutWholeWriters) {
   OneWriter requestor(0, L"Second");
-
   EXPECT_TRUE(requestor.IsWriterPresent(details));
-
   ASSERT_THAT(requestor.asked, SizeIs(2));
   EXPECT_EQ(requestor.asked[0].name, L"First");
   EXPECT_EQ(requestor.asked[0].writerId, L"{00000001-0000-0000-0000-000000000000}");
@@ -323,9 +277,7 @@ TEST_F(WriterPresence, ARequestorIsAskedAboutWholeWriters) {
 
 TEST_F(WriterPresence, TheWritersAreNotKept) {
   OneWriter requestor(0, L"Second");
-
   requestor.IsWriterPresent(details);
-
   RequestorProbe probe(requestor);
   EXPECT_THAT(probe.writers(), IsEmpty());
   EXPECT_FALSE(probe.metadataGathered());
@@ -334,10 +286,8 @@ TEST_F(WriterPresence, TheWritersAreNotKept) {
 
 TEST_F(WriterPresence, ASecondQuestionReplacesTheObjectOfTheFirst) {
   OneWriter requestor(0, L"Second");
-
   EXPECT_TRUE(requestor.IsWriterPresent(details));
   EXPECT_TRUE(requestor.IsWriterPresent(details));
-
   EXPECT_EQ(host().live().Count("IVssBackupComponents"), 1);
 }
 
@@ -356,60 +306,58 @@ TEST_F(WriterPresence, AnObjectThatIsNotDeliveredIsUnexpected) {
   for (const char* call : {"CreateVssBackupComponents", "IVssBackupComponents::GatherWriterMetadata",
                            "IVssBackupComponents::GetWriterMetadata"}) {
     SCOPED_TRACE(call);
-    host().faults().FailCall(call, static_cast<DWORD>(S_OK));
-
+    FailCall(call, S_OK);
     EXPECT_EQ(ThrownLong([&] { IsPresent(L"Third"); }), Failure(E_UNEXPECTED));
-    EXPECT_EQ(host().live().Describe(), "");
+    ExpectNothingLive();
   }
 }
 
 TEST_F(WriterPresence, AFailureAfterTheFirstWriterFreesTheMetadata) {
-  host().faults().FailCall("IVssBackupComponents::GetWriterMetadata", static_cast<DWORD>(VSS_E_BAD_STATE), 2);
-
+  FailCall("IVssBackupComponents::GetWriterMetadata", VSS_E_BAD_STATE, 2);
   EXPECT_EQ(ThrownLong([&] { IsPresent(L"Third"); }), Failure(VSS_E_BAD_STATE));
-
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::FreeWriterMetadata"), SizeIs(1));
-  EXPECT_EQ(host().live().Describe(), "");
+  EXPECT_THAT(Calls("IVssBackupComponents::FreeWriterMetadata"), SizeIs(1));
 }
 
 TEST_F(WriterPresence, AWaitThatFailsWritesItsAlertAndIsThrown) {
-  host().faults().FailCall("IVssAsync::Wait", static_cast<DWORD>(E_ACCESSDENIED));
-
-  EXPECT_EQ(ThrownLong([&] { IsPresent(L"Third"); }), Failure(E_ACCESSDENIED));
-  EXPECT_EQ(details, "pAsync->Wait()=Failed, error=Error: 0x80070005, rc=COMMError, ca=ContactTechSupport;\n");
-  EXPECT_EQ(host().live().Describe(), "");
-}
-
-TEST_F(WriterPresence, AStatusThatCannotBeReadWritesItsAlertAndIsThrown) {
-  host().faults().FailCall("IVssAsync::QueryStatus", static_cast<DWORD>(VSS_E_UNEXPECTED));
-
-  EXPECT_EQ(ThrownLong([&] { IsPresent(L"Third"); }), Failure(VSS_E_UNEXPECTED));
-  EXPECT_EQ(details, "pAsync->QueryStatus()=Failed, error=VSS_E_UNEXPECTED, rc=COMMError, ca=ContactTechSupport;\n");
-  EXPECT_EQ(host().live().Describe(), "");
+  for (const auto& [call, text] :
+       {std::pair{"IVssAsync::Wait", "pAsync->Wait()"}, std::pair{"IVssAsync::QueryStatus", "pAsync->QueryStatus()"}}) {
+    details.clear();
+    FailCall(call, VSS_E_UNEXPECTED);
+    EXPECT_EQ(ThrownLong([&] { IsPresent(L"Third"); }), Failure(VSS_E_UNEXPECTED));
+    EXPECT_EQ(details, ComRecord(text, "VSS_E_UNEXPECTED"));
+    ExpectNothingLive();
+  }
 }
 
 TEST_F(WriterPresence, AGatheringThatFailsWritesTheStatusRecordWithoutAnEndAndIsThrown) {
   host().faults().FailAsync("GatherWriterMetadata", VSS_E_WRITER_INFRASTRUCTURE);
   details = "writer=0,";
-
   EXPECT_EQ(ThrownLong([&] { IsPresent(L"Third"); }), Failure(VSS_E_WRITER_INFRASTRUCTURE));
-
-  const std::string record =
-      "RequestStatus=QueryStatus(), Function=pAsync->QueryStatus(), Error=VSS_E_WRITER_INFRASTRUCTURE, "
-      "rc=SystemError, ca=ContactSupport";
+  const std::string record = QueryStatusRecord("VSS_E_WRITER_INFRASTRUCTURE");
   EXPECT_EQ(details, "writer=0," + record);
   EXPECT_THAT(log.All(), ElementsAre("I Waiting for Operation=GatherWriterMetadata() to finish...", "E   " + record));
-  EXPECT_EQ(host().live().Describe(), "");
+  ExpectNothingLive();
 }
 
 TEST_F(WriterPresence, MetadataThatCannotBeFreedIsLoggedAndTheAnswerStands) {
-  host().faults().FailCall("IVssBackupComponents::FreeWriterMetadata", static_cast<DWORD>(VSS_E_BAD_STATE));
-
+  FailCall("IVssBackupComponents::FreeWriterMetadata", VSS_E_BAD_STATE);
   EXPECT_TRUE(IsPresent(L"Third"));
   EXPECT_THAT(log.Errors(), ElementsAre("FreeWriterMetadata failed with error: 0x80042301"));
 }
 
-// ---- the network name ----
+TEST_F(WriterPresence, AQuestionAfterAGatheringKeepsTheWritersAndForgetsTheServicesMetadata) {
+  GatheredRequest<OneWriter> request({}, L"Second");
+  request.requestor.asked.clear();
+  EXPECT_TRUE(request.requestor.IsWriterPresent(details));
+  EXPECT_THAT(request.requestor.asked, SizeIs(2));
+  EXPECT_THAT(request.probe.writers(), SizeIs(3));
+  EXPECT_FALSE(request.probe.metadataGathered());
+  EXPECT_EQ(host().live().Count("IVssBackupComponents"), 1);
+  EXPECT_EQ(details, "");
+  EXPECT_EQ(request.alerts(), "");
+  // The metadata of the first object went with it; that of the second was given back by the question itself.
+  EXPECT_THAT(Calls("IVssBackupComponents::FreeWriterMetadata"), SizeIs(1));
+}
 
 class NetworkName : public HostFixture {
  protected:
@@ -429,92 +377,104 @@ const std::string kFallsBack = "I  GetClusterName failed. Falling back to local 
 
 TEST_F(NetworkName, OutsideAClusterItIsTheComputerNameInLowerCase) {
   InstallNode(std::nullopt);
-
   EXPECT_EQ(NameOf(L"anything"), L"sql01");
   EXPECT_THAT(log.All(), IsEmpty());
-  EXPECT_THAT(host().calls().Of("MetadataService::GetClusterName"), IsEmpty());
+  EXPECT_THAT(Calls("MetadataService::GetClusterName"), IsEmpty());
 }
 
 TEST_F(NetworkName, OnAClusterNodeItIsTheClustersNameInLowerCase) {
   InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L"SQLVirt-Net"}}});
-
   EXPECT_EQ(NameOf(L"sqlvirt"), L"sqlvirt-net");
   EXPECT_THAT(log.All(), IsEmpty());
-  EXPECT_THAT(host().calls().Of("GetComputerNameW"), IsEmpty());
+  EXPECT_THAT(Calls("GetComputerNameW"), IsEmpty());
 }
 
 TEST_F(NetworkName, TheClusterIsAskedForTheNameAsItStands) {
   InstallNode(simulator::ClusterNode{L"CLU01", {{L"SQLVIRT", L"net"}}});
-
   EXPECT_EQ(NameOf(L"SqlVirt"), L"net");
-  EXPECT_THAT(host().calls().Of("MetadataService::GetClusterName"),
+  EXPECT_THAT(Calls("MetadataService::GetClusterName"),
               ElementsAre(StartsWith("MetadataService::GetClusterName(SqlVirt)")));
 }
 
 TEST_F(NetworkName, OnlyLatinLettersChangeTheirCase) {
-  simulator::HostModel model = SmallHost();
-  model.computerName = L"K\u00D6LN";
-  Install(std::move(model));
-
+  model().computerName = L"K\u00D6LN";
   EXPECT_EQ(NameOf(L"x"), L"k\u00D6ln");
 }
 
-TEST_F(NetworkName, ANameThatTheClusterDoesNotKnowFallsBackToTheComputerName) {
-  InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L"sqlvirt"}}});
-
+TEST_F(NetworkName, ANameThatTheClusterDoesNotTellFallsBackToTheComputerName) {
+  InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L"sqlvirt"}, {L"nameless", L""}}});
   EXPECT_EQ(NameOf(L"other"), L"sql01");
-  EXPECT_THAT(log.All(), ElementsAre(kFallsBack));
-}
-
-TEST_F(NetworkName, AFailingBridgeFallsBackToTheComputerName) {
-  InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L"sqlvirt"}}});
-  host().faults().FailCall("MetadataService::GetClusterName", static_cast<DWORD>(E_FAIL));
-
-  EXPECT_EQ(NameOf(L"sqlvirt"), L"sql01");
-  EXPECT_THAT(log.All(), ElementsAre(kFallsBack));
-}
-
-TEST_F(NetworkName, ANameThatIsNoUnicodeFallsBackToTheComputerName) {
-  InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L"sqlvirt"}}});
-
   EXPECT_EQ(NameOf(std::wstring(1, static_cast<wchar_t>(0xD800))), L"sql01");
-  EXPECT_THAT(log.All(), ElementsAre(kFallsBack));
-}
-
-TEST_F(NetworkName, AnEmptyNameOfTheClusterFallsBackSilently) {
-  InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L""}}});
-
+  FailCall("MetadataService::GetClusterName", E_FAIL);
   EXPECT_EQ(NameOf(L"sqlvirt"), L"sql01");
+  EXPECT_THAT(log.All(), ElementsAre(kFallsBack, kFallsBack, kFallsBack));
+  log.lines.clear();
+  EXPECT_EQ(NameOf(L"nameless"), L"sql01");
   EXPECT_THAT(log.All(), IsEmpty());
 }
 
 TEST_F(NetworkName, AClusterStateThatCannotBeReadCountsAsNoCluster) {
   InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L"net"}}});
-  host().faults().FailCall("GetNodeClusterState", ERROR_ACCESS_DENIED);
-
+  FailCall("GetNodeClusterState", ERROR_ACCESS_DENIED);
   EXPECT_EQ(NameOf(L"sqlvirt"), L"sql01");
 }
 
 TEST_F(NetworkName, AComputerNameThatCannotBeReadIsReportedAndThrown) {
   InstallNode(std::nullopt);
-  host().faults().FailCall("GetComputerNameW", ERROR_ACCESS_DENIED);
-
+  FailCall("GetComputerNameW", ERROR_ACCESS_DENIED);
   EXPECT_EQ(ThrownLong([] { NameOf(L"sql01"); }), Win32Failure(ERROR_ACCESS_DENIED));
-  EXPECT_EQ(log.Errors(), Win32FailureLines("GetComputerNameW(buffer, &size)", 5, "Error: 0x80070005"));
+  EXPECT_EQ(log.Errors(), Win32FailureLines("\"GetComputerNameW(buffer, &size)\"", "5", "Error: 0x80070005"));
 }
 
 TEST_F(NetworkName, AComputerNameThatFailsWithoutACodeIsAGeneralFailure) {
   InstallNode(std::nullopt);
-  host().faults().FailCall("GetComputerNameW", ERROR_SUCCESS);
-
+  FailCall("GetComputerNameW", ERROR_SUCCESS);
   EXPECT_EQ(ThrownLong([] { NameOf(L"sql01"); }), Win32Failure(ERROR_GEN_FAILURE));
+}
+
+// A node whose cluster service has another state.
+class ClusterInState final : public ForwardingCluster {
+ public:
+  ClusterInState(Cluster& inner, DWORD state) : ForwardingCluster(inner), state_(state) {}
+  DWORD GetNodeClusterState(LPCWSTR, DWORD* state) override {
+    *state = state_;
+    return ERROR_SUCCESS;
+  }
+
+ private:
+  DWORD state_;
+};
+
+TEST_F(NetworkName, OnlyARunningClusterIsAsked) {
+  InstallNode(simulator::ClusterNode{L"CLU01", {{L"sqlvirt", L"net"}}});
+  for (const auto& [state, name, configured] : {std::tuple<DWORD, std::wstring, bool>{0x00, L"sql01", false},
+                                                {0x01, L"sql01", false},
+                                                {0x03, L"sql01", true},
+                                                {0x13, L"net", true}}) {
+    SCOPED_TRACE(state);
+    ClusterInState cluster(host().cluster(), state);
+    const CurrentHostWith current(host(), cluster);
+    EXPECT_EQ(NameOf(L"sqlvirt"), name);
+    EXPECT_EQ(TesselCommonClasses::ClusterHelper().IsCluster(true), name == L"net");
+    EXPECT_EQ(TesselCommonClasses::ClusterHelper().IsCluster(false), configured);
+  }
+  EXPECT_THAT(Calls("MetadataService::GetClusterName"), SizeIs(1));
+  EXPECT_THAT(log.All(), IsEmpty());
+}
+
+TEST_F(NetworkName, AComputerNameMayFillItsBuffer) {
+  const std::wstring longest(32766, L'n');
+  model().computerName = longest;
+  EXPECT_EQ(NameOf(L"anything"), longest);
+  model().computerName += L'n';
+  EXPECT_EQ(OutcomeOf([] { NameOf(L"anything"); }).thrown.has_value(), true);
 }
 
 // ---- external programs ----
 
 const std::string kCreateProcess =
-    "CreateProcessW(NULL, (LPWSTR)execCommand.c_str(), NULL, NULL, FALSE, CREATE_NO_WINDOW | "
-    "CREATE_UNICODE_ENVIRONMENT, NULL, NULL, &si, &pi)";
+    "\"CreateProcessW(NULL, (LPWSTR)execCommand.c_str(), NULL, NULL, FALSE, CREATE_NO_WINDOW | "
+    "CREATE_UNICODE_ENVIRONMENT, NULL, NULL, &si, &pi)\"";
 
 class ExternalProgram : public HostFixture {
  protected:
@@ -528,80 +488,56 @@ class ExternalProgram : public HostFixture {
 
 TEST_F(ExternalProgram, ExitCode0IsASuccess) {
   InstallProgram(0);
-
   Run();
-
   EXPECT_THAT(log.All(), ElementsAre("I - Executing command = tool.exe /k \"E:\\Db 1\"",
                                      "I Successfully completed execution of command = tool.exe /k \"E:\\Db 1\""));
-  EXPECT_EQ(host().live().Describe(), "");
 }
 
 TEST_F(ExternalProgram, IsStartedWaitedForAndAskedForItsExitCode) {
   InstallProgram(0);
-
   Run();
-
   EXPECT_THAT(host().calls().lines(),
               ElementsAre("CreateProcessW(tool.exe /k \"E:\\Db 1\") = ok", "WaitForSingleObject(process) = ok",
                           "GetExitCodeProcess(process) = ok", StartsWith("CloseHandle("), StartsWith("CloseHandle(")));
 }
 
-TEST_F(ExternalProgram, ExitCode1Throws80070001AfterTheCommandFailedLine) {
-  InstallProgram(1);
-
-  EXPECT_EQ(ThrownLong([] { Run(); }), Failure(static_cast<HRESULT>(0x80070001)));
-
-  EXPECT_THAT(log.All(), ElementsAre("I - Executing command = tool.exe /k \"E:\\Db 1\"",
-                                     "E Command Failed, Command=tool.exe /k \"E:\\Db 1\", Error=0x1"));
-  EXPECT_EQ(host().live().Describe(), "");
-}
-
-TEST_F(ExternalProgram, AnExitCodeKeepsItsLow16Bits) {
-  InstallProgram(0x123ABCD);
-
-  EXPECT_EQ(ThrownLong([] { Run(); }), Failure(static_cast<HRESULT>(0x8007ABCD)));
-  EXPECT_THAT(log.Errors(), ElementsAre("Command Failed, Command=tool.exe /k \"E:\\Db 1\", Error=0x123abcd"));
-}
-
-TEST_F(ExternalProgram, ANegativeExitCodeIsThrownAsItIs) {
-  InstallProgram(0xC0000005);
-
-  EXPECT_EQ(ThrownLong([] { Run(); }), Failure(static_cast<HRESULT>(0xC0000005)));
-  EXPECT_THAT(log.Errors(), ElementsAre("Command Failed, Command=tool.exe /k \"E:\\Db 1\", Error=0xc0000005"));
+TEST_F(ExternalProgram, AnExitCodeIsThrownAsAnHresultOfItsLow16BitsUnlessItIsNegative) {
+  for (const auto& [code, thrown, shown] : {std::tuple{0x1u, 0x80070001u, "1"},
+                                            {0x123ABCDu, 0x8007ABCDu, "123abcd"},
+                                            {0xC0000005u, 0xC0000005u, "c0000005"}}) {
+    InstallProgram(code);
+    log.lines.clear();
+    EXPECT_EQ(ThrownLong([] { Run(); }), Failure(static_cast<HRESULT>(thrown)));
+    EXPECT_THAT(log.All(),
+                ElementsAre("I - Executing command = tool.exe /k \"E:\\Db 1\"",
+                            "E Command Failed, Command=tool.exe /k \"E:\\Db 1\", Error=0x" + std::string(shown)));
+    ExpectNothingLive();
+  }
 }
 
 TEST_F(ExternalProgram, AProgramThatDoesNotExistIsReported) {
   EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(ERROR_FILE_NOT_FOUND));
-  EXPECT_EQ(log.Errors(), Win32FailureLines(kCreateProcess, 2, "Error: 0x80070002"));
+  EXPECT_EQ(log.Errors(), Win32FailureLines(kCreateProcess, "2", "Error: 0x80070002"));
 }
 
 TEST_F(ExternalProgram, AStartThatFailsWithoutACodeIsAGeneralFailure) {
   InstallProgram(0);
-  host().faults().FailCall("CreateProcessW", ERROR_SUCCESS);
-
+  FailCall("CreateProcessW", ERROR_SUCCESS);
   EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(ERROR_GEN_FAILURE));
-  EXPECT_EQ(log.Errors(), Win32FailureLines(kCreateProcess, 31, "Error: 0x8007001f"));
+  EXPECT_EQ(log.Errors(), Win32FailureLines(kCreateProcess, "31", "Error: 0x8007001f"));
 }
 
-TEST_F(ExternalProgram, AFailingWaitIsReportedAndTheHandlesAreClosed) {
-  InstallProgram(0);
-  host().faults().FailCall("WaitForSingleObject", ERROR_INVALID_HANDLE);
-
-  EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(ERROR_INVALID_HANDLE));
-
-  EXPECT_EQ(log.Errors(),
-            Win32FailureLines("WaitForSingleObject(pi.hProcess, INFINITE) == WAIT_OBJECT_0", 6, "Error: 0x80070006"));
-  EXPECT_EQ(host().live().Describe(), "");
-}
-
-TEST_F(ExternalProgram, AnExitCodeThatCannotBeReadIsReportedAndTheHandlesAreClosed) {
-  InstallProgram(0);
-  host().faults().FailCall("GetExitCodeProcess", ERROR_ACCESS_DENIED);
-
-  EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(ERROR_ACCESS_DENIED));
-
-  EXPECT_EQ(log.Errors(), Win32FailureLines("GetExitCodeProcess(pi.hProcess, &dwExitCode)", 5, "Error: 0x80070005"));
-  EXPECT_EQ(host().live().Describe(), "");
+TEST_F(ExternalProgram, AFailingCallAfterTheStartIsReportedAndTheHandlesAreClosed) {
+  for (const auto& [call, text] :
+       {std::pair{"WaitForSingleObject", "\"WaitForSingleObject(pi.hProcess, INFINITE) == WAIT_OBJECT_0\""},
+        std::pair{"GetExitCodeProcess", "\"GetExitCodeProcess(pi.hProcess, &dwExitCode)\""}}) {
+    InstallProgram(0);
+    log.lines.clear();
+    FailCall(call, ERROR_INVALID_HANDLE);
+    EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(ERROR_INVALID_HANDLE));
+    EXPECT_EQ(log.Errors(), Win32FailureLines(text, "6", "Error: 0x80070006"));
+    ExpectNothingLive();
+  }
 }
 
 // What a program is started with.
@@ -618,51 +554,36 @@ struct Start {
 };
 
 // Remembers how a program is started, and writes into its command line as the system may.
-class WatchedProcesses final : public Processes {
+class WatchedProcesses final : public ForwardingProcesses {
  public:
-  explicit WatchedProcesses(Processes& inner) : inner_(inner) {}
+  using ForwardingProcesses::ForwardingProcesses;
   BOOL CreateProcessW(LPCWSTR application, LPWSTR commandLine, void* processSecurity, void* threadSecurity,
                       BOOL inheritHandles, DWORD flags, void* environment, LPCWSTR directory, STARTUPINFOW* startup,
                       PROCESS_INFORMATION* process) override {
     start = {application != nullptr, commandLine, processSecurity != nullptr || threadSecurity != nullptr,
              inheritHandles,         flags,       environment != nullptr,
              directory != nullptr,   *startup,    0};
-    const BOOL started = inner_.CreateProcessW(application, commandLine, processSecurity, threadSecurity,
-                                               inheritHandles, flags, environment, directory, startup, process);
+    const BOOL started =
+        ForwardingProcesses::CreateProcessW(application, commandLine, processSecurity, threadSecurity, inheritHandles,
+                                            flags, environment, directory, startup, process);
     commandLine[0] = L'\0';
     return started;
   }
   DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) override {
     start.waitedFor = milliseconds;
-    return waitResult ? *waitResult : inner_.WaitForSingleObject(handle, milliseconds);
+    return waitResult ? *waitResult : ForwardingProcesses::WaitForSingleObject(handle, milliseconds);
   }
-  BOOL GetExitCodeProcess(HANDLE process, DWORD* exitCode) override {
-    return inner_.GetExitCodeProcess(process, exitCode);
-  }
-  BOOL CloseHandle(HANDLE handle) override { return inner_.CloseHandle(handle); }
 
   Start start;
   std::optional<DWORD> waitResult;
-
- private:
-  Processes& inner_;
-};
-
-class WatchedHost final : public ForwardingHost {
- public:
-  explicit WatchedHost(Host& inner) : ForwardingHost(inner), watched(inner.processes()) {}
-  Processes& processes() override { return watched; }
-  WatchedProcesses watched;
 };
 
 TEST_F(ExternalProgram, IsStartedWithoutAWindowInTheCallersEnvironmentAndFolder) {
   InstallProgram(0);
-  WatchedHost watched(host());
-  const ScopedHost scope(watched);
-
+  WatchedProcesses watched(host().processes());
+  const CurrentHostWith current(host(), watched);
   Run();
-
-  const Start& start = watched.watched.start;
+  const Start& start = watched.start;
   EXPECT_FALSE(start.hasApplication);
   EXPECT_EQ(start.commandLine, L"tool.exe /k \"E:\\Db 1\"");
   EXPECT_FALSE(start.hasSecurity);
@@ -677,25 +598,34 @@ TEST_F(ExternalProgram, IsStartedWithoutAWindowInTheCallersEnvironmentAndFolder)
 
 TEST_F(ExternalProgram, TheLogKeepsTheCommandThatTheSystemWroteInto) {
   InstallProgram(1);
-  WatchedHost watched(host());
-  const ScopedHost scope(watched);
-
+  WatchedProcesses watched(host().processes());
+  const CurrentHostWith current(host(), watched);
   EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(1));
   EXPECT_THAT(log.Errors(), ElementsAre("Command Failed, Command=tool.exe /k \"E:\\Db 1\", Error=0x1"));
 }
 
 TEST_F(ExternalProgram, AWaitThatEndsInAnyOtherWayIsAFailure) {
   InstallProgram(0);
-  WatchedHost watched(host());
-  const ScopedHost scope(watched);
-  watched.watched.waitResult = 0x102;  // WAIT_TIMEOUT
+  WatchedProcesses watched(host().processes());
+  const CurrentHostWith current(host(), watched);
+  watched.waitResult = 0x102;  // WAIT_TIMEOUT
   host().machine().lastError = ERROR_SUCCESS;
-
   EXPECT_EQ(ThrownLong([] { Run(); }), Win32Failure(ERROR_GEN_FAILURE));
-  EXPECT_EQ(host().live().Describe(), "");
 }
 
-// ---- the writer code ----
+TEST_F(ExternalProgram, EveryLogLineTellsTheLineOfItsStatement) {
+  InstallProgram(0);
+  Run();
+  Run();
+  ASSERT_THAT(log.lines, SizeIs(4));
+  for (const RecordingLog::Line& line : log.lines) {
+    EXPECT_GT(line.line, 0);
+    EXPECT_LT(line.line, 10000);
+  }
+  EXPECT_LT(log.lines[0].line, log.lines[1].line);
+  EXPECT_EQ(log.lines[2].line, log.lines[0].line);
+  EXPECT_EQ(log.lines[3].line, log.lines[1].line);
+}
 
 class WriterCode : public HostFixture {
  protected:
@@ -709,56 +639,44 @@ class WriterCode : public HostFixture {
 };
 
 TEST_F(WriterCode, IsTheValueOfTheFirstFieldThatContainsTheWord) {
-  EXPECT_EQ(Parse("host=a,writer=4,x=1"), "4");
-  EXPECT_EQ(Parse("writer=3"), "3");
-  EXPECT_EQ(Parse("writer=1,writer=2"), "1");
-  EXPECT_EQ(Parse("a,,writer=2,"), "2");
-}
-
-TEST_F(WriterCode, OfAFieldWithoutAValueIsTheWholeField) {
-  EXPECT_EQ(Parse("writers,z"), "writers");
-  EXPECT_EQ(Parse("a=1,the writer"), "the writer");
-}
-
-TEST_F(WriterCode, OfATextWithoutTheWordIsEmpty) {
-  EXPECT_EQ(Parse("a=1,b=2"), "");
-  EXPECT_EQ(Parse("a=1,b=2,"), "");
-  EXPECT_EQ(Parse("a"), "");
-  EXPECT_EQ(Parse(","), "");
-  EXPECT_EQ(Parse(""), "");
-}
-
-TEST_F(WriterCode, MayStandInAnyFieldThatContainsTheWordAnywhere) {
-  EXPECT_EQ(Parse("the writer code=2,writer=3"), "2");
-  EXPECT_EQ(Parse("x=writer"), "writer");
-  EXPECT_EQ(Parse("underwriters=7"), "7");
-}
-
-TEST_F(WriterCode, TheWordIsLookedForInLowerCaseOnly) {
-  EXPECT_EQ(Parse("Writer=1,WRITER=2,writer=3"), "3");
-  EXPECT_EQ(Parse("Writer=1"), "");
-}
-
-TEST_F(WriterCode, OnlyTheFirstEqualsSignSeparates) {
-  EXPECT_EQ(Parse("writer=1=2"), "1=2");
-  EXPECT_EQ(Parse("writer==2"), "=2");
-  EXPECT_EQ(Parse("writer="), "");
-}
-
-TEST_F(WriterCode, KeepsBlanksAndLineBreaksOfItsField) {
-  EXPECT_EQ(Parse(" writer= 3 \nnext,"), " 3 \nnext");
+  const std::pair<const char*, const char*> codes[] = {
+      {"host=a,writer=4,x=1", "4"},
+      {"writer=3", "3"},
+      {"writer=1,writer=2", "1"},
+      {"a,,writer=2,", "2"},
+      // a field without a value
+      {"writers,z", "writers"},
+      {"a=1,the writer", "the writer"},
+      // the word anywhere in its field
+      {"the writer code=2,writer=3", "2"},
+      {"x=writer", "writer"},
+      {"underwriters=7", "7"},
+      // nowhere, or not in lower case
+      {"a=1,b=2", ""},
+      {"a=1,b=2,", ""},
+      {"a", ""},
+      {",", ""},
+      {"", ""},
+      {"Writer=1", ""},
+      {"Writer=1,WRITER=2,writer=3", "3"},
+      // the first equals sign separates
+      {"writer=1=2", "1=2"},
+      {"writer==2", "=2"},
+      {"writer=", ""},
+      // blanks and line breaks stay
+      {" writer= 3 \nnext,", " 3 \nnext"},
+  };
+  for (const auto& [text, code] : codes) EXPECT_EQ(Parse(text), code) << text;
 }
 
 TEST_F(WriterCode, IsLoggedAndKeptUntilTheNextOne) {
   CVarnel requestor(0);
   RequestorProbe probe(requestor);
   EXPECT_EQ(probe.getWriterCode(), "");
-
   probe.parseWriterCode("writer=2,");
   EXPECT_EQ(probe.getWriterCode(), "2");
   probe.parseWriterCode("nothing");
   EXPECT_EQ(probe.getWriterCode(), "");
-
   EXPECT_THAT(log.All(),
               ElementsAre("I Writer code received from Array is: 2", "I Writer code received from Array is: "));
 }
@@ -766,9 +684,7 @@ TEST_F(WriterCode, IsLoggedAndKeptUntilTheNextOne) {
 TEST_F(WriterCode, CanBeSet) {
   CVarnel requestor(0);
   RequestorProbe probe(requestor);
-
   probe.setWriterCode("17");
-
   EXPECT_EQ(probe.getWriterCode(), "17");
   EXPECT_THAT(log.All(), IsEmpty());
 }

@@ -1,23 +1,15 @@
 // Disks by serial number, and the comparison of the protection set with the disks that the application uses.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstddef>
 #include <cstring>
 #include <functional>
 #include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "tests/support/forwarding_host.h"
-#include "tests/support/host_fixture.h"
-#include "tests/support/request.h"
+#include "tests/support/request_fixture.h"
 
 namespace varnel::test {
 namespace {
-
-using testing::SizeIs;
 
 using Serials = std::vector<std::wstring>;
 
@@ -38,76 +30,58 @@ struct Descriptor {
   }
 };
 
-// A host whose drive 1 answers with an edited descriptor.
-class OddDrive final : public ForwardingHost {
+// Drive 1 answers with an edited descriptor.
+class OddStorage final : public ForwardingStorage {
  public:
-  OddDrive(Host& inner, std::function<void(Descriptor&)> edit)
-      : ForwardingHost(inner), storage_(inner.storage(), std::move(edit)) {}
-  Storage& storage() override { return storage_; }
+  OddStorage(Storage& inner, std::function<void(Descriptor&)> edit)
+      : ForwardingStorage(inner), edit_(std::move(edit)) {}
+  HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD share, void* security, DWORD disposition, DWORD flags,
+                     HANDLE templateFile) override {
+    edits_ = std::wstring(name).ends_with(L'1');
+    return ForwardingStorage::CreateFileW(name, access, share, security, disposition, flags, templateFile);
+  }
+  BOOL DeviceIoControl(HANDLE device, DWORD code, void* in, DWORD inBytes, void* out, DWORD outBytes, DWORD* returned,
+                       void* overlapped) override {
+    const BOOL answered =
+        ForwardingStorage::DeviceIoControl(device, code, in, inBytes, out, outBytes, returned, overlapped);
+    if (!edits_) return answered;
+    auto* bytes = static_cast<char*>(out);
+    Descriptor descriptor{std::vector<char>(bytes, bytes + outBytes), *returned};
+    edit_(descriptor);
+    std::memcpy(out, descriptor.bytes.data(), outBytes);
+    *returned = descriptor.returned;
+    return answered;
+  }
 
  private:
-  class OddStorage final : public ForwardingStorage {
-   public:
-    OddStorage(Storage& inner, std::function<void(Descriptor&)> edit)
-        : ForwardingStorage(inner), edit_(std::move(edit)) {}
-    HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD share, void* security, DWORD disposition, DWORD flags,
-                       HANDLE templateFile) override {
-      edits_ = std::wstring(name).ends_with(L'1');
-      return ForwardingStorage::CreateFileW(name, access, share, security, disposition, flags, templateFile);
-    }
-    BOOL DeviceIoControl(HANDLE device, DWORD code, void* in, DWORD inBytes, void* out, DWORD outBytes, DWORD* returned,
-                         void* overlapped) override {
-      const BOOL answered =
-          ForwardingStorage::DeviceIoControl(device, code, in, inBytes, out, outBytes, returned, overlapped);
-      if (!edits_) return answered;
-      auto* bytes = static_cast<char*>(out);
-      Descriptor descriptor{std::vector<char>(bytes, bytes + outBytes), *returned};
-      edit_(descriptor);
-      std::memcpy(out, descriptor.bytes.data(), outBytes);
-      *returned = descriptor.returned;
-      return answered;
-    }
-
-   private:
-    std::function<void(Descriptor&)> edit_;
-    bool edits_ = false;
-  };
-
-  OddStorage storage_;
+  std::function<void(Descriptor&)> edit_;
+  bool edits_ = false;
 };
 
 class DriveScan : public HostFixture {
  protected:
   /// The serial numbers that a scan finds.
   Serials Scan() {
-    Request request;
+    SnapshotRequest request;
     request.probe.GetAllSystemDisks();
     return request.probe.systemDisks();
   }
   Serials ScanWith(std::function<void(Descriptor&)> edit) {
-    OddDrive odd(host(), std::move(edit));
-    const ScopedHost scope(odd);
+    OddStorage odd(host().storage(), std::move(edit));
+    const CurrentHostWith current(host(), odd);
     return Scan();
-  }
-  void InstallSerial(std::wstring serial) {
-    simulator::HostModel model = SmallHost();
-    model.disks[1].serial = std::move(serial);
-    Install(std::move(model));
   }
 };
 
 TEST_F(DriveScan, ListsTheSerialNumberOfEveryDriveInOrder) {
   EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0001", L"TSL0002"}));
-
   EXPECT_THAT(log.All(),
               ElementsAre("I \\\\.\\PhysicalDrive0, Serial # is SYS", "I \\\\.\\PhysicalDrive1, Serial # is TSL0001",
                           "I \\\\.\\PhysicalDrive2, Serial # is TSL0002"));
-  EXPECT_EQ(host().live().Describe(), "");
 }
 
 TEST_F(DriveScan, AsksEveryDriveOnceAndClosesIt) {
   Scan();
-
   EXPECT_THAT(host().calls().lines(),
               ElementsAre("CreateFileW(\\\\.\\PhysicalDrive0) = ok",
                           "DeviceIoControl(\\\\.\\PhysicalDrive0, IOCTL_STORAGE_QUERY_PROPERTY) = ok",
@@ -119,139 +93,97 @@ TEST_F(DriveScan, AsksEveryDriveOnceAndClosesIt) {
 }
 
 TEST_F(DriveScan, EndsAtTheFirstMissingDriveNumber) {
-  simulator::HostModel model = SmallHost();
-  model.disks[2].number = 3;
-  Install(std::move(model));
-
+  model().disks[2].number = 3;
   EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0001"}));
-  EXPECT_THAT(host().calls().Of("CreateFileW"), SizeIs(3));
+  EXPECT_THAT(Calls("CreateFileW"), SizeIs(3));
   EXPECT_THAT(log.Errors(), IsEmpty());
 }
 
 TEST_F(DriveScan, WithoutAnyDriveFindsNothing) {
-  simulator::HostModel model = SmallHost();
-  model.disks.clear();
-  Install(std::move(model));
-
+  model().disks.clear();
   EXPECT_THAT(Scan(), IsEmpty());
   EXPECT_THAT(log.All(), IsEmpty());
 }
 
 TEST_F(DriveScan, LeavesADriveWithoutASerialNumberOutAndGoesOn) {
-  simulator::HostModel model = SmallHost();
-  model.disks[1].reportsSerial = false;
-  Install(std::move(model));
-
+  model().disks[1].reportsSerial = false;
   EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0002"}));
   EXPECT_THAT(log.Warnings(), ElementsAre("Serial number is not present for the disk  \\\\.\\PhysicalDrive1"));
   EXPECT_THAT(log.Errors(), IsEmpty());
 }
 
 TEST_F(DriveScan, AddsToTheListOfAnEarlierScan) {
-  Request request;
-
+  SnapshotRequest request;
   request.probe.GetAllSystemDisks();
   request.probe.GetAllSystemDisks();
-
   EXPECT_EQ(request.probe.systemDisks(), (Serials{L"SYS", L"TSL0001", L"TSL0002", L"SYS", L"TSL0001", L"TSL0002"}));
 }
 
 TEST_F(DriveScan, ADriveThatCannotBeOpenedThrowsItsCodeAndKeepsWhatWasFound) {
-  host().faults().FailCall("CreateFileW", ERROR_ACCESS_DENIED, 2);
-  Request request;
-
+  FailCall("CreateFileW", ERROR_ACCESS_DENIED, 2);
+  SnapshotRequest request;
   EXPECT_EQ(ThrownLong([&] { request.probe.GetAllSystemDisks(); }), Win32Failure(ERROR_ACCESS_DENIED));
-
   EXPECT_THAT(log.Errors(), ElementsAre("ERROR: Win32 call L\"GetSerialNoForDisk\" failed.", "- GetLastError() == 5",
                                         "- Error text: Error: 0x80070005"));
   EXPECT_EQ(request.probe.systemDisks(), (Serials{L"SYS"}));
 }
 
 TEST_F(DriveScan, AFailureIsLoggedWithTheSystemsTextForIt) {
-  simulator::HostModel model = SmallHost();
-  model.messages = {{0x80070005, L"Access is denied.\r\n"}};
-  Install(std::move(model));
-  host().faults().FailCall("CreateFileW", ERROR_ACCESS_DENIED);
-
+  model().messages = {{0x80070005, L"Access is denied.\r\n"}};
+  FailCall("CreateFileW", ERROR_ACCESS_DENIED);
   EXPECT_EQ(ThrownLong([&] { Scan(); }), Win32Failure(ERROR_ACCESS_DENIED));
   EXPECT_EQ(log.Errors().back(), "- Error text: Access is denied.\r\n");
 }
 
 TEST_F(DriveScan, ADriveThatDoesNotAnswerThrowsItsCodeAndIsClosed) {
   constexpr DWORD kIoDevice = 1117;
-  host().faults().FailCall("DeviceIoControl", kIoDevice, 3);
-
+  FailCall("DeviceIoControl", kIoDevice, 3);
   EXPECT_EQ(ThrownLong([&] { Scan(); }), Win32Failure(kIoDevice));
-
   EXPECT_THAT(log.Errors(), ElementsAre("DeviceIoControl() Failed, IOCTL=IOCTL_STORAGE_QUERY_PROPERTY, Error=1117",
                                         "ERROR: Win32 call L\"GetSerialNoForDisk\" failed.", "- GetLastError() == 1117",
                                         "- Error text: Error: 0x8007045d"));
-  EXPECT_THAT(host().calls().lines(), testing::Contains("CloseHandle(\\\\.\\PhysicalDrive2) = ok"));
-  EXPECT_EQ(host().live().Describe(), "");
+  EXPECT_THAT(host().calls().lines(), Contains("CloseHandle(\\\\.\\PhysicalDrive2) = ok"));
 }
 
 TEST_F(DriveScan, ADriveThatVanishesBeforeItAnswersEndsTheScan) {
-  host().faults().FailCall("DeviceIoControl", ERROR_FILE_NOT_FOUND, 2);
-
+  FailCall("DeviceIoControl", ERROR_FILE_NOT_FOUND, 2);
   EXPECT_EQ(Scan(), (Serials{L"SYS"}));
   EXPECT_THAT(log.Errors(), ElementsAre("DeviceIoControl() Failed, IOCTL=IOCTL_STORAGE_QUERY_PROPERTY, Error=2"));
 }
 
 TEST_F(DriveScan, AFailureWithoutACodeCountsAsAGeneralFailure) {
-  host().faults().FailCall("CreateFileW", ERROR_SUCCESS);
-
+  FailCall("CreateFileW", ERROR_SUCCESS);
   EXPECT_EQ(ThrownLong([&] { Scan(); }), Win32Failure(ERROR_GEN_FAILURE));
-  EXPECT_THAT(log.Errors(), testing::Contains("- GetLastError() == 31"));
+  EXPECT_THAT(log.Errors(), Contains("- GetLastError() == 31"));
 }
 
-TEST_F(DriveScan, KeepsBlanksAroundASerialNumber) {
-  InstallSerial(L"  TSL0001 ");
-
-  EXPECT_EQ(Scan(), (Serials{L"SYS", L"  TSL0001 ", L"TSL0002"}));
+TEST_F(DriveScan, TakesASerialNumberAsItStandsUpTo511Characters) {
+  for (const std::wstring& serial : {std::wstring(L"  TSL0001 "), std::wstring(L"tsl0001X"), std::wstring(511, L'7')}) {
+    model().disks[1].serial = serial;
+    EXPECT_EQ(Scan(), (Serials{L"SYS", serial, L"TSL0002"}));
+  }
 }
 
-TEST_F(DriveScan, KeepsTheCaseOfASerialNumber) {
-  InstallSerial(L"tsl0001X");
-
-  EXPECT_EQ(Scan(), (Serials{L"SYS", L"tsl0001X", L"TSL0002"}));
+TEST_F(DriveScan, SkipsADriveWhoseSerialNumberIsEmptyOrHas512Characters) {
+  for (const std::size_t length : {0u, 512u}) {
+    log.lines.clear();
+    model().disks[1].serial = std::wstring(length, L'7');
+    EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0002"}));
+    EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
+  }
 }
 
-TEST_F(DriveScan, SkipsADriveWhoseSerialNumberIsEmpty) {
-  InstallSerial(L"");
-
-  EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0002"}));
-  EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
-}
-
-TEST_F(DriveScan, TakesASerialNumberOf511Characters) {
-  const std::wstring longest(511, L'7');
-  InstallSerial(longest);
-
-  EXPECT_EQ(Scan(), (Serials{L"SYS", longest, L"TSL0002"}));
-}
-
-TEST_F(DriveScan, SkipsADriveWhoseSerialNumberHas512Characters) {
-  InstallSerial(std::wstring(512, L'7'));
-
-  EXPECT_EQ(Scan(), (Serials{L"SYS", L"TSL0002"}));
-  EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
-}
-
-TEST_F(DriveScan, SkipsADriveWhoseSerialNumberLiesBehindTheReturnedBytes) {
-  EXPECT_EQ(ScanWith([](Descriptor& descriptor) { descriptor.SetSerialNumberOffset(descriptor.returned); }),
-            (Serials{L"SYS", L"TSL0002"}));
-  EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
-}
-
-TEST_F(DriveScan, SkipsADriveWhoseSerialNumberOffsetIsFarOutsideTheBuffer) {
-  EXPECT_EQ(ScanWith([](Descriptor& descriptor) { descriptor.SetSerialNumberOffset(0xFFFFFFFE); }),
-            (Serials{L"SYS", L"TSL0002"}));
-  EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
-}
-
-TEST_F(DriveScan, SkipsADriveWhoseSerialNumberHasNoEnd) {
-  EXPECT_EQ(ScanWith([](Descriptor& descriptor) { --descriptor.returned; }), (Serials{L"SYS", L"TSL0002"}));
-  EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
+TEST_F(DriveScan, SkipsADriveWhoseSerialNumberDoesNotLieAndEndWithinTheReturnedBytes) {
+  const std::function<void(Descriptor&)> edits[] = {
+      [](Descriptor& descriptor) { descriptor.SetSerialNumberOffset(descriptor.returned); },
+      [](Descriptor& descriptor) { descriptor.SetSerialNumberOffset(0xFFFFFFFE); },
+      [](Descriptor& descriptor) { --descriptor.returned; },
+  };
+  for (const std::function<void(Descriptor&)>& edit : edits) {
+    log.lines.clear();
+    EXPECT_EQ(ScanWith(edit), (Serials{L"SYS", L"TSL0002"}));
+    EXPECT_THAT(log.Errors(), ElementsAre("Failed to convert serial # into wchar"));
+  }
 }
 
 TEST_F(DriveScan, BelievesADriveThatClaimsMoreBytesThanTheBufferHoldsNoFurtherThanTheBuffer) {
@@ -260,7 +192,6 @@ TEST_F(DriveScan, BelievesADriveThatClaimsMoreBytesThanTheBufferHoldsNoFurtherTh
     descriptor.SetSerialNumberOffset(static_cast<DWORD>(descriptor.bytes.size()) - 1);
     descriptor.returned = static_cast<DWORD>(descriptor.bytes.size()) + 100;
   });
-
   EXPECT_EQ(found, (Serials{L"SYS", L"TSL0002"}));
 }
 
@@ -269,158 +200,193 @@ TEST_F(DriveScan, ReadsASerialNumberAtOffset0LikeAnyOther) {
     std::memcpy(descriptor.bytes.data(), "AB", 3);
     descriptor.SetSerialNumberOffset(0);
   });
-
   EXPECT_EQ(found, (Serials{L"SYS", L"AB", L"TSL0002"}));
 }
 
-// ---- disks of the system ----
+// How drives are opened and asked.
+class WatchedStorage final : public ForwardingStorage {
+ public:
+  using ForwardingStorage::ForwardingStorage;
+  HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD share, void* security, DWORD disposition, DWORD flags,
+                     HANDLE templateFile) override {
+    EXPECT_EQ(access, DWORD{GENERIC_READ} | DWORD{GENERIC_WRITE});
+    EXPECT_EQ(share, DWORD{FILE_SHARE_READ});
+    EXPECT_EQ(security, nullptr);
+    EXPECT_EQ(disposition, DWORD{OPEN_EXISTING});
+    EXPECT_EQ(flags, DWORD{FILE_ATTRIBUTE_NORMAL});
+    EXPECT_EQ(templateFile, nullptr);
+    ++opened;
+    return ForwardingStorage::CreateFileW(name, access, share, security, disposition, flags, templateFile);
+  }
+  BOOL DeviceIoControl(HANDLE device, DWORD code, void* in, DWORD inBytes, void* out, DWORD outBytes, DWORD* returned,
+                       void* overlapped) override {
+    EXPECT_EQ(code, DWORD{IOCTL_STORAGE_QUERY_PROPERTY});
+    EXPECT_EQ(inBytes, 12u);
+    EXPECT_EQ(outBytes, 4096u);
+    EXPECT_EQ(overlapped, nullptr);
+    const auto* bytes = static_cast<const char*>(out);
+    EXPECT_TRUE(std::all_of(bytes, bytes + outBytes, [](char c) { return c == 0; })) << "zero beforehand";
+    ++asked;
+    return ForwardingStorage::DeviceIoControl(device, code, in, inBytes, out, outBytes, returned, overlapped);
+  }
+  int opened = 0;
+  int asked = 0;
+};
+
+TEST_F(DriveScan, OpensDrivesForReadingAndWritingAndAsksWithOneFullBuffer) {
+  WatchedStorage watched(host().storage());
+  const CurrentHostWith current(host(), watched);
+  EXPECT_THAT(Scan(), SizeIs(3));
+  EXPECT_EQ(watched.opened, 4);
+  EXPECT_EQ(watched.asked, 3);
+}
 
 class SystemDisks : public HostFixture {};
 
 TEST_F(SystemDisks, WmiListsTheArraysDisksInItsOrder) {
   std::string details = "before";
-
   EXPECT_EQ(CVarnel::GetAllSystemDisksEx(details), (Serials{L"TSL0001", L"TSL0002"}));
   EXPECT_EQ(details, "before");
   EXPECT_THAT(log.All(), IsEmpty());
 }
 
 TEST_F(SystemDisks, WithoutADiskOfTheArrayTheListIsEmptyAndOneErrorIsLogged) {
-  simulator::HostModel model = SmallHost();
-  model.disks.resize(1);
-  Install(std::move(model));
+  model().disks.resize(1);
   std::string details;
-
   EXPECT_THAT(CVarnel::GetAllSystemDisksEx(details), IsEmpty());
   EXPECT_THAT(log.All(), ElementsAre("E UNEXPECTED: No tessel disks enumerated by MSFT_Disk class!"));
   EXPECT_EQ(details, "");
 }
 
 TEST_F(SystemDisks, AFailingWmiQueryPassesToTheCaller) {
-  host().faults().FailCall("IWbemServices::ExecQuery", static_cast<DWORD>(E_FAIL));
+  FailCall("IWbemServices::ExecQuery", E_FAIL);
   std::string details;
-
   EXPECT_THROW(CVarnel::GetAllSystemDisksEx(details), TesselCommonClasses::ExceptionCommon);
 }
 
 TEST_F(SystemDisks, NoDiskIsPresentBeforeTheDrivesWereScannedWhateverWmiFinds) {
-  Request request;
-
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL0001", request.details));
-
-  EXPECT_THAT(host().calls().Of("IWbemServices::ExecQuery"), SizeIs(1));
+  SnapshotRequest request;
+  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL0001", request.details()));
+  EXPECT_THAT(Calls("IWbemServices::ExecQuery"), SizeIs(1));
   EXPECT_THAT(request.probe.systemDisks(), IsEmpty());
 }
 
 TEST_F(SystemDisks, EveryQuestionBeforeTheScanAsksWmiAgain) {
-  Request request;
-
-  request.requestor.IsDiskPresentInSystem(L"TSL0001", request.details);
-  request.requestor.IsDiskPresentInSystem(L"TSL0001", request.details);
-
-  EXPECT_THAT(host().calls().Of("IWbemServices::ExecQuery"), SizeIs(2));
+  SnapshotRequest request;
+  request.requestor.IsDiskPresentInSystem(L"TSL0001", request.details());
+  request.requestor.IsDiskPresentInSystem(L"TSL0001", request.details());
+  EXPECT_THAT(Calls("IWbemServices::ExecQuery"), SizeIs(2));
 }
 
 TEST_F(SystemDisks, AfterTheScanADiskIsPresentInAnyCaseAndWmiIsNotAsked) {
-  Request request;
+  SnapshotRequest request;
   request.probe.GetAllSystemDisks();
-
-  EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(L"TSL0002", request.details));
-  EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(L"tsl0002", request.details));
-  EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(L"sys", request.details));
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL0003", request.details));
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL000", request.details));
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L" TSL0002", request.details));
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"", request.details));
-  EXPECT_THAT(host().calls().Of("IWbemServices::ExecQuery"), IsEmpty());
+  for (const wchar_t* disk : {L"TSL0002", L"tsl0002", L"sys"}) {
+    EXPECT_TRUE(request.requestor.IsDiskPresentInSystem(disk, request.details())) << disk;
+  }
+  for (const wchar_t* disk : {L"TSL0003", L"TSL000", L" TSL0002", L""}) {
+    EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(disk, request.details())) << disk;
+  }
+  EXPECT_THAT(Calls("IWbemServices::ExecQuery"), IsEmpty());
 }
 
 TEST_F(SystemDisks, TheListOfTheScanIsNotRefreshed) {
-  Request request;
+  SnapshotRequest request;
   request.probe.GetAllSystemDisks();
-  host().model().disks.push_back(MakeDisk(L"TSL0003", 3, L"G:\\"));
-
-  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL0003", request.details));
+  model().disks.push_back(MakeDisk(L"TSL0003", 3, L"G:\\"));
+  EXPECT_FALSE(request.requestor.IsDiskPresentInSystem(L"TSL0003", request.details()));
 }
 
-// ---- a volume's disk ----
+class VolumeIdentity : public HostFixture {
+ protected:
+  DWORD Ask(SnapshotRequest<>& request, const std::wstring& volume) {
+    return request.probe.GetDiskSerialNumberForVolume(volume, disk, serial);
+  }
+  /// The answer is 123, and the outputs stay as they were.
+  void ExpectUnknown(SnapshotRequest<>& request, const std::wstring& volume) {
+    disk = L"disk before";
+    serial = L"serial before";
+    EXPECT_EQ(Ask(request, volume), DWORD{ERROR_INVALID_NAME});
+    EXPECT_EQ(disk, L"disk before");
+    EXPECT_EQ(serial, L"serial before");
+  }
 
-class VolumeIdentity : public HostFixture {};
-
-TEST_F(VolumeIdentity, AVolumesDiskIsFoundByItsUniqueNameInAnyCase) {
-  simulator::HostModel model = SmallHost();
-  model.disks[1].volumes[0].name = L"\\\\?\\Volume{abcdef01-0000-0000-0000-000000000000}\\";
-  Install(std::move(model));
-  Request request;
   std::wstring disk;
   std::wstring serial;
+};
 
-  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(L"\\\\?\\VOLUME{ABCDEF01-0000-0000-0000-000000000000}\\", disk,
-                                                       serial),
-            0u);
+TEST_F(VolumeIdentity, AVolumesDiskIsFoundByItsUniqueNameInAnyCase) {
+  model().disks[1].volumes[0].name = L"\\\\?\\Volume{abcdef01-0000-0000-0000-000000000000}\\";
+  SnapshotRequest request;
+  EXPECT_EQ(Ask(request, L"\\\\?\\VOLUME{ABCDEF01-0000-0000-0000-000000000000}\\"), 0u);
   EXPECT_EQ(disk, L"\\\\.\\PhysicalDrive1");
   EXPECT_EQ(serial, L"TSL0001");
 }
 
 TEST_F(VolumeIdentity, ASerialNumberKeepsItsBlanks) {
-  simulator::HostModel model = SmallHost();
-  model.disks[1].serial = L" TSL0001  ";
-  Install(std::move(model));
-  Request request;
-  std::wstring disk;
-  std::wstring serial;
-
-  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(1), disk, serial), 0u);
+  model().disks[1].serial = L" TSL0001  ";
+  SnapshotRequest request;
+  EXPECT_EQ(Ask(request, VolumeName(1)), 0u);
   EXPECT_EQ(serial, L" TSL0001  ");
 }
 
 TEST_F(VolumeIdentity, AVolumeWithoutAKnownDiskGives123AndLeavesTheOutputs) {
-  Request request;
-  std::wstring disk = L"disk before";
-  std::wstring serial = L"serial before";
-
-  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(9), disk, serial), DWORD{ERROR_INVALID_NAME});
-  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(L"", disk, serial), DWORD{ERROR_INVALID_NAME});
-  EXPECT_EQ(disk, L"disk before");
-  EXPECT_EQ(serial, L"serial before");
+  SnapshotRequest request;
+  ExpectUnknown(request, VolumeName(9));
+  ExpectUnknown(request, L"");
 }
 
 TEST_F(VolumeIdentity, ADiskWithoutASerialNumberGives123AndLeavesTheOutputs) {
-  simulator::HostModel model = SmallHost();
-  model.disks[1].reportsSerial = false;
-  Install(std::move(model));
-  Request request;
-  std::wstring disk = L"disk before";
-  std::wstring serial = L"serial before";
-
-  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(1), disk, serial), DWORD{ERROR_INVALID_NAME});
-  EXPECT_EQ(disk, L"disk before");
-  EXPECT_EQ(serial, L"serial before");
+  model().disks[1].reportsSerial = false;
+  SnapshotRequest request;
+  ExpectUnknown(request, VolumeName(1));
 }
 
 TEST_F(VolumeIdentity, WithoutAnEnumeratorEveryVolumeGives123) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetDiskAndVolumeEnumeratorObj(nullptr);
-  std::wstring disk = L"disk before";
-  std::wstring serial = L"serial before";
-
-  EXPECT_EQ(request.probe.GetDiskSerialNumberForVolume(VolumeName(1), disk, serial), DWORD{ERROR_INVALID_NAME});
-  EXPECT_EQ(disk, L"disk before");
-  EXPECT_EQ(serial, L"serial before");
+  ExpectUnknown(request, VolumeName(1));
   EXPECT_THAT(log.All(), IsEmpty());
 }
 
 TEST_F(VolumeIdentity, WithoutAnEnumeratorTheVolumesOfExtraDisksCannotBeFound) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetDiskAndVolumeEnumeratorObj(nullptr);
   request.probe.extraSerialNumbers() = {L"TSL0001"};
   std::vector<std::wstring> volumes;
-
   EXPECT_EQ(ThrownLong([&] { request.probe.GetVolumeListForExtraVolumes(volumes); }), Failure(E_POINTER));
   EXPECT_THAT(log.All(), ElementsAre("E No disk and volume enumerator has been set"));
 }
 
-// ---- eligible disks ----
+// Volumes do not tell their extents.
+class SilentVolumes final : public ForwardingStorage {
+ public:
+  SilentVolumes(simulator::SimulatedHost& host, DWORD error)
+      : ForwardingStorage(host.storage()), machine_(host.machine()), error_(error) {}
+  BOOL DeviceIoControl(HANDLE device, DWORD code, void* in, DWORD inBytes, void* out, DWORD outBytes, DWORD* returned,
+                       void* overlapped) override {
+    if (code != IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS) {
+      return ForwardingStorage::DeviceIoControl(device, code, in, inBytes, out, outBytes, returned, overlapped);
+    }
+    ++asked;
+    machine_.lastError = error_;
+    return FALSE;
+  }
+  int asked = 0;
+
+ private:
+  simulator::Machine& machine_;
+  DWORD error_;
+};
+
+TEST_F(VolumeIdentity, AVolumeThatCannotTellItsExtentsIsAskedOnce) {
+  constexpr DWORD kNotReady = 21;
+  SilentVolumes silent(host(), kNotReady);
+  const CurrentHostWith current(host(), silent);
+  SnapshotRequest request;
+  ExpectUnknown(request, VolumeName(1));
+  EXPECT_EQ(silent.asked, 3) << "once for each of the three volumes";
+}
 
 class EligibleDisks : public HostFixture {
  protected:
@@ -432,26 +398,23 @@ class EligibleDisks : public HostFixture {
 };
 
 TEST_F(EligibleDisks, ADiskOfTheInputListIsEligible) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetInputDriveSerialNos({L"TSL0001", L"TSL0002"});
-
   EXPECT_TRUE(request.probe.isVolumeEligible(L"TSL0002"));
   EXPECT_THAT(log.All(), IsEmpty());
 }
 
 TEST_F(EligibleDisks, AnyOtherDiskIsNotAndNothingIsLogged) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetInputDriveSerialNos({L"TSL0001"});
-
   EXPECT_FALSE(request.probe.isVolumeEligible(L"TSL0002"));
   EXPECT_FALSE(request.probe.isVolumeEligible(L""));
   EXPECT_THAT(log.All(), IsEmpty());
 }
 
 TEST_F(EligibleDisks, TheInputListComparesExactly) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetInputDriveSerialNos({L"TSL0001", L" TSL0002"});
-
   EXPECT_FALSE(request.probe.isVolumeEligible(L"tsl0001"));
   EXPECT_FALSE(request.probe.isVolumeEligible(L"TSL0001 "));
   EXPECT_FALSE(request.probe.isVolumeEligible(L"TSL0002"));
@@ -461,23 +424,19 @@ TEST_F(EligibleDisks, TheInputListComparesExactly) {
 }
 
 TEST_F(EligibleDisks, TheSystemDiskIsNotEvenWhenItIsListed) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetInputDriveSerialNos({L"SYS"});
-
   EXPECT_FALSE(request.probe.isVolumeEligible(L"SYS"));
   EXPECT_THAT(log.All(), ElementsAre("W Affected volume SYS of file descriptor is a system volume. Hence not "
                                      "including in the snapshot set."));
 }
 
 TEST_F(EligibleDisks, TheSystemDiskComparesExactly) {
-  Request request;
+  SnapshotRequest request;
   request.requestor.SetInputDriveSerialNos({L"sys"});
-
   EXPECT_TRUE(request.probe.isVolumeEligible(L"sys"));
   EXPECT_THAT(log.All(), IsEmpty());
 }
-
-// ---- snapshot devices ----
 
 class SnapshotDevices : public HostFixture {
  protected:
@@ -496,18 +455,16 @@ class SnapshotDevices : public HostFixture {
 };
 
 TEST_F(SnapshotDevices, ADiskThatAFileWasSnapshottedToIsOneAndTheFirstFileIsLogged) {
-  Request request;
+  SnapshotRequest request;
   request.probe.writers() = {WriterWith({L"\\\\.\\PhysicalDrive4"}),
                              WriterWith({L"", L"\\\\.\\PhysicalDrive5", L"\\\\.\\PhysicalDrive5"})};
-
   EXPECT_TRUE(request.probe.IsSnapShotDevice(L"\\\\.\\PhysicalDrive5"));
   EXPECT_THAT(log.All(), ElementsAre("I Device is a snapshot, Device=\\\\.\\PhysicalDrive5, File=E:\\data2\\"));
 }
 
 TEST_F(SnapshotDevices, ADiskNameComparesExactly) {
-  Request request;
+  SnapshotRequest request;
   request.probe.writers() = {WriterWith({L"\\\\.\\PhysicalDrive5"})};
-
   EXPECT_FALSE(request.probe.IsSnapShotDevice(L"\\\\.\\physicaldrive5"));
   EXPECT_FALSE(request.probe.IsSnapShotDevice(L"\\\\.\\PhysicalDrive"));
   EXPECT_FALSE(request.probe.IsSnapShotDevice(L"\\\\.\\PhysicalDrive55"));
@@ -515,81 +472,65 @@ TEST_F(SnapshotDevices, ADiskNameComparesExactly) {
 }
 
 TEST_F(SnapshotDevices, ExcludedWritersAndComponentsAreLeftOut) {
-  Request request;
+  SnapshotRequest request;
   VssWriter excludedWriter = WriterWith({L"\\\\.\\PhysicalDrive5"});
   excludedWriter.excluded = true;
   VssWriter excludedComponent = WriterWith({L"\\\\.\\PhysicalDrive5"});
   excludedComponent.components[0].excluded = true;
   request.probe.writers() = {excludedWriter, excludedComponent};
-
   EXPECT_FALSE(request.probe.IsSnapShotDevice(L"\\\\.\\PhysicalDrive5"));
 }
 
 TEST_F(SnapshotDevices, AnEmptyNameIsNoneAlthoughFilesWithoutASnapshotHaveIt) {
-  Request request;
+  SnapshotRequest request;
   request.probe.writers() = {WriterWith({L""})};
-
   EXPECT_FALSE(request.probe.IsSnapShotDevice(L""));
 }
 
 TEST_F(SnapshotDevices, WithoutWritersThereIsNone) {
-  Request request;
-
+  SnapshotRequest request;
   EXPECT_FALSE(request.probe.IsSnapShotDevice(L"\\\\.\\PhysicalDrive5"));
 }
 
-// ---- the protection set against the application's disks ----
-
 class ProtectionSet : public HostFixture {
  protected:
-  Request<> request;
+  SnapshotRequest<> request;
 
   void Verify(Serials input, Serials application) {
     request.probe.inputSerialNumbers() = std::move(input);
     request.probe.eligibleSerialNumbers() = std::move(application);
-    request.probe.VerifyProtectionSetDiskList(request.details);
+    request.probe.VerifyProtectionSetDiskList(request.details());
   }
   const VarnelException& Deferred() { return request.probe.lastException(); }
   void ExpectNothingHappened() {
-    EXPECT_EQ(request.details, "");
+    EXPECT_EQ(request.alerts(), "");
     EXPECT_THAT(log.All(), IsEmpty());
     EXPECT_EQ(Deferred().GetAlertCode(), 0);
     EXPECT_THAT(request.probe.extraSerialNumbers(), IsEmpty());
   }
 };
 
-TEST_F(ProtectionSet, EqualListsAreAMatch) {
-  Verify({L"a", L"b"}, {L"a", L"b"});
-  ExpectNothingHappened();
-}
-
 TEST_F(ProtectionSet, EqualCountsAreAMatchWhateverTheSerialNumbers) {
-  Verify({L"a", L"b"}, {L"c", L"d"});
-  ExpectNothingHappened();
-}
-
-TEST_F(ProtectionSet, TwoEmptyListsAreAMatch) {
-  Verify({}, {});
-  ExpectNothingHappened();
+  for (const auto& [input, application] :
+       {std::pair<Serials, Serials>{{}, {}}, {{L"a", L"b"}, {L"a", L"b"}}, {{L"a", L"b"}, {L"c", L"d"}}}) {
+    Verify(input, application);
+    ExpectNothingHappened();
+  }
 }
 
 TEST_F(ProtectionSet, AnApplicationThatUsesNoDiskOfTheSetIsAMismatch) {
-  const auto thrown = ThrownException([&] { Verify({L"a", L"b"}, {}); });
-
-  ASSERT_TRUE(thrown);
-  EXPECT_EQ(thrown->GetAlertCode(), 602);
-  EXPECT_EQ(thrown->GetMessageText(), kMessage112);
-  EXPECT_THAT(thrown->GetMessageList(),
-              ElementsAre(L"\n Volumes in volume collection: a, b \n Volumes containing application components "
-                          L"eligible for backup: "));
+  EXPECT_EQ(OutcomeOf([&] {
+              Verify({L"a", L"b"}, {});
+            }),
+            Outcome::Exception(602, kMessage112,
+                               {L"\n Volumes in volume collection: a, b \n Volumes containing application components "
+                                L"eligible for backup: "}));
 }
 
 TEST_F(ProtectionSet, AMismatchWritesItsRecordAndBothLists) {
-  request.details = "writer=0,";
-
+  request.details() = "writer=0,";
   EXPECT_THROW(Verify({L"a", L"b"}, {}), VarnelException);
-
-  EXPECT_EQ(request.details,
+  EXPECT_EQ(request.details(),
             "writer=0,"
             "status=LunMismatch, VolCollVolumes=2, VolumesInvolvedInSnapshot=0, rc=ConfigError, "
             "ca=CheckVolumeCollection, ca=CheckHostsVolumes/Connections;\n"
@@ -603,68 +544,53 @@ TEST_F(ProtectionSet, AMismatchWritesItsRecordAndBothLists) {
 
 TEST_F(ProtectionSet, AMismatchLeavesNoDeferredWarning) {
   EXPECT_THROW(Verify({L"a"}, {}), VarnelException);
-
   EXPECT_EQ(Deferred().GetAlertCode(), 0);
   EXPECT_THAT(request.probe.extraSerialNumbers(), IsEmpty());
 }
 
 TEST_F(ProtectionSet, AMismatchStandsWithoutTextsWhenTheCatalogCannotBeRead) {
-  host().faults().FailCall("LoadStringW", ERROR_RESOURCE_NAME_NOT_FOUND, 0);
-
-  const auto thrown = ThrownException([&] { Verify({L"a"}, {}); });
-
-  ASSERT_TRUE(thrown);
-  EXPECT_EQ(thrown->GetAlertCode(), 602);
-  EXPECT_EQ(thrown->GetMessageText(), L"");
-  EXPECT_THAT(thrown->GetMessageList(), ElementsAre(L""));
+  FailCall("LoadStringW", ERROR_RESOURCE_NAME_NOT_FOUND, 0);
+  EXPECT_EQ(OutcomeOf([&] { Verify({L"a"}, {}); }), Outcome::Exception(602, L""));
 }
 
 TEST_F(ProtectionSet, ALongListStandsWholeInTheErrorDetails) {
   Serials input;
   for (int i = 0; i < 1000; ++i) input.push_back(L"TSL" + std::to_wstring(10000 + i));
-
   EXPECT_THROW(Verify(input, {}), VarnelException);
-
-  EXPECT_THAT(request.details,
+  EXPECT_THAT(request.alerts(),
               HasSubstr("collection: " + WideToUtf8(CVarnel::VectorToString(input)) + ";\nList of volumes"));
 }
 
 TEST_F(ProtectionSet, DisksThatTheApplicationDoesNotUseAreExtraWithoutRegardToCase) {
   Verify({L"a", L"b", L"c"}, {L"A"});
-
   EXPECT_EQ(request.probe.extraSerialNumbers(), (Serials{L"b", L"c"}));
 }
 
 TEST_F(ProtectionSet, ExtraDisksAreAWarningThatIsNotThrownYet) {
   Verify({L"a", L"b", L"c"}, {L"A"});
-
   EXPECT_EQ(Deferred().GetAlertCode(), 701);
   EXPECT_EQ(Deferred().GetMessageText(), L"Extra volumes found in the volume collection. ");
   EXPECT_THAT(Deferred().GetMessageList(), ElementsAre(L"Extra volumes in the volume collection : b, c"));
 }
 
 TEST_F(ProtectionSet, ExtraDisksWriteTheirRecordAndTheirList) {
-  request.details = "writer=0,";
-
+  request.details() = "writer=0,";
   Verify({L"a", L"b", L"c"}, {L"A"});
-
-  EXPECT_EQ(request.details, "writer=0," + kExtraVolumesRecord + ";\nExtra volumes in volume collection are:b, c:\n");
+  EXPECT_EQ(request.details(), "writer=0," + kExtraVolumesRecord + ";\nExtra volumes in volume collection are:b, c:\n");
   EXPECT_THAT(log.All(), ElementsAre("W " + kExtraVolumesRecord, "W  Extra volumes in volume collection are:b, c"));
 }
 
 TEST_F(ProtectionSet, ExtraDisksKeepTheOrderAndTheCaseOfTheInput) {
   Verify({L"Zeta", L"a", L"Beta", L"alpha"}, {L"a"});
-
   EXPECT_EQ(request.probe.extraSerialNumbers(), (Serials{L"Zeta", L"Beta", L"alpha"}));
   EXPECT_THAT(Deferred().GetMessageList(), ElementsAre(L"Extra volumes in the volume collection : Zeta, Beta, alpha"));
 }
 
 TEST_F(ProtectionSet, ADiskListedTwiceIsAWarningWithoutAnExtraDisk) {
   Verify({L"a", L"a"}, {L"A"});
-
   EXPECT_EQ(Deferred().GetAlertCode(), 701);
   EXPECT_THAT(request.probe.extraSerialNumbers(), IsEmpty());
-  EXPECT_EQ(request.details,
+  EXPECT_EQ(request.alerts(),
             "status=ExtarVolumesInVolColl, VolumesInvolvedInSnapshot =1 , ExtraVolumes =0, rc=ConfigWarning, "
             "ca=CheckVolumeCollection, ca=CheckHostsVolumes/Connections;\n"
             "Extra volumes in volume collection are::\n");
@@ -673,28 +599,24 @@ TEST_F(ProtectionSet, ADiskListedTwiceIsAWarningWithoutAnExtraDisk) {
 
 TEST_F(ProtectionSet, AnExtraDiskListedTwiceIsReportedTwice) {
   Verify({L"a", L"b", L"b"}, {L"a"});
-
   EXPECT_EQ(request.probe.extraSerialNumbers(), (Serials{L"b", L"b"}));
 }
 
 TEST_F(ProtectionSet, AnApplicationOnMoreDisksThanListedIsAWarningToo) {
   Verify({L"a"}, {L"a", L"b"});
-
   EXPECT_EQ(Deferred().GetAlertCode(), 701);
   EXPECT_THAT(request.probe.extraSerialNumbers(), IsEmpty());
-  EXPECT_THAT(request.details,
-              testing::StartsWith("status=ExtarVolumesInVolColl, VolumesInvolvedInSnapshot =2 , ExtraVolumes =0,"));
+  EXPECT_THAT(request.alerts(),
+              StartsWith("status=ExtarVolumesInVolColl, VolumesInvolvedInSnapshot =2 , ExtraVolumes =0,"));
 }
 
 TEST_F(ProtectionSet, BlanksMakeADiskAnotherDisk) {
   Verify({L"a", L"a ", L" a"}, {L"A"});
-
   EXPECT_EQ(request.probe.extraSerialNumbers(), (Serials{L"a ", L" a"}));
 }
 
 TEST_F(ProtectionSet, ExtraDisksAskTheHostForNothingButTheTexts) {
   Verify({L"a", L"b"}, {L"a"});
-
   for (const std::string& line : host().calls().lines()) {
     EXPECT_TRUE(line.starts_with("GetModuleHandleExW(") || line.starts_with("LoadStringW(") ||
                 line.starts_with("FreeLibrary("))
@@ -704,34 +626,28 @@ TEST_F(ProtectionSet, ExtraDisksAskTheHostForNothingButTheTexts) {
 
 TEST_F(ProtectionSet, IsCheckedWithoutAnEnumerator) {
   request.requestor.SetDiskAndVolumeEnumeratorObj(nullptr);
-
   Verify({L"a", L"b"}, {L"a"});
-
   EXPECT_EQ(request.probe.extraSerialNumbers(), (Serials{L"b"}));
 }
-
-// ---- validation ----
 
 class Validation : public HostFixture {};
 
 TEST_F(Validation, VolumesAreValidAndTheErrorDetailsAreCleared) {
-  Request request;
+  SnapshotRequest request;
   std::string status = "status before";
-  request.details = "details before";
-
-  EXPECT_EQ(request.requestor.ValidateVolumes({"E:\\", "F:\\"}, status, request.details, {"TSL0001"}, "host"), 0u);
+  request.details() = "details before";
+  EXPECT_EQ(request.requestor.ValidateVolumes({"E:\\", "F:\\"}, status, request.details(), {"TSL0001"}, "host"), 0u);
   EXPECT_EQ(status, "status before");
-  EXPECT_EQ(request.details, "");
+  EXPECT_EQ(request.details(), "");
   EXPECT_THAT(log.All(), IsEmpty());
   EXPECT_THAT(host().calls().lines(), IsEmpty());
 }
 
 TEST_F(Validation, TheHostIsValidAndTheErrorDetailsStay) {
-  Request request;
-  request.details = "details before";
-
-  EXPECT_EQ(request.requestor.ValidateHostConfiguration(request.details), 0u);
-  EXPECT_EQ(request.details, "details before");
+  SnapshotRequest request;
+  request.details() = "details before";
+  EXPECT_EQ(request.requestor.ValidateHostConfiguration(request.details()), 0u);
+  EXPECT_EQ(request.details(), "details before");
   EXPECT_THAT(host().calls().lines(), IsEmpty());
 }
 

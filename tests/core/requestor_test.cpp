@@ -3,14 +3,10 @@
 #include <new>
 #include <optional>
 #include <stdexcept>
-#include <string>
 #include <type_traits>
-#include <utility>
-#include <vector>
 
 #include "simulator/vss/backup_document.h"
-#include "tests/support/host_fixture.h"
-#include "tests/support/request.h"
+#include "tests/support/request_fixture.h"
 
 namespace varnel::test {
 namespace {
@@ -66,37 +62,61 @@ TEST(RequestorObject, StartsWithEveryMemberAtItsInitialValue) {
   EXPECT_EQ(probe.testPoints(), 0x80000003u);
 }
 
+// Where a member begins and ends.
+struct Place {
+  template <class Member>
+  explicit Place(const Member& member)
+      : begin(reinterpret_cast<std::uintptr_t>(&member)), end(begin + sizeof member), alignment(alignof(Member)) {}
+  std::uintptr_t begin;
+  std::uintptr_t end;
+  std::size_t alignment;
+};
+
+std::vector<Place> PlacesOfMembers(RequestorProbe& probe) {
+  return {Place(probe.systemDisks()),
+          Place(probe.inputComponents()),
+          Place(probe.successfulDBList()),
+          Place(probe.vssObject()),
+          Place(probe.snapshotSetId()),
+          Place(probe.initialized()),
+          Place(probe.restoreMode()),
+          Place(probe.context()),
+          Place(probe.writers()),
+          Place(probe.snapshotVolumes()),
+          Place(probe.inputSerialNumbers()),
+          Place(probe.eligibleSerialNumbers()),
+          Place(probe.snapshotDone()),
+          Place(probe.writerErrorText()),
+          Place(probe.failedComponents()),
+          Place(probe.backupDocument()),
+          Place(probe.metadataGathered()),
+          Place(probe.messageBuffer()),
+          Place(probe.lastException()),
+          Place(probe.extraSerialNumbers()),
+          Place(probe.writerCode()),
+          Place(probe.diskAndVolumeEnumerator()),
+          Place(probe.testPoints())};
+}
+
 TEST(RequestorObject, HasItsMembersInTheDeclaredOrder) {
   CVarnel requestor(0);
   RequestorProbe probe(requestor);
-  const std::vector<const void*> members = {&probe.systemDisks(),
-                                            &probe.inputComponents(),
-                                            &probe.successfulDBList(),
-                                            &probe.vssObject(),
-                                            &probe.snapshotSetId(),
-                                            &probe.initialized(),
-                                            &probe.restoreMode(),
-                                            &probe.context(),
-                                            &probe.writers(),
-                                            &probe.snapshotVolumes(),
-                                            &probe.inputSerialNumbers(),
-                                            &probe.eligibleSerialNumbers(),
-                                            &probe.snapshotDone(),
-                                            &probe.writerErrorText(),
-                                            &probe.failedComponents(),
-                                            &probe.backupDocument(),
-                                            &probe.metadataGathered(),
-                                            &probe.messageBuffer(),
-                                            &probe.lastException(),
-                                            &probe.extraSerialNumbers(),
-                                            &probe.writerCode(),
-                                            &probe.diskAndVolumeEnumerator(),
-                                            &probe.testPoints()};
+  const std::vector<Place> members = PlacesOfMembers(probe);
+  for (std::size_t i = 1; i < members.size(); ++i) EXPECT_LE(members[i - 1].end, members[i].begin) << i;
+  EXPECT_LT(Place(requestor).begin, members.front().begin);
+  EXPECT_LE(members.back().end, Place(requestor).end);
+}
+
+// Today the sets of serial numbers that components share stand among them.
+TEST(RequestorObject, DISABLED_HasNoMemberBesides) {
+  CVarnel requestor(0);
+  RequestorProbe probe(requestor);
+  const std::vector<Place> members = PlacesOfMembers(probe);
+  EXPECT_EQ(members.front().begin, Place(requestor).begin + sizeof(void*));
   for (std::size_t i = 1; i < members.size(); ++i) {
-    EXPECT_LT(reinterpret_cast<std::uintptr_t>(members[i - 1]), reinterpret_cast<std::uintptr_t>(members[i])) << i;
+    EXPECT_LT(members[i].begin - members[i - 1].end, members[i].alignment) << i;
   }
-  EXPECT_LT(reinterpret_cast<std::uintptr_t>(&requestor), reinterpret_cast<std::uintptr_t>(members.front()));
-  EXPECT_LT(reinterpret_cast<std::uintptr_t>(members.back()), reinterpret_cast<std::uintptr_t>(&requestor + 1));
+  EXPECT_LT(Place(requestor).end - members.back().end, alignof(CVarnel));
 }
 
 TEST(RequestorObject, KnowsTheProviderOfTheArray) {
@@ -152,8 +172,6 @@ TEST(RequestorWithoutAHost, CannotBeInitialised) {
   EXPECT_EQ(details, "");
 }
 
-// ---- Initialize ----
-
 class InitializeTest : public HostFixture {
  protected:
   struct Arguments {
@@ -184,9 +202,7 @@ class InitializeTest : public HostFixture {
     details_.clear();
   }
   /// The service answers a restore as one does that allows SetBackupState there.
-  void AllowBackupStateInRestores() {
-    host().faults().FailCall("IVssBackupComponents::SetBackupState", static_cast<DWORD>(S_OK), 0);
-  }
+  void AllowBackupStateInRestores() { FailCall("IVssBackupComponents::SetBackupState", S_OK, 0); }
 
   std::string details_;
   DiskAndVolumeEnumerator enumerator_;
@@ -209,7 +225,7 @@ TEST_F(InitializeTest, PreparesANewBackup) {
 TEST_F(InitializeTest, AContextOfZeroIsNeitherSetNorLogged) {
   CVarnel requestor(0);
   Initialize(requestor, {});
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::SetContext"), IsEmpty());
+  EXPECT_THAT(Calls("IVssBackupComponents::SetContext"), IsEmpty());
   EXPECT_THAT(log.lines, IsEmpty());
 }
 
@@ -227,8 +243,7 @@ TEST_F(InitializeTest, AnotherContextIsLoggedAndSetBeforeTheState) {
 TEST_F(InitializeTest, AContextUsesAll32Bits) {
   CVarnel requestor(0);
   Initialize(requestor, {0xFFFFFFFF, L"", false, VSS_BT_FULL});
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::SetContext"),
-              ElementsAre("IVssBackupComponents::SetContext(-1) = S_OK"));
+  EXPECT_THAT(Calls("IVssBackupComponents::SetContext"), ElementsAre("IVssBackupComponents::SetContext(-1) = S_OK"));
   EXPECT_EQ(requestor.GetContext(), 0xFFFFFFFFu);
   EXPECT_THAT(log.All(), ElementsAre("I - Setting VssContext=0xffffffff"));
 }
@@ -239,7 +254,7 @@ TEST_F(InitializeTest, TheCallersBackupTypeIsUsed) {
     Forget();
     CVarnel requestor(0);
     Initialize(requestor, {0, L"", false, type});
-    EXPECT_THAT(host().calls().Of("IVssBackupComponents::SetBackupState"),
+    EXPECT_THAT(Calls("IVssBackupComponents::SetBackupState"),
                 ElementsAre("IVssBackupComponents::SetBackupState(true, true, " +
                             std::to_string(static_cast<int>(type)) + ", false) = S_OK"));
   }
@@ -286,15 +301,15 @@ TEST_F(InitializeTest, ARestoreNeverSetsAContextButKeepsIt) {
     Forget();
     CVarnel requestor(0);
     Initialize(requestor, {context, SavedDocument(), true, VSS_BT_FULL});
-    EXPECT_THAT(host().calls().Of("IVssBackupComponents::SetContext"), IsEmpty());
-    EXPECT_THAT(host().calls().Of("IVssBackupComponents::SetBackupState"), testing::SizeIs(1));
+    EXPECT_THAT(Calls("IVssBackupComponents::SetContext"), IsEmpty());
+    EXPECT_THAT(Calls("IVssBackupComponents::SetBackupState"), SizeIs(1));
     EXPECT_EQ(requestor.GetContext(), context);
     EXPECT_THAT(log.lines, IsEmpty());
   }
 }
 
 TEST_F(InitializeTest, ARestoreWithoutADocumentHandsOverAnEmptyText) {
-  host().faults().FailCall("IVssBackupComponents::InitializeForRestore", static_cast<DWORD>(S_OK));
+  FailCall("IVssBackupComponents::InitializeForRestore", S_OK);
   AllowBackupStateInRestores();
   CVarnel requestor(0);
   Initialize(requestor, {0, L"", true, VSS_BT_FULL});
@@ -350,7 +365,7 @@ TEST_F(InitializeTest, EveryFailingCallLeavesItsAlertAndIsThrown) {
       Install(SmallHost());
       Forget();
       details_ = "writer=1,";
-      host().faults().FailCall(failing.call, static_cast<DWORD>(code));
+      FailCall(failing.call, code);
       {
         CVarnel requestor(0);
         RequestorProbe probe(requestor);
@@ -364,9 +379,9 @@ TEST_F(InitializeTest, EveryFailingCallLeavesItsAlertAndIsThrown) {
         EXPECT_EQ(probe.restoreMode(), failing.restore && failing.modeKept);
         EXPECT_EQ(requestor.GetContext(), failing.contextKept ? 9u : 0u);
         EXPECT_EQ(probe.diskAndVolumeEnumerator(), nullptr);
-        EXPECT_THAT(LastServiceCall(), testing::StartsWith(failing.call));
+        EXPECT_THAT(LastServiceCall(), StartsWith(failing.call));
       }
-      EXPECT_EQ(host().live().Describe(), "");
+      ExpectNothingLive();
     }
   }
 }
@@ -374,7 +389,7 @@ TEST_F(InitializeTest, EveryFailingCallLeavesItsAlertAndIsThrown) {
 TEST_F(InitializeTest, PositiveResultsAreSuccesses) {
   for (const char* call : {"IVssBackupComponents::InitializeForBackup", "IVssBackupComponents::SetContext",
                            "IVssBackupComponents::SetBackupState"}) {
-    host().faults().FailCall(call, static_cast<DWORD>(S_FALSE));
+    FailCall(call, S_FALSE);
   }
   CVarnel requestor(0);
   Initialize(requestor, {9, L"", false, VSS_BT_FULL});
@@ -385,7 +400,7 @@ TEST_F(InitializeTest, PositiveResultsAreSuccesses) {
 TEST_F(InitializeTest, ASuccessWithoutAnObjectIsUnexpected) {
   for (const HRESULT success : {S_OK, S_FALSE}) {
     Forget();
-    host().faults().FailCall("CreateVssBackupComponents", static_cast<DWORD>(success));
+    FailCall("CreateVssBackupComponents", success);
     CVarnel requestor(0);
     EXPECT_EQ(Thrown(requestor, {}), Failure(E_UNEXPECTED));
     EXPECT_EQ(details_, std::string("CreateVssBackupComponents()=Failed, error=E_UNEXPECTED") + kEnding);
@@ -393,10 +408,10 @@ TEST_F(InitializeTest, ASuccessWithoutAnObjectIsUnexpected) {
 }
 
 TEST_F(InitializeTest, WithoutMemoryForTheDocumentNothingStaysLive) {
-  host().faults().FailCall("SysAllocStringLen", ERROR_NOT_ENOUGH_MEMORY);
+  FailCall("SysAllocStringLen", ERROR_NOT_ENOUGH_MEMORY);
   CVarnel requestor(0);
   EXPECT_THROW(Initialize(requestor, {0, SavedDocument(), false, VSS_BT_FULL}), std::bad_alloc);
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::InitializeForBackup"), IsEmpty());
+  EXPECT_THAT(Calls("IVssBackupComponents::InitializeForBackup"), IsEmpty());
 }
 
 TEST_F(InitializeTest, ASecondCallReplacesTheObject) {
@@ -409,14 +424,14 @@ TEST_F(InitializeTest, ASecondCallReplacesTheObject) {
   EXPECT_FALSE(probe.metadataGathered());
   EXPECT_EQ(requestor.GetContext(), 0u);
   EXPECT_EQ(details_, "");
-  EXPECT_THAT(host().calls().Of("CreateVssBackupComponents"), testing::SizeIs(2));
+  EXPECT_THAT(Calls("CreateVssBackupComponents"), SizeIs(2));
 }
 
 TEST_F(InitializeTest, ASecondCallThatFailsLeavesNoObject) {
   CVarnel requestor(0);
   RequestorProbe probe(requestor);
   Initialize(requestor, {9, L"", false, VSS_BT_FULL});
-  host().faults().FailCall("CreateVssBackupComponents", static_cast<DWORD>(E_ACCESSDENIED));
+  FailCall("CreateVssBackupComponents", E_ACCESSDENIED);
   EXPECT_EQ(Thrown(requestor, {}), Failure(E_ACCESSDENIED));
   EXPECT_FALSE(probe.vssObject());
   EXPECT_EQ(host().live().Count("IVssBackupComponents"), 0);
@@ -432,7 +447,7 @@ TEST_F(InitializeTest, TheWriterListAndTheInputSurviveASecondCall) {
   probe.writers().emplace_back();
   Initialize(requestor, {});
   EXPECT_THAT(probe.inputSerialNumbers(), ElementsAre(L"TSL0001"));
-  EXPECT_THAT(probe.writers(), testing::SizeIs(1));
+  EXPECT_THAT(probe.writers(), SizeIs(1));
 }
 
 TEST_F(InitializeTest, ARequestorThatWasNeverInitialisedIsDestroyedQuietly) {
@@ -440,8 +455,6 @@ TEST_F(InitializeTest, ARequestorThatWasNeverInitialisedIsDestroyedQuietly) {
   EXPECT_THAT(host().calls().lines(), IsEmpty());
   EXPECT_THAT(log.lines, IsEmpty());
 }
-
-// ---- Accessors ----
 
 class AccessorTest : public HostFixture {
  protected:
@@ -516,7 +529,38 @@ TEST_F(AccessorTest, TheDestructorFreesTheDocumentAndTheMessageBuffer) {
     probe.GetErrorMessageFromCatalog(126, text);
     ASSERT_NE(probe.messageBuffer(), nullptr);
   }
-  EXPECT_EQ(host().live().Describe(), "");
+  ExpectNothingLive();
+}
+
+TEST_F(AccessorTest, ADocumentThatTakesAnothersPlaceFreesIt) {
+  SnapshotRequest request;
+  Bstr& document = request.probe.backupDocument();
+  document = Bstr(L"<first/>");
+  document = Bstr(L"<second/>");
+  EXPECT_EQ(request.requestor.GetBackupDocument(), L"<second/>");
+  EXPECT_EQ(host().live().Count("BSTR"), 1);
+  Bstr other(L"<third/>");
+  document = std::move(other);
+  EXPECT_FALSE(other);
+  EXPECT_EQ(request.requestor.GetBackupDocument(), L"<third/>");
+  EXPECT_EQ(host().live().Count("BSTR"), 1);
+  document = Bstr();
+  EXPECT_EQ(request.requestor.GetBackupDocument(), L"");
+  EXPECT_EQ(host().live().Count("BSTR"), 0);
+}
+
+// A text freed twice, or not at all, ends the run of the sanitized build.
+TEST(RequestorWithoutAHost, FreesADocumentThatOutlivedItsHost) {
+  if (CurrentHostOrNull() != nullptr) GTEST_SKIP() << "this platform is a host of its own";
+  std::optional<simulator::SimulatedHost> host(SmallHost());
+  std::optional<ScopedHost> current(*host);
+  SnapshotRequest request;
+  request.probe.backupDocument() = Bstr(L"<a/>");
+  current.reset();
+  host.reset();
+  EXPECT_EQ(request.requestor.GetBackupDocument(), L"<a/>");
+  request.probe.backupDocument().Reset();
+  EXPECT_FALSE(request.probe.backupDocument());
 }
 
 // ---- Converters ----

@@ -1,17 +1,11 @@
 // CreateVssSnapshotSet and its steps: what is called in which order, which volumes go in, and what every failure
 // leaves.
 #include "simulator/vss/snapshot_service.h"
-#include "tests/support/host_fixture.h"
-#include "tests/support/snapshot_request.h"
+#include "tests/support/request_fixture.h"
 #include "text/format.h"
 
 namespace varnel::test {
 namespace {
-
-using simulator::WriterEvent;
-using simulator::WriterFault;
-using testing::Contains;
-using testing::Not;
 
 constexpr wchar_t kSetId[] = L"{00000002-5e1f-4c3d-9a0b-000000000000}";
 constexpr wchar_t kExtraVolumesText[] = L"Extra volumes found in the volume collection. ";
@@ -22,15 +16,6 @@ constexpr char kPropertiesCall[] = "m_pVssObject->GetSnapshotProperties(WString2
 
 std::wstring Device(int n) {
   return L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy" + std::to_wstring(n) + L"\\";
-}
-
-std::string ComRecord(const std::string& call, const std::string& error) {
-  return call + "=Failed, error=" + error + ", rc=COMMError, ca=ContactTechSupport;\n";
-}
-
-std::string QueryStatusRecord(const std::string& error) {
-  return "RequestStatus=QueryStatus(), Function=pAsync->QueryStatus(), Error=" + error +
-         ", rc=SystemError, ca=ContactSupport";
 }
 
 // What a host with extra volumes in the collection appends to the error details.
@@ -56,13 +41,6 @@ class SnapshotSetTest : public HostFixture {
     return model;
   }
 
-  /// For the next round of a loop; nothing of the last one may be live.
-  void StartOver() {
-    TearDown();
-    SetUp();
-    log.lines.clear();
-  }
-
   template <class Requestor>
   static std::vector<std::wstring> VolumeNames(SnapshotRequest<Requestor>& request) {
     std::vector<std::wstring> names;
@@ -81,8 +59,7 @@ class SnapshotSetTest : public HostFixture {
 };
 
 TEST_F(SnapshotSetTest, TheStepsRunInTheirOrder) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   const std::string object = "IVssBackupComponents::";
   EXPECT_THAT(
       CallNames(host().calls(), {"IVssBackupComponents", "IVssAsync"}),
@@ -100,8 +77,7 @@ TEST_F(SnapshotSetTest, TheStepsRunInTheirOrder) {
 }
 
 TEST_F(SnapshotSetTest, TheLogTellsTheStepsInTheirOrder) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   const std::string volume = WideToUtf8Lossy(VolumeName(1));
   const std::string device = WideToUtf8Lossy(Device(1));
   EXPECT_THAT(log.All(),
@@ -125,8 +101,7 @@ TEST_F(SnapshotSetTest, TheLogTellsTheStepsInTheirOrder) {
 }
 
 TEST_F(SnapshotSetTest, ASetLeavesItsIdVolumesAndDocument) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   EXPECT_EQ(request.requestor.GetSnapShotSetId(), kSetId);
   ASSERT_EQ(request.probe.snapshotVolumes().size(), 1U);
   const SnapshotVolumeInfo& volume = request.probe.snapshotVolumes()[0];
@@ -139,8 +114,7 @@ TEST_F(SnapshotSetTest, ASetLeavesItsIdVolumesAndDocument) {
 }
 
 TEST_F(SnapshotSetTest, FilesLearnTheSnapshotThatHoldsThem) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   const VssFileDescriptor& file = request.component(0, 0).files[0];
   EXPECT_EQ(file.snapshotDeviceName, Device(1));
   EXPECT_EQ(file.snapshotDiskName, L"\\\\.\\PhysicalDrive3");
@@ -167,10 +141,9 @@ TEST_F(SnapshotSetTest, AFileWhoseVolumeIsSpelledOtherwiseLearnsNothing) {
 
 TEST_F(SnapshotSetTest, AComponentWithAllFilesOnOneVolumeAddsItOnce) {
   Install(Model({L"E:\\db", L"E:\\log", L"E:\\db"}));
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1)));
-  EXPECT_EQ(host().calls().Of("IVssBackupComponents::AddToSnapshotSet").size(), 1U);
+  EXPECT_EQ(Calls("IVssBackupComponents::AddToSnapshotSet").size(), 1U);
 }
 
 TEST_F(SnapshotSetTest, VolumesThatDifferOnlyInCaseCountAsOne) {
@@ -188,25 +161,21 @@ TEST_F(SnapshotSetTest, VolumesThatDifferOnlyInCaseCountAsOne) {
 
 TEST_F(SnapshotSetTest, VolumesAreAddedInTheOrderOfTheFiles) {
   Install(Model({L"F:\\db", L"E:\\log"}));
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request(BothDisks());
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(2), VolumeName(1)));
 }
 
 TEST_F(SnapshotSetTest, ExcludedWritersAndComponentsAddNoVolume) {
-  simulator::HostModel model = Model({L"E:\\db"});
-  model.writers[0].components.push_back(MakeComponent(L"mail", L"db2", {L"F:\\db2"}));
-  model.writers.push_back(MakeWriter(L"Other", 2, {MakeComponent(L"", L"store", {L"F:\\store"})}));
-  Install(std::move(model));
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  Install(Model({L"E:\\db"}));
+  model().writers[0].components.push_back(MakeComponent(L"mail", L"db2", {L"F:\\db2"}));
+  model().writers.push_back(MakeWriter(L"Other", 2, {MakeComponent(L"", L"store", {L"F:\\store"})}));
+  CreatedRequest request;
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1)));
 }
 
 TEST_F(SnapshotSetTest, EveryVolumeIsAddedWithTheArraysProvider) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
-  const std::vector<std::string> added = host().calls().Of("IVssBackupComponents::AddToSnapshotSet");
+  CreatedRequest request;
+  const std::vector<std::string> added = Calls("IVssBackupComponents::AddToSnapshotSet");
   ASSERT_EQ(added.size(), 1U);
   EXPECT_THAT(added[0], HasSubstr(WideToUtf8Lossy(FormatGuid(CVarnel::TesselVssProviderID))));
 }
@@ -220,9 +189,8 @@ TEST_F(SnapshotSetTest, ExtraVolumesAreAddedBehindTheApplicationsVolumes) {
 }
 
 TEST_F(SnapshotSetTest, EveryVolumeOfAnExtraDiskIsAdded) {
-  simulator::HostModel model = Model({L"E:\\db"});
-  model.disks[2].volumes.push_back({VolumeName(20), {}, false, L""});
-  Install(std::move(model));
+  Install(Model({L"E:\\db"}));
+  model().disks[2].volumes.push_back({VolumeName(20), {}, false, L""});
   SnapshotRequest request({.serialNumbers = {L"TSL0001", L"tsl0002"}});
   EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"tsl0002"));
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(2), VolumeName(20)));
@@ -236,13 +204,11 @@ TEST_F(SnapshotSetTest, AnExtraDiskWithoutVolumesAddsNone) {
 
 // The parent lies on a disk outside the collection, so it is no user of TSL0002, but its child pulls it in.
 TEST_F(SnapshotSetTest, AnExtraVolumeThatIsAlreadyInTheSetIsSkippedWithTheSystemDriveWarning) {
-  simulator::HostModel model = SmallHost();
-  model.disks.push_back(MakeDisk(L"LOCAL", 4, L"G:\\"));
-  model.writers = {
+  model().disks.push_back(MakeDisk(L"LOCAL", 4, L"G:\\"));
+  model().writers = {
       MakeWriter(L"Mail", 1,
                  {MakeComponent(L"", L"mail", {L"F:\\all", L"G:\\all"}), MakeComponent(L"mail", L"db1", {L"E:\\db"})})};
-  Install(std::move(model));
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  SnapshotRequest request(BothDisks());
   EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0002"));
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(2), VolumeName(4), VolumeName(1)));
   EXPECT_THAT(log.Warnings(), Contains(kPresentVolumeLine));
@@ -261,17 +227,15 @@ TEST_F(SnapshotSetTest, AnExtraSerialOfTheSystemDiskContributesNoVolume) {
 }
 
 TEST_F(SnapshotSetTest, AnEmptyExtraListAddsNoVolumeAndLogsNothingForIt) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   EXPECT_THAT(request.probe.extraSerialNumbers(), IsEmpty());
   EXPECT_THAT(LinesWith("extra"), IsEmpty());
   EXPECT_THAT(log.Warnings(), IsEmpty());
 }
 
 TEST_F(SnapshotSetTest, ExtraVolumesOfSeveralDisksKeepTheOrderOfTheirSerials) {
-  simulator::HostModel model = Model({L"E:\\db"});
-  model.disks.push_back(MakeDisk(L"TSL0003", 5, L"H:\\"));
-  Install(std::move(model));
+  Install(Model({L"E:\\db"}));
+  model().disks.push_back(MakeDisk(L"TSL0003", 5, L"H:\\"));
   SnapshotRequest request({.serialNumbers = {L"TSL0003", L"TSL0001", L"TSL0002"}});
   EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0003, TSL0002"));
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(5), VolumeName(2)));
@@ -279,7 +243,7 @@ TEST_F(SnapshotSetTest, ExtraVolumesOfSeveralDisksKeepTheOrderOfTheirSerials) {
 }
 
 TEST_F(SnapshotSetTest, TheExtraVolumesWarningIsThrownWhenTheSetExists) {
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  SnapshotRequest request(BothDisks());
   EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0002"));
   EXPECT_TRUE(request.probe.snapshotDone());
   EXPECT_NE(request.requestor.GetBackupDocument(), L"");
@@ -287,17 +251,8 @@ TEST_F(SnapshotSetTest, TheExtraVolumesWarningIsThrownWhenTheSetExists) {
   EXPECT_EQ(host().machine().snapshots->SurfacedCopies().size(), 2U);
 }
 
-WriterFault PartialFault() {
-  WriterFault fault;
-  fault.writer = L"Mail";
-  fault.event = WriterEvent::postSnapshot;
-  fault.failure = VSS_E_WRITERERROR_PARTIAL_FAILURE;
-  fault.components = {{L"\\mail\\db1", VSS_E_WRITERERROR_RETRYABLE, S_OK, L""}};
-  return fault;
-}
-
 TEST_F(SnapshotSetTest, APartialWriterFailureIsThrownAlthoughTheSetAndTheDocumentExist) {
-  host().faults().FailWriter(PartialFault());
+  FailWriter(PartialFault());
   SnapshotRequest<PartialRequestor> request;
   const Outcome outcome = request.StartAndCreate();
   EXPECT_EQ(outcome.alertCode, 601);
@@ -310,16 +265,15 @@ TEST_F(SnapshotSetTest, APartialWriterFailureIsThrownAlthoughTheSetAndTheDocumen
 }
 
 TEST_F(SnapshotSetTest, APartialWriterFailureTakesPrecedenceOverTheExtraVolumesWarning) {
-  host().faults().FailWriter(PartialFault());
-  SnapshotRequest<PartialRequestor> request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  FailWriter(PartialFault());
+  SnapshotRequest<PartialRequestor> request(BothDisks());
   EXPECT_EQ(request.StartAndCreate().alertCode, 601);
   EXPECT_EQ(request.probe.lastException().GetAlertCode(), 701);
 }
 
 TEST_F(SnapshotSetTest, ATransportableSetsPropertiesAreNotRead) {
-  SnapshotRequest request({.context = VSS_VOLSNAP_ATTR_TRANSPORTABLE});
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::GetSnapshotProperties"), IsEmpty());
+  CreatedRequest request({.context = VSS_VOLSNAP_ATTR_TRANSPORTABLE});
+  EXPECT_THAT(Calls("IVssBackupComponents::GetSnapshotProperties"), IsEmpty());
   EXPECT_EQ(request.probe.snapshotVolumes()[0].snapshotDeviceName, L"");
   EXPECT_NE(request.probe.snapshotVolumes()[0].snapshotId, L"");
   const VssFileDescriptor& file = request.component(0, 0).files[0];
@@ -330,15 +284,14 @@ TEST_F(SnapshotSetTest, ATransportableSetsPropertiesAreNotRead) {
 }
 
 TEST_F(SnapshotSetTest, APersistentTransportableSetsPropertiesAreNotReadEither) {
-  SnapshotRequest request({.context = DWORD{VSS_CTX_APP_ROLLBACK} | VSS_VOLSNAP_ATTR_TRANSPORTABLE});
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request({.context = DWORD{VSS_CTX_APP_ROLLBACK} | VSS_VOLSNAP_ATTR_TRANSPORTABLE});
   EXPECT_THAT(LinesWith("Getting snapshot properties"), IsEmpty());
 }
 
 TEST_F(SnapshotSetTest, TheSnapshotCountsAsDoneBeforeTheWritersAreCheckedAgain) {
   WriterFault fault = PartialFault();
   fault.failure = VSS_E_WRITERERROR_TIMEOUT;
-  host().faults().FailWriter(fault);
+  FailWriter(fault);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate().alertCode, 600);
   EXPECT_TRUE(request.probe.snapshotDone());
@@ -349,11 +302,11 @@ TEST_F(SnapshotSetTest, AWriterThatFailsToPrepareStopsTheRequestBeforeTheSnapsho
   WriterFault fault = PartialFault();
   fault.event = WriterEvent::prepareBackup;
   fault.failure = VSS_E_WRITERERROR_TIMEOUT;
-  host().faults().FailWriter(fault);
+  FailWriter(fault);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate().alertCode, 600);
   EXPECT_FALSE(request.probe.snapshotDone());
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::DoSnapshotSet"), IsEmpty());
+  EXPECT_THAT(Calls("IVssBackupComponents::DoSnapshotSet"), IsEmpty());
 }
 
 TEST_F(SnapshotSetTest, TheTestPointFailsTheRequestAfterTheSecondWriterCheckWithoutARecord) {
@@ -363,18 +316,16 @@ TEST_F(SnapshotSetTest, TheTestPointFailsTheRequestAfterTheSecondWriterCheckWith
   EXPECT_EQ(request.alerts(), "");
   EXPECT_THAT(log.Errors(), ElementsAre("***Testpoint enabled. Throwing error unexpected writer error after "
                                         "DoSnapshotSet***"));
-  EXPECT_EQ(host().calls().Of("IVssBackupComponents::GatherWriterStatus").size(), 2U);
+  EXPECT_EQ(Calls("IVssBackupComponents::GatherWriterStatus").size(), 2U);
   EXPECT_EQ(request.requestor.GetBackupDocument(), L"");
 }
 
 TEST_F(SnapshotSetTest, OtherTestPointsDoNotDisturbTheRequest) {
-  SnapshotRequest request({.testPoints = ~kTestPointFailDoSnapshotSet});
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request({.testPoints = ~kTestPointFailDoSnapshotSet});
 }
 
 TEST_F(SnapshotSetTest, ASecondSaveFreesTheFirstDocument) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   const std::wstring first = request.requestor.GetBackupDocument();
   request.probe.SaveBackupComponentsDocument(request.details());
   EXPECT_EQ(request.requestor.GetBackupDocument(), first);
@@ -382,7 +333,7 @@ TEST_F(SnapshotSetTest, ASecondSaveFreesTheFirstDocument) {
 }
 
 TEST_F(SnapshotSetTest, ASaveThatDeliversNoDocumentIsUnexpected) {
-  host().faults().FailCall("IVssBackupComponents::SaveAsXML", S_FALSE);
+  FailCall("IVssBackupComponents::SaveAsXML", S_FALSE);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(E_UNEXPECTED));
   EXPECT_EQ(request.alerts(), ComRecord("SaveAsXML()", "E_UNEXPECTED"));
@@ -396,26 +347,25 @@ TEST_F(SnapshotSetTest, PropertiesAreAskedForTwiceAndBothAnswersAreFreed) {
   request.probe.DoSnapshotSet(request.details());
   host().calls().Clear();
   request.probe.GetSnapShotProperties(request.details());
-  EXPECT_EQ(host().calls().Of("IVssBackupComponents::GetSnapshotProperties").size(), 2U);
+  EXPECT_EQ(Calls("IVssBackupComponents::GetSnapshotProperties").size(), 2U);
   EXPECT_EQ(host().live().Count("task memory"), 0);
 }
 
 TEST_F(SnapshotSetTest, AnEmptyFirstAnswerAboutASnapshotDoesNotCount) {
-  host().faults().FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 1);
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 1);
+  CreatedRequest request;
   EXPECT_EQ(request.probe.snapshotVolumes()[0].snapshotDeviceName, Device(1));
 }
 
 TEST_F(SnapshotSetTest, AnEmptySecondAnswerAboutASnapshotReplacesTheFirst) {
-  host().faults().FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 2);
+  FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 2);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(HResultFromWin32(ERROR_INVALID_NAME)));
   EXPECT_EQ(request.probe.snapshotVolumes()[0].snapshotDeviceName, L"\\");
 }
 
 TEST_F(SnapshotSetTest, AFailedFirstQuestionAboutASnapshotIsLoggedInThreeLinesWithoutARecord) {
-  host().faults().FailCall("IVssBackupComponents::GetSnapshotProperties", static_cast<DWORD>(VSS_E_OBJECT_NOT_FOUND));
+  FailCall("IVssBackupComponents::GetSnapshotProperties", VSS_E_OBJECT_NOT_FOUND);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_OBJECT_NOT_FOUND));
   EXPECT_EQ(request.alerts(), "");
@@ -425,7 +375,7 @@ TEST_F(SnapshotSetTest, AFailedFirstQuestionAboutASnapshotIsLoggedInThreeLinesWi
 }
 
 TEST_F(SnapshotSetTest, AFailedSecondQuestionAboutASnapshotWritesItsRecordAndFreesTheFirstAnswer) {
-  host().faults().FailCall("IVssBackupComponents::GetSnapshotProperties", static_cast<DWORD>(VSS_E_PROVIDER_VETO), 2);
+  FailCall("IVssBackupComponents::GetSnapshotProperties", VSS_E_PROVIDER_VETO, 2);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_PROVIDER_VETO));
   EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->GetSnapshotProperties()", "VSS_E_PROVIDER_VETO"));
@@ -433,7 +383,7 @@ TEST_F(SnapshotSetTest, AFailedSecondQuestionAboutASnapshotWritesItsRecordAndFre
 }
 
 TEST_F(SnapshotSetTest, ASnapshotWhoseDiskHasNoSerialNumberIsReportedToTheLogOnly) {
-  host().faults().FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 0);  // a device name is never given
+  FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 0);  // a device name is never given
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(static_cast<HRESULT>(0x8007007B)));
   EXPECT_EQ(request.alerts(), "");
@@ -444,15 +394,14 @@ TEST_F(SnapshotSetTest, ASnapshotWhoseDiskHasNoSerialNumberIsReportedToTheLogOnl
 
 TEST_F(SnapshotSetTest, TheDisksAreEnumeratedAgainForEverySnapshot) {
   Install(Model({L"E:\\db", L"F:\\log"}));
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request(BothDisks());
   EXPECT_EQ(LinesWith("re-enumerating cache").size(), 2U);
   EXPECT_EQ(request.component(0, 0).files[0].snapshotSerialNumber, L"SHADOW-TSL0001");
   EXPECT_EQ(request.component(0, 0).files[1].snapshotSerialNumber, L"SHADOW-TSL0002");
 }
 
 TEST_F(SnapshotSetTest, AnEnumerationThatFailsAfterTheSnapshotPassesAsItIsThrown) {
-  host().faults().FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED, 2);
+  FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED, 2);
   SnapshotRequest request;
   EXPECT_THROW(request.StartAndCreate(), TesselCommonClasses::ExceptionCommon);
   EXPECT_EQ(request.alerts(), "");
@@ -461,7 +410,7 @@ TEST_F(SnapshotSetTest, AnEnumerationThatFailsAfterTheSnapshotPassesAsItIsThrown
 }
 
 TEST_F(SnapshotSetTest, ASnapshotOfAnExtraVolumeIsIdentifiedThoughNoFileLiesOnIt) {
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  SnapshotRequest request(BothDisks());
   EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0002"));
   EXPECT_THAT(LinesWith("SerialNumber=SHADOW-TSL0002").size(), 1U);
 }
@@ -501,7 +450,7 @@ TEST_F(SnapshotSetTest, AFailedCallWritesItsRecordAndLeavesTheMembersAsFarAsThey
   for (const FailingStep& step : steps) {
     SCOPED_TRACE(step.call + " " + std::to_string(step.occurrence));
     StartOver();
-    host().faults().FailCall(step.call, static_cast<DWORD>(VSS_E_UNEXPECTED), step.occurrence);
+    FailCall(step.call, VSS_E_UNEXPECTED, step.occurrence);
     SnapshotRequest request;
     EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_UNEXPECTED));
     const std::string record = ComRecord(step.text, "VSS_E_UNEXPECTED");
@@ -514,14 +463,14 @@ TEST_F(SnapshotSetTest, AFailedCallWritesItsRecordAndLeavesTheMembersAsFarAsThey
     }
     EXPECT_EQ(request.probe.snapshotDone(), step.snapshotDone);
     EXPECT_EQ(request.requestor.GetBackupDocument().empty(), !step.hasDocument);
-    EXPECT_THAT(host().calls().Of(object + "AbortBackup"), IsEmpty());
+    EXPECT_THAT(Calls(object + "AbortBackup"), IsEmpty());
   }
 }
 
 TEST_F(SnapshotSetTest, AnOperationThatIsNotDeliveredIsUnexpected) {
   for (const std::string name : {"PrepareForBackup", "DoSnapshotSet"}) {
     StartOver();
-    host().faults().FailCall("IVssBackupComponents::" + name, S_FALSE);
+    FailCall("IVssBackupComponents::" + name, S_FALSE);
     SnapshotRequest request;
     EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(E_UNEXPECTED));
     EXPECT_EQ(request.alerts(), ComRecord(name + "()", "E_UNEXPECTED"));
@@ -543,8 +492,8 @@ TEST_F(SnapshotSetTest, AnOperationThatEndsInAFailureWritesTheStatusRecord) {
 
 TEST_F(SnapshotSetTest, TheFirstVolumeKeepsItsSnapshotIdWhenTheSecondCannotBeAdded) {
   Install(Model({L"E:\\db", L"F:\\log"}));
-  host().faults().FailCall("IVssBackupComponents::AddToSnapshotSet", static_cast<DWORD>(VSS_E_PROVIDER_VETO), 2);
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
+  FailCall("IVssBackupComponents::AddToSnapshotSet", VSS_E_PROVIDER_VETO, 2);
+  SnapshotRequest request(BothDisks());
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_PROVIDER_VETO));
   ASSERT_EQ(request.probe.snapshotVolumes().size(), 2U);
   EXPECT_NE(request.probe.snapshotVolumes()[0].snapshotId, L"");
@@ -554,7 +503,7 @@ TEST_F(SnapshotSetTest, TheFirstVolumeKeepsItsSnapshotIdWhenTheSecondCannotBeAdd
 TEST_F(SnapshotSetTest, AVolumeThatVanishesBeforeItIsAddedFailsTheRequest) {
   SnapshotRequest request;
   request.StartSet();
-  host().model().disks[1].volumes.clear();
+  model().disks[1].volumes.clear();
   EXPECT_EQ(OutcomeOf([&] { request.probe.AddToSnapshotSet(request.details()); }),
             Outcome::Thrown(VSS_E_OBJECT_NOT_FOUND));
   EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->AddToSnapshotSet()", "VSS_E_OBJECT_NOT_FOUND"));
@@ -565,7 +514,7 @@ TEST_F(SnapshotSetTest, AVolumeThatVanishesBeforeTheSnapshotFailsTheRequest) {
   request.StartSet();
   request.probe.AddToSnapshotSet(request.details());
   request.probe.PrepareForBackup(request.details());
-  host().model().disks[1].volumes.clear();
+  model().disks[1].volumes.clear();
   EXPECT_EQ(OutcomeOf([&] { request.probe.DoSnapshotSet(request.details()); }),
             Outcome::Thrown(VSS_E_OBJECT_NOT_FOUND));
   EXPECT_EQ(request.alerts(), QueryStatusRecord("VSS_E_OBJECT_NOT_FOUND"));
@@ -573,7 +522,7 @@ TEST_F(SnapshotSetTest, AVolumeThatVanishesBeforeTheSnapshotFailsTheRequest) {
 }
 
 TEST_F(SnapshotSetTest, AProviderThatIsNotRegisteredFailsTheFirstVolume) {
-  host().model().providers.clear();
+  model().providers.clear();
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_PROVIDER_NOT_REGISTERED));
   EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->AddToSnapshotSet()", "VSS_E_PROVIDER_NOT_REGISTERED"));
@@ -610,7 +559,7 @@ TEST_F(SnapshotSetTest, AnotherRequestorsOpenSetKeepsThisOneOut) {
 }
 
 TEST_F(SnapshotSetTest, AProviderThatHoldsWritesTooLongFailsTheSnapshot) {
-  host().model().commitMilliseconds = 10001;
+  model().commitMilliseconds = 10001;
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_HOLD_WRITES_TIMEOUT));
   EXPECT_EQ(request.alerts(), QueryStatusRecord("VSS_E_HOLD_WRITES_TIMEOUT"));
@@ -618,14 +567,13 @@ TEST_F(SnapshotSetTest, AProviderThatHoldsWritesTooLongFailsTheSnapshot) {
 }
 
 TEST_F(SnapshotSetTest, AProviderThatJustMakesItTakesTheSnapshot) {
-  host().model().commitMilliseconds = 10000;
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  model().commitMilliseconds = 10000;
+  CreatedRequest request;
   EXPECT_EQ(host().machine().now, 10000U);
 }
 
 TEST_F(SnapshotSetTest, AWriterThatStaysFrozenTooLongFailsTheRequestAfterTheSnapshot) {
-  host().model().freezeMilliseconds = 60001;
+  model().freezeMilliseconds = 60001;
   SnapshotRequest request;
   const Outcome outcome = request.StartAndCreate();
   EXPECT_EQ(outcome.alertCode, 600);
@@ -634,9 +582,8 @@ TEST_F(SnapshotSetTest, AWriterThatStaysFrozenTooLongFailsTheRequestAfterTheSnap
 }
 
 TEST_F(SnapshotSetTest, AWriterThatJustMakesItDoesWell) {
-  host().model().freezeMilliseconds = 60000;
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  model().freezeMilliseconds = 60000;
+  CreatedRequest request;
 }
 
 TEST_F(SnapshotSetTest, EveryCallWithoutABackupObjectIsOutOfState) {
@@ -668,8 +615,7 @@ TEST_F(SnapshotSetTest, PropertiesWithoutABackupObjectAreLoggedInThreeLines) {
 }
 
 TEST_F(SnapshotSetTest, PropertiesWithoutAnEnumeratorThrowAnInvalidPointer) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   request.requestor.SetDiskAndVolumeEnumeratorObj(nullptr);
   EXPECT_EQ(OutcomeOf([&] { request.probe.GetSnapShotProperties(request.details()); }), Outcome::Thrown(E_POINTER));
   EXPECT_THAT(log.Errors(), ElementsAre("No disk and volume enumerator has been set"));
@@ -690,12 +636,11 @@ TEST_F(SnapshotSetTest, ARequestWithoutAnEnumeratorFindsNothingOnTheDisks) {
   request.Start();
   request.requestor.SetDiskAndVolumeEnumeratorObj(nullptr);
   EXPECT_EQ(request.Create().alertCode, 602);
-  EXPECT_THAT(request.alerts(), testing::StartsWith("status=LunMismatch, "));
+  EXPECT_THAT(request.alerts(), StartsWith("status=LunMismatch, "));
 }
 
 TEST_F(SnapshotSetTest, AnotherRequestForgetsTheFirstOnesMessages) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   request.probe.writerErrorText() = L"left over";
   request.probe.failedComponents() = {L"left over"};
   EXPECT_EQ(request.Create(), Outcome::Thrown(VSS_E_BAD_STATE));  // the object has been used up
@@ -706,32 +651,100 @@ TEST_F(SnapshotSetTest, AnotherRequestForgetsTheFirstOnesMessages) {
 }
 
 TEST_F(SnapshotSetTest, AnotherRequestAppendsToTheVolumesOfTheFirst) {
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   request.requestor.SetInputDriveSerialNos({L"TSL0002"});
   request.probe.writers().clear();
-  host().model().writers = {MakeWriter(L"Web", 2, {MakeComponent(L"", L"site", {L"F:\\web"})})};
+  model().writers = {MakeWriter(L"Web", 2, {MakeComponent(L"", L"site", {L"F:\\web"})})};
   request.Initialize();
   EXPECT_EQ(request.Create(), Outcome::Returned());
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(2)));
-  EXPECT_EQ(host().calls().Of("IVssBackupComponents::AddToSnapshotSet").size(), 3U);
+  EXPECT_EQ(Calls("IVssBackupComponents::AddToSnapshotSet").size(), 3U);
 }
 
 TEST_F(SnapshotSetTest, AnAutoReleaseSetGoesWithItsRequestor) {
   {
-    SnapshotRequest request;
-    EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+    CreatedRequest request;
     EXPECT_EQ(host().machine().snapshots->SurfacedCopies().size(), 1U);
   }
   EXPECT_THAT(host().machine().snapshots->SurfacedCopies(), IsEmpty());
 }
 
 TEST_F(SnapshotSetTest, APersistentSetOutlivesItsRequestor) {
-  {
-    SnapshotRequest request({.context = VSS_CTX_APP_ROLLBACK});
-    EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
-  }
+  { CreatedRequest request({.context = VSS_CTX_APP_ROLLBACK}); }
   EXPECT_EQ(host().machine().snapshots->SurfacedCopies().size(), 1U);
+}
+
+// The service takes no writers' components in such a context; those who want a set there take it step by step.
+TEST_F(SnapshotSetTest, InAContextWithoutWritersNoComponentIsTaken) {
+  for (const DWORD context : {0x10u, 0x19u, 0x1Du}) {
+    SCOPED_TRACE(context);
+    StartOver();
+    SnapshotRequest request({.context = context});
+    EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_BAD_STATE));
+    EXPECT_THAT(request.alerts(), HasSubstr(ComRecord("m_pVssObject->AddComponent()", "VSS_E_BAD_STATE")));
+    EXPECT_THAT(Calls("IVssBackupComponents::GatherWriterStatus"), IsEmpty());
+    EXPECT_FALSE(request.component(0, 0).added);
+    EXPECT_EQ(request.Complete(StatusCode(Outcome::Thrown(VSS_E_BAD_STATE))), Outcome::Returned());
+  }
+}
+
+class SecondSetTest : public SnapshotSetTest {
+ protected:
+  /// Mail lies on TSL0001, Other on a disk that is not protected, and no one on TSL0003.
+  void SetUp() override {
+    SnapshotSetTest::SetUp();
+    model().writers.push_back(MakeWriter(L"Other", 2, {MakeComponent(L"", L"store", {L"F:\\store"})}));
+    model().disks.push_back(MakeDisk(L"TSL0003", 3, L"G:\\"));
+    ASSERT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0003"));
+    ASSERT_EQ(request.Complete(0), Outcome::Returned());
+    request.Initialize();
+    request.probe.writerErrorText() = L"left over";
+    request.probe.failedComponents() = {L"left over"};
+    Forget();
+  }
+  void TearDown() override {
+    request.probe.vssObject().Reset();
+    request.probe.backupDocument().Reset();
+    SnapshotSetTest::TearDown();
+  }
+
+  SnapshotRequest<> request{RequestOptions{.serialNumbers = {L"TSL0001", L"TSL0003"}}};
+};
+
+TEST_F(SecondSetTest, KeepsWhatTheFirstLeftButTheReportAndTheMarkOfTheSnapshot) {
+  const std::wstring setId = request.requestor.GetSnapShotSetId();
+  const std::wstring document = request.requestor.GetBackupDocument();
+  // The writers are read once more, and the service has Mail's component already.
+  EXPECT_EQ(request.Create(), Outcome::Thrown(VSS_E_OBJECT_ALREADY_EXISTS));
+  EXPECT_FALSE(request.probe.snapshotDone());
+  EXPECT_EQ(request.probe.writerErrorText(), L"");
+  EXPECT_THAT(request.probe.failedComponents(), IsEmpty());
+  std::vector<std::pair<std::wstring, bool>> writers;
+  for (const VssWriter& writer : request.requestor.GetWriters()) writers.emplace_back(writer.name, writer.excluded);
+  EXPECT_THAT(writers, ElementsAre(std::pair(L"Mail", false), std::pair(L"Other", true), std::pair(L"Mail", false),
+                                   std::pair(L"Other", true)));
+  EXPECT_THAT(request.probe.inputSerialNumbers(), ElementsAre(L"TSL0001", L"TSL0003"));
+  EXPECT_THAT(request.probe.eligibleSerialNumbers(), ElementsAre(L"TSL0001"));
+  EXPECT_THAT(request.probe.extraSerialNumbers(), ElementsAre(L"TSL0003", L"TSL0003"));
+  EXPECT_EQ(request.probe.lastException().GetAlertCode(), 701);
+  EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(3)));
+  EXPECT_EQ(request.requestor.GetSnapShotSetId(), setId);
+  EXPECT_EQ(request.requestor.GetBackupDocument(), document);
+}
+
+TEST_F(SecondSetTest, TakesEveryVolumeOnceAlthoughTheExtraDisksPileUp) {
+  const std::wstring firstSet = request.requestor.GetSnapShotSetId();
+  request.probe.writers().clear();
+  EXPECT_EQ(request.Create(), ExtraVolumes(L"TSL0003, TSL0003"));
+  EXPECT_TRUE(request.probe.snapshotDone());
+  EXPECT_NE(request.requestor.GetSnapShotSetId(), firstSet);
+  EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(3)));
+  EXPECT_THAT(Calls("IVssBackupComponents::AddToSnapshotSet"),
+              ElementsAre(HasSubstr("Volume{00000001-"), HasSubstr("Volume{00000003-")));
+  // Both mentions of the extra disk find its volume in the list of the first set.
+  EXPECT_THAT(log.Warnings(), Contains(kPresentVolumeLine).Times(2));
+  EXPECT_THAT(LinesWith("Adding extra volume"), IsEmpty());
+  EXPECT_EQ(request.Complete(0), Outcome::Returned());
 }
 
 }  // namespace

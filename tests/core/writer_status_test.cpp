@@ -1,181 +1,101 @@
 // What the writers' status means for a request: both kinds of requestor, every failing call, every text.
 #include <stdexcept>
 
-#include "tests/support/host_fixture.h"
-#include "tests/support/snapshot_request.h"
+#include "tests/support/request_fixture.h"
 #include "text/format.h"
 
 namespace varnel::test {
 namespace {
 
-using simulator::WriterEvent;
-using simulator::WriterFault;
-
-constexpr char kPartialText[] =
-    "The writer experienced a partial failure. Check the application event log on the application server to determine "
-    "application objects for which VSS synchronization failed.";
 constexpr char kFallbackLine[] =
     "Partial writer failure has been reported, but failed to get component level information. Partial failure will be "
     "treated as complete failure. Error: ";
 
-std::wstring Wide(std::string_view text) {
-  return Utf8ToWideLossy(text);
-}
-
-std::string WriterRecord(const std::string& name, const std::string& error, const std::string& state,
-                         const std::string& applicationError = "0x0", const std::string& message = "") {
-  return "RequestStatus=WriterFailure, WriterName=" + name + ", WriterError=" + error + ", WriterStatus=" + state +
-         ", ApplicationError=" + applicationError + ", ApplicationMsg=" + message +
-         ", rc=VssWriterStatusError, ca=CheckWriterState;\n";
-}
-
-std::string ComponentRecord(const std::string& path, const std::string& error,
-                            const std::string& applicationError = "0x0", const std::string& message = "") {
-  return "RequestStatus=ComponentLevelFailure, Component=" + path + ", ComponentLevelError=" + error +
-         ", ApplicationError=" + applicationError + ", ApplicationMsg=" + message +
-         ", rc=VssPartialWriterError, ca=CheckWriterState;\n";
-}
-
-std::string ComRecord(const std::string& call, const std::string& error) {
-  return call + "=Failed, error=" + error + ", rc=COMMError, ca=ContactTechSupport;\n";
-}
-
-std::string ApplicationText(const std::string& error = "0x0", const std::string& message = "") {
-  return " Application error code: " + error + ", Application error message: " + message + " \n";
-}
-
-WriterFault Fault(std::wstring writer, WriterEvent event, HRESULT failure) {
-  WriterFault fault;
-  fault.writer = std::move(writer);
-  fault.event = event;
-  fault.failure = failure;
-  return fault;
-}
-
-// Mail's second database does well.
-WriterFault PartialFault(std::wstring writer = L"Mail") {
-  WriterFault fault = Fault(std::move(writer), WriterEvent::postSnapshot, VSS_E_WRITERERROR_PARTIAL_FAILURE);
-  fault.components = {{L"\\mail\\db1", VSS_E_WRITERERROR_NONRETRYABLE, static_cast<HRESULT>(0x80040e14), L"log full"}};
-  return fault;
-}
+constexpr HRESULT kApplicationResult = static_cast<HRESULT>(0x80040e14);
 
 class WriterStatusTest : public HostFixture {
  protected:
-  /// Two writers whose files lie on the protected disk, and one whose do not.
-  void SetUp() override { Install(Model()); }
-
-  static simulator::HostModel Model() {
-    simulator::HostModel model = SmallHost();
-    model.writers = {
-        MakeWriter(L"Mail", 1,
-                   {MakeComponent(L"mail", L"db1", {L"E:\\db1"}), MakeComponent(L"mail", L"db2", {L"E:\\db2"})}),
-        MakeWriter(L"Web", 2, {MakeComponent(L"", L"site", {L"E:\\web"})}),
-        MakeWriter(L"Other", 3, {MakeComponent(L"", L"store", {L"F:\\store"})}),
-    };
-    return model;
-  }
-
-  /// For the next round of a loop; nothing of the last one may be live.
-  void StartOver() {
-    TearDown();
-    Install(Model());
-    log.lines.clear();
-  }
-
-  void FailWriter(WriterFault fault) { host().faults().FailWriter(std::move(fault)); }
-
-  /// A request whose snapshot set was taken, ready for another check.
-  template <class Requestor>
-  void TakeSet(SnapshotRequest<Requestor>& request) {
-    ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
-    log.lines.clear();
-    host().calls().Clear();
-  }
+  void SetUp() override { Install(HostOfThreeWriters()); }
 };
 
-TEST_F(WriterStatusTest, EveryStateHasItsName) {
-  CVarnel requestor(0);
-  RequestorProbe probe(requestor);
-  const std::vector<std::wstring> names = {L"VSS_WS_UNKNOWN",
-                                           L"VSS_WS_STABLE",
-                                           L"VSS_WS_WAITING_FOR_FREEZE",
-                                           L"VSS_WS_WAITING_FOR_THAW",
-                                           L"VSS_WS_WAITING_FOR_POST_SNAPSHOT",
-                                           L"VSS_WS_WAITING_FOR_BACKUP_COMPLETE",
-                                           L"VSS_WS_FAILED_AT_IDENTIFY",
-                                           L"VSS_WS_FAILED_AT_PREPARE_BACKUP",
-                                           L"VSS_WS_FAILED_AT_PREPARE_SNAPSHOT",
-                                           L"VSS_WS_FAILED_AT_FREEZE",
-                                           L"VSS_WS_FAILED_AT_THAW",
-                                           L"VSS_WS_FAILED_AT_POST_SNAPSHOT",
-                                           L"VSS_WS_FAILED_AT_BACKUP_COMPLETE",
-                                           L"VSS_WS_FAILED_AT_PRE_RESTORE",
-                                           L"VSS_WS_FAILED_AT_POST_RESTORE",
-                                           L"VSS_WS_FAILED_AT_BACKUPSHUTDOWN"};
-  for (std::size_t state = 0; state < names.size(); ++state) {
-    EXPECT_EQ(probe.GetStringFromWriterStatus(static_cast<VSS_WRITER_STATE>(state)), names[state]);
-  }
-}
-
 TEST_F(WriterStatusTest, AStateWithoutANameIsShownByItsNumber) {
-  CVarnel requestor(0);
-  RequestorProbe probe(requestor);
-  EXPECT_EQ(probe.GetStringFromWriterStatus(static_cast<VSS_WRITER_STATE>(16)), L"Writer status 16");
-  EXPECT_EQ(probe.GetStringFromWriterStatus(static_cast<VSS_WRITER_STATE>(31)), L"Writer status 31");
+  SnapshotRequest request;
+  EXPECT_EQ(request.probe.GetStringFromWriterStatus(static_cast<VSS_WRITER_STATE>(16)), L"Writer status 16");
+  EXPECT_EQ(request.probe.GetStringFromWriterStatus(static_cast<VSS_WRITER_STATE>(31)), L"Writer status 31");
 }
 
-TEST_F(WriterStatusTest, EveryFailedStateHasItsMessageAndTheOthersHaveNone) {
-  CVarnel requestor(0);
-  RequestorProbe probe(requestor);
+struct NamedState {
+  const char* name;
+  std::string message;
+};
+
+TEST_F(WriterStatusTest, EveryStateHasItsNameAndEveryFailedOneItsMessage) {
   const std::string checkLog = "Check the Application event log on the application server for more information. ";
-  const std::vector<std::string> messages = {"Mail failed with unknown error. ",
-                                             "",
-                                             "",
-                                             "",
-                                             "",
-                                             "",
-                                             "Mail has failed the Identify event. " + checkLog,
-                                             "Mail has failed to prepare for backup. " + checkLog,
-                                             "Mail has failed to prepare for snapshot. " + checkLog,
-                                             "Mail failed to freeze the I/O operations. ",
-                                             "Mail has failed during thaw event. " + checkLog,
-                                             "Mail has failed during post snapshot event. ",
-                                             "Mail has failed during backup complete event. ",
-                                             "Mail has failed during pre-restore event. ",
-                                             "Mail has failed during post-restore event. ",
-                                             "Mail failed during the shutdown of backup application. ",
-                                             "",
-                                             ""};
-  for (std::size_t state = 0; state < messages.size(); ++state) {
+  const NamedState states[] = {
+      {"VSS_WS_UNKNOWN", "Mail failed with unknown error. "},
+      {"VSS_WS_STABLE", ""},
+      {"VSS_WS_WAITING_FOR_FREEZE", ""},
+      {"VSS_WS_WAITING_FOR_THAW", ""},
+      {"VSS_WS_WAITING_FOR_POST_SNAPSHOT", ""},
+      {"VSS_WS_WAITING_FOR_BACKUP_COMPLETE", ""},
+      {"VSS_WS_FAILED_AT_IDENTIFY", "Mail has failed the Identify event. " + checkLog},
+      {"VSS_WS_FAILED_AT_PREPARE_BACKUP", "Mail has failed to prepare for backup. " + checkLog},
+      {"VSS_WS_FAILED_AT_PREPARE_SNAPSHOT", "Mail has failed to prepare for snapshot. " + checkLog},
+      {"VSS_WS_FAILED_AT_FREEZE", "Mail failed to freeze the I/O operations. "},
+      {"VSS_WS_FAILED_AT_THAW", "Mail has failed during thaw event. " + checkLog},
+      {"VSS_WS_FAILED_AT_POST_SNAPSHOT", "Mail has failed during post snapshot event. "},
+      {"VSS_WS_FAILED_AT_BACKUP_COMPLETE", "Mail has failed during backup complete event. "},
+      {"VSS_WS_FAILED_AT_PRE_RESTORE", "Mail has failed during pre-restore event. "},
+      {"VSS_WS_FAILED_AT_POST_RESTORE", "Mail has failed during post-restore event. "},
+      {"VSS_WS_FAILED_AT_BACKUPSHUTDOWN", "Mail failed during the shutdown of backup application. "},
+      {"Writer status 16", ""},
+      {"Writer status 17", ""},
+  };
+  SnapshotRequest request;
+  for (std::size_t i = 0; i < std::size(states); ++i) {
+    const auto state = static_cast<VSS_WRITER_STATE>(i);
     std::wstring text = L"left over";
-    EXPECT_EQ(probe.GetWriterStatusMessage(static_cast<VSS_WRITER_STATE>(state), L"Mail", text), ERROR_SUCCESS);
-    EXPECT_EQ(text, Wide(messages[state])) << state;
+    EXPECT_EQ(request.probe.GetWriterStatusMessage(state, L"Mail", text), ERROR_SUCCESS);
+    EXPECT_EQ(text, Wide(states[i].message)) << i;
+    EXPECT_EQ(request.probe.GetStringFromWriterStatus(state), Wide(states[i].name));
   }
 }
 
 TEST_F(WriterStatusTest, AStateMessageThatCannotBeLoadedGivesTheErrorAndNoText) {
-  CVarnel requestor(0);
-  RequestorProbe probe(requestor);
-  host().faults().FailCall("LoadStringW", ERROR_RESOURCE_NAME_NOT_FOUND);
+  SnapshotRequest request;
+  FailCall("LoadStringW", ERROR_RESOURCE_NAME_NOT_FOUND);
   std::wstring text = L"left over";
-  EXPECT_EQ(probe.GetWriterStatusMessage(VSS_WS_FAILED_AT_FREEZE, L"Mail", text), DWORD{ERROR_RESOURCE_NAME_NOT_FOUND});
+  EXPECT_EQ(request.probe.GetWriterStatusMessage(VSS_WS_FAILED_AT_FREEZE, L"Mail", text),
+            DWORD{ERROR_RESOURCE_NAME_NOT_FOUND});
   EXPECT_EQ(text, L"");
 }
 
 TEST_F(WriterStatusTest, AContextWithoutWritersGathersNothingAndThrowsNothing) {
-  SnapshotRequest request;
-  request.Start();
-  host().calls().Clear();
-  log.lines.clear();
-  request.probe.context() = VSS_CTX_FILE_SHARE_BACKUP;
-  EXPECT_EQ(request.CheckStatus(), Outcome::Returned());
-  EXPECT_THAT(host().calls().lines(), IsEmpty());
-  EXPECT_THAT(log.All(), IsEmpty());
+  for (const DWORD context : {0x10u, 0x19u, 0x1Du, 0x30u, 0xFFFFFFFFu}) {
+    SCOPED_TRACE(context);
+    SnapshotRequest request;
+    request.Start();
+    Forget();
+    request.probe.context() = context;
+    EXPECT_EQ(request.CheckStatus(), Outcome::Returned());
+    EXPECT_THAT(host().calls().lines(), IsEmpty());
+    EXPECT_THAT(log.All(), IsEmpty());
+  }
+}
+
+TEST_F(WriterStatusTest, EveryOtherContextGathersTheStatus) {
+  TakenRequest request(*this);
+  for (const DWORD context : {0x0u, 0x9u, 0xDu, 0x20u, 0xFFFFFFEFu}) {
+    SCOPED_TRACE(context);
+    Forget();
+    request.probe.context() = context;
+    EXPECT_EQ(request.CheckStatus(), Outcome::Returned());
+    EXPECT_THAT(Calls("IVssBackupComponents::GatherWriterStatus"), SizeIs(1));
+  }
 }
 
 TEST_F(WriterStatusTest, WritersThatDidWellAreLoggedAndNothingElse) {
-  SnapshotRequest request;
-  TakeSet(request);
+  TakenRequest request(*this);
   EXPECT_EQ(request.CheckStatus(), Outcome::Returned());
   EXPECT_THAT(log.All(),
               ElementsAre("I GatherWriterStatus",
@@ -188,8 +108,7 @@ TEST_F(WriterStatusTest, WritersThatDidWellAreLoggedAndNothingElse) {
 }
 
 TEST_F(WriterStatusTest, TheStatusIsReadWriterByWriterAndFreedOnceAtTheEnd) {
-  SnapshotRequest request;
-  TakeSet(request);
+  TakenRequest request(*this);
   EXPECT_EQ(request.CheckStatus(), Outcome::Returned());
   EXPECT_THAT(CallNames(host().calls(), {"IVss"}),
               ElementsAre("IVssBackupComponents::GatherWriterStatus", "IVssAsync::Wait", "IVssAsync::QueryStatus",
@@ -204,9 +123,7 @@ TEST_F(WriterStatusTest, AWriterThatFailsFailsTheRequestWithEveryText) {
   fault.applicationMessage = L"log full";
   FailWriter(fault);
   SnapshotRequest request;
-
   const Outcome outcome = request.StartAndCreate();
-
   const std::string stateAndError = "Mail failed to freeze the I/O operations. VSS_E_WRITERERROR_RETRYABLE";
   const std::string entry = stateAndError + ApplicationText("0x80040e14", "log full") +
                             "Failed application components: db1[\\mail\\db1],db2[\\mail\\db2] \n";
@@ -232,11 +149,10 @@ TEST_F(WriterStatusTest, AFailedWritersAddedComponentsFailWithItsCode) {
 }
 
 TEST_F(WriterStatusTest, ComponentsThatWereNotAddedAreNotMarkedAsFailed) {
-  SnapshotRequest request;
-  TakeSet(request);
+  TakenRequest request(*this);
   request.component(0, 0).added = false;
   std::wstring list = L"left over";
-  request.probe.MarkAllWriterComponentsAsFailed(request.probe.writers()[0], AsThrown(E_UNEXPECTED), list);
+  request.probe.MarkAllWriterComponentsAsFailed(request.probe.writers()[0], Failure(E_UNEXPECTED), list);
   EXPECT_EQ(list, L"db2[\\mail\\db2]");
   EXPECT_FALSE(request.component(0, 0).failed);
   EXPECT_TRUE(request.component(0, 1).failed);
@@ -244,18 +160,16 @@ TEST_F(WriterStatusTest, ComponentsThatWereNotAddedAreNotMarkedAsFailed) {
 }
 
 TEST_F(WriterStatusTest, AWriterWithoutAddedComponentsGivesAnEmptyList) {
-  SnapshotRequest request;
-  TakeSet(request);
+  TakenRequest request(*this);
   std::wstring list = L"left over";
-  request.probe.MarkAllWriterComponentsAsFailed(request.probe.writers()[2], AsThrown(E_UNEXPECTED), list);
+  request.probe.MarkAllWriterComponentsAsFailed(request.probe.writers()[2], Failure(E_UNEXPECTED), list);
   EXPECT_EQ(list, L"");
   EXPECT_THAT(log.All(), ElementsAre("E Marking all components of writer Other as FAILED!"));
 }
 
 TEST_F(WriterStatusTest, TheErrorTextComesFromTheServicesMessageTable) {
-  simulator::HostModel model = Model();
-  model.vssMessages = {{{0x800423F3, L"Try again.\r\n"}}};
-  Install(std::move(model));
+  Install(HostOfThreeWriters());
+  model().vssMessages = {{{0x800423F3, L"Try again.\r\n"}}};
   FailWriter(Fault(L"Web", WriterEvent::prepareSnapshot, VSS_E_WRITERERROR_RETRYABLE));
   SnapshotRequest request;
   const Outcome outcome = request.StartAndCreate();
@@ -279,10 +193,22 @@ TEST_F(WriterStatusTest, AWriterThatFailedAtFreezeWithoutAFailureCodeCountsAsSuc
   WriterFault fault = Fault(L"Mail", WriterEvent::postSnapshot, S_OK);
   fault.state = VSS_WS_FAILED_AT_FREEZE;
   FailWriter(fault);
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   EXPECT_EQ(request.alerts(), "");
-  EXPECT_THAT(log.All(), testing::Contains("I Writer=Mail, WriterStatus=VSS_WS_FAILED_AT_FREEZE, WriterError=S_OK"));
+  EXPECT_THAT(log.All(), Contains("I Writer=Mail, WriterStatus=VSS_WS_FAILED_AT_FREEZE, WriterError=S_OK"));
+}
+
+TEST_F(WriterStatusTest, TheApplicationsResultOfASuccessfulWriterIsNotItsOwn) {
+  WriterFault fault = Fault(L"Mail", WriterEvent::postSnapshot, S_OK);
+  fault.state = VSS_WS_STABLE;
+  fault.applicationResult = kApplicationResult;
+  fault.applicationMessage = L"nothing to worry about";
+  FailWriter(fault);
+  CreatedRequest request;
+  EXPECT_EQ(request.alerts(), "");
+  EXPECT_THAT(log.All(), Contains("I Writer=Mail, WriterStatus=VSS_WS_STABLE, WriterError=S_OK"));
+  EXPECT_THAT(log.All(), Not(Contains(HasSubstr("80040e14"))));
+  EXPECT_FALSE(request.component(0, 0).failed);
 }
 
 TEST_F(WriterStatusTest, APositiveFailureCodeIsAFailureToo) {
@@ -296,11 +222,10 @@ TEST_F(WriterStatusTest, APositiveFailureCodeIsAFailureToo) {
 
 TEST_F(WriterStatusTest, WritersThatAreNotSelectedNeverProduceAlertsOrMessages) {
   FailWriter(Fault(L"Other", WriterEvent::prepareBackup, VSS_E_WRITERERROR_NONRETRYABLE));
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
+  CreatedRequest request;
   EXPECT_EQ(request.alerts(), "");
   EXPECT_THAT(log.Errors(), IsEmpty());
-  EXPECT_THAT(log.All(), testing::Not(testing::Contains(HasSubstr("Writer=Other, WriterStatus"))));
+  EXPECT_THAT(log.All(), Not(Contains(HasSubstr("Writer=Other, WriterStatus"))));
   EXPECT_THAT(request.probe.failedComponents(), IsEmpty());
 }
 
@@ -342,26 +267,22 @@ TEST_F(WriterStatusDecisionTest, OneFailureFailsARequestUnlessComponentsMayFailA
 }
 
 TEST_F(WriterStatusTest, ARequestorWithPartialFailuresFailsWhenNoSelectedWriterIsInTheStatus) {
-  SnapshotRequest<PartialRequestor> request;
-  TakeSet(request);
+  TakenRequest<PartialRequestor> request(*this);
   for (VssWriter& writer : request.probe.writers()) writer.excluded = true;
   EXPECT_EQ(request.CheckStatus(), Outcome::Exception(600, L"", {}));
   EXPECT_EQ(request.alerts(), "");
 }
 
 TEST_F(WriterStatusTest, ARequestorWithoutPartialFailuresPassesWhenNoSelectedWriterIsInTheStatus) {
-  SnapshotRequest request;
-  TakeSet(request);
+  TakenRequest request(*this);
   for (VssWriter& writer : request.probe.writers()) writer.excluded = true;
   EXPECT_EQ(request.CheckStatus(), Outcome::Returned());
 }
 
 TEST_F(WriterStatusTest, APartialFailureReportsTheWriterAndEachFailedComponentAndFailsTheRequest) {
-  FailWriter(PartialFault());
+  FailWriter(PartialFault(VSS_E_WRITERERROR_NONRETRYABLE, kApplicationResult));
   SnapshotRequest request;
-
   const Outcome outcome = request.StartAndCreate();
-
   const std::string stateAndError = "Mail has failed during post snapshot event. " + std::string(kPartialText);
   const std::string entry = stateAndError + ApplicationText() +
                             "Failed component: \\mail\\db1, Error: 0x800423f4, Application error code: 0x80040e14, "
@@ -376,7 +297,7 @@ TEST_F(WriterStatusTest, APartialFailureReportsTheWriterAndEachFailedComponentAn
 }
 
 TEST_F(WriterStatusTest, ARequestorWithPartialFailuresPassesAPartialFailure) {
-  FailWriter(PartialFault());
+  FailWriter(PartialFault(VSS_E_WRITERERROR_NONRETRYABLE, kApplicationResult));
   SnapshotRequest<PartialRequestor> request;
   const Outcome outcome = request.StartAndCreate();
   EXPECT_EQ(outcome.alertCode, 601);
@@ -387,7 +308,7 @@ TEST_F(WriterStatusTest, ARequestorWithPartialFailuresPassesAPartialFailure) {
 }
 
 TEST_F(WriterStatusTest, APartialFailureMarksEveryReadComponentWithItsOwnCode) {
-  FailWriter(PartialFault());
+  FailWriter(PartialFault(VSS_E_WRITERERROR_NONRETRYABLE, kApplicationResult));
   SnapshotRequest<PartialRequestor> request;
   EXPECT_EQ(request.StartAndCreate().alertCode, 601);
   EXPECT_TRUE(request.component(0, 0).failed);
@@ -400,7 +321,7 @@ TEST_F(WriterStatusTest, APartialFailureMarksEveryReadComponentWithItsOwnCode) {
 }
 
 TEST_F(WriterStatusTest, ComponentsAreMatchedByTheirExactFullPath) {
-  FailWriter(PartialFault());
+  FailWriter(PartialFault(VSS_E_WRITERERROR_NONRETRYABLE, kApplicationResult));
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate().alertCode, 600);
   VssWriter& mail = request.probe.writers()[0];
@@ -415,7 +336,7 @@ TEST_F(WriterStatusTest, ComponentsAreMatchedByTheirExactFullPath) {
 }
 
 TEST_F(WriterStatusTest, OnlyTheFirstAddedComponentOfAFullPathIsMarked) {
-  FailWriter(PartialFault());
+  FailWriter(PartialFault(VSS_E_WRITERERROR_NONRETRYABLE, kApplicationResult));
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate().alertCode, 600);
   VssWriter& mail = request.probe.writers()[0];
@@ -441,7 +362,7 @@ TEST_F(WriterStatusTest, AComponentWithoutALogicalPathHasABackslashInFrontOfItsN
   FailWriter(fault);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate().alertCode, 600);
-  EXPECT_THAT(request.alerts(), testing::EndsWith(ComponentRecord("\\site", "VSS_E_WRITERERROR_TIMEOUT")));
+  EXPECT_THAT(request.alerts(), EndsWith(ComponentRecord("\\site", "VSS_E_WRITERERROR_TIMEOUT")));
   EXPECT_TRUE(request.component(1, 0).failed);
 }
 
@@ -477,12 +398,10 @@ TEST_F(WriterStatusTest, ComponentsThatCannotBeReadFailWithTheReadErrorAndNotThe
   for (const ComponentRead& read : ComponentReads()) {
     SCOPED_TRACE(read.call);
     StartOver();
-    FailWriter(PartialFault());
-    host().faults().FailCall(read.call, static_cast<DWORD>(E_OUTOFMEMORY));
+    FailWriter(PartialFault(VSS_E_WRITERERROR_NONRETRYABLE, kApplicationResult));
+    FailCall(read.call, E_OUTOFMEMORY);
     SnapshotRequest request;
-
     const Outcome outcome = request.StartAndCreate();
-
     const std::string stateAndError = "Mail has failed during post snapshot event. " + std::string(kPartialText);
     EXPECT_EQ(outcome,
               Outcome::Exception(600, Wide(stateAndError),
@@ -507,8 +426,8 @@ TEST_F(WriterStatusTest, AReadThatDeliversNoObjectCountsAsUnexpected) {
     if (!read.deliversAnObject) continue;
     SCOPED_TRACE(read.call);
     StartOver();
-    FailWriter(PartialFault());
-    host().faults().FailCall(read.call, S_FALSE);
+    FailWriter(PartialFault(VSS_E_WRITERERROR_NONRETRYABLE, kApplicationResult));
+    FailCall(read.call, S_FALSE);
     SnapshotRequest request;
     EXPECT_EQ(request.StartAndCreate().alertCode, 600);
     const std::vector<std::string> errors = log.Errors();
@@ -519,18 +438,18 @@ TEST_F(WriterStatusTest, AReadThatDeliversNoObjectCountsAsUnexpected) {
 }
 
 TEST_F(WriterStatusTest, AnUnreadablePartialFailureIsACompleteFailureForEveryKindOfRequestor) {
-  simulator::HostModel model = Model();
+  simulator::HostModel model = HostOfThreeWriters();
   model.writers.erase(model.writers.begin() + 1);  // Mail alone is selected
   Install(std::move(model));
-  FailWriter(PartialFault());
-  host().faults().FailCall("IVssBackupComponents::GetWriterComponentsCount", static_cast<DWORD>(VSS_E_BAD_STATE));
+  FailWriter(PartialFault(VSS_E_WRITERERROR_NONRETRYABLE, kApplicationResult));
+  FailCall("IVssBackupComponents::GetWriterComponentsCount", VSS_E_BAD_STATE);
   SnapshotRequest<PartialRequestor> request;
   EXPECT_EQ(request.StartAndCreate().alertCode, 600);
 }
 
 TEST_F(WriterStatusTest, MessagesReadBeforeAFailedReadAreDroppedWhileTheirRecordsStay) {
-  FailWriter(PartialFault());
-  host().faults().FailCall("IVssComponentEx2::GetFailure", static_cast<DWORD>(VSS_E_INVALID_XML_DOCUMENT), 2);
+  FailWriter(PartialFault(VSS_E_WRITERERROR_NONRETRYABLE, kApplicationResult));
+  FailCall("IVssComponentEx2::GetFailure", VSS_E_INVALID_XML_DOCUMENT, 2);
   SnapshotRequest request;
   const Outcome outcome = request.StartAndCreate();
   ASSERT_EQ(outcome.list.size(), 1U);
@@ -547,15 +466,13 @@ TEST_F(WriterStatusTest, MessagesReadBeforeAFailedReadAreDroppedWhileTheirRecord
 // The document knows nothing of a writer whose components were never really added.
 TEST_F(WriterStatusTest, AWriterThatIsNotInTheDocumentIsLoggedAndMarksNothing) {
   FailWriter(Fault(L"Web", WriterEvent::prepareBackup, VSS_E_WRITERERROR_PARTIAL_FAILURE));
-  host().faults().FailCall("IVssBackupComponents::AddComponent", S_OK, 3);
+  FailCall("IVssBackupComponents::AddComponent", S_OK, 3);
   SnapshotRequest<PartialRequestor> request;
   request.StartSet();
   request.probe.AddToSnapshotSet(request.details());
   request.probe.PrepareForBackup(request.details());
   log.lines.clear();
-
   EXPECT_EQ(request.CheckStatus(), Outcome::Returned());
-
   const std::string record =
       WriterRecord("Web", "VSS_E_WRITERERROR_PARTIAL_FAILURE", "VSS_WS_FAILED_AT_PREPARE_BACKUP");
   EXPECT_EQ(request.alerts(), record);
@@ -586,9 +503,8 @@ TEST_F(WriterStatusTest, AFailedCallWritesItsRecordAndThrowsItsCode) {
   for (const FailingCall& failing : calls) {
     SCOPED_TRACE(failing.call);
     StartOver();
-    SnapshotRequest request;
-    TakeSet(request);
-    host().faults().FailCall(failing.call, static_cast<DWORD>(VSS_E_BAD_STATE));
+    TakenRequest request(*this);
+    FailCall(failing.call, VSS_E_BAD_STATE);
     EXPECT_EQ(request.CheckStatus(), Outcome::Thrown(VSS_E_BAD_STATE));
     const std::string record = ComRecord(failing.text, "VSS_E_BAD_STATE");
     EXPECT_EQ(request.alerts(), record);
@@ -598,8 +514,7 @@ TEST_F(WriterStatusTest, AFailedCallWritesItsRecordAndThrowsItsCode) {
 }
 
 TEST_F(WriterStatusTest, AGatheringThatEndsInAFailureWritesTheStatusRecordWithoutALineEnd) {
-  SnapshotRequest request;
-  TakeSet(request);
+  TakenRequest request(*this);
   host().faults().FailAsync("GatherWriterStatus", VSS_E_WRITER_INFRASTRUCTURE);
   EXPECT_EQ(request.CheckStatus(), Outcome::Thrown(VSS_E_WRITER_INFRASTRUCTURE));
   const std::string record =
@@ -610,9 +525,8 @@ TEST_F(WriterStatusTest, AGatheringThatEndsInAFailureWritesTheStatusRecordWithou
 }
 
 TEST_F(WriterStatusTest, AServiceWithoutTheExtendedStatusIsLoggedWithoutARecord) {
-  SnapshotRequest request;
-  TakeSet(request);
-  host().faults().FailCall("IVssBackupComponents::QueryInterface", static_cast<DWORD>(E_UNEXPECTED));
+  TakenRequest request(*this);
+  FailCall("IVssBackupComponents::QueryInterface", E_UNEXPECTED);
   EXPECT_EQ(request.CheckStatus(), Outcome::Thrown(E_UNEXPECTED));
   EXPECT_EQ(request.alerts(), "");
   EXPECT_THAT(log.Errors(), ElementsAre("ERROR: COM call \"m_pVssObject->QueryInterface(IID_IVssBackupComponentsEx3, "
@@ -621,9 +535,8 @@ TEST_F(WriterStatusTest, AServiceWithoutTheExtendedStatusIsLoggedWithoutARecord)
 }
 
 TEST_F(WriterStatusTest, AGatheringThatDeliversNoOperationIsUnexpected) {
-  SnapshotRequest request;
-  TakeSet(request);
-  host().faults().FailCall("IVssBackupComponents::GatherWriterStatus", S_FALSE);
+  TakenRequest request(*this);
+  FailCall("IVssBackupComponents::GatherWriterStatus", S_FALSE);
   EXPECT_EQ(request.CheckStatus(), Outcome::Thrown(E_UNEXPECTED));
   EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->GatherWriterStatus(&pAsync)", "E_UNEXPECTED"));
 }
@@ -642,33 +555,21 @@ TEST_F(WriterStatusTest, TheStatusIsFreedBeforeTheRequestFails) {
 }
 
 TEST_F(WriterStatusTest, AnEntryThatCannotBeReadEndsTheCheckWithoutFreeingTheStatus) {
-  SnapshotRequest request;
-  TakeSet(request);
-  host().faults().FailCall("IVssBackupComponentsEx3::GetWriterStatusEx", static_cast<DWORD>(VSS_E_UNEXPECTED), 2);
+  TakenRequest request(*this);
+  FailCall("IVssBackupComponentsEx3::GetWriterStatusEx", VSS_E_UNEXPECTED, 2);
   EXPECT_EQ(request.CheckStatus(), Outcome::Thrown(VSS_E_UNEXPECTED));
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::FreeWriterStatus"), IsEmpty());
+  EXPECT_THAT(Calls("IVssBackupComponents::FreeWriterStatus"), IsEmpty());
 }
 
 TEST_F(WriterStatusTest, AFailureToFreeTheStatusReplacesTheWriterFailureButKeepsItsMessages) {
   FailWriter(Fault(L"Mail", WriterEvent::prepareBackup, VSS_E_WRITERERROR_RETRYABLE));
-  host().faults().FailCall("IVssBackupComponents::FreeWriterStatus", static_cast<DWORD>(E_OUTOFMEMORY));
+  FailCall("IVssBackupComponents::FreeWriterStatus", E_OUTOFMEMORY);
   SnapshotRequest request;
   EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(E_OUTOFMEMORY));
   EXPECT_EQ(request.alerts(), WriterRecord("Mail", "VSS_E_WRITERERROR_RETRYABLE", "VSS_WS_FAILED_AT_PREPARE_BACKUP") +
                                   ComRecord("m_pVssObject->FreeWriterStatus()", "E_OUTOFMEMORY"));
   EXPECT_EQ(request.probe.failedComponents().size(), 1U);
 }
-
-// Its catalogue record cannot be built.
-class ThrowingRequestor : public CVarnel {
- public:
-  using CVarnel::CVarnel;
-
- private:
-  void GetComponentInfoForCataloging(const VssComponent&, ComponentCatalogingInfo&) override {
-    throw std::runtime_error("no record");
-  }
-};
 
 TEST_F(WriterStatusTest, TheStringsOfAnEntryAreFreedWhenAnExceptionLeavesIt) {
   WriterFault fault = Fault(L"Mail", WriterEvent::prepareBackup, VSS_E_WRITERERROR_RETRYABLE);
@@ -683,8 +584,7 @@ TEST_F(WriterStatusTest, TheStringsOfSkippedAndSuccessfulEntriesAreFreed) {
   WriterFault fault = Fault(L"Other", WriterEvent::prepareBackup, VSS_E_WRITERERROR_RETRYABLE);
   fault.applicationMessage = L"log full";
   FailWriter(fault);
-  SnapshotRequest request;
-  TakeSet(request);
+  TakenRequest request(*this);
   const long long held = host().live().Count("BSTR");  // the saved document
   EXPECT_EQ(request.CheckStatus(), Outcome::Returned());
   EXPECT_EQ(held, 1);
@@ -694,9 +594,7 @@ TEST_F(WriterStatusTest, TheStringsOfSkippedAndSuccessfulEntriesAreFreed) {
 TEST_F(WriterStatusTest, MessagesPileUpOverTheChecksOfARequest) {
   FailWriter(Fault(L"Mail", WriterEvent::prepareBackup, VSS_E_WRITERERROR_RETRYABLE));
   SnapshotRequest<PartialRequestor> request;
-
   const Outcome outcome = request.StartAndCreate();
-
   const std::string text =
       "Mail has failed to prepare for backup. Check the Application event log on the application server for more "
       "information. VSS_E_WRITERERROR_RETRYABLE";
@@ -731,17 +629,17 @@ TEST_F(WriterStatusTest, ALongApplicationMessageIsShortenedInTheRecordAndWholeIn
   const Outcome outcome = request.StartAndCreate();
   const std::string record = request.alerts();
   EXPECT_EQ(record.size(), 2047U);
-  EXPECT_THAT(record, testing::StartsWith("RequestStatus=WriterFailure, WriterName=Mail, "
-                                          "WriterError=VSS_E_WRITERERROR_RETRYABLE, "
-                                          "WriterStatus=VSS_WS_FAILED_AT_PREPARE_BACKUP, ApplicationError=0x0, "
-                                          "ApplicationMsg=xxx"));
-  EXPECT_THAT(record, testing::EndsWith("xxx..., rc=VssWriterStatusError, ca=CheckWriterState;\n"));
+  EXPECT_THAT(record, StartsWith("RequestStatus=WriterFailure, WriterName=Mail, "
+                                 "WriterError=VSS_E_WRITERERROR_RETRYABLE, "
+                                 "WriterStatus=VSS_WS_FAILED_AT_PREPARE_BACKUP, ApplicationError=0x0, "
+                                 "ApplicationMsg=xxx"));
+  EXPECT_THAT(record, EndsWith("xxx..., rc=VssWriterStatusError, ca=CheckWriterState;\n"));
   ASSERT_EQ(outcome.list.size(), 1U);
   EXPECT_NE(outcome.list[0].find(L"message: " + fault.applicationMessage + L" \n"), std::wstring::npos);
 }
 
 TEST_F(WriterStatusTest, ALongMessageOfAComponentIsShortenedInItsRecordAndWholeInTheText) {
-  WriterFault fault = PartialFault();
+  WriterFault fault = PartialFault(VSS_E_WRITERERROR_NONRETRYABLE, kApplicationResult);
   fault.components[0].applicationMessage = std::wstring(5000, L'y');
   FailWriter(fault);
   SnapshotRequest request;
@@ -749,7 +647,7 @@ TEST_F(WriterStatusTest, ALongMessageOfAComponentIsShortenedInItsRecordAndWholeI
   const std::string alerts = request.alerts();
   const std::string record = alerts.substr(alerts.find("RequestStatus=ComponentLevelFailure"));
   EXPECT_EQ(record.size(), 2047U);
-  EXPECT_THAT(record, testing::EndsWith("yyy..., rc=VssPartialWriterError, ca=CheckWriterState;\n"));
+  EXPECT_THAT(record, EndsWith("yyy..., rc=VssPartialWriterError, ca=CheckWriterState;\n"));
   ASSERT_EQ(outcome.list.size(), 1U);
   EXPECT_NE(outcome.list[0].find(L"message: " + fault.components[0].applicationMessage + L" \n"), std::wstring::npos);
 }

@@ -27,7 +27,7 @@
 #include "tests/support/applications.h"
 #include "tests/support/disk_volumes.h"
 #include "tests/support/golden.h"
-#include "tests/support/request.h"
+#include "tests/support/snapshot_request.h"
 
 namespace varnel::test {
 namespace {

@@ -13,18 +13,11 @@
 namespace varnel::test {
 namespace {
 
-using simulator::WriterEvent;
-using simulator::WriterFault;
-using testing::Contains;
-using testing::SizeIs;
-
 static_assert(sizeof(HyperVReq) == sizeof(CVarnel), "it adds nothing to its base");
 
 std::string Narrow(const std::wstring& text) {
   return WideToUtf8Lossy(text);
 }
-
-// ---- writers ----
 
 class HyperVWriters : public HostFixture {
  protected:
@@ -40,7 +33,6 @@ TEST_F(HyperVWriters, ThoseOfHyperVAndOfClusterSharedVolumesAreAccepted) {
   EXPECT_TRUE(IsEligible(L"Microsoft Hyper-V VSS Writer", L"{66841cd4-6ded-4f4b-8f17-fd23f8ddc3de}"));
   EXPECT_TRUE(IsEligible(L"Cluster Shared Volume VSS Writer", L"{1072ae1c-e5a7-4ea1-9e4a-6f7964656570}"));
   EXPECT_TRUE(IsEligible(L"Renamed", kHyperVWriterId));
-
   EXPECT_THAT(log.AllWithSources(), ElementsAre("I HyperVReq: Found Hyper-V writer Microsoft Hyper-V VSS Writer ",
                                                 "I HyperVReq: Found CSV writer Cluster Shared Volume VSS Writer ",
                                                 "I HyperVReq: Found Hyper-V writer Renamed "));
@@ -51,7 +43,6 @@ TEST_F(HyperVWriters, AnyOtherIdIsRejected) {
   EXPECT_FALSE(IsEligible(L"Cluster Shared Volume VSS Writer", L"{1072AE1C-E5A7-4EA1-9E4A-6F7964656570}"));
   EXPECT_FALSE(IsEligible(L"Microsoft Hyper-V VSS Writer", kExchangeWriterId));
   EXPECT_FALSE(IsEligible(L"", L""));
-
   EXPECT_THAT(log.AllWithSources(),
               ElementsAre("V HyperVReq: Writer Microsoft Hyper-V VSS Writer is not a Hyper-V or CSV writer ",
                           "V HyperVReq: Writer Cluster Shared Volume VSS Writer is not a Hyper-V or CSV writer ",
@@ -62,15 +53,12 @@ TEST_F(HyperVWriters, AnyOtherIdIsRejected) {
 TEST_F(HyperVWriters, EitherOfThemIsLookedForOnTheHost) {
   Install(HostWithEveryApplication());
   std::string details;
-
   EXPECT_TRUE(HyperVReq(0).IsWriterPresent(details));
-  host().model().writers.erase(host().model().writers.begin() + 4);
+  model().writers.erase(model().writers.begin() + 4);
   EXPECT_TRUE(HyperVReq(0).IsWriterPresent(details));
-  host().model().writers.pop_back();
+  model().writers.pop_back();
   EXPECT_FALSE(HyperVReq(0).IsWriterPresent(details));
 }
-
-// ---- the catalogue ----
 
 class HyperVComponents : public HostFixture {
  protected:
@@ -88,96 +76,61 @@ class HyperVComponents : public HostFixture {
   }
 };
 
-TEST_F(HyperVComponents, OnAStandAloneHostTheNameIsTheIdAndTheCaptionHoldsTheMachine) {
-  const ComponentCatalogingInfo info = InfoOf(kHyperVWriterName, L"6F96-19FF", L"Online\\vm1");
+struct CataloguedMachine {
+  const wchar_t* writer;
+  const wchar_t* name;
+  const wchar_t* caption;
+  const wchar_t* id;
+  const wchar_t* machine;
+  std::vector<std::string> errors;
+};
 
-  EXPECT_EQ(info.appObjectId, L"6F96-19FF");
-  EXPECT_EQ(info.appObjectName, L"vm1");
-  EXPECT_THAT(log.All(), IsEmpty());
+std::string NoBackslash(const std::string& caption) {
+  return "Did not find '\\' in component caption " + caption;
+}
+std::string NoMark(const std::string& name) {
+  return "Did not find '<CSV>' in component name " + name;
+}
+std::string UnknownName(const std::string& caption) {
+  return "Unexcpected app object name in Hyper-V requester! Component caption is " + caption + ".";
+}
+std::string UnknownId(const std::string& name) {
+  return "Unexcpected app object id in Hyper-V requester! Component name is " + name + ".";
 }
 
-TEST_F(HyperVComponents, OnAClusterSharedVolumeTheIdStandsInFrontOfItsMark) {
-  const ComponentCatalogingInfo info = InfoOf(kCsvWriterName, L"6F96-19FF<CSV>node2", L"Online\\vm1");
-
-  EXPECT_EQ(info.appObjectId, L"6F96-19FF");
-  EXPECT_EQ(info.appObjectName, L"vm1");
-  EXPECT_THAT(log.All(), IsEmpty());
-}
-
-TEST_F(HyperVComponents, TheFirstMarkAndTheFirstBackslashCount) {
-  const ComponentCatalogingInfo info = InfoOf(kCsvWriterName, L"6F96<CSV>19FF<CSV>", L"Online\\vm\\1");
-
-  EXPECT_EQ(info.appObjectId, L"6F96");
-  EXPECT_EQ(info.appObjectName, L"vm\\1");
-}
-
-TEST_F(HyperVComponents, AMarkIsPartOfTheIdOnAStandAloneHost) {
-  EXPECT_EQ(InfoOf(kHyperVWriterName, L"6F96<CSV>", L"Online\\vm1").appObjectId, L"6F96<CSV>");
-}
-
-TEST_F(HyperVComponents, TheWriterIsThatOfHyperVWhenItsNameHoldsTheWord) {
-  EXPECT_EQ(InfoOf(L"Some Hyper-V thing", L"a<CSV>", L"Online\\vm1").appObjectId, L"a<CSV>");
-  EXPECT_EQ(InfoOf(L"some hyper-v thing", L"a<CSV>", L"Online\\vm1").appObjectId, L"a");
-  EXPECT_EQ(InfoOf(L"", L"a<CSV>", L"Online\\vm1").appObjectId, L"a");
-}
-
-TEST_F(HyperVComponents, ACaptionWithoutABackslashIsAnUnknownNameAndTwoErrorLines) {
-  const ComponentCatalogingInfo info = InfoOf(kHyperVWriterName, L"6F96-19FF", L"vm1");
-
-  EXPECT_EQ(info.appObjectName, L"UNKNOWN");
-  EXPECT_EQ(info.appObjectId, L"6F96-19FF");
-  EXPECT_THAT(log.AllWithSources(),
-              ElementsAre("E HyperVReq: Did not find '\\' in component caption vm1",
-                          "E HyperVReq: Unexcpected app object name in Hyper-V requester! Component caption is vm1."));
-}
-
-TEST_F(HyperVComponents, ACaptionThatEndsInItsBackslashIsAnUnknownNameAndOneErrorLine) {
-  EXPECT_EQ(InfoOf(kHyperVWriterName, L"6F96-19FF", L"Online\\").appObjectName, L"UNKNOWN");
-
-  EXPECT_THAT(
-      log.AllWithSources(),
-      ElementsAre("E HyperVReq: Unexcpected app object name in Hyper-V requester! Component caption is Online\\."));
-}
-
-TEST_F(HyperVComponents, ANameWithoutTheMarkIsAnUnknownIdAndTwoErrorLines) {
-  for (const wchar_t* name : {L"6F96-19FF", L"6F96-19FF<csv>", L"6F96-19FF<CSV"}) {
+// The id stands before the first mark where the writer is not Hyper-V's, the machine after the caption's first
+// backslash.
+TEST_F(HyperVComponents, AreCataloguedByTheirNameAndTheirCaption) {
+  const wchar_t* const csv = kCsvWriterName;
+  const wchar_t* const plain = kHyperVWriterName;
+  const CataloguedMachine machines[] = {
+      {plain, L"6F96-19FF", L"Online\\vm1", L"6F96-19FF", L"vm1", {}},
+      {csv, L"6F96-19FF<CSV>node2", L"Online\\vm1", L"6F96-19FF", L"vm1", {}},
+      {csv, L"6F96<CSV>19FF<CSV>", L"Online\\vm\\1", L"6F96", L"vm\\1", {}},
+      {plain, L"6F96<CSV>", L"Online\\vm1", L"6F96<CSV>", L"vm1", {}},
+      {L"Some Hyper-V thing", L"a<CSV>", L"Online\\vm1", L"a<CSV>", L"vm1", {}},
+      {L"some hyper-v thing", L"a<CSV>", L"Online\\vm1", L"a", L"vm1", {}},
+      {L"", L"a<CSV>", L"Online\\vm1", L"a", L"vm1", {}},
+      {plain, L"6F96-19FF", L"vm1", L"6F96-19FF", L"UNKNOWN", {NoBackslash("vm1"), UnknownName("vm1")}},
+      {plain, L"6F96-19FF", L"Online\\", L"6F96-19FF", L"UNKNOWN", {UnknownName("Online\\")}},
+      {csv, L"6F96-19FF", L"Online\\vm1", L"UNKNOWN", L"vm1", {NoMark("6F96-19FF"), UnknownId("6F96-19FF")}},
+      {csv, L"6F96<csv>", L"Online\\vm1", L"UNKNOWN", L"vm1", {NoMark("6F96<csv>"), UnknownId("6F96<csv>")}},
+      {csv, L"6F96<CSV", L"Online\\vm1", L"UNKNOWN", L"vm1", {NoMark("6F96<CSV"), UnknownId("6F96<CSV")}},
+      {csv, L"<CSV>node2", L"Online\\vm1", L"UNKNOWN", L"vm1", {UnknownId("<CSV>node2")}},
+      {csv, L"", L"", L"UNKNOWN", L"UNKNOWN", {NoBackslash(""), NoMark(""), UnknownName(""), UnknownId("")}},
+      {plain, L"", L"Online\\vm1", L"UNKNOWN", L"vm1", {UnknownId("")}},
+  };
+  for (const CataloguedMachine& machine : machines) {
+    SCOPED_TRACE(Narrow(machine.writer) + ", " + Narrow(machine.name) + ", " + Narrow(machine.caption));
     log.lines.clear();
-    EXPECT_EQ(InfoOf(kCsvWriterName, name, L"Online\\vm1").appObjectId, L"UNKNOWN");
-    EXPECT_THAT(log.AllWithSources(),
-                ElementsAre("E HyperVReq: Did not find '<CSV>' in component name " + Narrow(name),
-                            "E HyperVReq: Unexcpected app object id in Hyper-V requester! Component name is " +
-                                Narrow(name) + "."));
+    const ComponentCatalogingInfo info = InfoOf(machine.writer, machine.name, machine.caption);
+    EXPECT_EQ(info.appObjectId, machine.id);
+    EXPECT_EQ(info.appObjectName, machine.machine);
+    EXPECT_EQ(log.Errors(), machine.errors);
+    for (const RecordingLog::Line& line : log.lines) EXPECT_EQ(line.source, "HyperVReq");
+    EXPECT_EQ(log.lines.size(), machine.errors.size());
   }
 }
-
-TEST_F(HyperVComponents, ANameThatBeginsWithTheMarkIsAnUnknownIdAndOneErrorLine) {
-  EXPECT_EQ(InfoOf(kCsvWriterName, L"<CSV>node2", L"Online\\vm1").appObjectId, L"UNKNOWN");
-
-  EXPECT_THAT(
-      log.AllWithSources(),
-      ElementsAre("E HyperVReq: Unexcpected app object id in Hyper-V requester! Component name is <CSV>node2."));
-}
-
-TEST_F(HyperVComponents, AnEmptyComponentIsUnknownInBothAndReportedInThisOrder) {
-  const ComponentCatalogingInfo info = InfoOf(kCsvWriterName, L"", L"");
-
-  EXPECT_EQ(info.appObjectName, L"UNKNOWN");
-  EXPECT_EQ(info.appObjectId, L"UNKNOWN");
-  EXPECT_THAT(log.AllWithSources(),
-              ElementsAre("E HyperVReq: Did not find '\\' in component caption ",
-                          "E HyperVReq: Did not find '<CSV>' in component name ",
-                          "E HyperVReq: Unexcpected app object name in Hyper-V requester! Component caption is .",
-                          "E HyperVReq: Unexcpected app object id in Hyper-V requester! Component name is ."));
-}
-
-TEST_F(HyperVComponents, AnEmptyNameOnAStandAloneHostIsAnUnknownIdAndOneErrorLine) {
-  EXPECT_EQ(InfoOf(kHyperVWriterName, L"", L"Online\\vm1").appObjectId, L"UNKNOWN");
-
-  EXPECT_THAT(log.AllWithSources(),
-              ElementsAre("E HyperVReq: Unexcpected app object id in Hyper-V requester! Component name is ."));
-}
-
-// ---- the host ----
 
 class HyperVHost : public HostFixture {
  protected:
@@ -202,8 +155,8 @@ class HyperVHost : public HostFixture {
     EXPECT_THAT(
         log.AllWithSources(),
         ElementsAre("E HyperVReq:   Error, status=UnsupportedOSVersion, rc=ConfigError, ca=CheckHostOSVersion"));
-    EXPECT_THAT(host().calls().Of("GetSystemDirectoryW"), IsEmpty());
-    EXPECT_THAT(host().calls().Of("GetFileVersionInfoW"), IsEmpty());
+    EXPECT_THAT(Calls("GetSystemDirectoryW"), IsEmpty());
+    EXPECT_THAT(Calls("GetFileVersionInfoW"), IsEmpty());
   }
   void ExpectSupported() {
     EXPECT_EQ(Validate(), 0u);
@@ -218,7 +171,7 @@ class HyperVHost : public HostFixture {
   }
   // The path that was looked at.
   std::string LookedAt() {
-    const std::vector<std::string> lines = host().calls().Of("GetFileVersionInfoW");
+    const std::vector<std::string> lines = Calls("GetFileVersionInfoW");
     return lines.size() == 1 ? lines[0].substr(0, lines[0].find(") = ")) : std::string("not one file");
   }
 
@@ -227,7 +180,6 @@ class HyperVHost : public HostFixture {
 
 TEST_F(HyperVHost, AServerOfVersion6_3WithTheHotfixIsFit) {
   ExpectSupported();
-
   EXPECT_THAT(log.All(), IsEmpty());
   EXPECT_EQ(LookedAt(), "GetFileVersionInfoW(C:\\Windows\\system32\\Vmms.exe");
 }
@@ -235,7 +187,7 @@ TEST_F(HyperVHost, AServerOfVersion6_3WithTheHotfixIsFit) {
 TEST_F(HyperVHost, AWorkstationIsRefusedWithoutALookAtTheFile) {
   InstallSystem({false, 10, 0, 19045, 0}, L"10.0.19041.1");
   ExpectUnsupported();
-  EXPECT_THAT(host().calls().Of("VerifyVersionInfoW"), SizeIs(1));
+  EXPECT_THAT(Calls("VerifyVersionInfoW"), SizeIs(1));
 }
 
 TEST_F(HyperVHost, AServerOlderThanVersion6_3IsRefusedWithoutALookAtTheFile) {
@@ -244,7 +196,7 @@ TEST_F(HyperVHost, AServerOlderThanVersion6_3IsRefusedWithoutALookAtTheFile) {
         simulator::OperatingSystem{true, 5, 9, 3790, 2}}) {
     InstallSystem(os, L"6.3.9600.17120");
     ExpectUnsupported();
-    EXPECT_THAT(host().calls().Of("VerifyVersionInfoW"), SizeIs(2));
+    EXPECT_THAT(Calls("VerifyVersionInfoW"), SizeIs(2));
   }
 }
 
@@ -276,27 +228,25 @@ TEST_F(HyperVHost, AFileOfTheHotfixOrNewerIsFit) {
 TEST_F(HyperVHost, AMissingFileIsAMissingHotfix) {
   InstallSystem({true, 6, 3, 9600, 0}, L"");
   ExpectMissingHotfix();
-
   EXPECT_THAT(log.All(), ElementsAre("W GetFileVersionInfoW() Failed, File=C:\\Windows\\system32\\Vmms.exe, Error=2",
                                      "E   Error, status=MissingHotfixes, rc=ConfigError, ca=VerifyRequiredHotfixes"));
 }
 
 TEST_F(HyperVHost, AFileWhoseVersionCannotBeReadIsAMissingHotfix) {
-  host().faults().FailCall("GetFileVersionInfoW", ERROR_ACCESS_DENIED);
+  FailCall("GetFileVersionInfoW", ERROR_ACCESS_DENIED);
   ExpectMissingHotfix();
 }
 
 TEST_F(HyperVHost, TheSystemDirectoryGetsABackslashWhateverItEndsIn) {
-  host().model().systemDirectory = L"D:\\";
-  host().model().fileVersions = {{L"D:\\\\Vmms.exe", L"6.3.9600.17120"}};
+  model().systemDirectory = L"D:\\";
+  model().fileVersions = {{L"D:\\\\Vmms.exe", L"6.3.9600.17120"}};
   ExpectSupported();
   EXPECT_EQ(LookedAt(), "GetFileVersionInfoW(D:\\\\Vmms.exe");
 }
 
 TEST_F(HyperVHost, WithoutASystemDirectoryTheBareNameIsLookedAt) {
-  host().faults().FailCall("GetSystemDirectoryW", ERROR_ACCESS_DENIED);
+  FailCall("GetSystemDirectoryW", ERROR_ACCESS_DENIED);
   ExpectMissingHotfix();
-
   EXPECT_THAT(log.AllWithSources(),
               ElementsAre("E HyperVReq: Could not get the system directory. Error: 5",
                           "W VersionHelper: GetFileVersionInfoW() Failed, File=Vmms.exe, Error=2",
@@ -305,23 +255,19 @@ TEST_F(HyperVHost, WithoutASystemDirectoryTheBareNameIsLookedAt) {
 }
 
 TEST_F(HyperVHost, AFailedSystemDirectoryIsNoReasonToRefuseTheHost) {
-  host().model().fileVersions[L"Vmms.exe"] = L"6.3.9600.17120";
-  host().faults().FailCall("GetSystemDirectoryW", ERROR_SUCCESS);
-
+  model().fileVersions[L"Vmms.exe"] = L"6.3.9600.17120";
+  FailCall("GetSystemDirectoryW", ERROR_SUCCESS);
   EXPECT_EQ(Validate(), 0u);
-
   EXPECT_EQ(details, "before,");
   EXPECT_THAT(log.All(), ElementsAre("E Could not get the system directory. Error: 31"));
 }
 
 TEST_F(HyperVHost, ASystemDirectoryThatIsTooLongCountsAsNone) {
-  host().model().systemDirectory = L"C:\\" + std::wstring(256, L'd');
+  model().systemDirectory = L"C:\\" + std::wstring(256, L'd');
   ExpectMissingHotfix();
   EXPECT_EQ(LookedAt(), "GetFileVersionInfoW(C:\\" + std::string(256, 'd') + "\\Vmms.exe");
-
-  host().model().systemDirectory += L"d";
-  host().calls().Clear();
-  log.lines.clear();
+  model().systemDirectory += L"d";
+  Forget();
   details = "before,";
   ExpectMissingHotfix();
   EXPECT_EQ(LookedAt(), "GetFileVersionInfoW(Vmms.exe");
@@ -354,13 +300,6 @@ class EventfulCluster final : public ForwardingCluster {
     return ForwardingCluster::ClusterIsPathOnSharedVolume(path);
   }
   std::function<void()> event;
-};
-
-class EventfulHost final : public ForwardingHost {
- public:
-  explicit EventfulHost(Host& inner) : ForwardingHost(inner), events(inner.cluster()) {}
-  Cluster& cluster() override { return events; }
-  EventfulCluster events;
 };
 
 // Volumes 1 and 2 are stand-alone; 3 and 4 cluster shared volumes; 5 and 6 clustered, but no CSVs.
@@ -406,50 +345,43 @@ class HyperVVolumes : public HostFixture {
 };
 
 TEST_F(HyperVVolumes, OutsideAClusterEveryListIsValid) {
-  host().model().cluster.reset();
-
+  model().cluster.reset();
   for (const std::vector<int>& volumes : {std::vector<int>{}, {1}, {1, 2, 3, 4, 5, 6}, {3, 5}, {99}}) {
     EXPECT_EQ(Validate(volumes), 0u);
     EXPECT_THAT(log.AllWithSources(), ElementsAre(kStarting, kNoCluster));
   }
   ExpectUntouched();
-  EXPECT_THAT(host().calls().Of("FindFirstVolumeW"), IsEmpty());
+  EXPECT_THAT(Calls("FindFirstVolumeW"), IsEmpty());
 }
 
 TEST_F(HyperVVolumes, AClusterWhoseStateCannotBeReadCountsAsNone) {
-  host().faults().FailCall("GetNodeClusterState", ERROR_ACCESS_DENIED);
-
+  FailCall("GetNodeClusterState", ERROR_ACCESS_DENIED);
   EXPECT_EQ(Validate({1, 3, 5}), 0u);
-
   EXPECT_THAT(log.AllWithSources(),
               ElementsAre(kStarting, "W ClusterHelper: GetNodeClusterState() Failed, Error=5", kNoCluster));
 }
 
 TEST_F(HyperVVolumes, AnEmptyListIsValid) {
   EXPECT_EQ(Validate({}), 0u);
-
   EXPECT_THAT(log.AllWithSources(), ElementsAre(kStarting, kAllStandard));
   ExpectUntouched();
 }
 
 TEST_F(HyperVVolumes, StandAloneVolumesAreValid) {
   EXPECT_EQ(Validate({2, 1}), 0u);
-
   EXPECT_THAT(log.AllWithSources(), ElementsAre(kStarting, kAllStandard));
-  EXPECT_THAT(host().calls().Of("ClusterIsPathOnSharedVolume"), IsEmpty());
+  EXPECT_THAT(Calls("ClusterIsPathOnSharedVolume"), IsEmpty());
   ExpectUntouched();
 }
 
 TEST_F(HyperVVolumes, ClusterSharedVolumesAreValid) {
   EXPECT_EQ(Validate({4, 3}), 0u);
-
   EXPECT_THAT(log.AllWithSources(), ElementsAre(kStarting, Completed(0)));
   ExpectUntouched();
 }
 
 TEST_F(HyperVVolumes, AClusteredWithAStandAloneVolumeIsRefusedAtOnce) {
   EXPECT_EQ(Validate({3, 1}), 253u);
-
   const std::string record = Record("TesselHyperVValidation_MixOfStandalone_ClusterVolumes");
   EXPECT_EQ(status, "TesselHyperVValidation_MixOfStandalone_ClusterVolumes");
   EXPECT_EQ(details, "writer=0," + record + "Clustered:" + Name(3) + "Standalone:" + Name(1) + ";\n");
@@ -460,17 +392,15 @@ TEST_F(HyperVVolumes, AClusteredWithAStandAloneVolumeIsRefusedAtOnce) {
 
 TEST_F(HyperVVolumes, AMixIsListedInTheOrderOfTheCollection) {
   EXPECT_EQ(Validate({2, 6, 1, 3}), 253u);
-
   EXPECT_EQ(details, "writer=0," + Record("TesselHyperVValidation_MixOfStandalone_ClusterVolumes") +
                          "Clustered:" + Name(6) + "," + Name(3) + "Standalone:" + Name(2) + "," + Name(1) + ";\n");
   EXPECT_THAT(log.All(), Contains("E Clustered:" + Name(6) + "," + Name(3)));
   EXPECT_THAT(log.All(), Contains("E Standalone:" + Name(2) + "," + Name(1)));
-  EXPECT_THAT(host().calls().Of("ClusterIsPathOnSharedVolume"), IsEmpty());
+  EXPECT_THAT(Calls("ClusterIsPathOnSharedVolume"), IsEmpty());
 }
 
 TEST_F(HyperVVolumes, ClusterSharedWithOtherClusteredVolumesAreRefusedForTheMixOnly) {
   EXPECT_EQ(Validate({4, 5, 3}), 250u);
-
   const std::string record = Record("TesselHyperVValidation_MixOfCSV_NonCSVVolumes");
   EXPECT_EQ(status, "TesselHyperVValidation_MixOfCSV_NonCSVVolumes");
   EXPECT_EQ(details, "writer=0," + record + "CSV:" + Name(4) + "," + Name(3) + "Non CSV:" + Name(5) + ";\n");
@@ -481,7 +411,6 @@ TEST_F(HyperVVolumes, ClusterSharedWithOtherClusteredVolumesAreRefusedForTheMixO
 
 TEST_F(HyperVVolumes, ClusteredVolumesThatAreNotSharedAreRefused) {
   EXPECT_EQ(Validate({6, 5}), 251u);
-
   const std::string record = Record("TesselHyperVValidation_ClusterDiskFound");
   EXPECT_EQ(status, "TesselHyperVValidation_ClusterDiskFound");
   EXPECT_EQ(details, "writer=0," + record + "Cluster Disk:" + Name(6) + "," + Name(5) + ";\n");
@@ -495,15 +424,12 @@ TEST_F(HyperVVolumes, VolumesAreGivenWithOrWithoutTheBackslashAndReportedAsGiven
   shared.pop_back();
   std::string clustered = Name(5);
   clustered.replace(clustered.find("Volume"), 6, "VOLUME");
-
   EXPECT_EQ(ValidateNames({shared, clustered}), 250u);
-
   EXPECT_THAT(details, HasSubstr("CSV:" + shared + "Non CSV:" + clustered + ";\n"));
 }
 
 TEST_F(HyperVVolumes, AListOfManyVolumesIsNotCut) {
   EXPECT_EQ(Validate(std::vector<int>(200, 5)), 251u);
-
   std::string list = "Cluster Disk:";
   for (int i = 0; i < 200; ++i) list += Name(5) + ",";
   list.back() = ';';
@@ -512,7 +438,6 @@ TEST_F(HyperVVolumes, AListOfManyVolumesIsNotCut) {
 
 TEST_F(HyperVVolumes, AVolumeWithoutADiskIsAnExceptionWithItsText) {
   EXPECT_EQ(Validate({3, 99}), 252u);
-
   const std::string record =
       "Error, status=TesselHyperVValidation_Exception, ErrMsg=Error: 0x2, rc=ConfigError, ca=CheckVolumeCollection";
   EXPECT_EQ(status, "TesselHyperVValidation_Exception");
@@ -527,27 +452,23 @@ TEST_F(HyperVVolumes, AnEmptyNameIsAVolumeWithoutADisk) {
 }
 
 TEST_F(HyperVVolumes, AFailingEnumerationIsAnExceptionWithTheTextOfItsCode) {
-  host().model().messages[5] = L"Access is denied.\r\n";
-  host().faults().FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED);
-
+  model().messages[5] = L"Access is denied.\r\n";
+  FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED);
   EXPECT_EQ(Validate({3}), 252u);
-
   const std::string record =
       "Error, status=TesselHyperVValidation_Exception, ErrMsg=Access is denied.\r\n, rc=ConfigError, "
       "ca=CheckVolumeCollection";
   EXPECT_EQ(status, "TesselHyperVValidation_Exception");
   EXPECT_EQ(details, "writer=0," + record + ";\n");
   EXPECT_THAT(log.AllWithSources(), ElementsAre(kStarting, "E HyperVReq:   " + record, Completed(252)));
-  EXPECT_EQ(host().live().Describe(), "");
+  ExpectNothingLive();
 }
 
 TEST_F(HyperVVolumes, ATextThatIsTooLongForTheRecordIsShortened) {
-  host().model().messages[5] = std::wstring(2000, L'x');
-  host().faults().FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED);
+  model().messages[5] = std::wstring(2000, L'x');
+  FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED);
   details.clear();
-
   EXPECT_EQ(Validate({3}), 252u);
-
   EXPECT_EQ(details.size(), 1023u + 2u);
   EXPECT_TRUE(details.starts_with("Error, status=TesselHyperVValidation_Exception, ErrMsg=xxx"));
   EXPECT_TRUE(details.ends_with("xxx..., rc=ConfigError, ca=CheckVolumeCollection;\n"));
@@ -557,53 +478,46 @@ TEST_F(HyperVVolumes, EveryCallAddsToTheErrorDetails) {
   Validate({3, 1});
   const std::string first = details;
   Validate({5});
-
   EXPECT_EQ(details, first + Record("TesselHyperVValidation_ClusterDiskFound") + "Cluster Disk:" + Name(5) + ";\n");
   EXPECT_EQ(status, "TesselHyperVValidation_ClusterDiskFound");
 }
 
 TEST_F(HyperVVolumes, ADiskThatLeavesTheClusterMeanwhileIsNoReason) {
-  EventfulHost eventful(host());
-  const ScopedHost scope(eventful);
-  eventful.events.event = [&] {
-    for (simulator::Disk& disk : host().model().disks) disk.clustered = disk.number == 6;
+  EventfulCluster eventful(host().cluster());
+  const CurrentHostWith current(host(), eventful);
+  eventful.event = [&] {
+    for (simulator::Disk& disk : model().disks) disk.clustered = disk.number == 6;
     enumerator.EnumerateDisks(true);
   };
-
   EXPECT_EQ(Validate({5, 6}), 251u);
-  EXPECT_THAT(details, testing::EndsWith("Cluster Disk:" + Name(6) + ";\n"));
-
+  EXPECT_THAT(details, EndsWith("Cluster Disk:" + Name(6) + ";\n"));
   details = "writer=0,";
   status = "before";
-  for (simulator::Disk& disk : host().model().disks) disk.clustered = true;
+  for (simulator::Disk& disk : model().disks) disk.clustered = true;
   enumerator.EnumerateDisks(true);
-  eventful.events.event = [&] {
-    for (simulator::Disk& disk : host().model().disks) disk.clustered = false;
+  eventful.event = [&] {
+    for (simulator::Disk& disk : model().disks) disk.clustered = false;
     enumerator.EnumerateDisks(true);
   };
-
   EXPECT_EQ(Validate({5, 6}), 0u);
   EXPECT_THAT(log.AllWithSources(), ElementsAre(kStarting, Completed(0)));
   ExpectUntouched();
 }
 
 TEST_F(HyperVVolumes, ADiskThatGoesAwayMeanwhileIsAnException) {
-  EventfulHost eventful(host());
-  const ScopedHost scope(eventful);
-  eventful.events.event = [&] {
-    host().model().disks.pop_back();
+  EventfulCluster eventful(host().cluster());
+  const CurrentHostWith current(host(), eventful);
+  eventful.event = [&] {
+    model().disks.pop_back();
     enumerator.EnumerateDisks(true);
   };
-
   EXPECT_EQ(Validate({5, 6}), 252u);
   EXPECT_EQ(status, "TesselHyperVValidation_Exception");
 }
 
 TEST_F(HyperVVolumes, WithoutAnEnumeratorThePointerErrorPasses) {
   hasEnumerator = false;
-
-  EXPECT_EQ(ThrownLong([&] { Validate({3}); }), AsThrown(E_POINTER));
-
+  EXPECT_EQ(ThrownLong([&] { Validate({3}); }), Failure(E_POINTER));
   EXPECT_EQ(log.AllWithSources().front(), kStarting);
   EXPECT_THAT(log.Errors(), SizeIs(1));
   EXPECT_THAT(log.Of(CFileLog::Information), SizeIs(1));
@@ -612,7 +526,6 @@ TEST_F(HyperVVolumes, WithoutAnEnumeratorThePointerErrorPasses) {
 
 TEST_F(HyperVVolumes, AnEmptyListNeedsNoEnumerator) {
   hasEnumerator = false;
-
   EXPECT_EQ(Validate({}), 0u);
 }
 
@@ -622,47 +535,27 @@ class ThrowingStorage final : public ForwardingStorage {
   HANDLE FindFirstVolumeW(LPWSTR /*volumeName*/, DWORD /*characters*/) override { throw std::runtime_error("broken"); }
 };
 
-class ThrowingHost final : public ForwardingHost {
- public:
-  explicit ThrowingHost(Host& inner) : ForwardingHost(inner), storage_(inner.storage()) {}
-  Storage& storage() override { return storage_; }
-
- private:
-  ThrowingStorage storage_;
-};
-
 TEST_F(HyperVVolumes, AnyOtherExceptionPasses) {
-  ThrowingHost throwing(host());
-  const ScopedHost scope(throwing);
-
+  ThrowingStorage throwing(host().storage());
+  const CurrentHostWith current(host(), throwing);
   EXPECT_THROW(Validate({3}), std::runtime_error);
-
   EXPECT_THAT(log.AllWithSources(), ElementsAre(kStarting));
   ExpectUntouched();
 }
 
 // ---- whole requests ----
 
-constexpr char kPartialText[] =
-    "The writer experienced a partial failure. Check the application event log on the application server to determine "
-    "application objects for which VSS synchronization failed.";
-
-std::string WriterRecord(const std::string& name, const std::string& error) {
-  return "RequestStatus=WriterFailure, WriterName=" + name + ", WriterError=" + error +
-         ", WriterStatus=VSS_WS_FAILED_AT_POST_SNAPSHOT, ApplicationError=0x0, ApplicationMsg=, "
-         "rc=VssWriterStatusError, ca=CheckWriterState;\n";
+std::string FailedAtPostSnapshot(const std::string& name, const std::string& error) {
+  return WriterRecord(name, error, "VSS_WS_FAILED_AT_POST_SNAPSHOT");
 }
 
 class HyperVRequests : public HostFixture {
  protected:
   void SetUp() override { Install(HostWithEveryApplication()); }
   void FailWriter(const std::wstring& writer, HRESULT failure, std::vector<simulator::ComponentFault> components = {}) {
-    WriterFault fault;
-    fault.writer = writer;
-    fault.event = WriterEvent::postSnapshot;
-    fault.failure = failure;
+    WriterFault fault = Fault(writer, WriterEvent::postSnapshot, failure);
     fault.components = std::move(components);
-    host().faults().FailWriter(fault);
+    HostFixture::FailWriter(std::move(fault));
   }
   void FailSecondMachine() {
     FailWriter(kHyperVWriterName, VSS_E_WRITERERROR_PARTIAL_FAILURE,
@@ -671,12 +564,9 @@ class HyperVRequests : public HostFixture {
 };
 
 TEST_F(HyperVRequests, OnlyTheWritersOfMachinesTakePart) {
-  SnapshotRequest<HyperVReq> request;
-
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
-
+  CreatedRequest<HyperVReq> request;
   EXPECT_THAT(SelectedWriters(request.requestor), ElementsAre(kHyperVWriterName, kCsvWriterName));
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::AddComponent"),
+  EXPECT_THAT(Calls("IVssBackupComponents::AddComponent"),
               ElementsAre(AddedLine(5, kHyperVWriterId, "", "ID-1"), AddedLine(5, kHyperVWriterId, "", "ID-2"),
                           AddedLine(5, kHyperVWriterId, "", "ID-3"),
                           AddedLine(6, kClusterSharedVolumeWriterId, "", "ID-4<CSV>node2")));
@@ -684,9 +574,7 @@ TEST_F(HyperVRequests, OnlyTheWritersOfMachinesTakePart) {
 }
 
 TEST_F(HyperVRequests, TheCatalogueHoldsTheMachinesOfBothWriters) {
-  SnapshotRequest<HyperVReq> request;
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
-
+  CreatedRequest<HyperVReq> request;
   EXPECT_THAT(CatalogueLines(request.requestor),
               ElementsAre("TSL0001 id ID-1", "TSL0001 id ID-2", "TSL0001 id ID-3", "TSL0001 id ID-4",
                           "TSL0001 name vm1", "TSL0001 name vm2", "TSL0001 name vm3", "TSL0001 name vm4"));
@@ -695,9 +583,7 @@ TEST_F(HyperVRequests, TheCatalogueHoldsTheMachinesOfBothWriters) {
 TEST_F(HyperVRequests, AFailedMachineLetsTheSnapshotStandAndIsReported) {
   FailSecondMachine();
   SnapshotRequest<HyperVReq> request;
-
   const Outcome outcome = request.StartAndCreate();
-
   const std::wstring text =
       L"Microsoft Hyper-V VSS Writer has failed during post snapshot event. " + Utf8ToWideLossy(kPartialText);
   EXPECT_EQ(outcome, Outcome::Exception(601, text,
@@ -706,7 +592,7 @@ TEST_F(HyperVRequests, AFailedMachineLetsTheSnapshotStandAndIsReported) {
                                                 L"0x80041001, Application error message: vm2 is busy \n"}));
   EXPECT_EQ(
       request.alerts(),
-      WriterRecord("Microsoft Hyper-V VSS Writer", "VSS_E_WRITERERROR_PARTIAL_FAILURE") +
+      FailedAtPostSnapshot("Microsoft Hyper-V VSS Writer", "VSS_E_WRITERERROR_PARTIAL_FAILURE") +
           "RequestStatus=ComponentLevelFailure, Component=\\ID-2, ComponentLevelError=VSS_E_WRITERERROR_RETRYABLE, "
           "ApplicationError=0x80041001, ApplicationMsg=vm2 is busy, rc=VssPartialWriterError, "
           "ca=CheckWriterState;\n");
@@ -718,7 +604,6 @@ TEST_F(HyperVRequests, AFailedMachineIsCataloguedAmongTheOtherObjects) {
   FailSecondMachine();
   SnapshotRequest<HyperVReq> request;
   ASSERT_EQ(request.StartAndCreate().alertCode, 601);
-
   EXPECT_THAT(CatalogueLines(request.requestor),
               ElementsAre("TSL0001 id ID-1", "TSL0001 id ID-3", "TSL0001 id ID-4", "TSL0001 name vm1",
                           "TSL0001 name vm3", "TSL0001 name vm4", "TSL0001 other id ID-2", "TSL0001 other name vm2"));
@@ -728,26 +613,23 @@ TEST_F(HyperVRequests, OnlyTheFailedMachineIsToldToHaveFailed) {
   FailSecondMachine();
   SnapshotRequest<HyperVReq> request;
   const Outcome outcome = request.StartAndCreate();
-
   // What the writers said stands after the completion too.
-  EXPECT_EQ(OutcomeOf([&] { request.requestor.SetBackupStatus(outcome.alertCode, request.details()); }), outcome);
-
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::SetBackupSucceeded"),
+  EXPECT_EQ(request.Complete(outcome.alertCode), outcome);
+  EXPECT_THAT(Calls("IVssBackupComponents::SetBackupSucceeded"),
               ElementsAre(HasSubstr("\"ID-1\", true) = S_OK"), HasSubstr("\"ID-2\", false) = S_OK"),
                           HasSubstr("\"ID-3\", true) = S_OK"), HasSubstr("\"ID-4<CSV>node2\", true) = S_OK")));
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::DeleteSnapshots"), IsEmpty());
+  EXPECT_THAT(Calls("IVssBackupComponents::DeleteSnapshots"), IsEmpty());
 }
 
 TEST_F(HyperVRequests, AWriterThatFailsAltogetherLetsTheSnapshotOfTheOtherStand) {
   FailWriter(kCsvWriterName, VSS_E_WRITERERROR_NONRETRYABLE);
   SnapshotRequest<HyperVReq> request;
-
   const Outcome outcome = request.StartAndCreate();
-
   EXPECT_EQ(outcome.alertCode, 601);
   ASSERT_THAT(outcome.list, SizeIs(1));
-  EXPECT_THAT(Narrow(outcome.list[0]), testing::EndsWith("Failed application components: vm4[ID-4] \n"));
-  EXPECT_EQ(request.alerts(), WriterRecord("Cluster Shared Volume VSS Writer", "VSS_E_WRITERERROR_NONRETRYABLE"));
+  EXPECT_THAT(Narrow(outcome.list[0]), EndsWith("Failed application components: vm4[ID-4] \n"));
+  EXPECT_EQ(request.alerts(),
+            FailedAtPostSnapshot("Cluster Shared Volume VSS Writer", "VSS_E_WRITERERROR_NONRETRYABLE"));
   EXPECT_THAT(CatalogueLines(request.requestor), Contains("TSL0001 other id ID-4"));
 }
 
@@ -755,59 +637,47 @@ TEST_F(HyperVRequests, WithoutAWriterThatCameThroughTheRequestFails) {
   FailWriter(kHyperVWriterName, VSS_E_WRITERERROR_TIMEOUT);
   FailWriter(kCsvWriterName, VSS_E_WRITERERROR_TIMEOUT);
   SnapshotRequest<HyperVReq> request;
-
   EXPECT_EQ(request.StartAndCreate().alertCode, 600);
 }
 
 TEST_F(HyperVRequests, AWriterOfWhichEveryMachineFailedCameThroughAllTheSame) {
-  host().model().writers.pop_back();
+  model().writers.pop_back();
   FailWriter(kHyperVWriterName, VSS_E_WRITERERROR_PARTIAL_FAILURE,
              {{L"\\ID-1", VSS_E_WRITERERROR_RETRYABLE, S_OK, L""},
               {L"\\ID-2", VSS_E_WRITERERROR_RETRYABLE, S_OK, L""},
               {L"\\ID-3", VSS_E_WRITERERROR_RETRYABLE, S_OK, L""}});
   SnapshotRequest<HyperVReq> request;
-
   EXPECT_EQ(request.StartAndCreate().alertCode, 601);
-
   EXPECT_THAT(CatalogueLines(request.requestor),
               ElementsAre("TSL0001 other id ID-1", "TSL0001 other id ID-2", "TSL0001 other id ID-3",
                           "TSL0001 other name vm1", "TSL0001 other name vm2", "TSL0001 other name vm3"));
 }
 
 TEST_F(HyperVRequests, AMachineOnTwoDisksIsCataloguedOnBoth) {
-  host().model().writers[4].components[0].files.push_back({L"F:\\vm1", L"data.vhdx"});
-  SnapshotRequest<HyperVReq> request({.serialNumbers = {L"TSL0001", L"TSL0002"}});
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
-
+  model().writers[4].components[0].files.push_back({L"F:\\vm1", L"data.vhdx"});
+  CreatedRequest<HyperVReq> request(BothDisks());
   EXPECT_THAT(CatalogueLines(request.requestor), Contains("TSL0001 id ID-1"));
   EXPECT_THAT(CatalogueLines(request.requestor), Contains("TSL0002 id ID-1"));
 }
 
 TEST_F(HyperVRequests, VerifyingTheSnapshotRunsNoProgram) {
-  SnapshotRequest<HyperVReq> request;
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
-
-  EXPECT_EQ(OutcomeOf([&] { request.requestor.VerifySnapShotData(); }), Outcome::Returned());
-
-  EXPECT_THAT(host().calls().Of("CreateProcessW"), IsEmpty());
+  CreatedRequest<HyperVReq> request;
+  EXPECT_EQ(request.Verify(), Outcome::Returned());
+  EXPECT_THAT(Calls("CreateProcessW"), IsEmpty());
 }
 
 TEST_F(HyperVRequests, TheVolumesOfARequestThatWasValidatedAreSnapshotted) {
-  simulator::HostModel model = HostWithEveryApplication();
-  model.cluster = simulator::ClusterNode{L"CLU01", {}};
-  model.disks[1].clustered = true;
-  model.disks[1].volumes[0].csv = true;
-  model.fileVersions[L"C:\\Windows\\system32\\vmms.exe"] = L"10.0.17763.1";
-  Install(std::move(model));
+  Install(HostWithEveryApplication());
+  model().cluster = simulator::ClusterNode{L"CLU01", {}};
+  model().disks[1].clustered = true;
+  model().disks[1].volumes[0].csv = true;
+  model().fileVersions[L"C:\\Windows\\system32\\vmms.exe"] = L"10.0.17763.1";
   SnapshotRequest<HyperVReq> request;
-  request.requestor.SetDiskAndVolumeEnumeratorObj(&request.enumerator);
   std::string status;
-
   EXPECT_EQ(request.requestor.ValidateHostConfiguration(request.details()), 0u);
   EXPECT_EQ(request.requestor.ValidateVolumes({WideToAnsi(VolumeName(1))}, status, request.details(), {"TSL0001"}, ""),
             0u);
   EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
-
   EXPECT_EQ(request.alerts(), "");
   EXPECT_EQ(request.requestor.GetSnapshotVolumes().at(0).volumeName, VolumeName(1));
 }

@@ -6,13 +6,7 @@
 namespace varnel::test {
 namespace {
 
-using simulator::WriterEvent;
-using simulator::WriterFault;
-using testing::Contains;
-
 static_assert(sizeof(SqlReq) == sizeof(CVarnel), "it adds nothing to its base");
-
-// ---- writers ----
 
 class SqlWriters : public HostFixture {
  protected:
@@ -27,7 +21,6 @@ class SqlWriters : public HostFixture {
 TEST_F(SqlWriters, EachWriterIdOfSqlServerIsAccepted) {
   EXPECT_TRUE(IsEligible(L"MSDEWriter", L"{f8544ac1-0611-4fa5-b04b-f7ee00b03277}"));
   EXPECT_TRUE(IsEligible(L"SqlServerWriter", L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}"));
-
   EXPECT_THAT(log.AllWithSources(),
               ElementsAre("I SqlReq: Found SQL writer MSDEWriter ", "I SqlReq: Found SQL writer SqlServerWriter "));
 }
@@ -40,7 +33,6 @@ TEST_F(SqlWriters, TheSecondAndTheThirdIdAreTheSame) {
 TEST_F(SqlWriters, AnIdInUpperCaseIsRejected) {
   EXPECT_FALSE(IsEligible(L"SqlServerWriter", L"{A65FAA63-5EA8-4EBC-9DBD-A0C4DB26912A}"));
   EXPECT_FALSE(IsEligible(L"MSDEWriter", L"{F8544AC1-0611-4FA5-B04B-F7EE00B03277}"));
-
   EXPECT_THAT(log.AllWithSources(), ElementsAre("V SqlReq: Writer SqlServerWriter is not an SQL writer ",
                                                 "V SqlReq: Writer MSDEWriter is not an SQL writer "));
 }
@@ -49,7 +41,6 @@ TEST_F(SqlWriters, TheIdIsComparedAndNotTheName) {
   EXPECT_FALSE(IsEligible(L"SqlServerWriter", kExchangeWriterId));
   EXPECT_TRUE(IsEligible(L"Anything", kSqlServerWriterId));
   EXPECT_TRUE(IsEligible(L"", kMsdeWriterId));
-
   EXPECT_THAT(log.All(), ElementsAre("V Writer SqlServerWriter is not an SQL writer ", "I Found SQL writer Anything ",
                                      "I Found SQL writer  "));
 }
@@ -64,24 +55,18 @@ TEST_F(SqlWriters, AnIdThatIsNotWholeIsRejected) {
 TEST_F(SqlWriters, OneOfThemOnTheHostIsPresent) {
   Install(HostWithEveryApplication());
   std::string details;
-
   EXPECT_TRUE(SqlReq(0).IsWriterPresent(details));
-
   // The system writer, then the first of SQL Server's.
-  EXPECT_EQ(host().calls().Of("IVssBackupComponents::GetWriterMetadata").size(), 2u);
+  EXPECT_EQ(Calls("IVssBackupComponents::GetWriterMetadata").size(), 2u);
   EXPECT_THAT(log.All(), Contains("I Found SQL writer MSDEWriter "));
 }
 
 TEST_F(SqlWriters, NoneOfThemOnTheHostIsNotPresent) {
-  simulator::HostModel model = HostWithEveryApplication();
-  model.writers.erase(model.writers.begin() + 1, model.writers.begin() + 3);
-  Install(std::move(model));
+  Install(HostWithEveryApplication());
+  model().writers.erase(model().writers.begin() + 1, model().writers.begin() + 3);
   std::string details;
-
   EXPECT_FALSE(SqlReq(0).IsWriterPresent(details));
 }
-
-// ---- files and the catalogue ----
 
 class SqlComponents : public HostFixture {
  protected:
@@ -99,12 +84,10 @@ TEST_F(SqlComponents, VerifyingAFileDoesNothing) {
   VssFileDescriptor file;
   file.filespec = L"E00.log";
   file.snapshotDeviceName = L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1\\";
-
   requestor.VerifyComponentFile(empty);
   requestor.VerifyComponentFile(file);
   RequestorProbe::VerifyLogNCheckPtFiles(requestor, empty);
   RequestorProbe::VerifyLogNCheckPtFiles(requestor, file);
-
   EXPECT_EQ(file.filespec, L"E00.log");
   EXPECT_EQ(empty.filespec, L"");
   EXPECT_THAT(log.All(), IsEmpty());
@@ -116,9 +99,7 @@ TEST_F(SqlComponents, TheFullPathIsTheIdAndThereIsNoName) {
   component.name = L"sales";
   component.caption = L"Sales database";
   component.fullPath = L"\\SQL01\\sales";
-
   const ComponentCatalogingInfo info = InfoOf(component);
-
   EXPECT_EQ(info.appObjectId, L"\\SQL01\\sales");
   EXPECT_EQ(info.appObjectName, L"");
   EXPECT_THAT(log.All(), IsEmpty());
@@ -126,7 +107,6 @@ TEST_F(SqlComponents, TheFullPathIsTheIdAndThereIsNoName) {
 
 TEST_F(SqlComponents, AnEmptyFullPathIsAnUnknownIdAndOneErrorLine) {
   const ComponentCatalogingInfo info = InfoOf({});
-
   EXPECT_EQ(info.appObjectId, L"UNKNOWN");
   EXPECT_EQ(info.appObjectName, L"");
   EXPECT_THAT(log.AllWithSources(),
@@ -137,37 +117,23 @@ TEST_F(SqlComponents, TheHostAndItsVolumesAreNotValidated) {
   SqlReq requestor(0);
   std::string status = "before";
   std::string details = "before";
-
   EXPECT_EQ(requestor.ValidateVolumes({"anything"}, status, details, {}, ""), 0u);
   EXPECT_EQ(requestor.ValidateHostConfiguration(status), 0u);
-
   EXPECT_EQ(details, "");
   EXPECT_THAT(log.All(), IsEmpty());
   EXPECT_THAT(host().calls().lines(), IsEmpty());
 }
 
-// ---- whole requests ----
-
 class SqlRequests : public HostFixture {
  protected:
   void SetUp() override { Install(HostWithEveryApplication()); }
-  void FailWriter(HRESULT failure, WriterEvent event) {
-    WriterFault fault;
-    fault.writer = L"SqlServerWriter";
-    fault.event = event;
-    fault.failure = failure;
-    host().faults().FailWriter(fault);
-  }
 };
 
 TEST_F(SqlRequests, OnlyTheWritersOfSqlServerTakePart) {
-  SnapshotRequest<SqlReq> request;
-
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
-
+  CreatedRequest<SqlReq> request;
   EXPECT_THAT(SelectedWriters(request.requestor), ElementsAre(L"MSDEWriter", L"SqlServerWriter"));
   EXPECT_THAT(
-      host().calls().Of("IVssBackupComponents::AddComponent"),
+      Calls("IVssBackupComponents::AddComponent"),
       ElementsAre(AddedLine(2, kMsdeWriterId, "SQL01", "old"), AddedLine(3, kSqlServerWriterId, "SQL01", "sales"),
                   AddedLine(3, kSqlServerWriterId, "SQL01", "crm")));
   EXPECT_THAT(log.Of(CFileLog::Verbose), ElementsAre("Writer System Writer is not an SQL writer ",
@@ -178,39 +144,31 @@ TEST_F(SqlRequests, OnlyTheWritersOfSqlServerTakePart) {
 }
 
 TEST_F(SqlRequests, TheCatalogueHoldsThePathsOfTheDatabasesWithoutNames) {
-  SnapshotRequest<SqlReq> request;
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
-
+  CreatedRequest<SqlReq> request;
   EXPECT_THAT(CatalogueLines(request.requestor),
               ElementsAre("TSL0001 id \\SQL01\\old", "TSL0001 id \\SQL01\\sales", "TSL0001 id \\SQL01\\crm"));
 }
 
 TEST_F(SqlRequests, OnlyTheDatabasesThatTheMetadataServiceNamesAreBackedUp) {
-  host().model().databases = {{L"TSL0001", L"crm@sql01"}};
+  model().databases = {{L"TSL0001", L"crm@sql01"}};
   SnapshotRequest<SqlReq> request;
   request.details() = "writer=2,";
-
   EXPECT_EQ(request.StartAndCreate(), Outcome::Returned());
-
   EXPECT_THAT(SelectedWriters(request.requestor), ElementsAre(L"SqlServerWriter"));
-  EXPECT_THAT(host().calls().Of("IVssBackupComponents::AddComponent"),
+  EXPECT_THAT(Calls("IVssBackupComponents::AddComponent"),
               ElementsAre(AddedLine(3, kSqlServerWriterId, "SQL01", "crm")));
   EXPECT_STREQ(request.requestor.getSuccesfulDBList(), "crm@sql01");
 }
 
 TEST_F(SqlRequests, VerifyingTheSnapshotRunsNoProgram) {
-  SnapshotRequest<SqlReq> request;
-  ASSERT_EQ(request.StartAndCreate(), Outcome::Returned());
-
-  EXPECT_EQ(OutcomeOf([&] { request.requestor.VerifySnapShotData(); }), Outcome::Returned());
-
-  EXPECT_THAT(host().calls().Of("CreateProcessW"), IsEmpty());
+  CreatedRequest<SqlReq> request;
+  EXPECT_EQ(request.Verify(), Outcome::Returned());
+  EXPECT_THAT(Calls("CreateProcessW"), IsEmpty());
 }
 
 TEST_F(SqlRequests, AWriterThatFailsFailsTheRequestAndNamesItsDatabasesByTheirPaths) {
-  FailWriter(VSS_E_WRITERERROR_TIMEOUT, WriterEvent::freeze);
+  FailWriter(Fault(L"SqlServerWriter", WriterEvent::freeze, VSS_E_WRITERERROR_TIMEOUT));
   SnapshotRequest<SqlReq> request;
-
   const std::wstring text = L"SqlServerWriter failed to freeze the I/O operations. VSS_E_WRITERERROR_TIMEOUT";
   EXPECT_EQ(request.StartAndCreate(),
             Outcome::Exception(600, text,
@@ -219,18 +177,16 @@ TEST_F(SqlRequests, AWriterThatFailsFailsTheRequestAndNamesItsDatabasesByTheirPa
 }
 
 TEST_F(SqlRequests, APartialFailureFailsTheRequestToo) {
-  FailWriter(VSS_E_WRITERERROR_PARTIAL_FAILURE, WriterEvent::postSnapshot);
+  FailWriter(Fault(L"SqlServerWriter", WriterEvent::postSnapshot, VSS_E_WRITERERROR_PARTIAL_FAILURE));
   SnapshotRequest<SqlReq> request;
-
   EXPECT_EQ(request.StartAndCreate().alertCode, 600);
 }
 
 TEST_F(SqlRequests, WithoutAWriterOfSqlServerTheRequestIsRefused) {
-  host().model().writers.erase(host().model().writers.begin() + 1, host().model().writers.begin() + 3);
+  model().writers.erase(model().writers.begin() + 1, model().writers.begin() + 3);
   SnapshotRequest<SqlReq> request;
-
   const std::wstring text = L"VSS writer is not present on the host.";
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Exception(602, text, {text}));
+  EXPECT_EQ(request.StartAndCreate(), Outcome::Exception(602, text));
 }
 
 TEST_F(SqlRequests, TheDestructorOfABaseRequestorReleasesEverything) {
@@ -242,7 +198,7 @@ TEST_F(SqlRequests, TheDestructorOfABaseRequestorReleasesEverything) {
     requestor->GatherWriterMetadata(details);
     EXPECT_GT(host().live().Count(), 0);
   }
-  EXPECT_EQ(host().live().Describe(), "");
+  ExpectNothingLive();
 }
 
 }  // namespace

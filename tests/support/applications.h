@@ -8,8 +8,7 @@
 #include <vector>
 
 #include "core/varnel.h"
-#include "tests/support/host_fixture.h"
-#include "tests/support/snapshot_request.h"
+#include "tests/support/request_fixture.h"
 #include "text/guid.h"
 
 namespace varnel::test {

@@ -434,19 +434,12 @@ class ForwardingVss : public VssService {
 
  private:
   /// The object that a requestor gets, with the caller's reference.
-  virtual IVssBackupComponents* Wrap(ComPtr<IVssBackupComponentsEx4> backup) = 0;
+  virtual IVssBackupComponents* Wrap(ComPtr<IVssBackupComponentsEx4> backup) { return backup.Detach(); }
 
   VssService& inner_;
 };
 
 /// A host with another service.
-class HostWithService : public ForwardingHost {
- public:
-  HostWithService(Host& inner, VssService& service) : ForwardingHost(inner), service_(service) {}
-  VssService& vss() override { return service_; }
-
- private:
-  VssService& service_;
-};
+using HostWithService = HostWith;
 
 }  // namespace varnel::test

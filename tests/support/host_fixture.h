@@ -8,16 +8,24 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "simulator/simulated_host.h"
 #include "tests/support/recording_log.h"
 
 namespace varnel::test {
 
+using testing::Contains;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+using testing::StartsWith;
 
 /// "\\?\Volume{0000000N-...}\" for a small number.
 inline std::wstring VolumeName(int n) {
@@ -73,6 +81,13 @@ inline simulator::HostModel SmallHost() {
 }
 
 class HostFixture : public testing::Test {
+ public:
+  /// What is logged and called from here on is all that the logs hold.
+  void Forget() {
+    log.lines.clear();
+    host_->calls().Clear();
+  }
+
  protected:
   /// Replaces the host; objects of the one before must be gone.
   simulator::SimulatedHost& Install(simulator::HostModel model) {
@@ -82,11 +97,29 @@ class HostFixture : public testing::Test {
     return *host_;
   }
   simulator::SimulatedHost& host() { return *host_; }
+  simulator::HostModel& model() { return host_->model(); }
+  /// The calls of one name as they stand in the call log.
+  std::vector<std::string> Calls(std::string_view call) const { return host_->calls().Of(call); }
+
+  /// Lets the call fail with an HRESULT or a Win32 code at its `occurrence`th time; 0: each time.
+  template <class Code>
+  void FailCall(const std::string& call, Code code, int occurrence = 1) {
+    host_->faults().FailCall(call, static_cast<DWORD>(code), occurrence);
+  }
+  void FailWriter(simulator::WriterFault fault) { host_->faults().FailWriter(std::move(fault)); }
+
+  void ExpectNothingLive() const { EXPECT_EQ(host_->live().Describe(), ""); }
 
   void SetUp() override { Install(SmallHost()); }
   void TearDown() override {
-    EXPECT_EQ(host_->live().Describe(), "");
+    ExpectNothingLive();
     EXPECT_THAT(host_->live().misuses(), IsEmpty());
+  }
+  /// For the next round of a loop; nothing of the last one may be live.
+  void StartOver() {
+    TearDown();
+    SetUp();
+    log.lines.clear();
   }
 
   RecordingLog log;

@@ -16,11 +16,12 @@ class RecordingLog : public LogSink {
     int category;
     std::string source;
     std::string text;
+    int line;  ///< of the statement that writes it
   };
 
   int LowestCategory() const override { return CFileLog::Verbose; }
-  void Write(int category, std::wstring_view source, int /*line*/, std::wstring_view text) override {
-    lines.push_back({category, WideToUtf8Lossy(source), WideToUtf8Lossy(text)});
+  void Write(int category, std::wstring_view source, int line, std::wstring_view text) override {
+    lines.push_back({category, WideToUtf8Lossy(source), WideToUtf8Lossy(text), line});
   }
 
   /// The lines of one category, as text.
@@ -33,7 +34,7 @@ class RecordingLog : public LogSink {
   }
   std::vector<std::string> Errors() const { return Of(CFileLog::Error); }
   std::vector<std::string> Warnings() const { return Of(CFileLog::Warning); }
-  /// Every line, its category in front: "E text".
+  /// Every line after its category: "E text".
   std::vector<std::string> All() const {
     std::vector<std::string> texts;
     for (const Line& line : lines) texts.push_back(std::string(1, "?VIWE"[line.category]) + " " + line.text);

@@ -120,8 +120,12 @@ class RequestorProbe {
     return requestor.FindExchangeServerBinFolder(folder);
   }
   template <class Requestor>
-  static DWORD Flag(const Requestor& requestor) {
+  static const DWORD& Flag(const Requestor& requestor) {
     return requestor.m_flag;
+  }
+  template <class Requestor>
+  static const DWORD& SkipDBVerification(const Requestor& requestor) {
+    return requestor.m_skipDBVerification;
   }
 
  private:

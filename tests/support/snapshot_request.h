@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <optional>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -18,9 +19,13 @@
 
 namespace varnel::test {
 
-/// An HRESULT as the bare `long` that is thrown for it.
-constexpr long AsThrown(HRESULT hr) {
+/// The `long` that a failed call throws for this HRESULT.
+constexpr long Failure(HRESULT hr) {
   return static_cast<long>(hr);
+}
+/// The same for a Win32 code.
+constexpr long Win32Failure(DWORD code) {
+  return Failure(HResultFromWin32(code));
 }
 
 /// How an operation ended: it returned, threw a `long`, or threw a VarnelException.
@@ -31,10 +36,12 @@ struct Outcome {
   std::vector<std::wstring> list;
 
   static Outcome Returned() { return {}; }
-  static Outcome Thrown(HRESULT hr) { return {AsThrown(hr), 0, L"", {}}; }
+  static Outcome Thrown(HRESULT hr) { return {Failure(hr), 0, L"", {}}; }
   static Outcome Exception(int code, std::wstring message, std::vector<std::wstring> list) {
     return {std::nullopt, code, std::move(message), std::move(list)};
   }
+  /// One whose list holds the message alone.
+  static Outcome Exception(int code, const std::wstring& message) { return Exception(code, message, {message}); }
 
   friend bool operator==(const Outcome&, const Outcome&) = default;
   friend std::ostream& operator<<(std::ostream& out, const Outcome& outcome) {
@@ -77,16 +84,37 @@ class PartialRequestor : public CVarnel {
   bool ArePartialFailuresSupported() override { return true; }
 };
 
+/// A requestor whose catalogue records cannot be built, so that listing a failed writer's components fails.
+class ThrowingRequestor : public CVarnel {
+ public:
+  using CVarnel::CVarnel;
+
+ private:
+  void GetComponentInfoForCataloging(const VssComponent&, ComponentCatalogingInfo&) override {
+    throw std::runtime_error("no record");
+  }
+};
+
 struct RequestOptions {
   std::vector<std::wstring> serialNumbers = {L"TSL0001"};
   DWORD context = 0;
   DWORD testPoints = 0;
 };
 
+/// The disks of both volumes of SmallHost.
+inline RequestOptions BothDisks(DWORD context = 0) {
+  return {.serialNumbers = {L"TSL0001", L"TSL0002"}, .context = context};
+}
+
 template <class Requestor = CVarnel>
 class SnapshotRequest {
  public:
-  explicit SnapshotRequest(RequestOptions options = {}) : requestor(options.testPoints), options_(std::move(options)) {}
+  /// `arguments` follow the test points in the requestor's constructor.
+  template <class... Arguments>
+  explicit SnapshotRequest(RequestOptions options = {}, Arguments&&... arguments)
+      : requestor(options.testPoints, std::forward<Arguments>(arguments)...), options_(std::move(options)) {
+    requestor.SetDiskAndVolumeEnumeratorObj(&enumerator);
+  }
 
   /// The disks and Initialize.
   void Start() {
@@ -94,6 +122,12 @@ class SnapshotRequest {
     Initialize();
   }
   void Initialize() { requestor.Initialize(options_.context, L"", false, VSS_BT_FULL, details_, &enumerator); }
+  /// Start and the writers' metadata; without disks too.
+  void Gather() {
+    if (!options_.serialNumbers.empty()) requestor.SetInputDriveSerialNos(options_.serialNumbers);
+    Initialize();
+    requestor.GatherWriterMetadata(details_);
+  }
   Outcome Create() {
     return OutcomeOf([&] { requestor.CreateVssSnapshotSet(details_); });
   }
@@ -109,15 +143,17 @@ class SnapshotRequest {
   Outcome CheckStatus() {
     return OutcomeOf([&] { probe.CheckSelectedWriterStatus(details_); });
   }
+  Outcome Verify() {
+    return OutcomeOf([&] { requestor.VerifySnapShotData(); });
+  }
   /// Everything before the volumes are added.
   void StartSet() {
-    Start();
-    requestor.GatherWriterMetadata(details_);
+    Gather();
     probe.SelectComponentsForBackup(details_);
     probe.StartSnapshotSet();
   }
 
-  /// The argument, with the request text in front.
+  /// The argument, which starts with the request text.
   std::string& details() { return details_; }
   /// What was appended to the request text.
   std::string alerts() const { return details_.substr(kRequestText.size()); }
@@ -134,6 +170,17 @@ class SnapshotRequest {
   std::string details_{kRequestText};
 };
 
+/// A request that has read the writers.
+template <class Requestor = CVarnel>
+class GatheredRequest : public SnapshotRequest<Requestor> {
+ public:
+  template <class... Arguments>
+  explicit GatheredRequest(RequestOptions options = {}, Arguments&&... arguments)
+      : SnapshotRequest<Requestor>(std::move(options), std::forward<Arguments>(arguments)...) {
+    this->Gather();
+  }
+};
+
 /// How a request without any special wish ends, its completion included. It needs a service that is free for it.
 inline Outcome PlainRequest() {
   SnapshotRequest request;
@@ -141,7 +188,7 @@ inline Outcome PlainRequest() {
   return outcome == Outcome::Returned() ? request.Complete(0) : outcome;
 }
 
-/// The name in front of a call log line's arguments.
+/// The name before a call log line's arguments.
 inline std::string CallName(const std::string& line) {
   return line.substr(0, line.find('('));
 }

@@ -16,7 +16,7 @@
 #include "requestors/ExchReq.h"
 #include "requestors/HyperVReq.h"
 #include "tests/support/host_fixture.h"
-#include "tests/support/request.h"
+#include "tests/support/snapshot_request.h"
 #include "text/ascii_case.h"
 #include "text/unicode.h"
 
