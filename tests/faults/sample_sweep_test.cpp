@@ -13,8 +13,6 @@
 namespace varnel::test {
 namespace {
 
-using testing::UnorderedElementsAre;
-
 constexpr DWORD kDisconnected = 0x80010108;  // RPC_E_DISCONNECTED
 
 constexpr DWORD kComFailures[] = {
@@ -138,7 +136,7 @@ class SampleSweepTest : public CallSweepFixture {
     const Findings findings = Sweep(Calls::inTurn, benign, run_, CodesFor);
     std::set<std::string> parts;
     for (const Benign& one : benign) parts.insert(one.part);
-    EXPECT_EQ(findings.absorbed, parts);
+    EXPECT_THAT(findings.absorbed, Finds(parts));
     return findings.renamed;
   }
 
@@ -278,20 +276,19 @@ const Sample& Plain() {
 }
 
 TEST_F(SampleSweepTest, EveryCallOfASqlServerRequestMayFail) {
-  EXPECT_THAT(SweepSample<SqlReq>(SqlServer()),
-              UnorderedElementsAre(kSessionList, kDevices, kHeap, kPath, kVolume, kDatabases));
+  EXPECT_THAT(SweepSample<SqlReq>(SqlServer()), Finds({kSessionList, kDevices, kHeap, kPath, kVolume, kDatabases}));
 }
 
 TEST_F(SampleSweepTest, EveryCallOfAnExchangeRequestMayFail) {
-  EXPECT_THAT(SweepSample<ExchangeReq>(Exchange()), UnorderedElementsAre(kSessionList, kHeap, kPath, kVolume));
+  EXPECT_THAT(SweepSample<ExchangeReq>(Exchange()), Finds({kSessionList, kHeap, kPath, kVolume}));
 }
 
 TEST_F(SampleSweepTest, EveryCallOfAHyperVRequestMayFail) {
-  EXPECT_THAT(SweepSample<HyperVReq>(HyperV()), UnorderedElementsAre(kSessionList, kHeap, kPath, kVolume, kVersion));
+  EXPECT_THAT(SweepSample<HyperVReq>(HyperV()), Finds({kSessionList, kHeap, kPath, kVolume, kVersion}));
 }
 
 TEST_F(SampleSweepTest, EveryCallOfAPlainRequestMayFail) {
-  EXPECT_THAT(SweepSample<CVarnel>(Plain()), UnorderedElementsAre(kSessionList, kHeap, kPath, kVolume));
+  EXPECT_THAT(SweepSample<CVarnel>(Plain()), Finds({kSessionList, kHeap, kPath, kVolume}));
 }
 
 // Up to the completion the requests below are those above.
