@@ -41,8 +41,8 @@ function(varnel_test_of_sanitized target)
   target_link_options(${target} PRIVATE LINKER:--whole-archive,${archives},--no-whole-archive)
 endfunction()
 
-# varnel_precompile(TARGET HEADER...): headers that nearly every unit of the target includes, compiled once. Other builds
-# do without and so find includes that are missing.
+# varnel_precompile(TARGET HEADER...): headers that nearly every unit of the target includes, compiled once.
+# clang-tidy goes without and so finds includes that are missing.
 function(varnel_precompile target)
   if(VARNEL_PRECOMPILE)
     target_precompile_headers(${target} PRIVATE ${ARGN})
