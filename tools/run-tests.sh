@@ -13,7 +13,7 @@
 # "[    TOTAL ] ...", shown beside its result.
 #
 # The optimised build runs "release" and "sweep" only, the sweeps whole. The others run all but "release", and of the
-# sweeps one run in VARNEL_SAMPLE (100), chosen by VARNEL_SAMPLE_SEED (another one each time, which is told). --thorough
+# sweeps one run in VARNEL_SAMPLE (50), chosen by VARNEL_SAMPLE_SEED (another one each time, which is told). --thorough
 # runs the sweeps whole everywhere, with VARNEL_HOSTS (20,000) random hosts.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -44,7 +44,7 @@ while (($#)); do
 done
 ((${#builds[@]})) || builds=(sanitize native windows)
 if [[ $thorough ]]; then export VARNEL_HOSTS=${VARNEL_HOSTS:-20000} VARNEL_SAMPLE=1; fi
-export VARNEL_SAMPLE=${VARNEL_SAMPLE:-100} VARNEL_SAMPLE_SEED=${VARNEL_SAMPLE_SEED:-$RANDOM}
+export VARNEL_SAMPLE=${VARNEL_SAMPLE:-50} VARNEL_SAMPLE_SEED=${VARNEL_SAMPLE_SEED:-$RANDOM}
 
 # Documents captured from real servers are no part of the checkout; tests that read them skip where they are absent.
 find_captures() {

@@ -34,13 +34,9 @@ constexpr DWORD kWin32Failures[] = {
     ERROR_INVALID_PARAMETER, ERROR_INSUFFICIENT_BUFFER, ERROR_NOT_FOUND,
 };
 
-// Parts of call log lines. A request may absorb the failure of such a call without a word.
-constexpr char kCloseHandle[] = "CloseHandle(";                // the handle is closed or lost either way
-constexpr char kFindVolumeClose[] = "FindVolumeClose(";        // the search is closed or lost either way
-constexpr char kFreeLibrary[] = "FreeLibrary(";                // the module is released or lost either way
-constexpr char kFreeComponentInfo[] = "::FreeComponentInfo(";  // the information is freed or lost either way
-constexpr char kAnyPath[] = "GetVolumePathNameW(";             // who is present does not depend on where files lie
-constexpr char kSystemDrive[] = "VolumePathNameW(C:\\";        // nor does a set on files that are not in it
+// More calls whose failure a request may absorb without a word.
+constexpr char kAnyPath[] = "GetVolumePathNameW(";       // who is present does not depend on where files lie
+constexpr char kSystemDrive[] = "VolumePathNameW(C:\\";  // nor does a set on files that are not in it
 constexpr char kReserved[] = "VolumePathNameW(\\\\?\\Volume{";
 constexpr char kExcluded[] = "DfsrPrivate\\)";
 constexpr char kOtherDatabase[] = "VolumePathNameW(G:\\";

@@ -18,11 +18,7 @@ constexpr DWORD kCodes[] = {
     S_OK,  // and for Win32 a failure that tells no reason
 };
 
-// Parts of call log lines. A request may absorb the failure of such a call without a word.
-constexpr char kCloseHandle[] = "CloseHandle(";                // the handle is closed or lost either way
-constexpr char kFindVolumeClose[] = "FindVolumeClose(";        // the search is closed or lost either way
-constexpr char kFreeLibrary[] = "FreeLibrary(";                // the module is released or lost either way
-constexpr char kFreeComponentInfo[] = "::FreeComponentInfo(";  // the information is freed or lost either way
+// More calls whose failure a request may absorb without a word.
 constexpr char kIsClustered[] = ", IOCTL_DISK_IS_CLUSTERED)";  // systems without the feature do not know the question
 constexpr char kExcludedFile[] = "VolumePathNameW(C:\\";       // files that are not backed up may lie anywhere
 // A session that does not tell how many devices it has counts as one without any: it stays, and nobody hears of it.

@@ -290,6 +290,12 @@ struct Benign {
   std::optional<Step> only = {};  ///< the step that may absorb it; nothing: any
 };
 
+// Parts of call log lines: calls that give something back, which is gone either way.
+inline constexpr char kCloseHandle[] = "CloseHandle(";
+inline constexpr char kFindVolumeClose[] = "FindVolumeClose(";
+inline constexpr char kFreeLibrary[] = "FreeLibrary(";
+inline constexpr char kFreeComponentInfo[] = "::FreeComponentInfo(";
+
 /// What a sweep found, for the test to compare with what it may find.
 struct Findings {
   std::set<std::string> absorbed;  ///< benign parts whose failure went unnoticed
