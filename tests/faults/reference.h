@@ -34,7 +34,7 @@ Ending EndingWithException(int code, const std::wstring& message, const std::vec
 Ending EndingWithOther(const std::string& type);
 
 /// A whole request as lines: how its steps ended, its log, its error details, its calls and its state, each line with
-/// its heading in front.
+/// begun by its heading.
 using Story = Lines;
 
 /// The request as the rules have it: creation, catalogue and completion.

@@ -34,7 +34,7 @@ class Sample {
     return testing::IsSubsetOf(all);
   }
 
-  /// Behind a number of runs: how they were chosen.
+  /// What follows a number of runs: how they were chosen.
   static std::string Text() {
     const Sample sample;
     if (sample.IsWhole()) return {};

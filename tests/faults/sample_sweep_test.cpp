@@ -104,7 +104,7 @@ class SampleRequest {
     requestor.Initialize(sample_.context, L"", false, VSS_BT_FULL, details_, &enumerator_);
     requestor.CreateVssSnapshotSet(details_);
   }
-  /// The alert records of the checks in front of the request are its own no longer.
+  /// The alert records of the checks before the request are its own no longer.
   std::string& early() { return early_; }
   std::string& details() { return details_; }
   const Sample& sample() const { return sample_; }
@@ -319,7 +319,7 @@ TEST_F(SampleSweepTest, EveryCallThatCompletesARequestWithoutTheUtilityMayFail) 
                                   Calls::fromCompletionInTurn);
 }
 
-TEST_F(SampleSweepTest, EveryCallBehindAPartialSuccessMayFail) {
+TEST_F(SampleSweepTest, EveryCallAfterAPartialSuccessMayFail) {
   SweepFailingSample<HyperVReq>({.file = "hyperv-one-of-twenty.json",
                                  .disks = {L"TSL2001", L"TSL2002"},
                                  .then = Then::breakUp,

@@ -45,7 +45,7 @@ enum Step {
   kSteps,
 };
 
-/// What becomes of the set behind the completion.
+/// What becomes of the set after the completion.
 enum class Then { keep, breakUp, mask, remove };
 
 inline void Maintain(Then then, CVarnel& requestor, std::string& details) {
@@ -77,7 +77,7 @@ inline simulator::HostModel MailAndWebHost() {
   return model;
 }
 
-/// Behind the snapshot one of Mail's databases has failed, and Web as a whole.
+/// After the snapshot one of Mail's databases has failed, and Web as a whole.
 inline std::vector<simulator::WriterFault> FailedMailAndWeb() {
   simulator::WriterFault partial;
   partial.writer = L"Mail";
@@ -237,7 +237,7 @@ inline bool PromisesAnObject(const std::string& call) {
 }
 
 /// Whether the failure of a COM call that ends its step leaves an alert record, or only lines in the log. Presence is
-/// asked for in front of the request, so nobody has to hear of it but for what the service itself could not finish.
+/// asked for before the request, so nobody has to hear of it but for what the service itself could not finish.
 inline bool LeavesARecord(const std::string& call, Step step, int occurrence) {
   static const std::set<std::string> calls = {
       "CreateVssBackupComponents",
@@ -362,7 +362,7 @@ class CallSweepFixture : public HostFixture {
     trial.callsAtEnd[step] = host().faults().callCount();
   }
 
-  /// The creation, and how many shadow copies there are behind it.
+  /// The creation, and how many shadow copies there are after it.
   template <class Action>
   void AttemptCreation(Trial& trial, const CVarnel& requestor, Action action) {
     Attempt(trial, kCreate, action);
@@ -477,7 +477,7 @@ class CallSweepFixture : public HostFixture {
     return names.contains(name) ? name : std::string();
   }
 
-  // The first step that ended behind the call; kSteps for the destructor.
+  // The first step that ended after the call; kSteps for the destructor.
   static Step StepOf(const Trial& clean, int call) {
     std::size_t first = kSteps;
     for (std::size_t step = 0; step < kSteps; ++step) {
