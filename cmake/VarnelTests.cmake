@@ -27,7 +27,10 @@ function(varnel_find_googletest)
   endforeach()
 endfunction()
 
-# varnel_add_room(NAME KIND SECONDS COMMAND...): one more line of tests.txt.
+# release_rooms builds the rooms that an optimised build runs.
+add_custom_target(release_rooms)
+
+# varnel_add_room(NAME KIND SECONDS COMMAND...): one more line of tests.txt. A target NAME builds what the room needs.
 function(varnel_add_room name kind seconds)
   list(JOIN ARGN "\t" command)
   set_property(GLOBAL APPEND PROPERTY VARNEL_ROOMS "${name}\t${kind}\t${seconds}\t${command}")
@@ -35,29 +38,29 @@ function(varnel_add_room name kind seconds)
   set_tests_properties(${name} PROPERTIES TIMEOUT ${seconds})
 endfunction()
 
-# Tests are compiled quickly rather than for speed. GCC 12 sees overruns in inlined std::wstring that are none.
+# Tests are compiled quickly rather than for speed.
 add_library(varnel_test_options INTERFACE)
-target_compile_options(varnel_test_options INTERFACE
-  $<$<CXX_COMPILER_ID:GNU>:-O1>
-  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-array-bounds>
-  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-stringop-overread>)
+target_compile_options(varnel_test_options INTERFACE "$<$<NOT:$<BOOL:${MSVC}>>:-O0;-g0>")
 
-# varnel_test_headers: a program that does nothing but hold, compiled once, the headers that every room includes.
-function(varnel_precompile_test_headers)
+# varnel_precompile_test_headers(TARGET LIBRARY): a program that does nothing but hold, compiled once, the headers that
+# rooms include. Rooms that link LIBRARY reuse them.
+function(varnel_precompile_test_headers target library)
   set(source ${CMAKE_BINARY_DIR}/test_headers.cpp)
   file(CONFIGURE OUTPUT ${source} CONTENT "// Holds the precompiled headers of the test rooms.\n")
-  add_executable(varnel_test_headers EXCLUDE_FROM_ALL ${source})
-  target_link_libraries(varnel_test_headers PRIVATE varnel::simulator varnel_static varnel_static_runtime varnel_options
-    varnel_test_options GTest::gmock_main)
-  target_precompile_headers(varnel_test_headers PRIVATE
-    <gmock/gmock.h> <gtest/gtest.h> [["core/varnel.h"]] [["simulator/simulated_host.h"]])
+  add_executable(${target} EXCLUDE_FROM_ALL ${source})
+  target_link_libraries(${target} PRIVATE varnel::simulator ${library} varnel_options varnel_test_options GTest::gmock_main)
+  set_target_properties(${target} PROPERTIES VARNEL_UNSANITIZED ON)
+  target_precompile_headers(${target} PRIVATE
+    <gmock/gmock.h> <gtest/gtest.h> <algorithm> <filesystem> <fstream> <functional> <iostream> <map> <optional> <set>
+    <sstream> [["core/varnel.h"]] [["tests/support/host_fixture.h"]] [["tests/support/snapshot_request.h"]])
 endfunction()
 
-# varnel_add_test(NAME [WINDOWS_ONLY] [PRODUCT] [SECONDS N] SOURCES FILE... [LIBRARIES TARGET...]): a GoogleTest room.
-# The sources belong to the folder of the calling CMakeLists.txt; SECONDS is the time allowed (120). A room of PRODUCT
-# links the library as its users do, on Windows varnel.dll; the others have it in themselves, private parts included.
+# varnel_add_test(NAME [WINDOWS_ONLY] [PRODUCT] [SWEEP] [SECONDS N] SOURCES FILE... [LIBRARIES TARGET...]): a GoogleTest
+# room. The sources belong to the folder of the calling CMakeLists.txt; SECONDS is the time allowed (600). A room of
+# PRODUCT links the library as its users do, on Windows varnel.dll; the others have it in themselves, private parts
+# included. A SWEEP makes so many runs that only an optimised build makes them all.
 function(varnel_add_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 room "WINDOWS_ONLY;PRODUCT" "SECONDS" "SOURCES;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 1 room "WINDOWS_ONLY;PRODUCT;SWEEP" "SECONDS" "SOURCES;LIBRARIES")
   if(room_UNPARSED_ARGUMENTS OR NOT room_SOURCES)
     message(FATAL_ERROR "varnel_add_test(${name}): SOURCES wanted, got ${ARGN}")
   endif()
@@ -67,28 +70,49 @@ function(varnel_add_test name)
     return()
   endif()
   if(NOT room_SECONDS)
-    set(room_SECONDS 120)
+    set(room_SECONDS 600)
   endif()
 
   add_executable(${name} ${room_SOURCES})
   set(library varnel_static varnel_static_runtime)
+  set(headers varnel_test_headers)
   if(room_PRODUCT)
     set(library varnel)
+    set(headers varnel_product_test_headers)
   endif()
   target_link_libraries(${name} PRIVATE ${room_LIBRARIES} varnel::simulator ${library} varnel_options
     varnel_test_options GTest::gmock_main)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin/tests)
-  if(NOT room_LIBRARIES AND NOT room_PRODUCT) # others may be compiled with other settings
-    target_precompile_headers(${name} REUSE_FROM varnel_test_headers)
-  endif()
+  target_precompile_headers(${name} REUSE_FROM ${headers})
+  varnel_test_of_sanitized(${name} ${room_LIBRARIES})
   if(WIN32)
     # Without this manifest Windows reports its version as 6.2.
     target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/windows/supportedos.rc)
   endif()
 
-  set_property(GLOBAL APPEND PROPERTY VARNEL_ROOMS "${name}\tgtest\t${room_SECONDS}\t$<TARGET_FILE:${name}>")
+  set(kind gtest)
+  if(room_SWEEP)
+    set(kind sweep)
+    add_dependencies(release_rooms ${name})
+  endif()
+  set_property(GLOBAL APPEND PROPERTY VARNEL_ROOMS "${name}\t${kind}\t${room_SECONDS}\t$<TARGET_FILE:${name}>")
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES TIMEOUT ${room_SECONDS})
+endfunction()
+
+# varnel_add_compile_fail_test(NAME SOURCE FILE EXPECT REGEX): FILE compiles, and with VARNEL_WRONG defined it does not,
+# with a message that matches REGEX.
+function(varnel_add_compile_fail_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 room "" "SOURCE;EXPECT" "")
+  if(room_UNPARSED_ARGUMENTS OR NOT room_SOURCE OR NOT room_EXPECT)
+    message(FATAL_ERROR "varnel_add_compile_fail_test(${name}): SOURCE and EXPECT wanted, got ${ARGN}")
+  endif()
+  add_library(${name}_source OBJECT EXCLUDE_FROM_ALL ${room_SOURCE})
+  target_link_libraries(${name}_source PRIVATE varnel_options varnel_static)
+  set_target_properties(${name}_source PROPERTIES EXPORT_COMPILE_COMMANDS ON)
+  add_custom_target(${name})
+  varnel_add_room(${name} run 600 ${CMAKE_COMMAND} -DBUILD_DIR=${CMAKE_BINARY_DIR} -DTARGET=${name}_source
+    -DEXPECT=${room_EXPECT} -P ${PROJECT_SOURCE_DIR}/tests/compile_fail/check.cmake)
 endfunction()
 
 # Called once, when every room is known: writes tests.txt, and refuses a *_test.cpp below tests/ that is in no room.

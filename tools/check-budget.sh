@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Fails when a snapshot request needs more instructions than bench/budget.txt allows:
 #
-#   tools/check-budget.sh [--build | --update] [BUILD]
+#   tools/check-budget.sh [--update] [BUILD]
 #
-# BUILD is the folder of a release build with benchmarks (build/native); --build makes or refreshes it first. More than
-# 5 % above a count of the file is a failure. Counts depend on the compiler and the C library: where these are others
-# than the file was counted with, nothing is checked and a line says so. --update counts anew and writes the file.
+# BUILD is the folder of a release build with benchmarks (build/native). More than 5 % above a count of the file is a
+# failure. Counts depend on the compiler and the C library: where these are others than the file was counted with, nothing
+# is checked and a line says so. --update counts anew and writes the file.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -13,17 +13,10 @@ readonly budget=bench/budget.txt
 readonly allowed_percent=5
 
 action=check
-case ${1:-} in
-  --build)
-    cmake --log-level=WARNING --preset native
-    cmake --build --preset native --target request_cost
-    shift
-    ;;
-  --update)
-    action=update
-    shift
-    ;;
-esac
+if [[ ${1:-} == --update ]]; then
+  action=update
+  shift
+fi
 build=${1:-build/native}
 
 if ! command -v valgrind >/dev/null; then

@@ -13,7 +13,7 @@ trap 'rm -rf "$scratch"' EXIT
 
 counted_function() { # BENCHMARK
   local name=$1
-  while [[ $name =~ ^(.*)/[^/]*[0-9:][^/]*$ ]]; do name=${BASH_REMATCH[1]}; done # arguments behind the name
+  while [[ $name =~ ^(.*)/[^/]*[0-9:][^/]*$ ]]; do name=${BASH_REMATCH[1]}; done # arguments after the name
   if [[ $name == */* ]]; then echo "*${name//\//_}_Benchmark::BenchmarkCase(*"; else echo "*${name}(*"; fi
 }
 

@@ -31,7 +31,7 @@ run_rooms() {
   local failed=0 fields room
   while IFS=$'\t' read -r -a fields; do
     room=${fields[0]}
-    [[ ${fields[1]} == gtest ]] || continue
+    [[ ${fields[1]} == gtest || ${fields[1]} == sweep ]] || continue
     echo "$room"
     # Without optimisation a room may take longer than it is given elsewhere.
     if ! timeout --kill-after=10 $((fields[2] * 3)) "${fields[@]:3}" --gtest_color=no >"$results/$room.log" 2>&1 \

@@ -1,33 +1,40 @@
 #!/usr/bin/env bash
-# Builds and runs the tests of both platforms, natively with sanitizers and for Windows under Wine:
+# Builds and runs the tests: natively with sanitizers, natively and optimised, and for Windows under Wine:
 #
-#   tools/run-tests.sh [--room NAME] [native] [windows]
+#   tools/run-tests.sh [--thorough] [--room NAME] [sanitize] [native] [windows]
 #
 # One process and one line per room; the last line is "N passed, N failed" (", N skipped" when tests were skipped). A
-# room that crashes, hangs, ends badly after its tests or runs none is a failure, and so is a platform that cannot be
-# built or runs no test. Exit status: 0 when nothing failed.
+# room that crashes, hangs, ends badly after its tests or runs none is a failure, and so is a build that fails or runs
+# no test. Exit status: 0 when nothing failed.
 #
 # Each build lists its rooms in tests.txt, fields parted by tabs: name, kind, seconds allowed, command. A room of kind
-# "gtest" is a GoogleTest binary; one of kind "run" is one test that passes when its command exits with 0. What a room
-# counts besides its tests it writes as "[    TOTAL ] ...", shown beside its result.
+# "gtest" is a GoogleTest binary; "sweep" is one that makes many thousand runs; "run" is one test that passes when its
+# command exits with 0; "release" is such a test of an optimised build. What a room counts besides its tests it writes as
+# "[    TOTAL ] ...", shown beside its result.
+#
+# The optimised build runs "release" and "sweep" only, the sweeps whole. The others run all but "release", and of the
+# sweeps one run in VARNEL_SAMPLE (50), chosen by VARNEL_SAMPLE_SEED (another one each time, which is told). --thorough
+# runs the sweeps whole everywhere, with VARNEL_HOSTS (20,000) random hosts.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 readonly summary=build/test-summary.txt
-declare -A preset_of=([native]=sanitize [windows]=windows)
+readonly jobs=$(nproc)
 
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_stack_use_after_return=1:strict_string_checks=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
 
 only_room=
-platforms=()
+thorough=
+builds=()
 while (($#)); do
   case $1 in
+    --thorough) thorough=yes ;;
     --room)
       only_room=${2:?--room needs a name}
       shift
       ;;
-    native | windows) platforms+=("$1") ;;
+    sanitize | native | windows) builds+=("$1") ;;
     *)
       sed -n 's/^#   \(tools.*\)/usage: \1/p' "$0" >&2
       exit 2
@@ -35,7 +42,9 @@ while (($#)); do
   esac
   shift
 done
-((${#platforms[@]})) || platforms=(native windows)
+((${#builds[@]})) || builds=(sanitize native windows)
+if [[ $thorough ]]; then export VARNEL_HOSTS=${VARNEL_HOSTS:-20000} VARNEL_SAMPLE=1; fi
+export VARNEL_SAMPLE=${VARNEL_SAMPLE:-50} VARNEL_SAMPLE_SEED=${VARNEL_SAMPLE_SEED:-$RANDOM}
 
 # Documents captured from real servers are no part of the checkout; tests that read them skip where they are absent.
 find_captures() {
@@ -45,12 +54,24 @@ find_captures() {
   fi
 }
 
-build() { # PLATFORM
-  local preset=${preset_of[$1]}
-  local target=(--target "${only_room:-all}")
-  echo "== $1: building (preset $preset)"
-  rm -f "build/$preset/tests.txt"
-  cmake --log-level=WARNING --preset "$preset" && cmake --build --preset "$preset" "${target[@]}"
+# The rooms that the build runs.
+rooms_of() { # BUILD
+  awk -F '\t' -v build="$1" -v room="$only_room" '
+    (room == "" || $1 == room) && (build == "native" ? $2 == "sweep" || $2 == "release" : $2 != "release")
+  ' "build/$1/tests.txt"
+}
+
+build() { # BUILD
+  local targets=(all)
+  if [[ $1 == native ]]; then targets=(release_rooms); fi
+  rm -f "build/$1/tests.txt"
+  cmake --log-level=WARNING --preset "$1" >"build/$1-configure.log" || { cat "build/$1-configure.log" && return 1; }
+  if [[ $only_room ]]; then
+    [[ $(rooms_of "$1") ]] || return 0
+    targets=("$only_room")
+  fi
+  echo "== $1: building"
+  cmake --build --preset "$1" --target "${targets[@]}"
 }
 
 count() { # PATTERN FILE
@@ -97,16 +118,20 @@ judge_run() { # STATUS SECONDS
   fi
 }
 
-run_room() { # PLATFORM RESULTS ROOM KIND SECONDS COMMAND...
-  local platform=$1 results=$2 room=$3 kind=$4 seconds=$5
-  shift 5
+run_room() { # BUILD ROOM KIND SECONDS COMMAND...
+  local build=$1 room=$2 kind=$3 seconds=$4
+  shift 4
   local -a command=("$@")
+  local results=build/$build/test-results judge=judge_run
   local log=$results/$room.log report=$results/$room.json status=0
-  local passed=0 failed=0 skipped=0 note=
-  if [[ $kind == gtest ]]; then
+  local passed=0 failed=0 skipped=0 note= running=
+  trap '[[ -z $running ]] || kill "$running"; exit 143' TERM
+  if [[ $kind == gtest || $kind == sweep ]]; then
+    judge=judge_gtest
     command+=("--gtest_output=json:$report" --gtest_color=no)
-    if [[ $platform == windows ]]; then command=(tools/wine.sh "${command[@]}"); fi
+    if [[ $build == windows ]]; then command=(tools/wine.sh "${command[@]}"); fi
   fi
+  if [[ $build == native ]]; then unset VARNEL_SAMPLE; fi
 
   local begin=${EPOCHREALTIME//[^0-9]/}
   timeout --kill-after=10 "$seconds" "${command[@]}" >"$log" 2>&1 </dev/null &
@@ -117,24 +142,27 @@ run_room() { # PLATFORM RESULTS ROOM KIND SECONDS COMMAND...
 
   local total
   total=$(tr -d '\r' <"$log" | sed -n 's/^\[    TOTAL \] //p')
-  "judge_$kind" "$status" "$seconds" "$log" "$report"
+  "$judge" "$status" "$seconds" "$log" "$report"
   printf '%s\t%d\t%d\t%d\n' "$room" "$passed" "$failed" "$skipped" >>"$results/rooms.tsv"
-  printf '%-8s %-28s %5d passed %4d failed %4d skipped %6d.%02d s  %s\n' "$platform" "$room" "$passed" "$failed" \
+  printf '%-8s %-28s %5d passed %4d failed %4d skipped %6d.%02d s  %s\n' "$build" "$room" "$passed" "$failed" \
     "$skipped" $((milliseconds / 1000)) $((milliseconds % 1000 / 10)) "${note:-$total}"
 }
 
-run_platform() { # PLATFORM
-  local platform=$1 list=build/${preset_of[$1]}/tests.txt results=build/${preset_of[$1]}/test-results
-  local running= fields
-  trap '[[ -z $running ]] || kill "$running"; exit 143' TERM
+# Every room of every build that is ready, the longest first, on all cores.
+run_rooms() {
+  local fields started=0 queue
+  queue=$(for build in "${ready[@]}"; do rooms_of "$build" | sed "s/^/$build\t/"; done | sort --stable -t $'\t' -k 4,4rn)
   while IFS=$'\t' read -r -a fields; do
-    if [[ -z $only_room || $only_room == "${fields[0]}" ]]; then run_room "$platform" "$results" "${fields[@]}"; fi
-  done <"$list"
+    if ((started >= jobs)); then wait -n || true; fi
+    started=$((started + 1))
+    run_room "${fields[@]}" &
+  done <<<"$queue"
+  wait
 }
 
 # The output of the failed tests alone; of a room that did not end as it should, its last lines as well.
-show_failures() { # PLATFORM
-  local results=build/${preset_of[$1]}/test-results room passed failed skipped
+show_failures() { # BUILD
+  local results=build/$1/test-results room passed failed skipped
   [[ -f $results/rooms.tsv ]] || return 0
   while IFS=$'\t' read -r room passed failed skipped; do
     ((failed > 0)) || continue
@@ -148,10 +176,19 @@ show_failures() { # PLATFORM
   done <"$results/rooms.tsv"
 }
 
+# What needs no build: format, structure, and whether their checks work.
+check_sources() {
+  local problems=()
+  git ls-files -z --cached --others --exclude-standard -- '*.cpp' '*.h' |
+    xargs -0 --max-procs="$jobs" --max-args=20 clang-format --dry-run -Werror || problems+=("format: make format")
+  tools/check-structure.py || problems+=("structure: see above")
+  tools/check-structure.py --self-test || problems+=("structure: its check does not work")
+  if [[ ${VARNEL_GATES:-} != report ]]; then troubles+=("${problems[@]}"); fi
+}
+
 wine_started=
-workers=()
 clean_up() {
-  if ((${#workers[@]})); then kill "${workers[@]}" 2>/dev/null || true; fi
+  jobs -p | xargs --no-run-if-empty kill 2>/dev/null || true
   if [[ $wine_started ]]; then tools/wine.sh --stop; fi
 }
 trap clean_up EXIT
@@ -165,14 +202,15 @@ start_wine() {
 total_passed=0 total_failed=0 total_skipped=0
 troubles=()
 
-add_up() { # PLATFORM
-  local rooms=build/${preset_of[$1]}/test-results/rooms.tsv sums=(0 0 0)
+add_up() { # BUILD
+  local rooms=build/$1/test-results/rooms.tsv sums=(0 0 0)
   if [[ -s $rooms ]]; then
     read -r -a sums < <(awk -F '\t' '{ p += $2; f += $3; s += $4 } END { print p, f, s }' "$rooms")
   fi
   total_passed=$((total_passed + sums[0]))
   total_failed=$((total_failed + sums[1]))
   total_skipped=$((total_skipped + sums[2]))
+  if [[ $(rooms_of "$1" | wc -l) != $(wc -l <"$rooms") ]]; then troubles+=("$1: a run broke off"); fi
   if ((sums[0] + sums[1] == 0)); then troubles+=("$1: ran no test"); fi
 }
 
@@ -180,34 +218,36 @@ mkdir -p build
 rm -f "$summary"
 find_captures
 
+if [[ -z $only_room ]]; then
+  echo "== format and structure"
+  check_sources
+fi
+
 ready=()
-for platform in "${platforms[@]}"; do
-  rm -rf "build/${preset_of[$platform]}/test-results"
-  if ! build "$platform"; then
-    troubles+=("$platform: could not be built")
-  elif [[ ! -s build/${preset_of[$platform]}/tests.txt ]]; then
-    troubles+=("$platform: lists no test")
-  elif [[ $platform == windows ]] && ! start_wine; then
-    troubles+=("$platform: Wine does not start, see build/windows/wine-start.log")
+for build in "${builds[@]}"; do
+  rm -rf "build/$build/test-results"
+  if ! build "$build"; then
+    troubles+=("$build: could not be built")
+  elif [[ -z $(rooms_of "$build") ]]; then
+    [[ $only_room ]] || troubles+=("$build: lists no test")
+  elif [[ $build == windows ]] && ! start_wine; then
+    troubles+=("$build: Wine does not start, see build/windows/wine-start.log")
   else
-    mkdir -p "build/${preset_of[$platform]}/test-results"
-    ready+=("$platform")
+    mkdir -p "build/$build/test-results"
+    ready+=("$build")
   fi
 done
 
-echo "== tests"
-for platform in "${ready[@]}"; do
-  run_platform "$platform" &
-  workers+=("$!")
-done
-for i in "${!workers[@]}"; do
-  wait "${workers[i]}" || troubles+=("${ready[i]}: the run broke off")
-done
-workers=()
+if ((${#ready[@]})); then
+  echo "== tests (VARNEL_SAMPLE=$VARNEL_SAMPLE VARNEL_SAMPLE_SEED=$VARNEL_SAMPLE_SEED)"
+  run_rooms
+else
+  troubles+=("no test was run")
+fi
 
-for platform in "${ready[@]}"; do
-  show_failures "$platform"
-  add_up "$platform"
+for build in "${ready[@]}"; do
+  show_failures "$build"
+  add_up "$build"
 done
 echo
 for trouble in "${troubles[@]}"; do

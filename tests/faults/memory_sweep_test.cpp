@@ -23,6 +23,7 @@
 #include "simulator/vss/snapshot_service.h"
 #include "tests/faults/failing_memory.h"
 #include "tests/faults/guarded_host.h"
+#include "tests/faults/sample.h"
 #include "tests/faults/sweep.h"
 #include "tests/support/applications.h"
 #include "tests/support/disk_volumes.h"
@@ -217,22 +218,24 @@ MemoryTrial RunRequest(const Course& course, const Shortage& shortage) {
 
 class MemorySweepTest : public testing::Test {
  protected:
-  static void TearDownTestSuite() { TellTotal(std::to_string(allRuns_) + " runs that lack memory"); }
+  static void TearDownTestSuite() { TellTotal(std::to_string(allRuns_) + " runs that lack memory" + Sample::Text()); }
 
   /// Every request for memory fails, once and from then on.
   template <class Requestor>
   void Sweep(const Course& course) {
     const MemoryTrial clean = Clean<Requestor>(course);
     int thrown = 0;
+    std::vector<Shortage> shortages;
     for (const bool persistent : {false, true}) {
-      for (int request = 1; request <= clean.requests; ++request) {
-        Try<Requestor>(course, {.request = request, .persistent = persistent}, [&](const MemoryTrial& trial) {
-          if (persistent) return JudgePersistent(trial);
-          Judge(trial, clean);
-          if (HasRunOut(trial)) ++thrown;
-        });
-        if (HasFailure()) return;  // one report is enough
-      }
+      for (int n = 1; n <= clean.requests; ++n) shortages.push_back({.request = n, .persistent = persistent});
+    }
+    for (const Shortage& shortage : sample_.Of(shortages)) {
+      Try<Requestor>(course, shortage, [&](const MemoryTrial& trial) {
+        if (shortage.persistent) return JudgePersistent(trial);
+        Judge(trial, clean);
+        if (HasRunOut(trial)) ++thrown;
+      });
+      if (HasFailure()) return;  // one report is enough
     }
     std::cout << "[     SWEEP ] " << clean.requests << " requests for memory, " << thrown << " end in bad_alloc\n";
     RecordProperty("requests", clean.requests);
@@ -243,19 +246,22 @@ class MemorySweepTest : public testing::Test {
   void SweepTexts(const Course& course) {
     const MemoryTrial clean = Clean<Requestor>(course);
     EXPECT_GT(clean.texts, 10);
+    std::vector<Shortage> shortages;
     for (const bool silently : {false, true}) {
-      for (int text = 1; text <= clean.texts; ++text) {
-        Try<Requestor>(course, {.text = text, .silently = silently}, [&](const MemoryTrial& trial) {
-          silently ? JudgePersistent(trial) : JudgeLostText(trial, clean);
-        });
-        if (HasFailure()) return;
-      }
+      for (int text = 1; text <= clean.texts; ++text) shortages.push_back({.text = text, .silently = silently});
+    }
+    for (const Shortage& shortage : sample_.Of(shortages)) {
+      Try<Requestor>(course, shortage, [&](const MemoryTrial& trial) {
+        shortage.silently ? JudgePersistent(trial) : JudgeLostText(trial, clean);
+      });
+      if (HasFailure()) return;
     }
     std::cout << "[     SWEEP ] " << clean.texts << " texts\n";
   }
 
  private:
   static inline int allRuns_ = 0;
+  Sample sample_;
 
   // One request with this shortage, which must happen and leave no block behind.
   template <class Requestor, class Judgement>

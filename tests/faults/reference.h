@@ -33,8 +33,8 @@ Ending EndingWithLong(long hr);
 Ending EndingWithException(int code, const std::wstring& message, const std::vector<std::wstring>& list);
 Ending EndingWithOther(const std::string& type);
 
-/// A whole request as lines: how its steps ended, its log, its error details, its calls and its state, each line with
-/// its heading in front.
+/// A whole request as lines: how its steps ended, its log, its error details, its calls and its state, each line after
+/// its heading.
 using Story = Lines;
 
 /// The request as the rules have it: creation, catalogue and completion.

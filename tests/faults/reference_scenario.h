@@ -70,8 +70,8 @@ struct Scenario {
   DWORD testPoints = 0;
   std::vector<std::wstring> ineligibleWriters;  // by name
   bool partialFailures = false;
-  std::array<Check, 3> checks;          // before the snapshot, behind it, and behind BackupComplete
-  std::vector<HRESULT> addAnswers;      // of the AddComponent calls in order; S_OK behind the last
+  std::array<Check, 3> checks;          // before the snapshot, after it, and after BackupComplete
+  std::vector<HRESULT> addAnswers;      // of the AddComponent calls in order; S_OK after the last
   std::vector<HRESULT> successAnswers;  // of the SetBackupSucceeded calls, likewise
 };
 

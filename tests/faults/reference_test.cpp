@@ -6,6 +6,7 @@
 #include <map>
 #include <stdexcept>
 
+#include "tests/faults/sample.h"
 #include "tests/support/forwarding_vss.h"
 #include "tests/support/host_fixture.h"
 #include "tests/support/random.h"
@@ -316,7 +317,7 @@ std::string FirstDifference(const Story& library, const Story& expected) {
 }
 
 TEST_F(ReferenceTest, EveryRandomRequestGoesAsTheRulesRead) {
-  const std::vector<unsigned> seeds = Seeds(kHosts);
+  const std::vector<unsigned> seeds = Sample().Of(Seeds(kHosts));
   for (const unsigned seed : seeds) {
     SCOPED_TRACE(SeedText(seed));
     const Scenario scenario = RandomScenario(seed);
@@ -328,7 +329,7 @@ TEST_F(ReferenceTest, EveryRandomRequestGoesAsTheRulesRead) {
     ASSERT_THAT(host().live().misuses(), IsEmpty());
     CountEndings(library);
   }
-  TellTotal(HostsText(seeds));
+  TellTotal(HostsText(seeds) + Sample::Text());
   if (seeds.size() < kHosts) return;
   // The hosts reach every kind of end, or they would show little.
   for (const char* ending :

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "simulator/vss/snapshot_service.h"
+#include "tests/faults/sample.h"
 #include "tests/support/host_fixture.h"
 #include "tests/support/snapshot_request.h"
 #include "tests/support/total.h"
@@ -44,7 +45,7 @@ enum Step {
   kSteps,
 };
 
-/// What becomes of the set behind the completion.
+/// What becomes of the set after the completion.
 enum class Then { keep, breakUp, mask, remove };
 
 inline void Maintain(Then then, CVarnel& requestor, std::string& details) {
@@ -76,7 +77,7 @@ inline simulator::HostModel MailAndWebHost() {
   return model;
 }
 
-/// Behind the snapshot one of Mail's databases has failed, and Web as a whole.
+/// After the snapshot one of Mail's databases has failed, and Web as a whole.
 inline std::vector<simulator::WriterFault> FailedMailAndWeb() {
   simulator::WriterFault partial;
   partial.writer = L"Mail";
@@ -236,7 +237,7 @@ inline bool PromisesAnObject(const std::string& call) {
 }
 
 /// Whether the failure of a COM call that ends its step leaves an alert record, or only lines in the log. Presence is
-/// asked for in front of the request, so nobody has to hear of it but for what the service itself could not finish.
+/// asked for before the request, so nobody has to hear of it but for what the service itself could not finish.
 inline bool LeavesARecord(const std::string& call, Step step, int occurrence) {
   static const std::set<std::string> calls = {
       "CreateVssBackupComponents",
@@ -289,6 +290,12 @@ struct Benign {
   std::optional<Step> only = {};  ///< the step that may absorb it; nothing: any
 };
 
+// Parts of call log lines: calls that give something back, which is gone either way.
+inline constexpr char kCloseHandle[] = "CloseHandle(";
+inline constexpr char kFindVolumeClose[] = "FindVolumeClose(";
+inline constexpr char kFreeLibrary[] = "FreeLibrary(";
+inline constexpr char kFreeComponentInfo[] = "::FreeComponentInfo(";
+
 /// What a sweep found, for the test to compare with what it may find.
 struct Findings {
   std::set<std::string> absorbed;  ///< benign parts whose failure went unnoticed
@@ -318,7 +325,7 @@ inline bool Mentions(const std::string& text, const std::string& name) {
 
 class CallSweepFixture : public HostFixture {
  protected:
-  static void TearDownTestSuite() { TellTotal(std::to_string(allRuns_) + " runs with a failed call"); }
+  static void TearDownTestSuite() { TellTotal(std::to_string(allRuns_) + " runs with a failed call" + Sample::Text()); }
 
   /// Which calls of a clean run fail: all of them or those from the completion on with every code; or in turn, each
   /// with one code, and with every code those that stand for the others of their kind.
@@ -355,7 +362,7 @@ class CallSweepFixture : public HostFixture {
     trial.callsAtEnd[step] = host().faults().callCount();
   }
 
-  /// The creation, and how many shadow copies there are behind it.
+  /// The creation, and how many shadow copies there are after it.
   template <class Action>
   void AttemptCreation(Trial& trial, const CVarnel& requestor, Action action) {
     Attempt(trial, kCreate, action);
@@ -388,16 +395,9 @@ class CallSweepFixture : public HostFixture {
     const std::vector<std::string> lines = CountedLines();
     const std::vector<ChosenCall> chosen = Choose(calls, clean, lines);
     EXPECT_THAT(chosen, testing::Not(IsEmpty())) << "nothing was swept";
-    for (const ChosenCall& call : chosen) {
-      const std::span<const DWORD> all = codesFor(CallName(lines[Index(call.number)]));
-      const std::span<const DWORD> codes = call.withEveryCode ? all : all.subspan(Index(call.number) % all.size(), 1);
-      for (const DWORD code : codes) {
-        TryOne(clean, run, {.call = call.number, .code = code});
-        if (call.firstOfItsKind || code == codes.front()) {
-          TryOne(clean, run, {.call = call.number, .code = code, .persistent = true});
-        }
-        if (HasFailure()) return findings_;  // one report is enough
-      }
+    for (const Injection& injection : sample_.Of(Injections(chosen, lines, codesFor))) {
+      TryOne(clean, run, injection);
+      if (HasFailure()) return findings_;  // one report is enough
     }
     // The calls of a run are always the same.
     const Trial beyond = run({.call = static_cast<int>(lines.size()) + 1, .code = 1});
@@ -414,19 +414,25 @@ class CallSweepFixture : public HostFixture {
     const Trial clean = run({});
     const std::vector<std::string> lines = CountedLines();
     std::map<std::string, int> occurrences;
+    std::vector<std::pair<Step, Injection>> injections;
     for (std::size_t i = 0; i < lines.size(); ++i) {
       const std::string async = AsyncOf(CallName(lines[i]));
       if (async.empty()) continue;
       const int occurrence = ++occurrences[async];
-      for (const DWORD code : codes) {
-        const Step step = StepOf(clean, static_cast<int>(i) + 1);
-        TryAsync(step, run, {.code = code, .async = async, .occurrence = occurrence});
-        if (HasFailure()) return;
-      }
+      const Step step = StepOf(clean, static_cast<int>(i) + 1);
+      for (const DWORD code : codes)
+        injections.push_back({step, {.code = code, .async = async, .occurrence = occurrence}});
+    }
+    for (const auto& [step, injection] : sample_.Of(injections)) {
+      TryAsync(step, run, injection);
+      if (HasFailure()) return;
     }
     EXPECT_THAT(occurrences, testing::SizeIs(testing::Ge(4U))) << "nothing was swept";
     TellRuns(FormatNarrow("%u kinds of operations", {occurrences.size()}));
   }
+
+  /// What a sweep may find and, made whole, must find.
+  auto Finds(const std::set<std::string>& all) const { return sample_.Finds(all); }
 
   /// A request that gets through on this host while nothing fails.
   virtual Outcome AnotherRequest() { return PlainRequest(); }
@@ -444,6 +450,23 @@ class CallSweepFixture : public HostFixture {
     bool withEveryCode = true;
   };
 
+  // What is done to the chosen calls.
+  template <class CodesFor>
+  static std::vector<Injection> Injections(const std::vector<ChosenCall>& chosen, const std::vector<std::string>& lines,
+                                           const CodesFor& codesFor) {
+    std::vector<Injection> injections;
+    for (const ChosenCall& call : chosen) {
+      const std::span<const DWORD> all = codesFor(CallName(lines[Index(call.number)]));
+      const std::span<const DWORD> codes = call.withEveryCode ? all : all.subspan(Index(call.number) % all.size(), 1);
+      for (const DWORD code : codes) {
+        injections.push_back({.call = call.number, .code = code});
+        if (!call.firstOfItsKind && code != codes.front()) continue;
+        injections.push_back({.call = call.number, .code = code, .persistent = true});
+      }
+    }
+    return injections;
+  }
+
   static std::size_t Index(int call) { return static_cast<std::size_t>(call) - 1; }
 
   // The operation that a call starts, as the fault plan knows it.
@@ -454,7 +477,7 @@ class CallSweepFixture : public HostFixture {
     return names.contains(name) ? name : std::string();
   }
 
-  // The first step that ended behind the call; kSteps for the destructor.
+  // The first step that ended after the call; kSteps for the destructor.
   static Step StepOf(const Trial& clean, int call) {
     std::size_t first = kSteps;
     for (std::size_t step = 0; step < kSteps; ++step) {
@@ -729,6 +752,7 @@ class CallSweepFixture : public HostFixture {
   static constexpr std::size_t kMostOfAKind = 3;
 
   static inline int allRuns_ = 0;
+  Sample sample_;
   int runs_ = 0;
   std::vector<Benign> benign_;
   Findings findings_;
