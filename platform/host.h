@@ -47,7 +47,7 @@ class Storage {
   virtual HANDLE FindFirstVolumeW(LPWSTR volumeName, DWORD characters) = 0;
   virtual BOOL FindNextVolumeW(HANDLE search, LPWSTR volumeName, DWORD characters) = 0;
   virtual BOOL FindVolumeClose(HANDLE search) = 0;
-  /// `names` is a list of NUL-terminated texts with one more NUL behind the last.
+  /// `names` is a list of NUL-terminated texts with one more NUL after the last.
   virtual BOOL GetVolumePathNamesForVolumeNameW(LPCWSTR volumeName, LPWSTR names, DWORD characters, DWORD* needed) = 0;
 };
 

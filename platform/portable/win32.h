@@ -267,7 +267,7 @@ struct IUnknown {
   virtual ULONG STDMETHODCALLTYPE Release() = 0;
 };
 
-// Counted text as COM hands it out: the length in bytes stands in front of the first character, a NUL behind the last.
+// Counted text as COM hands it out: the length in bytes stands before the first character, a NUL after the last.
 BSTR SysAllocString(const wchar_t* text);
 BSTR SysAllocStringLen(const wchar_t* text, UINT length);
 void SysFreeString(BSTR text);
