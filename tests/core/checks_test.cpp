@@ -3,8 +3,8 @@
 #include <type_traits>
 
 #include "core/alerts.h"
-#include "core/vss_call.h"
 #include "core/logging.h"
+#include "core/vss_call.h"
 #include "tests/support/request_fixture.h"
 
 namespace varnel::test {
@@ -82,8 +82,7 @@ TEST_F(CheckCommErrorTest, PercentSignsInTheCallAreText) {
 class ReportTest : public HostFixture {};
 
 TEST_F(ReportTest, AFailedComCallLeavesThreeLinesAndThrows) {
-  EXPECT_EQ(ThrownLong([] { LogAndThrow(L"pX->Y(&z)")(VSS_E_OBJECT_NOT_FOUND); }),
-            Failure(VSS_E_OBJECT_NOT_FOUND));
+  EXPECT_EQ(ThrownLong([] { LogAndThrow(L"pX->Y(&z)")(VSS_E_OBJECT_NOT_FOUND); }), Failure(VSS_E_OBJECT_NOT_FOUND));
   EXPECT_THAT(log.All(), ElementsAre("E ERROR: COM call \"pX->Y(&z)\" failed.", "E - Returned HRESULT = 0x80042308",
                                      "E - Error text: VSS_E_OBJECT_NOT_FOUND"));
   for (const RecordingLog::Line& line : log.lines) EXPECT_EQ(line.source, "varnel");
@@ -105,8 +104,9 @@ TEST_F(ReportTest, ASuccessfulComCallLeavesNothing) {
 
 TEST_F(ReportTest, AFailedWin32CallLeavesThreeLinesAndThrowsItsHresult) {
   model().messages[5] = L"Access is denied.\r\n";
-  EXPECT_EQ(ThrownLong([] { LogAndThrowWin32(L"GetComputerNameW(buffer, &size)", ERROR_ACCESS_DENIED, CallText::bare); }),
-            Failure(E_ACCESSDENIED));
+  EXPECT_EQ(
+      ThrownLong([] { LogAndThrowWin32(L"GetComputerNameW(buffer, &size)", ERROR_ACCESS_DENIED, CallText::bare); }),
+      Failure(E_ACCESSDENIED));
   EXPECT_THAT(log.All(), ElementsAre("E ERROR: Win32 call GetComputerNameW(buffer, &size) failed.",
                                      "E - GetLastError() == 5", "E - Error text: Access is denied.\r\n"));
 }

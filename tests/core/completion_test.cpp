@@ -345,7 +345,7 @@ TEST_F(CompletionTest, ASetTakenWithoutWritersIsNotCompletedWithThem) {
     SnapshotRequest request({.context = context});
     request.Start();
     request.probe.snapshotVolumes() = {{VolumeName(1), L"", L""}};
-    request.probe.StartSnapshotSet(request.details());
+    ASSERT_EQ(request.probe.StartSnapshotSet(), S_OK);
     request.probe.AddToSnapshotSet(request.details());
     request.probe.DoSnapshotSet(request.details());
     ASSERT_EQ(Copies(request), 1U);

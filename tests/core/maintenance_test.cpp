@@ -1,5 +1,6 @@
 // What becomes of a snapshot set after it was taken: break, mask, delete and verify, with every failure.
 
+#include "simulator/machine/result_names.h"
 #include "tests/core/maintenance_fixture.h"
 
 namespace varnel::test {

@@ -4,6 +4,7 @@
 #include <functional>
 #include <set>
 
+#include "core/alerts.h"
 #include "platform/ansi.h"
 #include "text/ascii_case.h"
 #include "text/unicode.h"
