@@ -2,8 +2,7 @@
 #pragma once
 
 #include <filesystem>
-#include <iomanip>
-#include <sstream>
+#include <regex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -132,16 +131,9 @@ class SampleFixture : public HostFixture {
 
   /// What the service was told of each component: `SQL01\\sales true`.
   std::vector<std::string> Reported() {
-    std::vector<std::string> reported;
-    for (const std::string& line : ArgumentsOf("IVssBackupComponents::SetBackupSucceeded")) {
-      std::istringstream quoted(line.substr(line.find('"')));
-      std::string path;
-      std::string name;
-      std::string told;
-      char comma = 0;
-      quoted >> std::quoted(path, '"', '\0') >> comma >> std::quoted(name, '"', '\0') >> comma >> told;
-      reported.push_back(path + "\\" + name + " " + told);
-    }
+    static const std::regex component("^.*?\"(.*)\", \"(.*)\", (true|false)$");
+    std::vector<std::string> reported = ArgumentsOf("IVssBackupComponents::SetBackupSucceeded");
+    for (std::string& line : reported) line = std::regex_replace(line, component, "$1\\$2 $3");
     return reported;
   }
 };

@@ -3,6 +3,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <sstream>
 
 #include "tests/samples/sample_run.h"
 #include "tests/support/golden.h"

@@ -1,4 +1,6 @@
 // Every sample host of examples/hosts: what a request on it comes to, and what is left behind.
+#include <tuple>
+
 #include "requestors/ExchReq.h"
 #include "requestors/HyperVReq.h"
 #include "requestors/SqlReq.h"
@@ -295,24 +297,18 @@ TEST_F(HyperVSample, VolumesOfTwoKindsAreRefusedBeforeAnythingIsTouched) {
   const std::string csv = "\\\\?\\Volume{a37f5c42-1b8e-4f60-b5d1-3d4e5f6a7b02}\\";
   const std::string clustered = "\\\\?\\Volume{a37f5c44-1b8e-4f60-b5d1-3d4e5f6a7b04}\\";
   const std::string local = "\\\\?\\Volume{a37f5c45-1b8e-4f60-b5d1-3d4e5f6a7b05}\\";
-  struct Case {
-    std::vector<std::wstring> disks;
-    DWORD refusal;
-    std::string status;
-    std::string lists;
-  };
-  const Case cases[] = {
+  const std::tuple<std::vector<std::wstring>, DWORD, std::string, std::string> cases[] = {
       {{L"TSL2001", L"TSL2003"}, 250, "MixOfCSV_NonCSVVolumes", "CSV:" + csv + "Non CSV:" + clustered},
       {{L"TSL2003"}, 251, "ClusterDiskFound", "Cluster Disk:" + clustered},
       {{L"TSL2001", L"TSL2004"}, 253, "MixOfStandalone_ClusterVolumes", "Clustered:" + csv + "Standalone:" + local},
   };
-  for (const Case& refused : cases) {
-    SCOPED_TRACE(refused.refusal);
-    const auto run = Run<HyperVReq>("hyperv-mixed-volumes.json", {.disks = refused.disks});
-    EXPECT_EQ(run.refusal, refused.refusal);
-    EXPECT_EQ(run.statusWord, "TesselHyperVValidation_" + refused.status);
+  for (const auto& [disks, refusal, status, lists] : cases) {
+    SCOPED_TRACE(refusal);
+    const auto run = Run<HyperVReq>("hyperv-mixed-volumes.json", {.disks = disks});
+    EXPECT_EQ(run.refusal, refusal);
+    EXPECT_EQ(run.statusWord, "TesselHyperVValidation_" + status);
     EXPECT_EQ(run.alerts(),
-              "Error, status=" + run.statusWord + ", rc=ConfigError, ca=CheckVolumeCollection" + refused.lists + ";\n");
+              "Error, status=" + run.statusWord + ", rc=ConfigError, ca=CheckVolumeCollection" + lists + ";\n");
     EXPECT_THAT(host().calls().Of("CreateVssBackupComponents"), IsEmpty());
     EXPECT_THAT(Copies(), IsEmpty());
   }

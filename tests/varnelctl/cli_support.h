@@ -125,7 +125,6 @@ class CliFixture : public HostFixture {
     }
     FAIL() << "the run never came to its end";
   }
-  /// The calls of the fixture's host.
   std::vector<std::string> CallsOf(const std::string& call) { return host().calls().Of(call); }
 
   TemporaryFolder folder;

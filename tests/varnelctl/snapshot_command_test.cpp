@@ -102,9 +102,9 @@ TEST_F(SnapshotCommand, WritesTheDocumentTheCatalogueAndTheCalls) {
 
   EXPECT_EQ(ReadFile(document), outcome["document"]);
   EXPECT_EQ(json::parse(ReadFile(catalog)), outcome["catalog"]);
-  const std::string log = ReadFile(calls);
-  EXPECT_THAT(log, HasSubstr("IVssBackupComponents::DoSnapshotSet("));
-  EXPECT_THAT(log, testing::EndsWith("IVssBackupComponents::FreeWriterMetadata() = S_OK\n"));
+  const std::string saved = ReadFile(calls);
+  EXPECT_THAT(saved, HasSubstr("IVssBackupComponents::DoSnapshotSet("));
+  EXPECT_THAT(saved, testing::EndsWith("IVssBackupComponents::FreeWriterMetadata() = S_OK\n"));
 }
 
 TEST_F(SnapshotCommand, AFailedRunLeavesAnEarlierDocumentAsItIs) {
