@@ -176,6 +176,11 @@ std::vector<std::pair<std::string, JsonNode>> JsonNode::Members() const {
   return members;
 }
 
+bool JsonNode::HasMember(std::string_view key) const {
+  const auto members = Members();
+  return std::any_of(members.begin(), members.end(), [&](const auto& member) { return member.first == key; });
+}
+
 void UniqueNames::Add(std::wstring_view name, const JsonNode& node) {
   if (!names_.emplace(name).second) node.Fail("duplicate " + what_ + " \"" + WideToUtf8(name) + "\"");
 }

@@ -39,11 +39,10 @@ class JsonNode {
 
   [[noreturn]] void Fail(const std::string& reason) const { throw JsonError(pointer_, reason); }
 
-  /// Fails with the text that is here in front.
+  /// Fails with the text of this value in quotation marks and then `why`.
   [[noreturn]] void Refuse(const std::string& why) const { Fail("\"" + Utf8() + "\" " + why); }
 
   bool IsNull() const { return value_->is_null(); }
-  bool HasMember(const char* key) const { return value_->is_object() && value_->contains(key); }
   bool IsText() const { return value_->is_string(); }
   const std::string& Utf8() const;
   std::wstring Text() const;
@@ -53,6 +52,8 @@ class JsonNode {
   std::vector<JsonNode> Elements() const;
   /// The members of an object whose keys are data, by key.
   std::vector<std::pair<std::string, JsonNode>> Members() const;
+  /// Whether an object has this key.
+  bool HasMember(std::string_view key) const;
 
   template <class Value, std::size_t n>
   Value OneOf(const Word<Value> (&words)[n]) const {

@@ -56,7 +56,8 @@ inline auto Shown(const wchar_t* text) {
   return [text] { return Show(text); };
 }
 
-/// Records a call, one that cannot fail with nothing for `outcome`; the fault plan does not count it.
+/// Adds a line to the log. A call that cannot fail has no `outcome` and comes here alone: the fault plan does not count
+/// it.
 template <std::invocable Rendered, std::invocable Outcome = std::string (*)()>
 void RecordCall(Machine& machine, std::string_view name, Rendered&& arguments, Outcome&& outcome = NoArguments) {
   if (machine.calls.enabled) machine.calls.Add(std::string(name) + "(" + arguments() + ")" + outcome());

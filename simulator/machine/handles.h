@@ -11,7 +11,7 @@
 
 namespace varnel::simulator {
 
-/// One kind of handle and what stands behind each. A table gives out every `step`th value, so that tables with
+/// One kind of handle and what each stands for. A table gives out every `step`th value, so that tables with
 /// different first values never meet.
 template <class Object>
 class HandleTable {

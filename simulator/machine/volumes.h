@@ -30,7 +30,7 @@ struct VolumeView {
   const ShadowCopy* copy = nullptr;
   DWORD diskNumber = 0;
   DWORD partition = 0;  // counted from 1
-  /// How many characters of the path that was looked up name the volume, without the backslash behind them.
+  /// How many characters of the path that was looked up name the volume, without the backslash after them.
   std::size_t prefix = 0;
 };
 
@@ -51,7 +51,7 @@ class VolumeIndex {
     const Volume* volume;
     DWORD diskNumber;
     DWORD partition;
-    bool isName;  // of the volume, which takes no prefix in front
+    bool isName;  // of the volume, which takes no prefix before it
   };
   void Add(std::wstring_view name, const Root& root);
 

@@ -19,7 +19,7 @@ constexpr DWORD kBusTypeSata = 11;
 constexpr DWORD kNoString = 0xFFFFFFFF;
 constexpr DWORD kDescriptorHeaderBytes = 8;  // Version and Size
 
-// The number behind "\\.\PhysicalDrive" in the only spelling that names a drive.
+// The number after "\\.\PhysicalDrive" in the only spelling that names a drive.
 std::optional<DWORD> PhysicalDriveNumber(std::wstring_view name) {
   if (!ascii::StartsWithIgnoringCase(name, kPhysicalDrive)) return std::nullopt;
   const std::wstring_view digits = name.substr(kPhysicalDrive.size());
@@ -48,7 +48,7 @@ std::string ControlCodeName(DWORD code) {
   }
 }
 
-// The descriptor with its texts behind it, as the driver returns them.
+// The descriptor and after it its texts, as the driver returns them.
 std::vector<char> DeviceDescriptor(const DiskView& disk) {
   STORAGE_DEVICE_DESCRIPTOR descriptor{};
   std::vector<char> bytes(sizeof descriptor);
@@ -225,7 +225,7 @@ class SimulatedStorage final : public OnMachine<Storage> {
 
   HANDLE OpenDevice(std::wstring_view name) {
     if (std::optional<KernelObject> device = FindDevice(name)) return objects_.Open(std::move(*device));
-    // With a backslash behind it, a volume's name means its root folder, which is no device.
+    // With a backslash at its end, a volume's name means its root folder, which is no device.
     const bool rootFolder = name.ends_with(L'\\') && FindDevice(name.substr(0, name.size() - 1));
     return Fail(rootFolder ? ERROR_PATH_NOT_FOUND : ERROR_FILE_NOT_FOUND, INVALID_HANDLE_VALUE);
   }

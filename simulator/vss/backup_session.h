@@ -30,7 +30,7 @@ struct ReportedWriter {
   WriterStatus status;
 };
 
-/// The rules behind IVssBackupComponents: every method answers as the interface's method of the same name does, without
+/// The rules of IVssBackupComponents: every method answers as the interface's method of the same name does, without
 /// the call log and the fault plan's call faults. Everything out of order is VSS_E_BAD_STATE.
 class BackupSession {
  public:

@@ -25,7 +25,7 @@ struct WriterStatus {
 
 /// Logical path and name of a component as one key. Case does not matter; no path is the same as an empty one.
 std::wstring ComponentKey(std::wstring_view logicalPath, std::wstring_view name);
-/// "logicalPath\name" without regard to case and to a backslash in front.
+/// "logicalPath\name" without regard to case and to a backslash before it.
 std::wstring FullPathKey(std::wstring_view logicalPath, std::wstring_view name);
 
 /// The components of a writer's metadata by key.

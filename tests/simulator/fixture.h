@@ -74,7 +74,7 @@ class StorageTest : public test::HostFixture {
     for (const WmiDisk& disk : disks) serials.push_back(disk.serialNumber);
     return serials;
   }
-  // Makes a shadow copy of a volume through the service behind the objects.
+  // Makes a shadow copy of a volume through the service that the objects use.
   void Snapshot(std::initializer_list<const wchar_t*> volumes) {
     SnapshotService& service = *host().machine().snapshots;
     GUID set{};

@@ -267,6 +267,8 @@ INSTANTIATE_TEST_SUITE_P(
                     "/messages/5: duplicate message \"5\""},
         BadHostFile{"FaultOfNothing", R"({"disks": [], "faults": [{"result": 5}]})",
                     "/faults/0: expected one of call, async, writer, deleteShadowOf"},
+        BadHostFile{"FaultThatIsNoObject", R"({"disks": [], "faults": [5]})",
+                    "/faults/0: expected object, found number"},
         BadHostFile{"DeletionFaultOfAnUnknownDisk",
                     R"({"disks": [], "faults": [{"deleteShadowOf": "A", "result": "VSS_E_PROVIDER_VETO"}]})",
                     "/faults/0/deleteShadowOf: no disk has the serial \"A\""},

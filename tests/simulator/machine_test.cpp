@@ -1,4 +1,4 @@
-// The machine behind a simulated host: fault plan, call log, live objects, and texts as it compares and shows them.
+// The machine of a simulated host: fault plan, call log, live objects, and texts as it compares and shows them.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
