@@ -197,8 +197,7 @@ class InitializeTest : public HostFixture {
     return last;
   }
   void Forget() {
-    host().calls().Clear();
-    log.lines.clear();
+    HostFixture::Forget();
     details_.clear();
   }
   /// The service answers a restore as one does that allows SetBackupState there.
