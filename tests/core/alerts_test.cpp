@@ -55,7 +55,7 @@ std::vector<SplitRecord> Split(const std::string& details) {
   return records;
 }
 
-// The value of a key that stands in front of `before`.
+// The value of a key that stands before `before`.
 std::string Between(const std::string& record, const std::string& key, const std::string& before) {
   const std::size_t begin = record.find(key) + key.size();
   return record.substr(begin, record.rfind(before) - begin);
@@ -80,7 +80,7 @@ class SplitDetails : public HostFixture {
   }
 };
 
-// The record and what its writer appends behind it.
+// The record and what its writer appends after it.
 std::string Written(std::size_t i) {
   std::string details;
   WriteAlertWith(*alert::All()[i], ExampleValues().at(i), details);

@@ -165,7 +165,7 @@ TEST_F(CompletionTest, AnyOtherExceptionOfBackupCompletePassesUnchanged) {
 
 class FirstFailureTest : public CompletionTest {
  protected:
-  /// The marking fails, and BackupComplete with the writers' check behind it fails too.
+  /// The marking fails, and BackupComplete with the writers' check after it fails too.
   template <class Requestor>
   void ExpectTheFirstFailureSurfaces(const std::string& alertsBehind) {
     TakenRequest<Requestor> request(*this);

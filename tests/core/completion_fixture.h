@@ -64,7 +64,7 @@ inline Lines Completed() {
                   "I Writer=Web, WriterStatus=VSS_WS_STABLE, WriterError=S_OK"}});
 }
 
-// What is logged of a failed call behind the line that names it.
+// What is logged of a failed call after the line that names it.
 inline Lines CallFailure(const std::string& line, const std::string& hresult, const std::string& name) {
   return {line, "E - Returned HRESULT = " + hresult, "E - Error text: " + name};
 }

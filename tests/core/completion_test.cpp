@@ -88,7 +88,7 @@ TEST_F(CompletionTest, CollectedMessagesKeepTheSetAndReportTheFailedComponentsAl
   const Outcome created = Take(request);
   ASSERT_EQ(created.alertCode, 601);
   const std::string alerts = request.alerts();
-  // The writer stays as it is, so the check behind BackupComplete finds the same again.
+  // The writer stays as it is, so the check after BackupComplete finds the same again.
   EXPECT_EQ(request.Complete(601), created);
   EXPECT_EQ(request.alerts(), alerts + alerts);
   const Lines lines = log.All();

@@ -10,7 +10,7 @@
 namespace varnel::test {
 
 // The rule, pair by pair.
-inline bool StatedAncestor(std::wstring a, std::wstring b) {
+inline bool PairwiseAncestor(std::wstring a, std::wstring b) {
   if (a.size() >= b.size()) return false;
   a += L'\\';
   b += L'\\';

@@ -191,7 +191,7 @@ TEST(AncestorTest, TheTreeAgreesWithThePairwiseRuleOnManyTrees) {
     for (std::size_t b = 0; b < components.size(); ++b) {
       std::vector<std::size_t> expected;
       for (std::size_t a = 0; a < components.size(); ++a) {
-        const bool stated = StatedAncestor(components[a].fullPath, components[b].fullPath);
+        const bool stated = PairwiseAncestor(components[a].fullPath, components[b].fullPath);
         ASSERT_EQ(IsAncestor(components[a], components[b]), stated) << "seed " << seed << ", " << a << " and " << b;
         if (stated) expected.push_back(a);
       }

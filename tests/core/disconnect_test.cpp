@@ -459,7 +459,7 @@ TEST_F(DisconnectTest, ADeviceNameThatFillsItsFieldEndsThere) {
     EditingInitiator initiator(host().iscsi());
     initiator.editDevice = [](iscsi::DeviceOnSession& device) {
       std::fill(std::begin(device.LegacyName), std::end(device.LegacyName), L'x');
-      device.StorageDeviceNumber.DeviceType = L'x';  // directly behind it
+      device.StorageDeviceNumber.DeviceType = L'x';  // directly after it
     };
     TakenRequest request(*this, BothDisks());
     request.component(0, 0).files[0].snapshotDiskName = expected;

@@ -84,7 +84,7 @@ TEST_F(LogFileTest, LinesOfTwoThreadsDoNotMix) {
   for (const std::string& line : lines) {
     const std::string text = line.substr(23);
     ASSERT_TRUE(text == " E s(1) " + std::string(200, 'a') || text == " E s(1) " + std::string(200, 'b')) << line;
-    ofOne += text.back() == 'a' ? 1 : 0;
+    ofOne += text.back() == 'a' ? 1u : 0u;
   }
   EXPECT_EQ(ofOne, kLines);
 }

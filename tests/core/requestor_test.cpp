@@ -108,7 +108,7 @@ TEST(RequestorObject, HasItsMembersInTheDeclaredOrder) {
 }
 
 // Today the sets of serial numbers that components share stand among them.
-TEST(RequestorObject, DISABLED_HasNoMemberBesides) {
+TEST(RequestorObject, HasNoMemberBesides) {
   CVarnel requestor(0);
   RequestorProbe probe(requestor);
   const std::vector<Place> members = PlacesOfMembers(probe);
@@ -197,8 +197,7 @@ class InitializeTest : public HostFixture {
     return last;
   }
   void Forget() {
-    host().calls().Clear();
-    log.lines.clear();
+    HostFixture::Forget();
     details_.clear();
   }
   /// The service answers a restore as one does that allows SetBackupState there.

@@ -149,7 +149,7 @@ TEST_F(Selection, AParentIncludedBecauseOfOneChildWithAnExcludedSiblingIsAConfig
   EXPECT_THAT(log.Errors(), ElementsAre(NeedsChildLine("A", "C")));
 }
 
-// The pairwise rules as they are stated, every component against every other one.
+// The pairwise rules: every component against every other one.
 class Pairwise {
  public:
   static void Include(std::vector<VssWriter>& writers, Lines& lines) {
@@ -158,7 +158,7 @@ class Pairwise {
       if (writer.excluded) continue;
       for (VssComponent& p : writer.components) {
         for (const VssComponent& c : writer.components) {
-          if (!StatedAncestor(p.fullPath, c.fullPath) || c.excluded) continue;
+          if (!PairwiseAncestor(p.fullPath, c.fullPath) || c.excluded) continue;
           if (p.excluded) {
             lines.push_back("I Including, Component='" + WideToUtf8(p.fullPath) + ", BecauseOf='" +
                             WideToUtf8(c.fullPath));
@@ -176,7 +176,7 @@ class Pairwise {
       if (writer.excluded) continue;
       for (const VssComponent& p : writer.components) {
         for (const VssComponent& c : writer.components) {
-          if (StatedAncestor(p.fullPath, c.fullPath) && !p.excluded && c.excluded)
+          if (PairwiseAncestor(p.fullPath, c.fullPath) && !p.excluded && c.excluded)
             return std::pair(p.caption, c.caption);
         }
       }
@@ -271,7 +271,7 @@ TEST_F(FamilyReference, TheAncestorTestIsThatOfThePairwiseRules) {
     for (const VssWriter& writer : Generator(seed).Writers()) {
       for (const VssComponent& a : writer.components) {
         for (const VssComponent& b : writer.components) {
-          ASSERT_EQ(IsAncestor(a, b), StatedAncestor(a.fullPath, b.fullPath))
+          ASSERT_EQ(IsAncestor(a, b), PairwiseAncestor(a.fullPath, b.fullPath))
               << WideToUtf8(a.fullPath) << " and " << WideToUtf8(b.fullPath);
           ancestors += IsAncestor(a, b) ? 1 : 0;
         }

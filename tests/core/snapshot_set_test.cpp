@@ -181,8 +181,7 @@ TEST_F(SnapshotSetTest, EveryVolumeIsAddedWithTheArraysProvider) {
 }
 
 TEST_F(SnapshotSetTest, ExtraVolumesAreAddedBehindTheApplicationsVolumes) {
-  SnapshotRequest request({.serialNumbers = {L"TSL0002", L"TSL0001"}});
-  EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0002"));
+  EndedRequest request(ExtraVolumes(L"TSL0002"), {.serialNumbers = {L"TSL0002", L"TSL0001"}});
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(2)));
   EXPECT_THAT(log.All(),
               Contains("I Adding extra volume = " + WideToUtf8Lossy(VolumeName(2)) + " to the snapshot set"));
@@ -191,14 +190,12 @@ TEST_F(SnapshotSetTest, ExtraVolumesAreAddedBehindTheApplicationsVolumes) {
 TEST_F(SnapshotSetTest, EveryVolumeOfAnExtraDiskIsAdded) {
   Install(Model({L"E:\\db"}));
   model().disks[2].volumes.push_back({VolumeName(20), {}, false, L""});
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"tsl0002"}});
-  EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"tsl0002"));
+  EndedRequest request(ExtraVolumes(L"tsl0002"), {.serialNumbers = {L"TSL0001", L"tsl0002"}});
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(2), VolumeName(20)));
 }
 
 TEST_F(SnapshotSetTest, AnExtraDiskWithoutVolumesAddsNone) {
-  SnapshotRequest request({.serialNumbers = {L"TSL0001", L"GONE"}});
-  EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"GONE"));
+  EndedRequest request(ExtraVolumes(L"GONE"), {.serialNumbers = {L"TSL0001", L"GONE"}});
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1)));
 }
 
@@ -208,8 +205,7 @@ TEST_F(SnapshotSetTest, AnExtraVolumeThatIsAlreadyInTheSetIsSkippedWithTheSystem
   model().writers = {
       MakeWriter(L"Mail", 1,
                  {MakeComponent(L"", L"mail", {L"F:\\all", L"G:\\all"}), MakeComponent(L"mail", L"db1", {L"E:\\db"})})};
-  SnapshotRequest request(BothDisks());
-  EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0002"));
+  EndedRequest request(ExtraVolumes(L"TSL0002"), BothDisks());
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(2), VolumeName(4), VolumeName(1)));
   EXPECT_THAT(log.Warnings(), Contains(kPresentVolumeLine));
   EXPECT_THAT(LinesWith("Adding extra volume"), IsEmpty());
@@ -218,8 +214,7 @@ TEST_F(SnapshotSetTest, AnExtraVolumeThatIsAlreadyInTheSetIsSkippedWithTheSystem
 TEST_F(SnapshotSetTest, AnExtraSerialOfTheSystemDiskContributesNoVolume) {
   for (const std::wstring serial : {L"SYS", L"sys"}) {
     StartOver();
-    SnapshotRequest request({.serialNumbers = {L"TSL0001", serial}});
-    EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(serial));
+    EndedRequest request(ExtraVolumes(serial), {.serialNumbers = {L"TSL0001", serial}});
     EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1)));
     EXPECT_THAT(log.All(), Contains("I Excluding volume = " + WideToUtf8Lossy(serial) + " from extra volume."));
     EXPECT_THAT(log.Warnings(), Not(Contains(kPresentVolumeLine)));
@@ -236,15 +231,13 @@ TEST_F(SnapshotSetTest, AnEmptyExtraListAddsNoVolumeAndLogsNothingForIt) {
 TEST_F(SnapshotSetTest, ExtraVolumesOfSeveralDisksKeepTheOrderOfTheirSerials) {
   Install(Model({L"E:\\db"}));
   model().disks.push_back(MakeDisk(L"TSL0003", 5, L"H:\\"));
-  SnapshotRequest request({.serialNumbers = {L"TSL0003", L"TSL0001", L"TSL0002"}});
-  EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0003, TSL0002"));
+  EndedRequest request(ExtraVolumes(L"TSL0003, TSL0002"), {.serialNumbers = {L"TSL0003", L"TSL0001", L"TSL0002"}});
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(5), VolumeName(2)));
   EXPECT_EQ(request.alerts(), ExtraRecord(1, 2, "TSL0003, TSL0002"));
 }
 
 TEST_F(SnapshotSetTest, TheExtraVolumesWarningIsThrownWhenTheSetExists) {
-  SnapshotRequest request(BothDisks());
-  EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0002"));
+  EndedRequest request(ExtraVolumes(L"TSL0002"), BothDisks());
   EXPECT_TRUE(request.probe.snapshotDone());
   EXPECT_NE(request.requestor.GetBackupDocument(), L"");
   EXPECT_EQ(request.probe.snapshotVolumes()[1].snapshotDeviceName, Device(2));
@@ -310,8 +303,7 @@ TEST_F(SnapshotSetTest, AWriterThatFailsToPrepareStopsTheRequestBeforeTheSnapsho
 }
 
 TEST_F(SnapshotSetTest, TheTestPointFailsTheRequestAfterTheSecondWriterCheckWithoutARecord) {
-  SnapshotRequest request({.testPoints = kTestPointFailDoSnapshotSet});
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_UNEXPECTED_WRITER_ERROR));
+  EndedRequest request(Outcome::Thrown(VSS_E_UNEXPECTED_WRITER_ERROR), {.testPoints = kTestPointFailDoSnapshotSet});
   EXPECT_TRUE(request.probe.snapshotDone());
   EXPECT_EQ(request.alerts(), "");
   EXPECT_THAT(log.Errors(), ElementsAre("***Testpoint enabled. Throwing error unexpected writer error after "
@@ -334,8 +326,7 @@ TEST_F(SnapshotSetTest, ASecondSaveFreesTheFirstDocument) {
 
 TEST_F(SnapshotSetTest, ASaveThatDeliversNoDocumentIsUnexpected) {
   FailCall("IVssBackupComponents::SaveAsXML", S_FALSE);
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(E_UNEXPECTED));
+  EndedRequest request(Outcome::Thrown(E_UNEXPECTED));
   EXPECT_EQ(request.alerts(), ComRecord("SaveAsXML()", "E_UNEXPECTED"));
 }
 
@@ -359,15 +350,13 @@ TEST_F(SnapshotSetTest, AnEmptyFirstAnswerAboutASnapshotDoesNotCount) {
 
 TEST_F(SnapshotSetTest, AnEmptySecondAnswerAboutASnapshotReplacesTheFirst) {
   FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 2);
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(HResultFromWin32(ERROR_INVALID_NAME)));
+  EndedRequest request(Outcome::Thrown(HResultFromWin32(ERROR_INVALID_NAME)));
   EXPECT_EQ(request.probe.snapshotVolumes()[0].snapshotDeviceName, L"\\");
 }
 
 TEST_F(SnapshotSetTest, AFailedFirstQuestionAboutASnapshotIsLoggedInThreeLinesWithoutARecord) {
   FailCall("IVssBackupComponents::GetSnapshotProperties", VSS_E_OBJECT_NOT_FOUND);
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_OBJECT_NOT_FOUND));
+  EndedRequest request(Outcome::Thrown(VSS_E_OBJECT_NOT_FOUND));
   EXPECT_EQ(request.alerts(), "");
   EXPECT_THAT(log.Errors(), ElementsAre("ERROR: COM call \"" + std::string(kPropertiesCall) + "\" failed.",
                                         "- Returned HRESULT = 0x80042308", "- Error text: VSS_E_OBJECT_NOT_FOUND"));
@@ -376,16 +365,14 @@ TEST_F(SnapshotSetTest, AFailedFirstQuestionAboutASnapshotIsLoggedInThreeLinesWi
 
 TEST_F(SnapshotSetTest, AFailedSecondQuestionAboutASnapshotWritesItsRecordAndFreesTheFirstAnswer) {
   FailCall("IVssBackupComponents::GetSnapshotProperties", VSS_E_PROVIDER_VETO, 2);
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_PROVIDER_VETO));
+  EndedRequest request(Outcome::Thrown(VSS_E_PROVIDER_VETO));
   EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->GetSnapshotProperties()", "VSS_E_PROVIDER_VETO"));
   EXPECT_EQ(host().live().Count("task memory"), 0);
 }
 
 TEST_F(SnapshotSetTest, ASnapshotWhoseDiskHasNoSerialNumberIsReportedToTheLogOnly) {
   FailCall("IVssBackupComponents::GetSnapshotProperties", S_FALSE, 0);  // a device name is never given
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(static_cast<HRESULT>(0x8007007B)));
+  EndedRequest request(Outcome::Thrown(static_cast<HRESULT>(0x8007007B)));
   EXPECT_EQ(request.alerts(), "");
   EXPECT_THAT(log.Errors(), ElementsAre("  RequestStatus=GetDiskSerialNumberForVolume()_failed, rc=SystemError, "
                                         "error=Error: 0x8007007b, ca=ContactTechSupport;\n"));
@@ -410,8 +397,7 @@ TEST_F(SnapshotSetTest, AnEnumerationThatFailsAfterTheSnapshotPassesAsItIsThrown
 }
 
 TEST_F(SnapshotSetTest, ASnapshotOfAnExtraVolumeIsIdentifiedThoughNoFileLiesOnIt) {
-  SnapshotRequest request(BothDisks());
-  EXPECT_EQ(request.StartAndCreate(), ExtraVolumes(L"TSL0002"));
+  EndedRequest request(ExtraVolumes(L"TSL0002"), BothDisks());
   EXPECT_THAT(LinesWith("SerialNumber=SHADOW-TSL0002").size(), 1U);
 }
 
@@ -451,8 +437,7 @@ TEST_F(SnapshotSetTest, AFailedCallWritesItsRecordAndLeavesTheMembersAsFarAsThey
     SCOPED_TRACE(step.call + " " + std::to_string(step.occurrence));
     StartOver();
     FailCall(step.call, VSS_E_UNEXPECTED, step.occurrence);
-    SnapshotRequest request;
-    EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_UNEXPECTED));
+    EndedRequest request(Outcome::Thrown(VSS_E_UNEXPECTED));
     const std::string record = ComRecord(step.text, "VSS_E_UNEXPECTED");
     EXPECT_EQ(request.alerts(), record);
     EXPECT_THAT(log.Errors(), ElementsAre(" " + record.substr(0, record.size() - 1)));
@@ -471,8 +456,7 @@ TEST_F(SnapshotSetTest, AnOperationThatIsNotDeliveredIsUnexpected) {
   for (const std::string name : {"PrepareForBackup", "DoSnapshotSet"}) {
     StartOver();
     FailCall("IVssBackupComponents::" + name, S_FALSE);
-    SnapshotRequest request;
-    EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(E_UNEXPECTED));
+    EndedRequest request(Outcome::Thrown(E_UNEXPECTED));
     EXPECT_EQ(request.alerts(), ComRecord(name + "()", "E_UNEXPECTED"));
     EXPECT_FALSE(request.probe.snapshotDone());
   }
@@ -482,8 +466,7 @@ TEST_F(SnapshotSetTest, AnOperationThatEndsInAFailureWritesTheStatusRecord) {
   for (const std::string name : {"PrepareForBackup", "DoSnapshotSet"}) {
     StartOver();
     host().faults().FailAsync(name, VSS_E_FLUSH_WRITES_TIMEOUT);
-    SnapshotRequest request;
-    EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_FLUSH_WRITES_TIMEOUT));
+    EndedRequest request(Outcome::Thrown(VSS_E_FLUSH_WRITES_TIMEOUT));
     EXPECT_EQ(request.alerts(), QueryStatusRecord("VSS_E_FLUSH_WRITES_TIMEOUT"));
     EXPECT_THAT(log.Errors(), ElementsAre("  " + QueryStatusRecord("VSS_E_FLUSH_WRITES_TIMEOUT")));
     EXPECT_FALSE(request.probe.snapshotDone());
@@ -493,8 +476,7 @@ TEST_F(SnapshotSetTest, AnOperationThatEndsInAFailureWritesTheStatusRecord) {
 TEST_F(SnapshotSetTest, TheFirstVolumeKeepsItsSnapshotIdWhenTheSecondCannotBeAdded) {
   Install(Model({L"E:\\db", L"F:\\log"}));
   FailCall("IVssBackupComponents::AddToSnapshotSet", VSS_E_PROVIDER_VETO, 2);
-  SnapshotRequest request(BothDisks());
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_PROVIDER_VETO));
+  EndedRequest request(Outcome::Thrown(VSS_E_PROVIDER_VETO), BothDisks());
   ASSERT_EQ(request.probe.snapshotVolumes().size(), 2U);
   EXPECT_NE(request.probe.snapshotVolumes()[0].snapshotId, L"");
   EXPECT_EQ(request.probe.snapshotVolumes()[1].snapshotId, L"");
@@ -523,8 +505,7 @@ TEST_F(SnapshotSetTest, AVolumeThatVanishesBeforeTheSnapshotFailsTheRequest) {
 
 TEST_F(SnapshotSetTest, AProviderThatIsNotRegisteredFailsTheFirstVolume) {
   model().providers.clear();
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_PROVIDER_NOT_REGISTERED));
+  EndedRequest request(Outcome::Thrown(VSS_E_PROVIDER_NOT_REGISTERED));
   EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->AddToSnapshotSet()", "VSS_E_PROVIDER_NOT_REGISTERED"));
 }
 
@@ -542,8 +523,7 @@ TEST_F(SnapshotSetTest, TheSixtyFifthVolumeFailsTheRequest) {
   }
   model.writers = {MakeWriter(L"Mail", 1, {MakeComponent(L"", L"big", std::move(directories))})};
   Install(std::move(model));
-  SnapshotRequest request(options);
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_MAXIMUM_NUMBER_OF_VOLUMES_REACHED));
+  EndedRequest request(Outcome::Thrown(VSS_E_MAXIMUM_NUMBER_OF_VOLUMES_REACHED), options);
   EXPECT_EQ(request.alerts(), ComRecord("m_pVssObject->AddToSnapshotSet()", "VSS_E_MAXIMUM_NUMBER_OF_VOLUMES_REACHED"));
   ASSERT_EQ(request.probe.snapshotVolumes().size(), kVolumes);
   EXPECT_NE(request.probe.snapshotVolumes()[63].snapshotId, L"");
@@ -560,8 +540,7 @@ TEST_F(SnapshotSetTest, AnotherRequestorsOpenSetKeepsThisOneOut) {
 
 TEST_F(SnapshotSetTest, AProviderThatHoldsWritesTooLongFailsTheSnapshot) {
   model().commitMilliseconds = 10001;
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_HOLD_WRITES_TIMEOUT));
+  EndedRequest request(Outcome::Thrown(VSS_E_HOLD_WRITES_TIMEOUT));
   EXPECT_EQ(request.alerts(), QueryStatusRecord("VSS_E_HOLD_WRITES_TIMEOUT"));
   EXPECT_FALSE(request.probe.snapshotDone());
 }
@@ -679,8 +658,7 @@ TEST_F(SnapshotSetTest, InAContextWithoutWritersNoComponentIsTaken) {
   for (const DWORD context : {0x10u, 0x19u, 0x1Du}) {
     SCOPED_TRACE(context);
     StartOver();
-    SnapshotRequest request({.context = context});
-    EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(VSS_E_BAD_STATE));
+    EndedRequest request(Outcome::Thrown(VSS_E_BAD_STATE), {.context = context});
     EXPECT_THAT(request.alerts(), HasSubstr(ComRecord("m_pVssObject->AddComponent()", "VSS_E_BAD_STATE")));
     EXPECT_THAT(Calls("IVssBackupComponents::GatherWriterStatus"), IsEmpty());
     EXPECT_FALSE(request.component(0, 0).added);

@@ -341,7 +341,7 @@ TEST_F(WriterMetadataTest, TopLevelAgreesWithThePairwiseRuleOnManyTrees) {
     for (const VssComponent& component : writer.components) {
       bool topLevel = true;
       for (const VssComponent& other : writer.components) {
-        topLevel = topLevel && !StatedAncestor(other.fullPath, component.fullPath);
+        topLevel = topLevel && !PairwiseAncestor(other.fullPath, component.fullPath);
       }
       ASSERT_EQ(component.topLevel, topLevel) << writer.writerId;
       if (!topLevel) ++below;
@@ -352,13 +352,52 @@ TEST_F(WriterMetadataTest, TopLevelAgreesWithThePairwiseRuleOnManyTrees) {
 
 // ---- Files and volumes ----
 
-TEST_F(WriterMetadataTest, AFileOnADriveKnowsItsVolumeAndItsPlaceThere) {
-  const VssFileDescriptor file = ReadFile(L"E:\\data\\db");
-  EXPECT_EQ(file.path, L"E:\\data\\db");
-  EXPECT_EQ(file.filespec, L"data.bin");
-  EXPECT_EQ(file.expandedPath, L"E:\\data\\db\\");
-  EXPECT_EQ(file.volumeName, VolumeName(1));
-  EXPECT_EQ(file.pathOnVolume, L"data\\db\\");
+struct Place {
+  std::wstring path;
+  std::wstring expandedPath;
+  std::wstring volume;
+  std::wstring pathOnVolume;
+};
+
+TEST_F(WriterMetadataTest, AFileKnowsItsVolumeAndItsPlaceThere) {
+  const std::wstring foreign = L"Windows\\Temp\\E:\\" + kForeign + L"\\";
+  const std::wstring longName = std::wstring(200, L'd') + L"\\" + std::wstring(100, L'x') + L"\\";
+  const Place places[] = {
+      {L"E:\\data\\db", L"E:\\data\\db\\", VolumeName(1), L"data\\db\\"},
+      {L"E:\\data\\", L"E:\\data\\", VolumeName(1), L"data\\"},
+      {L"E:\\", L"E:\\", VolumeName(1), L""},
+      {L"E:", L"E:\\", VolumeName(1), L""},
+      {L"e:\\DaTa", L"e:\\DaTa\\", VolumeName(1), L"DaTa\\"},
+      {L"E:\\" + kForeign, L"E:\\" + kForeign + L"\\", VolumeName(1), kForeign + L"\\"},
+      // mounted folders, of which the deepest counts
+      {L"C:\\mnt", L"C:\\mnt\\", VolumeName(0), L"mnt\\"},
+      {L"C:\\mnt\\data", L"C:\\mnt\\data\\", VolumeName(3), L""},
+      {L"C:\\mnt\\data\\db\\x", L"C:\\mnt\\data\\db\\x\\", VolumeName(3), L"db\\x\\"},
+      {L"C:\\mnt\\data\\deeper", L"C:\\mnt\\data\\deeper\\", VolumeName(3), L"deeper\\"},
+      {L"C:\\mnt\\data\\deep\\db", L"C:\\mnt\\data\\deep\\db\\", VolumeName(4), L"db\\"},
+      // a volume by its name, and a path that the system looks for
+      {VolumeName(1) + L"Boot", VolumeName(1) + L"Boot\\", VolumeName(1), L"Boot\\"},
+      {L"temp", L"temp\\", VolumeName(0), L"temp\\"},
+      // an unknown volume
+      {L"X:\\data", L"X:\\data\\", L"X:\\data\\", L""},
+      {VolumeName(99) + L"x", VolumeName(99) + L"x\\", VolumeName(99) + L"x\\", L""},
+      {L"\\\\server\\share", L"\\\\server\\share\\", L"\\\\server\\share\\", L""},
+      // variables
+      {L"%systemroot%\\Temp\\%FOREIGN%", L"C:\\" + foreign, VolumeName(0), foreign},
+      {L"%DATA%\\" + std::wstring(100, L'x'), L"E:\\" + longName, VolumeName(1), longName},
+      {L"E:\\%NOSUCH%\\x", L"E:\\%NOSUCH%\\x\\", VolumeName(1), L"%NOSUCH%\\x\\"},
+      {L"E:\\100%", L"E:\\100%\\", VolumeName(1), L"100%\\"},
+  };
+  for (const Place& place : places) {
+    SCOPED_TRACE(WideToUtf8(place.path));
+    const VssFileDescriptor file = ReadFile(place.path);
+    EXPECT_EQ(file.path, place.path);
+    EXPECT_EQ(file.filespec, L"data.bin");
+    EXPECT_EQ(file.expandedPath, place.expandedPath);
+    EXPECT_EQ(file.volumeName, place.volume);
+    EXPECT_EQ(file.pathOnVolume, place.pathOnVolume);
+    EXPECT_THAT(log.Errors(), IsEmpty());
+  }
 }
 
 TEST_F(WriterMetadataTest, WhatOnlyLaterStepsFillStaysEmpty) {
@@ -374,62 +413,6 @@ TEST_F(WriterMetadataTest, WhatOnlyLaterStepsFillStaysEmpty) {
   EXPECT_EQ(file.expandedPath, L"E:\\data\\");
 }
 
-TEST_F(WriterMetadataTest, ABackslashAtTheEndIsNotDoubled) {
-  const VssFileDescriptor file = ReadFile(L"E:\\data\\");
-  EXPECT_EQ(file.path, L"E:\\data\\");
-  EXPECT_EQ(file.expandedPath, L"E:\\data\\");
-  EXPECT_EQ(file.pathOnVolume, L"data\\");
-}
-
-TEST_F(WriterMetadataTest, TheRootOfADriveHasNoPathOnItsVolume) {
-  for (const wchar_t* path : {L"E:\\", L"E:"}) {
-    const VssFileDescriptor file = ReadFile(path);
-    EXPECT_EQ(file.expandedPath, L"E:\\");
-    EXPECT_EQ(file.volumeName, VolumeName(1));
-    EXPECT_EQ(file.pathOnVolume, L"");
-  }
-}
-
-TEST_F(WriterMetadataTest, TheCaseOfADriveDoesNotMatterAndThePathKeepsItsOwn) {
-  const VssFileDescriptor file = ReadFile(L"e:\\DaTa");
-  EXPECT_EQ(file.expandedPath, L"e:\\DaTa\\");
-  EXPECT_EQ(file.volumeName, VolumeName(1));
-  EXPECT_EQ(file.pathOnVolume, L"DaTa\\");
-}
-
-TEST_F(WriterMetadataTest, AMountedFolderIsCutFromThePath) {
-  const VssFileDescriptor file = ReadFile(L"C:\\mnt\\data\\db\\x");
-  EXPECT_EQ(file.volumeName, VolumeName(3));
-  EXPECT_EQ(file.pathOnVolume, L"db\\x\\");
-  EXPECT_EQ(ReadFile(L"C:\\mnt\\data").pathOnVolume, L"");
-}
-
-TEST_F(WriterMetadataTest, TheDeepestMountedFolderCounts) {
-  const VssFileDescriptor file = ReadFile(L"C:\\mnt\\data\\deep\\db");
-  EXPECT_EQ(file.volumeName, VolumeName(4));
-  EXPECT_EQ(file.pathOnVolume, L"db\\");
-  EXPECT_EQ(ReadFile(L"C:\\mnt\\data\\deeper").volumeName, VolumeName(3));
-  EXPECT_EQ(ReadFile(L"C:\\mnt").volumeName, VolumeName(0));
-}
-
-TEST_F(WriterMetadataTest, APathMayNameItsVolume) {
-  const VssFileDescriptor file = ReadFile(VolumeName(1) + L"Boot");
-  EXPECT_EQ(file.expandedPath, VolumeName(1) + L"Boot\\");
-  EXPECT_EQ(file.volumeName, VolumeName(1));
-  EXPECT_EQ(file.pathOnVolume, L"Boot\\");
-}
-
-TEST_F(WriterMetadataTest, AFileOfAnUnknownVolumeKeepsItsExpandedPathAsVolume) {
-  for (const std::wstring& path :
-       {std::wstring(L"X:\\data"), VolumeName(99) + L"x", std::wstring(L"\\\\server\\share")}) {
-    const VssFileDescriptor file = ReadFile(path);
-    EXPECT_EQ(file.expandedPath, path + L"\\");
-    EXPECT_EQ(file.volumeName, path + L"\\");
-    EXPECT_EQ(file.pathOnVolume, L"");
-    EXPECT_THAT(log.Errors(), IsEmpty());
-  }
-}
-
 TEST_F(WriterMetadataTest, AVolumeThatCannotBeAskedForIsUnknown) {
   for (const char* call : {"GetVolumePathNameW", "GetVolumeNameForVolumeMountPointW"}) {
     HostModel model = SmallHost();
@@ -442,36 +425,10 @@ TEST_F(WriterMetadataTest, AVolumeThatCannotBeAskedForIsUnknown) {
   }
 }
 
-TEST_F(WriterMetadataTest, APathWithoutADriveLiesWhereTheSystemLooksForIt) {
-  const VssFileDescriptor file = ReadFile(L"temp");
-  EXPECT_EQ(file.expandedPath, L"temp\\");
-  EXPECT_EQ(file.volumeName, VolumeName(0));
-  EXPECT_EQ(file.pathOnVolume, L"temp\\");
-}
-
 TEST_F(WriterMetadataTest, AnEmptyPathBecomesABackslash) {
   const VssFileDescriptor file = ReadFile(L"");
   EXPECT_EQ(file.path, L"");
   EXPECT_EQ(file.expandedPath, L"\\");
-}
-
-TEST_F(WriterMetadataTest, EnvironmentVariablesAreExpandedInTheExpandedPathOnly) {
-  const VssFileDescriptor file = ReadFile(L"%systemroot%\\Temp\\%FOREIGN%");
-  EXPECT_EQ(file.path, L"%systemroot%\\Temp\\%FOREIGN%");
-  EXPECT_EQ(file.expandedPath, L"C:\\Windows\\Temp\\E:\\" + kForeign + L"\\");
-  EXPECT_EQ(file.volumeName, VolumeName(0));
-  EXPECT_EQ(file.pathOnVolume, L"Windows\\Temp\\E:\\" + kForeign + L"\\");
-}
-
-TEST_F(WriterMetadataTest, AnUnknownVariableStaysAsItStands) {
-  EXPECT_EQ(ReadFile(L"E:\\%NOSUCH%\\x").expandedPath, L"E:\\%NOSUCH%\\x\\");
-  EXPECT_EQ(ReadFile(L"E:\\100%").expandedPath, L"E:\\100%\\");
-}
-
-TEST_F(WriterMetadataTest, TextOutsideTheBasicPlaneIsKept) {
-  const VssFileDescriptor file = ReadFile(L"E:\\" + kForeign);
-  EXPECT_EQ(file.path, L"E:\\" + kForeign);
-  EXPECT_EQ(file.pathOnVolume, kForeign + L"\\");
 }
 
 TEST_F(WriterMetadataTest, ALongPathIsExpandedWithTheRoomItNeeds) {
@@ -491,12 +448,6 @@ TEST_F(WriterMetadataTest, OnlyAPathThatDoesNotFitIsExpandedTwice) {
   }
 }
 
-TEST_F(WriterMetadataTest, AVariableMayMakeAPathLong) {
-  const VssFileDescriptor file = ReadFile(L"%DATA%\\" + std::wstring(100, L'x'));
-  EXPECT_EQ(file.expandedPath, L"E:\\" + std::wstring(200, L'd') + L"\\" + std::wstring(100, L'x') + L"\\");
-  EXPECT_EQ(file.volumeName, VolumeName(1));
-}
-
 TEST_F(WriterMetadataTest, ADirectoryIsResolvedOnce) {
   const std::vector<VssFileDescriptor> files =
       Read(MakeComponent(L"", L"c", {L"E:\\data", L"X:\\data\\", L"E:\\data\\", L"X:\\data", L"E:\\log"})).files;
@@ -511,7 +462,7 @@ TEST_F(WriterMetadataTest, ADirectoryIsResolvedOnce) {
     EXPECT_EQ(files[place].pathOnVolume, L"");
   }
   EXPECT_EQ(files[4].volumeName, VolumeName(1));
-  EXPECT_THAT(Calls("GetVolumePathNameW"), SizeIs(3));
+  EXPECT_THAT(Calls("GetVolumePathNameW"), Contains("GetVolumePathNameW(E:\\data\\) = ok").Times(1));
 }
 
 TEST_F(WriterMetadataTest, APathThatWasReportedInAnotherSpellingIsKeptAsItStands) {
@@ -541,7 +492,7 @@ TEST_F(WriterMetadataTest, SpellingsOfOneDirectoryLeadToOneVolume) {
 }
 
 // Today a failed look-up is remembered.
-TEST_F(WriterMetadataTest, DISABLED_ALookUpThatFailedIsAskedAgainForTheNextFile) {
+TEST_F(WriterMetadataTest, ALookUpThatFailedIsAskedAgainForTheNextFile) {
   for (const char* call : {"GetVolumePathNameW", "GetVolumeNameForVolumeMountPointW"}) {
     SCOPED_TRACE(call);
     StartOver();

@@ -564,8 +564,7 @@ TEST_F(WriterStatusTest, AnEntryThatCannotBeReadEndsTheCheckWithoutFreeingTheSta
 TEST_F(WriterStatusTest, AFailureToFreeTheStatusReplacesTheWriterFailureButKeepsItsMessages) {
   FailWriter(Fault(L"Mail", WriterEvent::prepareBackup, VSS_E_WRITERERROR_RETRYABLE));
   FailCall("IVssBackupComponents::FreeWriterStatus", E_OUTOFMEMORY);
-  SnapshotRequest request;
-  EXPECT_EQ(request.StartAndCreate(), Outcome::Thrown(E_OUTOFMEMORY));
+  EndedRequest request(Outcome::Thrown(E_OUTOFMEMORY));
   EXPECT_EQ(request.alerts(), WriterRecord("Mail", "VSS_E_WRITERERROR_RETRYABLE", "VSS_WS_FAILED_AT_PREPARE_BACKUP") +
                                   ComRecord("m_pVssObject->FreeWriterStatus()", "E_OUTOFMEMORY"));
   EXPECT_EQ(request.probe.failedComponents().size(), 1U);

@@ -305,7 +305,7 @@ TEST_F(ExchangeInstallation, AnyFailureToReadThePathEndsInThePlainCode3) {
   }
 }
 
-// A registry call in front of the path, and what its failure adds to the error text.
+// A registry call before the path, and what its failure adds to the error text.
 struct LookUpFailure {
   const char* call;
   int occurrence;

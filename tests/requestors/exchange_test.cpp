@@ -10,27 +10,19 @@ namespace {
 
 using testing::SizeIs;  // ---- writers ----
 
-class ExchangeWriters : public HostFixture {
- protected:
-  static bool IsEligible(const std::wstring& name, const std::wstring& writerId) {
-    ExchangeReq requestor(0);
-    CVarnel& base = requestor;
-    VssWriter writer = WriterNamed(name, writerId);
-    return base.IsWriterEligible(writer);
-  }
-};
+class ExchangeWriters : public HostFixture {};
 
 TEST_F(ExchangeWriters, TheWriterIdOfExchangeIsAcceptedUnderAnyName) {
-  EXPECT_TRUE(IsEligible(L"Microsoft Exchange Writer", L"{76fe1ac4-15f7-4bcd-987e-8e1acb462fb7}"));
-  EXPECT_TRUE(IsEligible(L"Renamed", kExchangeWriterId));
+  EXPECT_TRUE(IsEligible<ExchangeReq>(L"Microsoft Exchange Writer", L"{76fe1ac4-15f7-4bcd-987e-8e1acb462fb7}"));
+  EXPECT_TRUE(IsEligible<ExchangeReq>(L"Renamed", kExchangeWriterId));
   EXPECT_THAT(log.AllWithSources(), ElementsAre("I ExchReq: Found Exchange writer Microsoft Exchange Writer ",
                                                 "I ExchReq: Found Exchange writer Renamed "));
 }
 
 TEST_F(ExchangeWriters, AnyOtherIdIsRejected) {
-  EXPECT_FALSE(IsEligible(L"Microsoft Exchange Writer", L"{76FE1AC4-15F7-4BCD-987E-8E1ACB462FB7}"));
-  EXPECT_FALSE(IsEligible(L"Microsoft Exchange Writer", kSqlServerWriterId));
-  EXPECT_FALSE(IsEligible(L"", L""));
+  EXPECT_FALSE(IsEligible<ExchangeReq>(L"Microsoft Exchange Writer", L"{76FE1AC4-15F7-4BCD-987E-8E1ACB462FB7}"));
+  EXPECT_FALSE(IsEligible<ExchangeReq>(L"Microsoft Exchange Writer", kSqlServerWriterId));
+  EXPECT_FALSE(IsEligible<ExchangeReq>(L"", L""));
   EXPECT_THAT(log.AllWithSources(),
               ElementsAre("V ExchReq: Writer Microsoft Exchange Writer is not an exchange writer ",
                           "V ExchReq: Writer Microsoft Exchange Writer is not an exchange writer ",

@@ -19,30 +19,22 @@ std::string Narrow(const std::wstring& text) {
   return WideToUtf8Lossy(text);
 }
 
-class HyperVWriters : public HostFixture {
- protected:
-  static bool IsEligible(const std::wstring& name, const std::wstring& writerId) {
-    HyperVReq requestor(0);
-    CVarnel& base = requestor;
-    VssWriter writer = WriterNamed(name, writerId);
-    return base.IsWriterEligible(writer);
-  }
-};
+class HyperVWriters : public HostFixture {};
 
 TEST_F(HyperVWriters, ThoseOfHyperVAndOfClusterSharedVolumesAreAccepted) {
-  EXPECT_TRUE(IsEligible(L"Microsoft Hyper-V VSS Writer", L"{66841cd4-6ded-4f4b-8f17-fd23f8ddc3de}"));
-  EXPECT_TRUE(IsEligible(L"Cluster Shared Volume VSS Writer", L"{1072ae1c-e5a7-4ea1-9e4a-6f7964656570}"));
-  EXPECT_TRUE(IsEligible(L"Renamed", kHyperVWriterId));
+  EXPECT_TRUE(IsEligible<HyperVReq>(L"Microsoft Hyper-V VSS Writer", L"{66841cd4-6ded-4f4b-8f17-fd23f8ddc3de}"));
+  EXPECT_TRUE(IsEligible<HyperVReq>(L"Cluster Shared Volume VSS Writer", L"{1072ae1c-e5a7-4ea1-9e4a-6f7964656570}"));
+  EXPECT_TRUE(IsEligible<HyperVReq>(L"Renamed", kHyperVWriterId));
   EXPECT_THAT(log.AllWithSources(), ElementsAre("I HyperVReq: Found Hyper-V writer Microsoft Hyper-V VSS Writer ",
                                                 "I HyperVReq: Found CSV writer Cluster Shared Volume VSS Writer ",
                                                 "I HyperVReq: Found Hyper-V writer Renamed "));
 }
 
 TEST_F(HyperVWriters, AnyOtherIdIsRejected) {
-  EXPECT_FALSE(IsEligible(L"Microsoft Hyper-V VSS Writer", L"{66841CD4-6DED-4F4B-8F17-FD23F8DDC3DE}"));
-  EXPECT_FALSE(IsEligible(L"Cluster Shared Volume VSS Writer", L"{1072AE1C-E5A7-4EA1-9E4A-6F7964656570}"));
-  EXPECT_FALSE(IsEligible(L"Microsoft Hyper-V VSS Writer", kExchangeWriterId));
-  EXPECT_FALSE(IsEligible(L"", L""));
+  EXPECT_FALSE(IsEligible<HyperVReq>(L"Microsoft Hyper-V VSS Writer", L"{66841CD4-6DED-4F4B-8F17-FD23F8DDC3DE}"));
+  EXPECT_FALSE(IsEligible<HyperVReq>(L"Cluster Shared Volume VSS Writer", L"{1072AE1C-E5A7-4EA1-9E4A-6F7964656570}"));
+  EXPECT_FALSE(IsEligible<HyperVReq>(L"Microsoft Hyper-V VSS Writer", kExchangeWriterId));
+  EXPECT_FALSE(IsEligible<HyperVReq>(L"", L""));
   EXPECT_THAT(log.AllWithSources(),
               ElementsAre("V HyperVReq: Writer Microsoft Hyper-V VSS Writer is not a Hyper-V or CSV writer ",
                           "V HyperVReq: Writer Cluster Shared Volume VSS Writer is not a Hyper-V or CSV writer ",

@@ -8,19 +8,11 @@ namespace {
 
 static_assert(sizeof(SqlReq) == sizeof(CVarnel), "it adds nothing to its base");
 
-class SqlWriters : public HostFixture {
- protected:
-  static bool IsEligible(const std::wstring& name, const std::wstring& writerId) {
-    SqlReq requestor(0);
-    CVarnel& base = requestor;
-    VssWriter writer = WriterNamed(name, writerId);
-    return base.IsWriterEligible(writer);
-  }
-};
+class SqlWriters : public HostFixture {};
 
 TEST_F(SqlWriters, EachWriterIdOfSqlServerIsAccepted) {
-  EXPECT_TRUE(IsEligible(L"MSDEWriter", L"{f8544ac1-0611-4fa5-b04b-f7ee00b03277}"));
-  EXPECT_TRUE(IsEligible(L"SqlServerWriter", L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}"));
+  EXPECT_TRUE(IsEligible<SqlReq>(L"MSDEWriter", L"{f8544ac1-0611-4fa5-b04b-f7ee00b03277}"));
+  EXPECT_TRUE(IsEligible<SqlReq>(L"SqlServerWriter", L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}"));
   EXPECT_THAT(log.AllWithSources(),
               ElementsAre("I SqlReq: Found SQL writer MSDEWriter ", "I SqlReq: Found SQL writer SqlServerWriter "));
 }
@@ -31,25 +23,25 @@ TEST_F(SqlWriters, TheSecondAndTheThirdIdAreTheSame) {
 }
 
 TEST_F(SqlWriters, AnIdInUpperCaseIsRejected) {
-  EXPECT_FALSE(IsEligible(L"SqlServerWriter", L"{A65FAA63-5EA8-4EBC-9DBD-A0C4DB26912A}"));
-  EXPECT_FALSE(IsEligible(L"MSDEWriter", L"{F8544AC1-0611-4FA5-B04B-F7EE00B03277}"));
+  EXPECT_FALSE(IsEligible<SqlReq>(L"SqlServerWriter", L"{A65FAA63-5EA8-4EBC-9DBD-A0C4DB26912A}"));
+  EXPECT_FALSE(IsEligible<SqlReq>(L"MSDEWriter", L"{F8544AC1-0611-4FA5-B04B-F7EE00B03277}"));
   EXPECT_THAT(log.AllWithSources(), ElementsAre("V SqlReq: Writer SqlServerWriter is not an SQL writer ",
                                                 "V SqlReq: Writer MSDEWriter is not an SQL writer "));
 }
 
 TEST_F(SqlWriters, TheIdIsComparedAndNotTheName) {
-  EXPECT_FALSE(IsEligible(L"SqlServerWriter", kExchangeWriterId));
-  EXPECT_TRUE(IsEligible(L"Anything", kSqlServerWriterId));
-  EXPECT_TRUE(IsEligible(L"", kMsdeWriterId));
+  EXPECT_FALSE(IsEligible<SqlReq>(L"SqlServerWriter", kExchangeWriterId));
+  EXPECT_TRUE(IsEligible<SqlReq>(L"Anything", kSqlServerWriterId));
+  EXPECT_TRUE(IsEligible<SqlReq>(L"", kMsdeWriterId));
   EXPECT_THAT(log.All(), ElementsAre("V Writer SqlServerWriter is not an SQL writer ", "I Found SQL writer Anything ",
                                      "I Found SQL writer  "));
 }
 
 TEST_F(SqlWriters, AnIdThatIsNotWholeIsRejected) {
-  EXPECT_FALSE(IsEligible(L"a", L""));
-  EXPECT_FALSE(IsEligible(L"b", L"a65faa63-5ea8-4ebc-9dbd-a0c4db26912a"));
-  EXPECT_FALSE(IsEligible(L"c", L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912a} "));
-  EXPECT_FALSE(IsEligible(L"d", L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912"));
+  EXPECT_FALSE(IsEligible<SqlReq>(L"a", L""));
+  EXPECT_FALSE(IsEligible<SqlReq>(L"b", L"a65faa63-5ea8-4ebc-9dbd-a0c4db26912a"));
+  EXPECT_FALSE(IsEligible<SqlReq>(L"c", L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912a} "));
+  EXPECT_FALSE(IsEligible<SqlReq>(L"d", L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912"));
 }
 
 TEST_F(SqlWriters, OneOfThemOnTheHostIsPresent) {

@@ -18,7 +18,7 @@ enum class AlertValue { text, decimal, hexadecimal };
 
 struct AlertParts {
   std::vector<std::string> literals;  ///< one more than values; the tag is part of the first that it follows
-  std::vector<AlertValue> values;     ///< behind the tag
+  std::vector<AlertValue> values;     ///< after the tag
 
   bool HasText() const { return std::find(values.begin(), values.end(), AlertValue::text) != values.end(); }
   /// The record with these values, one each, whatever their length.

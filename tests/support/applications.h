@@ -79,6 +79,15 @@ inline VssWriter WriterNamed(std::wstring name, std::wstring writerId) {
   return writer;
 }
 
+/// Whether a requestor of this application accepts the writer.
+template <class Requestor>
+bool IsEligible(const std::wstring& name, const std::wstring& writerId) {
+  Requestor requestor(0);
+  CVarnel& base = requestor;
+  VssWriter writer = WriterNamed(name, writerId);
+  return base.IsWriterEligible(writer);
+}
+
 /// The line of a component that was added to the backup of the `n`th writer.
 inline std::string AddedLine(int n, std::wstring_view writerId, const std::string& logicalPath,
                              const std::string& name) {

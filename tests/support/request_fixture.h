@@ -108,13 +108,22 @@ inline simulator::HostModel HostOfThreeWriters() {
   return model;
 }
 
+/// A request that ended so.
+template <class Requestor = CVarnel>
+class EndedRequest : public SnapshotRequest<Requestor> {
+ public:
+  explicit EndedRequest(const Outcome& expected, RequestOptions options = {})
+      : SnapshotRequest<Requestor>(std::move(options)) {
+    EXPECT_EQ(this->StartAndCreate(), expected);
+  }
+};
+
 /// A request whose set was taken.
 template <class Requestor = CVarnel>
-class CreatedRequest : public SnapshotRequest<Requestor> {
+class CreatedRequest : public EndedRequest<Requestor> {
  public:
-  explicit CreatedRequest(RequestOptions options = {}) : SnapshotRequest<Requestor>(std::move(options)) {
-    EXPECT_EQ(this->StartAndCreate(), Outcome::Returned());
-  }
+  explicit CreatedRequest(RequestOptions options = {})
+      : EndedRequest<Requestor>(Outcome::Returned(), std::move(options)) {}
 };
 
 /// The same; what the test's host logs and is called from then on is the next operation's.
