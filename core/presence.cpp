@@ -18,52 +18,6 @@ using varnel::LogAndThrow;
 
 namespace {
 
-// One object of an enumeration; the strings in it are the owner's.
-class EnumeratedObject {
- public:
-  EnumeratedObject() = default;
-  EnumeratedObject(const EnumeratedObject&) = delete;
-  EnumeratedObject& operator=(const EnumeratedObject&) = delete;
-  ~EnumeratedObject() {
-    varnel::Host* host = varnel::CurrentHostOrNull();
-    if (host == nullptr) return;
-    varnel::VssService& vss = host->vss();
-    if (object_.Type == VSS_OBJECT_PROVIDER) {
-      vss.CoTaskMemFree(object_.Obj.Prov.m_pwszProviderName);
-      vss.CoTaskMemFree(object_.Obj.Prov.m_pwszProviderVersion);
-    } else if (object_.Type == VSS_OBJECT_SNAPSHOT) {
-      vss.VssFreeSnapshotProperties(&object_.Obj.Snap);
-    }
-  }
-  VSS_OBJECT_PROP* Put() { return &object_; }
-  bool IsProvider(const GUID& id) const {
-    return object_.Type == VSS_OBJECT_PROVIDER && object_.Obj.Prov.m_ProviderId == id;
-  }
-
- private:
-  VSS_OBJECT_PROP object_{};
-};
-
-// The two handles of a started process.
-class ProcessHandles {
- public:
-  ProcessHandles() = default;
-  ProcessHandles(const ProcessHandles&) = delete;
-  ProcessHandles& operator=(const ProcessHandles&) = delete;
-  ~ProcessHandles() {
-    varnel::Host* host = varnel::CurrentHostOrNull();
-    if (host == nullptr) return;
-    varnel::Processes& processes = host->processes();
-    if (information_.hThread != nullptr) processes.CloseHandle(information_.hThread);
-    if (information_.hProcess != nullptr) processes.CloseHandle(information_.hProcess);
-  }
-  PROCESS_INFORMATION* Put() { return &information_; }
-  HANDLE Process() const { return information_.hProcess; }
-
- private:
-  PROCESS_INFORMATION information_{};
-};
-
 // The network name of the cluster; empty where this node belongs to none. Throws where the cluster does not know
 // `name`.
 std::wstring ClusterNetworkName(const std::wstring& name) {
@@ -95,12 +49,13 @@ bool CVarnel::IsTesselVSSProviderPresent() {
   CheckedCall(LogAndThrow(L"pVssAdmin->QueryProviders(&pEnum)"), admin, &IVssAdmin::QueryProviders, providers.Put());
   if (!providers) return false;
   for (;;) {
-    EnumeratedObject object;
+    varnel::VssObject object;
     ULONG fetched = 0;
     CheckedCall(LogAndThrow(L"pEnum->Next(1, &rgelt, &celtFetched)"), providers, &IVssEnumObject::Next, ULONG{1},
                 object.Put(), &fetched);
     if (fetched == 0) return false;
-    if (object.IsProvider(TesselVssProviderID)) return true;
+    const VSS_PROVIDER_PROP* provider = object.provider();
+    if (provider != nullptr && provider->m_ProviderId == TesselVssProviderID) return true;
   }
 }
 
@@ -149,7 +104,7 @@ void CVarnel::ExecCommand(std::wstring command) const {
   std::wstring commandLine = command;
   STARTUPINFOW startup{};
   startup.cb = sizeof startup;
-  ProcessHandles process;
+  varnel::ProcessHandles process;
   if (!processes.CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE,
                                 CREATE_NO_WINDOW | CREATE_UNICODE_ENVIRONMENT, nullptr, nullptr, &startup,
                                 process.Put())) {
@@ -158,12 +113,12 @@ void CVarnel::ExecCommand(std::wstring command) const {
         L"CREATE_UNICODE_ENVIRONMENT, NULL, NULL, &si, &pi)",
         varnel::LastErrorOrGeneric());
   }
-  if (processes.WaitForSingleObject(process.Process(), INFINITE) != WAIT_OBJECT_0) {
+  if (processes.WaitForSingleObject(process->hProcess, INFINITE) != WAIT_OBJECT_0) {
     varnel::LogAndThrowWin32(L"WaitForSingleObject(pi.hProcess, INFINITE) == WAIT_OBJECT_0",
                              varnel::LastErrorOrGeneric());
   }
   DWORD exitCode = 0;
-  if (!processes.GetExitCodeProcess(process.Process(), &exitCode)) {
+  if (!processes.GetExitCodeProcess(process->hProcess, &exitCode)) {
     varnel::LogAndThrowWin32(L"GetExitCodeProcess(pi.hProcess, &dwExitCode)", varnel::LastErrorOrGeneric());
   }
   if (exitCode != 0) {

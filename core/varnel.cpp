@@ -4,6 +4,7 @@
 #include "core/logging.h"
 #include "core/message_catalog.h"
 #include "core/vss_call.h"
+#include "platform/host.h"
 #include "text/guid.h"
 #include "text/unicode.h"
 

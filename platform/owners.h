@@ -1,15 +1,22 @@
 // Owners of platform resources. Each takes its resource on the line that obtains it and releases it on every way out.
 #pragma once
 
+#include <cstddef>
 #include <memory>
-#include <new>
 #include <string_view>
 #include <type_traits>
 #include <utility>
 
-#include "platform/host.h"
+#include "platform/export.h"
+#include "platform/vss.h"
+#include "platform/win32.h"
 
 namespace varnel {
+
+class Host;
+
+/// The current host for those who give something back to it later; empty where there is none.
+VARNEL_API std::weak_ptr<Host> CurrentHostReference() noexcept;
 
 /// A counted reference to a COM interface. Copying adds a reference; `Put` releases the held one first and hands out
 /// the address for an output argument.
@@ -76,7 +83,7 @@ class Owned {
   using Value = typename Kind::Value;
 
   Owned() noexcept = default;
-  explicit Owned(Value value) noexcept : value_(value), host_(CurrentReference()) {}
+  explicit Owned(Value value) noexcept : value_(value), host_(CurrentHostReference()) {}
   Owned(Owned&& other) noexcept
       : value_(std::exchange(other.value_, Kind::None())), host_(std::exchange(other.host_, {})) {}
   Owned& operator=(Owned&& other) noexcept {
@@ -102,7 +109,7 @@ class Owned {
   /// Releases what is held and hands out the address for an output argument of the current host.
   Value* Put() noexcept {
     Reset();
-    host_ = CurrentReference();
+    host_ = CurrentHostReference();
     return &value_;
   }
   Value Get() const noexcept { return value_; }
@@ -110,15 +117,11 @@ class Owned {
   explicit operator bool() const noexcept requires std::is_pointer_v<Value> { return value_ != Kind::None(); }
 
  private:
-  static std::weak_ptr<Host> CurrentReference() noexcept {
-    const Host* host = CurrentHostOrNull();
-    return host == nullptr ? std::weak_ptr<Host>() : host->Reference();
-  }
-
   Value value_ = Kind::None();
   std::weak_ptr<Host> host_;
 };
 
+/// How each kind of resource is released.
 namespace owned {
 
 /// Null, or a structure of zeroes, stands for none.
@@ -134,54 +137,35 @@ struct InvalidHandleIsNone {
 };
 
 struct File : InvalidHandleIsNone {
-  static void Release(Host& host, HANDLE handle) { host.storage().CloseHandle(handle); }
+  VARNEL_API static void Release(Host& host, HANDLE handle);
 };
-
 struct Search : InvalidHandleIsNone {
-  static void Release(Host& host, HANDLE search) { host.storage().FindVolumeClose(search); }
+  VARNEL_API static void Release(Host& host, HANDLE search);
 };
-
 struct Process : NullIsNone<PROCESS_INFORMATION> {
-  static void Release(Host& host, const PROCESS_INFORMATION& process) {
-    if (process.hThread != nullptr) host.processes().CloseHandle(process.hThread);
-    if (process.hProcess != nullptr) host.processes().CloseHandle(process.hProcess);
-  }
+  VARNEL_API static void Release(Host& host, const PROCESS_INFORMATION& process);
 };
-
 struct Key : NullIsNone<HKEY> {
-  static void Release(Host& host, HKEY key) { host.registry().RegCloseKey(key); }
+  VARNEL_API static void Release(Host& host, HKEY key);
 };
-
 struct LoadedModule : NullIsNone<HMODULE> {
-  static void Release(Host& host, HMODULE module) { host.messages().FreeLibrary(module); }
+  VARNEL_API static void Release(Host& host, HMODULE module);
 };
-
 struct Text : NullIsNone<LPWSTR> {
-  static void Release(Host& host, LPWSTR text) { host.messages().LocalFree(text); }
+  VARNEL_API static void Release(Host& host, LPWSTR text);
 };
-
 struct Block : NullIsNone<void*> {
-  static void Release(Host& host, void* block) { host.heap().Free(block); }
+  VARNEL_API static void Release(Host& host, void* block);
 };
-
 struct BasicString : NullIsNone<BSTR> {
-  static void Release(Host& host, BSTR text) { host.vss().SysFreeString(text); }
+  VARNEL_API static void Release(Host& host, BSTR text);
   static void ReleaseWithoutHost(BSTR text) { ::SysFreeString(text); }
 };
-
 struct Properties : NullIsNone<VSS_SNAPSHOT_PROP> {
-  static void Release(Host& host, VSS_SNAPSHOT_PROP& properties) { host.vss().VssFreeSnapshotProperties(&properties); }
+  VARNEL_API static void Release(Host& host, VSS_SNAPSHOT_PROP& properties);
 };
-
 struct Object : NullIsNone<VSS_OBJECT_PROP> {
-  static void Release(Host& host, VSS_OBJECT_PROP& object) {
-    if (object.Type == VSS_OBJECT_PROVIDER) {
-      host.vss().CoTaskMemFree(object.Obj.Prov.m_pwszProviderName);
-      host.vss().CoTaskMemFree(object.Obj.Prov.m_pwszProviderVersion);
-    } else if (object.Type == VSS_OBJECT_SNAPSHOT) {
-      Properties::Release(host, object.Obj.Snap);
-    }
-  }
+  VARNEL_API static void Release(Host& host, VSS_OBJECT_PROP& object);
 };
 
 }  // namespace owned
@@ -209,17 +193,16 @@ class LocalText : public Owned<owned::Text> {
 class HeapBlock : public Owned<owned::Block> {
  public:
   HeapBlock() noexcept = default;
-  explicit HeapBlock(std::size_t bytes) : Owned(CurrentHost().heap().Malloc(bytes)) {}
+  /// Empty when there is no memory.
+  VARNEL_API explicit HeapBlock(std::size_t bytes);
 };
 
 /// An owned BSTR, freed by the platform when its host is gone.
 class Bstr : public Owned<owned::BasicString> {
  public:
   Bstr() noexcept = default;
-  explicit Bstr(std::wstring_view text)
-      : Owned(CurrentHost().vss().SysAllocStringLen(text.data(), static_cast<UINT>(text.size()))) {
-    if (!*this) throw std::bad_alloc();
-  }
+  /// Throws std::bad_alloc without memory.
+  VARNEL_API explicit Bstr(std::wstring_view text);
   /// The whole text by its length; empty for a null BSTR.
   std::wstring_view View() const noexcept { return ViewOf(Get()); }
 };

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <map>
-#include <memory>
 #include <optional>
 
 #include "platform/host.h"
+#include "platform/owners.h"
 #include "text/format.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/explanation/failure.h"
@@ -26,16 +26,14 @@ std::vector<std::wstring> ListVolumes() {
   varnel::Storage& storage = CurrentHost().storage();
   std::vector<std::wstring> names;
   std::array<wchar_t, MAX_PATH> name{};
-  const HANDLE search = storage.FindFirstVolumeW(name.data(), MAX_PATH);
-  if (search == INVALID_HANDLE_VALUE) {
+  const varnel::VolumeSearch search(storage.FindFirstVolumeW(name.data(), MAX_PATH));
+  if (!search) {
     if (CurrentHost().GetLastError() == ERROR_NO_MORE_FILES) return names;
     ThrowLastError("FindFirstVolumeW");
   }
-  const auto close = [&](void* handle) { storage.FindVolumeClose(handle); };
-  const std::unique_ptr<void, decltype(close)> owner(search, close);
   do {
     names.emplace_back(name.data());
-  } while (storage.FindNextVolumeW(search, name.data(), MAX_PATH));
+  } while (storage.FindNextVolumeW(search.Get(), name.data(), MAX_PATH));
   if (CurrentHost().GetLastError() != ERROR_NO_MORE_FILES) ThrowLastError("FindNextVolumeW");
   return names;
 }

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "platform/host.h"
 #include "platform/owners.h"
 #include "platform/tessel/FileLog.h"
 #include "platform/tessel/TesselCommonClasses.h"

@@ -25,9 +25,9 @@ foreach(file IN LISTS package)
   endif()
 endforeach()
 
-# Nothing may be declared that the library keeps to itself; the core and the formatter that it takes in still do so.
+# Nothing may be declared that the library keeps to itself.
 file(GLOB_RECURSE headers ${prefix}/include/*.h)
-list(FILTER headers EXCLUDE REGEX "/(core|portable)/[^/]*$|/text/format.h$")
+list(FILTER headers EXCLUDE REGEX "/portable/[^/]*$")
 if(NOT headers)
   message(FATAL_ERROR "No headers below ${prefix}")
 endif()

@@ -3,6 +3,7 @@
 #include "core/alerts.h"
 #include "core/varnel.h"
 #include "core/vss_call.h"
+#include "platform/host.h"
 #include "platform/owners.h"
 #include "text/unicode.h"
 #include "varnelctl/commands/command.h"
@@ -39,7 +40,7 @@ std::vector<Provider> ReadProviders() {
   CheckCall("IVssAdmin::QueryProviders", admin->QueryProviders(list.Put()));
   std::vector<Provider> providers;
   if (!list) return providers;
-  ForEachVssObject(*list, [&](const VssObject& object) {
+  ForEachVssObject(*list, [&](const varnel::VssObject& object) {
     const VSS_PROVIDER_PROP* properties = object.provider();
     if (properties == nullptr) return;
     providers.push_back({properties->m_ProviderId, TextOf(properties->m_pwszProviderName), properties->m_eProviderType,

@@ -2,6 +2,7 @@
 
 #include "core/alerts.h"
 #include "core/vss_call.h"
+#include "platform/host.h"
 #include "platform/owners.h"
 #include "text/ascii_case.h"
 #include "text/guid.h"
@@ -58,7 +59,7 @@ std::size_t CountShadowCopies(const std::wstring& setId) {
   const ComPtr<IVssEnumObject> list = QueryAllShadowCopies(vss);
   std::size_t count = 0;
   if (!list) return count;
-  ForEachVssObject(*list, [&](const VssObject& object) {
+  ForEachVssObject(*list, [&](const varnel::VssObject& object) {
     const VSS_SNAPSHOT_PROP* copy = object.snapshot();
     if (copy != nullptr && varnel::FormatGuid(copy->m_SnapshotSetId) == setId) ++count;
   });
