@@ -281,5 +281,40 @@ TEST_F(FamilyReference, TheAncestorTestIsThatOfThePairwiseRules) {
   EXPECT_GT(ancestors, 100);
 }
 
+VssComponent OnDisk(std::wstring fullPath, bool excluded, std::wstring serialNumber) {
+  VssComponent component;
+  component.fullPath = std::move(fullPath);
+  component.excluded = excluded;
+  component.affectedSerialNumbers = {std::move(serialNumber)};
+  return component;
+}
+
+// A hundred million pairs, or steps of one path: what takes each by itself does not end in a test's time.
+TEST(LargeFamilies, AreGoneThroughWithoutLookingAtEachPair) {
+  constexpr std::size_t kMany = 10000;
+  const std::wstring deep(64000, L'\\');
+  CVarnel requestor(0);
+  RequestorProbe probe(requestor);
+  VssWriter& writer = probe.writers().emplace_back();
+  for (std::size_t i = 0; i < kMany; ++i) writer.components.push_back(OnDisk(L"\\parent", true, L"A"));
+  for (std::size_t i = 0; i < kMany; ++i) {
+    writer.components.push_back(OnDisk(L"\\parent\\child" + std::to_wstring(i), i == 0, i % 2 == 0 ? L"B" : L"C"));
+  }
+  writer.components.push_back(OnDisk(deep, true, L"D"));
+  writer.components.push_back(OnDisk(deep + L"\\x", false, L"E"));
+
+  probe.IncludeImplicitComponents();
+  const std::set<std::wstring> all = {L"A", L"B", L"C"};
+  for (std::size_t i = 0; i < kMany; ++i) {
+    ASSERT_FALSE(writer.components[i].excluded);
+    ASSERT_EQ(writer.components[i].affectedSerialNumbers, all);
+  }
+  EXPECT_FALSE(writer.components[2 * kMany].excluded);
+  EXPECT_EQ(writer.components[2 * kMany].affectedSerialNumbers, (std::set<std::wstring>{L"D", L"E"}));
+  EXPECT_THROW(probe.VerifyComponentSelection(), VarnelException);
+  writer.components[kMany].excluded = false;
+  EXPECT_NO_THROW(probe.VerifyComponentSelection());
+}
+
 }  // namespace
 }  // namespace varnel::test
