@@ -13,6 +13,7 @@
 #include <unordered_map>
 
 #include "core/varnel.h"
+#include "platform/host.h"
 #include "platform/owners.h"
 #include "text/ascii_case.h"
 #include "text/guid.h"

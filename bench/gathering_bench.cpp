@@ -9,14 +9,14 @@
 #include "simulator/host_file/documents.h"
 #include "simulator/simulated_host.h"
 #include "tests/support/files.h"
-#include "tests/support/request.h"
+#include "tests/support/snapshot_request.h"
 
 namespace varnel::bench {
 namespace {
 
 std::size_t Gather() {
-  test::Request<> request;
-  request.Gather({});
+  test::SnapshotRequest request({.serialNumbers = {}});
+  request.Gather();
   std::size_t files = 0;
   for (const VssWriter& writer : request.requestor.GetWriters()) {
     for (const VssComponent& component : writer.components) files += component.files.size();

@@ -24,6 +24,7 @@
 
 #include "bench/floor.h"
 #include "bench/workloads.h"
+#include "platform/tessel/FileLog.h"
 #include "platform/tessel/log_sink.h"
 #include "simulator/simulated_host.h"
 #include "tests/faults/guarded_host.h"

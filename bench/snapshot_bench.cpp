@@ -5,31 +5,31 @@
 
 #include "bench/workloads.h"
 #include "simulator/simulated_host.h"
-#include "tests/support/request.h"
+#include "tests/support/snapshot_request.h"
 
 namespace varnel::bench {
 namespace {
 
 // A requestor on a fresh host, as far as the step before the measured one.
 struct PreparedRequest {
-  explicit PreparedRequest(const simulator::HostModel& model) : host(model), current(host) {
+  explicit PreparedRequest(const simulator::HostModel& model)
+      : host(model), current(host), request({.serialNumbers = DisksOf(model)}) {
     host.calls().enabled = false;
-    request.details = "writer=0,";
-    request.Gather(DisksOf(model));
+    request.Gather();
   }
-  void Select() { request.probe.SelectComponentsForBackup(request.details); }
+  void Select() { request.probe.SelectComponentsForBackup(request.details()); }
   void Add() {
-    request.probe.StartSnapshotSet(request.details);
-    request.probe.AddToSnapshotSet(request.details);
+    request.probe.StartSnapshotSet();
+    request.probe.AddToSnapshotSet(request.details());
   }
   void Snapshot() {
-    request.probe.PrepareForBackup(request.details);
-    request.probe.DoSnapshotSet(request.details);
+    request.probe.PrepareForBackup(request.details());
+    request.probe.DoSnapshotSet(request.details());
   }
 
   simulator::SimulatedHost host;
   ScopedHost current;
-  test::Request<> request;
+  test::SnapshotRequest<> request;
 };
 
 class Steps : public benchmark::Fixture {
@@ -48,7 +48,7 @@ class StepsAfterSelection : public Steps {
   void SetUp(benchmark::State& state) override {
     Steps::SetUp(state);
     prepared->Select();
-    prepared->request.probe.StartSnapshotSet(prepared->request.details);
+    prepared->request.probe.StartSnapshotSet();
   }
 };
 
@@ -69,7 +69,7 @@ class StepsAfterFailure : public Steps {
     Steps::SetUp(state);
     prepared->Select();
     prepared->Add();
-    prepared->request.probe.PrepareForBackup(prepared->request.details);
+    prepared->request.probe.PrepareForBackup(prepared->request.details());
     simulator::WriterFault fault{
         L"SqlServerWriter", simulator::WriterEvent::postSnapshot, VSS_E_WRITERERROR_PARTIAL_FAILURE, 0, L"", {}};
     for (const VssComponent& component : prepared->request.requestor.GetWriters().front().components) {
@@ -77,11 +77,11 @@ class StepsAfterFailure : public Steps {
     }
     prepared->host.faults().FailWriter(std::move(fault));
     try {
-      prepared->request.probe.DoSnapshotSet(prepared->request.details);
+      prepared->request.probe.DoSnapshotSet(prepared->request.details());
     } catch (const VarnelException&) {
       // What the measured step looks at again.
     }
-    prepared->request.details.clear();
+    prepared->request.details().clear();
   }
 };
 
@@ -89,15 +89,15 @@ BENCHMARK_DEFINE_F(Steps, Selection)(benchmark::State& state) {
   for ([[maybe_unused]] auto _ : state) prepared->Select();
 }
 BENCHMARK_DEFINE_F(StepsAfterSelection, AddToSnapshotSet)(benchmark::State& state) {
-  for ([[maybe_unused]] auto _ : state) prepared->request.probe.AddToSnapshotSet(prepared->request.details);
+  for ([[maybe_unused]] auto _ : state) prepared->request.probe.AddToSnapshotSet(prepared->request.details());
 }
 BENCHMARK_DEFINE_F(StepsAfterSnapshot, Properties)(benchmark::State& state) {
-  for ([[maybe_unused]] auto _ : state) prepared->request.probe.GetSnapShotProperties(prepared->request.details);
+  for ([[maybe_unused]] auto _ : state) prepared->request.probe.GetSnapShotProperties(prepared->request.details());
 }
 BENCHMARK_DEFINE_F(StepsAfterFailure, WriterStatus)(benchmark::State& state) {
   for ([[maybe_unused]] auto _ : state) {
     try {
-      prepared->request.probe.CheckSelectedWriterStatus(prepared->request.details);
+      prepared->request.probe.CheckSelectedWriterStatus(prepared->request.details());
     } catch (const VarnelException&) {
       // Every component failed.
     }

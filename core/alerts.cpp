@@ -37,7 +37,7 @@ std::string TextOf(const FormatArgument& argument) {
 }
 
 // The longest text gives way, then the next longest; the first argument, which names the event, only after all others.
-// One that is no longer than the dots stays: they would not be shorter.
+// A text of three bytes or fewer is left: the dots would not be shorter.
 std::string FitInto(const AlertRecord& record, std::span<const FormatArgument> arguments, std::string formatted) {
   std::vector<std::string> texts;
   for (const FormatArgument& argument : arguments) texts.push_back(TextOf(argument));

@@ -1,5 +1,5 @@
 // What a failed call does: it tells the array and throws (AlertAndThrow), or it tells the log alone and throws
-// (LogAndThrow). Either is handed to a call as its last word and does nothing when the call succeeded.
+// (LogAndThrow). Either is handed the call's HRESULT and does nothing when that is a success.
 #pragma once
 
 #include <string>

@@ -72,7 +72,7 @@ void CVarnel::SetBackupStatus(int snapErrorCode, std::string& errorDetails) {
     try {
       DeleteSnapshotSet(errorDetails);
     } catch (...) {
-      // A set that stays behind must not keep the writers from being told.
+      // A set that is left must not keep the writers from being told.
       kLog.Error(L"Failed to delete the snapshots.");
     }
   }

@@ -14,9 +14,10 @@ ComponentTree::ComponentTree(const std::vector<VssComponent>& components) : path
   for (const VssComponent& component : components) keys.push_back(ascii::ToLower(component.fullPath) + L'\\');
   std::vector<std::size_t> sorted(components.size());
   std::iota(sorted.begin(), sorted.end(), std::size_t{0});
-  std::sort(sorted.begin(), sorted.end(), [&](std::size_t a, std::size_t b) { return keys[a] < keys[b]; });
+  // Writers report their components nearly in this order, which a stable sort makes use of.
+  std::stable_sort(sorted.begin(), sorted.end(), [&](std::size_t a, std::size_t b) { return keys[a] < keys[b]; });
 
-  std::vector<std::size_t> keyOf;  // by path: a component of it
+  std::vector<std::size_t> keyOf;  // by path: one component that has it
   std::size_t path = kNone;        // the latest
   for (const std::size_t component : sorted) {
     const std::wstring& key = keys[component];

@@ -8,8 +8,8 @@
 
 namespace varnel {
 
-/// The paths of a list of components, each once, as IsAncestor tells pair by pair. Made by sorting: a path and all that
-/// lies below it stand in a row.
+/// The different full paths of a list of components and how they lie below each other, by the rule of IsAncestor. Made
+/// by sorting: a path and all paths below it stand in a row.
 class ComponentTree {
  public:
   static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
@@ -18,7 +18,7 @@ class ComponentTree {
 
   /// The number of different paths.
   std::size_t paths() const { return parents_.size(); }
-  /// The path of a component, below paths().
+  /// The path of a component, as a number less than paths().
   std::size_t PathOf(std::size_t component) const { return paths_[component]; }
   bool HasAncestor(std::size_t component) const { return parents_[paths_[component]] != kNone; }
 

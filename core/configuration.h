@@ -21,7 +21,7 @@ inline constexpr wchar_t kHyperVWriterId[] = L"{66841cd4-6ded-4f4b-8f17-fd23f8dd
 inline constexpr wchar_t kClusterSharedVolumeWriterId[] = L"{1072ae1c-e5a7-4ea1-9e4a-6f7964656570}";
 inline constexpr wchar_t kSqlServerWriterId[] = L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}";
 inline constexpr wchar_t kMsdeWriterId[] = L"{f8544ac1-0611-4fa5-b04b-f7ee00b03277}";
-/// The writers of SQL Server. The second and the third are one writer: both names of it are kept.
+/// The writers of SQL Server. The second and the third are the same identifier: the list has three entries.
 inline constexpr const wchar_t* kSqlWriterIds[] = {kMsdeWriterId, kSqlServerWriterId, kSqlServerWriterId};
 
 /// Test points: bits of the constructor's mask. All others are ignored.

@@ -45,11 +45,11 @@ void CVarnel::InitializeWriterMetadata(std::string& errorDetails) {
 
 void CVarnel::FreeWriterMetadata() noexcept {
   if (m_pVssObject && m_metadataGathered) {
-    const HRESULT hr = m_pVssObject->FreeWriterMetadata();
     try {
+      const HRESULT hr = m_pVssObject->FreeWriterMetadata();
       if (FAILED(hr)) kLog.Error(L"FreeWriterMetadata failed with error: 0x%x", hr);
     } catch (...) {
-      // Only the log could have thrown, and nobody is left to tell.
+      // Whoever threw, nobody is left to tell.
     }
   }
   m_metadataGathered = false;

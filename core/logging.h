@@ -44,7 +44,7 @@ class Logger {
 
   explicit constexpr Logger(const wchar_t* source) noexcept : source_(source) {}
 
-  /// Whether somebody listens: what only a line needs is made behind this question.
+  /// Whether somebody listens. Ask before making what only a log line needs.
   static bool IsOn() { return CFileLog::GetInstance() != nullptr; }
 
   template <class... Arguments>

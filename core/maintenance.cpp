@@ -1,7 +1,6 @@
 // What becomes of a snapshot set after it was taken.
 #include <algorithm>
 #include <cstring>
-#include <cwchar>
 
 #include "core/alerts.h"
 #include "core/varnel.h"

@@ -32,7 +32,7 @@ class ComponentInfo {
   PVSSCOMPONENTINFO info_ = nullptr;
 };
 
-// A writer's counts are its own word: no more room than this is made before it delivers.
+// A writer may announce any count; room for at most this many is reserved before reading.
 constexpr UINT kMostReserved = 1024;
 
 // Reads what GetFile and its like hand out, one descriptor after the other.
@@ -92,24 +92,27 @@ void MarkTopLevel(std::vector<VssComponent>& components) {
   }
 }
 
-// The path with its environment variables expanded.
-std::wstring Expanded(const std::wstring& path) {
-  std::wstring expanded;
-  for (DWORD needed = MAX_PATH; needed > expanded.size();) {
-    expanded.resize(needed);
-    needed = CurrentHost().system().ExpandEnvironmentStringsW(path.c_str(), expanded.data(), needed);
-    if (needed != 0) continue;
-    const DWORD error = LastErrorOrGeneric();
-    kLog.Error(L"ExpandEnvironmentStringsW() Failed, Path=%s, Error=0x%x", path, error);
-    ThrowHResult(HResultFromWin32(error));
-  }
-  return expanded.c_str();
-}
-
 }  // namespace
 
+// The path with its environment variables expanded and a backslash at its end.
+std::wstring DirectoryResolver::Expanded(const std::wstring& path) {
+  for (DWORD needed = MAX_PATH; needed > 0;) {
+    if (expanded_.size() < needed) expanded_.resize(needed);
+    const DWORD room = needed;
+    needed = CurrentHost().system().ExpandEnvironmentStringsW(path.c_str(), expanded_.data(), room);
+    if (needed == 0 || needed > room) continue;
+    const std::wstring_view text(expanded_.c_str());
+    std::wstring result;
+    result.reserve(text.size() + 1);
+    return UtilityClass::AppendBackslash(std::move(result.append(text)));
+  }
+  const DWORD error = LastErrorOrGeneric();
+  kLog.Error(L"ExpandEnvironmentStringsW() Failed, Path=%s, Error=0x%x", path, error);
+  ThrowHResult(HResultFromWin32(error));
+}
+
 void DirectoryResolver::Resolve(VssFileDescriptor& file) {
-  file.expandedPath = UtilityClass::AppendBackslash(Expanded(file.path));
+  file.expandedPath = Expanded(file.path);
   auto known = known_.find(file.expandedPath);
   if (known == known_.end()) {
     std::wstring volumeName;
@@ -180,9 +183,11 @@ void BuildWriter(VssWriter& writer, IVssExamineWriterMetadata* source, Directory
 }
 
 std::wstring ComponentFullPath(std::wstring_view logicalPath, std::wstring_view name) {
-  std::wstring path = UtilityClass::AppendBackslash(std::wstring(logicalPath));
-  path += name;
-  return path.starts_with(L'\\') ? path : L"\\" + path;
+  std::wstring path;
+  path.reserve(logicalPath.size() + name.size() + 2);
+  path = UtilityClass::AppendBackslash(std::move(path.append(logicalPath))).append(name);
+  if (!path.starts_with(L'\\')) path.insert(0, 1, L'\\');
+  return path;
 }
 
 }  // namespace varnel

@@ -24,7 +24,10 @@ class DirectoryResolver {
     std::wstring name;
     std::size_t mountPointLength;
   };
+  std::wstring Expanded(const std::wstring& path);
+
   std::unordered_map<std::wstring, Volume> known_;  // by expanded path
+  std::wstring expanded_;                           // room that is kept from call to call
 };
 
 void BuildFileDescriptor(VssFileDescriptor& file, IVssWMFiledesc* source, DWORD fileType,

@@ -18,8 +18,7 @@ using varnel::LogAndThrow;
 
 namespace {
 
-// The network name of the cluster; empty where this node belongs to none. Throws where the cluster does not know
-// `name`.
+// The network name of the cluster; empty where this node belongs to none. Throws where the bridge cannot tell.
 std::wstring ClusterNetworkName(const std::wstring& name) {
   if (!TesselCommonClasses::ClusterHelper::IsCluster(true)) return {};
   MetadataWrapper* bridge = MetadataWrapper::GetMetadataWrapperInstance();

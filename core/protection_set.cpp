@@ -28,7 +28,7 @@ namespace {
 constexpr DWORD kNoSerialNumber = 0xFFFFFFFF;
 constexpr DWORD kDescriptorBytes = 4096;
 constexpr std::size_t kSerialNumberCharacters = 512;  // with the NUL
-constexpr int kHighestDriveNumber = 9999999;          // what the path's buffer holds
+constexpr int kHighestDriveNumber = 9999999;          // the scan ends there at the latest
 
 using DescriptorBuffer = std::unique_ptr<BYTE[]>;
 

@@ -80,6 +80,11 @@ bool IsNested(const VssWriter& writer) {
                                           [](const VssComponent& component) { return component.topLevel; });
 }
 
+bool AnyExcluded(const VssWriter& writer) {
+  return std::any_of(writer.components.begin(), writer.components.end(),
+                     [](const VssComponent& component) { return component.excluded; });
+}
+
 // What is included below one path.
 struct Included {
   std::size_t first = ComponentTree::kNone;  // in list order
@@ -188,18 +193,18 @@ bool CVarnel::IsComponentEligible(VssComponent& component, std::map<std::wstring
     kLog.Warning(L"Component not in input file, State=NotEligible");
     return false;
   }
-  std::set<std::wstring> serialNumbers;
+  std::set<std::wstring_view> serialNumbers;  // held by volumeSerials
   for (const VssFileDescriptor& file : component.files) {
     auto known = volumeSerials.find(file.volumeName);
     if (known == volumeSerials.end()) {
       std::wstring diskName;
-      std::wstring serialNumber;
-      if (GetDiskSerialNumberForVolume(file.volumeName, diskName, serialNumber) != ERROR_SUCCESS) {
+      std::wstring found;
+      if (GetDiskSerialNumberForVolume(file.volumeName, diskName, found) != ERROR_SUCCESS) {
         kLog.Error(L"GetDiskSerialNumberForVolume() Failed, Volume=%s, Component=%s, State=NotEligible",
                    file.volumeName, component.caption);
         return false;
       }
-      known = volumeSerials.emplace(file.volumeName, serialNumber).first;
+      known = volumeSerials.emplace(file.volumeName, std::move(found)).first;
     }
     const std::wstring& serialNumber = known->second;
     kLog.Info(L"Component=%s, File=%s, AffectedVolume=%s, SerialNumber=%s", component.caption, file.expandedPath,
@@ -212,10 +217,10 @@ bool CVarnel::IsComponentEligible(VssComponent& component, std::map<std::wstring
     }
     serialNumbers.insert(serialNumber);
   }
-  for (const std::wstring& serialNumber : serialNumbers) {
+  for (const std::wstring_view serialNumber : serialNumbers) {
     if (std::find(m_eligibleSerialNumbers.begin(), m_eligibleSerialNumbers.end(), serialNumber) ==
         m_eligibleSerialNumbers.end()) {
-      m_eligibleSerialNumbers.push_back(serialNumber);
+      m_eligibleSerialNumbers.emplace_back(serialNumber);
     }
   }
   return true;
@@ -260,7 +265,7 @@ void CVarnel::IncludeImplicitComponents() {
 void CVarnel::VerifyComponentSelection() {
   kLog.Info(L"VerifyComponentSelection");
   for (const VssWriter& writer : m_writers) {
-    if (!IsNested(writer)) continue;
+    if (!IsNested(writer) || !AnyExcluded(writer)) continue;
     const auto [parent, child] = FindMissingChild(writer.components);
     if (parent == nullptr) continue;
     kLog.Error(L"IncludedParent=%s, ExcludedChild=%s. Ensure that protection set is complete", parent->caption,

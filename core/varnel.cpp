@@ -9,6 +9,7 @@
 #include "text/unicode.h"
 
 using varnel::AlertAndThrow;
+using varnel::Bstr;
 using varnel::CheckedCall;
 using varnel::kLog;
 
@@ -38,14 +39,17 @@ void CVarnel::Initialize(DWORD context, std::wstring backupDocumentXml, bool res
   const HRESULT created = varnel::CurrentHost().vss().CreateVssBackupComponents(m_pVssObject.Put());
   AlertAndThrow("CreateVssBackupComponents()", errorDetails)(varnel::Delivered(created, m_pVssObject));
   m_restoreMode = restore;
-  const bool fromDocument = restore || !backupDocumentXml.empty();
-  const varnel::Bstr document = fromDocument ? varnel::Bstr(backupDocumentXml) : varnel::Bstr();
   if (restore) {
     CheckedCall(AlertAndThrow("InitializeForRestore()", errorDetails), m_pVssObject,
-                &IVssBackupComponents::InitializeForRestore, document.Get());
+                &IVssBackupComponents::InitializeForRestore, Bstr(backupDocumentXml).Get());
   } else {
-    CheckedCall(AlertAndThrow(fromDocument ? "InitializeForBackup(XmlDoc)" : "InitializeForBackup()", errorDetails),
-                m_pVssObject, &IVssBackupComponents::InitializeForBackup, document.Get());
+    if (backupDocumentXml.empty()) {
+      CheckedCall(AlertAndThrow("InitializeForBackup()", errorDetails), m_pVssObject,
+                  &IVssBackupComponents::InitializeForBackup, nullptr);
+    } else {
+      CheckedCall(AlertAndThrow("InitializeForBackup(XmlDoc)", errorDetails), m_pVssObject,
+                  &IVssBackupComponents::InitializeForBackup, Bstr(backupDocumentXml).Get());
+    }
     if (context != 0) {
       kLog.Info(L"- Setting VssContext=0x%08lx", context);
       CheckedCall(AlertAndThrow("SetContext()", errorDetails), m_pVssObject, &IVssBackupComponents::SetContext,

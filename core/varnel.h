@@ -63,8 +63,8 @@ class VARNEL_API CVarnel {
   /// Whether every file of the component lies on a disk of the protection set. Notes the serial numbers of its disks in
   /// the component, also of one that is not eligible in the end.
   /// \param volumeSerials serial numbers by volume, found so far.
-  /// Throws what the disk and volume enumerator throws (TesselCommonClasses::ExceptionCommon), and std::invalid_argument
-  /// or std::out_of_range for a writer code that is no number.
+  /// Throws what the disk and volume enumerator throws (TesselCommonClasses::ExceptionCommon), and
+  /// std::invalid_argument or std::out_of_range for a writer code that is no number.
   virtual bool IsComponentEligible(VssComponent& component, std::map<std::wstring, std::wstring>& volumeSerials);
   /// Checks one file on the snapshot; throws when it is damaged. Here: nothing to check.
   virtual void VerifyComponentFile(VssFileDescriptor& file);
@@ -102,17 +102,20 @@ class VARNEL_API CVarnel {
   /// - VarnelException 701 when the set exists but the collection holds volumes that the application does not use (601
   ///   comes before it). SetBackupStatus(701) deletes the set; an agent that accepts it passes 0;
   /// - VarnelException 602 when the protection set is wrong, 600 when writers failed;
-  /// - a `long` after a failed call, and E_INVALIDARG when databases are to be named and no disk was given;
+  /// - a `long` after a failed call, E_INVALIDARG when databases are to be named and no disk was given, E_POINTER when
+  /// a
+  ///   disk must be looked up and no enumerator is set;
   /// - std::invalid_argument or std::out_of_range for a writer code that is no number (an absent one included);
-  /// - std::range_error for text of the metadata service that is not UTF-8, TesselCommonClasses::ExceptionCommon of the
+  /// - std::range_error for text of the metadata service, or a serial number for it, that is not valid;
+  /// TesselCommonClasses::ExceptionCommon of the
   ///   disk and volume enumerator, and what the metadata bridge throws.
   ///
   /// Nothing is aborted or deleted here, and the members stay as far as they were filled.
   void CreateVssSnapshotSet(std::string& errorDetails);
 
-  /// Fills the map of application objects by disk serial number, narrow text. Throws std::range_error for a name that is
-  /// not valid Unicode, ExceptionCommon of the enumerator, and E_POINTER as a `long` where extra disks are to be told and
-  /// no enumerator is set; the map then holds what was filled before.
+  /// Fills the map of application objects by disk serial number, narrow text. Throws std::range_error for a name that
+  /// is not valid Unicode, ExceptionCommon of the enumerator, and E_POINTER as a `long` where extra disks are to be
+  /// told and no enumerator is set; the map then holds what was filled before.
   void GetSnapshotMeatadata(std::map<std::string, ApplicationObjectMeatadataInfo>& metadata);
   /// The databases that the metadata service named, or "ALL_DB". Not the caller's: nobody may write to the text or free
   /// it, and it is valid until the metadata bridge of this process fetches another list, for this requestor or for
@@ -149,16 +152,18 @@ class VARNEL_API CVarnel {
 
   /// Whether the array's VSS hardware provider is registered on this host. Throws a `long` after a failed call.
   bool IsTesselVSSProviderPresent();
-  /// Whether a writer that this requestor accepts is present. Belongs before Initialize: it uses the same object. Throws
-  /// a `long` after a failed call.
+  /// Whether a writer that this requestor accepts is present. Belongs before Initialize: it uses the same object.
+  /// Throws a `long` after a failed call.
   bool IsWriterPresent(std::string& errorDetails);
   /// Runs a command line to its end, however long that takes. Throws a `long`: the exit code as an HRESULT unless it is
   /// 0, or the HRESULT of the call that failed.
   void ExecCommand(std::wstring command) const;
 
-  /// Serial numbers of the array's disks as WMI lists them; empty, with an error line, when there are none.
+  /// Serial numbers of the array's disks as WMI lists them; empty, with an error line, when there are none. Throws
+  /// TesselCommonClasses::ExceptionCommon when WMI cannot be asked.
   static std::vector<std::wstring> GetAllSystemDisksEx(std::string& errorDetails);
-  /// Whether the list of system disks holds the serial number, in any case; false while the list is not filled.
+  /// Whether the list of system disks holds the serial number, in any case; false while the list is not filled. Throws
+  /// as GetAllSystemDisksEx does.
   bool IsDiskPresentInSystem(std::wstring serialNumber, std::string& errorDetails);
 
   /// The snapshot set's identifier in braces; empty before the set is started.
@@ -166,7 +171,8 @@ class VARNEL_API CVarnel {
   /// The saved backup components document; empty before one was saved.
   std::wstring GetBackupDocument() const;
 
-  /// The symbolic name of an HRESULT, else the system's text for it, else "Error: 0x...". Never throws.
+  /// The symbolic name of an HRESULT, else the system's text for it, else "Error: 0x...". Never throws but
+  /// for want of memory.
   static std::wstring HResult2String(long hr);
   /// The best text for the administrator; never empty. Never throws but for want of memory.
   void GetErrorString(long hr, std::wstring& text);
@@ -176,7 +182,7 @@ class VARNEL_API CVarnel {
 
   /// UTF-8 to wide text; empty for null. Throws std::range_error on invalid text.
   static std::wstring stringToWstring(const char* text);
-  /// Wide text to UTF-8. Throws std::range_error on invalid text.
+  /// Wide text, never null, to UTF-8. Throws std::range_error on invalid text.
   static std::string wstringTostring(const wchar_t* text);
   /// "a, b, c".
   static std::wstring VectorToString(const std::vector<std::wstring>& elements);

@@ -46,7 +46,8 @@ struct VssComponent {
   std::vector<VssFileDescriptor> files;  ///< files, then database files, then database log files
   DWORD failureCode = 0;                 ///< the HRESULT with which the component failed
   bool failed = false;                   ///< a component-level status has been set, a success (0) included
-  std::set<std::wstring> affectedSerialNumbers;  ///< of the disks that its files lie on
+  std::set<std::wstring> affectedSerialNumbers;  ///< of its files' disks, up to the first file that
+                                                 ///< is not eligible, and of its included children's
 };
 
 /// One writer.
@@ -68,7 +69,7 @@ namespace varnel {
 /// True when `a`'s full path and a backslash start `b`'s, case ignored. No component is its own ancestor.
 VARNEL_API bool IsAncestor(const VssComponent& a, const VssComponent& b);
 
-/// Whether the writer reported the component as failed.
+/// Whether a failure of the component is recorded.
 inline bool HasFailed(const VssComponent& component) {
   return component.failed && component.failureCode != 0;
 }

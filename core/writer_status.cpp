@@ -204,7 +204,7 @@ void CVarnel::CheckSelectedWriterStatus(std::string& errorDetails) {
     // The failure code decides, never the state; a positive code is a failure too.
     if (status.failure == S_OK) {
       anyCameThrough = true;
-      if (kLog.IsOn()) {
+      if (varnel::Logger::IsOn()) {
         kLog.Info(L"Writer=%s, WriterStatus=%s, WriterError=%s", status.name.View(),
                   GetStringFromWriterStatus(status.state), HResult2String(status.failure));
       }

@@ -17,6 +17,7 @@ class VARNEL_API HyperVReq : public CVarnel {
   /// On a cluster node the volumes must be all stand-alone or all cluster shared volumes. Appends the alert to
   /// `errorDetails`. \return 0; 250 CSVs with other clustered volumes; 251 clustered volumes that are no CSVs; 252 the
   /// disks could not be asked; 253 clustered with stand-alone volumes.
+  /// Throws E_POINTER as a `long` on a cluster node while no enumerator is set.
   DWORD ValidateVolumes(const std::vector<std::string>& volumes, std::string& status, std::string& errorDetails,
                         std::vector<std::string> serialNumbers, const std::string& hostName) override;
   /// The host must be a server of version 6.3 or later whose virtual machine management service is new enough. Appends

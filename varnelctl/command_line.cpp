@@ -32,7 +32,7 @@ std::string ExitStatusFooter() {
 
 // Global options may also follow the command's name.
 void AddGlobalOptions(CLI::App& app, GlobalOptions& options, std::string& logLevel) {
-  app.set_help_flag("-h,--help", "Print this help, or behind a command its own, and exit");
+  app.set_help_flag("-h,--help", "Print this help, or after a command its own, and exit");
   app.set_version_flag("--version", "varnelctl " VARNELCTL_VERSION, "Print the version and exit");
   app.add_option("--host", options.hostFile, "Ask the simulated host of this JSON file (--host sql-server.json)")
       ->type_name("FILE");

@@ -52,7 +52,7 @@ class DiskReader {
     volumeNames_.Add(volume.name, name);
     object.ReadList("mountPoints", volume.mountPoints, [&](const JsonNode& mountPoint) {
       const std::wstring path = mountPoint.Text();
-      if (!IsMountPoint(path)) mountPoint.Refuse("is no mount point (X:\\ or a folder, with a backslash behind it)");
+      if (!IsMountPoint(path)) mountPoint.Refuse("is no mount point (X:\\ or a folder, with a backslash at its end)");
       mountPoints_.Add(path, mountPoint);
       return path;
     });

@@ -121,7 +121,7 @@ TEST_F(SplitDetails, TheListOfExtraVolumesEndsInAColon) {
   EXPECT_THAT(records[0].lists, ElementsAre("Extra volumes in volume collection are:TSL0002:\n"));
 }
 
-TEST_F(SplitDetails, ARecordBehindAnAsynchronousFailureIsCutOff) {
+TEST_F(SplitDetails, ARecordAfterAnAsynchronousFailureIsCutOff) {
   host().faults().FailAsync("DoSnapshotSet", VSS_E_HOLD_WRITES_TIMEOUT);
   SnapshotRequest request;
   const Outcome outcome = request.StartAndCreate();

@@ -167,37 +167,37 @@ class FirstFailureTest : public CompletionTest {
  protected:
   /// The marking fails, and BackupComplete with the writers' check after it fails too.
   template <class Requestor>
-  void ExpectTheFirstFailureSurfaces(const std::string& alertsBehind) {
+  void ExpectTheFirstFailureSurfaces(const std::string& alertsAfter) {
     TakenRequest<Requestor> request(*this);
     FailCall("IVssBackupComponents::SetBackupSucceeded", VSS_E_UNEXPECTED);
     EXPECT_EQ(request.Complete(0), Outcome::Thrown(VSS_E_UNEXPECTED));
-    EXPECT_EQ(request.alerts(), ComRecord("SetBackupSucceeded()", "VSS_E_UNEXPECTED") + alertsBehind);
+    EXPECT_EQ(request.alerts(), ComRecord("SetBackupSucceeded()", "VSS_E_UNEXPECTED") + alertsAfter);
     EXPECT_EQ(TimesCalled("BackupComplete"), 1);
     ExpectTheServiceIsFree();
   }
 };
 
-TEST_F(FirstFailureTest, AWriterFailureBehindAFailedMarkingIsSwallowedButItsRecordStays) {
+TEST_F(FirstFailureTest, AWriterFailureAfterAFailedMarkingIsSwallowedButItsRecordStays) {
   FailWriter(Fault(L"Mail", WriterEvent::backupComplete));
   ExpectTheFirstFailureSurfaces<CVarnel>(MailRecord());
 }
 
-TEST_F(FirstFailureTest, MessagesBehindAFailedMarkingAreSwallowedButTheirRecordStays) {
+TEST_F(FirstFailureTest, MessagesAfterAFailedMarkingAreSwallowedButTheirRecordStays) {
   FailWriter(Fault(L"Mail", WriterEvent::backupComplete));
   ExpectTheFirstFailureSurfaces<PartialRequestor>(MailRecord());
 }
 
-TEST_F(FirstFailureTest, AFailedBackupCompleteBehindAFailedMarkingIsSwallowed) {
+TEST_F(FirstFailureTest, AFailedBackupCompleteAfterAFailedMarkingIsSwallowed) {
   FailCall("IVssBackupComponents::BackupComplete", E_ACCESSDENIED);
   ExpectTheFirstFailureSurfaces<CVarnel>("");
 }
 
-TEST_F(FirstFailureTest, AnyOtherExceptionBehindAFailedMarkingIsSwallowed) {
+TEST_F(FirstFailureTest, AnyOtherExceptionAfterAFailedMarkingIsSwallowed) {
   FailWriter(Fault(L"Mail", WriterEvent::backupComplete));
   ExpectTheFirstFailureSurfaces<ThrowingRequestor>(MailRecord());
 }
 
-TEST_F(CompletionTest, AWriterFailureBehindAnUnspecifiedFailureIsSwallowedToo) {
+TEST_F(CompletionTest, AWriterFailureAfterAnUnspecifiedFailureIsSwallowedToo) {
   FailWriter(Fault(L"Mail", WriterEvent::backupComplete));
   TakenRequest request(*this);
   FailingLog failing("- Mark components", [] { throw std::runtime_error("the log is full"); });

@@ -98,14 +98,14 @@ TEST(Texts, WideTextBecomesNarrow) {
 
 // ---- Full paths and ancestors ----
 
-TEST(FullPathTest, IsTheLogicalPathAndTheNameBehindOneBackslash) {
+TEST(FullPathTest, IsTheLogicalPathAndTheNameAfterOneBackslash) {
   EXPECT_EQ(ComponentFullPath(L"A\\B", L"c"), L"\\A\\B\\c");
   EXPECT_EQ(ComponentFullPath(L"\\A\\B\\", L"c"), L"\\A\\B\\c");
   EXPECT_EQ(ComponentFullPath(L"A", L"b\\c"), L"\\A\\b\\c");
   EXPECT_EQ(ComponentFullPath(L"SQL01\\" + kForeign, L"d b"), L"\\SQL01\\" + kForeign + L"\\d b");
 }
 
-TEST(FullPathTest, WithoutALogicalPathIsTheNameBehindABackslash) {
+TEST(FullPathTest, WithoutALogicalPathIsTheNameAfterABackslash) {
   EXPECT_EQ(ComponentFullPath(L"", L"db"), L"\\db");
   EXPECT_EQ(ComponentFullPath(L"", L"\\db"), L"\\\\db");
 }

@@ -368,7 +368,7 @@ TEST_F(DisconnectTest, ADeviceThatAppearsAfterTheFirstCallIsNotAskedFor) {
 
 // ---- logging out
 
-TEST_F(DisconnectTest, ALogoutIsTriedFiveTimesWithAPauseBehindEachFailure) {
+TEST_F(DisconnectTest, ALogoutIsTriedFiveTimesWithAPauseAfterEachFailure) {
   for (int failures = 0; failures <= 5; ++failures) {
     SCOPED_TRACE(failures);
     EXPECT_EQ(Disconnect({ShadowSession(L"one", L"TSL0001", 0, failures), ShadowSession(L"two", L"TSL0002")}),

@@ -53,7 +53,7 @@ TEST_F(ProviderPresence, AListWithoutTheArraysProviderAnswersFalse) {
   EXPECT_FALSE(IsPresent());
 }
 
-TEST_F(ProviderPresence, AnotherProviderInFrontOfItDoesNotHideIt) {
+TEST_F(ProviderPresence, AnotherProviderBeforeItDoesNotHideIt) {
   InstallProviders({Provider(kOtherProvider, L"Another"), Provider(CVarnel::TesselVssProviderID, L"Ours")});
   EXPECT_TRUE(IsPresent());
   ExpectNothingLive();

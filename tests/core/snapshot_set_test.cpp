@@ -180,7 +180,7 @@ TEST_F(SnapshotSetTest, EveryVolumeIsAddedWithTheArraysProvider) {
   EXPECT_THAT(added[0], HasSubstr(WideToUtf8Lossy(FormatGuid(CVarnel::TesselVssProviderID))));
 }
 
-TEST_F(SnapshotSetTest, ExtraVolumesAreAddedBehindTheApplicationsVolumes) {
+TEST_F(SnapshotSetTest, ExtraVolumesAreAddedAfterTheApplicationsVolumes) {
   EndedRequest request(ExtraVolumes(L"TSL0002"), {.serialNumbers = {L"TSL0002", L"TSL0001"}});
   EXPECT_THAT(VolumeNames(request), ElementsAre(VolumeName(1), VolumeName(2)));
   EXPECT_THAT(log.All(),

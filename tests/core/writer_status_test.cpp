@@ -356,7 +356,7 @@ TEST_F(WriterStatusTest, OnlyTheFirstAddedComponentOfAFullPathIsMarked) {
   EXPECT_FALSE(mail.components[2].failed);
 }
 
-TEST_F(WriterStatusTest, AComponentWithoutALogicalPathHasABackslashInFrontOfItsName) {
+TEST_F(WriterStatusTest, AComponentWithoutALogicalPathHasABackslashBeforeItsName) {
   WriterFault fault = Fault(L"Web", WriterEvent::postSnapshot, VSS_E_WRITERERROR_PARTIAL_FAILURE);
   fault.components = {{L"\\site", VSS_E_WRITERERROR_TIMEOUT, S_OK, L""}};
   FailWriter(fault);

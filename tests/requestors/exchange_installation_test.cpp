@@ -312,7 +312,7 @@ struct LookUpFailure {
   const char* text;
 };
 
-TEST_F(ExchangeInstallation, AFailedCallInFrontOfThePathIsLoggedWithItsPlainCodeAndReturnedAsAnHResult) {
+TEST_F(ExchangeInstallation, AFailedCallBeforeThePathIsLoggedWithItsPlainCodeAndReturnedAsAnHResult) {
   const LookUpFailure failures[] = {
       {"RegOpenKeyExW", 1, ""},
       {"RegQueryInfoKeyW", 1, "Error in finding Exchange version key. Failed quering info for Exchange Server key."},

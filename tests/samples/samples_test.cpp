@@ -88,7 +88,7 @@ TEST_F(SqlServerSample, AWriterCodeLimitsTheSetToTheDatabasesOfTheArray) {
 
 // ---- sql-server-torn.json ----
 
-TEST_F(SqlServerSample, ATornDatabaseIsLeftOutAndItsWriterFailsBehindTheSnapshot) {
+TEST_F(SqlServerSample, ATornDatabaseIsLeftOutAndItsWriterFailsAfterTheSnapshot) {
   const auto run = Run<SqlReq>("sql-server-torn.json", {.disks = {L"TSL0001", L"TSL0002", L"TSL0003"}});
 
   ExpectPresence(run);

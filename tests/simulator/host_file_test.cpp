@@ -228,7 +228,7 @@ INSTANTIATE_TEST_SUITE_P(
                     "\"\\\\?\\Volume{00000001-0000-0000-0000-000000000000}\\\""},
         BadHostFile{"BadMountPoint", WithVolumes(NamedVolume(1, R"(, "mountPoints": ["E:"])")),
                     "/disks/0/volumes/0/mountPoints/0: \"E:\" is no mount point (X:\\ or a folder, with a "
-                    "backslash behind it)"},
+                    "backslash at its end)"},
         BadHostFile{"DuplicateMountPoint",
                     WithVolumes(NamedVolume(1, R"(, "mountPoints": ["E:\\"])") + "," +
                                 NamedVolume(2, R"(, "mountPoints": ["e:\\"])")),

@@ -107,7 +107,7 @@ TEST_F(WriterMetadata, TellsTheIdentityInFull) {
   EXPECT_EQ(Got(*metadata, &IVssExamineWriterMetadataEx2::GetBackupSchema), 0x371U);
 }
 
-TEST_F(WriterMetadata, CountsFilesAndRefusesIndexesBehindThem) {
+TEST_F(WriterMetadata, CountsFilesAndRefusesIndexesAfterThem) {
   simulator::Writer writer = MakeWriter(L"W", 1, {MakeComponent(L"p", L"c", {L"E:\\a", L"E:\\b"})});
   writer.excludeFiles = {{L"E:\\tmp", L"*", true}};
   writer.excludeFilesFromSnapshot = {{L"E:\\cache", L"*", false}};

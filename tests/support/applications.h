@@ -17,14 +17,6 @@ inline constexpr wchar_t kHyperVWriterName[] = L"Microsoft Hyper-V VSS Writer";
 inline constexpr wchar_t kCsvWriterName[] = L"Cluster Shared Volume VSS Writer";
 inline constexpr wchar_t kExchangeWriterName[] = L"Microsoft Exchange Writer";
 
-/// MakeWriter with the class id of an application.
-inline simulator::Writer MakeWriterOf(std::wstring_view writerId, std::wstring name, DWORD n,
-                                      std::vector<simulator::WriterComponent> components) {
-  simulator::Writer writer = MakeWriter(std::move(name), n, std::move(components));
-  writer.writerId = TryParseGuid<GUID>(writerId).value();
-  return writer;
-}
-
 /// A virtual machine, of which the caption names the state and the machine.
 inline simulator::WriterComponent MakeMachine(std::wstring name, std::wstring caption, std::wstring directory) {
   simulator::WriterComponent component = MakeComponent(L"", std::move(name), {std::move(directory)});

@@ -68,4 +68,14 @@ inline simulator::Writer MakeWriterOf(std::wstring_view writerId, std::wstring n
   return writer;
 }
 
+/// A system disk (SYS, C:), two array disks (TSL0001 at E:, TSL0002 at F:) and the array's provider; no writers.
+inline simulator::HostModel SmallHost() {
+  simulator::HostModel model;
+  model.disks = {MakeDisk(L"SYS", 0, L"C:\\", true), MakeDisk(L"TSL0001", 1, L"E:\\"),
+                 MakeDisk(L"TSL0002", 2, L"F:\\")};
+  model.environment = {{L"SystemRoot", L"C:\\Windows"}, {L"SystemDrive", L"C:"}};
+  model.providers = {ArrayProvider()};
+  return model;
+}
+
 }  // namespace varnel::test

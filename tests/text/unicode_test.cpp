@@ -45,7 +45,7 @@ TEST(Unicode, RefusesOrReplacesInvalidUtf8) {
   }
 }
 
-TEST(Unicode, GoesOnBehindInvalidUtf8) {
+TEST(Unicode, GoesOnAfterInvalidUtf8) {
   EXPECT_EQ(Utf8ToWideLossy("a\xC3(b"), L"a\uFFFD(b");
 }
 

@@ -50,7 +50,7 @@ TEST_F(CommandLine, AWrongArgumentEndsWithStatus2AndOneLine) {
   }
 }
 
-TEST_F(CommandLine, GlobalOptionsMayStandBeforeAndBehindTheCommand) {
+TEST_F(CommandLine, GlobalOptionsMayStandBeforeAndAfterTheCommand) {
   const std::string file = folder.Write("host.json", kOneDisk);
   const std::string document = Output({"--json", "--host", file, "disks"});
 

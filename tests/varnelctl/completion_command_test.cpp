@@ -249,7 +249,7 @@ TEST_F(Completion, AWriterThatFailsAtTheCompletionEndsWith10AndTheSetIsThere) {
   EXPECT_EQ(outcome["result"]["alertCode"], 600);
 }
 
-TEST_F(Completion, AFailureOfTheCompletionBehindAnotherIsADetail) {
+TEST_F(Completion, AFailureOfTheCompletionAfterAnotherIsADetail) {
   FailWriter(simulator::WriterEvent::thaw);
   Fail("IVssBackupComponents::GetWriterComponentsCount", VSS_E_UNEXPECTED);
   const json outcome = SnapshotJson({}, 10);
@@ -356,7 +356,7 @@ TEST_F(Completion, DisconnectingEndsTheSessionsThatCarryShadowDisksBeforeTheseAr
   EXPECT_THAT(SessionsLeft(), ElementsAre("originals"));
 }
 
-TEST_F(Completion, DisconnectingComesBehindABreak) {
+TEST_F(Completion, DisconnectingComesAfterABreak) {
   Completed({"--then", "break", "--disconnect"}, {"SetBackupStatus", "BreakSnapshotSet", "DisconnectSnapshotLuns"},
             "broken");
 
@@ -413,7 +413,7 @@ TEST_F(Completion, ADisconnectThatFailsIsTheRunsFailureAndTheSetIsMaskedAllTheSa
   EXPECT_EQ(outcome["result"]["hresult"], "0x80070005");
 }
 
-TEST_F(Completion, AFailureBehindAnotherIsADetail) {
+TEST_F(Completion, AFailureAfterAnotherIsADetail) {
   FailWriter(simulator::WriterEvent::backupComplete);
   Fail("IVssBackupComponents::DeleteSnapshots", VSS_E_PROVIDER_VETO);
   const json outcome = SnapshotJson({"--then", "delete"}, 10);
@@ -456,9 +456,9 @@ TEST_F(Completion, ADiskThatIsNamedTwiceIsAWarning) {
 
 // Ctrl-C
 
-TEST_F(Completion, AnInterruptionEndsTheRunBehindThePresentPhaseAndCompletesItAsAFailure) {
-  constexpr int kBehindTheSnapshot = 8;
-  const CliResult result = Snapshot({"--then", "mask"}, 1, InterruptAtBoundary(kBehindTheSnapshot));
+TEST_F(Completion, AnInterruptionEndsTheRunAfterThePresentPhaseAndCompletesItAsAFailure) {
+  constexpr int kAfterTheSnapshot = 8;
+  const CliResult result = Snapshot({"--then", "mask"}, 1, InterruptAtBoundary(kAfterTheSnapshot));
 
   EXPECT_THAT(result.out, HasSubstr("CreateVssSnapshotSet: done (0 ms)\nSetBackupStatus ...\n"));
   EXPECT_THAT(result.out, HasSubstr("}: deleted, because the request failed\n"));
@@ -469,10 +469,10 @@ TEST_F(Completion, AnInterruptionEndsTheRunBehindThePresentPhaseAndCompletesItAs
   EXPECT_EQ(ListedCopies(), 0u);
 }
 
-TEST_F(Completion, AnInterruptionBehindTheCompletionLeavesTheSetAsItIs) {
-  constexpr int kBehindTheCompletion = 10;
+TEST_F(Completion, AnInterruptionAfterTheCompletionLeavesTheSetAsItIs) {
+  constexpr int kAfterTheCompletion = 10;
   const CliResult result = Snapshot({"--then", "mask", "--disconnect", "--context", "app-rollback"}, 1,
-                                    InterruptAtBoundary(kBehindTheCompletion));
+                                    InterruptAtBoundary(kAfterTheCompletion));
 
   EXPECT_EQ(result.err,
             "varnelctl: warning: --disconnect is left out: the run was interrupted\n"

@@ -26,7 +26,7 @@ TEST_P(ProcessSignals, TheSecondEndsTheProcessAtOnce) {
     std::raise(SIGINT);
     std::raise(GetParam());
   };
-  EXPECT_EXIT(raiseTwice(), testing::KilledBySignal(GetParam()), "interrupted; ends behind this step");
+  EXPECT_EXIT(raiseTwice(), testing::KilledBySignal(GetParam()), "interrupted; ends after this step");
 }
 
 TEST_P(ProcessSignals, TheyEndTheProcessAgainWhenNobodyWatches) {
@@ -50,7 +50,7 @@ TEST_P(ProcessSignals, WhatThePresentProcessIgnoresStaysIgnored) {
 
 INSTANTIATE_TEST_SUITE_P(Signals, ProcessSignals, testing::Values(SIGINT, SIGTERM));
 
-TEST_F(SnapshotCommand, ASignalEndsTheRunBehindThePresentPhase) {
+TEST_F(SnapshotCommand, ASignalEndsTheRunAfterThePresentPhase) {
   testing::internal::CaptureStderr();
   const CliResult result = Snapshot({}, 1, [] {
     auto watch = varnelctl::WatchProcess();

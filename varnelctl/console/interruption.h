@@ -22,6 +22,6 @@ std::unique_ptr<Interruption> WatchProcess();
 
 /// What the first request is answered with. Starts on a new line: the present one may belong to a phase.
 inline constexpr char kInterruptionNotice[] =
-    "\nvarnelctl: interrupted; ends behind this step and completes the backup (once more: ends at once)\n";
+    "\nvarnelctl: interrupted; ends after this step and completes the backup (once more: ends at once)\n";
 
 }  // namespace varnelctl

@@ -135,7 +135,7 @@ void AddCompletionOptions(CLI::App& app, SnapshotOptions& options) {
             "of this host, break it and mask its disks from this host, or delete it")
       ->option_text("keep|break|mask|delete, keep unless given");
   app.add_flag("--disconnect", options.disconnect,
-               "Log this host out of the iSCSI sessions that carry the set's disks: before these are masked, behind "
+               "Log this host out of the iSCSI sessions that carry the set's disks: before these are masked, after "
                "anything else. A deleted set has no disks left to disconnect");
 }
 
