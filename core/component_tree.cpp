@@ -11,7 +11,10 @@ namespace varnel {
 ComponentTree::ComponentTree(const std::vector<VssComponent>& components) : paths_(components.size()) {
   std::vector<std::wstring> keys;
   keys.reserve(components.size());
-  for (const VssComponent& component : components) keys.push_back(ascii::ToLower(component.fullPath) + L'\\');
+  for (const VssComponent& component : components) {
+    std::wstring& key = keys.emplace_back(component.fullPath + L'\\');
+    for (wchar_t& c : key) c = ascii::ToLower(c);
+  }
   std::vector<std::size_t> sorted(components.size());
   std::iota(sorted.begin(), sorted.end(), std::size_t{0});
   // Writers report their components nearly in this order, which a stable sort makes use of.

@@ -104,7 +104,8 @@ std::wstring DirectoryResolver::Expanded(const std::wstring& path) {
     const std::wstring_view text(expanded_.c_str());
     std::wstring result;
     result.reserve(text.size() + 1);
-    return UtilityClass::AppendBackslash(std::move(result.append(text)));
+    result += text;
+    return UtilityClass::AppendBackslash(std::move(result));
   }
   const DWORD error = LastErrorOrGeneric();
   kLog.Error(L"ExpandEnvironmentStringsW() Failed, Path=%s, Error=0x%x", path, error);
@@ -185,7 +186,9 @@ void BuildWriter(VssWriter& writer, IVssExamineWriterMetadata* source, Directory
 std::wstring ComponentFullPath(std::wstring_view logicalPath, std::wstring_view name) {
   std::wstring path;
   path.reserve(logicalPath.size() + name.size() + 2);
-  path = UtilityClass::AppendBackslash(std::move(path.append(logicalPath))).append(name);
+  path += logicalPath;
+  path = UtilityClass::AppendBackslash(std::move(path));
+  path += name;
   if (!path.starts_with(L'\\')) path.insert(0, 1, L'\\');
   return path;
 }

@@ -32,8 +32,9 @@ struct SnapshotVolumeInfo {
 /// constructs it (or an application's subclass), names the disks of the protection set, calls Initialize and
 /// CreateVssSnapshotSet, and reads the results.
 ///
-/// An object belongs to one thread at a time; objects of one process on one host do not disturb each other. The process
-/// must have initialised COM and its security. Operations that fail throw: a bare `long` holding an HRESULT after a
+/// A process drives one object at a time: what the common classes and the metadata bridge keep process-wide is not
+/// guarded. Which thread does it does not matter, as long as it is one at a time. The process must have initialised COM
+/// and its security. Operations that fail throw: a bare `long` holding an HRESULT after a
 /// failed platform call, or VarnelException for a failed request. What else can leave an operation is said there;
 /// any of them can throw std::bad_alloc, and varnel::NoHostError where no host is installed (only outside Windows).
 /// After any exception the object can still be asked, completed with SetBackupStatus and destroyed. Most operations
