@@ -17,8 +17,7 @@ ComponentTree::ComponentTree(const std::vector<VssComponent>& components) : path
   }
   std::vector<std::size_t> sorted(components.size());
   std::iota(sorted.begin(), sorted.end(), std::size_t{0});
-  // Writers report their components nearly in this order, which a stable sort makes use of.
-  std::stable_sort(sorted.begin(), sorted.end(), [&](std::size_t a, std::size_t b) { return keys[a] < keys[b]; });
+  std::sort(sorted.begin(), sorted.end(), [&](std::size_t a, std::size_t b) { return keys[a] < keys[b]; });
 
   std::vector<std::size_t> keyOf;  // by path: one component that has it
   std::size_t path = kNone;        // the latest
