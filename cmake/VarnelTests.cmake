@@ -40,6 +40,9 @@ endfunction()
 # Tests are compiled quickly rather than for speed.
 add_library(varnel_test_options INTERFACE)
 target_compile_options(varnel_test_options INTERFACE "$<$<NOT:$<BOOL:${MSVC}>>:-O0;-g0>")
+if(MINGW AND CMAKE_CROSSCOMPILING)
+  target_link_options(varnel_test_options INTERFACE "SHELL:-wrapper ${PROJECT_SOURCE_DIR}/tools/link-with-lld.sh")
+endif()
 
 # varnel_precompile_test_headers(TARGET LIBRARY): a program that does nothing but hold, compiled once, the headers that
 # rooms include. Rooms that link LIBRARY reuse them.
@@ -81,7 +84,8 @@ function(varnel_add_test name)
   endif()
   target_link_libraries(${name} PRIVATE ${room_LIBRARIES} varnel::simulator ${library} varnel_options
     varnel_test_options GTest::gmock_main)
-  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin/tests)
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin/tests
+    UNITY_BUILD ${VARNEL_UNITY} UNITY_BUILD_BATCH_SIZE 0)
   target_precompile_headers(${name} REUSE_FROM ${headers})
   varnel_test_of_sanitized(${name} ${room_LIBRARIES})
   if(WIN32)

@@ -14,18 +14,18 @@ constexpr Word<VSS_COMPONENT_TYPE> kComponentTypes[] = {
     {"fileGroup", VSS_CT_FILEGROUP},
     {"database", VSS_CT_DATABASE},
 };
-constexpr Word<VSS_USAGE_TYPE> kUsages[] = {
+constexpr Word<VSS_USAGE_TYPE> kUsageNames[] = {
     {"bootableSystemState", VSS_UT_BOOTABLESYSTEMSTATE},
     {"systemService", VSS_UT_SYSTEMSERVICE},
     {"userData", VSS_UT_USERDATA},
     {"other", VSS_UT_OTHER},
 };
-constexpr Word<VSS_SOURCE_TYPE> kSources[] = {
+constexpr Word<VSS_SOURCE_TYPE> kSourceNames[] = {
     {"transactedDb", VSS_ST_TRANSACTEDDB},
     {"nonTransactedDb", VSS_ST_NONTRANSACTEDDB},
     {"other", VSS_ST_OTHER},
 };
-constexpr Word<VSS_RESTOREMETHOD_ENUM> kRestoreMethods[] = {
+constexpr Word<VSS_RESTOREMETHOD_ENUM> kRestoreMethodNames[] = {
     {"undefined", VSS_RME_UNDEFINED},
     {"restoreIfNotThere", VSS_RME_RESTORE_IF_NOT_THERE},
     {"restoreIfCanReplace", VSS_RME_RESTORE_IF_CAN_REPLACE},
@@ -36,7 +36,7 @@ constexpr Word<VSS_RESTOREMETHOD_ENUM> kRestoreMethods[] = {
     {"custom", VSS_RME_CUSTOM},
     {"restoreStopStart", VSS_RME_RESTORE_STOP_START},
 };
-constexpr Word<VSS_WRITERRESTORE_ENUM> kWriterRestores[] = {
+constexpr Word<VSS_WRITERRESTORE_ENUM> kWriterRestoreNames[] = {
     {"undefined", VSS_WRE_UNDEFINED},
     {"never", VSS_WRE_NEVER},
     {"ifReplaceFails", VSS_WRE_IF_REPLACE_FAILS},
@@ -74,8 +74,8 @@ WriterComponent ReadComponent(const JsonNode& node) {
 
 void ReadRestoreMethod(const JsonObject& object, Writer& writer) {
   RestoreMethod restore;
-  object.Read("restoreMethod", restore.method, kRestoreMethods).Read("service", restore.service);
-  object.Read("userProcedure", restore.userProcedure).Read("writerRestore", restore.writerRestore, kWriterRestores);
+  object.Read("restoreMethod", restore.method, kRestoreMethodNames).Read("service", restore.service);
+  object.Read("userProcedure", restore.userProcedure).Read("writerRestore", restore.writerRestore, kWriterRestoreNames);
   object.Read("rebootRequired", restore.rebootRequired);
   const auto keys = {"restoreMethod", "service", "userProcedure", "writerRestore", "rebootRequired"};
   if (std::any_of(keys.begin(), keys.end(), [&](const char* key) { return object.Has(key); })) {
@@ -106,8 +106,8 @@ Writer ReadInlineWriter(const JsonNode& node, std::size_t index) {
   writer.writerId = object.At("writerId").Guid();
   const auto instanceId = object.Find("instanceId");
   writer.instanceId = instanceId ? instanceId->Guid() : DerivedInstanceId(writer, index);
-  object.Read("instanceName", writer.instanceName).Read("usage", writer.usage, kUsages);
-  object.Read("source", writer.source, kSources).Read("majorVersion", writer.majorVersion);
+  object.Read("instanceName", writer.instanceName).Read("usage", writer.usage, kUsageNames);
+  object.Read("source", writer.source, kSourceNames).Read("majorVersion", writer.majorVersion);
   object.Read("minorVersion", writer.minorVersion).Read("backupSchema", writer.backupSchema);
   ReadRestoreMethod(object, writer);
   object.ReadList("excludeFiles", writer.excludeFiles, ReadFileSpec);

@@ -11,6 +11,7 @@ inline constexpr DWORD kErrorFilenameExceedsRange = 206;
 inline constexpr DWORD kErrorDeviceNotConnected = 1167;
 inline constexpr DWORD kErrorUnsupportedType = 1630;
 inline constexpr DWORD kErrorNotAReparsePoint = 4390;
+inline constexpr DWORD kFileDeviceDisk = 7;  // a kind of device, FILE_DEVICE_DISK
 inline constexpr DWORD kIscsiLogoutFailed = 0xEFFF0011;
 inline constexpr DWORD kIscsiInvalidSession = 0xEFFF0012;
 

@@ -15,7 +15,6 @@ namespace {
 constexpr ULONGLONG kAdapter = 0xFFFF800000000000;
 constexpr ULONGLONG kFirstSession = 0x4000013700000001;
 constexpr GUID kDiskInterface = ParseGuid<GUID>("{53f56307-b6bf-11d0-94f2-00a0c91efb8b}");
-constexpr DWORD kFileDeviceDisk = 7;
 
 bool SameSession(const iscsi::UniqueSessionId& a, const iscsi::UniqueSessionId& b) {
   return a.AdapterUnique == b.AdapterUnique && a.AdapterSpecific == b.AdapterSpecific;

@@ -13,7 +13,6 @@ namespace varnel::simulator {
 namespace {
 
 constexpr std::wstring_view kPhysicalDrive = L"\\\\.\\PhysicalDrive";
-constexpr DWORD kFileDeviceDisk = 7;
 constexpr DWORD kBusTypeIscsi = 9;
 constexpr DWORD kBusTypeSata = 11;
 constexpr DWORD kNoString = 0xFFFFFFFF;

@@ -7,12 +7,12 @@
 namespace varnel::simulator {
 namespace {
 
-constexpr GUID kInterfaces[] = {kIidVssAsync};
+constexpr GUID kAsyncInterfaces[] = {kIidVssAsync};
 
 class Async final : public ComObject<IVssAsync> {
  public:
   Async(std::shared_ptr<Machine> machine, std::shared_ptr<AsyncOperation> operation)
-      : ComObject(std::move(machine), "IVssAsync", kInterfaces), operation_(std::move(operation)) {}
+      : ComObject(std::move(machine), "IVssAsync", kAsyncInterfaces), operation_(std::move(operation)) {}
 
   HRESULT STDMETHODCALLTYPE Cancel() override {
     return Call("IVssAsync::Cancel", NoArguments, [&] {

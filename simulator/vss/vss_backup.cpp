@@ -10,8 +10,8 @@
 namespace varnel::simulator {
 namespace {
 
-constexpr GUID kInterfaces[] = {kIidVssBackupComponents, kIidVssBackupComponentsEx, kIidVssBackupComponentsEx2,
-                                kIidVssBackupComponentsEx3, kIidVssBackupComponentsEx4};
+constexpr GUID kBackupInterfaces[] = {kIidVssBackupComponents, kIidVssBackupComponentsEx, kIidVssBackupComponentsEx2,
+                                      kIidVssBackupComponentsEx3, kIidVssBackupComponentsEx4};
 
 std::string IdListText(const VSS_ID* ids, UINT count) {
   if (ids == nullptr) return "null";
@@ -33,7 +33,7 @@ auto MadeId(const GUID& id) {
 class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
  public:
   explicit BackupComponents(std::shared_ptr<Machine> machine)
-      : ComObject(std::move(machine), "IVssBackupComponents", kInterfaces), session_(sharedMachine()) {}
+      : ComObject(std::move(machine), "IVssBackupComponents", kBackupInterfaces), session_(sharedMachine()) {}
 
   HRESULT STDMETHODCALLTYPE GetWriterComponentsCount(UINT* components) override {
     return Count("IVssBackupComponents::GetWriterComponentsCount", components,

@@ -6,6 +6,7 @@
 #include "core/metadata_reader.h"
 #include "core/writer_metadata.h"
 #include "tests/core/component_paths.h"
+#include "tests/support/foreign_text.h"
 #include "tests/support/request_fixture.h"
 #include "text/guid.h"
 #include "text/unicode.h"
@@ -14,7 +15,6 @@ namespace varnel::test {
 namespace {
 
 // The character is one wchar_t or a surrogate pair.
-const std::wstring kForeign = L"\u00E9\u65E5\U0001F680";
 
 // ---- Records ----
 

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "resources/catalog.h"
+#include "tests/support/foreign_text.h"
 #include "tests/support/forwarding_host.h"
 #include "tests/support/request_fixture.h"
 
@@ -27,8 +28,6 @@ namespace varnel::test {
 namespace {
 
 // Text outside the basic plane, and text that no one-byte locale has.
-const std::wstring kForeign = L"\u0416\u65E5\U0001F680";
-const std::string kForeignUtf8 = "\xD0\x96\xE6\x97\xA5\xF0\x9F\x9A\x80";
 
 struct CatalogText {
   int id;

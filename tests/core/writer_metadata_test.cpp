@@ -2,6 +2,7 @@
 #include <cstdint>
 
 #include "tests/core/component_paths.h"
+#include "tests/support/foreign_text.h"
 #include "tests/support/forwarding_vss.h"
 #include "tests/support/request_fixture.h"
 
@@ -13,7 +14,6 @@ using simulator::Writer;
 using simulator::WriterComponent;
 
 // The character is one wchar_t or a surrogate pair.
-const std::wstring kForeign = L"\u00E9\u65E5\U0001F680";
 
 class WriterMetadataTest : public HostFixture {
  protected:

@@ -6,14 +6,10 @@
 #include <cstdint>
 #include <string>
 
-namespace varnel {
-namespace {
+#include "tests/support/foreign_text.h"
 
-// A character outside the basic plane, one wchar_t or a surrogate pair.
-const std::wstring kRocket = L"\U0001F680";
-const std::string kRocketUtf8 = "\xF0\x9F\x9A\x80";
-const std::wstring kReplaced = L"\uFFFD";
-const std::string kReplacedUtf8 = "\xEF\xBF\xBD";
+namespace varnel::test {
+namespace {
 
 std::wstring FormatVariadic(const wchar_t* format, ...) {
   std::va_list arguments;
@@ -126,4 +122,4 @@ TEST(Format, ReadsVariadicArgumentsByTheirConversions) {
 }
 
 }  // namespace
-}  // namespace varnel
+}  // namespace varnel::test

@@ -5,13 +5,10 @@
 #include <stdexcept>
 #include <string>
 
-namespace varnel {
-namespace {
+#include "tests/support/foreign_text.h"
 
-// A character outside the basic plane, one wchar_t or a surrogate pair.
-const std::wstring kRocket = L"\U0001F680";
-const std::string kRocketUtf8 = "\xF0\x9F\x9A\x80";
-const std::string kReplacedUtf8 = "\xEF\xBF\xBD";
+namespace varnel::test {
+namespace {
 
 TEST(Unicode, ConvertsBothWays) {
   const std::string utf8 = "a\xC3\xA9\xE2\x82\xAC" + kRocketUtf8;
@@ -64,4 +61,4 @@ TEST(Unicode, JoinsASurrogatePairOnEveryPlatform) {
 }
 
 }  // namespace
-}  // namespace varnel
+}  // namespace varnel::test
