@@ -14,9 +14,8 @@ const std::string kForeignUtf8 = "\xD0\x96\xE6\x97\xA5\xF0\x9F\x9A\x80";
 
 class ScopedLocale {
  public:
-  explicit ScopedLocale(const char* name) : previous_(std::setlocale(LC_ALL, nullptr)) {
-    installed_ = std::setlocale(LC_ALL, name) != nullptr;
-  }
+  explicit ScopedLocale(const char* name)
+      : previous_(std::setlocale(LC_ALL, nullptr)), installed_(std::setlocale(LC_ALL, name) != nullptr) {}
   ~ScopedLocale() { std::setlocale(LC_ALL, previous_.c_str()); }
   ScopedLocale(const ScopedLocale&) = delete;
   ScopedLocale& operator=(const ScopedLocale&) = delete;
@@ -24,7 +23,7 @@ class ScopedLocale {
 
  private:
   std::string previous_;
-  bool installed_ = false;
+  bool installed_;
 };
 
 TEST(VarnelExceptionTest, IsAStandardExceptionAndNoOtherOne) {

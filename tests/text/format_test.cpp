@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/win32.h"
+
 namespace varnel {
 namespace {
 
