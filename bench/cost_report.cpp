@@ -206,9 +206,11 @@ class Plot {
 
   // A line for every power of ten, and the sizes that were measured.
   void Axes(const std::vector<std::size_t>& sizes) const {
-    for (double value = std::pow(10, std::ceil(std::log10(bottom_))); value <= top_; value *= 10) {
-      Line(kLeft, Y(value), kRight, Y(value), "#dddddd");
-      Text(kLeft - 8, Y(value) + 4, "end", Power(value));
+    const auto highest = std::lround(std::floor(std::log10(top_)));
+    for (auto power = std::lround(std::ceil(std::log10(bottom_))); power <= highest; ++power) {
+      const double y = Y(std::pow(10, power));
+      Line(kLeft, y, kRight, y, "#dddddd");
+      Text(kLeft - 8, y + 4, "end", Power(power));
     }
     for (const std::size_t n : sizes) {
       const double x = X(static_cast<double>(n));
@@ -247,8 +249,8 @@ class Plot {
   double X(double n) const { return kLeft + (kRight - kLeft) * Between(n, left_, right_); }
   double Y(double instructions) const { return kBottom - (kBottom - kTop) * Between(instructions, bottom_, top_); }
 
-  static std::string Power(double value) {
-    return "10<tspan dy=\"-5\" font-size=\"10\">" + std::to_string(std::lround(std::log10(value))) + "</tspan>";
+  static std::string Power(long power) {
+    return "10<tspan dy=\"-5\" font-size=\"10\">" + std::to_string(power) + "</tspan>";
   }
   void Line(double x1, double y1, double x2, double y2, const char* colour, int width = 1) const {
     out_ << "<line x1=\"" << x1 << "\" y1=\"" << y1 << "\" x2=\"" << x2 << "\" y2=\"" << y2 << "\" stroke=\"" << colour
@@ -289,6 +291,7 @@ void WritePlot(const std::vector<Workload>& workloads, std::ostream& out) {
   }
   if (sizes.size() < 2) throw std::runtime_error("too few sizes for a plot");
   std::vector<std::size_t> ticks;
+  ticks.reserve(sizes.size());
   for (const auto& [n, measured] : sizes) ticks.push_back(n);
   plot.Begin();
   plot.Axes(ticks);

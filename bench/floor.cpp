@@ -6,7 +6,6 @@
 #include "bench/floor.h"
 
 #include <algorithm>
-#include <array>
 #include <cwchar>
 #include <set>
 #include <stdexcept>
@@ -168,16 +167,16 @@ class BareRequestor {
     Check(file.GetFilespec(filespec.Put()));
     Check(file.GetRecursive(&recursive));
     Check(file.GetAlternateLocation(alternate.Put()));
-    std::array<wchar_t, MAX_PATH> expanded;
-    if (CurrentHost().system().ExpandEnvironmentStringsW(path.Get(), expanded.data(), MAX_PATH) == 0) Check(E_FAIL);
-    const auto known = volumesOfDirectories_.find(expanded.data());
+    wchar_t expanded[MAX_PATH];
+    if (CurrentHost().system().ExpandEnvironmentStringsW(path.Get(), expanded, MAX_PATH) == 0) Check(E_FAIL);
+    const auto known = volumesOfDirectories_.find(expanded);
     if (known != volumesOfDirectories_.end()) return known->second;
-    const std::wstring directory = UtilityClass::AppendBackslash(expanded.data());
+    const std::wstring directory = UtilityClass::AppendBackslash(expanded);
     std::wstring volume;
     std::wstring mountPoint;
     if (!UtilityClass::GetUniqueVolumeNameForPathNoThrow(directory, volume, mountPoint)) volume = directory;
     const VolumeIndex index = IndexOf(volume);
-    volumesOfDirectories_.emplace(expanded.data(), index);
+    volumesOfDirectories_.emplace(expanded, index);
     return index;
   }
 

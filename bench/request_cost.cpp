@@ -47,6 +47,7 @@ struct UncountedAllocator {
   template <class U>
   UncountedAllocator(const UncountedAllocator<U>&) noexcept {}
   T* allocate(std::size_t count) {
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): a set of pointers allocates pointers
     if (void* block = __libc_malloc(count * sizeof(T))) return static_cast<T*>(block);
     throw std::bad_alloc();
   }
@@ -84,19 +85,19 @@ Allocations allocations;
 }  // namespace
 
 extern "C" {
-void* malloc(std::size_t bytes) {
-  return allocations.Add(__libc_malloc(bytes));
+void* malloc(std::size_t size) {
+  return allocations.Add(__libc_malloc(size));
 }
-void* calloc(std::size_t count, std::size_t bytes) {
-  return allocations.Add(__libc_calloc(count, bytes));
+void* calloc(std::size_t nmemb, std::size_t size) {
+  return allocations.Add(__libc_calloc(nmemb, size));
 }
-void* realloc(void* block, std::size_t bytes) {
-  allocations.Remove(block);
-  return allocations.Add(__libc_realloc(block, bytes));
+void* realloc(void* ptr, std::size_t size) {
+  allocations.Remove(ptr);
+  return allocations.Add(__libc_realloc(ptr, size));
 }
-void free(void* block) {
-  allocations.Remove(block);
-  __libc_free(block);
+void free(void* ptr) {
+  allocations.Remove(ptr);
+  __libc_free(ptr);
 }
 }
 

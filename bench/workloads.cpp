@@ -101,11 +101,12 @@ HostModel ClusterHost(std::size_t n) {
 HostModel ExchangeHost(std::size_t n) {
   constexpr std::size_t kDatabasesPerServer = 100;
   const std::wstring store = L"Microsoft Exchange Server\\Microsoft Information Store";
+  const std::wstring belowStore = store + L"\\";
   Writer writer = test::MakeWriterOf(kExchangeWriterId, L"Microsoft Exchange Writer", 2, {});
   for (std::size_t c = 0; c < n; ++c) {
     const std::wstring server = L"EXCH" + Number(c / kDatabasesPerServer);
     if (c % kDatabasesPerServer == 0) writer.components.push_back(MakeComponent(store, server, server));
-    const std::wstring path = store + L"\\" + server;
+    const std::wstring path = belowStore + server;
     writer.components.push_back(MakeComponent(path, GuidText(c), L"mailbox" + Number(c)));
     const std::wstring folder = L"mailbox" + Number(c);
     WriterComponent file = MakeComponent(path + L"\\" + GuidText(c), L"File", L"File");
@@ -206,6 +207,7 @@ std::vector<std::wstring> DisksOf(const HostModel& model) {
     }
   }
   std::vector<std::wstring> disks;
+  disks.reserve(used.size());
   for (const std::size_t disk : used) disks.push_back(model.disks[disk + 1].serial);
   return disks;
 }

@@ -94,7 +94,7 @@ void CVarnel::SetBackupStatus(int snapErrorCode, std::string& errorDetails) {
     // The failure that came first is the one to report.
     if (failure == S_OK) throw;
   }
-  if (failure != S_OK) throw failure;
+  if (failure != S_OK) throw long{failure};
 }
 
 void CVarnel::SetBackupSucceeded(int snapErrorCode, std::string& errorDetails) {

@@ -33,7 +33,7 @@ std::wstring ComputerName() {
   if (!CurrentHost().system().GetComputerNameW(buffer.data(), &characters)) {
     varnel::LogAndThrowWin32(L"GetComputerNameW(buffer, &size)", varnel::LastErrorOrGeneric());
   }
-  return buffer.c_str();
+  return buffer.substr(0, buffer.find(L'\0'));
 }
 
 }  // namespace

@@ -13,7 +13,8 @@ using varnel::Bstr;
 using varnel::CheckedCall;
 using varnel::kLog;
 
-const GUID CVarnel::TesselVssProviderID = varnel::ParseGuid<GUID>(VARNEL_PROVIDER_ID);
+constexpr GUID kProviderId = varnel::ParseGuid<GUID>(VARNEL_PROVIDER_ID);
+const GUID CVarnel::TesselVssProviderID = kProviderId;
 
 CVarnel::CVarnel(DWORD testPoints) : m_successfulDBList(varnel::kAllDatabasesList), m_testPoints(testPoints) {}
 

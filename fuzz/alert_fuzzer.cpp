@@ -90,8 +90,8 @@ Value ReadValue(fuzz::Input& input, AlertValue kind, std::size_t& room) {
 void AddEnds(std::string_view record, std::size_t at, const Value& value, std::set<std::size_t>& ends) {
   const std::string_view rest = record.substr(at);
   const std::string_view text = value.expected;
-  const auto end = std::mismatch(rest.begin(), rest.end(), text.begin(), text.end()).first;
-  const auto same = static_cast<std::size_t>(end - rest.begin());
+  const auto same =
+      static_cast<std::size_t>(std::mismatch(rest.begin(), rest.end(), text.begin(), text.end()).first - rest.begin());
   if (same == text.size()) ends.insert(at + same);
   if (!value.isText || text.size() <= kDots.size()) return;  // dots would not be shorter
   for (std::size_t kept = rest.find(kDots); kept <= same; kept = rest.find(kDots, kept + 1)) {
@@ -121,6 +121,7 @@ bool Matches(std::string_view record, const AlertParts& parts, const std::vector
 void CheckContent(const AlertRecord& record, std::string_view formatted, const AlertParts& parts,
                   const std::vector<Value>& values) {
   std::vector<std::string> texts;
+  texts.reserve(values.size());
   for (const Value& value : values) texts.push_back(value.expected);
   const std::string whole = parts.Join(texts);
   if (whole.size() < record.bytes) {
@@ -147,6 +148,7 @@ void CheckLogged(const AlertRecord& record, std::string_view formatted, const La
 // Appends the record to error details. Returns what then stands between the text before it and its ending.
 std::string_view Write(const AlertRecord& record, const std::vector<Value>& values, std::string& details) {
   std::vector<FormatArgument> arguments;
+  arguments.reserve(values.size());
   for (const Value& value : values) arguments.push_back(value.Argument());
   const std::string before = details;
   test::WriteAlertWith(record, arguments, details);

@@ -110,7 +110,7 @@ void ExchangeReq::VerifyComponentFile(VssFileDescriptor& file) {
           L"Since the verification utility is not found by system we attempt to find a full path of the installed MS "
           L"Exchange and call the utiliy with full path.");
       std::wstring folder;
-      if (const long code = FindExchangeServerBinFolder(folder); code != ERROR_SUCCESS) throw code;
+      if (const long code = FindExchangeServerBinFolder(folder); code != ERROR_SUCCESS) throw long{code};
       ExecCommand(Quoted(folder + varnel::kDatabaseChecker) + arguments);
     }
   } catch (long hr) {

@@ -14,7 +14,7 @@ std::string WhyUnfit(bool elevated, bool matchesSystem, bool hasService);
 class MachineSession {
  public:
   MachineSession();
-  ~MachineSession();
+  ~MachineSession();  // NOLINT(performance-trivially-destructible): on Windows it has work to do
   MachineSession(const MachineSession&) = delete;
   MachineSession& operator=(const MachineSession&) = delete;
 };

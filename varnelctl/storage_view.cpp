@@ -122,7 +122,7 @@ StorageView ReadStorage() {
     disks.try_emplace(number, DiskView{std::move(device), false, {}});
   }
   const std::optional<DWORD> systemDisk = SystemDiskNumber(enumerator);
-  if (!systemDisk) view.warnings.push_back("the disk of the system directory cannot be told");
+  if (!systemDisk) view.warnings.emplace_back("the disk of the system directory cannot be told");
   for (auto& [number, disk] : disks) {
     disk.system = number == systemDisk;
     view.disks.push_back(std::move(disk));

@@ -99,6 +99,7 @@ class VARNEL_API Version {
  public:
   constexpr Version(unsigned short major, unsigned short minor, unsigned short build, unsigned short revision)
       : parts_{major, minor, build, revision} {}
+  // NOLINTNEXTLINE(modernize-use-nullptr): the defaulted comparison has no pointer
   friend constexpr auto operator<=>(const Version&, const Version&) = default;
 
  private:

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "platform/host.h"
 #include "platform/tessel/FileLog.h"
 #include "platform/tessel/TesselCommonClasses.h"
@@ -37,10 +39,8 @@ bool VerifyFileVersion(const std::wstring& path, const Version& lowest) {
 }  // namespace
 
 bool VersionHelper::VerifyFileVersions(const std::map<std::wstring, Version>& lowest) {
-  for (const auto& [path, version] : lowest) {
-    if (!VerifyFileVersion(path, version)) return false;
-  }
-  return true;
+  return std::all_of(lowest.begin(), lowest.end(),
+                     [](const auto& file) { return VerifyFileVersion(file.first, file.second); });
 }
 
 }  // namespace TesselCommonClasses

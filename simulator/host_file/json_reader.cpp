@@ -28,6 +28,8 @@ std::string EscapeKey(std::string_view key) {
 // Builds the document and refuses the second of two equal keys, which the library would let win.
 class StrictBuilder final : public nlohmann::json_sax<Json> {
  public:
+  explicit StrictBuilder(Json& root) : root_(root) {}
+
   bool null() override { return Add(nullptr); }
   bool boolean(bool value) override { return Add(value); }
   bool number_integer(number_integer_t value) override { return Add(value); }
@@ -55,8 +57,6 @@ class StrictBuilder final : public nlohmann::json_sax<Json> {
     const std::size_t start = place == std::string_view::npos ? text.find("] ") + 2 : place + kPlace.size();
     throw JsonError("", "no JSON: " + std::string(text.substr(start)));
   }
-
-  Json Take() { return std::move(root_); }
 
  private:
   struct Frame {
@@ -100,16 +100,17 @@ class StrictBuilder final : public nlohmann::json_sax<Json> {
     return pointer;
   }
 
-  Json root_;
+  Json& root_;
   std::vector<Frame> open_;
 };
 
 }  // namespace
 
 Json ParseJson(std::string_view text) {
-  StrictBuilder builder;
+  Json document;
+  StrictBuilder builder(document);
   Json::sax_parse(text.begin(), text.end(), &builder, Json::input_format_t::json, true, true);
-  return builder.Take();
+  return document;
 }
 
 void JsonNode::Expect(bool matches, const char* wanted) const {

@@ -51,7 +51,7 @@ class DiskReader {
     if (!IsVolumeName(volume.name)) name.Refuse("is no volume name (\\\\?\\Volume{GUID}\\)");
     volumeNames_.Add(volume.name, name);
     object.ReadList("mountPoints", volume.mountPoints, [&](const JsonNode& mountPoint) {
-      const std::wstring path = mountPoint.Text();
+      std::wstring path = mountPoint.Text();
       if (!IsMountPoint(path)) mountPoint.Refuse("is no mount point (X:\\ or a folder, with a backslash at its end)");
       mountPoints_.Add(path, mountPoint);
       return path;

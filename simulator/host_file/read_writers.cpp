@@ -117,7 +117,7 @@ Writer ReadInlineWriter(const JsonNode& node, std::size_t index) {
 }
 
 Writer ReadDocument(const JsonNode& node, const std::filesystem::path& directory) {
-  const std::string name = node.Utf8();
+  const std::string& name = node.Utf8();
   const std::optional<std::string> xml = ReadWholeFile(directory / std::u8string(name.begin(), name.end()));
   if (!xml) node.Fail("cannot read \"" + name + "\"");
   try {

@@ -27,8 +27,8 @@ class NestingCheck {
   static constexpr std::size_t kDeepest = 64;
 
   [[noreturn]] void Fail(const std::string& reason) const {
-    const auto end = xml_.begin() + static_cast<std::ptrdiff_t>(std::min(at_, xml_.size()));
-    const auto line = 1 + std::count(xml_.begin(), end, '\n');
+    const std::string_view before = xml_.substr(0, at_);
+    const auto line = 1 + std::count(before.begin(), before.end(), '\n');
     throw DocumentError("not XML: line " + std::to_string(line) + ": " + reason);
   }
 

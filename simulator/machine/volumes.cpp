@@ -43,9 +43,9 @@ std::vector<const ShadowCopy*> CopiesWithDisk(const Machine& machine) {
 
 std::optional<VolumeView> FindCopyOfPath(const Machine& machine, std::wstring_view path) {
   if (!ascii::StartsWithIgnoringCase(path, kDevicePrefix)) return std::nullopt;
-  const auto end = std::find_if(path.begin() + kDevicePrefix.size(), path.end(), IsSeparator);
-  const ShadowCopy* copy =
-      machine.snapshots->CopyOfDevice(path.substr(0, static_cast<std::size_t>(end - path.begin())));
+  const auto length = static_cast<std::size_t>(
+      std::find_if(path.begin() + kDevicePrefix.size(), path.end(), IsSeparator) - path.begin());
+  const ShadowCopy* copy = machine.snapshots->CopyOfDevice(path.substr(0, length));
   if (copy == nullptr) return std::nullopt;
   return VolumeView{nullptr, copy, copy->diskNumber, 1, copy->device.size()};
 }

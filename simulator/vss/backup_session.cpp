@@ -257,7 +257,7 @@ HRESULT BackupSession::StartSnapshotSet(VSS_ID* setId) {
   return S_OK;
 }
 
-HRESULT BackupSession::AddToSnapshotSet(VSS_PWSZ volume, const GUID& provider, VSS_ID* copyId) {
+HRESULT BackupSession::AddToSnapshotSet(const wchar_t* volume, const GUID& provider, VSS_ID* copyId) {
   if (volume == nullptr || copyId == nullptr) return E_INVALIDARG;
   if (!IsIdle() || stage_ != Stage::setStarted) return VSS_E_BAD_STATE;
   return service_.AddVolume(id_, volume, provider, *copyId);
@@ -494,7 +494,7 @@ HRESULT BackupSession::QuerySnapshots(std::vector<const ShadowCopy*>& copies) {
   return S_OK;
 }
 
-HRESULT BackupSession::IsVolumeSupported(const GUID& provider, VSS_PWSZ volume, BOOL* supported) {
+HRESULT BackupSession::IsVolumeSupported(const GUID& provider, const wchar_t* volume, BOOL* supported) {
   if (volume == nullptr || supported == nullptr) return E_INVALIDARG;
   if (!IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
   bool answer = false;

@@ -65,7 +65,7 @@ class BackupSession {
   HRESULT SetBackupSucceeded(const ComponentName& component, bool succeeded);
 
   HRESULT StartSnapshotSet(VSS_ID* setId);
-  HRESULT AddToSnapshotSet(VSS_PWSZ volume, const GUID& provider, VSS_ID* copyId);
+  HRESULT AddToSnapshotSet(const wchar_t* volume, const GUID& provider, VSS_ID* copyId);
   HRESULT PrepareForBackup(IVssAsync** async);
   HRESULT DoSnapshotSet(IVssAsync** async);
   HRESULT BackupComplete(IVssAsync** async);
@@ -83,7 +83,7 @@ class BackupSession {
   HRESULT GetSnapshotProperties(const GUID& copyId, const ShadowCopy*& copy);
   HRESULT QuerySnapshots(std::vector<const ShadowCopy*>& copies);
   HRESULT QueryProviders();
-  HRESULT IsVolumeSupported(const GUID& provider, VSS_PWSZ volume, BOOL* supported);
+  HRESULT IsVolumeSupported(const GUID& provider, const wchar_t* volume, BOOL* supported);
   HRESULT DeleteSnapshots(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, VSS_ID& notDeleted);
   HRESULT BreakSnapshotSet(const GUID& setId);
   HRESULT BreakSnapshotSetEx(const GUID& setId, DWORD flags, IVssAsync** async);

@@ -378,6 +378,7 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
     const HRESULT result = session_.QuerySnapshots(copies);
     if (FAILED(result)) return result;
     std::vector<EnumeratedObject> objects;
+    objects.reserve(copies.size());
     for (const ShadowCopy* copy : copies) objects.emplace_back(*copy);
     *enumerator = MakeEnumerator(sharedMachine(), std::move(objects));
     return S_OK;

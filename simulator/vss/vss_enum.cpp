@@ -109,7 +109,7 @@ IVssEnumObject* MakeEnumerator(std::shared_ptr<Machine> machine, std::vector<Enu
 
 IVssEnumObject* MakeProviderEnumerator(std::shared_ptr<Machine> machine) {
   const std::vector<Provider>& providers = machine->model().providers;
-  return MakeEnumerator(machine, {providers.begin(), providers.end()});
+  return MakeEnumerator(std::move(machine), {providers.begin(), providers.end()});
 }
 
 IVssAdmin* MakeAdmin(std::shared_ptr<Machine> machine) {

@@ -137,7 +137,7 @@ void WriterSession::Abort() {
   }
 }
 
-void WriterSession::Abort(GatheredWriter& writer) {
+void WriterSession::Abort(GatheredWriter& writer) const {
   machine_.snapshots->raisedEvents.push_back({writer.data->name, std::nullopt, S_OK});
   if (!writer.status.HasFailed()) writer.status.state = VSS_WS_STABLE;
 }

@@ -76,7 +76,7 @@ class WriterSession {
   void Fail(GatheredWriter& writer, VSS_WRITER_STATE failed, HRESULT failure);
   /// Raises Abort at the writers that take part; those that have not failed become stable.
   void Abort();
-  void Abort(GatheredWriter& writer);
+  void Abort(GatheredWriter& writer) const;
   /// Raises BackupShutdown at the writers that took part.
   void Shutdown();
 

@@ -14,9 +14,8 @@ namespace {
 
 class ScopedLocale {
  public:
-  explicit ScopedLocale(const char* name) : previous_(std::setlocale(LC_ALL, nullptr)) {
-    installed_ = std::setlocale(LC_ALL, name) != nullptr;
-  }
+  explicit ScopedLocale(const char* name)
+      : previous_(std::setlocale(LC_ALL, nullptr)), installed_(std::setlocale(LC_ALL, name) != nullptr) {}
   ~ScopedLocale() { std::setlocale(LC_ALL, previous_.c_str()); }
   ScopedLocale(const ScopedLocale&) = delete;
   ScopedLocale& operator=(const ScopedLocale&) = delete;
@@ -24,7 +23,7 @@ class ScopedLocale {
 
  private:
   std::string previous_;
-  bool installed_ = false;
+  bool installed_;
 };
 
 TEST(VarnelExceptionTest, IsAStandardExceptionAndNoOtherOne) {

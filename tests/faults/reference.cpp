@@ -227,7 +227,7 @@ void Reference::Complete(int code) {
   } catch (const Ending&) {
     if (saved.Returned()) throw;
   }
-  if (!saved.Returned()) throw saved;
+  if (!saved.Returned()) throw Ending{saved};
 }
 
 void Reference::MarkComponents(int code) {

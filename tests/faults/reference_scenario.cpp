@@ -303,7 +303,7 @@ class ScenarioMaker {
   }
 
   std::optional<std::wstring> Message() {
-    const auto text = random_.Pick<const wchar_t*>({nullptr, L"", L"log full", L"50% of %s\u00E9"});
+    const wchar_t* text = random_.Pick<const wchar_t*>({nullptr, L"", L"log full", L"50% of %s\u00E9"});
     return text == nullptr ? std::nullopt : std::optional<std::wstring>(text);
   }
 

@@ -7,10 +7,8 @@
 namespace varnel::test::reference {
 
 bool Reference::IsVolumeAdded(const std::wstring& volume) const {
-  for (const SnapshotVolume& added : volumes_) {
-    if (SameInAnyCase(added.volumeName, volume)) return true;
-  }
-  return false;
+  return std::any_of(volumes_.begin(), volumes_.end(),
+                     [&](const SnapshotVolume& added) { return SameInAnyCase(added.volumeName, volume); });
 }
 
 std::vector<simulator::Disk> Reference::DisksByNumber() const {

@@ -1,6 +1,7 @@
 // The texts of the reference: as plainly as the rules read, and nothing of the library's.
 #pragma once
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -34,10 +35,7 @@ std::wstring Hex(Integer value) {
 
 template <class T>
 bool Contains(const std::vector<T>& list, const T& element) {
-  for (const T& candidate : list) {
-    if (candidate == element) return true;
-  }
-  return false;
+  return std::find(list.begin(), list.end(), element) != list.end();
 }
 
 }  // namespace varnel::test::reference

@@ -737,13 +737,13 @@ class CallSweepFixture : public HostFixture {
     return trial.firedAtMarking || !IsDegrading(trial.firedAt);
   }
 
-  void TellRuns(const std::vector<ChosenCall>& chosen, std::size_t all) {
+  void TellRuns(const std::vector<ChosenCall>& chosen, std::size_t all) const {
     const auto thorough =
         std::count_if(chosen.begin(), chosen.end(), [](const ChosenCall& call) { return call.withEveryCode; });
     TellRuns(FormatNarrow("%u of %u calls, %u of them with every code", {chosen.size(), all, thorough}));
   }
 
-  void TellRuns(const std::string& over) {
+  void TellRuns(const std::string& over) const {
     std::cout << "[     SWEEP ] " << runs_ << " runs over " << over << '\n';
     RecordProperty("runs", runs_);
     allRuns_ += runs_;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/win32.h"
 #include "tests/support/foreign_text.h"
 
 namespace varnel::test {

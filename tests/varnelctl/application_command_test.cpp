@@ -8,7 +8,6 @@ namespace {
 using nlohmann::json;
 using testing::AllOf;
 using testing::EndsWith;
-using testing::Not;
 using testing::StartsWith;
 
 // A host file may have comments.

@@ -1,7 +1,6 @@
 #include "varnelctl/console/text.h"
 
 #include <algorithm>
-#include <type_traits>
 
 #include "text/unicode.h"
 
@@ -9,7 +8,7 @@ namespace varnelctl {
 namespace {
 
 constexpr bool IsControl(wchar_t c) {
-  const auto unit = static_cast<std::make_unsigned_t<wchar_t>>(c);
+  const auto unit = static_cast<char32_t>(c);
   return unit < 0x20 || (unit >= 0x7F && unit <= 0x9F);
 }
 

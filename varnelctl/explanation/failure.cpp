@@ -65,7 +65,7 @@ Failure Alert(const VarnelException& exception) {
     if (!detail.empty() && detail != failure.message) failure.details.push_back(std::move(detail));
   }
   if (exception.GetAlertCode() == VarnelException::VerificationFailure) {
-    failure.details.push_back(
+    failure.details.emplace_back(
         "a check of VerifySnapShotData failed; the log (--log FILE) has its command line and its file");
   }
   return failure;
