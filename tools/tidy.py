@@ -33,7 +33,7 @@ def digest_of(path):
 def rules():
     """What decides the findings besides the unit: a text that changes with it."""
     version = subprocess.run(["clang-tidy", "--version"], check=True, capture_output=True, text=True).stdout
-    return version + digest_of(os.path.join(ROOT, ".clang-tidy"))
+    return version + "".join(digest_of(os.path.join(ROOT, path)) for path in (".clang-tidy", "tests/.clang-tidy"))
 
 
 def cache_file(unit):
