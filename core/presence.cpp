@@ -20,7 +20,7 @@ namespace {
 
 // The network name of the cluster; empty where this node belongs to none. Throws where the bridge cannot tell.
 std::wstring ClusterNetworkName(const std::wstring& name) {
-  if (!TesselCommonClasses::ClusterHelper::IsCluster(true)) return {};
+  if (!TesselCommonClasses::ClusterHelper().IsCluster(true)) return {};
   MetadataWrapper* bridge = MetadataWrapper::GetMetadataWrapperInstance();
   if (bridge == nullptr) throw std::runtime_error("the metadata bridge is not available");
   return CVarnel::stringToWstring(bridge->W_GetClusterName(CVarnel::wstringTostring(name.c_str()).c_str()));

@@ -1,9 +1,9 @@
 // Disks by serial number, and the comparison of the disks that the application uses with those of the protection set.
 #include <algorithm>
-#include <cstddef>
-#include <cstring>
 #include <memory>
 #include <new>
+#include <optional>
+#include <span>
 #include <unordered_set>
 #include <utility>
 
@@ -14,6 +14,7 @@
 #include "platform/ansi.h"
 #include "platform/host.h"
 #include "platform/owners.h"
+#include "platform/storage_descriptor.h"
 #include "text/ascii_case.h"
 
 using TesselCommonClasses::DiskAndVolumeEnumerator;
@@ -25,23 +26,11 @@ namespace message = varnel::message;
 
 namespace {
 
-constexpr DWORD kNoSerialNumber = 0xFFFFFFFF;
+constexpr DWORD kNoSerialNumber = 0xFFFFFFFF;  // in place of a Win32 code
 constexpr DWORD kDescriptorBytes = 4096;
-constexpr std::size_t kSerialNumberCharacters = 512;  // with the NUL
-constexpr int kHighestDriveNumber = 9999999;          // the scan ends there at the latest
+constexpr int kHighestDriveNumber = 9999999;  // the scan ends there at the latest
 
 using DescriptorBuffer = std::unique_ptr<BYTE[]>;
-
-// The text at `offset` when it lies, with its NUL, inside the returned bytes and is a usable serial number.
-bool ReadSerialNumber(const BYTE* descriptor, DWORD returned, DWORD offset, std::wstring& serial) {
-  if (offset >= returned) return false;
-  const auto* text = reinterpret_cast<const char*>(descriptor) + offset;
-  const auto* end = static_cast<const char*>(std::memchr(text, '\0', returned - offset));
-  if (end == nullptr || end == text) return false;
-  if (static_cast<std::size_t>(end - text) >= kSerialNumberCharacters) return false;
-  serial.assign(reinterpret_cast<const unsigned char*>(text), reinterpret_cast<const unsigned char*>(end));
-  return true;
-}
 
 DWORD QueryDescriptor(HANDLE device, BYTE* descriptor, DWORD& returned) {
   constexpr DWORD kQueryBytes = 12;
@@ -70,16 +59,19 @@ DWORD GetSerialNoForDisk(const wchar_t* physicalDrivePath, std::wstring& serial)
   DWORD returned = 0;
   if (const DWORD error = QueryDescriptor(device.Get(), buffer.get(), returned)) return error;
   serial.clear();
-  DWORD offset = 0;
-  std::memcpy(&offset, buffer.get() + offsetof(STORAGE_DEVICE_DESCRIPTOR, SerialNumberOffset), sizeof offset);
-  if (offset == kNoSerialNumber) {
+  const std::span<const BYTE> descriptor(buffer.get(), std::min(returned, kDescriptorBytes));
+  // The buffer was zeroed: an offset that was not returned is 0, which is read like any other.
+  const DWORD offset = varnel::SerialNumberOffsetIn(descriptor).value_or(0);
+  if (offset == varnel::kNoSerialNumberOffset) {
     kLog.Warning(L"Serial number is not present for the disk  %s", physicalDrivePath);
     return kNoSerialNumber;
   }
-  if (!ReadSerialNumber(buffer.get(), std::min(returned, kDescriptorBytes), offset, serial)) {
+  std::optional<std::wstring> text = varnel::SerialNumberAt(offset, descriptor);
+  if (!text) {
     kLog.Error(L"Failed to convert serial # into wchar");
     return kNoSerialNumber;
   }
+  serial = std::move(*text);
   kLog.Info(L"%s, Serial # is %s", physicalDrivePath, serial);
   return ERROR_SUCCESS;
 }

@@ -133,7 +133,7 @@ DWORD ValidateClusteredVolumes(DiskAndVolumeEnumerator& enumerator, const Names&
 
 Verdict ValidateOnCluster(DiskAndVolumeEnumerator* enumerator, const std::vector<std::string>& volumes,
                           std::string& status, std::string& errorDetails) {
-  if (!TesselCommonClasses::ClusterHelper::IsCluster(true)) {
+  if (!TesselCommonClasses::ClusterHelper().IsCluster(true)) {
     kLog.Info(L"HyperVReq::ValidateVolumes - this node does not belong to a cluster. Nothing more to validate");
     return {0, true};
   }

@@ -7,6 +7,7 @@
 
 #include "platform/host.h"
 #include "platform/owners.h"
+#include "text/ascii_case.h"
 #include "text/format.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/explanation/failure.h"
@@ -66,6 +67,11 @@ std::vector<std::wstring> MountPointsOf(const std::wstring& volume, std::vector<
   }
 }
 
+std::vector<DWORD> SeveralDisksOf(const std::wstring& volume, DiskAndVolumeEnumerator& enumerator) {
+  std::vector<DWORD> disks = enumerator.GetDiskNumbersOfVolume(volume);
+  return disks.size() > 1 ? disks : std::vector<DWORD>();
+}
+
 std::optional<DWORD> SystemDiskNumber(DiskAndVolumeEnumerator& enumerator) {
   std::array<wchar_t, MAX_PATH> directory{};
   const UINT length = CurrentHost().system().GetSystemDirectoryW(directory.data(), MAX_PATH);
@@ -91,14 +97,37 @@ std::vector<WindowsDiskDevice> ManagedDisks(std::vector<std::string>& warnings) 
 
 }  // namespace
 
-const std::wstring& VolumeSerials::Of(const std::wstring& volume) {
-  const auto [entry, isNew] = known_.try_emplace(volume);
-  if (isNew) {
+void VolumeLocations::RememberAll() {
+  for (const WindowsDiskDevice& disk : enumerator_.GetDisks()) {
+    if (disk.serialNumber.empty()) continue;
+    std::vector<TesselCommonClasses::WindowsVolumeInfo> volumes;
+    enumerator_.GetVolumesForGivenDisk(disk.serialNumber, volumes);
+    for (auto& volume : volumes) {
+      known_[varnel::ascii::ToLower(volume.uniqueVolumeName)] = {disk.serialNumber, {}, std::move(volume.mountPoint)};
+    }
+  }
+}
+
+const VolumeLocation& VolumeLocations::Of(const std::wstring& volume) {
+  std::wstring key = varnel::ascii::ToLower(volume);
+  const auto known = known_.find(key);
+  if (known != known_.end()) return known->second;
+  VolumeLocation location;
+  try {
     WindowsDiskDevice device;
     enumerator_.GetDiskDeviceForUniqueVolume(volume, device);
-    entry->second = device.serialNumber;
+    location.serialNumber = device.serialNumber;
+    location.severalDisks = SeveralDisksOf(volume, enumerator_);
+  } catch (const TesselCommonClasses::ExceptionCommon&) {
+    // No volume's disk can be told on this host.
   }
-  return entry->second;
+  return known_.emplace(std::move(key), std::move(location)).first->second;
+}
+
+std::string NumberList(const std::vector<DWORD>& disks) {
+  std::string list;
+  for (const DWORD disk : disks) list += (list.empty() ? "" : ", ") + std::to_string(disk);
+  return list;
 }
 
 StorageView ReadStorage() {
@@ -110,7 +139,9 @@ StorageView ReadStorage() {
     WindowsDiskDevice device;
     enumerator.GetDiskDeviceForUniqueVolume(volume.name, device);
     if (device.diskName.empty()) {
-      view.volumesWithoutDisk.push_back(std::move(volume));
+      volume.severalDisks = SeveralDisksOf(volume.name, enumerator);
+      auto& list = volume.severalDisks.empty() ? view.volumesWithoutDisk : view.volumesOnSeveralDisks;
+      list.push_back(std::move(volume));
       continue;
     }
     DiskView& disk = disks[device.diskNumber];

@@ -9,22 +9,34 @@
 
 namespace varnelctl {
 
-/// Serial numbers of the disks under volumes. Each volume is looked up once.
-class VolumeSerials {
+/// Where a volume lies.
+struct VolumeLocation {
+  std::wstring serialNumber;        ///< of its only disk; empty when that has none or cannot be told
+  std::vector<DWORD> severalDisks;  ///< the numbers of its disks where there are more than one
+  std::wstring mountPoint;          ///< its first one; only of a volume that RememberAll met
+};
+
+/// Where volumes lie. Each is looked up once, by its unique name in any case.
+class VolumeLocations {
  public:
   /// The enumerator is borrowed.
-  explicit VolumeSerials(TesselCommonClasses::DiskAndVolumeEnumerator& enumerator) : enumerator_(enumerator) {}
-  /// Empty when it cannot be told.
-  const std::wstring& Of(const std::wstring& volume);
+  explicit VolumeLocations(TesselCommonClasses::DiskAndVolumeEnumerator& enumerator) : enumerator_(enumerator) {}
+  /// Looks up every volume whose disk has a serial number, before something changes them.
+  void RememberAll();
+  const VolumeLocation& Of(const std::wstring& volume);
 
  private:
   TesselCommonClasses::DiskAndVolumeEnumerator& enumerator_;
-  std::unordered_map<std::wstring, std::wstring> known_;
+  std::unordered_map<std::wstring, VolumeLocation> known_;
 };
+
+/// "1, 2"
+std::string NumberList(const std::vector<DWORD>& disks);
 
 struct VolumeView {
   std::wstring name;
   std::vector<std::wstring> mountPoints;
+  std::vector<DWORD> severalDisks{};  ///< the numbers of its disks where there are more than one
 };
 
 struct DiskView {
@@ -35,6 +47,7 @@ struct DiskView {
 
 struct StorageView {
   std::vector<DiskView> disks;  ///< by number
+  std::vector<VolumeView> volumesOnSeveralDisks;
   std::vector<VolumeView> volumesWithoutDisk;
   std::vector<std::string> warnings;  ///< what could not be read
 };

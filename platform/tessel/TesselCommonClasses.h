@@ -45,7 +45,12 @@ class VARNEL_API WindowsVolumeInfo {
   std::wstring mountPoint;
 };
 
-/// Maps volumes to disks and disks to volumes. The cache is filled on first use and by EnumerateDisks.
+/// Maps volumes to disks and disks to volumes. Asks the machine only for what a question needs, and nothing twice until
+/// it is told to refresh. A volume on several disks belongs to none of them: what is taken of one disk alone cannot be
+/// restored.
+///
+/// The first question, and every one that lists the volumes anew, also learns the system drive's disk, and throws
+/// ExceptionCommon with the Win32 code when that cannot be told: the system disk must never be taken for a data disk.
 class VARNEL_API DiskAndVolumeEnumerator {
  public:
   DiskAndVolumeEnumerator();
@@ -53,29 +58,34 @@ class VARNEL_API DiskAndVolumeEnumerator {
   DiskAndVolumeEnumerator(const DiskAndVolumeEnumerator&) = delete;
   DiskAndVolumeEnumerator& operator=(const DiskAndVolumeEnumerator&) = delete;
 
-  /// Rebuilds the cache when `refresh` is set or there is none yet.
+  /// With `refresh`, forgets what was found, so that the questions after it see the machine as it is then. Learns the
+  /// system drive's disk if this object has not done so yet.
   void EnumerateDisks(bool refresh);
   /// Fills `device` for the disk that holds the volume, given by its unique name or a device path in any case; leaves
-  /// the serial number empty when it cannot tell.
+  /// it empty when it cannot tell or the volume lies on several disks, which an error line of the log then says.
   void GetDiskDeviceForUniqueVolume(const std::wstring& volume, WindowsDiskDevice& device);
+  /// The numbers of the disks that the volume lies on, that of its first extent first; none when they cannot be told.
+  std::vector<DWORD> GetDiskNumbersOfVolume(const std::wstring& volume);
   /// The unique names of all volumes on the disk with this serial number, in any case.
   void GetUniqueVolumeNamesForDisk(const std::wstring& serialNumber, std::vector<std::wstring>& names);
   /// The volumes of the disk with this serial number, in any case.
   void GetVolumesForGivenDisk(const std::wstring& serialNumber, std::vector<WindowsVolumeInfo>& volumes);
-  /// Whether the volume lies on a disk that is a cluster resource. Throws ExceptionCommon when its disk cannot be told
-  /// or asked.
+  /// Whether the volume, given by its unique name or a mount point, lies on a disk that is a cluster resource; a
+  /// cluster shared volume does, whatever its disk answers. Throws ExceptionCommon when its disk cannot be told or
+  /// asked, or it lies on several.
   bool IsClusteredDisk(const std::wstring& volume);
-  /// Whether the volume is a cluster shared volume.
+  /// Whether the cluster says that the volume, given by its unique name or a mount point, is a cluster shared volume.
+  /// To a local account it may not say so while another node owns the volume.
   bool IsClusterSharedVolume(const std::wstring& volume);
-  /// Every disk of the cache, in drive order.
+  /// Every disk that holds a volume of its own, in drive order.
   const std::vector<WindowsDiskDevice>& GetDisks();
 
-  /// Serial number of the disk that holds the system drive, as the latest enumeration found it; empty when it could not
-  /// tell.
+  /// Serial number of the disk that holds the system drive, of its first disk where it lies on several; empty when that
+  /// disk has none. Written to only when it changes.
   static std::wstring systemDriveSerialNumber;
 
  private:
-  struct Cache;
+  class Cache;
   Cache& Filled();
   std::unique_ptr<Cache> cache_;
 };
@@ -91,7 +101,8 @@ class VARNEL_API WMIDiskHelper {
 class VARNEL_API ClusterHelper {
  public:
   /// Whether this node belongs to a cluster; `checkRunning` also wants the cluster service to run.
-  static bool IsCluster(bool checkRunning);
+  // NOLINTNEXTLINE(readability-convert-member-functions-to-static): the maker's is a member
+  bool IsCluster(bool checkRunning);
 };
 
 /// A file version: four parts, the first counts most.

@@ -31,8 +31,22 @@ class DiskReader {
     object.Read("number", disk.number);
     numbers_.Add(std::to_wstring(disk.number), node);
     object.Read("vendor", disk.vendor).Read("system", disk.system).Read("clustered", disk.clustered);
-    object.ReadList("volumes", disk.volumes, [&](const JsonNode& volume) { return ReadVolume(volume); });
+    object.ReadList("volumes", disk.volumes,
+                    [&](const JsonNode& volume) { return ReadVolume(volume, index, disk.volumes.size()); });
     return disk;
+  }
+
+  void Finish(std::vector<Disk>& disks) const {
+    for (const Span& span : spans_) {
+      for (const JsonNode& serial : span.serials.Elements()) {
+        const DWORD number = ReadDiskOf(disks, serial).number;
+        std::vector<DWORD>& others = disks[span.disk].volumes[span.volume].otherDisks;
+        if (number == disks[span.disk].number || std::find(others.begin(), others.end(), number) != others.end()) {
+          serial.Refuse("already holds a part of the volume");
+        }
+        others.push_back(number);
+      }
+    }
   }
 
  private:
@@ -43,8 +57,16 @@ class DiskReader {
     if (!disk.serial.empty()) serials_.Add(disk.serial, node);
   }
 
-  Volume ReadVolume(const JsonNode& node) {
-    const JsonObject object(node, {"name", "mountPoints", "csv", "label"});
+  // Disks may be named before they come, so they are looked up at the end.
+  struct Span {
+    std::size_t disk;
+    std::size_t volume;
+    JsonNode serials;
+  };
+
+  Volume ReadVolume(const JsonNode& node, std::size_t disk, std::size_t place) {
+    const JsonObject object(node, {"name", "mountPoints", "csv", "label", "otherDisks"});
+    if (const auto serials = object.Find("otherDisks")) spans_.push_back({disk, place, *serials});
     Volume volume;
     const JsonNode name = object.At("name");
     volume.name = name.Text();
@@ -60,6 +82,7 @@ class DiskReader {
     return volume;
   }
 
+  std::vector<Span> spans_;
   UniqueNames serials_{"disk serial"};
   UniqueNames numbers_{"disk number"};
   UniqueNames volumeNames_{"volume name"};
@@ -72,13 +95,19 @@ std::vector<Disk> ReadDisks(const JsonNode& list) {
   std::vector<Disk> disks;
   DiskReader reader;
   for (const JsonNode& node : list.Elements()) disks.push_back(reader.Read(node, static_cast<DWORD>(disks.size())));
+  reader.Finish(disks);
   return disks;
 }
 
-std::wstring ReadSerialOf(const std::vector<Disk>& disks, const JsonNode& node) {
-  std::wstring serial = node.Text();
+const Disk& ReadDiskOf(const std::vector<Disk>& disks, const JsonNode& node) {
+  const std::wstring serial = node.Text();
   ExpectDisk(disks, serial, node);
-  return serial;
+  return *std::find_if(disks.begin(), disks.end(),
+                       [&](const Disk& disk) { return disk.reportsSerial && disk.serial == serial; });
+}
+
+std::wstring ReadSerialOf(const std::vector<Disk>& disks, const JsonNode& node) {
+  return ReadDiskOf(disks, node).serial;
 }
 
 void ExpectDisk(const std::vector<Disk>& disks, std::wstring_view serial, const JsonNode& node) {

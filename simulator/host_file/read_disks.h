@@ -12,7 +12,8 @@ namespace varnel::simulator {
 
 std::vector<Disk> ReadDisks(const JsonNode& list);
 
-/// The serial number that a node names; a failure there when no disk has it.
+/// The disk whose serial number a node names; a failure there when no disk has it.
+const Disk& ReadDiskOf(const std::vector<Disk>& disks, const JsonNode& node);
 std::wstring ReadSerialOf(const std::vector<Disk>& disks, const JsonNode& node);
 void ExpectDisk(const std::vector<Disk>& disks, std::wstring_view serial, const JsonNode& node);
 

@@ -74,6 +74,7 @@ struct Volume {
   std::vector<std::wstring> mountPoints;
   bool csv = false;
   std::wstring label;
+  std::vector<DWORD> otherDisks{};  // numbers of the disks, besides its own, that hold a part of it
 };
 
 struct Disk {

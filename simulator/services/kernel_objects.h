@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "simulator/machine/handles.h"
 
@@ -14,6 +15,7 @@ struct KernelObject {
   DWORD diskNumber = 0;
   DWORD partition = 0;  // 0: the whole disk
   DWORD exitCode = 0;
+  std::vector<DWORD> otherDisks{};  // of a volume that lies on several
 };
 
 /// File, process and thread handles share CloseHandle.

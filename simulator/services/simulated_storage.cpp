@@ -67,15 +67,24 @@ std::vector<char> DeviceDescriptor(const DiskView& disk) {
   return bytes;
 }
 
-VOLUME_DISK_EXTENTS DiskExtents(const KernelObject& device) {
+// A VOLUME_DISK_EXTENTS with as many extents as the volume has disks.
+std::vector<char> DiskExtents(const KernelObject& device) {
   constexpr LONGLONG kFirstByte = 1LL << 20;
   constexpr LONGLONG kVolumeBytes = 64LL << 30;
-  VOLUME_DISK_EXTENTS extents{};
-  extents.NumberOfDiskExtents = 1;
-  extents.Extents[0].DiskNumber = device.diskNumber;
-  extents.Extents[0].StartingOffset.QuadPart = kFirstByte + (device.partition - 1) * kVolumeBytes;
-  extents.Extents[0].ExtentLength.QuadPart = kVolumeBytes;
-  return extents;
+  constexpr std::size_t kStart = offsetof(VOLUME_DISK_EXTENTS, Extents);
+  std::vector<DWORD> disks = {device.diskNumber};
+  disks.insert(disks.end(), device.otherDisks.begin(), device.otherDisks.end());
+  std::vector<char> bytes(kStart + disks.size() * sizeof(DISK_EXTENT));
+  const auto count = static_cast<DWORD>(disks.size());
+  std::memcpy(bytes.data(), &count, sizeof count);
+  for (std::size_t i = 0; i < disks.size(); ++i) {
+    DISK_EXTENT extent{};
+    extent.DiskNumber = disks[i];
+    extent.StartingOffset.QuadPart = kFirstByte + (device.partition - 1) * kVolumeBytes;
+    extent.ExtentLength.QuadPart = kVolumeBytes;
+    std::memcpy(bytes.data() + kStart + i * sizeof extent, &extent, sizeof extent);
+  }
+  return bytes;
 }
 
 bool HasDrive(std::wstring_view path) {
@@ -208,6 +217,13 @@ class SimulatedStorage final : public OnMachine<Storage> {
     return TRUE;
   }
 
+  // A buffer with room for some extents gets these, and learns how many there are.
+  BOOL GiveExtents(const std::vector<char>& extents, const Output& out) {
+    if (out.size < sizeof(VOLUME_DISK_EXTENTS)) return Fail(ERROR_INSUFFICIENT_BUFFER);
+    Give(extents.data(), std::min<std::size_t>(extents.size(), out.size), out);
+    return extents.size() <= out.size ? TRUE : Fail(ERROR_MORE_DATA);
+  }
+
   std::optional<KernelObject> FindDevice(std::wstring_view name) const {
     KernelObject device{KernelObject::Kind::device, std::wstring(name), 0, 0, 0};
     if (const std::optional<DWORD> number = PhysicalDriveNumber(name)) {
@@ -219,6 +235,7 @@ class SimulatedStorage final : public OnMachine<Storage> {
     if (!volume || volume->prefix != name.size() || HasDrive(name)) return std::nullopt;
     device.diskNumber = volume->diskNumber;
     device.partition = volume->partition;
+    if (volume->volume != nullptr) device.otherDisks = volume->volume->otherDisks;
     return device;
   }
 
@@ -255,8 +272,7 @@ class SimulatedStorage final : public OnMachine<Storage> {
       }
       case IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS: {
         if (device.partition == 0) return Fail(kErrorInvalidFunction);
-        const VOLUME_DISK_EXTENTS extents = DiskExtents(device);
-        return Give(&extents, sizeof extents, out);
+        return GiveExtents(DiskExtents(device), out);
       }
       case IOCTL_DISK_IS_CLUSTERED: {
         // A caller may bring a BOOL or a BOOLEAN.

@@ -387,13 +387,20 @@ TEST_F(SnapshotSetTest, TheDisksAreEnumeratedAgainForEverySnapshot) {
   EXPECT_EQ(request.component(0, 0).files[1].snapshotSerialNumber, L"SHADOW-TSL0002");
 }
 
-TEST_F(SnapshotSetTest, AnEnumerationThatFailsAfterTheSnapshotPassesAsItIsThrown) {
-  FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED, 2);
+// A system disk that cannot be told must not be taken for a data disk: the request ends before a set is begun.
+TEST_F(SnapshotSetTest, AnEnumerationThatFailsPassesAsItIsThrown) {
+  FailCall("GetSystemDirectoryW", ERROR_ACCESS_DENIED);
   SnapshotRequest request;
-  EXPECT_THROW(request.StartAndCreate(), TesselCommonClasses::ExceptionCommon);
+  try {
+    request.StartAndCreate();
+    FAIL() << "nothing was thrown";
+  } catch (const TesselCommonClasses::ExceptionCommon& exception) {
+    EXPECT_EQ(exception.GetErrorCode(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
+    EXPECT_STREQ(exception.what(), "GetSystemDirectoryW() failed with 5");
+  }
   EXPECT_EQ(request.alerts(), "");
-  EXPECT_TRUE(request.probe.snapshotDone());
-  EXPECT_EQ(host().live().Count("task memory"), 0);
+  EXPECT_FALSE(request.probe.snapshotDone());
+  EXPECT_THAT(Calls("IVssBackupComponents::StartSnapshotSet"), IsEmpty());
 }
 
 TEST_F(SnapshotSetTest, ASnapshotOfAnExtraVolumeIsIdentifiedThoughNoFileLiesOnIt) {

@@ -26,6 +26,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 // ---- volumes of a cluster ----
 
@@ -44,16 +45,16 @@ class SharedPaths final : public Cluster {
   std::vector<std::wstring> asked;
 };
 
-// Volume 1 lies on a clustered disk and is a cluster shared volume, volume 2 is neither.
+// Volume 1 lies on a clustered disk and is no cluster shared volume unless a test makes it one, volume 2 is neither.
 class ClusterVolumes : public Enumerator {
  protected:
   void SetUp() override {
     HostModel model = SmallHost();
     model.cluster = simulator::ClusterNode{L"CLU01", {}};
     model.disks[1].clustered = true;
-    model.disks[1].volumes[0].csv = true;
     Install(std::move(model));
   }
+  void ShareVolume1() { host().model().disks[1].volumes[0].csv = true; }
   std::pair<DWORD, std::wstring> ExceptionFor(const std::wstring& volume) {
     try {
       enumerator.IsClusteredDisk(volume);
@@ -80,14 +81,38 @@ TEST_F(ClusterVolumes, AreKnownByANameInAnyCaseAndWithoutItsBackslash) {
 TEST_F(ClusterVolumes, WithoutADiskAreAnException) {
   EXPECT_EQ(ExceptionFor(VolumeName(99)),
             std::make_pair(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), L"No disk is known for volume " + VolumeName(99)));
-  EXPECT_EQ(ExceptionFor(L"E:\\").first, static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+  EXPECT_EQ(ExceptionFor(L"Q:\\").first, static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
   EXPECT_EQ(ExceptionFor(L"").first, static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
 }
 
-TEST_F(ClusterVolumes, OfWhichTheEnumerationFailsAreItsException) {
-  host().faults().FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED);
-  EXPECT_EQ(ExceptionFor(VolumeName(1)),
-            std::make_pair(static_cast<DWORD>(ERROR_ACCESS_DENIED), std::wstring(L"FindFirstVolumeW() failed with 5")));
+TEST_F(ClusterVolumes, AreGivenByAMountPointToo) {
+  host().model().disks[2].volumes[0].mountPoints = {L"F:\\", L"C:\\mnt\\data\\"};
+  host().model().disks[2].clustered = true;
+  EXPECT_TRUE(enumerator.IsClusteredDisk(L"E:\\"));
+  EXPECT_TRUE(enumerator.IsClusteredDisk(L"e:"));
+  EXPECT_TRUE(enumerator.IsClusteredDisk(L"C:\\mnt\\data"));
+  EXPECT_FALSE(enumerator.IsClusteredDisk(L"C:\\"));
+}
+
+TEST_F(ClusterVolumes, OnAHostWhoseSystemDriveCannotBeToldAreAnException) {
+  host().faults().FailCall("GetSystemDirectoryW", ERROR_ACCESS_DENIED);
+  EXPECT_EQ(ExceptionFor(VolumeName(1)), std::make_pair(static_cast<DWORD>(ERROR_ACCESS_DENIED),
+                                                        std::wstring(L"GetSystemDirectoryW() failed with 5")));
+}
+
+TEST_F(ClusterVolumes, OnSeveralDisksAreAnException) {
+  host().model().disks[1].volumes[0].otherDisks = {2};
+  EXPECT_EQ(ExceptionFor(VolumeName(1)), std::make_pair(static_cast<DWORD>(ERROR_NOT_SUPPORTED),
+                                                        L"Volume " + VolumeName(1) + L" lies on several disks"));
+}
+
+TEST_F(ClusterVolumes, ThatAreSharedAreClusteredWhateverTheirDiskAnswers) {
+  ShareVolume1();
+  host().model().disks[1].clustered = false;
+  host().faults().FailCall("CreateFileW", ERROR_ACCESS_DENIED, 3);  // the volume itself
+  EXPECT_TRUE(enumerator.IsClusteredDisk(VolumeName(1)));
+  EXPECT_TRUE(enumerator.IsClusteredDisk(L"E:\\"));
+  EXPECT_EQ(OpenCount(), 2u) << "the system drive's volume and disk";
 }
 
 TEST_F(ClusterVolumes, OnADiskThatDoesNotKnowTheQuestionAreNone) {
@@ -109,6 +134,7 @@ TEST_F(ClusterVolumes, OnADiskThatCannotBeAskedAreAnExceptionAndNotStandalone) {
 }
 
 TEST_F(ClusterVolumes, AreAskedForOnce) {
+  enumerator.GetDisks();
   EXPECT_TRUE(enumerator.IsClusteredDisk(VolumeName(1)));
   const std::size_t before = OpenCount();
   EXPECT_TRUE(enumerator.IsClusteredDisk(VolumeName(1)));
@@ -117,13 +143,16 @@ TEST_F(ClusterVolumes, AreAskedForOnce) {
 }
 
 TEST_F(ClusterVolumes, AreSharedWhenTheClusterSaysSo) {
+  ShareVolume1();
   EXPECT_TRUE(enumerator.IsClusterSharedVolume(VolumeName(1)));
+  EXPECT_TRUE(enumerator.IsClusterSharedVolume(L"E:\\"));
   EXPECT_FALSE(enumerator.IsClusterSharedVolume(VolumeName(2)));
   EXPECT_FALSE(enumerator.IsClusterSharedVolume(VolumeName(99)));
   EXPECT_FALSE(enumerator.IsClusterSharedVolume(L""));
 }
 
 TEST_F(ClusterVolumes, AreNotSharedWhenTheClusterCannotTell) {
+  ShareVolume1();
   host().faults().FailCall("ClusterIsPathOnSharedVolume", ERROR_PROC_NOT_FOUND, 0);
   EXPECT_FALSE(enumerator.IsClusterSharedVolume(VolumeName(1)));
 }
@@ -158,6 +187,21 @@ TEST_F(SharedClusterVolumes, MayBeKnownByTheirMountPointOnly) {
   std::wstring name = L"\\\\?\\volume{00000001-0000-0000-0000-000000000000}";
   EXPECT_TRUE(enumerator.IsClusterSharedVolume(name));
   EXPECT_THAT(cluster.asked, ElementsAre(name, L"E:\\"));
+  EXPECT_TRUE(enumerator.IsClusteredDisk(name));
+  EXPECT_THAT(cluster.asked, SizeIs(2)) << "nothing is asked twice";
+}
+
+TEST_F(SharedClusterVolumes, GivenByAMountPointMayBeKnownByTheirNameOnly) {
+  cluster.shared = {VolumeName(1)};
+  EXPECT_TRUE(enumerator.IsClusterSharedVolume(L"E:\\"));
+  EXPECT_THAT(cluster.asked, ElementsAre(L"E:\\", VolumeName(1)));
+}
+
+// What another node owns is no disk of this one: neither listed nor opened, but mounted below C:\ClusterStorage.
+TEST_F(SharedClusterVolumes, OfAnotherNodeAreClusteredThoughNothingElseIsKnownOfThem) {
+  cluster.shared = {L"C:\\ClusterStorage\\Volume1\\", VolumeName(77)};
+  EXPECT_TRUE(enumerator.IsClusteredDisk(L"C:\\ClusterStorage\\Volume1\\"));
+  EXPECT_TRUE(enumerator.IsClusteredDisk(VolumeName(77)));
 }
 
 TEST_F(SharedClusterVolumes, WithoutAMountPointAreAskedForByTheirNameOnly) {
@@ -181,13 +225,13 @@ class StatedCluster final : public Cluster {
 class ClusterNode : public test::HostFixture {};
 
 TEST_F(ClusterNode, IsOneWhenTheHostBelongsToACluster) {
-  EXPECT_FALSE(ClusterHelper::IsCluster(true));
-  EXPECT_FALSE(ClusterHelper::IsCluster(false));
+  EXPECT_FALSE(ClusterHelper().IsCluster(true));
+  EXPECT_FALSE(ClusterHelper().IsCluster(false));
   HostModel model = SmallHost();
   model.cluster = simulator::ClusterNode{L"CLU01", {}};
   Install(std::move(model));
-  EXPECT_TRUE(ClusterHelper::IsCluster(true));
-  EXPECT_TRUE(ClusterHelper::IsCluster(false));
+  EXPECT_TRUE(ClusterHelper().IsCluster(true));
+  EXPECT_TRUE(ClusterHelper().IsCluster(false));
 }
 
 TEST_F(ClusterNode, WithAStoppedServiceIsOneOnlyForWhomThatIsEnough) {
@@ -199,8 +243,8 @@ TEST_F(ClusterNode, WithAStoppedServiceIsOneOnlyForWhomThatIsEnough) {
       {0, {false, false}}, {1, {false, false}}, {3, {false, true}}, {0x13, {true, true}}};
   for (const auto& [state, answers] : expected) {
     cluster.state = state;
-    EXPECT_EQ(ClusterHelper::IsCluster(true), answers.first) << state;
-    EXPECT_EQ(ClusterHelper::IsCluster(false), answers.second) << state;
+    EXPECT_EQ(ClusterHelper().IsCluster(true), answers.first) << state;
+    EXPECT_EQ(ClusterHelper().IsCluster(false), answers.second) << state;
   }
 }
 
@@ -209,8 +253,8 @@ TEST_F(ClusterNode, IsNoneWhenTheStateCannotBeRead) {
   model.cluster = simulator::ClusterNode{L"CLU01", {}};
   Install(std::move(model));
   host().faults().FailCall("GetNodeClusterState", ERROR_PROC_NOT_FOUND, 0);
-  EXPECT_FALSE(ClusterHelper::IsCluster(true));
-  EXPECT_FALSE(ClusterHelper::IsCluster(false));
+  EXPECT_FALSE(ClusterHelper().IsCluster(true));
+  EXPECT_FALSE(ClusterHelper().IsCluster(false));
   EXPECT_THAT(log.Warnings(), Contains(HasSubstr("Error=127")));
 }
 

@@ -26,6 +26,12 @@ std::filesystem::path SourceFolder() {
 }
 
 // The error of a host file with this text; empty when it is a good one.
+// Disks A and C; a volume of A lies on these too.
+std::string WithVolumeOn(const std::string& otherDisks) {
+  return R"({"disks": [{"serial": "A", "volumes": [{"otherDisks": )" + otherDisks +
+         R"(, "name": "\\\\?\\Volume{00000001-0000-0000-0000-000000000000}\\"}]}, {"serial": "C"}]})";
+}
+
 std::string ErrorOf(const std::string& json, const std::filesystem::path& directory = {}) {
   try {
     ParseHostFile(json, "host.json", directory);
@@ -186,6 +192,11 @@ struct BadHostFile {
 
 class BadHostFiles : public testing::TestWithParam<BadHostFile> {};
 
+TEST(HostFile, NamesTheOtherDisksOfAVolume) {
+  const HostModel model = ParseHostFile(WithVolumeOn(R"(["C"])"), "h", {});
+  EXPECT_THAT(model.disks[0].volumes.at(0).otherDisks, ElementsAre(1u));
+}
+
 TEST_P(BadHostFiles, AreErrorsThatNameFilePlaceAndReason) {
   EXPECT_EQ(ErrorOf(GetParam().json), std::string("host.json: ") + GetParam().error);
 }
@@ -251,6 +262,12 @@ INSTANTIATE_TEST_SUITE_P(
                     "/writers/0/components/0/logFiles: a file group has files only"},
         BadHostFile{"DatabasesOfAnUnknownDisk", R"({"disks": [{"serial": "A"}], "databases": {"B": "x@y"}})",
                     "/databases/B: no disk has the serial \"B\""},
+        BadHostFile{"VolumeOnAnUnknownDisk", WithVolumeOn(R"(["B"])"),
+                    "/disks/0/volumes/0/otherDisks/0: no disk has the serial \"B\""},
+        BadHostFile{"VolumeTwiceOnItsOwnDisk", WithVolumeOn(R"(["A"])"),
+                    "/disks/0/volumes/0/otherDisks/0: \"A\" already holds a part of the volume"},
+        BadHostFile{"VolumeTwiceOnAnotherDisk", WithVolumeOn(R"(["C", "C"])"),
+                    "/disks/0/volumes/0/otherDisks/1: \"C\" already holds a part of the volume"},
         BadHostFile{"DeviceOfAnUnknownDisk",
                     R"({"disks": [{"serial": "A"}], "iscsiSessions": [{"devices": [{"shadowOf": "B"}]}]})",
                     "/iscsiSessions/0/devices/0/shadowOf: no disk has the serial \"B\""},

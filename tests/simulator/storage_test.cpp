@@ -114,6 +114,24 @@ TEST_F(StorageTest, TellsExtentsOfVolumesOnlyAndWhetherADiskIsClustered) {
   EXPECT_THAT(Ask(INVALID_HANDLE_VALUE, IOCTL_DISK_IS_CLUSTERED), FailsWith(ERROR_INVALID_HANDLE));
 }
 
+TEST_F(StorageTest, TellsAnExtentOfEveryDiskThatAVolumeLiesOn) {
+  HostModel model = test::SmallHost();
+  model.disks[2].volumes[0].otherDisks = {1, 0};
+  Install(model);
+  const std::wstring name = VolumeName(2);
+  const FileHandle volume(Open(name.substr(0, name.size() - 1)));
+  const std::vector<char> bytes = Ask(volume.Get(), IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS);
+  ASSERT_EQ(bytes.size(), offsetof(VOLUME_DISK_EXTENTS, Extents) + 3 * sizeof(DISK_EXTENT));
+  std::vector<DWORD> disks(3);
+  for (std::size_t i = 0; i < disks.size(); ++i) {
+    std::memcpy(&disks[i], bytes.data() + offsetof(VOLUME_DISK_EXTENTS, Extents) + i * sizeof(DISK_EXTENT),
+                sizeof disks[i]);
+  }
+  EXPECT_THAT(disks, ElementsAre(2u, 1u, 0u));
+  EXPECT_THAT(Ask(volume.Get(), IOCTL_VOLUME_GET_VOLUME_DISK_EXTENTS, sizeof(VOLUME_DISK_EXTENTS)),
+              FailsWith(ERROR_MORE_DATA));
+}
+
 TEST_F(StorageTest, FindsTheLongestMountPointInThePathsOwnSpelling) {
   HostModel model = test::SmallHost();
   model.disks[2].volumes[0].mountPoints = {L"C:\\Mounts\\Data\\", L"F:\\"};

@@ -115,7 +115,8 @@ constexpr char kDisksJson[] = R"({"disks": [
   {"name": "\\\\.\\PhysicalDrive1", "number": 1, "serialNumber": "TSL0001", "system": false, "clustered": true,
    "volumes": [
      {"name": "\\\\?\\Volume{00000000-0000-0000-0000-000000000002}\\", "mountPoints": ["E:\\", "C:\\mnt\\"]},
-     {"name": "\\\\?\\Volume{00000000-0000-0000-0000-000000000003}\\", "mountPoints": []}]}]})";
+     {"name": "\\\\?\\Volume{00000000-0000-0000-0000-000000000003}\\", "mountPoints": []}]}],
+ "volumesOnSeveralDisks": [], "volumesWithoutDisk": []})";
 
 // As varnelctl prints documents: two blanks a level, keys in this order.
 std::string Printed(const char* document) {
@@ -139,10 +140,31 @@ TEST_F(Writers, AreListedAsJson) {
 }
 
 TEST_F(Writers, AHostWithoutWritersHasAnEmptyList) {
-  hostFile = json::parse(R"({ "disks": [] })");
+  hostFile.erase("writers");
 
   EXPECT_EQ(Output({"writers"}), "0 writers, 0 components, 0 files\n");
   EXPECT_EQ(Output({"writers", "--json"}), "{\n  \"writers\": []\n}\n");
+}
+
+TEST_F(Writers, AreListedWithoutDisksWhereTheSystemDriveCannotBeTold) {
+  hostFile["faults"] = json::parse(R"([{"call": "GetSystemDirectoryW", "occurrence": 0, "result": 5}])");
+  const CliResult result = Run({"writers"});
+
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "varnelctl: warning: GetSystemDirectoryW() failed with 5; disks are not shown\n");
+  EXPECT_THAT(result.out,
+              HasSubstr("E:\\data  on \\\\?\\Volume{00000000-0000-0000-0000-000000000002}\\, disk unknown"));
+}
+
+TEST_F(Writers, TellOfAVolumeOnSeveralDisks) {
+  hostFile["disks"][1]["volumes"][0]["otherDisks"] = {"SYS"};
+
+  EXPECT_THAT(Output({"writers"}), HasSubstr("    E:\\data  on \\\\?\\Volume{00000000-0000-0000-0000-000000000002}\\, "
+                                             "several disks (1, 0)\n"));
+  const json files = json::parse(Output({"writers", "--json"}))["writers"][0]["components"][0]["files"];
+  EXPECT_EQ(files[0]["serialNumber"], "");
+  EXPECT_EQ(files[0]["severalDisks"], json({1, 0}));
+  EXPECT_FALSE(files[1].contains("severalDisks"));
 }
 
 TEST_F(Providers, AreListedForPeople) {
@@ -162,6 +184,27 @@ TEST_F(Providers, AnAbsentArrayProviderIsSaid) {
 
 TEST_F(Disks, AreListedForPeople) {
   EXPECT_EQ(Output({"disks"}), kDisksText);
+}
+
+TEST_F(Disks, VolumesOnSeveralOfThemAreListedApart) {
+  hostFile["disks"][1]["volumes"][0]["otherDisks"] = {"SYS"};
+
+  EXPECT_THAT(Output({"disks"}), HasSubstr("volumes on several disks: cannot be in a protection set\n"
+                                           "  \\\\?\\Volume{00000000-0000-0000-0000-000000000002}\\  E:\\, C:\\mnt\\  "
+                                           "on disks 1, 0\n"
+                                           "\n2 disks\n"));
+  const json document = json::parse(Output({"disks", "--json"}));
+  ASSERT_EQ(document["volumesOnSeveralDisks"].size(), 1u);
+  EXPECT_EQ(document["volumesOnSeveralDisks"][0]["severalDisks"], json({1, 0}));
+  EXPECT_EQ(document["disks"][1]["volumes"].size(), 1u);
+}
+
+TEST_F(Disks, OfAHostWhoseSystemDriveCannotBeToldAreNot) {
+  hostFile["faults"] = json::parse(R"([{"call": "GetSystemDirectoryW", "occurrence": 0, "result": 5}])");
+  const CliResult result = Run({"disks"});
+
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "varnelctl: GetSystemDirectoryW() failed with 5\n");
 }
 
 TEST_F(Disks, AreListedAsJson) {

@@ -73,6 +73,18 @@ TEST_F(SnapshotCommand, ACleanRunEndsWithTheSetTheComponentsAndWhatWasLeftOut) {
   EXPECT_EQ(Output(Whole({})), kCleanRun);
 }
 
+TEST_F(SnapshotCommand, AComponentOnAVolumeOfSeveralDisksIsLeftOutAndToldWhy) {
+  for (json& disk : hostFile["disks"]) {
+    if (disk["serial"] == "TSL0002") disk["volumes"][0]["otherDisks"] = {"TSL0001"};
+  }
+  const CliResult result = Snapshot({"--disk", "TSL0001"});
+
+  EXPECT_THAT(result.out,
+              HasSubstr("    \\SQL01\\crm: F:\\data\\ lies on several disks (2, 1), so no snapshot of one of "
+                        "them holds it whole\n"));
+  EXPECT_THAT(result.out, Not(HasSubstr("\\SQL01\\crm  on")));
+}
+
 TEST_F(SnapshotCommand, JsonIsOneDocumentWithTheWholeOutcome) {
   const json outcome = SnapshotJson();
 

@@ -424,8 +424,8 @@ TEST(MachineCluster, AMachineOutsideAClusterIsNoClusterNode) {
   DWORD state = 99;
   ASSERT_EQ(CurrentHost().cluster().GetNodeClusterState(nullptr, &state), static_cast<DWORD>(ERROR_SUCCESS));
   if (state > 1) GTEST_SKIP() << "this machine is a cluster node";
-  EXPECT_FALSE(TesselCommonClasses::ClusterHelper::IsCluster(true));
-  EXPECT_FALSE(TesselCommonClasses::ClusterHelper::IsCluster(false));
+  EXPECT_FALSE(TesselCommonClasses::ClusterHelper().IsCluster(true));
+  EXPECT_FALSE(TesselCommonClasses::ClusterHelper().IsCluster(false));
 }
 
 TEST(MachineFileVersions, ReadTheVersionOfASystemLibrary) {

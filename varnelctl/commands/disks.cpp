@@ -10,7 +10,9 @@ namespace {
 using varnel::WideToUtf8Lossy;
 
 Json VolumeJson(const VolumeView& volume) {
-  return {{"name", WideToUtf8Lossy(volume.name)}, {"mountPoints", ArrayOf(volume.mountPoints, WideToUtf8Lossy)}};
+  Json json = {{"name", WideToUtf8Lossy(volume.name)}, {"mountPoints", ArrayOf(volume.mountPoints, WideToUtf8Lossy)}};
+  if (!volume.severalDisks.empty()) json["severalDisks"] = volume.severalDisks;
+  return json;
 }
 
 Json DiskJson(const DiskView& disk) {
@@ -29,7 +31,9 @@ void Print(Console& console, const VolumeView& volume) {
     line += separator + Printable(mountPoint);
     separator = ", ";
   }
-  console.Line(volume.mountPoints.empty() ? line + "  (not mounted)" : line);
+  if (volume.mountPoints.empty()) line += "  (not mounted)";
+  if (!volume.severalDisks.empty()) line += "  on disks " + NumberList(volume.severalDisks);
+  console.Line(line);
 }
 
 void Print(Console& console, const DiskView& disk) {
@@ -43,10 +47,15 @@ void Print(Console& console, const DiskView& disk) {
   if (disk.volumes.empty()) console.Line("  no volumes");
 }
 
+void Print(Console& console, const char* heading, const std::vector<VolumeView>& volumes) {
+  if (!volumes.empty()) console.Line(heading);
+  for (const VolumeView& volume : volumes) Print(console, volume);
+}
+
 void Print(Console& console, const StorageView& storage) {
   for (const DiskView& disk : storage.disks) Print(console, disk);
-  if (!storage.volumesWithoutDisk.empty()) console.Line("volumes of no known disk");
-  for (const VolumeView& volume : storage.volumesWithoutDisk) Print(console, volume);
+  Print(console, "volumes on several disks: cannot be in a protection set", storage.volumesOnSeveralDisks);
+  Print(console, "volumes of no known disk", storage.volumesWithoutDisk);
   console.Line("");
   console.Line(Counted(storage.disks.size(), "disk"));
 }
@@ -60,7 +69,9 @@ class DisksCommand final : public Command {
     const StorageView storage = ReadStorage();
     for (const std::string& warning : storage.warnings) session.console.Warning(warning);
     if (session.json) {
-      session.console.Document({{"disks", ArrayOf(storage.disks, DiskJson)}});
+      session.console.Document({{"disks", ArrayOf(storage.disks, DiskJson)},
+                                {"volumesOnSeveralDisks", ArrayOf(storage.volumesOnSeveralDisks, VolumeJson)},
+                                {"volumesWithoutDisk", ArrayOf(storage.volumesWithoutDisk, VolumeJson)}});
     } else {
       Print(session.console, storage);
     }

@@ -39,15 +39,18 @@ const char* NameOfFileType(DWORD type) {
   }
 }
 
-Json FileJson(const VssFileDescriptor& file, VolumeSerials& serials) {
-  return {{"path", WideToUtf8Lossy(file.path)},
-          {"filespec", WideToUtf8Lossy(file.filespec)},
-          {"fileType", NameOfFileType(file.fileType)},
-          {"volume", WideToUtf8Lossy(file.volumeName)},
-          {"serialNumber", WideToUtf8Lossy(serials.Of(file.volumeName))}};
+Json FileJson(const VssFileDescriptor& file, VolumeLocations& locations) {
+  const VolumeLocation& location = locations.Of(file.volumeName);
+  Json json = {{"path", WideToUtf8Lossy(file.path)},
+               {"filespec", WideToUtf8Lossy(file.filespec)},
+               {"fileType", NameOfFileType(file.fileType)},
+               {"volume", WideToUtf8Lossy(file.volumeName)},
+               {"serialNumber", WideToUtf8Lossy(location.serialNumber)}};
+  if (!location.severalDisks.empty()) json["severalDisks"] = location.severalDisks;
+  return json;
 }
 
-Json ComponentJson(const VssComponent& component, VolumeSerials& serials) {
+Json ComponentJson(const VssComponent& component, VolumeLocations& locations) {
   return {{"fullPath", WideToUtf8Lossy(component.fullPath)},
           {"name", WideToUtf8Lossy(component.name)},
           {"logicalPath", WideToUtf8Lossy(component.logicalPath)},
@@ -55,11 +58,11 @@ Json ComponentJson(const VssComponent& component, VolumeSerials& serials) {
           {"type", NameOfComponentType(component.type)},
           {"selectable", component.selectable},
           {"topLevel", component.topLevel},
-          {"files", ArrayOf(component.files, [&](const auto& file) { return FileJson(file, serials); })}};
+          {"files", ArrayOf(component.files, [&](const auto& file) { return FileJson(file, locations); })}};
 }
 
-Json WriterJson(const VssWriter& writer, VolumeSerials& serials) {
-  const auto componentJson = [&](const VssComponent& component) { return ComponentJson(component, serials); };
+Json WriterJson(const VssWriter& writer, VolumeLocations& locations) {
+  const auto componentJson = [&](const VssComponent& component) { return ComponentJson(component, locations); };
   return {{"name", WideToUtf8Lossy(writer.name)},
           {"writerId", WideToUtf8Lossy(writer.writerId)},
           {"instanceId", WideToUtf8Lossy(writer.instanceId)},
@@ -84,10 +87,16 @@ std::vector<Directory> ByDirectory(const std::vector<VssFileDescriptor>& files) 
   return directories;
 }
 
+std::string DiskText(const VolumeLocation& location) {
+  if (!location.severalDisks.empty()) return "several disks (" + NumberList(location.severalDisks) + ")";
+  return location.serialNumber.empty() ? "disk unknown" : "disk \"" + Printable(location.serialNumber) + "\"";
+}
+
 // Writes the text that people read.
 class Listing {
  public:
-  Listing(Console& console, VolumeSerials& serials, bool all) : console_(console), serials_(serials), all_(all) {}
+  Listing(Console& console, VolumeLocations& locations, bool all)
+      : console_(console), locations_(locations), all_(all) {}
 
   void Print(const std::vector<VssWriter>& writers) {
     for (const VssWriter& writer : writers) Print(writer);
@@ -137,13 +146,12 @@ class Listing {
 
   // The directory's heading.
   void Print(const VssFileDescriptor& file) {
-    const std::wstring& serialNumber = serials_.Of(file.volumeName);
-    console_.Line("    " + Printable(file.path) + "  on " + Printable(file.volumeName) +
-                  (serialNumber.empty() ? ", disk unknown" : ", disk \"" + Printable(serialNumber) + "\""));
+    console_.Line("    " + Printable(file.path) + "  on " + Printable(file.volumeName) + ", " +
+                  DiskText(locations_.Of(file.volumeName)));
   }
 
   Console& console_;
-  VolumeSerials& serials_;
+  VolumeLocations& locations_;
   const bool all_;
   std::size_t components_ = 0;
   std::size_t files_ = 0;
@@ -167,13 +175,17 @@ class WritersCommand final : public Command {
     session.Ask("Initialize",
                 [&] { requestor.Initialize(0, L"", false, VSS_BT_FULL, session.errorDetails, &enumerator); });
     session.Ask("GatherWriterMetadata", [&] { requestor.GatherWriterMetadata(session.errorDetails); });
-    session.Ask("EnumerateDisks", [&] { enumerator.EnumerateDisks(false); });
-    VolumeSerials serials(enumerator);
+    try {
+      session.Ask("EnumerateDisks", [&] { enumerator.EnumerateDisks(false); });
+    } catch (const TesselCommonClasses::ExceptionCommon& error) {
+      session.console.Warning(OneLine(error.what()) + "; disks are not shown");
+    }
+    VolumeLocations locations(enumerator);
     if (session.json) {
-      const auto writerJson = [&](const VssWriter& writer) { return WriterJson(writer, serials); };
+      const auto writerJson = [&](const VssWriter& writer) { return WriterJson(writer, locations); };
       session.console.Document({{"writers", ArrayOf(requestor.GetWriters(), writerJson)}});
     } else {
-      Listing(session.console, serials, all_).Print(requestor.GetWriters());
+      Listing(session.console, locations, all_).Print(requestor.GetWriters());
     }
     return ExitStatus::Done;
   }

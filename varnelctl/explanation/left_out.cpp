@@ -4,22 +4,30 @@
 #include <set>
 
 #include "varnelctl/console/text.h"
-#include "varnelctl/storage_view.h"
 
 namespace varnelctl {
 namespace {
 
 using TesselCommonClasses::DiskAndVolumeEnumerator;
 
-// The serial numbers of the component's disks, each once; `unknown` is a directory whose disk cannot be told.
-std::set<std::wstring> DisksOf(const VssComponent& component, VolumeSerials& serials, std::wstring& unknown) {
-  std::set<std::wstring> disks;
+// The disks of a component's files.
+struct ComponentDisks {
+  std::set<std::wstring> serialNumbers;
+  std::wstring unknown;   // a directory whose disk cannot be told; empty when there is none
+  std::string onSeveral;  // a directory whose volume lies on several disks, and these
+};
+
+ComponentDisks DisksOf(const VssComponent& component, VolumeLocations& locations) {
+  ComponentDisks disks;
   for (const VssFileDescriptor& file : component.files) {
-    const std::wstring& serialNumber = serials.Of(file.volumeName);
-    if (serialNumber.empty()) {
-      unknown = file.expandedPath;
+    const VolumeLocation& location = locations.Of(file.volumeName);
+    if (!location.severalDisks.empty()) {
+      disks.onSeveral = Printable(file.expandedPath) + " lies on several disks (" + NumberList(location.severalDisks) +
+                        "), so no snapshot of one of them holds it whole";
+    } else if (location.serialNumber.empty()) {
+      disks.unknown = file.expandedPath;
     } else {
-      disks.insert(serialNumber);
+      disks.serialNumbers.insert(location.serialNumber);
     }
   }
   return disks;
@@ -50,16 +58,17 @@ bool IsCapturedByItsParts(const VssWriter& writer, const VssComponent& component
 }
 
 std::string ReasonFor(const VssWriter& writer, const VssComponent& component,
-                      const std::vector<std::wstring>& serialNumbers, VolumeSerials& serials) {
+                      const std::vector<std::wstring>& serialNumbers, VolumeLocations& locations) {
   if (!component.excluded && !writer.excluded) {
     return component.selectable || HasIncludedParent(writer, component)
                ? "the request ended before it was added"
                : "it is not selectable, and no selectable parent is included";
   }
   if (component.files.empty()) return "it has no files";
-  std::wstring unknown;
+  const ComponentDisks disks = DisksOf(component, locations);
+  if (!disks.onSeveral.empty()) return disks.onSeveral;
   std::string missing;
-  for (const std::wstring& serialNumber : DisksOf(component, serials, unknown)) {
+  for (const std::wstring& serialNumber : disks.serialNumbers) {
     if (serialNumber == DiskAndVolumeEnumerator::systemDriveSerialNumber) {
       return "disk " + Quoted(serialNumber) + " holds the system";
     }
@@ -68,7 +77,7 @@ std::string ReasonFor(const VssWriter& writer, const VssComponent& component,
     }
   }
   if (!missing.empty()) return "not in the protection set: disk " + missing;
-  if (!unknown.empty()) return "the disk of " + Printable(unknown) + " is not known";
+  if (!disks.unknown.empty()) return "the disk of " + Printable(disks.unknown) + " is not known";
   return "it is not among the databases that the array named";
 }
 
@@ -82,8 +91,7 @@ bool IsCaptured(const VssWriter& writer, const VssComponent& component) {
 }
 
 std::vector<LeftOut> FindLeftOut(const std::vector<VssWriter>& writers, const std::vector<std::wstring>& serialNumbers,
-                                 DiskAndVolumeEnumerator& enumerator) {
-  VolumeSerials serials(enumerator);
+                                 VolumeLocations& locations) {
   std::vector<LeftOut> leftOut;
   for (const VssWriter& writer : writers) {
     if (IsOfAnotherApplication(writer)) {
@@ -92,7 +100,7 @@ std::vector<LeftOut> FindLeftOut(const std::vector<VssWriter>& writers, const st
     }
     for (const VssComponent& component : writer.components) {
       if (IsCaptured(writer, component) || IsCapturedByItsParts(writer, component)) continue;
-      leftOut.push_back({&writer, &component, ReasonFor(writer, component, serialNumbers, serials)});
+      leftOut.push_back({&writer, &component, ReasonFor(writer, component, serialNumbers, locations)});
     }
   }
   return leftOut;

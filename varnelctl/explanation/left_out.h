@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/varnel.h"
+#include "varnelctl/storage_view.h"
 
 namespace varnelctl {
 
@@ -19,7 +20,8 @@ struct LeftOut {
 };
 
 /// Everything that was gathered and is not captured, in the writers' order. \param serialNumbers of the protection set.
+/// \param locations as the request saw them.
 std::vector<LeftOut> FindLeftOut(const std::vector<VssWriter>& writers, const std::vector<std::wstring>& serialNumbers,
-                                 TesselCommonClasses::DiskAndVolumeEnumerator& enumerator);
+                                 VolumeLocations& locations);
 
 }  // namespace varnelctl

@@ -4,7 +4,6 @@
 #include "core/vss_call.h"
 #include "platform/host.h"
 #include "platform/owners.h"
-#include "text/ascii_case.h"
 #include "text/guid.h"
 #include "varnelctl/explanation/failure.h"
 #include "varnelctl/vss_object.h"
@@ -26,27 +25,17 @@ ComPtr<IVssEnumObject> QueryAllShadowCopies(ComPtr<IVssBackupComponents>& vss) {
   return list;
 }
 
-std::wstring MountPointOf(const std::wstring& volume, const std::wstring& serialNumber,
-                          DiskAndVolumeEnumerator& enumerator) {
-  std::vector<TesselCommonClasses::WindowsVolumeInfo> volumes;
-  enumerator.GetVolumesForGivenDisk(serialNumber, volumes);
-  for (const auto& candidate : volumes) {
-    if (varnel::ascii::EqualIgnoringCase(candidate.uniqueVolumeName, volume)) return candidate.mountPoint;
-  }
-  return {};
-}
-
 }  // namespace
 
-std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor, DiskAndVolumeEnumerator& enumerator) {
+std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor, VolumeLocations& locations,
+                                             DiskAndVolumeEnumerator& enumerator) {
   std::vector<ShadowCopyView> copies;
   for (const SnapshotVolumeInfo& volume : requestor.GetSnapshotVolumes()) {
     ShadowCopyView& view = copies.emplace_back();
     view.volume = volume;
-    TesselCommonClasses::WindowsDiskDevice source;
-    enumerator.GetDiskDeviceForUniqueVolume(volume.volumeName, source);
+    const VolumeLocation& source = locations.Of(volume.volumeName);
     view.sourceSerialNumber = source.serialNumber;
-    view.mountPoint = MountPointOf(volume.volumeName, source.serialNumber, enumerator);
+    view.mountPoint = source.mountPoint;
     if (!volume.snapshotDeviceName.empty()) {
       enumerator.GetDiskDeviceForUniqueVolume(volume.snapshotDeviceName, view.disk);
     }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/varnel.h"
+#include "varnelctl/storage_view.h"
 
 namespace varnelctl {
 
@@ -18,7 +19,8 @@ struct ShadowCopyView {
 };
 
 /// Those of the requestor's set, in its order. To be called before anything takes their disks away.
-std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor,
+/// \param locations of the source volumes.
+std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor, VolumeLocations& locations,
                                              TesselCommonClasses::DiskAndVolumeEnumerator& enumerator);
 
 /// How many shadow copies of this set the service lists on this host. Transportable and broken ones it does not list.

@@ -62,7 +62,7 @@ class SnapshotRun {
     Complete();
     FollowUp();
     phases_.StopWatching();
-    Attempt([&] { outcome_.leftOut = FindLeftOut(requestor_.GetWriters(), serialNumbers_, outcome_.enumerator); });
+    Attempt([&] { outcome_.leftOut = FindLeftOut(requestor_.GetWriters(), serialNumbers_, locations_); });
     outcome_.phases = phases_.list();
     outcome_.errorDetails = details_.erase(0, requestTextLength_);
   }
@@ -89,6 +89,7 @@ class SnapshotRun {
   void CheckDisks() {
     phases_.Run("EnumerateDisks", [&] {
       const std::vector<WindowsDiskDevice>& disks = outcome_.enumerator.GetDisks();
+      locations_.RememberAll();
       std::set<std::wstring> seen;
       for (const std::wstring& serialNumber : serialNumbers_) {
         if (!seen.insert(serialNumber).second) {
@@ -179,7 +180,7 @@ class SnapshotRun {
   void Complete() {
     const int code = outcome_.failure ? outcome_.failure->backupStatus : 0;
     outcome_.gotThrough = outcome_.taken && (!outcome_.failure || GotThrough(*outcome_.failure));
-    Attempt([&] { outcome_.shadowCopies = FindShadowCopies(requestor_, outcome_.enumerator); });
+    Attempt([&] { outcome_.shadowCopies = FindShadowCopies(requestor_, locations_, outcome_.enumerator); });
     const std::optional<std::size_t> copiesBefore =
         !outcome_.gotThrough && MayBeListed() ? AskForCopies() : std::optional<std::size_t>();
     Attempt([&] { phases_.RunAnyway("SetBackupStatus", [&] { TellWriters(code); }); });
@@ -343,6 +344,7 @@ class SnapshotRun {
   std::size_t requestTextLength_ = 0;
   Phases phases_;
   std::vector<std::wstring> serialNumbers_;
+  VolumeLocations locations_{outcome_.enumerator};  // as they were before the snapshot
 };
 
 }  // namespace
