@@ -39,8 +39,9 @@ package: setup ## build the Windows package, build/windows/package/varnel-*.zip
 	@cmake --build --preset windows --target varnel varnelctl
 	@cd build/windows && cpack -G ZIP
 
-bench: build-benchmarks ## what whole requests cost beside a bare requestor: table, JSON and plot in build/bench
+bench: build-benchmarks ## what whole requests cost and ask beside a bare requestor: tables, JSON and plot in build/bench
 	@tools/measure-cost.sh build/native/bin/bench build/bench $(SIZES)
+	@build/native/bin/bench/platform_calls
 
 bench-budget: build-benchmarks ## fail when a request needs more instructions than bench/budget.txt allows
 	@tools/check-budget.sh build/native

@@ -181,6 +181,7 @@ void Reference::Catalogue() {
     for (const simulator::Disk& disk : DisksByNumber()) {
       if (!disk.reportsSerial || disk.serial.empty() || !SameInAnyCase(disk.serial, serialNumber)) continue;
       for (const simulator::Volume& volume : disk.volumes) {
+        if (!volume.otherDisks.empty()) continue;
         Catalogued& entry = EntryOf(Lower(serialNumber));
         entry.otherIds.push_back(WideToAnsi(volume.name));
         entry.otherNames.push_back(WideToAnsi(volume.mountPoints.empty() ? L"" : volume.mountPoints.front()));

@@ -89,7 +89,10 @@ class ScenarioMaker {
       disk.serial = system ? L"SYS" : SerialOf(i);
       disk.reportsSerial = !Oddly(10);
       const unsigned volumes = 1 + (random_.Chance(30) ? 1 : 0);
-      for (unsigned v = 0; v < volumes; ++v) disk.volumes.push_back(MakeVolume(system && v == 0));
+      for (unsigned v = 0; v < volumes; ++v) {
+        disk.volumes.push_back(MakeVolume(i == 0 && v == 0));
+        if (count > 1 && Oddly(10)) disk.volumes.back().otherDisks = {numbers[(i + 1) % count]};
+      }
       host().disks.push_back(std::move(disk));
     }
     random_.Shuffle(host().disks);

@@ -135,7 +135,7 @@ bool Reference::FindSerialNumber(const std::wstring& volume, std::wstring& seria
   for (const simulator::Disk& disk : host_.disks) {
     for (const simulator::Volume& candidate : disk.volumes) {
       if (!SameInAnyCase(candidate.name, volume)) continue;
-      serialNumber = disk.reportsSerial ? disk.serial : L"";
+      serialNumber = disk.reportsSerial && candidate.otherDisks.empty() ? disk.serial : L"";
       return !serialNumber.empty();
     }
   }

@@ -26,7 +26,9 @@ std::vector<std::wstring> Reference::ExtraVolumes() {
     }
     for (const simulator::Disk& disk : DisksByNumber()) {
       if (!disk.reportsSerial || disk.serial.empty() || !SameInAnyCase(disk.serial, serialNumber)) continue;
-      for (const simulator::Volume& volume : disk.volumes) names.push_back(volume.name);
+      for (const simulator::Volume& volume : disk.volumes) {
+        if (volume.otherDisks.empty()) names.push_back(volume.name);
+      }
     }
   }
   return names;

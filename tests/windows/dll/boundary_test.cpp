@@ -88,8 +88,8 @@ TEST_F(DllBoundaryTest, AVarnelExceptionIsAStandardException) {
 }
 
 TEST_F(DllBoundaryTest, TheCommonClassesThrowTheirOwnException) {
-  host().faults().FailCall("FindFirstVolumeW", ERROR_ACCESS_DENIED);
-  EXPECT_EQ(Caught([&] { enumerator_.EnumerateDisks(true); }), "ExceptionCommon FindFirstVolumeW() failed with 5");
+  host().faults().FailCall("GetSystemDirectoryW", ERROR_ACCESS_DENIED);
+  EXPECT_EQ(Caught([&] { enumerator_.EnumerateDisks(true); }), "ExceptionCommon GetSystemDirectoryW() failed with 5");
 }
 
 TEST_F(DllBoundaryTest, TextThatIsNoUtf8IsARangeError) {

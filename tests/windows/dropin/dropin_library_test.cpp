@@ -199,16 +199,12 @@ TEST_F(DropInMachineTest, TheLibraryReadsTheWritersOfTheHostFile) {
   EXPECT_EQ(request.probe.writers()[1].name, L"Web");
 }
 
-TEST_F(DropInMachineTest, ARequestFindsNoDiskOfTheHostFileAndEndsAsAWrongProtectionSet) {
+// The machine's own disks stay those of the machine, and Wine's do not tell where the system lies.
+TEST_F(DropInMachineTest, ARequestReadsTheWritersAndEndsAtTheDisksOfTheMachine) {
   {
     SnapshotRequest request;
-    EXPECT_EQ(request.StartAndCreate().alertCode, 602);
-    EXPECT_EQ(request.alerts(),
-              "status=LunMismatch, VolCollVolumes=1, VolumesInvolvedInSnapshot=0, rc=ConfigError, "
-              "ca=CheckVolumeCollection, ca=CheckHostsVolumes/Connections;\n"
-              "Input list of volumes in volume collection: TSL0001;\n"
-              "List of volumes used by application writer : ;\n");
-    EXPECT_THAT(log.Of(CFileLog::Information), Contains("Discarding writer. Writer=Mail"));
+    EXPECT_THROW(request.StartAndCreate(), TesselCommonClasses::ExceptionCommon);
+    EXPECT_EQ(request.probe.writers().size(), 2u);
   }
   EXPECT_EQ(ServiceLibrary(ProgramFolder() / L"vssapi.dll").host().live().Describe(), "");
 }
