@@ -92,7 +92,7 @@ class Completion : public SnapshotFixture {
   json Completed(const Arguments& arguments, std::vector<std::string> phases, const char* state, int status = 0) {
     phases.insert(phases.begin(),
                   {"EnumerateDisks", "ValidateHostConfiguration", "ValidateVolumes", "IsTesselVSSProviderPresent",
-                   "IsWriterPresent", "Initialize", "CreateVssSnapshotSet", "GetSnapshotMeatadata"});
+                   "Initialize", "CreateVssSnapshotSet", "GetSnapshotMeatadata"});
     json outcome = SnapshotJson(arguments, status);
     EXPECT_EQ(PhasesOf(outcome), phases);
     EXPECT_EQ(outcome["setState"], state);
@@ -209,23 +209,26 @@ TEST_F(Completion, ARequestThatNeverReachedTheServiceIsCompletedToo) {
   Fail("CreateVssBackupComponents", E_FAIL, 0);
   const json outcome = SnapshotJson({}, 15);
 
-  EXPECT_EQ(PhasesOf(outcome), std::vector<std::string>({"EnumerateDisks", "ValidateHostConfiguration",
-                                                         "ValidateVolumes", "IsTesselVSSProviderPresent",
-                                                         "IsWriterPresent", "Initialize", "SetBackupStatus"}));
+  EXPECT_EQ(PhasesOf(outcome),
+            std::vector<std::string>({"EnumerateDisks", "ValidateHostConfiguration", "ValidateVolumes",
+                                      "IsTesselVSSProviderPresent", "Initialize", "SetBackupStatus"}));
   EXPECT_THAT(outcome["errorDetails"].get<std::string>(), testing::StartsWith("CreateVssBackupComponents()=Failed, "));
   EXPECT_THAT(log.Warnings(), Contains("Snapshot not created, not calling AbortBackup because VSS is not yet "
                                        "initialized."));
   EXPECT_EQ(outcome["setState"], "none");
 }
 
-TEST_F(Completion, APresenceThatCannotBeAskedForIsAWarning) {
+TEST_F(Completion, AProviderThatCannotBeAskedForIsAWarning) {
   Fail("CoCreateInstance", E_FAIL);
-  Fail("CreateVssBackupComponents", E_FAIL);
   const CliResult result = Snapshot();
 
-  EXPECT_EQ(result.err,
-            "varnelctl: warning: IsTesselVSSProviderPresent failed: Error: 0x80004005 (0x80004005)\n"
-            "varnelctl: warning: IsWriterPresent failed: Error: 0x80004005 (0x80004005)\n");
+  EXPECT_EQ(result.err, "varnelctl: warning: IsTesselVSSProviderPresent failed: Error: 0x80004005 (0x80004005)\n");
+}
+
+TEST_F(Completion, TheWritersIdentifyThemselvesOnce) {
+  Snapshot({"--verify", "--then", "mask", "--disconnect"});
+
+  EXPECT_EQ(CallsOf("IVssBackupComponents::GatherWriterMetadata").size(), 1u);
 }
 
 TEST_F(Completion, AFailureOfTheCompletionIsTheRunsWhenNothingFailedBefore) {
@@ -456,7 +459,7 @@ TEST_F(Completion, ADiskThatIsNamedTwiceIsAWarning) {
 // Ctrl-C
 
 TEST_F(Completion, AnInterruptionEndsTheRunAfterThePresentPhaseAndCompletesItAsAFailure) {
-  constexpr int kAfterTheSnapshot = 8;
+  constexpr int kAfterTheSnapshot = 7;
   const CliResult result = Snapshot({"--then", "mask"}, 1, InterruptAtBoundary(kAfterTheSnapshot));
 
   EXPECT_THAT(result.out, HasSubstr("CreateVssSnapshotSet: done (0 ms)\nSetBackupStatus ...\n"));
@@ -469,7 +472,7 @@ TEST_F(Completion, AnInterruptionEndsTheRunAfterThePresentPhaseAndCompletesItAsA
 }
 
 TEST_F(Completion, AnInterruptionAfterTheCompletionLeavesTheSetAsItIs) {
-  constexpr int kAfterTheCompletion = 10;
+  constexpr int kAfterTheCompletion = 9;
   const CliResult result = Snapshot({"--then", "mask", "--disconnect", "--context", "app-rollback"}, 1,
                                     InterruptAtBoundary(kAfterTheCompletion));
 
@@ -490,7 +493,7 @@ TEST_F(Completion, AnInterruptionBetweenAnyTwoPhasesLeavesTheServiceFree) {
     EXPECT_EQ(host().live().Describe(), "");
     Snapshot();  // the next run
     if (result.status == 0) {
-      EXPECT_EQ(boundary, 13);
+      EXPECT_EQ(boundary, 12);
       return;
     }
     EXPECT_EQ(result.status, 1);

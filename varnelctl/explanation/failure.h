@@ -69,6 +69,9 @@ struct Failure {
   int backupStatus = -1;  ///< what SetBackupStatus is told: the alert code or the thrown HRESULT, else -1
 };
 
+/// The catalogue's text of a message that takes no arguments, in one line of UTF-8.
+std::string CatalogText(DWORD id);
+
 /// Describes an exception. `call` is what was asked of the library when it left as a bare `long`. Belongs where the
 /// host is still installed: its message tables name the results that the library has no name for.
 Failure DescribeFailure(const std::exception_ptr& exception, std::string_view call);

@@ -6,6 +6,7 @@
 
 #include "core/alerts.h"
 #include "platform/ansi.h"
+#include "resources/catalog.h"
 #include "text/ascii_case.h"
 #include "text/unicode.h"
 #include "varnelctl/console/text.h"
@@ -59,6 +60,7 @@ class SnapshotRun {
 
   void Run() {
     Attempt([&] { Sequence(); });
+    AdviseOnMissingWriter();
     Complete();
     FollowUp();
     phases_.StopWatching();
@@ -72,7 +74,7 @@ class SnapshotRun {
     CheckDisks();
     ValidateHost();
     ValidateVolumes();
-    CheckPresence();
+    CheckProvider();
     details_ = "writer=" + std::to_string(options_.writerCode) + ",";
     requestTextLength_ = details_.size();
     phases_.Run("Initialize", [&] {
@@ -126,23 +128,25 @@ class SnapshotRun {
     });
   }
 
-  // What is missing here, or cannot be asked for, makes a later step fail with its own message; a warning says it
-  // early.
-  void CheckPresence() {
-    WarnUnless("IsTesselVSSProviderPresent", "the array's VSS hardware provider is not registered on this host",
-               [&] { return requestor_.IsTesselVSSProviderPresent(); });
-    WarnUnless("IsWriterPresent", "no writer of this application is present on this host",
-               [&] { return requestor_.IsWriterPresent(details_); });
-  }
-
-  void WarnUnless(const std::string& phase, const std::string& warning, const std::function<bool()>& holds) {
-    phases_.Run(phase, [&] {
+  // A provider that is missing, or cannot be asked for, makes a later step fail with its own message; a warning says it
+  // early. The writers are not looked for here: every writer would have to identify itself twice, which costs half a
+  // minute on a large server, and the request says itself that none is there.
+  void CheckProvider() {
+    constexpr char kPhase[] = "IsTesselVSSProviderPresent";
+    phases_.Run(kPhase, [&] {
       try {
-        if (!holds()) phases_.Warn(warning);
+        if (requestor_.IsTesselVSSProviderPresent()) return;
+        phases_.Warn("the array's VSS hardware provider is not registered on this host");
       } catch (long) {
-        phases_.Warn(DescribeFailure(std::current_exception(), phase).message);
+        phases_.Warn(DescribeFailure(std::current_exception(), kPhase).message);
       }
     });
+  }
+
+  // The library's message names neither the application nor a remedy.
+  void AdviseOnMissingWriter() {
+    if (!outcome_.failure || outcome_.failure->message != CatalogText(varnel::message::kNoWriter)) return;
+    outcome_.failure->details.emplace_back(MissingWriterAdvice(options_.application));
   }
 
   // A set that exists with messages is shown like one without.
