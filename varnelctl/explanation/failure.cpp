@@ -86,6 +86,11 @@ Failure Thrown(std::string_view call, long hr) {
 
 }  // namespace
 
+void ThrowLastError(const char* call) {
+  const DWORD error = varnel::CurrentHost().GetLastError();
+  throw CallFailure(call, varnel::HResultFromWin32(error == ERROR_SUCCESS ? ERROR_GEN_FAILURE : error));
+}
+
 std::string CatalogText(DWORD id) {
   for (const varnel::CatalogEntry& entry : varnel::Catalog()) {
     if (static_cast<DWORD>(entry.id) == id) return OneLine(WideToUtf8Lossy(varnel::FormatWide(entry.text, {})));

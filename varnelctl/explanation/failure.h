@@ -36,6 +36,9 @@ inline void CheckCall(const char* call, HRESULT hr) {
   if (FAILED(hr)) throw CallFailure(call, hr);
 }
 
+/// Throws CallFailure with the last error of a Win32 call that failed.
+[[noreturn]] void ThrowLastError(const char* call);
+
 /// This machine cannot take a snapshot for this process at all; what() is the reason in one sentence.
 class UnfitMachine : public std::runtime_error {
  public:

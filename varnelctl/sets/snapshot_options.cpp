@@ -124,8 +124,9 @@ void AddRequestOptions(CLI::App& app, SnapshotOptions& options) {
 // What happens to a set after it was taken.
 void AddCompletionOptions(CLI::App& app, SnapshotOptions& options) {
   app.add_flag("--verify", options.verify,
-               "Have the application's files checked on the snapshot; a damaged one fails the request. Not for "
-               "transportable sets");
+               "Have the application's files checked on the snapshot; a damaged one fails the request. Exchange's "
+               "eseutil.exe is looked for on the PATH and in the folder of the installation. Not for transportable "
+               "sets");
   app.add_flag("--skip-db-verification", options.skipDbVerification,
                "With --app exchange --verify: check the logs only, not the databases");
   app.add_flag("--accept-extra-volumes", options.acceptExtraVolumes,

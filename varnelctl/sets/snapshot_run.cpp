@@ -5,11 +5,14 @@
 #include <set>
 
 #include "core/alerts.h"
+#include "core/configuration.h"
 #include "platform/ansi.h"
 #include "resources/catalog.h"
 #include "text/ascii_case.h"
 #include "text/unicode.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/exchange_installation.h"
+#include "varnelctl/program_search.h"
 
 namespace varnelctl {
 namespace {
@@ -176,7 +179,30 @@ class SnapshotRun {
       phases_.Warn("--verify is left out: the request failed, and its set is deleted");
       return;
     }
-    phases_.Run("VerifySnapShotData", [&] { requestor_.VerifySnapShotData(); });
+    phases_.Run("VerifySnapShotData", [&] {
+      if (options_.application == Application::Exchange) return VerifyWithChecker();
+      requestor_.VerifySnapShotData();
+    });
+  }
+
+  // The requestor starts the checker by its bare name. The text of its failure is the same for a checker that is not
+  // there and for one that ends with the exit code 2.
+  void VerifyWithChecker() {
+    const std::wstring folder = ExchangeProgramFolder();
+    const ProgramSearch search(folder);
+    try {
+      requestor_.VerifySnapShotData();
+    } catch (const VarnelException& failure) {
+      if (ProgramSearch::Finds(varnel::kDatabaseChecker)) throw;
+      throw VarnelException(failure.GetAlertCode(), MissingChecker(folder), {failure.GetMessageText()});
+    }
+  }
+
+  static std::wstring MissingChecker(const std::wstring& folder) {
+    const std::wstring place = folder.empty() ? L", and the registry knows no installation of Exchange"
+                                              : L" nor in " + folder + L", where Exchange is installed";
+    return std::wstring(L"the checker ") + varnel::kDatabaseChecker + L" was not found on the PATH" + place +
+           L": install it, or add its folder to the PATH";
   }
 
   // The set is looked at before and after only where its state cannot be told otherwise.
