@@ -52,6 +52,7 @@ struct Step {
   std::string phase;
   std::optional<SetState> result;  // nothing: the set stays what it is
   std::function<void()> action;
+  std::optional<ExitStatus> failed = {};  // how a run ends over it; nothing: as its failure says
 };
 
 class SnapshotRun {
@@ -66,6 +67,7 @@ class SnapshotRun {
     AdviseOnMissingWriter();
     Complete();
     FollowUp();
+    TellCopiesLeft();
     phases_.StopWatching();
     Attempt([&] { outcome_.leftOut = FindLeftOut(requestor_.GetWriters(), serialNumbers_, outcome_.enumerator); });
     outcome_.phases = phases_.list();
@@ -73,6 +75,8 @@ class SnapshotRun {
   }
 
  private:
+  using Copies = std::optional<std::vector<ListedCopy>>;  // nothing: the service did not say
+
   void Sequence() {
     CheckDisks();
     ValidateHost();
@@ -210,8 +214,7 @@ class SnapshotRun {
     const int code = outcome_.failure ? outcome_.failure->backupStatus : 0;
     outcome_.gotThrough = outcome_.taken && (!outcome_.failure || GotThrough(*outcome_.failure));
     Attempt([&] { outcome_.shadowCopies = FindShadowCopies(requestor_, outcome_.enumerator); });
-    const std::optional<std::size_t> copiesBefore =
-        !outcome_.gotThrough && MayBeListed() ? AskForCopies() : std::optional<std::size_t>();
+    const Copies copiesBefore = !outcome_.gotThrough && MayBeListed() ? AskForCopies() : std::nullopt;
     Attempt([&] { phases_.RunAnyway("SetBackupStatus", [&] { TellWriters(code); }); });
     outcome_.setState = outcome_.gotThrough ? StateOfExistingSet() : StateAfterFailure(copiesBefore);
   }
@@ -240,7 +243,7 @@ class SnapshotRun {
     return goes ? SetState::Released : SetState::Kept;
   }
 
-  SetState StateAfterFailure(const std::optional<std::size_t>& copiesBefore) {
+  SetState StateAfterFailure(const Copies& copiesBefore) {
     if (!MayBeListed()) {
       if (outcome_.taken) return StateOfExistingSet();
       const std::vector<SnapshotVolumeInfo>& volumes = requestor_.GetSnapshotVolumes();
@@ -248,18 +251,43 @@ class SnapshotRun {
       return begun ? SetState::Unknown : SetState::None;
     }
     if (!copiesBefore) return SetState::Unknown;
-    if (*copiesBefore == 0) return SetState::None;
-    const std::optional<std::size_t> copiesAfter = AskForCopies();
+    if (copiesBefore->empty()) return SetState::None;
+    const Copies copiesAfter = AskForCopies();
     if (!copiesAfter) return SetState::Unknown;
-    if (*copiesAfter == 0) return SetState::Deleted;
-    outcome_.copiesLeft = copiesAfter;
+    if (copiesAfter->empty()) return SetState::Deleted;
+    outcome_.copiesLeft = *copiesAfter;
     return StateOfExistingSet();
   }
 
-  std::optional<std::size_t> AskForCopies() {
-    std::optional<std::size_t> count;
-    Attempt([&] { count = CountShadowCopies(requestor_.GetSnapShotSetId()); });
-    return count;
+  Copies AskForCopies() {
+    Copies copies;
+    Attempt([&] { copies = ListShadowCopies(requestor_.GetSnapShotSetId()); });
+    return copies;
+  }
+
+  // The library tells of them in its log alone.
+  void TellCopiesLeft() {
+    if (outcome_.copiesLeft.empty()) return;
+    const std::string setId = Printable(requestor_.GetSnapShotSetId());
+    std::string copies;
+    for (const ListedCopy& copy : outcome_.copiesLeft) {
+      copies += (copies.empty() ? "" : ", ") + Printable(SourceOf(copy)) + " (shadow copy " +
+                Printable(copy.snapshotId) + ")";
+    }
+    const char* const remedy =
+        outcome_.setState == SetState::Released
+            ? "; what is still there after this program has ended is deleted in diskshadow with: "
+            : "; to be deleted in diskshadow with: ";
+    outcome_.failure->details.push_back("left of snapshot set " + setId + ": " + copies + remedy +
+                                        "delete shadows set " + setId);
+  }
+
+  // As people know it.
+  std::wstring SourceOf(const ListedCopy& copy) const {
+    for (const ShadowCopyView& view : outcome_.shadowCopies) {
+      if (view.volume.snapshotId == copy.snapshotId && !view.mountPoint.empty()) return view.mountPoint;
+    }
+    return copy.volume;
   }
 
   void FollowUp() {
@@ -277,7 +305,7 @@ class SnapshotRun {
         reason = "the run was interrupted";
         phases_.Warn(step.option + " is left out: " + reason);
       } catch (...) {
-        NoteFailure();
+        NoteFailure(step.failed);
         if (!step.result) continue;  // what else is wanted of the set does not depend on it
         reason = step.phase + " failed";
         LookAfterFailedStep(*step.result);
@@ -302,7 +330,7 @@ class SnapshotRun {
         break;
       case Then::Delete:
         steps.push_back({"--then delete", "DeleteSnapshotSet", SetState::Deleted,
-                         [this] { requestor_.DeleteSnapshotSet(details_); }});
+                         [this] { requestor_.DeleteSnapshotSet(details_); }, ExitStatus::NotAllDone});
         break;
     }
     if (options_.disconnect) {
@@ -328,13 +356,13 @@ class SnapshotRun {
   // Part of the set may be gone.
   void LookAfterFailedStep(SetState wanted) {
     if (!MayBeListed()) return;
-    const std::optional<std::size_t> copies = AskForCopies();
+    const Copies copies = AskForCopies();
     if (!copies) {
       outcome_.setState = SetState::Unknown;
-    } else if (*copies == 0) {
+    } else if (copies->empty()) {
       outcome_.setState = wanted == SetState::Deleted ? SetState::Deleted : SetState::Unknown;
-    } else if (*copies < outcome_.shadowCopies.size()) {
-      outcome_.copiesLeft = copies;
+    } else if (wanted == SetState::Deleted || copies->size() < outcome_.shadowCopies.size()) {
+      outcome_.copiesLeft = *copies;
     }
   }
 
@@ -348,8 +376,10 @@ class SnapshotRun {
   }
 
   // The first failure is the outcome of the request and replaces mere messages; what else fails is a detail.
-  void NoteFailure() {
+  // `status` takes the place of the failure's own.
+  void NoteFailure(std::optional<ExitStatus> status = {}) {
     Failure failure = DescribeFailure(std::current_exception(), session_.call());
+    failure.status = status.value_or(failure.status);
     std::optional<Failure>& first = outcome_.failure;
     if (!first || (GotThrough(*first) && !GotThrough(failure))) {
       if (first) {
