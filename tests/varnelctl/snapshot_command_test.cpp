@@ -225,6 +225,23 @@ TEST_F(SnapshotCommand, WhatItCannotDoIsAUsageError) {
   ExpectRefused(Run({"snapshot", "--app", "none"}), "varnelctl: ");
 }
 
+TEST_F(SnapshotCommand, TheListOfDisksEndsAtTheNextOption) {
+  const std::string file = folder.Write("host.json", hostFile.dump());
+  const CliResult result =
+      RunCli({"snapshot", "--disk", "TSL0001", "TSL0002", "--host", file, "--app", "none", "--json"});
+  EXPECT_EQ(result.status, 0) << result.err;
+
+  for (const char* option : {"--host", "--app", "--json", "-h", "--hsot"}) {
+    ExpectRefused(RunCli({"snapshot", "--app", "none", "--disk", option, file}),
+                  std::string("varnelctl: --disk: no serial number stands before ") + option + " (");
+  }
+}
+
+TEST_F(SnapshotCommand, ASerialNumberMayBeANegativeNumber) {
+  EXPECT_THAT(Snapshot({"--disk", "-5"}, 12).err,
+              StartsWith("varnelctl: warning: no disk of this host has serial \"-5\""));
+}
+
 TEST(SnapshotContext, IsANumberOrNamesJoinedByPlus) {
   EXPECT_EQ(varnelctl::ParseContext("backup"), 0u);
   EXPECT_EQ(varnelctl::ParseContext("app-rollback+transportable"), 0x29u);
