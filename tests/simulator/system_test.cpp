@@ -202,7 +202,8 @@ class EnvironmentTest : public HostFixture {
  protected:
   std::wstring Value(LPCWSTR name) {
     wchar_t value[MAX_PATH] = L"";
-    EXPECT_EQ(host().system().GetEnvironmentVariableW(name, value, MAX_PATH), std::wcslen(value));
+    const DWORD length = host().system().GetEnvironmentVariableW(name, value, MAX_PATH);
+    EXPECT_EQ(length, std::wcslen(value));
     return value;
   }
 };
