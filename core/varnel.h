@@ -132,7 +132,9 @@ class VARNEL_API CVarnel {
   ///
   /// Throws VarnelException 600 or 601 for what the writers said to BackupComplete, and a `long` when the components
   /// could not be marked or a call failed; BackupComplete has then been tried all the same. A set that could not be
-  /// deleted is told in the log alone, whatever is thrown.
+  /// deleted is told in the log alone, whatever is thrown: a host agent that must know asks the service which shadow
+  /// copies of GetSnapShotSetId are left, with IVssBackupComponents::Query on an object of its own whose context is
+  /// VSS_CTX_ALL (this one's lists only what its own context made).
   void SetBackupStatus(int snapErrorCode, std::string& errorDetails);
 
   /// Breaks the set: its shadow copies become ordinary read-write disks of this host. Throws a `long` after a failed
@@ -140,7 +142,9 @@ class VARNEL_API CVarnel {
   void BreakSnapshotSet(std::string& errorDetails);
   /// Breaks the set and masks its disks from this host. Throws a `long` after a failed call.
   void MaskSnapshotSet(std::string& errorDetails);
-  /// Deletes the set, by force. Throws a `long` when the service did not delete all of it; writes no alert.
+  /// Deletes the set, by force. Throws a `long` when the service did not delete all of it; writes no alert. The service
+  /// stops at the first shadow copy that cannot be deleted, so some may be gone: which ones are left is asked of the
+  /// service as after SetBackupStatus.
   void DeleteSnapshotSet(std::string& errorDetails);
   /// Logs this host out of every iSCSI session that carries a shadow copy of the set. A session whose devices cannot be
   /// read, or that does not end after five tries, is left; the log tells of it unless the number of its devices was

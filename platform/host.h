@@ -61,6 +61,10 @@ class Processes {
   virtual DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) = 0;
   virtual BOOL GetExitCodeProcess(HANDLE process, DWORD* exitCode) = 0;
   virtual BOOL CloseHandle(HANDLE handle) = 0;
+  /// Where a program lies. With a null `path` the folders are those of CreateProcessW. The characters written without
+  /// the NUL, or with too little room those needed with it; 0 when there is none.
+  virtual DWORD SearchPathW(LPCWSTR path, LPCWSTR file, LPCWSTR extension, DWORD characters, LPWSTR found,
+                            LPWSTR* filePart) = 0;
 };
 
 /// The registry. Functions return their Win32 error code.
@@ -79,7 +83,7 @@ class Registry {
   virtual LSTATUS RegCloseKey(HKEY key) = 0;
 };
 
-/// The machine's names, environment and version.
+/// The machine's names and version, and this process's environment and current directory.
 class SystemInformation {
  public:
   virtual ~SystemInformation() = default;
@@ -87,6 +91,14 @@ class SystemInformation {
   virtual UINT GetSystemDirectoryW(LPWSTR directory, UINT characters) = 0;
   /// The characters written or needed, the NUL included; 0 is a failure.
   virtual DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR target, DWORD characters) = 0;
+  /// The characters written without the NUL, or with too little room those needed with it; 0 for an empty value and,
+  /// with ERROR_ENVVAR_NOT_FOUND, for none.
+  virtual DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR value, DWORD characters) = 0;
+  /// A null value takes the variable away.
+  virtual BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value) = 0;
+  /// The characters written without the NUL, or with too little room those needed with it; 0 is a failure.
+  virtual DWORD GetCurrentDirectoryW(DWORD characters, LPWSTR directory) = 0;
+  virtual BOOL SetCurrentDirectoryW(LPCWSTR directory) = 0;
   virtual BOOL VerifyVersionInfoW(OSVERSIONINFOEXW* version, DWORD typeMask, DWORDLONG conditionMask) = 0;
   virtual ULONGLONG VerSetConditionMask(ULONGLONG conditionMask, DWORD typeMask, BYTE condition) = 0;
 };

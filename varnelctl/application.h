@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <string_view>
 
 #include "core/varnel.h"
 
@@ -16,5 +17,8 @@ enum class Application {
 
 /// The application's requestor. \param testPoints as for CVarnel. \param skipDbVerification is Exchange's alone.
 std::unique_ptr<CVarnel> MakeRequestor(Application application, DWORD testPoints, bool skipDbVerification);
+
+/// Who is missing on a host where no writer of the application answers, and what to do about it; one line of UTF-8.
+std::string_view MissingWriterAdvice(Application application);
 
 }  // namespace varnelctl

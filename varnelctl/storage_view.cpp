@@ -19,10 +19,6 @@ using TesselCommonClasses::DiskAndVolumeEnumerator;
 using TesselCommonClasses::WindowsDiskDevice;
 using varnel::CurrentHost;
 
-[[noreturn]] void ThrowLastError(const char* call) {
-  throw CallFailure(call, varnel::HResultFromWin32(CurrentHost().GetLastError()));
-}
-
 std::vector<std::wstring> ListVolumes() {
   varnel::Storage& storage = CurrentHost().storage();
   std::vector<std::wstring> names;

@@ -50,6 +50,10 @@ class MachineProcesses final : public Processes {
   }
   BOOL GetExitCodeProcess(HANDLE process, DWORD* exitCode) override { return ::GetExitCodeProcess(process, exitCode); }
   BOOL CloseHandle(HANDLE handle) override { return ::CloseHandle(handle); }
+  DWORD SearchPathW(LPCWSTR path, LPCWSTR file, LPCWSTR extension, DWORD characters, LPWSTR found,
+                    LPWSTR* filePart) override {
+    return ::SearchPathW(path, file, extension, characters, found, filePart);
+  }
 };
 
 class MachineRegistry final : public Registry {
@@ -83,6 +87,14 @@ class MachineSystemInformation final : public SystemInformation {
   DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR target, DWORD characters) override {
     return ::ExpandEnvironmentStringsW(source, target, characters);
   }
+  DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR value, DWORD characters) override {
+    return ::GetEnvironmentVariableW(name, value, characters);
+  }
+  BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value) override { return ::SetEnvironmentVariableW(name, value); }
+  DWORD GetCurrentDirectoryW(DWORD characters, LPWSTR directory) override {
+    return ::GetCurrentDirectoryW(characters, directory);
+  }
+  BOOL SetCurrentDirectoryW(LPCWSTR directory) override { return ::SetCurrentDirectoryW(directory); }
   BOOL VerifyVersionInfoW(OSVERSIONINFOEXW* version, DWORD typeMask, DWORDLONG conditionMask) override {
     return ::VerifyVersionInfoW(version, typeMask, conditionMask);
   }

@@ -111,9 +111,13 @@ void ReadRegistry(const JsonObject& root, HostModel& model) {
 }
 
 Command ReadCommand(const JsonNode& node) {
-  const JsonObject object(node, {"match", "exitCode"});
+  const JsonObject object(node, {"match", "exitCode", "folder"});
   Command command{object.At("match").Text()};
   object.Read("exitCode", command.exitCode);
+  if (const auto folder = object.Find("folder")) {
+    command.folder = folder->Text();
+    if (!command.folder.starts_with(L"\\\\") && command.folder.find(L":\\") != 1) folder->Refuse("is no full path");
+  }
   return command;
 }
 

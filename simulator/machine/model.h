@@ -125,6 +125,8 @@ struct IscsiSession {
 struct Command {
   std::wstring match;
   DWORD exitCode = 0;
+  /// Where the program lies; `match` is then the command line without it. Empty: wherever it is looked for.
+  std::wstring folder{};
 };
 
 /// A call that fails (or returns another success) instead of running.
@@ -189,6 +191,7 @@ struct HostModel {
   /// Names compare without regard to ASCII case. SystemRoot, windir, SystemDrive and ProgramData follow the system
   /// directory where they are absent.
   std::map<std::wstring, std::wstring> environment;
+  std::wstring currentDirectory = L"C:\\";  // of the process
   OperatingSystem os;
   std::optional<ClusterNode> cluster;
   std::vector<Disk> disks;

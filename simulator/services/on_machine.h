@@ -1,6 +1,7 @@
 // What the classes of the seam share.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "platform/host.h"
@@ -28,6 +29,14 @@ class OnMachine : public Interface {
 inline void CopyWithEnd(std::wstring_view text, LPWSTR target) {
   text.copy(target, text.size());
   target[text.size()] = L'\0';
+}
+
+/// The answer of a call that fills a buffer: the characters without the NUL, or with too little room those needed with
+/// it.
+inline DWORD Fill(const std::wstring& text, LPWSTR target, DWORD characters) {
+  const bool fits = target != nullptr && characters >= text.size() + 1;
+  if (fits) CopyWithEnd(text, target);
+  return static_cast<DWORD>(fits ? text.size() : text.size() + 1);
 }
 
 }  // namespace varnel::simulator

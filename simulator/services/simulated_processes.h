@@ -1,4 +1,5 @@
-// External programs: the first command of the model that matches runs, and has ended at once.
+// External programs: they are looked for where the system looks, the first command of the model that lies there and
+// matches runs, and has ended at once.
 #pragma once
 
 #include <memory>

@@ -86,20 +86,6 @@ bool HasEveryCondition(DWORD types, DWORDLONG conditions) {
   });
 }
 
-std::optional<std::wstring> EnvironmentValue(const HostModel& model, std::wstring_view name) {
-  for (const auto& [variable, value] : model.environment) {
-    if (ascii::EqualIgnoringCase(variable, name)) return value;
-  }
-  const std::wstring& directory = model.systemDirectory;
-  const std::wstring drive = directory.substr(0, 2);
-  if (ascii::EqualIgnoringCase(name, L"SystemRoot") || ascii::EqualIgnoringCase(name, L"windir")) {
-    return directory.substr(0, directory.find_last_of(L'\\'));
-  }
-  if (ascii::EqualIgnoringCase(name, L"SystemDrive")) return drive;
-  if (ascii::EqualIgnoringCase(name, L"ProgramData")) return drive + L"\\ProgramData";
-  return std::nullopt;
-}
-
 // A name that is not known stays as it stands; its second '%' may begin the next name.
 std::wstring Expand(const HostModel& model, std::wstring_view source) {
   std::wstring text;
@@ -130,12 +116,8 @@ class SimulatedSystem final : public OnMachine<SystemInformation> {
   }
 
   UINT GetSystemDirectoryW(LPWSTR directory, UINT characters) override {
-    return Win32Call(machine_, "GetSystemDirectoryW", NoArguments, UINT{0}, [&] {
-      const std::wstring& text = model().systemDirectory;
-      const bool fits = directory != nullptr && characters >= text.size() + 1;
-      if (fits) CopyWithEnd(text, directory);
-      return static_cast<UINT>(fits ? text.size() : text.size() + 1);
-    });
+    return Win32Call(machine_, "GetSystemDirectoryW", NoArguments, UINT{0},
+                     [&] { return UINT{Fill(model().systemDirectory, directory, characters)}; });
   }
 
   DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR target, DWORD characters) override {
@@ -144,6 +126,38 @@ class SimulatedSystem final : public OnMachine<SystemInformation> {
       const std::wstring text = Expand(model(), source);
       if (target != nullptr && characters >= text.size() + 1) CopyWithEnd(text, target);
       return static_cast<DWORD>(text.size() + 1);
+    });
+  }
+
+  DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR value, DWORD characters) override {
+    return Win32Call(machine_, "GetEnvironmentVariableW", Shown(name), DWORD{0}, [&] {
+      const std::optional<std::wstring> text = name == nullptr ? std::nullopt : EnvironmentValue(model(), name);
+      if (!text) return Fail(ERROR_ENVVAR_NOT_FOUND, DWORD{0});
+      return Fill(*text, value, characters);
+    });
+  }
+
+  BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value) override {
+    const auto described = [&] { return Show(name) + ", " + Show(value); };
+    return Win32Call(machine_, "SetEnvironmentVariableW", described, BOOL{FALSE}, [&] {
+      if (name == nullptr || *name == L'\0') return Fail(ERROR_INVALID_PARAMETER);
+      auto& environment = machine_.ChangeModel().environment;
+      std::erase_if(environment, [&](const auto& known) { return ascii::EqualIgnoringCase(known.first, name); });
+      if (value != nullptr) environment.emplace(name, value);
+      return TRUE;
+    });
+  }
+
+  DWORD GetCurrentDirectoryW(DWORD characters, LPWSTR directory) override {
+    return Win32Call(machine_, "GetCurrentDirectoryW", NoArguments, DWORD{0},
+                     [&] { return Fill(model().currentDirectory, directory, characters); });
+  }
+
+  BOOL SetCurrentDirectoryW(LPCWSTR directory) override {
+    return Win32Call(machine_, "SetCurrentDirectoryW", Shown(directory), BOOL{FALSE}, [&] {
+      if (directory == nullptr || *directory == L'\0') return Fail(ERROR_INVALID_PARAMETER);
+      machine_.ChangeModel().currentDirectory = directory;
+      return TRUE;
     });
   }
 
@@ -194,6 +208,20 @@ class SimulatedFileVersions final : public OnMachine<FileVersions> {
 };
 
 }  // namespace
+
+std::optional<std::wstring> EnvironmentValue(const HostModel& model, std::wstring_view name) {
+  for (const auto& [variable, value] : model.environment) {
+    if (ascii::EqualIgnoringCase(variable, name)) return value;
+  }
+  const std::wstring& directory = model.systemDirectory;
+  const std::wstring drive = directory.substr(0, 2);
+  if (ascii::EqualIgnoringCase(name, L"SystemRoot") || ascii::EqualIgnoringCase(name, L"windir")) {
+    return directory.substr(0, directory.find_last_of(L'\\'));
+  }
+  if (ascii::EqualIgnoringCase(name, L"SystemDrive")) return drive;
+  if (ascii::EqualIgnoringCase(name, L"ProgramData")) return drive + L"\\ProgramData";
+  return std::nullopt;
+}
 
 std::unique_ptr<SystemInformation> MakeSystemInformation(Machine& machine) {
   return std::make_unique<SimulatedSystem>(machine);

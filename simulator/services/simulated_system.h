@@ -2,12 +2,19 @@
 #pragma once
 
 #include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
 
 #include "platform/host.h"
 
 namespace varnel::simulator {
 
 class Machine;
+struct HostModel;
+
+/// A variable of the environment; nothing when there is none of that name.
+std::optional<std::wstring> EnvironmentValue(const HostModel& model, std::wstring_view name);
 
 std::unique_ptr<SystemInformation> MakeSystemInformation(Machine& machine);
 std::unique_ptr<FileVersions> MakeFileVersions(Machine& machine);

@@ -97,6 +97,11 @@ class GuardedProcesses final : public ForwardingProcesses {
     const memory::Outside outside;
     return ForwardingProcesses::CloseHandle(handle);
   }
+  DWORD SearchPathW(LPCWSTR path, LPCWSTR file, LPCWSTR extension, DWORD characters, LPWSTR found,
+                    LPWSTR* filePart) override {
+    const memory::Outside outside;
+    return ForwardingProcesses::SearchPathW(path, file, extension, characters, found, filePart);
+  }
 };
 
 class GuardedRegistry final : public ForwardingRegistry {
@@ -158,6 +163,22 @@ class GuardedSystem final : public SystemInformation {
   DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR target, DWORD characters) override {
     const memory::Outside outside;
     return inner_.ExpandEnvironmentStringsW(source, target, characters);
+  }
+  DWORD GetEnvironmentVariableW(LPCWSTR name, LPWSTR value, DWORD characters) override {
+    const memory::Outside outside;
+    return inner_.GetEnvironmentVariableW(name, value, characters);
+  }
+  BOOL SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value) override {
+    const memory::Outside outside;
+    return inner_.SetEnvironmentVariableW(name, value);
+  }
+  DWORD GetCurrentDirectoryW(DWORD characters, LPWSTR directory) override {
+    const memory::Outside outside;
+    return inner_.GetCurrentDirectoryW(characters, directory);
+  }
+  BOOL SetCurrentDirectoryW(LPCWSTR directory) override {
+    const memory::Outside outside;
+    return inner_.SetCurrentDirectoryW(directory);
   }
   BOOL VerifyVersionInfoW(OSVERSIONINFOEXW* version, DWORD typeMask, DWORDLONG conditionMask) override {
     const memory::Outside outside;

@@ -104,7 +104,7 @@ const char kFullHost[] = R"json({
                        "busyQueries": 1, "failedLogouts": 2, "appearsAfter": 3 } ],
   "files": { "C:\\Vmms.exe": { "version": "6.3.9600.17120" } },
   "registry": { "HKEY_LOCAL_MACHINE\\A\\B": { "V": "text" } },
-  "commands": [ { "match": "a *", "exitCode": 3 } ],
+  "commands": [ { "match": "a *", "exitCode": 3, "folder": "C:\\Tools" } ],
   "messages": { "0x80004005": "m", "5": "n" },
   "vssMessages": { "VSS_E_BAD_STATE": "v" },
   "faults": [ { "call": "IVssAsync::Wait", "occurrence": 2, "result": "VSS_E_PROVIDER_VETO" },
@@ -141,6 +141,7 @@ TEST(HostFile, FillsTheMachinePartOfTheModel) {
   EXPECT_FALSE(model.iscsiSessions[0].devices.at(1).shadow);
   EXPECT_EQ(model.registry.at(L"HKEY_LOCAL_MACHINE\\A\\B").at(L"V"), L"text");
   EXPECT_EQ(model.commands.at(0).exitCode, 3u);
+  EXPECT_EQ(model.commands[0].folder, L"C:\\Tools");
   EXPECT_EQ(model.messages.at(5), L"n");
   EXPECT_EQ(model.vssMessages->at(0x80042301), L"v");
   EXPECT_EQ(model.freezeMilliseconds, 100u);
@@ -222,6 +223,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadHostFile{"UnknownNestedKey", R"({"disks": [{"serial": "A", "a/b~": 1}]})", "/disks/0/a~1b~0: unknown key"},
         BadHostFile{"DuplicateKey", R"({"disks": [{}, {"serial": "A", "serial": "B"}]})",
                     "/disks/1/serial: the key stands twice"},
+        BadHostFile{"RelativeFolder", R"({"disks": [], "commands": [{"match": "a", "folder": "Tools"}]})",
+                    "/commands/0/folder: \"Tools\" is no full path"},
         BadHostFile{"WrongType", R"({"disks": [], "computerName": 1})", "/computerName: expected string, found number"},
         BadHostFile{"NegativeNumber", R"({"disks": [{"serial": "A", "number": -1}]})",
                     "/disks/0/number: expected a whole number from 0 to 4294967295"},

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cwchar>
 
 #include "tests/simulator/fixture.h"
 
@@ -148,6 +149,98 @@ TEST_F(ProcessesTest, ACommandThatMatchesNothingIsNotFound) {
   EXPECT_THAT(Start(L"notepad.exe"), FailsWith(ERROR_FILE_NOT_FOUND));
   EXPECT_EQ(host().processes().WaitForSingleObject(nullptr, 0), DWORD{WAIT_FAILED});
   EXPECT_EQ(host().GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+}
+
+TEST_F(ProcessesTest, AProgramInAFolderIsFoundThroughPathAndByItsFullPathOnly) {
+  host().model().commands = {{L"eseutil.exe /k *", 3, L"C:\\Exchange\\Bin"}};
+  EXPECT_THAT(Start(L"eseutil.exe /k a"), FailsWith(ERROR_FILE_NOT_FOUND));
+  EXPECT_THAT(Start(L"\"C:\\Bin\\eseutil.exe\" /k a"), FailsWith(ERROR_FILE_NOT_FOUND));
+  ASSERT_EQ(Start(L"\"C:\\Exchange\\Bin\\eseutil.exe\" /k a"), TRUE);
+  EXPECT_EQ(Finish(), 3u);
+  ASSERT_EQ(Start(L"c:\\exchange\\bin\\ESEUTIL.EXE /k a"), TRUE);
+  EXPECT_EQ(Finish(), 3u);
+
+  host().model().environment[L"Path"] = L"C:\\Tools;;c:\\exchange\\BIN\\";
+  ASSERT_EQ(Start(L"eseutil.exe /k a"), TRUE);
+  EXPECT_EQ(Finish(), 3u);
+  EXPECT_THAT(Start(L"eseutil.exe /p a"), FailsWith(ERROR_FILE_NOT_FOUND));
+}
+
+TEST_F(ProcessesTest, TheCurrentDirectoryIsSearchedFirstAndPathLast) {
+  host().model().commands = {{L"tool.exe*", 1, L"C:\\Path"},
+                             {L"tool.exe*", 2, L"C:\\Windows"},
+                             {L"tool.exe*", 3, L"C:\\Windows\\system32"},
+                             {L"tool.exe*", 4, L"C:\\Current"}};
+  host().model().environment[L"PATH"] = L"C:\\Path";
+  host().model().currentDirectory = L"C:\\Current";
+  for (const DWORD exitCode : {4u, 3u, 2u, 1u}) {
+    ASSERT_EQ(Start(L"tool.exe"), TRUE);
+    EXPECT_EQ(Finish(), exitCode);
+    host().model().commands.pop_back();
+  }
+  EXPECT_THAT(Start(L"tool.exe"), FailsWith(ERROR_FILE_NOT_FOUND));
+}
+
+TEST_F(ProcessesTest, ASearchTellsWhereAProgramLies) {
+  host().model().commands = {{L"tool.exe *", 0, L"C:\\Path"}, {L"\"C:\\Other\\other.exe\" *"}, {L"everywhere.exe *"}};
+  host().model().environment[L"PATH"] = L"C:\\Other;C:\\Path";
+  const auto search = [&](LPCWSTR path, LPCWSTR file) {
+    wchar_t found[MAX_PATH] = L"";
+    const DWORD length = host().processes().SearchPathW(path, file, nullptr, MAX_PATH, found, nullptr);
+    EXPECT_EQ(length, std::wcslen(found));
+    return std::wstring(found);
+  };
+  EXPECT_EQ(search(nullptr, L"TOOL.exe"), L"C:\\Path\\TOOL.exe");
+  EXPECT_EQ(search(nullptr, L"other.exe"), L"C:\\Other\\other.exe");
+  EXPECT_EQ(search(nullptr, L"everywhere.exe"), L"C:\\everywhere.exe") << "in the current directory already";
+  EXPECT_EQ(search(L"C:\\Other", L"tool.exe"), L"");
+  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
+  EXPECT_EQ(host().processes().SearchPathW(nullptr, L"tool.exe", nullptr, 0, nullptr, nullptr), 17u) << "with the NUL";
+}
+
+class EnvironmentTest : public HostFixture {
+ protected:
+  std::wstring Value(LPCWSTR name) {
+    wchar_t value[MAX_PATH] = L"";
+    const DWORD length = host().system().GetEnvironmentVariableW(name, value, MAX_PATH);
+    EXPECT_EQ(length, std::wcslen(value));
+    return value;
+  }
+};
+
+TEST_F(EnvironmentTest, AVariableIsSetReadAndTakenAway) {
+  SystemInformation& system = host().system();
+  EXPECT_THAT(BOOL(system.GetEnvironmentVariableW(L"Tool", nullptr, 0)), FailsWith(ERROR_ENVVAR_NOT_FOUND));
+  EXPECT_EQ(system.SetEnvironmentVariableW(L"Tool", L"one"), TRUE);
+  EXPECT_EQ(system.SetEnvironmentVariableW(L"TOOL", L"three"), TRUE);
+  EXPECT_EQ(Value(L"tool"), L"three");
+  EXPECT_EQ(system.GetEnvironmentVariableW(L"tool", nullptr, 0), 6u) << "with the NUL";
+  wchar_t expanded[MAX_PATH] = L"";
+  system.ExpandEnvironmentStringsW(L"%tool%", expanded, MAX_PATH);
+  EXPECT_STREQ(expanded, L"three");
+
+  EXPECT_EQ(system.SetEnvironmentVariableW(L"tool", L""), TRUE);
+  EXPECT_EQ(system.GetEnvironmentVariableW(L"tool", nullptr, 0), 1u) << "empty, but there";
+  EXPECT_EQ(system.SetEnvironmentVariableW(L"tool", nullptr), TRUE);
+  EXPECT_EQ(Value(L"tool"), L"");
+  EXPECT_EQ(host().GetLastError(), DWORD{ERROR_ENVVAR_NOT_FOUND});
+  EXPECT_THAT(system.SetEnvironmentVariableW(L"", L"x"), FailsWith(ERROR_INVALID_PARAMETER));
+}
+
+TEST_F(EnvironmentTest, TheUsualVariablesAreThere) {
+  EXPECT_EQ(Value(L"windir"), L"C:\\Windows");
+}
+
+TEST_F(EnvironmentTest, TheCurrentDirectoryIsTheOneThatWasSet) {
+  SystemInformation& system = host().system();
+  wchar_t directory[MAX_PATH] = L"";
+  EXPECT_EQ(system.GetCurrentDirectoryW(MAX_PATH, directory), 3u);
+  EXPECT_STREQ(directory, L"C:\\");
+  EXPECT_EQ(system.SetCurrentDirectoryW(L"D:\\work"), TRUE);
+  EXPECT_EQ(system.GetCurrentDirectoryW(2, directory), 8u) << "with the NUL";
+  EXPECT_EQ(system.GetCurrentDirectoryW(MAX_PATH, directory), 7u);
+  EXPECT_STREQ(directory, L"D:\\work");
+  EXPECT_THAT(system.SetCurrentDirectoryW(L""), FailsWith(ERROR_INVALID_PARAMETER));
 }
 
 }  // namespace

@@ -136,6 +136,10 @@ class ForwardingProcesses : public Processes {
     return inner_.GetExitCodeProcess(process, exitCode);
   }
   BOOL CloseHandle(HANDLE handle) override { return inner_.CloseHandle(handle); }
+  DWORD SearchPathW(LPCWSTR path, LPCWSTR file, LPCWSTR extension, DWORD characters, LPWSTR found,
+                    LPWSTR* filePart) override {
+    return inner_.SearchPathW(path, file, extension, characters, found, filePart);
+  }
 
  private:
   Processes& inner_;

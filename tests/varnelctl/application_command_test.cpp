@@ -95,15 +95,30 @@ TEST_F(SqlSnapshot, AnExtraDiskIsCataloguedWithItsVolumes) {
                                     "    other name   G:\\\n"));
 }
 
-TEST_F(SqlSnapshot, AHostWithoutItsWriterIsWarnedOfAndRefused) {
+TEST_F(SqlSnapshot, AHostWithoutItsWriterIsRefusedInPlainWords) {
   hostFile = SampleJson("exchange.json");
   const CliResult result = Snapshot({"--app", "sql", "--disk", "TSL1001", "--then", "mask"}, 12);
 
-  EXPECT_EQ(result.err,
-            "varnelctl: warning: no writer of this application is present on this host\n"
-            "varnelctl: warning: --then mask is left out: no snapshot set was taken\n"
-            "varnelctl: VSS writer is not present on the host.\n");
+  EXPECT_EQ(
+      result.err,
+      "varnelctl: warning: --then mask is left out: no snapshot set was taken\n"
+      "varnelctl: VSS writer is not present on the host.\n"
+      "  SQL Server is missing: no SqlServerWriter answered. Is the service \"SQL Server VSS Writer\" (SQLWriter) "
+      "stopped? Start it; varnelctl writers then lists the writer\n");
   EXPECT_THAT(result.out, HasSubstr("\nSnapshot set: not taken\nLeft out\n"));
+}
+
+TEST_F(SqlSnapshot, EachApplicationsMissingWriterIsNamed) {
+  const std::pair<const char*, const char*> applications[] = {
+      {"exchange", "  Exchange is missing: no Microsoft Exchange Writer answered."},
+      {"hyperv", "  Hyper-V is missing: no Microsoft Hyper-V VSS Writer answered."},
+  };
+  hostFile["files"] = json::parse(R"({"C:\\Windows\\system32\\Vmms.exe": {"version": "10.0.17763.1"}})");
+  for (const auto& [application, advice] : applications) {
+    EXPECT_THAT(Snapshot({"--app", application, "--disk", "TSL0001"}, 12).err, HasSubstr(advice));
+  }
+  hostFile.erase("writers");
+  EXPECT_THAT(Snapshot({"--disk", "TSL0001"}, 12).err, HasSubstr("  no writer of any application answered."));
 }
 
 // Exchange

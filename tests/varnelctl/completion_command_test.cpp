@@ -11,6 +11,7 @@ namespace varnel::test {
 namespace {
 
 using nlohmann::json;
+using testing::AllOf;
 using testing::AnyOf;
 using testing::Contains;
 using testing::Not;
@@ -92,7 +93,7 @@ class Completion : public SnapshotFixture {
   json Completed(const Arguments& arguments, std::vector<std::string> phases, const char* state, int status = 0) {
     phases.insert(phases.begin(),
                   {"EnumerateDisks", "ValidateHostConfiguration", "ValidateVolumes", "IsTesselVSSProviderPresent",
-                   "IsWriterPresent", "Initialize", "CreateVssSnapshotSet", "GetSnapshotMeatadata"});
+                   "Initialize", "CreateVssSnapshotSet", "GetSnapshotMeatadata"});
     json outcome = SnapshotJson(arguments, status);
     EXPECT_EQ(PhasesOf(outcome), phases);
     EXPECT_EQ(outcome["setState"], state);
@@ -209,23 +210,26 @@ TEST_F(Completion, ARequestThatNeverReachedTheServiceIsCompletedToo) {
   Fail("CreateVssBackupComponents", E_FAIL, 0);
   const json outcome = SnapshotJson({}, 15);
 
-  EXPECT_EQ(PhasesOf(outcome), std::vector<std::string>({"EnumerateDisks", "ValidateHostConfiguration",
-                                                         "ValidateVolumes", "IsTesselVSSProviderPresent",
-                                                         "IsWriterPresent", "Initialize", "SetBackupStatus"}));
+  EXPECT_EQ(PhasesOf(outcome),
+            std::vector<std::string>({"EnumerateDisks", "ValidateHostConfiguration", "ValidateVolumes",
+                                      "IsTesselVSSProviderPresent", "Initialize", "SetBackupStatus"}));
   EXPECT_THAT(outcome["errorDetails"].get<std::string>(), testing::StartsWith("CreateVssBackupComponents()=Failed, "));
   EXPECT_THAT(log.Warnings(), Contains("Snapshot not created, not calling AbortBackup because VSS is not yet "
                                        "initialized."));
   EXPECT_EQ(outcome["setState"], "none");
 }
 
-TEST_F(Completion, APresenceThatCannotBeAskedForIsAWarning) {
+TEST_F(Completion, AProviderThatCannotBeAskedForIsAWarning) {
   Fail("CoCreateInstance", E_FAIL);
-  Fail("CreateVssBackupComponents", E_FAIL);
   const CliResult result = Snapshot();
 
-  EXPECT_EQ(result.err,
-            "varnelctl: warning: IsTesselVSSProviderPresent failed: Error: 0x80004005 (0x80004005)\n"
-            "varnelctl: warning: IsWriterPresent failed: Error: 0x80004005 (0x80004005)\n");
+  EXPECT_EQ(result.err, "varnelctl: warning: IsTesselVSSProviderPresent failed: Error: 0x80004005 (0x80004005)\n");
+}
+
+TEST_F(Completion, TheWritersIdentifyThemselvesOnce) {
+  Snapshot({"--verify", "--then", "mask", "--disconnect"});
+
+  EXPECT_EQ(CallsOf("IVssBackupComponents::GatherWriterMetadata").size(), 1u);
 }
 
 TEST_F(Completion, AFailureOfTheCompletionIsTheRunsWhenNothingFailedBefore) {
@@ -268,14 +272,55 @@ TEST_F(Completion, AFailureTakesThePlaceOfMereMessages) {
 
 // What is known of a set after a failure
 
-TEST_F(Completion, ShadowCopiesThatCannotBeDeletedAreCounted) {
+TEST_F(Completion, ShadowCopiesThatCannotBeDeletedAreTold) {
   FailWriter(simulator::WriterEvent::thaw);
   host().faults().FailDeletion({L"TSL0002", VSS_E_PROVIDER_VETO});
   const CliResult result = Snapshot({"--context", "app-rollback", "--then", "mask"}, 10);
 
   EXPECT_THAT(result.out, HasSubstr("}: kept until it is deleted, because 1 shadow copy could not be deleted\n"));
   EXPECT_THAT(result.err, HasSubstr("warning: --then mask is left out: the request failed\n"));
+  EXPECT_THAT(result.err,
+              HasSubstr("\n  left of snapshot set {00000002-5e1f-4c3d-9a0b-000000000000}: F:\\ (shadow copy "
+                        "{00000004-5e1f-4c3d-9a0b-000000000000}); to be deleted in diskshadow with: delete "
+                        "shadows set {00000002-5e1f-4c3d-9a0b-000000000000}\n"));
   EXPECT_EQ(ListedCopies(), 1u);
+}
+
+TEST_F(Completion, ShadowCopiesThatCannotBeDeletedAreListedInTheDocument) {
+  FailWriter(simulator::WriterEvent::thaw);
+  host().faults().FailDeletion({L"TSL0002", VSS_E_PROVIDER_VETO});
+  const json outcome = SnapshotJson({"--context", "app-rollback"}, 10);
+
+  EXPECT_EQ(outcome["result"]["alertCode"], 600) << "the failure that came first";
+  EXPECT_EQ(outcome["copiesLeft"], json::parse(R"([{"snapshotId": "{00000004-5e1f-4c3d-9a0b-000000000000}",
+                             "volume": "\\\\?\\Volume{00000002-0000-0000-0000-000000000000}\\",
+                             "device": "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy2"}])"));
+  EXPECT_THAT(outcome["result"]["details"].dump(), HasSubstr("left of snapshot set "));
+}
+
+TEST_F(Completion, NothingIsLeftOfASetThatWasDeleted) {
+  FailWriter(simulator::WriterEvent::thaw);
+  const json outcome = SnapshotJson({}, 10);
+
+  EXPECT_EQ(outcome["copiesLeft"], json::array());
+  EXPECT_THAT(outcome["result"]["details"].dump(), Not(HasSubstr("left of snapshot set ")));
+}
+
+TEST_F(Completion, ShadowCopiesThatMayGoWithTheProgramAreToldSo) {
+  FailWriter(simulator::WriterEvent::thaw);
+  host().faults().FailDeletion({L"TSL0001", VSS_E_PROVIDER_VETO});
+
+  EXPECT_THAT(Snapshot({}, 10).err, AllOf(HasSubstr(": E:\\ (shadow copy "), HasSubstr(", F:\\ (shadow copy "),
+                                          HasSubstr("; what is still there after this program has ended is deleted in "
+                                                    "diskshadow with: delete shadows set {")));
+}
+
+TEST_F(Completion, AnInterruptedRunWhoseSetIsLeftKeepsItsStatus) {
+  host().faults().FailDeletion({L"TSL0001", VSS_E_PROVIDER_VETO});
+  constexpr int kAfterTheSnapshot = 7;
+  const json outcome = SnapshotJson({"--context", "app-rollback"}, 1, InterruptAtBoundary(kAfterTheSnapshot));
+
+  EXPECT_EQ(outcome["copiesLeft"].size(), 2u);
 }
 
 TEST_F(Completion, ASetThatTheServiceCannotTellOfIsUnknown) {
@@ -390,10 +435,31 @@ TEST_F(Completion, ABreakThatFailsIsTheRunsFailureAndNothingIsDisconnected) {
 
 TEST_F(Completion, ADeletionThatStopsHalfwayTellsWhatIsLeft) {
   host().faults().FailDeletion({L"TSL0002", VSS_E_PROVIDER_VETO});
-  const CliResult result = Snapshot({"--then", "delete", "--context", "app-rollback"}, 15);
+  const CliResult result = Snapshot({"--then", "delete", "--context", "app-rollback"}, 18);
 
-  EXPECT_EQ(result.err, "varnelctl: DeleteSnapshotSet failed: VSS_E_PROVIDER_VETO (0x80042306)\n");
+  EXPECT_EQ(result.err,
+            "varnelctl: DeleteSnapshotSet failed: VSS_E_PROVIDER_VETO (0x80042306)\n"
+            "  left of snapshot set {00000002-5e1f-4c3d-9a0b-000000000000}: F:\\ (shadow copy "
+            "{00000004-5e1f-4c3d-9a0b-000000000000}); to be deleted in diskshadow with: delete shadows set "
+            "{00000002-5e1f-4c3d-9a0b-000000000000}\n");
   EXPECT_THAT(result.out, HasSubstr("}: kept until it is deleted, because 1 shadow copy could not be deleted\n"));
+}
+
+TEST_F(Completion, ADeletionThatLeavesTheWholeSetTellsIt) {
+  Fail("IVssBackupComponents::DeleteSnapshots", VSS_E_PROVIDER_VETO);
+  const json outcome = SnapshotJson({"--then", "delete", "--context", "app-rollback"}, 18);
+
+  EXPECT_EQ(outcome["result"]["hresult"], "0x80042306");
+  EXPECT_EQ(outcome["setState"], "kept");
+  EXPECT_EQ(outcome["copiesLeft"].size(), 2u);
+}
+
+TEST_F(Completion, ADeletionThatFailsTakesThePlaceOfMereMessages) {
+  InstallFailingMachine();
+  Fail("IVssBackupComponents::DeleteSnapshots", VSS_E_PROVIDER_VETO);
+  const json outcome = SnapshotJson({"--app", "hyperv", "--then", "delete"}, 18);
+
+  EXPECT_THAT(outcome["result"]["details"].dump(), HasSubstr("Writer has failed during post snapshot event."));
 }
 
 TEST_F(Completion, AMaskWhoseEndIsNotKnownLeavesTheStateUnknown) {
@@ -417,7 +483,7 @@ TEST_F(Completion, AFailureAfterAnotherIsADetail) {
   Fail("IVssBackupComponents::DeleteSnapshots", VSS_E_PROVIDER_VETO);
   const json outcome = SnapshotJson({"--then", "delete"}, 10);
 
-  EXPECT_EQ(outcome["result"]["details"].back(), "DeleteSnapshotSet failed: VSS_E_PROVIDER_VETO (0x80042306)");
+  EXPECT_THAT(outcome["result"]["details"], Contains("DeleteSnapshotSet failed: VSS_E_PROVIDER_VETO (0x80042306)"));
 }
 
 // --verify
@@ -456,7 +522,7 @@ TEST_F(Completion, ADiskThatIsNamedTwiceIsAWarning) {
 // Ctrl-C
 
 TEST_F(Completion, AnInterruptionEndsTheRunAfterThePresentPhaseAndCompletesItAsAFailure) {
-  constexpr int kAfterTheSnapshot = 8;
+  constexpr int kAfterTheSnapshot = 7;
   const CliResult result = Snapshot({"--then", "mask"}, 1, InterruptAtBoundary(kAfterTheSnapshot));
 
   EXPECT_THAT(result.out, HasSubstr("CreateVssSnapshotSet: done (0 ms)\nSetBackupStatus ...\n"));
@@ -469,7 +535,7 @@ TEST_F(Completion, AnInterruptionEndsTheRunAfterThePresentPhaseAndCompletesItAsA
 }
 
 TEST_F(Completion, AnInterruptionAfterTheCompletionLeavesTheSetAsItIs) {
-  constexpr int kAfterTheCompletion = 10;
+  constexpr int kAfterTheCompletion = 9;
   const CliResult result = Snapshot({"--then", "mask", "--disconnect", "--context", "app-rollback"}, 1,
                                     InterruptAtBoundary(kAfterTheCompletion));
 
@@ -490,7 +556,7 @@ TEST_F(Completion, AnInterruptionBetweenAnyTwoPhasesLeavesTheServiceFree) {
     EXPECT_EQ(host().live().Describe(), "");
     Snapshot();  // the next run
     if (result.status == 0) {
-      EXPECT_EQ(boundary, 13);
+      EXPECT_EQ(boundary, 12);
       return;
     }
     EXPECT_EQ(result.status, 1);

@@ -10,7 +10,7 @@ namespace {
 using nlohmann::json;
 using testing::StartsWith;
 
-constexpr char kSetId[] = "{00000003-5e1f-4c3d-9a0b-000000000000}";
+constexpr char kSetId[] = "{00000002-5e1f-4c3d-9a0b-000000000000}";
 
 constexpr char kCleanRun[] = R"(EnumerateDisks ...
 EnumerateDisks: done (0 ms)
@@ -20,8 +20,6 @@ ValidateVolumes ...
 ValidateVolumes: done (0 ms)
 IsTesselVSSProviderPresent ...
 IsTesselVSSProviderPresent: done (0 ms)
-IsWriterPresent ...
-IsWriterPresent: done (0 ms)
 Initialize ...
 Initialize: done (0 ms)
 CreateVssSnapshotSet ...
@@ -31,15 +29,15 @@ GetSnapshotMeatadata: done (0 ms)
 SetBackupStatus ...
 SetBackupStatus: done (0 ms)
 
-Snapshot set {00000003-5e1f-4c3d-9a0b-000000000000}: released when this program ends, as its context says
+Snapshot set {00000002-5e1f-4c3d-9a0b-000000000000}: released when this program ends, as its context says
   E:\  on disk "TSL0001"
     volume       \\?\Volume{00000001-0000-0000-0000-000000000000}\
-    shadow copy  {00000004-5e1f-4c3d-9a0b-000000000000}
+    shadow copy  {00000003-5e1f-4c3d-9a0b-000000000000}
     device       \\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\
     disk         \\.\PhysicalDrive3, serial "SHADOW-TSL0001"
   F:\  on disk "TSL0002"
     volume       \\?\Volume{00000002-0000-0000-0000-000000000000}\
-    shadow copy  {00000005-5e1f-4c3d-9a0b-000000000000}
+    shadow copy  {00000004-5e1f-4c3d-9a0b-000000000000}
     device       \\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy2\
     disk         \\.\PhysicalDrive4, serial "SHADOW-TSL0002"
 Captured application-consistent
@@ -196,7 +194,7 @@ TEST_F(SnapshotCommand, AProviderThatIsNotRegisteredIsWarnedOfAndEndsWith15) {
             "varnelctl: CreateVssSnapshotSet failed: VSS_E_PROVIDER_NOT_REGISTERED (0x80042304)\n"
             "m_pVssObject->AddToSnapshotSet()=Failed, error=VSS_E_PROVIDER_NOT_REGISTERED, rc=COMMError, "
             "ca=ContactTechSupport;\n");
-  EXPECT_THAT(result.out, HasSubstr("\nSnapshot set {00000003-5e1f-4c3d-9a0b-000000000000}: not taken\n"));
+  EXPECT_THAT(result.out, HasSubstr("\nSnapshot set {00000002-5e1f-4c3d-9a0b-000000000000}: not taken\n"));
 }
 
 TEST_F(SnapshotCommand, ATestPointFailsTheSnapshotAfterItWasTaken) {
@@ -237,6 +235,23 @@ TEST_F(SnapshotCommand, WhatItCannotDoIsAUsageError) {
     ExpectRefused(Snapshot(arguments, 2), "varnelctl: ");
   }
   ExpectRefused(Run({"snapshot", "--app", "none"}), "varnelctl: ");
+}
+
+TEST_F(SnapshotCommand, TheListOfDisksEndsAtTheNextOption) {
+  const std::string file = folder.Write("host.json", hostFile.dump());
+  const CliResult result =
+      RunCli({"snapshot", "--disk", "TSL0001", "TSL0002", "--host", file, "--app", "none", "--json"});
+  EXPECT_EQ(result.status, 0) << result.err;
+
+  for (const char* option : {"--host", "--app", "--json", "-h", "--hsot"}) {
+    ExpectRefused(RunCli({"snapshot", "--app", "none", "--disk", option, file}),
+                  std::string("varnelctl: --disk: no serial number stands before ") + option + " (");
+  }
+}
+
+TEST_F(SnapshotCommand, ASerialNumberMayBeANegativeNumber) {
+  EXPECT_THAT(Snapshot({"--disk", "-5"}, 12).err,
+              StartsWith("varnelctl: warning: no disk of this host has serial \"-5\""));
 }
 
 TEST(SnapshotContext, IsANumberOrNamesJoinedByPlus) {

@@ -108,6 +108,30 @@ TEST(MachineSystem, RefusesALaterVersion) {
   EXPECT_EQ(CurrentHost().GetLastError(), static_cast<DWORD>(ERROR_OLD_WIN_VERSION));
 }
 
+TEST(MachineSystem, SetsReadsAndTakesAwayAVariable) {
+  constexpr wchar_t kName[] = L"VARNEL_TEST_VARIABLE";
+  SystemInformation& system = CurrentHost().system();
+  wchar_t value[8] = L"";
+  ASSERT_TRUE(system.SetEnvironmentVariableW(kName, L"one"));
+  EXPECT_EQ(system.GetEnvironmentVariableW(kName, nullptr, 0), 4u);
+  EXPECT_EQ(system.GetEnvironmentVariableW(kName, value, 8), 3u);
+  EXPECT_STREQ(value, L"one");
+  ASSERT_TRUE(system.SetEnvironmentVariableW(kName, nullptr));
+  EXPECT_EQ(system.GetEnvironmentVariableW(kName, nullptr, 0), 0u);
+  EXPECT_EQ(CurrentHost().GetLastError(), static_cast<DWORD>(ERROR_ENVVAR_NOT_FOUND));
+}
+
+TEST(MachineSystem, ChangesTheCurrentDirectory) {
+  SystemInformation& system = CurrentHost().system();
+  wchar_t before[MAX_PATH] = L"";
+  ASSERT_NE(system.GetCurrentDirectoryW(MAX_PATH, before), 0u);
+  ASSERT_TRUE(system.SetCurrentDirectoryW(SystemDirectory().c_str()));
+  wchar_t directory[MAX_PATH] = L"";
+  EXPECT_EQ(system.GetCurrentDirectoryW(MAX_PATH, directory), SystemDirectory().size());
+  EXPECT_EQ(directory, SystemDirectory());
+  ASSERT_TRUE(system.SetCurrentDirectoryW(before));
+}
+
 TEST(MachineMessages, DoNotLoadALibraryThatIsNotThere) {
   EXPECT_EQ(CurrentHost().messages().LoadLibraryW(L"varnel-no-such-library.dll"), nullptr);
   EXPECT_EQ(CurrentHost().GetLastError(), static_cast<DWORD>(ERROR_MOD_NOT_FOUND));
@@ -264,6 +288,15 @@ TEST(MachineProcesses, ReportAProgramThatIsNotThere) {
   EXPECT_FALSE(CurrentHost().processes().CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0,
                                                         nullptr, nullptr, &startup, &process));
   EXPECT_EQ(CurrentHost().GetLastError(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
+}
+
+TEST(MachineProcesses, TellWhereAProgramLies) {
+  wchar_t found[MAX_PATH] = L"";
+  const DWORD length = CurrentHost().processes().SearchPathW(nullptr, L"cmd.exe", nullptr, MAX_PATH, found, nullptr);
+  EXPECT_EQ(length, std::wcslen(found));
+  EXPECT_THAT(std::wstring(found), testing::EndsWith(L"\\cmd.exe"));
+  EXPECT_EQ(CurrentHost().processes().SearchPathW(nullptr, L"varnel-no-such-program.exe", nullptr, 0, nullptr, nullptr),
+            0u);
 }
 
 TEST(MachineProcesses, RunACommandOfTheRequestorToItsEnd) {

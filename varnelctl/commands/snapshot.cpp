@@ -20,14 +20,15 @@ class OutputFile {
   explicit OutputFile(const std::optional<std::string>& path) : path_(path) {
     if (!path_) return;
     std::error_code ignored;
-    isNew_ = !std::filesystem::exists(PathOf(*path_), ignored);
-    if (!std::ofstream(PathOf(*path_), std::ios::binary | std::ios::app)) {
+    file_ = std::filesystem::absolute(PathOf(*path_), ignored);
+    isNew_ = !std::filesystem::exists(file_, ignored);
+    if (!std::ofstream(file_, std::ios::binary | std::ios::app)) {
       throw UsageError(*path_ + ": the file cannot be written");
     }
   }
   ~OutputFile() {
     std::error_code ignored;
-    if (isNew_) std::filesystem::remove(PathOf(*path_), ignored);
+    if (isNew_) std::filesystem::remove(file_, ignored);
   }
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
@@ -37,7 +38,7 @@ class OutputFile {
   /// failure.
   ExitStatus Write(const std::string& text, Console& console, ExitStatus status) {
     isNew_ = false;
-    std::ofstream file(PathOf(*path_), std::ios::binary | std::ios::trunc);
+    std::ofstream file(file_, std::ios::binary | std::ios::trunc);
     file << text << std::flush;
     if (file.good()) return status;
     console.Error(*path_ + ": the file did not take everything");
@@ -45,8 +46,9 @@ class OutputFile {
   }
 
  private:
-  std::optional<std::string> path_;
-  bool isNew_ = false;  // made here and not written yet
+  std::optional<std::string> path_;  // as it was given
+  std::filesystem::path file_;       // the same wherever the current directory is when it is written
+  bool isNew_ = false;               // made here and not written yet
 };
 
 ExitStatus Show(Session& session, const SnapshotOutcome& outcome) {

@@ -17,6 +17,7 @@ enum class ExitStatus : int {
   ExtraVolumes = 14,
   FailedCall = 15,
   Validation = 16,
+  NotAllDone = 18,
 };
 
 struct ExitStatusText {
@@ -36,6 +37,7 @@ inline constexpr std::array kExitStatuses = {
     ExitStatusText{ExitStatus::ExtraVolumes, "extra volumes in the collection (alert 701)"},
     ExitStatusText{ExitStatus::FailedCall, "a platform call failed with an HRESULT"},
     ExitStatusText{ExitStatus::Validation, "validation refused the volumes or the host (250-255)"},
+    ExitStatusText{ExitStatus::NotAllDone, "taken, but what was asked for afterwards is not all done"},
 };
 
 }  // namespace varnelctl

@@ -14,14 +14,6 @@ namespace {
 
 using varnel::WideToUtf8Lossy;
 
-// The messages of refusals take no arguments.
-std::string CatalogText(DWORD id) {
-  for (const varnel::CatalogEntry& entry : varnel::Catalog()) {
-    if (static_cast<DWORD>(entry.id) == id) return WideToUtf8Lossy(varnel::FormatWide(entry.text, {}));
-  }
-  return "the library refuses this request (message " + std::to_string(id) + ")";
-}
-
 // A code of 0 would tell the writers that all went well.
 int BackupStatusOf(int code) {
   return code == 0 ? -1 : code;
@@ -93,6 +85,18 @@ Failure Thrown(std::string_view call, long hr) {
 }
 
 }  // namespace
+
+void ThrowLastError(const char* call) {
+  const DWORD error = varnel::CurrentHost().GetLastError();
+  throw CallFailure(call, varnel::HResultFromWin32(error == ERROR_SUCCESS ? ERROR_GEN_FAILURE : error));
+}
+
+std::string CatalogText(DWORD id) {
+  for (const varnel::CatalogEntry& entry : varnel::Catalog()) {
+    if (static_cast<DWORD>(entry.id) == id) return OneLine(WideToUtf8Lossy(varnel::FormatWide(entry.text, {})));
+  }
+  return "the library refuses this request (message " + std::to_string(id) + ")";
+}
 
 ValidationFailure::ValidationFailure(DWORD catalogId, std::string statusWord)
     : std::runtime_error(CatalogText(catalogId)),

@@ -36,6 +36,9 @@ inline void CheckCall(const char* call, HRESULT hr) {
   if (FAILED(hr)) throw CallFailure(call, hr);
 }
 
+/// Throws CallFailure with the last error of a Win32 call that failed.
+[[noreturn]] void ThrowLastError(const char* call);
+
 /// This machine cannot take a snapshot for this process at all; what() is the reason in one sentence.
 class UnfitMachine : public std::runtime_error {
  public:
@@ -68,6 +71,9 @@ struct Failure {
   std::vector<std::string> details;
   int backupStatus = -1;  ///< what SetBackupStatus is told: the alert code or the thrown HRESULT, else -1
 };
+
+/// The catalogue's text of a message that takes no arguments, in one line of UTF-8.
+std::string CatalogText(DWORD id);
 
 /// Describes an exception. `call` is what was asked of the library when it left as a bare `long`. Belongs where the
 /// host is still installed: its message tables name the results that the library has no name for.

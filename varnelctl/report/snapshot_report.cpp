@@ -54,6 +54,12 @@ Json ShadowCopyJson(const ShadowCopyView& copy) {
           {"serialNumber", WideToUtf8Lossy(copy.disk.serialNumber)}};
 }
 
+Json ListedCopyJson(const ListedCopy& copy) {
+  return {{"snapshotId", WideToUtf8Lossy(copy.snapshotId)},
+          {"volume", WideToUtf8Lossy(copy.volume)},
+          {"device", WideToUtf8Lossy(copy.device)}};
+}
+
 Json PhaseJson(const Phase& phase) {
   return {{"name", phase.name}, {"milliseconds", phase.milliseconds}};
 }
@@ -92,8 +98,7 @@ const char* NameOf(SetState state) {
 
 // Why a set exists after a failed request; empty after one that got through.
 std::string WhyStillThere(const SnapshotOutcome& outcome) {
-  if (outcome.copiesLeft) {
-    const std::size_t count = *outcome.copiesLeft;
+  if (const std::size_t count = outcome.copiesLeft.size(); count != 0) {
     return ", because " + std::to_string(count) + (count == 1 ? " shadow copy" : " shadow copies") +
            " could not be deleted";
   }
@@ -236,6 +241,7 @@ Json SnapshotDocument(const SnapshotOutcome& outcome) {
           {"errorDetails", ValidUtf8(outcome.errorDetails)},
           {"writers", ArrayOf(outcome.requestor->GetWriters(), WriterJson)},
           {"snapshots", ArrayOf(outcome.shadowCopies, ShadowCopyJson)},
+          {"copiesLeft", ArrayOf(outcome.copiesLeft, ListedCopyJson)},
           {"catalog", CatalogDocument(outcome)},
           {"databases", ValidUtf8(outcome.databases)},
           {"phases", ArrayOf(outcome.phases, PhaseJson)},

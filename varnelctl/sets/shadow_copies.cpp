@@ -25,6 +25,10 @@ ComPtr<IVssEnumObject> QueryAllShadowCopies(ComPtr<IVssBackupComponents>& vss) {
   return list;
 }
 
+std::wstring TextOrEmpty(const wchar_t* text) {
+  return text == nullptr ? L"" : text;
+}
+
 }  // namespace
 
 std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor, VolumeLocations& locations,
@@ -43,16 +47,18 @@ std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor, VolumeLoc
   return copies;
 }
 
-std::size_t CountShadowCopies(const std::wstring& setId) {
+std::vector<ListedCopy> ListShadowCopies(const std::wstring& setId) {
   ComPtr<IVssBackupComponents> vss;
   const ComPtr<IVssEnumObject> list = QueryAllShadowCopies(vss);
-  std::size_t count = 0;
-  if (!list) return count;
+  std::vector<ListedCopy> copies;
+  if (!list) return copies;
   ForEachVssObject(*list, [&](const varnel::VssObject& object) {
     const VSS_SNAPSHOT_PROP* copy = object.snapshot();
-    if (copy != nullptr && varnel::FormatGuid(copy->m_SnapshotSetId) == setId) ++count;
+    if (copy == nullptr || varnel::FormatGuid(copy->m_SnapshotSetId) != setId) return;
+    copies.push_back({varnel::FormatGuid(copy->m_SnapshotId), TextOrEmpty(copy->m_pwszOriginalVolumeName),
+                      TextOrEmpty(copy->m_pwszSnapshotDeviceObject)});
   });
-  return count;
+  return copies;
 }
 
 }  // namespace varnelctl

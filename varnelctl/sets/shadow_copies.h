@@ -1,7 +1,6 @@
 // The shadow copies of a set, as this host sees them.
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -23,8 +22,15 @@ struct ShadowCopyView {
 std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor, VolumeLocations& locations,
                                              TesselCommonClasses::DiskAndVolumeEnumerator& enumerator);
 
-/// How many shadow copies of this set the service lists on this host. Transportable and broken ones it does not list.
+/// A shadow copy as the service lists it.
+struct ListedCopy {
+  std::wstring snapshotId;
+  std::wstring volume;  ///< the source
+  std::wstring device;
+};
+
+/// The shadow copies of this set that the service lists on this host. Transportable and broken ones it does not list.
 /// Throws CallFailure.
-std::size_t CountShadowCopies(const std::wstring& setId);
+std::vector<ListedCopy> ListShadowCopies(const std::wstring& setId);
 
 }  // namespace varnelctl

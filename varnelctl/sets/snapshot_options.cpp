@@ -89,6 +89,12 @@ CLI::Option* AddChoice(CLI::App& app, const char* option, Value& target, const C
   return app.add_option_function<std::string>(option, read, description)->check(CLI::IsMember(NamesOf(choices)));
 }
 
+// The parser ends a list at the next option, but takes the first value whatever it looks like.
+std::string NoOption(const std::string& value) {
+  const bool isOption = value.size() > 1 && value[0] == '-' && (value[1] < '0' || value[1] > '9');
+  return isOption ? "no serial number stands before " + value : "";
+}
+
 // Which set is taken.
 void AddRequestOptions(CLI::App& app, SnapshotOptions& options) {
   AddChoice(
@@ -101,7 +107,8 @@ void AddRequestOptions(CLI::App& app, SnapshotOptions& options) {
                  "Serial numbers of the protection set's disks, as varnelctl disks shows them (--disk TSL0001 TSL0002)")
       ->type_name("SERIAL")
       ->expected(1, -1)
-      ->required();
+      ->required()
+      ->check(NoOption);
   app.add_option("--writer-code", options.writerCode,
                  "What the array asks for: with 2, 3 or 4 only the databases that its metadata service names "
                  "(--writer-code 2); 0 unless given")
@@ -124,8 +131,9 @@ void AddRequestOptions(CLI::App& app, SnapshotOptions& options) {
 // What happens to a set after it was taken.
 void AddCompletionOptions(CLI::App& app, SnapshotOptions& options) {
   app.add_flag("--verify", options.verify,
-               "Have the application's files checked on the snapshot; a damaged one fails the request. Not for "
-               "transportable sets");
+               "Have the application's files checked on the snapshot; a damaged one fails the request. Exchange's "
+               "eseutil.exe is looked for on the PATH and in the folder of the installation. Not for transportable "
+               "sets");
   app.add_flag("--skip-db-verification", options.skipDbVerification,
                "With --app exchange --verify: check the logs only, not the databases");
   app.add_flag("--accept-extra-volumes", options.acceptExtraVolumes,

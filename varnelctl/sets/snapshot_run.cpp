@@ -5,10 +5,14 @@
 #include <set>
 
 #include "core/alerts.h"
+#include "core/configuration.h"
 #include "platform/ansi.h"
+#include "resources/catalog.h"
 #include "text/ascii_case.h"
 #include "text/unicode.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/exchange_installation.h"
+#include "varnelctl/program_search.h"
 
 namespace varnelctl {
 namespace {
@@ -48,6 +52,7 @@ struct Step {
   std::string phase;
   std::optional<SetState> result;  // nothing: the set stays what it is
   std::function<void()> action;
+  std::optional<ExitStatus> failed = {};  // how a run ends over it; nothing: as its failure says
 };
 
 class SnapshotRun {
@@ -59,8 +64,10 @@ class SnapshotRun {
 
   void Run() {
     Attempt([&] { Sequence(); });
+    AdviseOnMissingWriter();
     Complete();
     FollowUp();
+    TellCopiesLeft();
     phases_.StopWatching();
     Attempt([&] { outcome_.leftOut = FindLeftOut(requestor_.GetWriters(), serialNumbers_, locations_); });
     outcome_.phases = phases_.list();
@@ -68,11 +75,13 @@ class SnapshotRun {
   }
 
  private:
+  using Copies = std::optional<std::vector<ListedCopy>>;  // nothing: the service did not say
+
   void Sequence() {
     CheckDisks();
     ValidateHost();
     ValidateVolumes();
-    CheckPresence();
+    CheckProvider();
     details_ = "writer=" + std::to_string(options_.writerCode) + ",";
     requestTextLength_ = details_.size();
     phases_.Run("Initialize", [&] {
@@ -127,23 +136,25 @@ class SnapshotRun {
     });
   }
 
-  // What is missing here, or cannot be asked for, makes a later step fail with its own message; a warning says it
-  // early.
-  void CheckPresence() {
-    WarnUnless("IsTesselVSSProviderPresent", "the array's VSS hardware provider is not registered on this host",
-               [&] { return requestor_.IsTesselVSSProviderPresent(); });
-    WarnUnless("IsWriterPresent", "no writer of this application is present on this host",
-               [&] { return requestor_.IsWriterPresent(details_); });
-  }
-
-  void WarnUnless(const std::string& phase, const std::string& warning, const std::function<bool()>& holds) {
-    phases_.Run(phase, [&] {
+  // A provider that is missing, or cannot be asked for, makes a later step fail with its own message; a warning says it
+  // early. The writers are not looked for here: every writer would have to identify itself twice, which costs half a
+  // minute on a large server, and the request says itself that none is there.
+  void CheckProvider() {
+    constexpr char kPhase[] = "IsTesselVSSProviderPresent";
+    phases_.Run(kPhase, [&] {
       try {
-        if (!holds()) phases_.Warn(warning);
+        if (requestor_.IsTesselVSSProviderPresent()) return;
+        phases_.Warn("the array's VSS hardware provider is not registered on this host");
       } catch (long) {
-        phases_.Warn(DescribeFailure(std::current_exception(), phase).message);
+        phases_.Warn(DescribeFailure(std::current_exception(), kPhase).message);
       }
     });
+  }
+
+  // The library's message names neither the application nor a remedy.
+  void AdviseOnMissingWriter() {
+    if (!outcome_.failure || outcome_.failure->message != CatalogText(varnel::message::kNoWriter)) return;
+    outcome_.failure->details.emplace_back(MissingWriterAdvice(options_.application));
   }
 
   // A set that exists with messages is shown like one without.
@@ -173,7 +184,30 @@ class SnapshotRun {
       phases_.Warn("--verify is left out: the request failed, and its set is deleted");
       return;
     }
-    phases_.Run("VerifySnapShotData", [&] { requestor_.VerifySnapShotData(); });
+    phases_.Run("VerifySnapShotData", [&] {
+      if (options_.application == Application::Exchange) return VerifyWithChecker();
+      requestor_.VerifySnapShotData();
+    });
+  }
+
+  // The requestor starts the checker by its bare name. The text of its failure is the same for a checker that is not
+  // there and for one that ends with the exit code 2.
+  void VerifyWithChecker() {
+    const std::wstring folder = ExchangeProgramFolder();
+    const ProgramSearch search(folder);
+    try {
+      requestor_.VerifySnapShotData();
+    } catch (const VarnelException& failure) {
+      if (ProgramSearch::Finds(varnel::kDatabaseChecker)) throw;
+      throw VarnelException(failure.GetAlertCode(), MissingChecker(folder), {failure.GetMessageText()});
+    }
+  }
+
+  static std::wstring MissingChecker(const std::wstring& folder) {
+    const std::wstring place = folder.empty() ? L", and the registry knows no installation of Exchange"
+                                              : L" nor in " + folder + L", where Exchange is installed";
+    return std::wstring(L"the checker ") + varnel::kDatabaseChecker + L" was not found on the PATH" + place +
+           L": install it, or add its folder to the PATH";
   }
 
   // The set is looked at before and after only where its state cannot be told otherwise.
@@ -181,8 +215,7 @@ class SnapshotRun {
     const int code = outcome_.failure ? outcome_.failure->backupStatus : 0;
     outcome_.gotThrough = outcome_.taken && (!outcome_.failure || GotThrough(*outcome_.failure));
     Attempt([&] { outcome_.shadowCopies = FindShadowCopies(requestor_, locations_, outcome_.enumerator); });
-    const std::optional<std::size_t> copiesBefore =
-        !outcome_.gotThrough && MayBeListed() ? AskForCopies() : std::optional<std::size_t>();
+    const Copies copiesBefore = !outcome_.gotThrough && MayBeListed() ? AskForCopies() : std::nullopt;
     Attempt([&] { phases_.RunAnyway("SetBackupStatus", [&] { TellWriters(code); }); });
     outcome_.setState = outcome_.gotThrough ? StateOfExistingSet() : StateAfterFailure(copiesBefore);
   }
@@ -211,7 +244,7 @@ class SnapshotRun {
     return goes ? SetState::Released : SetState::Kept;
   }
 
-  SetState StateAfterFailure(const std::optional<std::size_t>& copiesBefore) {
+  SetState StateAfterFailure(const Copies& copiesBefore) {
     if (!MayBeListed()) {
       if (outcome_.taken) return StateOfExistingSet();
       const std::vector<SnapshotVolumeInfo>& volumes = requestor_.GetSnapshotVolumes();
@@ -219,18 +252,43 @@ class SnapshotRun {
       return begun ? SetState::Unknown : SetState::None;
     }
     if (!copiesBefore) return SetState::Unknown;
-    if (*copiesBefore == 0) return SetState::None;
-    const std::optional<std::size_t> copiesAfter = AskForCopies();
+    if (copiesBefore->empty()) return SetState::None;
+    const Copies copiesAfter = AskForCopies();
     if (!copiesAfter) return SetState::Unknown;
-    if (*copiesAfter == 0) return SetState::Deleted;
-    outcome_.copiesLeft = copiesAfter;
+    if (copiesAfter->empty()) return SetState::Deleted;
+    outcome_.copiesLeft = *copiesAfter;
     return StateOfExistingSet();
   }
 
-  std::optional<std::size_t> AskForCopies() {
-    std::optional<std::size_t> count;
-    Attempt([&] { count = CountShadowCopies(requestor_.GetSnapShotSetId()); });
-    return count;
+  Copies AskForCopies() {
+    Copies copies;
+    Attempt([&] { copies = ListShadowCopies(requestor_.GetSnapShotSetId()); });
+    return copies;
+  }
+
+  // The library tells of them in its log alone.
+  void TellCopiesLeft() {
+    if (outcome_.copiesLeft.empty()) return;
+    const std::string setId = Printable(requestor_.GetSnapShotSetId());
+    std::string copies;
+    for (const ListedCopy& copy : outcome_.copiesLeft) {
+      copies += (copies.empty() ? "" : ", ") + Printable(SourceOf(copy)) + " (shadow copy " +
+                Printable(copy.snapshotId) + ")";
+    }
+    const char* const remedy =
+        outcome_.setState == SetState::Released
+            ? "; what is still there after this program has ended is deleted in diskshadow with: "
+            : "; to be deleted in diskshadow with: ";
+    outcome_.failure->details.push_back("left of snapshot set " + setId + ": " + copies + remedy +
+                                        "delete shadows set " + setId);
+  }
+
+  // As people know it.
+  std::wstring SourceOf(const ListedCopy& copy) const {
+    for (const ShadowCopyView& view : outcome_.shadowCopies) {
+      if (view.volume.snapshotId == copy.snapshotId && !view.mountPoint.empty()) return view.mountPoint;
+    }
+    return copy.volume;
   }
 
   void FollowUp() {
@@ -248,7 +306,7 @@ class SnapshotRun {
         reason = "the run was interrupted";
         phases_.Warn(step.option + " is left out: " + reason);
       } catch (...) {
-        NoteFailure();
+        NoteFailure(step.failed);
         if (!step.result) continue;  // what else is wanted of the set does not depend on it
         reason = step.phase + " failed";
         LookAfterFailedStep(*step.result);
@@ -273,7 +331,7 @@ class SnapshotRun {
         break;
       case Then::Delete:
         steps.push_back({"--then delete", "DeleteSnapshotSet", SetState::Deleted,
-                         [this] { requestor_.DeleteSnapshotSet(details_); }});
+                         [this] { requestor_.DeleteSnapshotSet(details_); }, ExitStatus::NotAllDone});
         break;
     }
     if (options_.disconnect) {
@@ -299,13 +357,13 @@ class SnapshotRun {
   // Part of the set may be gone.
   void LookAfterFailedStep(SetState wanted) {
     if (!MayBeListed()) return;
-    const std::optional<std::size_t> copies = AskForCopies();
+    const Copies copies = AskForCopies();
     if (!copies) {
       outcome_.setState = SetState::Unknown;
-    } else if (*copies == 0) {
+    } else if (copies->empty()) {
       outcome_.setState = wanted == SetState::Deleted ? SetState::Deleted : SetState::Unknown;
-    } else if (*copies < outcome_.shadowCopies.size()) {
-      outcome_.copiesLeft = copies;
+    } else if (wanted == SetState::Deleted || copies->size() < outcome_.shadowCopies.size()) {
+      outcome_.copiesLeft = *copies;
     }
   }
 
@@ -319,8 +377,10 @@ class SnapshotRun {
   }
 
   // The first failure is the outcome of the request and replaces mere messages; what else fails is a detail.
-  void NoteFailure() {
+  // `status` takes the place of the failure's own.
+  void NoteFailure(std::optional<ExitStatus> status = {}) {
     Failure failure = DescribeFailure(std::current_exception(), session_.call());
+    failure.status = status.value_or(failure.status);
     std::optional<Failure>& first = outcome_.failure;
     if (!first || (GotThrough(*first) && !GotThrough(failure))) {
       if (first) {

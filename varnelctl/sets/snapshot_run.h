@@ -1,7 +1,6 @@
 // One request for a snapshot, from the first check to what becomes of its set, and what came of it.
 #pragma once
 
-#include <cstddef>
 #include <map>
 #include <memory>
 #include <optional>
@@ -43,9 +42,8 @@ struct SnapshotOutcome {
   bool taken = false;       ///< a set was taken, whatever became of it
   bool gotThrough = false;  ///< with or without messages: the set is not deleted for a failure
   SetState setState = SetState::None;
-  /// How many shadow copies are left of a set that could not be deleted whole; nothing for any other.
-  std::optional<std::size_t> copiesLeft;
-  std::string errorDetails;  ///< the alert records, without the request text before them
+  std::vector<ListedCopy> copiesLeft;  ///< of a set that could not be deleted whole; empty for any other
+  std::string errorDetails;            ///< the alert records, without the request text before them
   std::map<std::string, ApplicationObjectMeatadataInfo> catalog;
   std::vector<ShadowCopyView> shadowCopies;
   std::string databases;
