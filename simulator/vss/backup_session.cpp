@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "simulator/vss/snapshot_service.h"
+#include "simulator/vss/torn_databases.h"
 #include "text/unicode.h"
 
 namespace varnel::simulator {
@@ -266,17 +267,32 @@ HRESULT BackupSession::AddToSnapshotSet(const wchar_t* volume, const GUID& provi
 // In component mode only writers with added components are told of what follows PrepareBackup.
 void BackupSession::ChooseParticipants() {
   for (GatheredWriter& writer : writers_.writers()) {
-    writer.takesPart = !document_->content.selectComponents ||
-                       FindDocumentWriter(writer.data->instanceId, writer.data->writerId) != nullptr;
+    writer.takesPart =
+        !SelectsComponents() || FindDocumentWriter(writer.data->instanceId, writer.data->writerId) != nullptr;
   }
 }
 
 void BackupSession::RaiseAt(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached,
                             VSS_WRITER_STATE failed) {
-  if (const WriterFault* fault = writers_.Raise(writer, event, reached, failed)) {
+  const std::optional<WriterFault> torn = JudgeDatabases(writer, event);
+  if (const WriterFault* fault = writers_.Raise(writer, event, reached, failed, torn ? &*torn : nullptr)) {
     RecordComponentFailures(writer, *fault);
-    if (event == WriterEvent::freeze || event == WriterEvent::thaw) writers_.Abort(writer);
+    const bool isTorn = torn && fault == &*torn;
+    if (event == WriterEvent::freeze || event == WriterEvent::thaw || (isTorn && !SelectsComponents())) {
+      writers_.Abort(writer);
+    }
   }
+}
+
+// What the writer itself finds wrong with the set.
+std::optional<WriterFault> BackupSession::JudgeDatabases(const GatheredWriter& writer, WriterEvent event) {
+  if (event == WriterEvent::prepareSnapshot && !SelectsComponents()) {
+    return JudgeDatabasesOfVolumes(*machine_, *writer.data, setVolumes_);
+  }
+  const bool judges = event == WriterEvent::postSnapshot && SelectsComponents();
+  const DocumentWriter* entry = judges ? FindDocumentWriter(writer.data->instanceId, writer.data->writerId) : nullptr;
+  if (entry == nullptr) return std::nullopt;
+  return JudgeSelectedDatabases(*machine_, *writer.data, entry->components, setVolumes_);
 }
 
 void BackupSession::RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed) {
@@ -362,6 +378,7 @@ void BackupSession::SaveTransportableCopies() {
 }
 
 HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
+  setVolumes_ = service_.VolumesOfOpenSet(id_);
   RaiseAtParticipants(WriterEvent::prepareSnapshot, VSS_WS_WAITING_FOR_FREEZE, VSS_WS_FAILED_AT_PREPARE_SNAPSHOT);
   FreezeWriters();
   if (forced == VSS_S_ASYNC_PENDING) return *forced;

@@ -107,6 +107,7 @@ class BackupSession {
 
   bool IsIn(Stage first, Stage last) const { return stage_ >= first && stage_ <= last; }
   bool IsBackupIn(Stage first, Stage last) const { return !restoring_ && IsIn(first, last); }
+  bool SelectsComponents() const { return document_->content.selectComponents; }
   bool IsIdle();
   bool HasDocument();
   bool MaySelectWriters();
@@ -125,6 +126,7 @@ class BackupSession {
   void RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
   void RaiseAtParticipants(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
   void RaiseAt(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
+  std::optional<WriterFault> JudgeDatabases(const GatheredWriter& writer, WriterEvent event);
   void RecordComponentFailures(const GatheredWriter& writer, const WriterFault& fault);
   bool MayDoSnapshotSet();
   DWORD SnapshotMilliseconds() const;
@@ -147,6 +149,7 @@ class BackupSession {
   bool metadataFreed_ = false;
   LONG context_ = VSS_CTX_BACKUP;
   GUID setId_{};
+  std::vector<std::wstring> setVolumes_;  // of the set that is being taken
   std::shared_ptr<AsyncOperation> pending_;
   std::shared_ptr<AsyncOperation> snapshotOperation_;
   WriterSession writers_;

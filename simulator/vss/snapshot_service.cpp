@@ -145,6 +145,13 @@ bool SnapshotService::HasVolumes(const GUID& session) const {
   return openSet_ && openSet_->session == session && !openSet_->copies.empty();
 }
 
+std::vector<std::wstring> SnapshotService::VolumesOfOpenSet(const GUID& session) const {
+  std::vector<std::wstring> volumes;
+  if (!HasVolumes(session)) return volumes;
+  for (const PlannedCopy& copy : openSet_->copies) volumes.push_back(copy.volume);
+  return volumes;
+}
+
 HRESULT SnapshotService::CommitSet(const GUID& session) {
   if (OpenSetOf(session) == nullptr) return VSS_E_BAD_STATE;
   const OpenSet set = std::move(*openSet_);

@@ -63,6 +63,8 @@ class SnapshotService {
   /// Adds a volume to the session's open set. A null provider means the best one that supports the volume.
   HRESULT AddVolume(const GUID& session, std::wstring_view volume, const GUID& provider, GUID& copyId);
   bool HasVolumes(const GUID& session) const;
+  /// The unique names of the volumes in the session's open set.
+  std::vector<std::wstring> VolumesOfOpenSet(const GUID& session) const;
   /// Makes the copies of the session's open set, all or none, and closes the set in both cases.
   HRESULT CommitSet(const GUID& session);
   /// Closes the session's open set, if it has one.

@@ -111,9 +111,10 @@ const ComponentIndex& WriterSession::IndexOf(GatheredWriter& writer) const {
 }
 
 const WriterFault* WriterSession::Raise(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached,
-                                        VSS_WRITER_STATE failed) {
+                                        VSS_WRITER_STATE failed, const WriterFault* own) {
   if (writer.status.HasFailed()) return nullptr;
-  const WriterFault* fault = machine_.faults.OnWriterEvent(writer.data->name, event);
+  const WriterFault* planned = machine_.faults.OnWriterEvent(writer.data->name, event);
+  const WriterFault* fault = planned != nullptr ? planned : own;
   machine_.snapshots->raisedEvents.push_back({writer.data->name, event, fault == nullptr ? S_OK : fault->failure});
   if (fault == nullptr) {
     writer.status.state = reached;

@@ -69,9 +69,9 @@ class WriterSession {
   const ComponentIndex& IndexOf(GatheredWriter& writer) const;
 
   /// Raises an event at a writer that has not failed: it comes to `reached`, or to `failed` with its fault's result.
-  /// The fault, null when it did well.
-  const WriterFault* Raise(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached,
-                           VSS_WRITER_STATE failed);
+  /// A planned fault counts before the writer's `own`, which may be null. The fault, null when it did well.
+  const WriterFault* Raise(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed,
+                           const WriterFault* own = nullptr);
   /// A failure that the service finds at a writer that has not failed.
   void Fail(GatheredWriter& writer, VSS_WRITER_STATE failed, HRESULT failure);
   /// Raises Abort at the writers that take part; those that have not failed become stable.
