@@ -56,11 +56,12 @@ ClusterNode ReadCluster(const JsonNode& node) {
 void ReadProviders(const JsonObject& root, HostModel& model) {
   UniqueNames ids("provider");
   root.ReadList("providers", model.providers, [&](const JsonNode& node) {
-    const JsonObject object(node, {"id", "name", "type", "version"});
+    const JsonObject object(node, {"id", "name", "type", "version", "hangs"});
     Provider provider;
     provider.id = object.At("id").Guid();
     ids.Add(FormatGuid(provider.id), node);
     object.Read("name", provider.name).Read("type", provider.type, kProviderTypes).Read("version", provider.version);
+    object.Read("hangs", provider.hangs);
     return provider;
   });
 }
@@ -132,8 +133,9 @@ std::map<DWORD, std::wstring> ReadMessages(const JsonObject& root, std::string_v
 }
 
 void ReadTiming(const JsonNode& node, HostModel& model) {
-  const JsonObject object(node, {"freezeMilliseconds", "commitMilliseconds"});
+  const JsonObject object(node, {"freezeMilliseconds", "commitMilliseconds", "eventLimitMilliseconds"});
   object.Read("freezeMilliseconds", model.freezeMilliseconds).Read("commitMilliseconds", model.commitMilliseconds);
+  object.Read("eventLimitMilliseconds", model.eventLimitMilliseconds);
 }
 
 // What the rest refers to comes first.

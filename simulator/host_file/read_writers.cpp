@@ -96,11 +96,17 @@ GUID DerivedInstanceId(const Writer& writer, std::size_t index) {
   return id;
 }
 
+// A writer may ask for a shorter window between Freeze and Thaw than the service gives, not for a longer one.
+void ReadTimeout(const JsonNode& node, Writer& writer) {
+  writer.timeoutMilliseconds = node.Number(kFreezeLimitMilliseconds);
+  if (writer.timeoutMilliseconds == 0) node.Fail("a writer cannot freeze in no time");
+}
+
 Writer ReadInlineWriter(const JsonNode& node, std::size_t index) {
   const JsonObject object(
       node, {"name", "writerId", "instanceId", "instanceName", "usage", "source", "majorVersion", "minorVersion",
              "backupSchema", "restoreMethod", "service", "userProcedure", "writerRestore", "rebootRequired",
-             "excludeFiles", "excludeFilesFromSnapshot", "components"});
+             "excludeFiles", "excludeFilesFromSnapshot", "components", "timeoutMilliseconds"});
   Writer writer;
   writer.name = object.At("name").Text();
   writer.writerId = object.At("writerId").Guid();
@@ -113,6 +119,7 @@ Writer ReadInlineWriter(const JsonNode& node, std::size_t index) {
   object.ReadList("excludeFiles", writer.excludeFiles, ReadFileSpec);
   object.ReadList("excludeFilesFromSnapshot", writer.excludeFilesFromSnapshot, ReadFileSpec);
   object.ReadList("components", writer.components, ReadComponent);
+  if (const auto timeout = object.Find("timeoutMilliseconds")) ReadTimeout(*timeout, writer);
   return writer;
 }
 
@@ -125,6 +132,13 @@ Writer ReadDocument(const JsonNode& node, const std::filesystem::path& directory
   } catch (const DocumentError& error) {
     node.Refuse(std::string("is no Writer Metadata Document: ") + error.what());
   }
+}
+
+Writer ReadDocumentedWriter(const JsonNode& node, const std::filesystem::path& directory) {
+  const JsonObject object(node, {"document", "timeoutMilliseconds"});
+  Writer writer = ReadDocument(object.At("document"), directory);
+  if (const auto timeout = object.Find("timeoutMilliseconds")) ReadTimeout(*timeout, writer);
+  return writer;
 }
 
 }  // namespace
@@ -145,8 +159,8 @@ std::vector<Writer> ReadWriters(const JsonObject& root, const std::filesystem::p
   std::vector<Writer> writers;
   UniqueNames instanceIds("writer instance");
   root.ReadList("writers", writers, [&](const JsonNode& node) {
-    Writer writer = node.HasMember("document") ? ReadDocument(JsonObject(node, {"document"}).At("document"), directory)
-                                               : ReadInlineWriter(node, writers.size());
+    Writer writer =
+        node.HasMember("document") ? ReadDocumentedWriter(node, directory) : ReadInlineWriter(node, writers.size());
     instanceIds.Add(FormatGuid(writer.instanceId), node);
     return writer;
   });

@@ -102,6 +102,11 @@ class BackupSession {
     ended,  // aborted, or DoSnapshotSet failed
   };
 
+  struct Before {
+    Stage stage;
+    bool gathered;
+  };
+
   // The components of one writer in the document, by key.
   using AddedComponents = std::unordered_map<std::wstring, std::size_t>;
 
@@ -125,12 +130,14 @@ class BackupSession {
   void ChooseParticipants();
   void RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
   void RaiseAtParticipants(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
-  void RaiseAt(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
+  ULONGLONG RaiseAt(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
   std::optional<WriterFault> JudgeDatabases(const GatheredWriter& writer, WriterEvent event);
   void RecordComponentFailures(const GatheredWriter& writer, const WriterFault& fault);
   bool MayDoSnapshotSet();
   DWORD SnapshotMilliseconds() const;
   void FreezeWriters();
+  void FailFrozenWriters(ULONGLONG milliseconds);
+  HRESULT HangInCommit();
   HRESULT TakeSnapshots(const std::optional<HRESULT>& forced);
   void EndSnapshot();
   void SaveTransportableCopies();
@@ -152,6 +159,9 @@ class BackupSession {
   std::vector<std::wstring> setVolumes_;  // of the set that is being taken
   std::shared_ptr<AsyncOperation> pending_;
   std::shared_ptr<AsyncOperation> snapshotOperation_;
+  std::optional<Before> before_;          // the pending operation, unless that takes the snapshot
+  ULONGLONG hungMilliseconds_ = 0;        // how long writers kept the operation that was started last
+  std::optional<ULONGLONG> hungSince_{};  // when the commit began that does not end
   WriterSession writers_;
   std::optional<std::vector<ReportedWriter>> reported_;
   std::shared_ptr<SharedDocument> document_ = std::make_shared<SharedDocument>();

@@ -152,6 +152,14 @@ std::vector<std::wstring> SnapshotService::VolumesOfOpenSet(const GUID& session)
   return volumes;
 }
 
+bool SnapshotService::HasHangingProvider(const GUID& session) const {
+  if (!HasVolumes(session)) return false;
+  return std::any_of(openSet_->copies.begin(), openSet_->copies.end(), [&](const PlannedCopy& copy) {
+    const Provider* provider = FindProvider(copy.provider.id);
+    return provider != nullptr && provider->hangs;
+  });
+}
+
 HRESULT SnapshotService::CommitSet(const GUID& session) {
   if (OpenSetOf(session) == nullptr) return VSS_E_BAD_STATE;
   const OpenSet set = std::move(*openSet_);
