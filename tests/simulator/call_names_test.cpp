@@ -17,7 +17,7 @@ namespace {
 
 using Names = std::set<std::string>;
 
-std::filesystem::path SourceFolder() {
+std::filesystem::path SimulatorSources() {
   return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path() / "simulator";
 }
 
@@ -62,7 +62,7 @@ void AddFrom(const std::string& text, const std::string& file, Found& found) {
 Found InSources() {
   Found found;
   for (const char* folder : {"services", "vss", "dropin"}) {
-    for (const auto& entry : std::filesystem::directory_iterator(SourceFolder() / folder)) {
+    for (const auto& entry : std::filesystem::directory_iterator(SimulatorSources() / folder)) {
       if (entry.path().extension() != ".cpp") continue;
       std::ifstream file(entry.path());
       std::stringstream text;

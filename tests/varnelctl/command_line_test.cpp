@@ -105,7 +105,8 @@ class HostFile : public CliFixture {};
 TEST_F(HostFile, AMissingFileIsNamed) {
   const std::string path = folder.File("no  such.json");
 
-  ExpectRefused(RunCli({"writers", "--host", path}), "varnelctl: " + path + ": /: cannot read the file: there is no such file\n");
+  ExpectRefused(RunCli({"writers", "--host", path}),
+                "varnelctl: " + path + ": /: cannot read the file: there is no such file\n");
 }
 
 TEST_F(HostFile, AFolderIsNoHostFile) {
