@@ -39,6 +39,8 @@ struct DocumentedAsync {
 std::vector<DocumentedCall> BackupCalls();
 std::vector<DocumentedCall> ObjectCalls();
 std::vector<DocumentedAsync> Asyncs();
+/// The failures that a writer comes to by itself, as its status tells them.
+std::vector<Reached> WriterFailures();
 
 inline const char kNullResult[] = "a null pointer for a result";
 

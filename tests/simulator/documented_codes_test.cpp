@@ -74,6 +74,7 @@ constexpr HRESULT kWriterFailures[] = {VSS_E_WRITERERROR_INCONSISTENTSNAPSHOT,
                                        VSS_E_WRITER_STATUS_NOT_AVAILABLE};
 
 TEST_F(DocumentedCodes, OfEveryWriterAreReached) {
+  for (const Reached& reached : WriterFailures()) ExpectByItself("writer", reached);
   for (const HRESULT failure : kWriterFailures) {
     SCOPED_TRACE(ResultName(failure));
     Install(VssHost());
@@ -115,6 +116,9 @@ std::string Table() {
   table += "\n| operation | status | how it is reached |\n|---|---|---|\n";
   for (const DocumentedAsync& async : Asyncs()) table += RowsOf(async, "an `async` fault");
   table += "\n| writer | failure | how it is reached |\n|---|---|---|\n";
+  for (const Reached& reached : WriterFailures()) {
+    table += "| by itself | " + Code(ResultName(reached.code)) + " | " + reached.how + " |\n";
+  }
   table += "| every one | " + ListOf(kWriterFailures) + " | a `writer` fault |\n\n";
   return table;
 }

@@ -383,6 +383,29 @@ HostModel HostThatHoldsTooLong() {
   return model;
 }
 
+// "sales", which is added, has a database of which the log lies elsewhere.
+HostModel HostWithTornDatabase() {
+  HostModel model = VssHost();
+  simulator::WriterComponent database = MakeComponent(L"SQL01\\sales", L"data", {});
+  database.type = VSS_CT_DATABASE;
+  database.databaseFiles = {{L"E:\\data", L"sales.mdf"}};
+  database.logFiles = {{L"F:\\log", L"sales.ldf"}};
+  model.writers.at(0).components.push_back(std::move(database));
+  return model;
+}
+HostModel HostWithImpatientWriter() {
+  HostModel model = SlowHost();
+  model.writers.at(0).timeoutMilliseconds = 999;
+  return model;
+}
+HostModel HostWithHangingWriter() {
+  HostModel model = VssHost();
+  simulator::WriterFault fault{L"SqlServerWriter", WriterEvent::postSnapshot, S_OK, S_OK, L"", {}};
+  fault.hangs = true;
+  model.faults.writers.push_back(std::move(fault));
+  return model;
+}
+
 ComPtr<IVssAsync> SnapshotOf(Backup& backup) {
   ComPtr<IVssAsync> async;
   Expect(backup->DoSnapshotSet(async.Put()), S_OK);
@@ -451,6 +474,16 @@ std::vector<DocumentedAsync> Asyncs() {
           std::move(snapshot),
           Operation("GatherWriterStatus", Phase::prepared, &IVssBackupComponents::GatherWriterStatus, others),
           Operation("BackupComplete", Phase::snapshotDone, &IVssBackupComponents::BackupComplete, others)};
+}
+
+std::vector<Reached> WriterFailures() {
+  const auto failure = At(Phase::snapshotDone, [](Backup& b) { return b.Statuses().at(0).failure; });
+  return {{VSS_E_WRITERERROR_INCONSISTENTSNAPSHOT, "a selected database with a file on no volume of the set", failure,
+           HostWithTornDatabase},
+          {VSS_E_WRITERERROR_TIMEOUT, "`freezeMilliseconds` above 60,000 or its `timeoutMilliseconds`", failure,
+           HostWithImpatientWriter},
+          {VSS_E_WRITER_NOT_RESPONDING, "a `writer` that hangs in another event than Freeze", failure,
+           HostWithHangingWriter}};
 }
 
 std::vector<DocumentedCall> ObjectCalls() {
