@@ -2,7 +2,7 @@
 # find_package(varnel) reads. Users link varnel::varnel.
 
 option(VARNEL_INSTALL "Install the library" ${PROJECT_IS_TOP_LEVEL})
-if(NOT VARNEL_INSTALL)
+if(NOT VARNEL_INSTALL OR VARNEL_LIBRARIES_BESIDE_PROGRAM)
   return()
 endif()
 
