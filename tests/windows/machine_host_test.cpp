@@ -25,6 +25,7 @@ namespace {
 
 using testing::Contains;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 std::wstring SystemDirectory() {
@@ -95,6 +96,8 @@ TEST(MachineSystem, HasAManifestThatNamesTheWindowsVersionsItSupports) {
   const std::string manifest(text, ::SizeofResource(nullptr, resource));
   EXPECT_THAT(manifest, HasSubstr("{1f676c76-80e1-4239-95bb-83d0f6d0da78}"));
   EXPECT_THAT(manifest, HasSubstr("{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}"));
+  EXPECT_THAT(manifest, HasSubstr("longPathAware>true<"));
+  EXPECT_THAT(manifest, Not(HasSubstr("activeCodePage")));
 }
 
 TEST(MachineSystem, VerifiesTheTrueVersionBecauseTheProgramHasAManifest) {
