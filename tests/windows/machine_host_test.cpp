@@ -238,6 +238,21 @@ TEST(MachineStorage, LetsTheCommonClassesFindTheVolumeOfAPath) {
   EXPECT_EQ(mountPoint, SystemDirectory().substr(0, 3));
 }
 
+TEST(MachineStorage, LetsTheCommonClassesFindTheVolumeOfALongDirectory) {
+  const std::wstring top = SystemDirectory().substr(0, 3) + L"varnel-long\\";
+  std::wstring folder = top;
+  for (int level = 0; level < 6; ++level) folder += std::wstring(50, static_cast<wchar_t>(L'a' + level)) + L"\\";
+  ASSERT_GT(folder.size(), 300u);
+  std::filesystem::create_directories(L"\\\\?\\" + folder);
+  std::wstring volume;
+  std::wstring mountPoint;
+  EXPECT_TRUE(TesselCommonClasses::UtilityClass::GetUniqueVolumeNameForPathNoThrow(folder, volume, mountPoint));
+  EXPECT_THAT(volume, StartsWith(L"\\\\?\\Volume{"));
+  EXPECT_EQ(mountPoint, SystemDirectory().substr(0, 3));
+  std::error_code ignored;
+  std::filesystem::remove_all(L"\\\\?\\" + top, ignored);
+}
+
 TEST(MachineProcesses, RunAProgramAndTellItsExitCode) {
   Processes& processes = CurrentHost().processes();
   std::wstring commandLine = L"cmd.exe /c exit 3";
