@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "core/varnel.h"
-#include "platform/ansi.h"
 #include "platform/host.h"
 #include "platform/owners.h"
 #include "platform/tessel/MetadataWrapper.h"
@@ -239,18 +238,21 @@ TEST(MachineStorage, LetsTheCommonClassesFindTheVolumeOfAPath) {
 }
 
 TEST(MachineStorage, LetsTheCommonClassesFindTheVolumeOfALongDirectory) {
-  const std::wstring top = SystemDirectory().substr(0, 3) + L"varnel-long\\";
-  std::wstring folder = top;
-  for (int level = 0; level < 6; ++level) folder += std::wstring(50, static_cast<wchar_t>(L'a' + level)) + L"\\";
+  const std::wstring anyLength = L"\\\\?\\";
+  std::vector<std::wstring> folders = {SystemDirectory().substr(0, 3) + L"varnel-long\\"};
+  for (wchar_t letter = L'a'; letter < L'g'; ++letter) {
+    folders.push_back(folders.back() + std::wstring(50, letter) + L"\\");
+  }
+  for (const std::wstring& made : folders) ::CreateDirectoryW((anyLength + made).c_str(), nullptr);
+  const std::wstring& folder = folders.back();
   ASSERT_GT(folder.size(), 300u);
-  std::filesystem::create_directories(L"\\\\?\\" + folder);
+  ASSERT_NE(::GetFileAttributesW((anyLength + folder).c_str()), INVALID_FILE_ATTRIBUTES);
   std::wstring volume;
   std::wstring mountPoint;
   EXPECT_TRUE(TesselCommonClasses::UtilityClass::GetUniqueVolumeNameForPathNoThrow(folder, volume, mountPoint));
   EXPECT_THAT(volume, StartsWith(L"\\\\?\\Volume{"));
   EXPECT_EQ(mountPoint, SystemDirectory().substr(0, 3));
-  std::error_code ignored;
-  std::filesystem::remove_all(L"\\\\?\\" + top, ignored);
+  for (; !folders.empty(); folders.pop_back()) ::RemoveDirectoryW((anyLength + folders.back()).c_str());
 }
 
 TEST(MachineProcesses, RunAProgramAndTellItsExitCode) {
@@ -478,16 +480,6 @@ TEST(MachineSystem, IsFitForVirtualMachinesOnlyAsAServer) {
   } else {
     EXPECT_EQ(result == 0, IsInSystemDirectory(L"Vmms.exe")) << details;
   }
-}
-
-TEST(MachineText, IsConvertedInTheCodePageOfTheThread) {
-  const LCID before = ::GetThreadLocale();
-  ASSERT_TRUE(::SetThreadLocale(MAKELCID(MAKELANGID(LANG_RUSSIAN, SUBLANG_DEFAULT), SORT_DEFAULT)));
-  EXPECT_EQ(AnsiToWide("\xC0\xE0"), L"\u0410\u0430");
-  EXPECT_EQ(WideToAnsi(L"\u0410\u0430"), "\xC0\xE0");
-  ASSERT_TRUE(::SetThreadLocale(MAKELCID(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), SORT_DEFAULT)));
-  EXPECT_EQ(AnsiToWide("\xC0\xE0"), L"\u00C0\u00E0");
-  ::SetThreadLocale(before);
 }
 
 TEST(MachineWmi, NeedsAProcessThatInitialisedCom) {
