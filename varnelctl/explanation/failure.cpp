@@ -66,7 +66,7 @@ Failure Alert(const VarnelException& exception) {
 Failure Plain(ExitStatus status, std::string_view message) {
   Failure failure;
   failure.status = status;
-  failure.message = OneLine(message);
+  failure.message = OneLine(FromLibrary(message));
   return failure;
 }
 
