@@ -2,6 +2,7 @@
 #include <array>
 #include <cstddef>
 #include <cstring>
+#include <mutex>
 #include <optional>
 #include <string_view>
 #include <unordered_map>
@@ -175,6 +176,14 @@ WindowsDiskDevice ReadDisk(DWORD number) {
   return device;
 }
 
+// Other threads may be reading the serial number: on a host that has not changed they see no change.
+void RememberSystemDrive(std::wstring serialNumber) {
+  static std::mutex mutex;
+  const std::lock_guard<std::mutex> lock(mutex);
+  std::wstring& known = DiskAndVolumeEnumerator::systemDriveSerialNumber;
+  if (known != serialNumber) known = std::move(serialNumber);
+}
+
 }  // namespace
 
 std::wstring DiskAndVolumeEnumerator::systemDriveSerialNumber;
@@ -255,7 +264,7 @@ DiskAndVolumeEnumerator::~DiskAndVolumeEnumerator() = default;
 void DiskAndVolumeEnumerator::EnumerateDisks(bool refresh) {
   if (cache_ != nullptr && !refresh) return;
   auto fresh = std::make_unique<Cache>();
-  systemDriveSerialNumber = fresh->SystemDriveSerialNumber();
+  RememberSystemDrive(fresh->SystemDriveSerialNumber());
   cache_ = std::move(fresh);
 }
 
