@@ -135,5 +135,5 @@ void CVarnel::BackupComplete(std::string& errorDetails) {
 
 // The pointer is handed out as the interface has it; nobody may write to the text.
 char* CVarnel::getSuccesfulDBList() {
-  return const_cast<char*>(m_successfulDBList);
+  return const_cast<char*>(static_cast<const char*>(m_successfulDBList));
 }

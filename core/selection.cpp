@@ -6,9 +6,9 @@
 #include "core/component_tree.h"
 #include "core/configuration.h"
 #include "core/message_catalog.h"
+#include "core/metadata_bridge.h"
 #include "core/varnel.h"
 #include "core/vss_call.h"
-#include "platform/tessel/MetadataWrapper.h"
 #include "text/ascii_case.h"
 #include "text/guid.h"
 
@@ -54,10 +54,11 @@ std::set<std::wstring> InputFor(const std::wstring& fullPath, const std::set<std
 }
 
 // A bridge that cannot answer leaves the list as it is.
-void FetchDatabaseList(const std::string& serialNumber, const char*& list) {
+void FetchDatabaseList(const std::string& serialNumber, varnel::KeptText& list) {
+  const auto held = varnel::HoldMetadataBridge();
   MetadataWrapper* bridge = MetadataWrapper::GetMetadataWrapperInstance();
   if (bridge != nullptr && bridge->W_FindDataBaseToQuiesce(serialNumber.c_str())) {
-    list = bridge->GetdbFilesToQuiescePtr();
+    list.Keep(bridge->GetdbFilesToQuiescePtr());
   } else {
     const char* reason =
         bridge == nullptr ? "the metadata bridge is not available" : bridge->W_GetErrorDetailStructurePtr();

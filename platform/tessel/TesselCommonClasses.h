@@ -1,4 +1,5 @@
-// The maker's common classes library, as far as varnel calls it.
+// The maker's common classes library, as far as varnel calls it. An object belongs to one thread; objects on several
+// threads do not disturb each other.
 #pragma once
 
 #include <array>
@@ -71,7 +72,8 @@ class VARNEL_API DiskAndVolumeEnumerator {
   const std::vector<WindowsDiskDevice>& GetDisks();
 
   /// Serial number of the disk that holds the system drive, as the latest enumeration found it; empty when it could not
-  /// tell.
+  /// tell. The process's: written only when an enumeration finds another one, so that threads may read it while others
+  /// enumerate a host whose system drive stays what it is.
   static std::wstring systemDriveSerialNumber;
 
  private:
