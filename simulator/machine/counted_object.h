@@ -1,6 +1,7 @@
 // Base of every COM object here.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string_view>
 
@@ -12,6 +13,7 @@ namespace varnel::simulator {
 class CountedObject {
  public:
   CountedObject(std::shared_ptr<Machine> machine, std::string_view kind) : machine_(std::move(machine)), kind_(kind) {
+    const auto lock = machine_->Lock();
     machine_->live.Add(kind_);
   }
   CountedObject(const CountedObject&) = delete;
@@ -22,7 +24,7 @@ class CountedObject {
   ULONG Retain() { return ++references_; }
   ULONG Drop() {
     const ULONG left = --references_;
-    if (left == 0) delete this;
+    if (left == 0) End();
     return left;
   }
   Machine& machine() const { return *machine_; }
@@ -30,9 +32,16 @@ class CountedObject {
   std::string_view kind() const { return kind_; }
 
  private:
+  // The machine may go with the object, but not while it is held.
+  void End() {
+    const std::shared_ptr<Machine> machine = machine_;
+    const auto lock = machine->Lock();
+    delete this;
+  }
+
   std::shared_ptr<Machine> machine_;
   std::string_view kind_;
-  ULONG references_ = 1;
+  std::atomic<ULONG> references_ = 1;
 };
 
 }  // namespace varnel::simulator
