@@ -61,7 +61,7 @@ TEST_F(SharedState, AThreadSeesItsOwnLastError) {
       EXPECT_EQ(CurrentHost().storage().GetVolumePathNameW(L"", nullptr, 0), FALSE);
     }
     failed.arrive_and_wait();
-    EXPECT_EQ(CurrentHost().GetLastError(), DWORD{i == 0 ? ERROR_MOD_NOT_FOUND : ERROR_INVALID_NAME});
+    EXPECT_EQ(CurrentHost().GetLastError(), i == 0 ? DWORD{ERROR_MOD_NOT_FOUND} : DWORD{ERROR_INVALID_NAME});
   });
   EXPECT_EQ(CurrentHost().GetLastError(), DWORD{ERROR_SUCCESS});
 }
