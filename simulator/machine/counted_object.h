@@ -9,11 +9,11 @@
 
 namespace varnel::simulator {
 
-/// The reference count, the machine kept alive, and the live-object count under `kind`, which is a literal.
+/// The reference count, the machine kept alive, and the live-object count under `kind`, which is a literal. Made in a
+/// call, which holds the machine.
 class CountedObject {
  public:
   CountedObject(std::shared_ptr<Machine> machine, std::string_view kind) : machine_(std::move(machine)), kind_(kind) {
-    const auto lock = machine_->Lock();
     machine_->live.Add(kind_);
   }
   CountedObject(const CountedObject&) = delete;

@@ -35,7 +35,6 @@ GUID Machine::NewId() {
 template <class T>
 T* Machine::HandOut(std::string_view kind, T* block) {
   if (block != nullptr) {
-    const auto lock = Lock();
     blocks_.insert_or_assign(block, kind);
     live.Add(kind);
   }

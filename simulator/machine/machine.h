@@ -11,6 +11,7 @@
 #include "simulator/machine/call_log.h"
 #include "simulator/machine/fault_plan.h"
 #include "simulator/machine/live_objects.h"
+#include "simulator/machine/machine_mutex.h"
 #include "simulator/machine/model.h"
 
 namespace varnel::simulator {
@@ -27,7 +28,7 @@ class Machine : public std::enable_shared_from_this<Machine> {
   ~Machine();
 
   /// Holds the machine for the calling thread, which may hold it already.
-  [[nodiscard]] std::unique_lock<std::recursive_mutex> Lock() const { return std::unique_lock(mutex_); }
+  [[nodiscard]] std::lock_guard<MachineMutex> Lock() const { return std::lock_guard<MachineMutex>(mutex_); }
 
   const HostModel& model() const { return model_; }
   /// The model, for changes that are made before the next call.
@@ -59,7 +60,8 @@ class Machine : public std::enable_shared_from_this<Machine> {
   /// The next identifier: the same sequence on every run.
   GUID NewId();
 
-  /// BSTRs are counted, see countsSystemMemory; so is every block that a caller must give to CoTaskMemFree.
+  /// Memory is handed out in a call and may be given back outside. BSTRs are counted, see countsSystemMemory; so is
+  /// every block that a caller must give to CoTaskMemFree.
   BSTR MakeBstr(std::wstring_view text);
   void FreeBstr(BSTR text);
   wchar_t* MakeTaskText(std::wstring_view text);
@@ -75,7 +77,7 @@ class Machine : public std::enable_shared_from_this<Machine> {
   T* HandOut(std::string_view kind, T* block);
   bool TakeBack(std::string_view kind, const void* block);
 
-  mutable std::recursive_mutex mutex_;
+  mutable MachineMutex mutex_;
   HostModel model_;
   mutable std::unique_ptr<const VolumeIndex> volumes_;  // made when it is first needed
   std::uint32_t ids_ = 0;

@@ -1,7 +1,6 @@
 // Requests side by side on threads of one process, on one host: each has its own requestor and its own enumerator, all
 // share the host, the log, the metadata bridge and what the common classes keep for the process.
 #include <future>
-#include <latch>
 #include <memory>
 #include <sstream>
 #include <thread>
@@ -12,7 +11,7 @@
 #include "simulator/vss/snapshot_service.h"
 #include "tests/support/applications.h"
 #include "tests/support/files.h"
-#include "tests/threads/temporary_file.h"
+#include "tests/threads/thread_support.h"
 
 namespace varnel::test {
 namespace {
@@ -101,9 +100,9 @@ class Request {
 };
 
 // The service has one set under construction at a time: who meets another's tries again with a new requestor.
-std::unique_ptr<Request> Take(const Job& job, std::latch& start) {
+std::unique_ptr<Request> Take(const Job& job, Meeting& start) {
   constexpr int kMostTries = 10000;
-  start.arrive_and_wait();
+  start.ArriveAndWait();
   auto request = std::make_unique<Request>(job);
   for (int i = 1; i < kMostTries && request->taken == Outcome::Thrown(VSS_E_SNAPSHOT_SET_IN_PROGRESS); ++i) {
     EXPECT_EQ(request->completed, Outcome::Returned());
@@ -114,7 +113,7 @@ std::unique_ptr<Request> Take(const Job& job, std::latch& start) {
 }
 
 std::vector<std::unique_ptr<Request>> TakeAll(const std::vector<Job>& jobs) {
-  std::latch start(static_cast<std::ptrdiff_t>(jobs.size()));
+  Meeting start(static_cast<int>(jobs.size()));
   std::vector<std::future<std::unique_ptr<Request>>> threads;
   for (const Job& job : jobs) {
     threads.push_back(std::async(std::launch::async, [&start, &job] { return Take(job, start); }));

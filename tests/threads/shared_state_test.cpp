@@ -3,14 +3,13 @@
 #include <array>
 #include <atomic>
 #include <functional>
-#include <latch>
 #include <memory>
 #include <thread>
 
 #include "platform/tessel/MetadataWrapper.h"
 #include "tests/support/files.h"
 #include "tests/support/request_fixture.h"
-#include "tests/threads/temporary_file.h"
+#include "tests/threads/thread_support.h"
 
 namespace varnel::test {
 namespace {
@@ -53,14 +52,14 @@ TEST_F(SharedState, FirstEnumerationsOnTwoThreadsBothKnowTheSystemDrive) {
 }
 
 TEST_F(SharedState, AThreadSeesItsOwnLastError) {
-  std::latch failed(2);
+  Meeting failed(2);
   OnThreads(2, [&](int i) {
     if (i == 0) {
       EXPECT_EQ(CurrentHost().messages().LoadLibraryW(L"nowhere.dll"), nullptr);
     } else {
       EXPECT_EQ(CurrentHost().storage().GetVolumePathNameW(L"", nullptr, 0), FALSE);
     }
-    failed.arrive_and_wait();
+    failed.ArriveAndWait();
     EXPECT_EQ(CurrentHost().GetLastError(), i == 0 ? DWORD{ERROR_MOD_NOT_FOUND} : DWORD{ERROR_INVALID_NAME});
   });
   EXPECT_EQ(CurrentHost().GetLastError(), DWORD{ERROR_SUCCESS});
