@@ -19,6 +19,7 @@ VarnelException::VarnelException(const VarnelException& other)
     : std::exception(other), code_(other.code_), message_(other.message_), list_(other.list_) {}
 
 VarnelException& VarnelException::operator=(const VarnelException& other) {
+  if (this == &other) return *this;
   code_ = other.code_;
   message_ = other.message_;
   list_ = other.list_;
