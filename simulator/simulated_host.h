@@ -29,6 +29,7 @@ HostModel SampleHost();
 
 class KernelObjects;
 
+/// Any thread may call it; install it and change its model, fault plan and logs while no other thread does.
 class SimulatedHost final : public Host {
  public:
   explicit SimulatedHost(HostModel model);

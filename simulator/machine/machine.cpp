@@ -10,6 +10,7 @@
 namespace varnel::simulator {
 
 Machine::Machine(HostModel model) : model_(std::move(model)) {
+  lastError = ERROR_SUCCESS;
   faults.Load(model_.faults);
   snapshots = std::make_unique<SnapshotService>(*this);
 }
@@ -41,6 +42,7 @@ T* Machine::HandOut(std::string_view kind, T* block) {
 }
 
 bool Machine::TakeBack(std::string_view kind, const void* block) {
+  const auto lock = Lock();
   const auto held = blocks_.find(block);
   if (held == blocks_.end() || held->second != kind) {
     live.AddMisuse(std::string(kind) + " given back that the caller does not hold");

@@ -122,6 +122,7 @@ class SimulatedIscsi final : public OnMachine<IscsiInitiator> {
   }
 
   DWORD LogoutIScsiTarget(iscsi::UniqueSessionId* session) override {
+    const auto lock = machine_.Lock();
     const std::string target = machine_.calls.enabled ? TargetOf(session) : std::string();
     return CodeCall<DWORD>(machine_, "LogoutIScsiTarget", Arguments(target), [&]() -> DWORD {
       const std::optional<Session> open = Find(session);

@@ -73,6 +73,7 @@ class MetadataComponent final : public ComObject<IVssWMComponent> {
 
   HRESULT STDMETHODCALLTYPE FreeComponentInfo(PVSSCOMPONENTINFO info) override {
     // One that the fault plan makes fail has freed all the same: no caller can do more.
+    const auto lock = machine().Lock();
     const HRESULT result = info == nullptr ? S_OK : FreeInfo(info);
     return Call("IVssWMComponent::FreeComponentInfo", NoArguments, [&] { return result; });
   }
