@@ -62,8 +62,8 @@ bool IsValidContext(LONG context) {
       VSS_CTX_APP_ROLLBACK, VSS_CTX_CLIENT_ACCESSIBLE, VSS_CTX_CLIENT_ACCESSIBLE_WRITERS};
   constexpr LONG kKinds = VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_DIFFERENTIAL | VSS_VOLSNAP_ATTR_PLEX;
   constexpr LONG kBothKinds = VSS_VOLSNAP_ATTR_DIFFERENTIAL | VSS_VOLSNAP_ATTR_PLEX;
-  constexpr LONG kMayBeAdded =
-      kKinds | VSS_VOLSNAP_ATTR_NO_AUTORECOVERY | VSS_VOLSNAP_ATTR_NOT_TRANSACTED | VSS_VOLSNAP_ATTR_ROLLBACK_RECOVERY;
+  constexpr LONG kMayBeAdded = kKinds | VSS_VOLSNAP_ATTR_NO_AUTORECOVERY | VSS_VOLSNAP_ATTR_NOT_TRANSACTED |
+                               VSS_VOLSNAP_ATTR_ROLLBACK_RECOVERY | VSS_VOLSNAP_ATTR_TXF_RECOVERY;
   if (std::find(kContexts.begin(), kContexts.end(), context & kContextBits) == kContexts.end()) return false;
   if (Has(context, ~(kContextBits | kMayBeAdded)) || (context & kBothKinds) == kBothKinds) return false;
   return !Has(context, VSS_VOLSNAP_ATTR_CLIENT_ACCESSIBLE) || !Has(context, kKinds);
