@@ -368,20 +368,22 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
     *failure = reported->status.failure;
     return GiveText(machine(), reported->data->name, name);
   }
+
+  // Where there is nothing to list, S_FALSE with an enumerator that yields nothing.
   HRESULT MakeQuery(VSS_OBJECT_TYPE returnedType, IVssEnumObject** enumerator) {
-    if (returnedType == VSS_OBJECT_PROVIDER) {
-      const HRESULT result = session_.QueryProviders();
-      if (SUCCEEDED(result)) *enumerator = MakeProviderEnumerator(sharedMachine());
-      return result;
-    }
-    std::vector<const ShadowCopy*> copies;
-    const HRESULT result = session_.QuerySnapshots(copies);
-    if (FAILED(result)) return result;
     std::vector<EnumeratedObject> objects;
-    objects.reserve(copies.size());
-    for (const ShadowCopy* copy : copies) objects.emplace_back(*copy);
+    if (returnedType == VSS_OBJECT_PROVIDER) {
+      if (const HRESULT result = session_.QueryProviders(); FAILED(result)) return result;
+      objects.assign(machine().model().providers.begin(), machine().model().providers.end());
+    } else {
+      std::vector<const ShadowCopy*> copies;
+      if (const HRESULT result = session_.QuerySnapshots(copies); FAILED(result)) return result;
+      objects.reserve(copies.size());
+      for (const ShadowCopy* copy : copies) objects.emplace_back(*copy);
+    }
+    const HRESULT found = objects.empty() ? S_FALSE : S_OK;
     *enumerator = MakeEnumerator(sharedMachine(), std::move(objects));
-    return S_OK;
+    return found;
   }
 
   BackupSession session_;
