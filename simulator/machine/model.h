@@ -87,11 +87,19 @@ struct Disk {
   std::vector<Volume> volumes;
 };
 
+/// What the service asks of a provider on the way to a shadow copy.
+enum class ProviderStep { beginPrepare, endPrepare, commit };
+
 struct Provider {
   GUID id{};
   std::wstring name;
   VSS_PROVIDER_TYPE type = VSS_PROV_UNKNOWN;
   std::wstring version;
+  /// The kinds of copies that it says it can make, of VSS_VOLSNAP_ATTR_TRANSPORTABLE, _DIFFERENTIAL and _PLEX; what is
+  /// usual for its type where absent. Only hardware and software providers are asked.
+  std::optional<LONG> supports{};
+  std::vector<std::wstring> unsupportedVolumes{};  // unique names of volumes that it does not copy
+  std::optional<ProviderStep> veto{};              // the step that it refuses
 };
 
 struct OperatingSystem {

@@ -67,7 +67,6 @@ ShadowCopy ParseCopy(const XmlElement& element) {
   copy.id = element.RequiredIdentifier("snapshotId");
   copy.setId = element.RequiredIdentifier("snapshotSetId");
   copy.providerId = element.RequiredIdentifier("providerId");
-  copy.providerType = VSS_PROV_HARDWARE;
   copy.attributes = static_cast<LONG>(element.Number("attributes"));
   copy.timestamp = element.Number("created");
   copy.copiesInSet = static_cast<LONG>(element.Number("snapshotsInSet", 1));

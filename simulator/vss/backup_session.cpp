@@ -363,6 +363,10 @@ void BackupSession::SaveTransportableCopies() {
 
 HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
   RaiseAtParticipants(WriterEvent::prepareSnapshot, VSS_WS_WAITING_FOR_FREEZE, VSS_WS_FAILED_AT_PREPARE_SNAPSHOT);
+  if (const HRESULT result = service_.AskProviders(id_, ProviderStep::endPrepare); FAILED(result)) {
+    EndSnapshot();
+    return result;
+  }
   FreezeWriters();
   if (forced == VSS_S_ASYNC_PENDING) return *forced;
   HRESULT result = Prevents(forced) ? *forced : S_OK;

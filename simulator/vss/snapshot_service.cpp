@@ -17,7 +17,7 @@ constexpr VSS_TIMESTAMP kTicksPerMillisecond = 10000;
 
 constexpr LONG kContextBits = VSS_VOLSNAP_ATTR_PERSISTENT | VSS_VOLSNAP_ATTR_CLIENT_ACCESSIBLE |
                               VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE | VSS_VOLSNAP_ATTR_NO_WRITERS;
-constexpr LONG kOnlyHardware = VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_PLEX;
+constexpr LONG kKinds = VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_DIFFERENTIAL | VSS_VOLSNAP_ATTR_PLEX;
 constexpr LONG kAllContexts = static_cast<LONG>(VSS_CTX_ALL);
 
 bool Has(LONG attributes, LONG bits) {
@@ -36,17 +36,28 @@ bool NamesVolume(std::wstring_view name, const Volume& volume) {
   return same(volume.name) || std::any_of(volume.mountPoints.begin(), volume.mountPoints.end(), same);
 }
 
-bool Supports(const Provider& provider, LONG context) {
+// The kinds of copies that a provider makes when it does not say so itself.
+LONG UsualKinds(VSS_PROVIDER_TYPE type) {
+  constexpr LONG kDifferential = VSS_VOLSNAP_ATTR_DIFFERENTIAL;
+  return type == VSS_PROV_HARDWARE ? kKinds : kDifferential;
+}
+
+bool SupportsContext(const Provider& provider, LONG context) {
   switch (provider.type) {
     case VSS_PROV_HARDWARE:
-      return !Has(context, VSS_VOLSNAP_ATTR_CLIENT_ACCESSIBLE);
     case VSS_PROV_SOFTWARE:
-      return !Has(context, VSS_VOLSNAP_ATTR_CLIENT_ACCESSIBLE | kOnlyHardware);
+      return !Has(context, VSS_VOLSNAP_ATTR_CLIENT_ACCESSIBLE) &&
+             !Has(context & kKinds, ~provider.supports.value_or(UsualKinds(provider.type)));
     case VSS_PROV_SYSTEM:
-      return !Has(context, kOnlyHardware);
+      return !Has(context & kKinds, ~UsualKinds(provider.type));
     default:  // a file-share provider has no local volume to copy
       return false;
   }
+}
+
+bool Supports(const Provider& provider, LONG context, const std::wstring& volume) {
+  const std::vector<std::wstring>& refused = provider.unsupportedVolumes;
+  return SupportsContext(provider, context) && std::find(refused.begin(), refused.end(), volume) == refused.end();
 }
 
 }  // namespace
@@ -60,7 +71,6 @@ bool IsValidContext(LONG context) {
   constexpr std::array<LONG, 6> kContexts = {
       VSS_CTX_BACKUP,       VSS_CTX_FILE_SHARE_BACKUP, VSS_CTX_NAS_ROLLBACK,
       VSS_CTX_APP_ROLLBACK, VSS_CTX_CLIENT_ACCESSIBLE, VSS_CTX_CLIENT_ACCESSIBLE_WRITERS};
-  constexpr LONG kKinds = VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_DIFFERENTIAL | VSS_VOLSNAP_ATTR_PLEX;
   constexpr LONG kBothKinds = VSS_VOLSNAP_ATTR_DIFFERENTIAL | VSS_VOLSNAP_ATTR_PLEX;
   constexpr LONG kMayBeAdded = kKinds | VSS_VOLSNAP_ATTR_NO_AUTORECOVERY | VSS_VOLSNAP_ATTR_NOT_TRANSACTED |
                                VSS_VOLSNAP_ATTR_ROLLBACK_RECOVERY | VSS_VOLSNAP_ATTR_TXF_RECOVERY;
@@ -134,7 +144,8 @@ HRESULT SnapshotService::AddVolume(const GUID& session, std::wstring_view volume
   if (std::any_of(set->copies.begin(), set->copies.end(), isSame)) return VSS_E_OBJECT_ALREADY_EXISTS;
   if (set->copies.size() == kMaxVolumesPerSet) return VSS_E_MAXIMUM_NUMBER_OF_VOLUMES_REACHED;
   const Provider* chosen = nullptr;
-  if (const HRESULT result = ChooseProvider(provider, set->context, chosen); FAILED(result)) return result;
+  if (const HRESULT result = ChooseProvider(provider, set->context, name, chosen); FAILED(result)) return result;
+  if (chosen->veto == ProviderStep::beginPrepare) return VSS_E_PROVIDER_VETO;
   if (ReachedLimit(*chosen, set->context, name)) return VSS_E_MAXIMUM_NUMBER_OF_SNAPSHOTS_REACHED;
   copyId = machine_.NewId();
   set->copies.push_back({copyId, *chosen, name});
@@ -145,8 +156,15 @@ bool SnapshotService::HasVolumes(const GUID& session) const {
   return openSet_ && openSet_->session == session && !openSet_->copies.empty();
 }
 
+HRESULT SnapshotService::AskProviders(const GUID& session, ProviderStep step) {
+  const OpenSet* set = OpenSetOf(session);
+  if (set == nullptr) return VSS_E_BAD_STATE;
+  const auto refuses = [&](const PlannedCopy& copy) { return copy.provider.veto == step; };
+  return std::any_of(set->copies.begin(), set->copies.end(), refuses) ? VSS_E_PROVIDER_VETO : S_OK;
+}
+
 HRESULT SnapshotService::CommitSet(const GUID& session) {
-  if (OpenSetOf(session) == nullptr) return VSS_E_BAD_STATE;
+  if (const HRESULT result = AskProviders(session, ProviderStep::commit); FAILED(result)) return result;
   const OpenSet set = std::move(*openSet_);
   openSet_.reset();
   std::vector<Location> locations;
@@ -169,11 +187,11 @@ void SnapshotService::AbandonSet(const GUID& session) {
 HRESULT SnapshotService::IsVolumeSupported(std::wstring_view volume, const GUID& provider, LONG context,
                                            bool& supported) const {
   if (!volume.ends_with(L'\\')) return E_INVALIDARG;
+  if (provider != GUID{} && FindProvider(provider) == nullptr) return VSS_E_PROVIDER_NOT_REGISTERED;
+  const std::optional<Location> location = Resolve(volume);
+  if (!location) return VSS_E_OBJECT_NOT_FOUND;
   const Provider* chosen = nullptr;
-  const HRESULT choice = ChooseProvider(provider, context, chosen);
-  if (choice == VSS_E_PROVIDER_NOT_REGISTERED) return choice;
-  if (!Resolve(volume)) return VSS_E_OBJECT_NOT_FOUND;
-  supported = SUCCEEDED(choice);
+  supported = SUCCEEDED(ChooseProvider(provider, context, location->volume->name, chosen));
   return S_OK;
 }
 
@@ -220,7 +238,7 @@ HRESULT SnapshotService::CanBreak(const GUID& setId) const {
   bool known = false;
   for (const ShadowCopy& copy : copies_) {
     if (!IsKnown(copy) || copy.setId != setId) continue;
-    if (copy.providerType != VSS_PROV_HARDWARE) return VSS_E_PROVIDER_VETO;
+    if (!copy.ownDisk) return VSS_E_PROVIDER_VETO;
     known = true;
   }
   return known ? S_OK : VSS_E_OBJECT_NOT_FOUND;
@@ -248,11 +266,12 @@ HRESULT SnapshotService::Import(const GUID& session, std::span<const ShadowCopy>
   for (const ShadowCopy& source : copies) {
     if (std::find(imported_.begin(), imported_.end(), source.id) != imported_.end()) continue;
     const Provider* provider = FindProvider(source.providerId);
-    if (provider == nullptr || provider->type != VSS_PROV_HARDWARE) return VSS_E_PROVIDER_NOT_REGISTERED;
+    if (provider == nullptr || !SupportsContext(*provider, VSS_VOLSNAP_ATTR_TRANSPORTABLE)) {
+      return VSS_E_PROVIDER_NOT_REGISTERED;
+    }
     Withdraw(source.id);
     ShadowCopy copy = source;
     copy.owner = session;
-    copy.providerType = provider->type;
     copy.attributes &= ~VSS_VOLSNAP_ATTR_NOT_SURFACED;
     Surface(copy);
     ChangeCopies().push_back(std::move(copy));
@@ -290,15 +309,16 @@ const Provider* SnapshotService::FindProvider(const GUID& id) const {
   return found == providers.end() ? nullptr : &*found;
 }
 
-HRESULT SnapshotService::ChooseProvider(const GUID& wanted, LONG context, const Provider*& chosen) const {
+HRESULT SnapshotService::ChooseProvider(const GUID& wanted, LONG context, const std::wstring& volume,
+                                        const Provider*& chosen) const {
   if (wanted != GUID{}) {
     chosen = FindProvider(wanted);
     if (chosen == nullptr) return VSS_E_PROVIDER_NOT_REGISTERED;
-    return Supports(*chosen, context) ? S_OK : VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER;
+    return Supports(*chosen, context, volume) ? S_OK : VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER;
   }
   for (const VSS_PROVIDER_TYPE type : {VSS_PROV_HARDWARE, VSS_PROV_SOFTWARE, VSS_PROV_SYSTEM}) {
     for (const Provider& provider : machine_.model().providers) {
-      if (provider.type != type || !Supports(provider, context)) continue;
+      if (provider.type != type || !Supports(provider, context, volume)) continue;
       chosen = &provider;
       return S_OK;
     }
@@ -321,7 +341,6 @@ ShadowCopy SnapshotService::MakeCopy(const OpenSet& set, const PlannedCopy& plan
   copy.id = planned.id;
   copy.setId = set.id;
   copy.providerId = planned.provider.id;
-  copy.providerType = planned.provider.type;
   copy.owner = set.session;
   copy.attributes = set.context;
   copy.timestamp = kStartOfHost + static_cast<VSS_TIMESTAMP>(machine_.now) * kTicksPerMillisecond;
@@ -329,11 +348,14 @@ ShadowCopy SnapshotService::MakeCopy(const OpenSet& set, const PlannedCopy& plan
   copy.originatingMachine = machine_.model().computerName;
   copy.originalVolume = location.volume->name;
   copy.originalSerial = location.disk->serial;
-  copy.ownDisk = planned.provider.type == VSS_PROV_HARDWARE;
+  const bool hardware = planned.provider.type == VSS_PROV_HARDWARE;
+  const bool transportable = Has(set.context, VSS_VOLSNAP_ATTR_TRANSPORTABLE);
+  copy.ownDisk = hardware || transportable;
   copy.serial = copy.ownDisk ? L"SHADOW-" + copy.originalSerial : copy.originalSerial;
   copy.diskNumber = location.disk->number;
-  if (copy.ownDisk) copy.attributes |= VSS_VOLSNAP_ATTR_HARDWARE_ASSISTED;
-  if (Has(set.context, VSS_VOLSNAP_ATTR_TRANSPORTABLE)) {
+  if (hardware) copy.attributes |= VSS_VOLSNAP_ATTR_HARDWARE_ASSISTED;
+  if (planned.provider.type == VSS_PROV_SYSTEM) copy.attributes |= VSS_VOLSNAP_ATTR_DIFFERENTIAL;
+  if (transportable) {
     copy.attributes |= VSS_VOLSNAP_ATTR_NOT_SURFACED;
   } else {
     Surface(copy);

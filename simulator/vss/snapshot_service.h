@@ -18,7 +18,6 @@ struct ShadowCopy {
   GUID id{};
   GUID setId{};
   GUID providerId{};
-  VSS_PROVIDER_TYPE providerType = VSS_PROV_UNKNOWN;
   GUID owner{};                 // the session whose end releases it
   LONG attributes = 0;          // the context it was made in and what the service added
   VSS_TIMESTAMP timestamp = 0;  // 100 ns since 1601, UTC
@@ -29,7 +28,7 @@ struct ShadowCopy {
   std::wstring device;  // "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopyN", empty until it is surfaced
   DWORD diskNumber = 0;
   std::wstring serial;
-  bool ownDisk = true;     // false: a system or software provider keeps it on the original disk
+  bool ownDisk = true;     // false: its provider keeps it on the original disk
   bool surfaced = false;   // false: transportable and not imported here
   bool masked = false;     // its disk was taken from this machine
   bool forgotten = false;  // broken: an ordinary disk that the service does not know
@@ -63,6 +62,8 @@ class SnapshotService {
   /// Adds a volume to the session's open set. A null provider means the best one that supports the volume.
   HRESULT AddVolume(const GUID& session, std::wstring_view volume, const GUID& provider, GUID& copyId);
   bool HasVolumes(const GUID& session) const;
+  /// Whether the providers of the session's open set go along with a step: VSS_E_PROVIDER_VETO when one refuses it.
+  HRESULT AskProviders(const GUID& session, ProviderStep step);
   /// Makes the copies of the session's open set, all or none, and closes the set in both cases.
   HRESULT CommitSet(const GUID& session);
   /// Closes the session's open set, if it has one.
@@ -79,7 +80,7 @@ class SnapshotService {
   /// Deletes a copy or a set, one copy after the other, and stops at the first that its provider cannot delete:
   /// `deleted` then counts those before it and `notDeleted` names it.
   HRESULT Delete(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, GUID& notDeleted);
-  /// Whether a set can be broken: its copies must be surfaced here and belong to hardware providers.
+  /// Whether a set can be broken: its copies must be surfaced here, each on a disk of its own.
   HRESULT CanBreak(const GUID& setId) const;
   HRESULT Break(const GUID& setId, DWORD flags);
   /// Surfaces transportable copies, made here or elsewhere. The result of the asynchronous operation.
@@ -122,7 +123,7 @@ class SnapshotService {
   OpenSet* OpenSetOf(const GUID& session);
   std::optional<Location> Resolve(std::wstring_view name) const;
   const Provider* FindProvider(const GUID& id) const;
-  HRESULT ChooseProvider(const GUID& wanted, LONG context, const Provider*& chosen) const;
+  HRESULT ChooseProvider(const GUID& wanted, LONG context, const std::wstring& volume, const Provider*& chosen) const;
   bool ReachedLimit(const Provider& provider, LONG context, const std::wstring& volume) const;
   ShadowCopy MakeCopy(const OpenSet& set, const PlannedCopy& planned, const Location& location);
   void Surface(ShadowCopy& copy);

@@ -87,7 +87,8 @@ const char kFullHost[] = R"json({
   "disks": [ { "serial": "TSL0001", "number": 4, "vendor": "Tessel", "system": true, "clustered": true,
                "volumes": [ { "name": "\\\\?\\Volume{00000004-0000-0000-0000-000000000000}\\",
                               "mountPoints": ["E:\\", "C:\\mnt\\"], "csv": true, "label": "data" } ] } ],
-  "providers": [ { "id": "{374579AD-285c-49b9-ab8a-950e0e252de2}", "name": "P", "type": "hardware", "version": "1.0" } ],
+  "providers": [ { "id": "{374579AD-285c-49b9-ab8a-950e0e252de2}", "name": "P", "type": "hardware", "version": "1.0",
+                   "supports": [ "transportable", "plex" ], "unsupportedVolumes": [ "c:\\MNT\\" ], "veto": "endPrepare" } ],
   "writers": [ { "name": "W", "writerId": "{00000000-0000-0000-0000-000000000001}", "instanceName": "I",
                  "usage": "systemService", "source": "nonTransactedDb", "majorVersion": 1, "minorVersion": 2,
                  "backupSchema": 3, "restoreMethod": "restoreStopStart", "service": "s", "userProcedure": "u",
@@ -151,6 +152,10 @@ TEST(HostFile, FillsTheServicePartOfTheModel) {
   const HostModel model = ParseHostFile(kFullHost, "h", {});
   EXPECT_EQ(model.providers.at(0).type, VSS_PROV_HARDWARE);
   EXPECT_TRUE(model.providers[0].id == kArrayProvider);
+  EXPECT_EQ(model.providers[0].supports, VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_PLEX);
+  EXPECT_THAT(model.providers[0].unsupportedVolumes,
+              ElementsAre(L"\\\\?\\Volume{00000004-0000-0000-0000-000000000000}\\"));
+  EXPECT_EQ(model.providers[0].veto, ProviderStep::endPrepare);
   const Writer& writer = model.writers.at(0);
   EXPECT_EQ(writer.usage, VSS_UT_SYSTEMSERVICE);
   EXPECT_EQ(writer.source, VSS_ST_NONTRANSACTEDDB);
@@ -207,6 +212,9 @@ std::string WithVolumes(const std::string& volumes) {
 }
 std::string NamedVolume(int n, const std::string& more = "") {
   return R"({"name": "\\\\?\\Volume{0000000)" + std::to_string(n) + R"(-0000-0000-0000-000000000000}\\")" + more + "}";
+}
+std::string WithProvider(const std::string& keys) {
+  return R"({"disks": [], "providers": [{"id": "{374579ad-285c-49b9-ab8a-950e0e252de2}", )" + keys + "}]}";
 }
 std::string WithWriter(const std::string& writerKeys, const std::string& hostKeys = "") {
   return R"({"disks": [], "writers": [{"name": "W", "writerId": "{00000000-0000-0000-0000-000000000001}")" +

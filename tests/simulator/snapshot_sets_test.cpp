@@ -93,7 +93,7 @@ TEST_F(ShadowCopyService, LeavesCopiesOfTheSystemProviderOnTheirDisk) {
   EXPECT_FALSE(copy.ownDisk);
   EXPECT_EQ(copy.diskNumber, 1U);
   EXPECT_EQ(copy.serial, L"TSL0001");
-  EXPECT_EQ(copy.attributes, 0);
+  EXPECT_EQ(copy.attributes, VSS_VOLSNAP_ATTR_DIFFERENTIAL);
   EXPECT_THAT(backup->BreakSnapshotSet(backup.setId), Gives(VSS_E_PROVIDER_VETO));
   EXPECT_THAT(Copies(), SizeIs(1));
 }
