@@ -171,12 +171,21 @@ void ReadService(const JsonObject& root, HostModel& model, const std::filesystem
                 [&](const JsonNode& node) { return ReadIscsiSession(node, model); });
 }
 
+// What identifies the machine and the things on it.
+void ReadIdentity(const JsonObject& root, HostModel& model) {
+  if (const auto seed = root.Find("seed")) model.seed = static_cast<WORD>(seed->Number(0xFFFF));
+  root.Read("computerName", model.computerName).Read("domain", model.domain);
+  const bool isName = !model.domain.starts_with(L'.') && model.domain.find_first_of(L"\\/ ") == model.domain.npos;
+  if (root.Has("domain") && (model.domain.empty() || !isName)) root.At("domain").Refuse("is no domain (corp.example)");
+}
+
 HostModel ReadHost(const JsonNode& node, const std::filesystem::path& directory) {
-  const JsonObject root(node, {"computerName", "systemDirectory", "environment", "os", "cluster", "disks", "providers",
-                               "writers", "databases", "iscsiSessions", "files", "registry", "commands", "messages",
-                               "vssMessages", "faults", "timing"});
+  const JsonObject root(node, {"seed", "computerName", "domain", "systemDirectory", "environment", "os", "cluster",
+                               "disks", "providers", "writers", "databases", "iscsiSessions", "files", "registry",
+                               "commands", "messages", "vssMessages", "faults", "timing"});
   HostModel model;
-  root.Read("computerName", model.computerName).Read("systemDirectory", model.systemDirectory);
+  ReadIdentity(root, model);
+  root.Read("systemDirectory", model.systemDirectory);
   model.environment = ReadTexts(root, "environment", "variable");
   if (const auto os = root.Find("os")) ReadOs(*os, model.os);
   if (const auto cluster = root.Find("cluster")) model.cluster = ReadCluster(*cluster);

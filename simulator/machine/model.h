@@ -192,7 +192,11 @@ struct Faults {
 };
 
 struct HostModel {
+  /// Identifiers and creation times of this number are the same on every run. Without one identifiers are random and
+  /// times are those of the clock.
+  std::optional<WORD> seed;
   std::wstring computerName = L"HOST";
+  std::wstring domain;  // of which the machine is a member; empty: of none
   std::wstring systemDirectory = L"C:\\Windows\\system32";
   /// Names compare without regard to ASCII case. SystemRoot, windir, SystemDrive and ProgramData follow the system
   /// directory where they are absent.

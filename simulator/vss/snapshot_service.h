@@ -126,6 +126,7 @@ class SnapshotService {
   HRESULT ChooseProvider(const GUID& wanted, LONG context, const std::wstring& volume, const Provider*& chosen) const;
   bool ReachedLimit(const Provider& provider, LONG context, const std::wstring& volume) const;
   ShadowCopy MakeCopy(const OpenSet& set, const PlannedCopy& planned, const Location& location);
+  VSS_TIMESTAMP Now() const;
   void Surface(ShadowCopy& copy);
   DWORD NextFreeDisk() const;
   HRESULT AskToDelete(const ShadowCopy& copy) const;
@@ -138,6 +139,9 @@ class SnapshotService {
   std::vector<GUID> imported_;
   unsigned devices_ = 0;
 };
+
+/// The machine as the service names it: with its domain, where it is a member of one.
+std::wstring MachineName(const HostModel& model);
 
 /// Whether a context leaves the writers out.
 bool IsWithoutWriters(LONG context);

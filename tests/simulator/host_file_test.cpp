@@ -79,7 +79,9 @@ TEST(HostFile, NeedsOnlyItsDisks) {
 
 const char kFullHost[] = R"json({
   // every key once
+  "seed": 7,
   "computerName": "SQL01",
+  "domain": "corp.example",
   "systemDirectory": "D:\\WinNT\\system32",
   "environment": { "Data": "E:\\data" },
   "os": { "server": false, "version": "6.3.9600", "servicePack": 1 },
@@ -120,7 +122,9 @@ const char kFullHost[] = R"json({
 
 TEST(HostFile, FillsTheMachinePartOfTheModel) {
   const HostModel model = ParseHostFile(kFullHost, "h", {});
+  EXPECT_EQ(model.seed, 7);
   EXPECT_EQ(model.computerName, L"SQL01");
+  EXPECT_EQ(model.domain, L"corp.example");
   EXPECT_EQ(model.systemDirectory, L"D:\\WinNT\\system32");
   EXPECT_EQ(model.environment.at(L"Data"), L"E:\\data");
   EXPECT_FALSE(model.os.server);
@@ -259,6 +263,18 @@ INSTANTIATE_TEST_SUITE_P(
         BadHostFile{"BadEnumWord",
                     R"({"disks": [], "providers": [{"id": "{374579ad-285c-49b9-ab8a-950e0e252de2}", "type": "disk"}]})",
                     "/providers/0/type: \"disk\" is none of system, software, hardware, fileshare, unknown"},
+        BadHostFile{"BigSeed", R"({"disks": [], "seed": 65536})", "/seed: expected a whole number from 0 to 65535"},
+        BadHostFile{"EmptyDomain", R"({"disks": [], "domain": ""})", "/domain: \"\" is no domain (corp.example)"},
+        BadHostFile{"DomainWithAMachine", R"({"disks": [], "domain": "CORP\\SQL01"})",
+                    "/domain: \"CORP\\SQL01\" is no domain (corp.example)"},
+        BadHostFile{"SupportOfASystemProvider", WithProvider(R"("type": "system", "supports": ["transportable"])"),
+                    "/providers/0/supports: only a hardware or software provider says what it supports"},
+        BadHostFile{"UnknownSupport", WithProvider(R"("type": "software", "supports": ["plex", "remote"])"),
+                    "/providers/0/supports/1: \"remote\" is none of transportable, differential, plex"},
+        BadHostFile{"UnsupportedVolumeThatIsNone", WithProvider(R"("unsupportedVolumes": ["E:\\"])"),
+                    "/providers/0/unsupportedVolumes/0: \"E:\\\" is neither the name nor a mount point of a volume"},
+        BadHostFile{"VetoAtAnUnknownStep", WithProvider(R"("veto": "lunch")"),
+                    "/providers/0/veto: \"lunch\" is none of beginPrepare, endPrepare, commit"},
         BadHostFile{"WriterWithoutId", R"({"disks": [], "writers": [{"name": "W"}]})",
                     "/writers/0: missing key \"writerId\""},
         BadHostFile{"DocumentWithMore", R"({"disks": [], "writers": [{"document": "a.xml", "name": "W"}]})",
