@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -34,6 +35,10 @@ struct WriterComponent {
   std::vector<FileSpec> files;
   std::vector<FileSpec> databaseFiles;
   std::vector<FileSpec> logFiles;
+  /// What the writer leaves in the components document when the component is backed up: the stamp as it prepares, the
+  /// metadata after the snapshot.
+  std::optional<std::wstring> backupStamp;
+  std::optional<std::wstring> backupMetadata;
 };
 
 /// The name under which a requestor knows a component: "\\logical\\path\\name".
@@ -67,6 +72,8 @@ struct Writer {
   std::vector<FileSpec> excludeFiles;
   std::vector<FileSpec> excludeFilesFromSnapshot;
   std::vector<WriterComponent> components;
+  /// The Writer Metadata Document that it came from, as it was written (UTF-8); null for a writer without one.
+  std::shared_ptr<const std::string> document;
 };
 
 struct Volume {

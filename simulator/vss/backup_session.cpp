@@ -308,6 +308,23 @@ void BackupSession::RecordComponentFailures(const GatheredWriter& writer, const 
   }
 }
 
+// Writers that did well put this into those of their components that were added.
+void BackupSession::LetWritersLeave(std::optional<std::wstring> WriterComponent::*what,
+                                    std::optional<std::wstring> DocumentComponent::*where) {
+  for (const GatheredWriter& writer : writers_.writers()) {
+    if (writer.status.HasFailed()) continue;
+    for (const WriterComponent& component : writer.data->components) {
+      if (!(component.*what)) continue;
+      const std::wstring path = component.logicalPath.value_or(L"");
+      DocumentComponent* added = FindAdded(
+          {writer.data->instanceId, writer.data->writerId, component.type, path.c_str(), component.name.c_str()});
+      if (added == nullptr) continue;
+      added->*where = component.*what;
+      FindDocumentWriter(writer.data->instanceId, writer.data->writerId)->changedByWriter = true;
+    }
+  }
+}
+
 HRESULT BackupSession::PrepareForBackup(IVssAsync** async) {
   if (async == nullptr) return E_INVALIDARG;
   if (!IsIdle() || stage_ != Stage::setStarted || !backupStateSet_ || !gathered_ || IsWithoutWriters(context_)) {
@@ -318,6 +335,7 @@ HRESULT BackupSession::PrepareForBackup(IVssAsync** async) {
   return RunAsync("PrepareForBackup", async, [&] {
     ChooseParticipants();
     RaiseAtAll(WriterEvent::prepareBackup, VSS_WS_STABLE, VSS_WS_FAILED_AT_PREPARE_BACKUP);
+    LetWritersLeave(&WriterComponent::backupStamp, &DocumentComponent::backupStamp);
     stage_ = Stage::prepared;
     return VSS_S_ASYNC_FINISHED;
   });
@@ -380,6 +398,7 @@ HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
   }
   RaiseAtParticipants(WriterEvent::thaw, VSS_WS_WAITING_FOR_POST_SNAPSHOT, VSS_WS_FAILED_AT_THAW);
   RaiseAtParticipants(WriterEvent::postSnapshot, VSS_WS_WAITING_FOR_BACKUP_COMPLETE, VSS_WS_FAILED_AT_POST_SNAPSHOT);
+  LetWritersLeave(&WriterComponent::backupMetadata, &DocumentComponent::backupMetadata);
   SaveTransportableCopies();
   stage_ = Stage::snapshotDone;
   return forced.value_or(VSS_S_ASYNC_FINISHED);

@@ -125,6 +125,8 @@ class BackupSession {
   void RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
   void RaiseAtParticipants(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
   void RaiseAt(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
+  void LetWritersLeave(std::optional<std::wstring> WriterComponent::*what,
+                       std::optional<std::wstring> DocumentComponent::*where);
   void RecordComponentFailures(const GatheredWriter& writer, const WriterFault& fault);
   bool MayDoSnapshotSet();
   DWORD SnapshotMilliseconds() const;

@@ -142,6 +142,49 @@ TEST_F(ShadowCopyService, AnswersWhatABackupDoesNotFill) {
   EXPECT_THAT(component->SetBackupStamp(L"x"), Gives(VSS_E_BAD_STATE));
 }
 
+// The usual host, whose SQL writer leaves something in the components document for each database.
+HostModel HostWithLeavings() {
+  HostModel model = VssHost();
+  for (simulator::WriterComponent& component : model.writers[0].components) {
+    component.backupStamp = component.name + L"-stamp";
+    component.backupMetadata = L"bWV0YQ==";
+  }
+  return model;
+}
+
+TEST_F(ShadowCopyService, FindsWhatTheWritersLeaveForTheirComponents) {
+  Install(HostWithLeavings());
+  Backup backup(Phase::prepared);
+  EXPECT_EQ(Got(*AddedComponent(backup, 0), &IVssComponent::GetBackupStamp), L"sales-stamp");
+  Bstr text;
+  EXPECT_THAT(AddedComponent(backup, 0)->GetBackupMetadata(text.Put()), Gives(S_FALSE)) << "not before the snapshot";
+  ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+  EXPECT_EQ(Got(*AddedComponent(backup, 0), &IVssComponent::GetBackupMetadata), L"bWV0YQ==");
+
+  const std::string document = WideToUtf8(backup.Document());
+  EXPECT_THAT(document, HasSubstr("<WRITER_COMPONENTS xmlns=\"x-schema:#VssComponentMetadata\" instanceId="));
+  EXPECT_THAT(document,
+              HasSubstr("<COMPONENT logicalPath=\"SQL01\" componentName=\"sales\" componentType=\"filegroup\" "
+                        "backupStamp=\"sales-stamp\"><BACKUP_METADATA xmlns=\"\" metadata=\"bWV0YQ==\"/>"
+                        "</COMPONENT>"));
+  EXPECT_THAT(document, Not(HasSubstr("crm"))) << "it was not added";
+}
+
+TEST_F(ShadowCopyService, FindsNothingOfAWriterThatFailed) {
+  Install(HostWithLeavings());
+  FailWriter(WriterEvent::postSnapshot, VSS_E_WRITERERROR_NONRETRYABLE);
+  Backup backup(Phase::snapshotDone);
+  EXPECT_EQ(Got(*AddedComponent(backup, 0), &IVssComponent::GetBackupStamp), L"sales-stamp");
+  Bstr text;
+  EXPECT_THAT(AddedComponent(backup, 0)->GetBackupMetadata(text.Put()), Gives(S_FALSE));
+  backup.Release();
+
+  Install(HostWithLeavings());
+  FailWriter(WriterEvent::prepareBackup, VSS_E_WRITERERROR_NONRETRYABLE);
+  Backup unprepared(Phase::snapshotDone);
+  EXPECT_THAT(AddedComponent(unprepared, 0)->GetBackupStamp(text.Put()), Gives(S_FALSE));
+}
+
 TEST_F(ShadowCopyService, WritesTheDocumentInTheServicesOwnForm) {
   Backup backup(Phase::prepared);
   const std::wstring setId = FormatBareGuid(backup.setId);

@@ -99,6 +99,7 @@ const char kFullHost[] = R"json({
                  "excludeFilesFromSnapshot": [ { "path": "E:\\x", "filespec": "y" } ],
                  "components": [ { "type": "database", "logicalPath": "", "name": "c", "caption": "", "selectable": false,
                                    "restoreMetadata": true, "selectableForRestore": true, "componentFlags": 4,
+                                   "backupStamp": "s1", "backupMetadata": "bTE=",
                                    "databaseFiles": [ { "path": "E:\\", "filespec": "c.mdf", "backupType": 15 } ],
                                    "logFiles": [ { "path": "E:\\", "filespec": "c.ldf", "alternatePath": "F:\\" } ] } ] } ],
   "databases": { "TSL0001": "sales@sql01" },
@@ -170,6 +171,8 @@ TEST(HostFile, FillsTheServicePartOfTheModel) {
   EXPECT_EQ(component.type, VSS_CT_DATABASE);
   EXPECT_EQ(component.logicalPath, L"");
   EXPECT_EQ(component.caption, L"");
+  EXPECT_EQ(component.backupStamp, L"s1");
+  EXPECT_EQ(component.backupMetadata, L"bTE=");
   EXPECT_EQ(component.databaseFiles.at(0).backupTypeMask, 15u);
   EXPECT_EQ(component.logFiles.at(0).alternatePath, L"F:\\");
   EXPECT_EQ(writer.excludeFilesFromSnapshot.at(0).path, L"E:\\x");
@@ -371,6 +374,24 @@ TEST(HostFile, ReadsWriterDocumentsBesideIt) {
   const HostModel model = LoadHostFile(folder.path() / "host.json");
   ASSERT_THAT(model.writers, SizeIs(1));
   EXPECT_EQ(FormatWriterMetadata(model.writers[0]), kSmallDocument);
+}
+
+TEST(HostFile, ReadsWhatAWriterOfADocumentLeavesForItsComponents) {
+  const TemporaryFolder folder;
+  folder.Write("sql.xml", kSmallDocument);
+  const auto withComponent = [](const std::string& keys) {
+    return R"({"disks": [], "writers": [{"document": "sql.xml", "components": [{)" + keys + "}]}]}";
+  };
+  const HostModel model =
+      ParseHostFile(withComponent(R"("fullPath": "\\SQL01\\sales", "backupStamp": "", "backupMetadata": "bTE=")"), "h",
+                    folder.path());
+  EXPECT_EQ(model.writers.at(0).components.at(0).backupStamp, L"");
+  EXPECT_EQ(model.writers[0].components[0].backupMetadata, L"bTE=");
+  EXPECT_EQ(*model.writers[0].document, kSmallDocument) << "the document stays as it was";
+  EXPECT_EQ(ErrorOf(withComponent(R"("fullPath": "\\sales")"), folder.path()),
+            "host.json: /writers/0/components/0/fullPath: the writer has no component \"\\sales\"");
+  EXPECT_EQ(ErrorOf(withComponent(R"("name": "sales")"), folder.path()),
+            "host.json: /writers/0/components/0/name: unknown key");
 }
 
 TEST(HostFile, ADocumentThatIsNoneIsReportedWithItsReasonInOneLine) {
