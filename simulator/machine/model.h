@@ -165,6 +165,8 @@ enum class WriterEvent {
   postSnapshot,
   backupComplete,
   backupShutdown,
+  preRestore,
+  postRestore,
 };
 
 struct ComponentFault {

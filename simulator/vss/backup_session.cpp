@@ -76,7 +76,7 @@ HRESULT BackupSession::InitializeForRestore(BSTR xml) {
   if (xml == nullptr) return E_INVALIDARG;
   if (stage_ != Stage::created) return VSS_E_BAD_STATE;
   if (const HRESULT result = LoadDocument(xml); FAILED(result)) return result;
-  restoring_ = true;
+  restore_ = Restore::selecting;
   stage_ = Stage::initialized;
   return S_OK;
 }
@@ -91,7 +91,8 @@ HRESULT BackupSession::SetContext(LONG context) {
 
 HRESULT BackupSession::SetBackupState(bool selectComponents, bool bootableSystemState, VSS_BACKUP_TYPE type,
                                       bool partialFiles) {
-  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::setStarted)) return VSS_E_BAD_STATE;
+  const bool inOrder = IsBackupIn(Stage::initialized, Stage::setStarted) || restore_ == Restore::selecting;
+  if (!IsIdle() || !inOrder) return VSS_E_BAD_STATE;
   if (type <= VSS_BT_UNDEFINED || type > VSS_BT_OTHER) return E_INVALIDARG;
   BackupDocument& document = document_->content;
   document.selectComponents = selectComponents;
@@ -219,16 +220,23 @@ DocumentComponent* BackupSession::FindAdded(const ComponentName& component) {
   return entry.type == component.type ? &entry : nullptr;
 }
 
-HRESULT BackupSession::ChangeSelected(const ComponentName& component,
-                                      std::optional<std::wstring> DocumentComponent::*field, LPCWSTR text) {
-  if (component.name == nullptr || text == nullptr) return E_INVALIDARG;
-  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::setStarted)) return VSS_E_BAD_STATE;
+HRESULT BackupSession::ChangeForBackup(const ComponentName& component, const ComponentChange& change) {
+  return Change(component, IsBackupIn(Stage::initialized, Stage::setStarted), change);
+}
+
+HRESULT BackupSession::ChangeForRestore(const ComponentName& component, const ComponentChange& change) {
+  return Change(component, restore_ == Restore::selecting, change);
+}
+
+HRESULT BackupSession::Change(const ComponentName& component, bool inOrder, const ComponentChange& change) {
+  if (component.name == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || !inOrder) return VSS_E_BAD_STATE;
   for (const DocumentWriter& writer : document_->content.writers) {
     if (writer.writerId != component.writerId) continue;
     ComponentName instance = component;
     instance.instanceId = writer.instanceId;
     if (DocumentComponent* found = FindAdded(instance)) {
-      found->*field = text;
+      change(*found);
       return S_OK;
     }
   }
@@ -289,10 +297,35 @@ void BackupSession::RaiseAtParticipants(WriterEvent event, VSS_WRITER_STATE reac
   }
 }
 
-// What the writer does with SetFailure for each component that the fault names; components that were not added
-// explicitly have no place in the document.
+// The place of a writer in the document. That of an earlier backup may have another instance of it, which is not here
+// any more; the requestor may also name this one for a component.
+DocumentWriter* BackupSession::EntryOf(const Writer& writer) {
+  DocumentWriter* same = FindDocumentWriter(writer.instanceId, writer.writerId);
+  if (same != nullptr || restore_ == Restore::none) return same;
+  std::vector<DocumentWriter>& entries = document_->content.writers;
+  const auto takesBack = [&](const DocumentWriter& entry) {
+    const auto names = [&](const DocumentComponent& component) {
+      return component.restore.instanceId == writer.instanceId;
+    };
+    const bool isGone = writers_.Find(entry.instanceId, entry.writerId) == nullptr;
+    return entry.writerId == writer.writerId && ((isGone && entry.instanceName == writer.instanceName) ||
+                                                 std::any_of(entry.components.begin(), entry.components.end(), names));
+  };
+  const auto found = std::find_if(entries.begin(), entries.end(), takesBack);
+  return found == entries.end() ? nullptr : &*found;
+}
+
+// Restores tell the writers of the document.
+void BackupSession::RaiseAtRestorers(WriterEvent event, VSS_WRITER_STATE failed) {
+  for (GatheredWriter& writer : writers_.writers()) {
+    if (EntryOf(*writer.data) != nullptr) RaiseAt(writer, event, VSS_WS_STABLE, failed);
+  }
+}
+
+// What the writer does with SetFailure, or during a restore with a message, for each component that the fault names;
+// components that were not added explicitly have no place in the document.
 void BackupSession::RecordComponentFailures(const GatheredWriter& writer, const WriterFault& fault) {
-  DocumentWriter* entry = FindDocumentWriter(writer.data->instanceId, writer.data->writerId);
+  DocumentWriter* entry = EntryOf(*writer.data);
   if (entry == nullptr || fault.components.empty()) return;
   std::unordered_map<std::wstring, DocumentComponent*> components;
   for (DocumentComponent& component : entry->components) {
@@ -304,7 +337,11 @@ void BackupSession::RecordComponentFailures(const GatheredWriter& writer, const 
     entry->changedByWriter = true;
     found->second->failure = failed.failure;
     found->second->applicationResult = failed.applicationResult;
-    if (!failed.applicationMessage.empty()) found->second->applicationMessage = failed.applicationMessage;
+    if (failed.applicationMessage.empty()) continue;
+    ComponentRestore& restore = found->second->restore;
+    found->second->applicationMessage = failed.applicationMessage;
+    if (fault.event == WriterEvent::preRestore) restore.preRestoreFailure = failed.applicationMessage;
+    if (fault.event == WriterEvent::postRestore) restore.postRestoreFailure = failed.applicationMessage;
   }
 }
 
@@ -440,6 +477,53 @@ HRESULT BackupSession::AbortBackup() {
     EndSnapshot();
   }
   return S_OK;
+}
+
+HRESULT BackupSession::SetRestoreState(VSS_RESTORE_TYPE type) {
+  if (!IsIdle() || restore_ != Restore::selecting) return VSS_E_BAD_STATE;
+  if (type <= VSS_RTYPE_UNDEFINED || type > VSS_RTYPE_OTHER) return E_INVALIDARG;
+  document_->content.restoreType = type;
+  return S_OK;
+}
+
+HRESULT BackupSession::SetSelectedForRestore(const ComponentName& component, bool selected, const GUID& instanceId) {
+  const bool named = instanceId != GUID{};
+  if (named && writers_.Find(instanceId, component.writerId) == nullptr && restore_ == Restore::selecting) {
+    return VSS_E_OBJECT_NOT_FOUND;
+  }
+  return ChangeForRestore(component, [&](DocumentComponent& chosen) {
+    chosen.restore.selected = selected;
+    chosen.restore.instanceId = named ? std::optional(instanceId) : std::nullopt;
+  });
+}
+
+HRESULT BackupSession::PreRestore(IVssAsync** async) {
+  if (async == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || restore_ != Restore::selecting || !gathered_) return VSS_E_BAD_STATE;
+  restore_ = Restore::preparing;
+  ++document_->phase;
+  return RunAsync("PreRestore", async, [&] {
+    RaiseAtRestorers(WriterEvent::preRestore, VSS_WS_FAILED_AT_PRE_RESTORE);
+    restore_ = Restore::restoring;
+    return VSS_S_ASYNC_FINISHED;
+  });
+}
+
+HRESULT BackupSession::SetFileRestoreStatus(const ComponentName& component, VSS_FILE_RESTORE_STATUS status) {
+  if (status <= VSS_RS_UNDEFINED || status > VSS_RS_FAILED) return E_INVALIDARG;
+  return Change(component, restore_ == Restore::restoring,
+                [&](DocumentComponent& restored) { restored.restore.fileStatus = status; });
+}
+
+HRESULT BackupSession::PostRestore(IVssAsync** async) {
+  if (async == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || restore_ != Restore::restoring) return VSS_E_BAD_STATE;
+  ++document_->phase;
+  return RunAsync("PostRestore", async, [&] {
+    RaiseAtRestorers(WriterEvent::postRestore, VSS_WS_FAILED_AT_POST_RESTORE);
+    restore_ = Restore::complete;
+    return VSS_S_ASYNC_FINISHED;
+  });
 }
 
 HRESULT BackupSession::GatherWriterStatus(IVssAsync** async) {

@@ -290,6 +290,10 @@ class WriterMetadata final : public ComObject<IVssExamineWriterMetadataEx2> {
 
 }  // namespace
 
+IVssWMFiledesc* MakeFileDescriptor(std::shared_ptr<Machine> machine, std::shared_ptr<const FileSpec> file) {
+  return new FileDescriptor(std::move(machine), std::move(file));
+}
+
 IVssExamineWriterMetadataEx2* MakeWriterMetadata(std::shared_ptr<Machine> machine,
                                                  std::shared_ptr<const Writer> writer) {
   return new WriterMetadata(std::move(machine), std::move(writer));

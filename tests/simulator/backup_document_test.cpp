@@ -204,6 +204,7 @@ BackupDocument FullDocument() {
   document.bootableSystemState = true;
   document.backupType = VSS_BT_COPY;
   document.partialFileSupport = true;
+  document.restoreType = VSS_RTYPE_IMPORT;
   document.snapshotSetId = ClassId(5);
   simulator::DocumentWriter writer{InstanceId(1), ClassId(1), L"SQL \"1\"", 0x371, true, {}};
   simulator::DocumentComponent component;
@@ -216,6 +217,16 @@ BackupDocument FullDocument() {
   component.backupMetadata = L"bWV0YQ==";
   component.prepareForBackupFailure = L"p";
   component.postSnapshotFailure = L"q";
+  component.restoreOptions = L"o";
+  component.restore = {true,
+                       InstanceId(3),
+                       true,
+                       {{L"E:\\", L"*", true, L"F:\\"}},
+                       {{L"E:\\", L"a", false, L"G:\\"}},
+                       {{L"p", L"n"}, {std::nullopt, L"m"}},
+                       VSS_RS_FAILED,
+                       L"pre",
+                       L"post"};
   component.succeeded = false;
   component.failure = VSS_E_WRITERERROR_TIMEOUT;
   component.applicationResult = E_FAIL;
@@ -250,6 +261,10 @@ TEST(BackupDocuments, KeepEverythingWhenReadBack) {
   EXPECT_EQ(component.succeeded, false);
   EXPECT_THAT(component.failure, Gives(VSS_E_WRITERERROR_TIMEOUT));
   EXPECT_EQ(component.backupMetadata, L"bWV0YQ==");
+  EXPECT_EQ(component.restore.newTargets.at(0).alternatePath, L"F:\\");
+  EXPECT_EQ(component.restore.fileStatus, VSS_RS_FAILED);
+  EXPECT_EQ(component.restore.instanceId, InstanceId(3));
+  EXPECT_EQ(read.restoreType, VSS_RTYPE_IMPORT);
   EXPECT_EQ(read.transportableCopies.at(0).timestamp, 134116992000000000);
   EXPECT_EQ(read.backupType, VSS_BT_COPY);
 }
@@ -336,13 +351,11 @@ TEST_F(ShadowCopyService, RefusesTheCallsOfABackupDuringARestore) {
   ASSERT_THAT(backup->InitializeForRestore(LoadableDocument().Get()), Gives(S_OK));
   GUID id{};
   EXPECT_THAT(backup->SetContext(VSS_CTX_APP_ROLLBACK), Gives(VSS_E_BAD_STATE));
-  EXPECT_THAT(backup->SetBackupState(true, true, VSS_BT_FULL, false), Gives(VSS_E_BAD_STATE));
   EXPECT_THAT(backup->StartSnapshotSet(&id), Gives(VSS_E_BAD_STATE));
   EXPECT_THAT(backup.Delete(id, VSS_OBJECT_SNAPSHOT), Gives(VSS_E_BAD_STATE));
   EXPECT_THAT(backup.PropertiesOf(id), Gives(VSS_E_BAD_STATE));
   backup.Gather();
   EXPECT_THAT(backup.Add(0xA, L"SQL01", L"sales"), Gives(VSS_E_BAD_STATE));
-  EXPECT_THAT(backup->PreRestore(nullptr), Gives(E_NOTIMPL));
   EXPECT_THAT(backup->AbortBackup(), Gives(S_OK));
 }
 

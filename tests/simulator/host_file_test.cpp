@@ -340,7 +340,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadHostFile{"FaultAtAnUnknownEvent",
                     WithWriter("", R"(, "faults": [{"writer": "W", "event": "lunch", "failure": 5}])"),
                     "/faults/0/event: \"lunch\" is none of identify, prepareBackup, prepareSnapshot, "
-                    "freeze, thaw, postSnapshot, backupComplete, backupShutdown"},
+                    "freeze, thaw, postSnapshot, backupComplete, backupShutdown, preRestore, postRestore"},
         BadHostFile{"FaultOfAnUnknownComponent",
                     WithWriter(R"(, "components": [{"name": "c"}])",
                                R"(, "faults": [{"writer": "W", "event": "freeze", "failure": 5,
