@@ -199,14 +199,7 @@ TEST_F(ShadowCopyService, WritesTheDocumentInTheServicesOwnForm) {
                        L"</WRITER_COMPONENTS></BACKUP_COMPONENTS>"));
 }
 
-BackupDocument FullDocument() {
-  BackupDocument document;
-  document.bootableSystemState = true;
-  document.backupType = VSS_BT_COPY;
-  document.partialFileSupport = true;
-  document.restoreType = VSS_RTYPE_IMPORT;
-  document.snapshotSetId = ClassId(5);
-  simulator::DocumentWriter writer{InstanceId(1), ClassId(1), L"SQL \"1\"", 0x371, true, {}};
+simulator::DocumentComponent FullComponent() {
   simulator::DocumentComponent component;
   component.logicalPath = L"a<b>&c\r\n\t'";
   component.name = L"\u00e9\u4e2d";
@@ -231,7 +224,18 @@ BackupDocument FullDocument() {
   component.failure = VSS_E_WRITERERROR_TIMEOUT;
   component.applicationResult = E_FAIL;
   component.applicationMessage = L"message";
-  writer.components = {component, {}};
+  return component;
+}
+
+BackupDocument FullDocument() {
+  BackupDocument document;
+  document.bootableSystemState = true;
+  document.backupType = VSS_BT_COPY;
+  document.partialFileSupport = true;
+  document.restoreType = VSS_RTYPE_IMPORT;
+  document.snapshotSetId = ClassId(5);
+  simulator::DocumentWriter writer{InstanceId(1), ClassId(1), L"SQL \"1\"", 0x371, true, {}};
+  writer.components = {FullComponent(), {}};
   writer.components[1].name = L"plain";
   document.writers = {writer, {InstanceId(2), ClassId(2), L"", 0, false, {}}};
   ShadowCopy copy;

@@ -13,6 +13,14 @@ constexpr GUID kSql = {0xA, 0, 0, {0, 0, 0, 0, 0, 0, 0, 0}};
 constexpr Start kPreRestore = &IVssBackupComponents::PreRestore;
 constexpr Start kPostRestore = &IVssBackupComponents::PostRestore;
 
+HRESULT Select(Backup& restore, const wchar_t* name = L"sales") {
+  return restore->SetSelectedForRestore(kSql, VSS_CT_FILEGROUP, L"SQL01", name, true);
+}
+
+HRESULT SetStatus(Backup& restore, VSS_FILE_RESTORE_STATUS status) {
+  return restore->SetFileRestoreStatus(kSql, VSS_CT_FILEGROUP, L"SQL01", L"sales", status);
+}
+
 // A restore of the usual backup: the SQL writer's "sales".
 class Restoring : public ShadowCopyService {
  protected:
@@ -28,13 +36,6 @@ class Restoring : public ShadowCopyService {
     ASSERT_THAT(restore->InitializeForRestore(xml.Get()), Gives(S_OK));
     restore.Gather();
   }
-  static HRESULT Select(Backup& restore, const wchar_t* name = L"sales") {
-    return restore->SetSelectedForRestore(kSql, VSS_CT_FILEGROUP, L"SQL01", name, true);
-  }
-  static HRESULT SetStatus(Backup& restore, VSS_FILE_RESTORE_STATUS status) {
-    return restore->SetFileRestoreStatus(kSql, VSS_CT_FILEGROUP, L"SQL01", L"sales", status);
-  }
-
   std::wstring saved_;
 };
 
@@ -59,6 +60,37 @@ TEST_F(Restoring, RunsFromTheSavedDocumentToItsEnd) {
   EXPECT_THAT(Told(WriterEvent::backupShutdown), IsEmpty()) << "no backup took place";
 }
 
+void ExpectParts(IVssComponent& component) {
+  EXPECT_EQ(Got(component, &IVssComponent::GetRestoreOptions), L"to=now");
+  EXPECT_TRUE(Got(component, &IVssComponent::GetAdditionalRestores));
+  ASSERT_EQ(Got(component, &IVssComponent::GetRestoreSubcomponentCount), 2U);
+  Bstr path;
+  Bstr name;
+  VssBool repair = true;
+  ASSERT_THAT(component.GetRestoreSubcomponent(0, path.Put(), name.Put(), &repair), Gives(S_OK));
+  EXPECT_EQ(path.View(), L"SQL01\\sales");
+  EXPECT_EQ(name.View(), L"log");
+  EXPECT_FALSE(repair);
+  ASSERT_THAT(component.GetRestoreSubcomponent(1, path.Put(), name.Put(), &repair), Gives(S_OK));
+  EXPECT_FALSE(path);
+  EXPECT_THAT(component.GetRestoreSubcomponent(2, path.Put(), name.Put(), &repair), Gives(VSS_E_OBJECT_NOT_FOUND));
+}
+
+void ExpectTargets(IVssComponent& component) {
+  ASSERT_EQ(Got(component, &IVssComponent::GetNewTargetCount), 1U);
+  ComPtr<IVssWMFiledesc> file;
+  ASSERT_THAT(component.GetNewTarget(0, file.Put()), Gives(S_OK));
+  EXPECT_EQ(Got(*file, &IVssWMFiledesc::GetPath), L"E:\\data");
+  EXPECT_EQ(Got(*file, &IVssWMFiledesc::GetFilespec), L"*");
+  EXPECT_TRUE(Got(*file, &IVssWMFiledesc::GetRecursive));
+  EXPECT_EQ(Got(*file, &IVssWMFiledesc::GetAlternateLocation), L"F:\\new");
+  EXPECT_THAT(component.GetNewTarget(1, file.Put()), Gives(VSS_E_OBJECT_NOT_FOUND));
+  ASSERT_EQ(Got(component, &IVssComponent::GetAlternateLocationMappingCount), 1U);
+  ASSERT_THAT(component.GetAlternateLocationMapping(0, file.Put()), Gives(S_OK));
+  EXPECT_EQ(Got(*file, &IVssWMFiledesc::GetAlternateLocation), L"F:\\log");
+  EXPECT_THAT(component.GetAlternateLocationMapping(1, file.Put()), Gives(VSS_E_OBJECT_NOT_FOUND));
+}
+
 TEST_F(Restoring, KeepsWhatTheRequestorAsksForAComponent) {
   Backup restore;
   Begin(restore);
@@ -79,75 +111,55 @@ TEST_F(Restoring, KeepsWhatTheRequestorAsksForAComponent) {
   ASSERT_THAT(loaded->InitializeForRestore(xml.Get()), Gives(S_OK));
   for (Backup* backup : {&restore, &loaded}) {
     const ComPtr<IVssComponentEx2> component = AddedComponent(*backup, 0);
-    EXPECT_EQ(Got(*component, &IVssComponent::GetRestoreOptions), L"to=now");
-    EXPECT_TRUE(Got(*component, &IVssComponent::GetAdditionalRestores));
-    ASSERT_EQ(Got(*component, &IVssComponent::GetRestoreSubcomponentCount), 2U);
-    Bstr path;
-    Bstr name;
-    VssBool repair = true;
-    ASSERT_THAT(component->GetRestoreSubcomponent(0, path.Put(), name.Put(), &repair), Gives(S_OK));
-    EXPECT_EQ(path.View(), L"SQL01\\sales");
-    EXPECT_EQ(name.View(), L"log");
-    EXPECT_FALSE(repair);
-    ASSERT_THAT(component->GetRestoreSubcomponent(1, path.Put(), name.Put(), &repair), Gives(S_OK));
-    EXPECT_FALSE(path);
-    EXPECT_THAT(component->GetRestoreSubcomponent(2, path.Put(), name.Put(), &repair), Gives(VSS_E_OBJECT_NOT_FOUND));
-    ASSERT_EQ(Got(*component, &IVssComponent::GetNewTargetCount), 1U);
-    ComPtr<IVssWMFiledesc> file;
-    ASSERT_THAT(component->GetNewTarget(0, file.Put()), Gives(S_OK));
-    EXPECT_EQ(Got(*file, &IVssWMFiledesc::GetPath), L"E:\\data");
-    EXPECT_EQ(Got(*file, &IVssWMFiledesc::GetFilespec), L"*");
-    EXPECT_TRUE(Got(*file, &IVssWMFiledesc::GetRecursive));
-    EXPECT_EQ(Got(*file, &IVssWMFiledesc::GetAlternateLocation), L"F:\\new");
-    EXPECT_THAT(component->GetNewTarget(1, file.Put()), Gives(VSS_E_OBJECT_NOT_FOUND));
-    ASSERT_EQ(Got(*component, &IVssComponent::GetAlternateLocationMappingCount), 1U);
-    ASSERT_THAT(component->GetAlternateLocationMapping(0, file.Put()), Gives(S_OK));
-    EXPECT_EQ(Got(*file, &IVssWMFiledesc::GetAlternateLocation), L"F:\\log");
-    EXPECT_THAT(component->GetAlternateLocationMapping(1, file.Put()), Gives(VSS_E_OBJECT_NOT_FOUND));
+    ExpectParts(*component);
+    ExpectTargets(*component);
   }
 }
 
+// Where a restore stands; `backup` stands for an object that is no restore's.
+enum class RestorePoint { created, backup, initialized, gathered, restoring, complete };
+struct RestoreCall {
+  const char* name;
+  std::function<HRESULT(Backup&)> call;
+  RestorePoint first;
+  RestorePoint last;
+};
+constexpr VSS_COMPONENT_TYPE kGroup = VSS_CT_FILEGROUP;
+const RestoreCall kRestoreCalls[] = {
+    {"SetBackupState", [](Backup& b) { return b->SetBackupState(true, true, VSS_BT_FULL, false); },
+     RestorePoint::backup, RestorePoint::gathered},
+    {"SetRestoreState", [](Backup& b) { return b->SetRestoreState(VSS_RTYPE_BY_COPY); }, RestorePoint::initialized,
+     RestorePoint::gathered},
+    {"SetSelectedForRestore", [](Backup& b) { return Select(b); }, RestorePoint::initialized, RestorePoint::gathered},
+    {"SetRestoreOptions", [](Backup& b) { return b->SetRestoreOptions(kSql, kGroup, L"SQL01", L"sales", L"x"); },
+     RestorePoint::initialized, RestorePoint::gathered},
+    {"SetAdditionalRestores",
+     [](Backup& b) { return b->SetAdditionalRestores(kSql, kGroup, L"SQL01", L"sales", true); },
+     RestorePoint::initialized, RestorePoint::gathered},
+    {"AddRestoreSubcomponent",
+     [](Backup& b) { return b->AddRestoreSubcomponent(kSql, kGroup, L"SQL01", L"sales", L"", L"x", false); },
+     RestorePoint::initialized, RestorePoint::gathered},
+    {"AddNewTarget",
+     [](Backup& b) { return b->AddNewTarget(kSql, kGroup, L"SQL01", L"sales", L"E:\\", L"*", false, L"F:\\"); },
+     RestorePoint::initialized, RestorePoint::gathered},
+    {"PreRestore", [](Backup& b) { return b.Run(kPreRestore); }, RestorePoint::gathered, RestorePoint::gathered},
+    {"SetFileRestoreStatus", [](Backup& b) { return SetStatus(b, VSS_RS_ALL); }, RestorePoint::restoring,
+     RestorePoint::restoring},
+    {"PostRestore", [](Backup& b) { return b.Run(kPostRestore); }, RestorePoint::restoring, RestorePoint::restoring},
+};
+
 TEST_F(Restoring, AnswersEveryCallThatIsOutOfOrderWithBadState) {
-  enum class Point { created, backup, initialized, gathered, restoring, complete };
-  struct OrderedCall {
-    const char* name;
-    std::function<HRESULT(Backup&)> call;
-    Point first;
-    Point last;
-  };
-  const auto type = VSS_CT_FILEGROUP;
-  const OrderedCall calls[] = {
-      {"SetBackupState", [](Backup& b) { return b->SetBackupState(true, true, VSS_BT_FULL, false); }, Point::backup,
-       Point::gathered},
-      {"SetRestoreState", [](Backup& b) { return b->SetRestoreState(VSS_RTYPE_BY_COPY); }, Point::initialized,
-       Point::gathered},
-      {"SetSelectedForRestore", [](Backup& b) { return Select(b); }, Point::initialized, Point::gathered},
-      {"SetRestoreOptions", [&](Backup& b) { return b->SetRestoreOptions(kSql, type, L"SQL01", L"sales", L"x"); },
-       Point::initialized, Point::gathered},
-      {"SetAdditionalRestores",
-       [&](Backup& b) { return b->SetAdditionalRestores(kSql, type, L"SQL01", L"sales", true); }, Point::initialized,
-       Point::gathered},
-      {"AddRestoreSubcomponent",
-       [&](Backup& b) { return b->AddRestoreSubcomponent(kSql, type, L"SQL01", L"sales", L"", L"x", false); },
-       Point::initialized, Point::gathered},
-      {"AddNewTarget",
-       [&](Backup& b) { return b->AddNewTarget(kSql, type, L"SQL01", L"sales", L"E:\\", L"*", false, L"F:\\"); },
-       Point::initialized, Point::gathered},
-      {"PreRestore", [](Backup& b) { return b.Run(kPreRestore); }, Point::gathered, Point::gathered},
-      {"SetFileRestoreStatus", [](Backup& b) { return SetStatus(b, VSS_RS_ALL); }, Point::restoring, Point::restoring},
-      {"PostRestore", [](Backup& b) { return b.Run(kPostRestore); }, Point::restoring, Point::restoring},
-  };
-  for (const OrderedCall& ordered : calls) {
-    for (int at = 0; at <= static_cast<int>(Point::complete); ++at) {
+  for (const RestoreCall& ordered : kRestoreCalls) {
+    for (int at = 0; at <= static_cast<int>(RestorePoint::complete); ++at) {
       SCOPED_TRACE(std::string(ordered.name) + " at point " + std::to_string(at));
-      const Point point{at};
+      const RestorePoint point{at};
       Backup b;
       const Bstr xml(saved_);
-      if (point == Point::backup) b.Initialize();
-      if (point >= Point::initialized) Expect(b->InitializeForRestore(xml.Get()), S_OK);
-      if (point >= Point::gathered) b.Gather();
-      if (point >= Point::restoring) Expect(b.Run(kPreRestore), VSS_S_ASYNC_FINISHED);
-      if (point >= Point::complete) Expect(b.Run(kPostRestore), VSS_S_ASYNC_FINISHED);
+      if (point == RestorePoint::backup) b.Initialize();
+      if (point >= RestorePoint::initialized) Expect(b->InitializeForRestore(xml.Get()), S_OK);
+      if (point >= RestorePoint::gathered) b.Gather();
+      if (point >= RestorePoint::restoring) Expect(b.Run(kPreRestore), VSS_S_ASYNC_FINISHED);
+      if (point >= RestorePoint::complete) Expect(b.Run(kPostRestore), VSS_S_ASYNC_FINISHED);
 
       const bool allowed = point >= ordered.first && point <= ordered.last;
       EXPECT_EQ(ordered.call(b) != VSS_E_BAD_STATE, allowed);
