@@ -615,6 +615,18 @@ HRESULT BackupSession::DeleteSnapshots(const GUID& id, VSS_OBJECT_TYPE type, LON
   return service_.Delete(id, type, deleted, notDeleted);
 }
 
+HRESULT BackupSession::ExposeSnapshot(const GUID& copyId, LPCWSTR pathFromRoot, LONG where, LPCWSTR name,
+                                      std::wstring& exposedName) {
+  if (name == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
+  return service_.Expose(copyId, where, name, TextOf(pathFromRoot), exposedName);
+}
+
+HRESULT BackupSession::UnexposeSnapshot(const GUID& copyId) {
+  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
+  return service_.Unexpose(copyId);
+}
+
 HRESULT BackupSession::BreakSnapshotSet(const GUID& setId) {
   if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
   return service_.Break(setId, 0);

@@ -95,6 +95,8 @@ class BackupSession {
   HRESULT QueryProviders();
   HRESULT IsVolumeSupported(const GUID& provider, const wchar_t* volume, BOOL* supported);
   HRESULT DeleteSnapshots(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, VSS_ID& notDeleted);
+  HRESULT ExposeSnapshot(const GUID& copyId, LPCWSTR pathFromRoot, LONG where, LPCWSTR name, std::wstring& exposedName);
+  HRESULT UnexposeSnapshot(const GUID& copyId);
   HRESULT BreakSnapshotSet(const GUID& setId);
   HRESULT BreakSnapshotSetEx(const GUID& setId, DWORD flags, IVssAsync** async);
   HRESULT ImportSnapshots(IVssAsync** async);

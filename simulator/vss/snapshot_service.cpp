@@ -114,6 +114,7 @@ const SnapshotService::Surfaced& SnapshotService::SurfacedNow() const {
   for (const ShadowCopy* copy : SurfacedCopies()) {
     surfaced.byDevice.emplace(ascii::ToLower(copy->device), copy);
     if (copy->ownDisk) surfaced.byDisk.emplace(copy->diskNumber, copy);
+    if (Has(copy->attributes, VSS_VOLSNAP_ATTR_EXPOSED_LOCALLY)) surfaced.mounted.push_back(copy);
   }
   return surfaced_.emplace(std::move(surfaced));
 }
@@ -126,6 +127,10 @@ const ShadowCopy* SnapshotService::CopyOnDisk(DWORD number) const {
 const ShadowCopy* SnapshotService::CopyOfDevice(std::wstring_view device) const {
   const auto found = SurfacedNow().byDevice.find(ascii::ToLower(device));
   return found == SurfacedNow().byDevice.end() ? nullptr : found->second;
+}
+
+const std::vector<const ShadowCopy*>& SnapshotService::MountedCopies() const {
+  return SurfacedNow().mounted;
 }
 
 HRESULT SnapshotService::StartSet(const GUID& session, LONG context, GUID& setId) {

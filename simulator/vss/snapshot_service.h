@@ -25,7 +25,9 @@ struct ShadowCopy {
   std::wstring originatingMachine;
   std::wstring originalVolume;  // "\\?\Volume{...}\"
   std::wstring originalSerial;
-  std::wstring device;  // "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopyN", empty until it is surfaced
+  std::wstring device;       // "\\?\GLOBALROOT\Device\HarddiskVolumeShadowCopyN", empty until it is surfaced
+  std::wstring exposedName;  // a drive or folder with a backslash at its end, or a share; empty: not exposed
+  std::wstring exposedPath;  // the part of the copy that a share shows; empty: all of it
   DWORD diskNumber = 0;
   std::wstring serial;
   bool ownDisk = true;     // false: its provider keeps it on the original disk
@@ -56,6 +58,8 @@ class SnapshotService {
   const ShadowCopy* CopyOnDisk(DWORD number) const;
   /// The surfaced copy with this device, case ignored; null when none has it.
   const ShadowCopy* CopyOfDevice(std::wstring_view device) const;
+  /// Those that are exposed as drives or folders.
+  const std::vector<const ShadowCopy*>& MountedCopies() const;
 
   /// Opens the machine's only set under construction.
   HRESULT StartSet(const GUID& session, LONG context, GUID& setId);
@@ -83,6 +87,12 @@ class SnapshotService {
   /// Whether a set can be broken: its copies must be surfaced here, each on a disk of its own.
   HRESULT CanBreak(const GUID& setId) const;
   HRESULT Break(const GUID& setId, DWORD flags);
+  /// Exposes a copy that is here: `where` is VSS_VOLSNAP_ATTR_EXPOSED_LOCALLY, then `name` is a drive letter or a
+  /// folder, or _REMOTELY, then it is a share's name and `pathFromRoot` may narrow it. `exposedName` is what callers
+  /// find it by.
+  HRESULT Expose(const GUID& copyId, LONG where, std::wstring_view name, std::wstring_view pathFromRoot,
+                 std::wstring& exposedName);
+  HRESULT Unexpose(const GUID& copyId);
   /// Surfaces transportable copies, made here or elsewhere. The result of the asynchronous operation.
   HRESULT Import(const GUID& session, std::span<const ShadowCopy> copies);
   /// Removes a copy or every copy of a set, asking no provider: for a commit that was cancelled.
@@ -113,6 +123,7 @@ class SnapshotService {
   struct Surfaced {
     std::unordered_map<DWORD, const ShadowCopy*> byDisk;
     std::unordered_map<std::wstring, const ShadowCopy*> byDevice;  // in lower case
+    std::vector<const ShadowCopy*> mounted;
   };
 
   const Surfaced& SurfacedNow() const;
@@ -130,6 +141,8 @@ class SnapshotService {
   void Surface(ShadowCopy& copy);
   DWORD NextFreeDisk() const;
   HRESULT AskToDelete(const ShadowCopy& copy) const;
+  HRESULT CheckMountPoint(std::wstring_view path) const;
+  HRESULT CheckShare(std::wstring_view name, std::wstring_view pathFromRoot) const;
   std::vector<ShadowCopy*> KnownCopies(const GUID& id, VSS_OBJECT_TYPE type);
 
   Machine& machine_;

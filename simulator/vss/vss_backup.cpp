@@ -285,8 +285,19 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
   HRESULT STDMETHODCALLTYPE DisableWriterInstances(const VSS_ID* ids, UINT count) override {
     return SelectWriters("IVssBackupComponents::DisableWriterInstances", ids, count, &WriterSession::DisableInstances);
   }
-  HRESULT STDMETHODCALLTYPE ExposeSnapshot(VSS_ID, VSS_PWSZ, LONG, VSS_PWSZ, VSS_PWSZ* exposed) override {
-    return Unsupported("::ExposeSnapshot", exposed);
+  HRESULT STDMETHODCALLTYPE ExposeSnapshot(VSS_ID copyId, VSS_PWSZ pathFromRoot, LONG where, VSS_PWSZ name,
+                                           VSS_PWSZ* exposed) override {
+    Clear(exposed);
+    std::wstring exposedName;
+    return Call(
+        "IVssBackupComponents::ExposeSnapshot",
+        [&] { return ArgumentList(copyId, pathFromRoot, where, name) + " -> " + ArgumentText(exposedName.c_str()); },
+        [&] {
+          if (exposed == nullptr) return E_INVALIDARG;
+          const HRESULT result = session_.ExposeSnapshot(copyId, pathFromRoot, where, name, exposedName);
+          if (SUCCEEDED(result)) *exposed = machine().MakeTaskText(exposedName);
+          return result;
+        });
   }
   HRESULT STDMETHODCALLTYPE RevertToSnapshot(VSS_ID, BOOL) override { return Unsupported("::RevertToSnapshot"); }
   HRESULT STDMETHODCALLTYPE QueryRevertStatus(VSS_PWSZ, IVssAsync** async) override {
@@ -305,7 +316,10 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
                 [&] { return session_.SetSelectedForRestore(component, selected != 0, instance); });
   }
 
-  HRESULT STDMETHODCALLTYPE UnexposeSnapshot(VSS_ID) override { return Unsupported("Ex2::UnexposeSnapshot"); }
+  HRESULT STDMETHODCALLTYPE UnexposeSnapshot(VSS_ID copyId) override {
+    return Call("IVssBackupComponentsEx2::UnexposeSnapshot", Arguments(copyId),
+                [&] { return session_.UnexposeSnapshot(copyId); });
+  }
   HRESULT STDMETHODCALLTYPE SetAuthoritativeRestore(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VssBool) override {
     return Unsupported("Ex2::SetAuthoritativeRestore");
   }
