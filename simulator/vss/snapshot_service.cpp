@@ -207,6 +207,17 @@ HRESULT SnapshotService::IsVolumeSupported(std::wstring_view volume, const GUID&
   return S_OK;
 }
 
+HRESULT SnapshotService::IsSnapshotted(std::wstring_view volume, bool& snapshotted) const {
+  if (!volume.ends_with(L'\\')) return E_INVALIDARG;
+  const std::optional<Location> location = Resolve(volume);
+  if (!location) return VSS_E_OBJECT_NOT_FOUND;
+  const auto isOfVolume = [&](const ShadowCopy& copy) {
+    return IsKnown(copy) && copy.originalVolume == location->volume->name;
+  };
+  snapshotted = std::any_of(copies_.begin(), copies_.end(), isOfVolume);
+  return S_OK;
+}
+
 const ShadowCopy* SnapshotService::Find(const GUID& copyId) const {
   const auto found = std::find_if(copies_.begin(), copies_.end(),
                                   [&](const ShadowCopy& copy) { return IsKnown(copy) && copy.id == copyId; });

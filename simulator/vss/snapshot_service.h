@@ -74,6 +74,8 @@ class SnapshotService {
   void AbandonSet(const GUID& session);
   HRESULT IsVolumeSupported(std::wstring_view volume, const GUID& provider, LONG context, bool& supported) const;
 
+  /// Whether the service knows a copy of a volume here.
+  HRESULT IsSnapshotted(std::wstring_view volume, bool& snapshotted) const;
   /// A copy that the service knows on this machine; null for any other.
   const ShadowCopy* Find(const GUID& copyId) const;
   /// Those that an object of this context sees; VSS_CTX_ALL sees every one.
