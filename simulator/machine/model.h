@@ -201,8 +201,8 @@ struct Faults {
 };
 
 struct HostModel {
-  /// Identifiers and creation times of this number are the same on every run. Without one identifiers are random and
-  /// times are those of the clock.
+  /// With a seed the host makes the same identifiers on every run, and copies are dated from 2026-01-01 on. Without one
+  /// identifiers are random and copies are dated by the clock.
   std::optional<WORD> seed;
   std::wstring computerName = L"HOST";
   std::wstring domain;  // of which the machine is a member; empty: of none

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "simulator/host_file/documents.h"
 #include "simulator/simulated_host.h"
@@ -404,6 +405,19 @@ TEST(HostFile, ADocumentThatIsNoneIsReportedWithItsReasonInOneLine) {
             "host.json: /writers/0/document: cannot read \"a b\"");
   EXPECT_EQ(ErrorOf(R"({"disks": [], "writers": [{"document": "sql.xml"}, {"document": "sql.xml"}]})", folder.path()),
             "host.json: /writers/1: duplicate writer instance \"{235435d9-34d6-41ea-8c08-5958a9982636}\"");
+}
+
+TEST(HostFile, IsWhatTheExampleOfItsPageShows) {
+  std::ifstream page(SourceFolder() / "docs" / "host-file.md", std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(page), std::istreambuf_iterator<char>()};
+  const std::size_t begin = text.find("```jsonc\n") + 9;
+  const TemporaryFolder folder;
+  std::filesystem::create_directories(folder.path() / "writers");
+  folder.Write("writers/sql.xml", kSmallDocument);
+  const HostModel model =
+      ParseHostFile(text.substr(begin, text.find("```", begin) - begin), "the page's example", folder.path());
+  EXPECT_THAT(model.writers, SizeIs(2));
+  EXPECT_EQ(model.seed, 1);
 }
 
 TEST(ExampleHosts, AllLoadAndHaveASystemDiskAndTheArraysProvider) {
