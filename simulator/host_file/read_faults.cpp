@@ -16,6 +16,8 @@ constexpr Word<WriterEvent> kWriterEvents[] = {
     {"postSnapshot", WriterEvent::postSnapshot},
     {"backupComplete", WriterEvent::backupComplete},
     {"backupShutdown", WriterEvent::backupShutdown},
+    {"preRestore", WriterEvent::preRestore},
+    {"postRestore", WriterEvent::postRestore},
 };
 
 bool IsIdentifier(std::string_view text) {

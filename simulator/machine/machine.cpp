@@ -1,13 +1,31 @@
 #include "simulator/machine/machine.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
+#include <random>
 #include <utility>
 
 #include "simulator/machine/volumes.h"
 #include "simulator/vss/snapshot_service.h"
 
 namespace varnel::simulator {
+namespace {
+
+// A random identifier (version 4).
+GUID RandomId() {
+  std::random_device random;
+  std::uint32_t words[4];
+  for (std::uint32_t& word : words) word = static_cast<std::uint32_t>(random());
+  GUID id;
+  static_assert(sizeof id == sizeof words);
+  std::memcpy(&id, words, sizeof id);
+  id.Data3 = static_cast<WORD>((id.Data3 & 0x0FFF) | 0x4000);
+  id.Data4[0] = static_cast<BYTE>((id.Data4[0] & 0x3F) | 0x80);
+  return id;
+}
+
+}  // namespace
 
 Machine::Machine(HostModel model) : model_(std::move(model)) {
   lastError = ERROR_SUCCESS;
@@ -28,8 +46,9 @@ const VolumeIndex& Machine::volumes() const {
 }
 
 GUID Machine::NewId() {
-  ++ids_;
-  return GUID{ids_, 0x5e1f, 0x4c3d, {0x9a, 0x0b, 0, 0, 0, 0, 0, 0}};
+  if (!model_.seed) return RandomId();
+  constexpr WORD kBeforeFirst = 0x5e1e;
+  return GUID{++ids_, static_cast<WORD>(kBeforeFirst + *model_.seed), 0x4c3d, {0x9a, 0x0b, 0, 0, 0, 0, 0, 0}};
 }
 
 template <class T>

@@ -56,7 +56,7 @@ class Machine : public std::enable_shared_from_this<Machine> {
   /// Off where callers give BSTRs and task memory back to the system itself, so that nobody could count them.
   bool countsSystemMemory = true;
 
-  /// The next identifier: the same sequence on every run.
+  /// The next identifier: random, or with the model's seed of the same sequence on every run.
   GUID NewId();
 
   /// Memory is handed out in a call and may be given back outside. BSTRs are counted, see countsSystemMemory; so is

@@ -221,7 +221,8 @@ class WriterMetadata final : public ComObject<IVssExamineWriterMetadataEx2> {
     Clear(xml);
     return Call("IVssExamineWriterMetadata::SaveAsXML", NoArguments, [&] {
       if (xml == nullptr) return E_INVALIDARG;
-      return GiveText(machine(), Utf8ToWideLossy(FormatWriterMetadata(*writer_)), xml);
+      const std::string made = writer_->document ? std::string() : FormatWriterMetadata(*writer_);
+      return GiveText(machine(), Utf8ToWideLossy(writer_->document ? *writer_->document : made), xml);
     });
   }
   HRESULT STDMETHODCALLTYPE LoadFromXML(BSTR xml) override {
@@ -231,7 +232,7 @@ class WriterMetadata final : public ComObject<IVssExamineWriterMetadataEx2> {
         [&] {
           if (xml == nullptr) return E_INVALIDARG;
           try {
-            writer_ = std::make_shared<const Writer>(ParseWriterMetadata(WideToUtf8Lossy(text)));
+            writer_ = std::make_shared<const Writer>(ReadWriterDocument(WideToUtf8Lossy(text)));
           } catch (const DocumentError&) {
             return VSS_E_INVALID_XML_DOCUMENT;
           }
@@ -289,6 +290,10 @@ class WriterMetadata final : public ComObject<IVssExamineWriterMetadataEx2> {
 };
 
 }  // namespace
+
+IVssWMFiledesc* MakeFileDescriptor(std::shared_ptr<Machine> machine, std::shared_ptr<const FileSpec> file) {
+  return new FileDescriptor(std::move(machine), std::move(file));
+}
 
 IVssExamineWriterMetadataEx2* MakeWriterMetadata(std::shared_ptr<Machine> machine,
                                                  std::shared_ptr<const Writer> writer) {
