@@ -33,6 +33,8 @@ SimulatedHost::SimulatedHost(HostModel model)
       time_(MakeTime(*machine_)),
       metadata_(MakeMetadataService(*machine_)) {}
 
-SimulatedHost::~SimulatedHost() = default;
+SimulatedHost::~SimulatedHost() {
+  machine_->faults.hangs().EndAndJoin();
+}
 
 }  // namespace varnel::simulator

@@ -33,6 +33,7 @@ class KernelObjects;
 class SimulatedHost final : public Host {
  public:
   explicit SimulatedHost(HostModel model);
+  /// Ends what hangs, and waits until the calls that hung are over.
   ~SimulatedHost() override;
 
   VssService& vss() override { return *vss_; }

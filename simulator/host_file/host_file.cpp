@@ -81,12 +81,13 @@ void ReadSupport(const JsonObject& object, Provider& provider, const std::vector
 void ReadProviders(const JsonObject& root, HostModel& model) {
   UniqueNames ids("provider");
   root.ReadList("providers", model.providers, [&](const JsonNode& node) {
-    const JsonObject object(node, {"id", "name", "type", "version", "supports", "unsupportedVolumes", "veto"});
+    const JsonObject object(node, {"id", "name", "type", "version", "supports", "unsupportedVolumes", "veto", "hangs"});
     Provider provider;
     provider.id = object.At("id").Guid();
     ids.Add(FormatGuid(provider.id), node);
     object.Read("name", provider.name).Read("type", provider.type, kProviderTypes).Read("version", provider.version);
     ReadSupport(object, provider, model.disks);
+    object.Read("hangs", provider.hangs);
     return provider;
   });
 }
@@ -158,8 +159,9 @@ std::map<DWORD, std::wstring> ReadMessages(const JsonObject& root, std::string_v
 }
 
 void ReadTiming(const JsonNode& node, HostModel& model) {
-  const JsonObject object(node, {"freezeMilliseconds", "commitMilliseconds"});
+  const JsonObject object(node, {"freezeMilliseconds", "commitMilliseconds", "eventLimitMilliseconds"});
   object.Read("freezeMilliseconds", model.freezeMilliseconds).Read("commitMilliseconds", model.commitMilliseconds);
+  object.Read("eventLimitMilliseconds", model.eventLimitMilliseconds);
 }
 
 // What the rest refers to comes first.

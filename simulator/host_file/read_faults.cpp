@@ -32,13 +32,24 @@ bool IsCallName(std::string_view text) {
   return IsIdentifier(text.substr(0, colons)) && IsIdentifier(text.substr(colons + 2));
 }
 
+// Whether something hangs; then it comes to none of the results that the other keys tell.
+bool ReadHangs(const JsonObject& object, std::initializer_list<const char*> results) {
+  bool hangs = false;
+  object.Read("hangs", hangs);
+  for (const char* key : results) {
+    if (hangs && object.Has(key)) object.At(key).Fail("what hangs has no result");
+  }
+  return hangs;
+}
+
 CallFault ReadCallFault(const JsonObject& object) {
   CallFault fault;
   const JsonNode call = object.At("call");
   fault.call = call.Utf8();
   if (!IsCallName(fault.call)) call.Refuse("is no call (Interface::Method or a function's name)");
   object.Read("occurrence", fault.occurrence);
-  fault.result = object.At("result").Result();
+  fault.hangs = ReadHangs(object, {"result"});
+  if (!fault.hangs) fault.result = object.At("result").Result();
   return fault;
 }
 
@@ -48,7 +59,8 @@ AsyncFault ReadAsyncFault(const JsonObject& object) {
   fault.async = async.Utf8();
   if (!IsIdentifier(fault.async)) async.Refuse("is no method's name");
   object.Read("occurrence", fault.occurrence);
-  fault.result = static_cast<HRESULT>(object.At("result").Result());
+  fault.hangs = ReadHangs(object, {"result"});
+  fault.result = fault.hangs ? VSS_S_ASYNC_PENDING : static_cast<HRESULT>(object.At("result").Result());
   return fault;
 }
 
@@ -80,7 +92,8 @@ WriterFault ReadWriterFault(const JsonObject& object, const HostModel& model) {
     writer.Fail("no writer is named \"" + writer.Utf8() + "\"");
   }
   fault.event = object.At("event").OneOf(kWriterEvents);
-  ReadFailure(object, fault);
+  fault.hangs = ReadHangs(object, {"failure", "applicationResult", "applicationMessage", "components"});
+  if (!fault.hangs) ReadFailure(object, fault);
   object.ReadList("components", fault.components, [&](const JsonNode& node) {
     const JsonObject entry(node, {"fullPath", "failure", "applicationResult", "applicationMessage"});
     ComponentFault component;
@@ -107,12 +120,12 @@ DeletionFault ReadDeletionFault(const JsonObject& object, const HostModel& model
 
 void ReadFault(const JsonNode& node, HostModel& model) {
   if (node.HasMember("call")) {
-    model.faults.calls.push_back(ReadCallFault(JsonObject(node, {"call", "occurrence", "result"})));
+    model.faults.calls.push_back(ReadCallFault(JsonObject(node, {"call", "occurrence", "result", "hangs"})));
   } else if (node.HasMember("async")) {
-    model.faults.asyncs.push_back(ReadAsyncFault(JsonObject(node, {"async", "occurrence", "result"})));
+    model.faults.asyncs.push_back(ReadAsyncFault(JsonObject(node, {"async", "occurrence", "result", "hangs"})));
   } else if (node.HasMember("writer")) {
-    const JsonObject object(node,
-                            {"writer", "event", "failure", "applicationResult", "applicationMessage", "components"});
+    const JsonObject object(
+        node, {"writer", "event", "failure", "applicationResult", "applicationMessage", "components", "hangs"});
     model.faults.writers.push_back(ReadWriterFault(object, model));
   } else if (node.HasMember("deleteShadowOf")) {
     model.faults.deletions.push_back(ReadDeletionFault(JsonObject(node, {"deleteShadowOf", "result"}), model));

@@ -102,11 +102,17 @@ GUID DerivedInstanceId(const Writer& writer, std::size_t index) {
   return id;
 }
 
+// A writer may ask for a shorter window between Freeze and Thaw than the service gives, not for a longer one.
+void ReadTimeout(const JsonNode& node, Writer& writer) {
+  writer.timeoutMilliseconds = node.Number(kFreezeLimitMilliseconds);
+  if (writer.timeoutMilliseconds == 0) node.Fail("a writer cannot freeze in no time");
+}
+
 Writer ReadInlineWriter(const JsonNode& node, std::size_t index) {
   const JsonObject object(
       node, {"name", "writerId", "instanceId", "instanceName", "usage", "source", "majorVersion", "minorVersion",
              "backupSchema", "restoreMethod", "service", "userProcedure", "writerRestore", "rebootRequired",
-             "excludeFiles", "excludeFilesFromSnapshot", "components"});
+             "excludeFiles", "excludeFilesFromSnapshot", "components", "timeoutMilliseconds"});
   Writer writer;
   writer.name = object.At("name").Text();
   writer.writerId = object.At("writerId").Guid();
@@ -119,6 +125,7 @@ Writer ReadInlineWriter(const JsonNode& node, std::size_t index) {
   object.ReadList("excludeFiles", writer.excludeFiles, ReadFileSpec);
   object.ReadList("excludeFilesFromSnapshot", writer.excludeFilesFromSnapshot, ReadFileSpec);
   object.ReadList("components", writer.components, ReadComponent);
+  if (const auto timeout = object.Find("timeoutMilliseconds")) ReadTimeout(*timeout, writer);
   return writer;
 }
 
@@ -145,8 +152,9 @@ Writer ReadDocument(const JsonNode& node, const std::filesystem::path& directory
 }
 
 Writer ReadDocumentedWriter(const JsonNode& node, const std::filesystem::path& directory) {
-  const JsonObject object(node, {"document", "components"});
+  const JsonObject object(node, {"document", "components", "timeoutMilliseconds"});
   Writer writer = ReadDocument(object.At("document"), directory);
+  if (const auto timeout = object.Find("timeoutMilliseconds")) ReadTimeout(*timeout, writer);
   if (const auto components = object.Find("components")) {
     for (const JsonNode& component : components->Elements()) ReadComponentOf(writer, component);
   }

@@ -72,6 +72,7 @@ std::string Win32Outcome(bool failed, DWORD error);
 /// Runs one COM-style call: forced result or body, then the log line.
 template <std::invocable Rendered, std::invocable Body>
 HRESULT Call(Machine& machine, std::string_view name, Rendered&& arguments, Body&& body) {
+  const Hangs::Passage passage = machine.faults.hangs().Pass(name);
   const auto lock = machine.Lock();
   const std::optional<DWORD> forced = machine.faults.OnCall(name);
   const HRESULT result = forced ? static_cast<HRESULT>(*forced) : body();
@@ -83,6 +84,7 @@ HRESULT Call(Machine& machine, std::string_view name, Rendered&& arguments, Body
 /// set `machine.lastError`.
 template <std::invocable Rendered, class Result, std::invocable Body>
 Result Win32Call(Machine& machine, std::string_view name, Rendered&& arguments, Result failure, Body&& body) {
+  const Hangs::Passage passage = machine.faults.hangs().Pass(name);
   const auto lock = machine.Lock();
   const std::optional<DWORD> forced = machine.faults.OnCall(name);
   if (forced) machine.lastError = *forced;
@@ -94,6 +96,7 @@ Result Win32Call(Machine& machine, std::string_view name, Rendered&& arguments, 
 /// Runs one Win32 call that answers its error code.
 template <class Code, std::invocable Rendered, std::invocable Body>
 Code CodeCall(Machine& machine, std::string_view name, Rendered&& arguments, Body&& body) {
+  const Hangs::Passage passage = machine.faults.hangs().Pass(name);
   const auto lock = machine.Lock();
   const std::optional<DWORD> forced = machine.faults.OnCall(name);
   const Code code = static_cast<Code>(forced ? *forced : body());

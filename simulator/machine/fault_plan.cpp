@@ -1,5 +1,6 @@
 #include "simulator/machine/fault_plan.h"
 
+#include <functional>
 #include <utility>
 
 namespace varnel::simulator {
@@ -24,6 +25,11 @@ bool Fits(const auto& fault, int occurrence) {
 
 void FaultPlan::Load(const Faults& faults) {
   faults_ = faults;
+  hangs_->Reset();
+  std::erase_if(faults_.calls, std::mem_fn(&CallFault::hangs));
+  for (const CallFault& fault : faults.calls) {
+    if (fault.hangs) hangs_->Plan(fault.call, fault.occurrence);
+  }
   callOccurrences_.clear();
   asyncOccurrences_.clear();
 }
@@ -45,6 +51,12 @@ void FaultPlan::FailAsync(std::string async, HRESULT result, int occurrence) {
   faults_.asyncs.push_back({std::move(async), absolute, result});
 }
 
+void FaultPlan::HangAsync(std::string async, int occurrence) {
+  FailAsync(std::move(async), VSS_S_ASYNC_PENDING, occurrence);
+  faults_.asyncs.back().hangs = true;
+  hangs_->Arm();
+}
+
 std::optional<DWORD> FaultPlan::OnCall(std::string_view call) {
   ++calls_;
   if (nth_ != 0 && (calls_ == nth_ || (nthPersistent_ && calls_ > nth_))) {
@@ -59,12 +71,12 @@ std::optional<DWORD> FaultPlan::OnCall(std::string_view call) {
   return std::nullopt;
 }
 
-std::optional<HRESULT> FaultPlan::OnAsync(std::string_view async) {
+const AsyncFault* FaultPlan::OnAsync(std::string_view async) {
   const int occurrence = CountOne(asyncOccurrences_, async);
   for (const AsyncFault& fault : faults_.asyncs) {
-    if (fault.async == async && Fits(fault, occurrence)) return fault.result;
+    if (fault.async == async && Fits(fault, occurrence)) return &fault;
   }
-  return std::nullopt;
+  return nullptr;
 }
 
 const WriterFault* FaultPlan::OnWriterEvent(std::wstring_view writer, WriterEvent event) const {

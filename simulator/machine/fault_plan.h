@@ -2,10 +2,12 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "simulator/machine/hangs.h"
 #include "simulator/machine/model.h"
 
 namespace varnel::simulator {
@@ -20,17 +22,26 @@ class FaultPlan {
   void FailNthCall(int n, DWORD result, bool persistent = false);
   void FailCall(std::string call, DWORD result, int occurrence = 1);
   void FailAsync(std::string async, HRESULT result, int occurrence = 1);
+  /// The call blocks its thread until the hangs are ended, and then does its work.
+  void HangCall(std::string call, int occurrence = 1) { hangs_->Plan(std::move(call), occurrence); }
+  /// The operation ends with its cancellation alone; an endless wait for it blocks its thread until then.
+  void HangAsync(std::string async, int occurrence = 1);
   void FailWriter(WriterFault fault) { faults_.writers.push_back(std::move(fault)); }
   void FailDeletion(DeletionFault fault) { faults_.deletions.push_back(std::move(fault)); }
 
   /// Counts one call; its forced result, if any.
   std::optional<DWORD> OnCall(std::string_view call);
-  /// Counts one asynchronous operation; its forced result, if any.
-  std::optional<HRESULT> OnAsync(std::string_view async);
+  /// Counts one asynchronous operation; its fault, null when it does well.
+  const AsyncFault* OnAsync(std::string_view async);
   /// The fault of a writer at an event, null when it does well.
   const WriterFault* OnWriterEvent(std::wstring_view writer, WriterEvent event) const;
   /// Why a shadow copy of the disk with this serial number is not deleted; nothing when it is.
   std::optional<HRESULT> OnDeletion(std::wstring_view originalSerial) const;
+
+  Hangs& hangs() { return *hangs_; }
+  /// Lets every thread go on that hangs in a call or waits for an operation that does. What hangs later does not block
+  /// either, until another hang is planned.
+  void EndHangs() { hangs_->End(); }
 
   /// Calls of any kind so far.
   int callCount() const { return calls_; }
@@ -41,7 +52,8 @@ class FaultPlan {
  private:
   using Occurrences = std::map<std::string, int, std::less<>>;
 
-  Faults faults_;
+  Faults faults_;                                             // without the calls that hang
+  std::shared_ptr<Hangs> hangs_ = std::make_shared<Hangs>();  // copies of a plan share it
   Occurrences callOccurrences_;
   Occurrences asyncOccurrences_;
   int calls_ = 0;

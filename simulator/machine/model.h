@@ -13,6 +13,9 @@
 
 namespace varnel::simulator {
 
+/// The longest that the service keeps a writer frozen.
+inline constexpr DWORD kFreezeLimitMilliseconds = 60000;
+
 struct FileSpec {
   std::wstring path;
   std::wstring filespec;
@@ -68,6 +71,7 @@ struct Writer {
   DWORD majorVersion = 0;
   DWORD minorVersion = 0;
   DWORD backupSchema = 0;
+  DWORD timeoutMilliseconds = kFreezeLimitMilliseconds;  // it stays frozen no longer
   std::optional<RestoreMethod> restoreMethod;
   std::vector<FileSpec> excludeFiles;
   std::vector<FileSpec> excludeFilesFromSnapshot;
@@ -107,6 +111,7 @@ struct Provider {
   std::optional<LONG> supports{};
   std::vector<std::wstring> unsupportedVolumes{};  // unique names of volumes that it does not copy
   std::optional<ProviderStep> veto{};              // the step that it refuses
+  bool hangs = false;  // its commit does not come to an end
 };
 
 struct OperatingSystem {
@@ -149,6 +154,7 @@ struct CallFault {
   std::string call;    // "Interface::Method" or the Win32 function's name
   int occurrence = 1;  // counted from 1; 0 = every one
   DWORD result = 0;    // an HRESULT, or a Win32 code for a Win32 function
+  bool hangs = false;  // has no result: the call blocks until the hangs are ended
 };
 
 /// An asynchronous operation that ends with this result, named by the method that started it ("DoSnapshotSet").
@@ -156,6 +162,7 @@ struct AsyncFault {
   std::string async;
   int occurrence = 1;
   HRESULT result = 0;
+  bool hangs = false;  // with VSS_S_ASYNC_PENDING: an endless wait for it blocks
 };
 
 enum class WriterEvent {
@@ -178,7 +185,7 @@ struct ComponentFault {
   std::wstring applicationMessage;
 };
 
-/// A writer that fails at one event.
+/// A writer that fails at one event. One that hangs there fails when the service gives it up, with the service's code.
 struct WriterFault {
   std::wstring writer;  // its name
   WriterEvent event = WriterEvent::freeze;
@@ -187,6 +194,7 @@ struct WriterFault {
   std::wstring applicationMessage;
   std::vector<ComponentFault> components;
   std::optional<VSS_WRITER_STATE> state = {};  // reported in place of the failed state of the event
+  bool hangs = false;
 };
 
 /// Shadow copies that their provider does not delete when DeleteSnapshots asks for it.
@@ -230,6 +238,8 @@ struct HostModel {
   /// How long each writer's freeze and the provider's commit take on the virtual clock, in milliseconds.
   DWORD freezeMilliseconds = 0;
   DWORD commitMilliseconds = 0;
+  /// After which the service gives up a writer that hangs in another event than Freeze.
+  DWORD eventLimitMilliseconds = 600000;
 };
 
 }  // namespace varnel::simulator

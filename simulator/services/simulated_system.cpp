@@ -86,19 +86,6 @@ bool HasEveryCondition(DWORD types, DWORDLONG conditions) {
   });
 }
 
-// A name that is not known stays as it stands; its second '%' may begin the next name.
-std::wstring Expand(const HostModel& model, std::wstring_view source) {
-  std::wstring text;
-  while (!source.empty()) {
-    const std::size_t end = source.front() == L'%' ? source.find(L'%', 1) : std::wstring_view::npos;
-    const std::optional<std::wstring> value =
-        end == std::wstring_view::npos ? std::nullopt : EnvironmentValue(model, source.substr(1, end - 1));
-    text += value ? *value : std::wstring(1, source.front());
-    source.remove_prefix(value ? end + 1 : 1);
-  }
-  return text;
-}
-
 class SimulatedSystem final : public OnMachine<SystemInformation> {
  public:
   using OnMachine::OnMachine;
@@ -123,7 +110,7 @@ class SimulatedSystem final : public OnMachine<SystemInformation> {
   DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR target, DWORD characters) override {
     return Win32Call(machine_, "ExpandEnvironmentStringsW", Shown(source), DWORD{0}, [&] {
       if (source == nullptr) return Fail(ERROR_INVALID_PARAMETER, DWORD{0});
-      const std::wstring text = Expand(model(), source);
+      const std::wstring text = ExpandVariables(model(), source);
       if (target != nullptr && characters >= text.size() + 1) CopyWithEnd(text, target);
       return static_cast<DWORD>(text.size() + 1);
     });
@@ -221,6 +208,18 @@ std::optional<std::wstring> EnvironmentValue(const HostModel& model, std::wstrin
   if (ascii::EqualIgnoringCase(name, L"SystemDrive")) return drive;
   if (ascii::EqualIgnoringCase(name, L"ProgramData")) return drive + L"\\ProgramData";
   return std::nullopt;
+}
+
+std::wstring ExpandVariables(const HostModel& model, std::wstring_view source) {
+  std::wstring text;
+  while (!source.empty()) {
+    const std::size_t end = source.front() == L'%' ? source.find(L'%', 1) : std::wstring_view::npos;
+    const std::optional<std::wstring> value =
+        end == std::wstring_view::npos ? std::nullopt : EnvironmentValue(model, source.substr(1, end - 1));
+    text += value ? *value : std::wstring(1, source.front());
+    source.remove_prefix(value ? end + 1 : 1);
+  }
+  return text;
 }
 
 std::unique_ptr<SystemInformation> MakeSystemInformation(Machine& machine) {

@@ -16,6 +16,10 @@ struct HostModel;
 /// A variable of the environment; nothing when there is none of that name.
 std::optional<std::wstring> EnvironmentValue(const HostModel& model, std::wstring_view name);
 
+/// Text with the variables in it replaced. A name that is not known stays as it stands; its second '%' may begin the
+/// next name.
+std::wstring ExpandVariables(const HostModel& model, std::wstring_view source);
+
 std::unique_ptr<SystemInformation> MakeSystemInformation(Machine& machine);
 std::unique_ptr<FileVersions> MakeFileVersions(Machine& machine);
 

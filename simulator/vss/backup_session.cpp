@@ -4,17 +4,21 @@
 #include <utility>
 
 #include "simulator/vss/snapshot_service.h"
+#include "simulator/vss/torn_databases.h"
 #include "text/unicode.h"
 
 namespace varnel::simulator {
 namespace {
 
-constexpr DWORD kFreezeLimitMilliseconds = 60000;
 constexpr DWORD kHoldLimitMilliseconds = 10000;
 
 // Whether a planned result means that the operation did not do its work.
 bool Prevents(const std::optional<HRESULT>& forced) {
   return forced && (FAILED(*forced) || *forced == VSS_S_ASYNC_CANCELLED || *forced == VSS_S_ASYNC_PENDING);
+}
+
+std::optional<HRESULT> ResultOf(const AsyncFault* fault) {
+  return fault == nullptr ? std::nullopt : std::optional(fault->result);
 }
 
 std::wstring_view TextOf(LPCWSTR text) {
@@ -32,10 +36,16 @@ BackupSession::~BackupSession() {
   service_.EndSession(id_);
 }
 
-// A snapshot set whose operation the caller cancelled before its time was up is undone.
+// What an operation did is undone when the caller cancelled it before its time was up.
 void BackupSession::NoticeCancellation() {
+  if (before_ && pending_ != nullptr && pending_->result == VSS_S_ASYNC_CANCELLED) {
+    stage_ = before_->stage;
+    gathered_ = before_->gathered;
+    before_.reset();
+  }
   if (snapshotOperation_ == nullptr || snapshotOperation_->result != VSS_S_ASYNC_CANCELLED) return;
   if (!IsIn(Stage::snapshotting, Stage::snapshotDone)) return;
+  if (hungSince_) FailFrozenWriters(machine_->now - *hungSince_);
   service_.Withdraw(setId_);
   document_->content.transportableCopies.clear();
   EndSnapshot();
@@ -119,13 +129,18 @@ void BackupSession::HandOut(std::shared_ptr<AsyncOperation> operation, IVssAsync
   *async = MakeAsync(machine_, std::move(operation));
 }
 
-// Starts an operation that takes no time. `work` answers its result, and only runs when the fault plan lets it.
+// Starts an operation that takes no time but that of writers that hang. `work` answers its result, and only runs when
+// the fault plan lets it.
 template <class Work>
 HRESULT BackupSession::RunAsync(std::string_view name, IVssAsync** async, Work&& work) {
-  const std::optional<HRESULT> forced = machine_->faults.OnAsync(name);
+  const AsyncFault* fault = machine_->faults.OnAsync(name);
+  const std::optional<HRESULT> forced = ResultOf(fault);
   auto operation = std::make_shared<AsyncOperation>();
-  operation->endsAt = machine_->now;
+  operation->hangs = fault != nullptr && fault->hangs;
+  before_ = Before{stage_, gathered_};
+  hungMilliseconds_ = 0;
   operation->result = Prevents(forced) ? *forced : work();
+  operation->endsAt = machine_->now + hungMilliseconds_;
   if (forced && SUCCEEDED(operation->result)) operation->result = *forced;
   HandOut(std::move(operation), async);
   return S_OK;
@@ -137,7 +152,7 @@ HRESULT BackupSession::GatherWriterMetadata(IVssAsync** async) {
   gatherStarted_ = true;
   contextFixed_ = true;
   return RunAsync("GatherWriterMetadata", async, [&] {
-    writers_.Identify();
+    hungMilliseconds_ += writers_.Identify();
     gathered_ = true;
     return VSS_S_ASYNC_FINISHED;
   });
@@ -274,27 +289,51 @@ HRESULT BackupSession::AddToSnapshotSet(const wchar_t* volume, const GUID& provi
 // In component mode only writers with added components are told of what follows PrepareBackup.
 void BackupSession::ChooseParticipants() {
   for (GatheredWriter& writer : writers_.writers()) {
-    writer.takesPart = !document_->content.selectComponents ||
-                       FindDocumentWriter(writer.data->instanceId, writer.data->writerId) != nullptr;
+    writer.takesPart =
+        !SelectsComponents() || FindDocumentWriter(writer.data->instanceId, writer.data->writerId) != nullptr;
   }
 }
 
-void BackupSession::RaiseAt(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached,
-                            VSS_WRITER_STATE failed) {
-  if (const WriterFault* fault = writers_.Raise(writer, event, reached, failed)) {
-    RecordComponentFailures(writer, *fault);
-    if (event == WriterEvent::freeze || event == WriterEvent::thaw) writers_.Abort(writer);
+// How long the writer hung in it.
+ULONGLONG BackupSession::RaiseAt(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached,
+                                 VSS_WRITER_STATE failed) {
+  const std::optional<WriterFault> torn = JudgeDatabases(writer, event);
+  const WriterFault* fault = writers_.Raise(writer, event, reached, failed, torn ? &*torn : nullptr);
+  if (fault == nullptr) return 0;
+  RecordComponentFailures(writer, *fault);
+  const bool isTorn = torn && fault == &*torn;
+  if (event == WriterEvent::freeze || event == WriterEvent::thaw || (isTorn && !SelectsComponents())) {
+    writers_.Abort(writer);
   }
+  return fault->hangs ? writers_.HangLimit(*writer.data, event) : 0;
 }
 
+// What the writer itself finds wrong with the set.
+std::optional<WriterFault> BackupSession::JudgeDatabases(const GatheredWriter& writer, WriterEvent event) {
+  if (event == WriterEvent::prepareSnapshot && !SelectsComponents()) {
+    return JudgeDatabasesOfVolumes(*machine_, *writer.data, setVolumes_);
+  }
+  const bool judges = event == WriterEvent::postSnapshot && SelectsComponents();
+  const DocumentWriter* entry = judges ? FindDocumentWriter(writer.data->instanceId, writer.data->writerId) : nullptr;
+  if (entry == nullptr) return std::nullopt;
+  return JudgeSelectedDatabases(*machine_, *writer.data, entry->components, setVolumes_);
+}
+
+// Writers are told at the same time: an event lasts as long as the one that hangs longest.
 void BackupSession::RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed) {
-  for (GatheredWriter& writer : writers_.writers()) RaiseAt(writer, event, reached, failed);
+  ULONGLONG longest = 0;
+  for (GatheredWriter& writer : writers_.writers()) {
+    longest = std::max(longest, RaiseAt(writer, event, reached, failed));
+  }
+  hungMilliseconds_ += longest;
 }
 
 void BackupSession::RaiseAtParticipants(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed) {
+  ULONGLONG longest = 0;
   for (GatheredWriter& writer : writers_.writers()) {
-    if (writer.takesPart) RaiseAt(writer, event, reached, failed);
+    if (writer.takesPart) longest = std::max(longest, RaiseAt(writer, event, reached, failed));
   }
+  hungMilliseconds_ += longest;
 }
 
 // The place of a writer in the document. That of an earlier backup may have another instance of it, which is not here
@@ -392,13 +431,20 @@ DWORD BackupSession::SnapshotMilliseconds() const {
 
 // The window from Freeze to Thaw holds the writers' own freezing and the commit, which is cut off at its limit.
 void BackupSession::FreezeWriters() {
-  RaiseAtParticipants(WriterEvent::freeze, VSS_WS_WAITING_FOR_THAW, VSS_WS_FAILED_AT_FREEZE);
   const HostModel& model = machine_->model();
-  const ULONGLONG window =
-      ULONGLONG{model.freezeMilliseconds} + std::min(model.commitMilliseconds, kHoldLimitMilliseconds);
-  if (window <= kFreezeLimitMilliseconds) return;
+  const ULONGLONG before = hungMilliseconds_;
+  RaiseAtParticipants(WriterEvent::freeze, VSS_WS_WAITING_FOR_THAW, VSS_WS_FAILED_AT_FREEZE);
+  const ULONGLONG hung = hungMilliseconds_ - before;
+  FailFrozenWriters(std::max<ULONGLONG>(model.freezeMilliseconds, hung) +
+                    std::min(model.commitMilliseconds, kHoldLimitMilliseconds));
+  // The others freeze meanwhile, which SnapshotMilliseconds counts.
+  hungMilliseconds_ = before + hung - std::min<ULONGLONG>(hung, model.freezeMilliseconds);
+}
+
+void BackupSession::FailFrozenWriters(ULONGLONG milliseconds) {
   for (GatheredWriter& writer : writers_.writers()) {
     if (!writer.takesPart || writer.status.HasFailed()) continue;
+    if (milliseconds <= writer.data->timeoutMilliseconds) continue;
     writers_.Fail(writer, VSS_WS_FAILED_AT_FREEZE, VSS_E_WRITERERROR_TIMEOUT);
     writers_.Abort(writer);
   }
@@ -417,6 +463,7 @@ void BackupSession::SaveTransportableCopies() {
 }
 
 HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
+  setVolumes_ = service_.VolumesOfOpenSet(id_);
   RaiseAtParticipants(WriterEvent::prepareSnapshot, VSS_WS_WAITING_FOR_FREEZE, VSS_WS_FAILED_AT_PREPARE_SNAPSHOT);
   if (const HRESULT result = service_.AskProviders(id_, ProviderStep::endPrepare); FAILED(result)) {
     EndSnapshot();
@@ -424,6 +471,7 @@ HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
   }
   FreezeWriters();
   if (forced == VSS_S_ASYNC_PENDING) return *forced;
+  if (!Prevents(forced) && service_.HasHangingProvider(id_)) return HangInCommit();
   HRESULT result = Prevents(forced) ? *forced : S_OK;
   if (result == S_OK && machine_->model().commitMilliseconds > kHoldLimitMilliseconds) {
     result = VSS_E_HOLD_WRITES_TIMEOUT;
@@ -441,14 +489,25 @@ HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
   return forced.value_or(VSS_S_ASYNC_FINISHED);
 }
 
+// The writers stay frozen until the caller gives up.
+HRESULT BackupSession::HangInCommit() {
+  snapshotOperation_->hangs = true;
+  hungSince_ = machine_->now;
+  return VSS_S_ASYNC_PENDING;
+}
+
 HRESULT BackupSession::DoSnapshotSet(IVssAsync** async) {
   if (async == nullptr) return E_INVALIDARG;
   if (!MayDoSnapshotSet()) return VSS_E_BAD_STATE;
   stage_ = Stage::snapshotting;
   ++document_->phase;
   snapshotOperation_ = std::make_shared<AsyncOperation>();
-  snapshotOperation_->endsAt = machine_->now + SnapshotMilliseconds();
-  snapshotOperation_->result = TakeSnapshots(machine_->faults.OnAsync("DoSnapshotSet"));
+  const AsyncFault* fault = machine_->faults.OnAsync("DoSnapshotSet");
+  if (fault != nullptr && fault->hangs) HangInCommit();
+  before_.reset();
+  hungMilliseconds_ = 0;
+  snapshotOperation_->result = TakeSnapshots(ResultOf(fault));
+  snapshotOperation_->endsAt = machine_->now + SnapshotMilliseconds() + hungMilliseconds_;
   HandOut(snapshotOperation_, async);
   return S_OK;
 }

@@ -122,11 +122,17 @@ class BackupSession {
     complete,
   };
 
+  struct Before {
+    Stage stage;
+    bool gathered;
+  };
+
   // The components of one writer in the document, by key.
   using AddedComponents = std::unordered_map<std::wstring, std::size_t>;
 
   bool IsIn(Stage first, Stage last) const { return stage_ >= first && stage_ <= last; }
   bool IsBackupIn(Stage first, Stage last) const { return restore_ == Restore::none && IsIn(first, last); }
+  bool SelectsComponents() const { return document_->content.selectComponents; }
   bool IsIdle();
   bool HasDocument();
   bool MaySelectWriters();
@@ -146,14 +152,17 @@ class BackupSession {
   void ChooseParticipants();
   void RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
   void RaiseAtParticipants(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
-  void RaiseAt(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
   void RaiseAtRestorers(WriterEvent event, VSS_WRITER_STATE failed);
   void LetWritersLeave(std::optional<std::wstring> WriterComponent::*what,
                        std::optional<std::wstring> DocumentComponent::*where);
+  ULONGLONG RaiseAt(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
+  std::optional<WriterFault> JudgeDatabases(const GatheredWriter& writer, WriterEvent event);
   void RecordComponentFailures(const GatheredWriter& writer, const WriterFault& fault);
   bool MayDoSnapshotSet();
   DWORD SnapshotMilliseconds() const;
   void FreezeWriters();
+  void FailFrozenWriters(ULONGLONG milliseconds);
+  HRESULT HangInCommit();
   HRESULT TakeSnapshots(const std::optional<HRESULT>& forced);
   void EndSnapshot();
   void SaveTransportableCopies();
@@ -172,8 +181,12 @@ class BackupSession {
   bool metadataFreed_ = false;
   LONG context_ = VSS_CTX_BACKUP;
   GUID setId_{};
+  std::vector<std::wstring> setVolumes_;  // of the set that is being taken
   std::shared_ptr<AsyncOperation> pending_;
   std::shared_ptr<AsyncOperation> snapshotOperation_;
+  std::optional<Before> before_;          // the pending operation, unless that takes the snapshot
+  ULONGLONG hungMilliseconds_ = 0;        // how long writers kept the operation that was started last
+  std::optional<ULONGLONG> hungSince_{};  // when the commit began that does not end
   WriterSession writers_;
   std::optional<std::vector<ReportedWriter>> reported_;
   std::shared_ptr<SharedDocument> document_ = std::make_shared<SharedDocument>();

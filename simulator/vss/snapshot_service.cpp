@@ -175,6 +175,21 @@ HRESULT SnapshotService::AskProviders(const GUID& session, ProviderStep step) {
   return std::any_of(set->copies.begin(), set->copies.end(), refuses) ? VSS_E_PROVIDER_VETO : S_OK;
 }
 
+std::vector<std::wstring> SnapshotService::VolumesOfOpenSet(const GUID& session) const {
+  std::vector<std::wstring> volumes;
+  if (!HasVolumes(session)) return volumes;
+  for (const PlannedCopy& copy : openSet_->copies) volumes.push_back(copy.volume);
+  return volumes;
+}
+
+bool SnapshotService::HasHangingProvider(const GUID& session) const {
+  if (!HasVolumes(session)) return false;
+  return std::any_of(openSet_->copies.begin(), openSet_->copies.end(), [&](const PlannedCopy& copy) {
+    const Provider* provider = FindProvider(copy.provider.id);
+    return provider != nullptr && provider->hangs;
+  });
+}
+
 HRESULT SnapshotService::CommitSet(const GUID& session) {
   if (const HRESULT result = AskProviders(session, ProviderStep::commit); FAILED(result)) return result;
   const OpenSet set = std::move(*openSet_);

@@ -68,6 +68,9 @@ class SnapshotService {
   bool HasVolumes(const GUID& session) const;
   /// Whether the providers of the session's open set go along with a step: VSS_E_PROVIDER_VETO when one refuses it.
   HRESULT AskProviders(const GUID& session, ProviderStep step);
+  /// The unique names of the volumes in the session's open set.
+  std::vector<std::wstring> VolumesOfOpenSet(const GUID& session) const;
+  bool HasHangingProvider(const GUID& session) const;
   /// Makes the copies of the session's open set, all or none, and closes the set in both cases.
   HRESULT CommitSet(const GUID& session);
   /// Closes the session's open set, if it has one.

@@ -15,7 +15,7 @@ class Async final : public ComObject<IVssAsync> {
       : ComObject(std::move(machine), "IVssAsync", kAsyncInterfaces), operation_(std::move(operation)) {}
 
   HRESULT STDMETHODCALLTYPE Cancel() override {
-    return Call("IVssAsync::Cancel", NoArguments, [&] {
+    const HRESULT result = Call("IVssAsync::Cancel", NoArguments, [&] {
       const bool running = operation_->IsRunning(machine().now);
       if (running) {
         operation_->result = VSS_S_ASYNC_CANCELLED;
@@ -24,9 +24,14 @@ class Async final : public ComObject<IVssAsync> {
       operation_->settled = true;
       return running ? S_OK : operation_->result;
     });
+    // Who waited goes on when the call is over.
+    if (operation_->result == VSS_S_ASYNC_CANCELLED) machine().faults.hangs().Clear(operation_->hangs);
+    return result;
   }
 
+  // An endless wait for an operation that hangs blocks before the call begins: other calls go on meanwhile.
   HRESULT STDMETHODCALLTYPE Wait(DWORD milliseconds) override {
+    if (milliseconds == INFINITE) machine().faults.hangs().WaitWhile(operation_->hangs);
     return Call(
         "IVssAsync::Wait",
         [&] { return milliseconds == INFINITE ? std::string("INFINITE") : std::to_string(milliseconds); },
@@ -55,7 +60,7 @@ class Async final : public ComObject<IVssAsync> {
  private:
   ~Async() override { operation_->settled = true; }
 
-  // An operation that never ends lets an endless wait return at once.
+  // An operation that never ends lets an endless wait return at once when it does not hang, or not any more.
   void PassTime(DWORD milliseconds) {
     ULONGLONG& now = machine().now;
     if (operation_->result == VSS_S_ASYNC_PENDING) {

@@ -1,6 +1,7 @@
 // Asynchronous operations of the service.
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "simulator/machine/machine.h"
@@ -10,9 +11,10 @@ namespace varnel::simulator {
 /// An operation, shared by the object that started it and the IVssAsync that was handed out. Its work is done when it
 /// starts; until `endsAt` on the virtual clock it only looks unfinished.
 struct AsyncOperation {
-  HRESULT result = 0;    // VSS_S_ASYNC_PENDING: it never ends by itself
-  ULONGLONG endsAt = 0;  // Machine::now
-  bool settled = false;  // the caller has seen its end, cancelled it or let go of it
+  HRESULT result = 0;               // VSS_S_ASYNC_PENDING: it never ends by itself
+  ULONGLONG endsAt = 0;             // Machine::now
+  bool settled = false;             // the caller has seen its end, cancelled it or let go of it
+  std::atomic<bool> hangs = false;  // with VSS_S_ASYNC_PENDING: until it is cancelled
 
   bool IsRunning(ULONGLONG now) const { return result == VSS_S_ASYNC_PENDING || now < endsAt; }
 };

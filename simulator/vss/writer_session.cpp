@@ -17,6 +17,12 @@ bool Contains(const std::vector<GUID>& ids, const GUID& id) {
   return std::find(ids.begin(), ids.end(), id) != ids.end();
 }
 
+// The service's own code where the writer does not come to one.
+HRESULT FailureOf(const WriterFault& fault) {
+  if (!fault.hangs) return fault.failure;
+  return fault.event == WriterEvent::freeze ? VSS_E_WRITERERROR_TIMEOUT : VSS_E_WRITER_NOT_RESPONDING;
+}
+
 std::wstring FullPath(std::wstring_view logicalPath, std::wstring_view name) {
   std::wstring path(logicalPath);
   if (!path.empty()) path += L'\\';
@@ -85,17 +91,26 @@ bool WriterSession::IsAllowed(const Writer& writer) const {
   return !Contains(disabledClasses_, writer.writerId) && !Contains(disabledInstances_, writer.instanceId);
 }
 
-void WriterSession::Identify() {
+ULONGLONG WriterSession::Identify() {
   writers_.clear();
+  ULONGLONG longest = 0;
   for (const Writer& writer : machine_.model().writers) {
     if (!IsAllowed(writer)) continue;
     const WriterFault* fault = machine_.faults.OnWriterEvent(writer.name, WriterEvent::identify);
     machine_.snapshots->raisedEvents.push_back(
-        {writer.name, WriterEvent::identify, fault == nullptr ? S_OK : fault->failure});
-    if (fault != nullptr) continue;
+        {writer.name, WriterEvent::identify, fault == nullptr ? S_OK : FailureOf(*fault)});
+    if (fault != nullptr) {
+      if (fault->hangs) longest = HangLimit(writer, WriterEvent::identify);
+      continue;
+    }
     // A copy, once per gathering: objects that were handed out outlive changes to the model.
     writers_.push_back({std::make_shared<const Writer>(writer), {}, false, nullptr});
   }
+  return longest;
+}
+
+ULONGLONG WriterSession::HangLimit(const Writer& writer, WriterEvent event) const {
+  return event == WriterEvent::freeze ? writer.timeoutMilliseconds : machine_.model().eventLimitMilliseconds;
 }
 
 GatheredWriter* WriterSession::Find(const GUID& instanceId, const GUID& writerId) {
@@ -111,15 +126,16 @@ const ComponentIndex& WriterSession::IndexOf(GatheredWriter& writer) const {
 }
 
 const WriterFault* WriterSession::Raise(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached,
-                                        VSS_WRITER_STATE failed) {
+                                        VSS_WRITER_STATE failed, const WriterFault* own) {
   if (writer.status.HasFailed()) return nullptr;
-  const WriterFault* fault = machine_.faults.OnWriterEvent(writer.data->name, event);
-  machine_.snapshots->raisedEvents.push_back({writer.data->name, event, fault == nullptr ? S_OK : fault->failure});
+  const WriterFault* planned = machine_.faults.OnWriterEvent(writer.data->name, event);
+  const WriterFault* fault = planned != nullptr ? planned : own;
+  machine_.snapshots->raisedEvents.push_back({writer.data->name, event, fault == nullptr ? S_OK : FailureOf(*fault)});
   if (fault == nullptr) {
     writer.status.state = reached;
     return nullptr;
   }
-  Fail(writer, fault->state.value_or(failed), fault->failure);
+  Fail(writer, fault->state.value_or(failed), FailureOf(*fault));
   writer.status.applicationResult = fault->applicationResult;
   if (!fault->applicationMessage.empty()) writer.status.applicationMessage = fault->applicationMessage;
   return fault;

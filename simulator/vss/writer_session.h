@@ -61,17 +61,19 @@ class WriterSession {
   void DisableClasses(const std::vector<GUID>& classes);
   void DisableInstances(const std::vector<GUID>& instances);
 
-  /// Raises Identify: the writers that are allowed and do not fail make up the session.
-  void Identify();
+  /// Raises Identify: the writers that are allowed and do not fail make up the session. How long one of them hung.
+  ULONGLONG Identify();
   std::vector<GatheredWriter>& writers() { return writers_; }
   const std::vector<GatheredWriter>& writers() const { return writers_; }
   GatheredWriter* Find(const GUID& instanceId, const GUID& writerId);
   const ComponentIndex& IndexOf(GatheredWriter& writer) const;
 
   /// Raises an event at a writer that has not failed: it comes to `reached`, or to `failed` with its fault's result.
-  /// The fault, null when it did well.
-  const WriterFault* Raise(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached,
-                           VSS_WRITER_STATE failed);
+  /// A planned fault counts before the writer's `own`, which may be null. The fault, null when it did well.
+  const WriterFault* Raise(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed,
+                           const WriterFault* own = nullptr);
+  /// After how many milliseconds the service gives up a writer that hangs in this event.
+  ULONGLONG HangLimit(const Writer& writer, WriterEvent event) const;
   /// A failure that the service finds at a writer that has not failed.
   void Fail(GatheredWriter& writer, VSS_WRITER_STATE failed, HRESULT failure);
   /// Raises Abort at the writers that take part; those that have not failed become stable.

@@ -296,7 +296,7 @@ TEST_F(SampleSweepTest, EveryCallOfAPlainRequestMayFail) {
 TEST_F(SampleSweepTest, EveryCallThatCompletesARequestWithATornDatabaseMayFail) {
   SweepFailingSample<SqlReq>({.file = "sql-server-torn.json",
                               .disks = {L"TSL0001", L"TSL0002", L"TSL0003"},
-                              .status = VarnelException::WriterFailure},
+                              .status = VarnelException::ExtraVolumes},
                              Calls::fromCompletionInTurn);
 }
 

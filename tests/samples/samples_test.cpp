@@ -88,29 +88,45 @@ TEST_F(SqlServerSample, AWriterCodeLimitsTheSetToTheDatabasesOfTheArray) {
 
 // ---- sql-server-torn.json ----
 
-TEST_F(SqlServerSample, ATornDatabaseIsLeftOutAndItsWriterFailsAfterTheSnapshot) {
+constexpr char kTornAlerts[] =
+    "status=ExtarVolumesInVolColl, VolumesInvolvedInSnapshot =2 , ExtraVolumes =1, rc=ConfigWarning, "
+    "ca=CheckVolumeCollection, ca=CheckHostsVolumes/Connections;\n"
+    "Extra volumes in volume collection are:TSL0002:\n";
+
+TEST_F(SqlServerSample, ATornDatabaseIsLeftOutAndItsDiskIsExtra) {
   const auto run = Run<SqlReq>("sql-server-torn.json", {.disks = {L"TSL0001", L"TSL0002", L"TSL0003"}});
 
   ExpectPresence(run);
-  const std::wstring message =
-      L"SqlServerWriter has failed during post snapshot event. The set does not hold every volume that the writer "
-      L"needs.\r\n";
-  const std::wstring application =
-      L" Application error code: 0x0, Application error message: Database orders is torn: "
-      L"G:\\MSSQL\\Log\\orders_log.ldf is on no volume of the set \n";
+  EXPECT_EQ(run.outcome, Outcome::Exception(701, L"Extra volumes found in the volume collection. ",
+                                            {L"Extra volumes in the volume collection : TSL0002"}));
+  EXPECT_EQ(run.alerts(), kTornAlerts);
+  EXPECT_EQ(run.completion, Outcome::Returned()) << "no writer has failed";
+  EXPECT_THAT(Reported(), ElementsAre("SQL01\\sales false"));
+  ExpectNothingLeft(run);
+}
+
+TEST_F(SqlServerSample, AWriterThatFailsAfterTheSnapshotFailsTheRequest) {
+  Load("sql-server-torn.json");
+  host().model().vssMessages = {{static_cast<DWORD>(VSS_E_WRITERERROR_INCONSISTENTSNAPSHOT), L"Not whole.\r\n"}};
+  host().faults().FailWriter({L"SqlServerWriter",
+                              WriterEvent::postSnapshot,
+                              VSS_E_WRITERERROR_INCONSISTENTSNAPSHOT,
+                              S_OK,
+                              L"the log cannot be read",
+                              {}});
+  const AgentRun<SqlReq> run({.disks = {L"TSL0001", L"TSL0002", L"TSL0003"}});
+
+  const std::wstring message = L"SqlServerWriter has failed during post snapshot event. Not whole.\r\n";
   EXPECT_EQ(run.outcome,
             Outcome::Exception(600, message,
-                               {message + application + L"Failed application components: [\\SQL01\\sales] \n"}));
-  EXPECT_EQ(run.alerts().substr(0, run.alerts().find("RequestStatus=", 1)),
-            "status=ExtarVolumesInVolColl, VolumesInvolvedInSnapshot =2 , ExtraVolumes =1, rc=ConfigWarning, "
-            "ca=CheckVolumeCollection, ca=CheckHostsVolumes/Connections;\n"
-            "Extra volumes in volume collection are:TSL0002:\n");
+                               {message + L" Application error code: 0x0, Application error message: the log cannot "
+                                          L"be read \nFailed application components: [\\SQL01\\sales] \n"}));
+  EXPECT_THAT(run.alerts(), testing::StartsWith(kTornAlerts));
   EXPECT_THAT(run.alerts(),
               HasSubstr("RequestStatus=WriterFailure, WriterName=SqlServerWriter, "
                         "WriterError=VSS_E_WRITERERROR_INCONSISTENTSNAPSHOT, "
-                        "WriterStatus=VSS_WS_FAILED_AT_POST_SNAPSHOT, ApplicationError=0x0, ApplicationMsg=Database "
-                        "orders is torn: G:\\MSSQL\\Log\\orders_log.ldf is on no volume of the set, "
-                        "rc=VssWriterStatusError, ca=CheckWriterState;\n"));
+                        "WriterStatus=VSS_WS_FAILED_AT_POST_SNAPSHOT, ApplicationError=0x0, ApplicationMsg=the log "
+                        "cannot be read, rc=VssWriterStatusError, ca=CheckWriterState;\n"));
   EXPECT_EQ(run.completion.alertCode, 600) << "the writer still has failed";
   EXPECT_THAT(Reported(), ElementsAre("SQL01\\sales false"));
   ExpectNothingLeft(run);

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <thread>
 
 #include "simulator/host_file/documents.h"
 #include "simulator/simulated_host.h"
@@ -91,8 +92,9 @@ const char kFullHost[] = R"json({
                "volumes": [ { "name": "\\\\?\\Volume{00000004-0000-0000-0000-000000000000}\\",
                               "mountPoints": ["E:\\", "C:\\mnt\\"], "csv": true, "label": "data" } ] } ],
   "providers": [ { "id": "{374579AD-285c-49b9-ab8a-950e0e252de2}", "name": "P", "type": "hardware", "version": "1.0",
-                   "supports": [ "transportable", "plex" ], "unsupportedVolumes": [ "c:\\MNT\\" ], "veto": "endPrepare" } ],
-  "writers": [ { "name": "W", "writerId": "{00000000-0000-0000-0000-000000000001}", "instanceName": "I",
+                   "supports": [ "transportable", "plex" ], "unsupportedVolumes": [ "c:\\MNT\\" ], "veto": "endPrepare",
+                   "hangs": true } ],
+  "writers": [ { "name": "W", "timeoutMilliseconds": 20000, "writerId": "{00000000-0000-0000-0000-000000000001}", "instanceName": "I",
                  "usage": "systemService", "source": "nonTransactedDb", "majorVersion": 1, "minorVersion": 2,
                  "backupSchema": 3, "restoreMethod": "restoreStopStart", "service": "s", "userProcedure": "u",
                  "writerRestore": "ifReplaceFails", "rebootRequired": true,
@@ -118,8 +120,12 @@ const char kFullHost[] = R"json({
               { "writer": "W", "event": "postSnapshot", "failure": "VSS_E_WRITERERROR_PARTIAL_FAILURE",
                 "applicationResult": "0x1", "applicationMessage": "log full",
                 "components": [ { "fullPath": "\\c", "failure": "VSS_E_WRITERERROR_RETRYABLE" } ] },
-              { "deleteShadowOf": "TSL0001", "result": "VSS_E_PROVIDER_VETO" } ],
-  "timing": { "freezeMilliseconds": 100, "commitMilliseconds": 200 }
+              { "deleteShadowOf": "TSL0001", "result": "VSS_E_PROVIDER_VETO" },
+              { "call": "CloseHandle", "hangs": true },
+              { "async": "PrepareForBackup", "hangs": true },
+              { "writer": "W", "event": "freeze", "hangs": true },
+              { "writer": "W", "event": "thaw", "hangs": false, "failure": "VSS_E_WRITERERROR_TIMEOUT" } ],
+  "timing": { "freezeMilliseconds": 100, "commitMilliseconds": 200, "eventLimitMilliseconds": 300 }
 })json";
 
 TEST(HostFile, FillsTheMachinePartOfTheModel) {
@@ -153,6 +159,7 @@ TEST(HostFile, FillsTheMachinePartOfTheModel) {
   EXPECT_EQ(model.vssMessages->at(0x80042301), L"v");
   EXPECT_EQ(model.freezeMilliseconds, 100u);
   EXPECT_EQ(model.commitMilliseconds, 200u);
+  EXPECT_EQ(model.eventLimitMilliseconds, 300u);
 }
 
 TEST(HostFile, FillsTheServicePartOfTheModel) {
@@ -185,6 +192,34 @@ TEST(HostFile, FillsTheServicePartOfTheModel) {
   EXPECT_EQ(model.faults.writers[0].components.at(0).fullPath, L"\\c");
   EXPECT_EQ(model.faults.deletions.at(0).shadowOf, L"TSL0001");
   EXPECT_EQ(model.faults.deletions[0].result, VSS_E_PROVIDER_VETO);
+}
+
+TEST(HostFile, TellsWhatHangs) {
+  const HostModel model = ParseHostFile(kFullHost, "h", {});
+  EXPECT_TRUE(model.providers.at(0).hangs);
+  EXPECT_EQ(model.writers.at(0).timeoutMilliseconds, 20000u);
+  EXPECT_FALSE(model.faults.calls.at(0).hangs);
+  EXPECT_EQ(model.faults.calls.at(2).call, "CloseHandle");
+  EXPECT_TRUE(model.faults.calls[2].hangs);
+  EXPECT_TRUE(model.faults.asyncs.at(1).hangs);
+  EXPECT_EQ(model.faults.asyncs[1].result, VSS_S_ASYNC_PENDING);
+  EXPECT_TRUE(model.faults.writers.at(1).hangs);
+  EXPECT_FALSE(model.faults.writers.at(2).hangs);
+  EXPECT_EQ(model.faults.writers[2].failure, VSS_E_WRITERERROR_TIMEOUT);
+}
+
+TEST(HostFile, ACallThatItLetsHangHangs) {
+  SimulatedHost host(ParseHostFile(
+      R"({"disks": [], "faults": [{"call": "GetComputerNameW", "hangs": true, "occurrence": 2}]})", "h", {}));
+  std::array<wchar_t, 64> name{};
+  const auto ask = [&] {
+    auto characters = static_cast<DWORD>(name.size());
+    EXPECT_TRUE(host.system().GetComputerNameW(name.data(), &characters));
+  };
+  ask();
+  std::thread second(ask);
+  host.faults().EndHangs();
+  second.join();
 }
 
 TEST(HostFile, DerivesInstanceIdentifiersThatDifferAndStayTheSame) {
@@ -338,6 +373,20 @@ INSTANTIATE_TEST_SUITE_P(
                     "/faults/0/call: \"a b\" is no call (Interface::Method or a function's name)"},
         BadHostFile{"FaultWithABadResult", R"({"disks": [], "faults": [{"call": "A", "result": "VSS_E_NOPE"}]})",
                     "/faults/0/result: \"VSS_E_NOPE\" is no result name, \"0x\" number or decimal code"},
+        BadHostFile{"HangWithAResult", R"({"disks": [], "faults": [{"call": "A", "hangs": true, "result": 5}]})",
+                    "/faults/0/result: what hangs has no result"},
+        BadHostFile{"HangThatIsNone", R"({"disks": [], "faults": [{"async": "A", "hangs": false}]})",
+                    "/faults/0: missing key \"result\""},
+        BadHostFile{"HangOfAWord", R"({"disks": [], "faults": [{"async": "A", "hangs": "yes"}]})",
+                    "/faults/0/hangs: expected boolean, found string"},
+        BadHostFile{"WriterThatHangsWithAMessage",
+                    WithWriter("", R"(, "faults": [{"writer": "W", "event": "freeze", "hangs": true,
+                                                    "applicationMessage": "busy"}])"),
+                    "/faults/0/applicationMessage: what hangs has no result"},
+        BadHostFile{"WriterWithTooMuchTime", WithWriter(R"(, "timeoutMilliseconds": 60001)"),
+                    "/writers/0/timeoutMilliseconds: expected a whole number from 0 to 60000"},
+        BadHostFile{"WriterWithoutTime", WithWriter(R"(, "timeoutMilliseconds": 0)"),
+                    "/writers/0/timeoutMilliseconds: a writer cannot freeze in no time"},
         BadHostFile{"FaultOfAnUnknownWriter",
                     R"({"disks": [], "faults": [{"writer": "V", "event": "freeze", "failure": 5}]})",
                     "/faults/0/writer: no writer is named \"V\""},

@@ -102,9 +102,11 @@ TEST(FaultPlan, AsynchronousOperationsAndWritersFailByName) {
   FaultPlan plan;
   plan.FailAsync("DoSnapshotSet", VSS_E_HOLD_WRITES_TIMEOUT);
   plan.FailWriter({L"SqlServerWriter", WriterEvent::freeze, VSS_E_WRITERERROR_TIMEOUT, 0, L"", {}});
-  EXPECT_EQ(plan.OnAsync("PrepareForBackup"), std::nullopt);
-  EXPECT_EQ(plan.OnAsync("DoSnapshotSet"), VSS_E_HOLD_WRITES_TIMEOUT);
-  EXPECT_EQ(plan.OnAsync("DoSnapshotSet"), std::nullopt);
+  EXPECT_EQ(plan.OnAsync("PrepareForBackup"), nullptr);
+  const AsyncFault* fault = plan.OnAsync("DoSnapshotSet");
+  ASSERT_NE(fault, nullptr);
+  EXPECT_EQ(fault->result, VSS_E_HOLD_WRITES_TIMEOUT);
+  EXPECT_EQ(plan.OnAsync("DoSnapshotSet"), nullptr);
   ASSERT_NE(plan.OnWriterEvent(L"SqlServerWriter", WriterEvent::freeze), nullptr);
   EXPECT_EQ(plan.OnWriterEvent(L"SqlServerWriter", WriterEvent::freeze)->failure, VSS_E_WRITERERROR_TIMEOUT);
   EXPECT_EQ(plan.OnWriterEvent(L"SqlServerWriter", WriterEvent::thaw), nullptr);
