@@ -111,7 +111,7 @@ struct Provider {
   std::optional<LONG> supports{};
   std::vector<std::wstring> unsupportedVolumes{};  // unique names of volumes that it does not copy
   std::optional<ProviderStep> veto{};              // the step that it refuses
-  bool hangs = false;  // its commit does not come to an end
+  bool hangs = false;                              // its commit does not come to an end
 };
 
 struct OperatingSystem {
