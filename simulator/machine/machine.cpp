@@ -17,7 +17,7 @@ GUID RandomId() {
   std::random_device random;
   std::uint32_t words[4];
   for (std::uint32_t& word : words) word = static_cast<std::uint32_t>(random());
-  GUID id;
+  GUID id{};
   static_assert(sizeof id == sizeof words);
   std::memcpy(&id, words, sizeof id);
   id.Data3 = static_cast<WORD>((id.Data3 & 0x0FFF) | 0x4000);

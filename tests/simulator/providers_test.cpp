@@ -24,9 +24,9 @@ TEST_F(ShadowCopyService, TakesAProvidersWordForTheKindsOfCopiesThatItMakes) {
   constexpr LONG kDifferential = VSS_VOLSNAP_ATTR_DIFFERENTIAL;
   struct Case {
     simulator::Provider provider;
-    bool transportable;
-    bool differential;
-    bool plex;
+    bool transportable = false;
+    bool differential = false;
+    bool plex = false;
   };
   const Case cases[] = {
       {kHardwareProvider, true, true, true},
