@@ -4,6 +4,7 @@
 #include "simulator/host_file/read_disks.h"
 #include "simulator/host_file/read_faults.h"
 #include "simulator/host_file/read_writers.h"
+#include "simulator/host_file/text_file.h"
 #include "simulator/machine/result_names.h"
 #include "simulator/machine/version.h"
 #include "simulator/simulated_host.h"
@@ -230,9 +231,11 @@ HostModel ParseHostFile(std::string_view json, const std::string& name, const st
 HostModel LoadHostFile(const std::filesystem::path& path) {
   const std::u8string utf8 = path.u8string();
   const std::string name(utf8.begin(), utf8.end());
-  const std::optional<std::string> text = ReadWholeFile(path);
-  if (!text) throw ErrorOf(name, "", "cannot read the file");
-  return ParseHostFile(*text, name, path.parent_path());
+  try {
+    return ParseHostFile(ReadTextFile(path), name, path.parent_path());
+  } catch (const TextFileError& error) {
+    throw ErrorOf(name, "", std::string("cannot read the file: ") + error.what());
+  }
 }
 
 }  // namespace varnel::simulator

@@ -154,7 +154,7 @@ GUID JsonNode::Guid() const {
 DWORD JsonNode::Result() const {
   if (!IsText()) return Number();
   const std::optional<DWORD> result = ParseResult(Utf8());
-  if (!result) Refuse("is no result name, \"0x\" number or decimal code");
+  if (!result) Refuse("is no result name, \"0x\" number or decimal code" + DidYouMean(Utf8(), ResultNames()));
   return *result;
 }
 
@@ -188,7 +188,8 @@ void UniqueNames::Add(std::wstring_view name, const JsonNode& node) {
 
 JsonObject::JsonObject(JsonNode node, std::initializer_list<std::string_view> keys) : node_(std::move(node)) {
   for (const auto& [key, member] : node_.Members()) {
-    if (std::find(keys.begin(), keys.end(), key) == keys.end()) member.Fail("unknown key");
+    if (std::find(keys.begin(), keys.end(), key) != keys.end()) continue;
+    member.Fail("unknown key" + DidYouMean(key, std::vector<std::string_view>(keys)));
   }
 }
 

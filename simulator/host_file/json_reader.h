@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "platform/win32.h"
+#include "simulator/host_file/nearest_name.h"
 #include "simulator/host_file/words.h"
 #include "text/ascii_case.h"
 
@@ -59,8 +60,12 @@ class JsonNode {
   Value OneOf(const Word<Value> (&words)[n]) const {
     if (const std::optional<Value> value = ValueOf(words, Utf8())) return *value;
     std::string known;
-    for (const Word<Value>& word : words) known.append(known.empty() ? "" : ", ").append(word.text);
-    Refuse("is none of " + known);
+    std::vector<std::string_view> texts;
+    for (const Word<Value>& word : words) {
+      known.append(known.empty() ? "" : ", ").append(word.text);
+      texts.push_back(word.text);
+    }
+    Refuse("is none of " + known + DidYouMean(Utf8(), texts));
   }
   /// A result's name, "0x" number or decimal code.
   DWORD Result() const;

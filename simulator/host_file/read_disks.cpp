@@ -125,7 +125,11 @@ std::wstring ReadSerialOf(const std::vector<Disk>& disks, const JsonNode& node) 
 void ExpectDisk(const std::vector<Disk>& disks, std::wstring_view serial, const JsonNode& node) {
   const bool known = std::any_of(disks.begin(), disks.end(),
                                  [&](const Disk& disk) { return disk.reportsSerial && disk.serial == serial; });
-  if (!known) node.Fail("no disk has the serial \"" + WideToUtf8(serial) + "\"");
+  if (known) return;
+  const std::string name = WideToUtf8(serial);
+  std::vector<std::wstring> serials;
+  for (const Disk& disk : disks) serials.push_back(disk.serial);
+  node.Fail("no disk has the serial \"" + name + "\"" + DidYouMean(name, serials));
 }
 
 }  // namespace varnel::simulator

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "simulator/host_file/read_disks.h"
+#include "simulator/machine/call_names.h"
 
 namespace varnel::simulator {
 namespace {
@@ -20,16 +21,11 @@ constexpr Word<WriterEvent> kWriterEvents[] = {
     {"postRestore", WriterEvent::postRestore},
 };
 
-bool IsIdentifier(std::string_view text) {
-  const auto letter = [](char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_'; };
-  return !text.empty() && letter(text.front()) &&
-         std::all_of(text.begin(), text.end(), [&](char c) { return letter(c) || (c >= '0' && c <= '9'); });
-}
-
-bool IsCallName(std::string_view text) {
-  const std::size_t colons = text.find("::");
-  if (colons == std::string_view::npos) return IsIdentifier(text);
-  return IsIdentifier(text.substr(0, colons)) && IsIdentifier(text.substr(colons + 2));
+std::string ReadName(const JsonNode& node, std::span<const std::string_view> names, const char* what) {
+  if (std::find(names.begin(), names.end(), node.Utf8()) == names.end()) {
+    node.Refuse(what + DidYouMean(node.Utf8(), names));
+  }
+  return node.Utf8();
 }
 
 // Whether something hangs; then it comes to none of the results that the other keys tell.
@@ -44,9 +40,8 @@ bool ReadHangs(const JsonObject& object, std::initializer_list<const char*> resu
 
 CallFault ReadCallFault(const JsonObject& object) {
   CallFault fault;
-  const JsonNode call = object.At("call");
-  fault.call = call.Utf8();
-  if (!IsCallName(fault.call)) call.Refuse("is no call (Interface::Method or a function's name)");
+  fault.call =
+      ReadName(object.At("call"), CallNames(), "is no call that may fail (Interface::Method or a function's name)");
   object.Read("occurrence", fault.occurrence);
   fault.hangs = ReadHangs(object, {"result"});
   if (!fault.hangs) fault.result = object.At("result").Result();
@@ -55,9 +50,7 @@ CallFault ReadCallFault(const JsonObject& object) {
 
 AsyncFault ReadAsyncFault(const JsonObject& object) {
   AsyncFault fault;
-  const JsonNode async = object.At("async");
-  fault.async = async.Utf8();
-  if (!IsIdentifier(fault.async)) async.Refuse("is no method's name");
+  fault.async = ReadName(object.At("async"), AsyncNames(), "starts no asynchronous operation");
   object.Read("occurrence", fault.occurrence);
   fault.hangs = ReadHangs(object, {"result"});
   fault.result = fault.hangs ? VSS_S_ASYNC_PENDING : static_cast<HRESULT>(object.At("result").Result());
@@ -74,34 +67,40 @@ void ReadFailure(const JsonObject& object, Fault& fault) {
   object.Read("applicationMessage", fault.applicationMessage);
 }
 
+std::wstring ReadWriterName(const JsonNode& node, const HostModel& model) {
+  std::wstring name = node.Text();
+  std::vector<std::wstring> names;
+  for (const Writer& writer : model.writers) names.push_back(writer.name);
+  if (std::find(names.begin(), names.end(), name) == names.end()) {
+    node.Fail("no writer is named \"" + node.Utf8() + "\"" + DidYouMean(node.Utf8(), names));
+  }
+  return name;
+}
+
 // Several instances of a writer class may share one name.
-bool HasComponent(const HostModel& model, const std::wstring& writerName, const std::wstring& fullPath) {
-  return std::any_of(model.writers.begin(), model.writers.end(), [&](const Writer& writer) {
-    return writer.name == writerName &&
-           std::any_of(writer.components.begin(), writer.components.end(),
-                       [&](const WriterComponent& component) { return FullPath(component) == fullPath; });
-  });
+std::wstring ReadComponentOf(const JsonNode& node, const HostModel& model, const std::wstring& writerName) {
+  std::wstring fullPath = node.Text();
+  std::vector<std::wstring> paths;
+  for (const Writer& writer : model.writers) {
+    if (writer.name != writerName) continue;
+    for (const WriterComponent& component : writer.components) paths.push_back(FullPath(component));
+  }
+  if (std::find(paths.begin(), paths.end(), fullPath) == paths.end()) {
+    node.Fail("the writer has no component \"" + node.Utf8() + "\"" + DidYouMean(node.Utf8(), paths));
+  }
+  return fullPath;
 }
 
 WriterFault ReadWriterFault(const JsonObject& object, const HostModel& model) {
   WriterFault fault;
-  const JsonNode writer = object.At("writer");
-  fault.writer = writer.Text();
-  if (std::none_of(model.writers.begin(), model.writers.end(),
-                   [&](const Writer& candidate) { return candidate.name == fault.writer; })) {
-    writer.Fail("no writer is named \"" + writer.Utf8() + "\"");
-  }
+  fault.writer = ReadWriterName(object.At("writer"), model);
   fault.event = object.At("event").OneOf(kWriterEvents);
   fault.hangs = ReadHangs(object, {"failure", "applicationResult", "applicationMessage", "components"});
   if (!fault.hangs) ReadFailure(object, fault);
   object.ReadList("components", fault.components, [&](const JsonNode& node) {
     const JsonObject entry(node, {"fullPath", "failure", "applicationResult", "applicationMessage"});
     ComponentFault component;
-    const JsonNode fullPath = entry.At("fullPath");
-    component.fullPath = fullPath.Text();
-    if (!HasComponent(model, fault.writer, component.fullPath)) {
-      fullPath.Fail("the writer has no component \"" + fullPath.Utf8() + "\"");
-    }
+    component.fullPath = ReadComponentOf(entry.At("fullPath"), model, fault.writer);
     ReadFailure(entry, component);
     return component;
   });

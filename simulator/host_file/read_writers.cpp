@@ -1,9 +1,9 @@
 #include "simulator/host_file/read_writers.h"
 
 #include <algorithm>
-#include <fstream>
 
 #include "simulator/host_file/documents.h"
+#include "simulator/host_file/text_file.h"
 #include "text/guid.h"
 #include "text/unicode.h"
 
@@ -142,10 +142,10 @@ void ReadComponentOf(Writer& writer, const JsonNode& node) {
 
 Writer ReadDocument(const JsonNode& node, const std::filesystem::path& directory) {
   const std::string& name = node.Utf8();
-  std::optional<std::string> xml = ReadWholeFile(directory / std::u8string(name.begin(), name.end()));
-  if (!xml) node.Fail("cannot read \"" + name + "\"");
   try {
-    return ReadWriterDocument(std::move(*xml));
+    return ReadWriterDocument(ReadTextFile(directory / std::u8string(name.begin(), name.end())));
+  } catch (const TextFileError& error) {
+    node.Fail("cannot read \"" + name + "\": " + error.what());
   } catch (const DocumentError& error) {
     node.Refuse(std::string("is no Writer Metadata Document: ") + error.what());
   }
@@ -162,18 +162,6 @@ Writer ReadDocumentedWriter(const JsonNode& node, const std::filesystem::path& d
 }
 
 }  // namespace
-
-std::optional<std::string> ReadWholeFile(const std::filesystem::path& path) {
-  std::error_code error;
-  if (std::filesystem::is_directory(path, error)) return std::nullopt;
-  std::ifstream file(path, std::ios::binary);
-  std::string text;
-  char block[16384];
-  while (file.read(block, sizeof block) || file.gcount() > 0)
-    text.append(block, static_cast<std::size_t>(file.gcount()));
-  if (!file.eof()) return std::nullopt;
-  return text;
-}
 
 std::vector<Writer> ReadWriters(const JsonObject& root, const std::filesystem::path& directory) {
   std::vector<Writer> writers;

@@ -9,9 +9,6 @@
 
 namespace varnel::simulator {
 
-/// The bytes of a file; nothing for what cannot be read, a folder included.
-std::optional<std::string> ReadWholeFile(const std::filesystem::path& path);
-
 /// Documents are looked up in `directory`.
 std::vector<Writer> ReadWriters(const JsonObject& root, const std::filesystem::path& directory);
 

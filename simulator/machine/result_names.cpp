@@ -134,6 +134,12 @@ std::string ResultName(HRESULT result) {
   return Hexadecimal(code);
 }
 
+std::vector<std::string_view> ResultNames() {
+  std::vector<std::string_view> names;
+  for (const NamedResult& result : kResults) names.push_back(result.name);
+  return names;
+}
+
 std::optional<DWORD> ParseResult(std::string_view text) {
   if (text.starts_with("0x") || text.starts_with("0X")) return ParseNumber(text.substr(2), 16);
   if (!text.empty() && text.front() >= '0' && text.front() <= '9') return ParseNumber(text, 10);

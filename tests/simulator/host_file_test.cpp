@@ -17,6 +17,8 @@ namespace varnel::simulator {
 namespace {
 
 using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 using testing::StartsWith;
@@ -270,7 +272,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         BadHostFile{"NoObject", "[]", "/: expected object, found array"},
         BadHostFile{"MissingDisks", "{}", "/: missing key \"disks\""},
-        BadHostFile{"UnknownKey", R"({"disks": [], "disk": []})", "/disk: unknown key"},
+        BadHostFile{"UnknownKey", R"({"disks": [], "disk": []})", "/disk: unknown key; did you mean \"disks\"?"},
         BadHostFile{"UnknownNestedKey", R"({"disks": [{"serial": "A", "a/b~": 1}]})", "/disks/0/a~1b~0: unknown key"},
         BadHostFile{"DuplicateKey", R"({"disks": [{}, {"serial": "A", "serial": "B"}]})",
                     "/disks/1/serial: the key stands twice"},
@@ -322,7 +324,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadHostFile{"DocumentWithMore", R"({"disks": [], "writers": [{"document": "a.xml", "name": "W"}]})",
                     "/writers/0/name: unknown key"},
         BadHostFile{"MissingDocument", R"({"disks": [], "writers": [{"document": "no/such.xml"}]})",
-                    "/writers/0/document: cannot read \"no/such.xml\""},
+                    "/writers/0/document: cannot read \"no/such.xml\": there is no such file"},
         BadHostFile{"DatabaseFilesOfAFileGroup",
                     WithWriter(R"(, "components": [{"name": "c", "logFiles": [{"path": "a", "filespec": "b"}]}])"),
                     "/writers/0/components/0/logFiles: a file group has files only"},
@@ -370,14 +372,16 @@ INSTANTIATE_TEST_SUITE_P(
                         "iscsiSessions": [{"devices": [{"disk": "A", "appearsAfter": "later"}]}]})",
                     "/iscsiSessions/0/devices/0/appearsAfter: expected number, found string"},
         BadHostFile{"FaultWithABadCall", R"({"disks": [], "faults": [{"call": "a b", "result": 5}]})",
-                    "/faults/0/call: \"a b\" is no call (Interface::Method or a function's name)"},
-        BadHostFile{"FaultWithABadResult", R"({"disks": [], "faults": [{"call": "A", "result": "VSS_E_NOPE"}]})",
+                    "/faults/0/call: \"a b\" is no call that may fail (Interface::Method or a function's name)"},
+        BadHostFile{"FaultWithABadResult",
+                    R"({"disks": [], "faults": [{"call": "CloseHandle", "result": "VSS_E_NOPE"}]})",
                     "/faults/0/result: \"VSS_E_NOPE\" is no result name, \"0x\" number or decimal code"},
-        BadHostFile{"HangWithAResult", R"({"disks": [], "faults": [{"call": "A", "hangs": true, "result": 5}]})",
+        BadHostFile{"HangWithAResult",
+                    R"({"disks": [], "faults": [{"call": "CloseHandle", "hangs": true, "result": 5}]})",
                     "/faults/0/result: what hangs has no result"},
-        BadHostFile{"HangThatIsNone", R"({"disks": [], "faults": [{"async": "A", "hangs": false}]})",
+        BadHostFile{"HangThatIsNone", R"({"disks": [], "faults": [{"async": "DoSnapshotSet", "hangs": false}]})",
                     "/faults/0: missing key \"result\""},
-        BadHostFile{"HangOfAWord", R"({"disks": [], "faults": [{"async": "A", "hangs": "yes"}]})",
+        BadHostFile{"HangOfAWord", R"({"disks": [], "faults": [{"async": "DoSnapshotSet", "hangs": "yes"}]})",
                     "/faults/0/hangs: expected boolean, found string"},
         BadHostFile{"WriterThatHangsWithAMessage",
                     WithWriter("", R"(, "faults": [{"writer": "W", "event": "freeze", "hangs": true,
@@ -398,7 +402,46 @@ INSTANTIATE_TEST_SUITE_P(
                     WithWriter(R"(, "components": [{"name": "c"}])",
                                R"(, "faults": [{"writer": "W", "event": "freeze", "failure": 5,
                         "components": [{"fullPath": "c", "failure": 5}]}])"),
-                    "/faults/0/components/0/fullPath: the writer has no component \"c\""}),
+                    "/faults/0/components/0/fullPath: the writer has no component \"c\""},
+        BadHostFile{"ComponentThatIsMistyped",
+                    WithWriter(R"(, "components": [{"logicalPath": "SQL01", "name": "sales"}])",
+                               R"(, "faults": [{"writer": "W", "event": "freeze", "failure": 5,
+                        "components": [{"fullPath": "SQL01\\sales", "failure": 5}]}])"),
+                    "/faults/0/components/0/fullPath: the writer has no component \"SQL01\\sales\"; did you mean "
+                    "\"\\SQL01\\sales\"?"},
+        BadHostFile{"CallThatIsMistyped",
+                    R"({"disks": [], "faults": [{"call": "IVssBackupComponents::AddToSnapShotSets", "result": 5}]})",
+                    "/faults/0/call: \"IVssBackupComponents::AddToSnapShotSets\" is no call that may fail "
+                    "(Interface::Method or a function's name); did you mean "
+                    "\"IVssBackupComponents::AddToSnapshotSet\"?"},
+        BadHostFile{"CallWithoutItsInterface", R"({"disks": [], "faults": [{"call": "QueryStatus", "result": 5}]})",
+                    "/faults/0/call: \"QueryStatus\" is no call that may fail (Interface::Method or a function's "
+                    "name); did you mean \"IVssAsync::QueryStatus\"?"},
+        BadHostFile{"CallOfAnotherInterface",
+                    R"({"disks": [], "faults": [{"call": "IVssBackupComponents::QueryStatus", "result": 5}]})",
+                    "/faults/0/call: \"IVssBackupComponents::QueryStatus\" is no call that may fail "
+                    "(Interface::Method or a function's name); did you mean \"IVssAsync::QueryStatus\"?"},
+        BadHostFile{"AsyncThatIsMistyped", R"({"disks": [], "faults": [{"async": "DoSnapshot", "result": 5}]})",
+                    "/faults/0/async: \"DoSnapshot\" starts no asynchronous operation; did you mean "
+                    "\"DoSnapshotSet\"?"},
+        BadHostFile{"ResultThatIsMistyped",
+                    R"({"disks": [], "faults": [{"call": "CloseHandle", "result": "VSS_E_BADSTATE"}]})",
+                    "/faults/0/result: \"VSS_E_BADSTATE\" is no result name, \"0x\" number or decimal code; did you "
+                    "mean \"VSS_E_BAD_STATE\"?"},
+        BadHostFile{"EventThatIsMistyped",
+                    WithWriter("", R"(, "faults": [{"writer": "W", "event": "Frezee", "failure": 5}])"),
+                    "/faults/0/event: \"Frezee\" is none of identify, prepareBackup, prepareSnapshot, freeze, thaw, "
+                    "postSnapshot, backupComplete, backupShutdown, preRestore, "
+                    "postRestore; did you mean \"freeze\"?"},
+        BadHostFile{"DiskThatIsMistyped",
+                    R"({"disks": [{"serial": "TSL0001"}, {"serial": "TSL0022"}], "databases": {"TSL0002": "x@y"}})",
+                    "/databases/TSL0002: no disk has the serial \"TSL0002\"; did you mean \"TSL0001\"?"},
+        BadHostFile{"WriterThatIsMistyped",
+                    R"({"disks": [], "writers": [{"name": "SqlServerWriter",
+                        "writerId": "{00000000-0000-0000-0000-000000000001}"}],
+                        "faults": [{"writer": "SQLServer Writer", "event": "freeze", "failure": 5}]})",
+                    "/faults/0/writer: no writer is named \"SQLServer Writer\"; did you mean "
+                    "\"SqlServerWriter\"?"}),
     [](const testing::TestParamInfo<BadHostFile>& test) { return std::string(test.param.name); });
 
 TEST(HostFile, TextThatIsNoJsonIsReportedWithLineAndColumn) {
@@ -408,16 +451,80 @@ TEST(HostFile, TextThatIsNoJsonIsReportedWithLineAndColumn) {
   EXPECT_THAT(ErrorOf("{\"disks\": [\"\xFF\"]}"), StartsWith("host.json: /: no JSON: line 1, "));
 }
 
-TEST(HostFile, AMissingFileIsReportedUnderItsName) {
-  for (const std::filesystem::path& path : {std::filesystem::path("no-such-folder/host.json"), SourceFolder()}) {
-    try {
-      LoadHostFile(path);
-      ADD_FAILURE() << "loaded";
-    } catch (const HostFileError& error) {
-      const std::u8string name = path.u8string();
-      EXPECT_EQ(error.what(), std::string(name.begin(), name.end()) + ": /: cannot read the file");
-    }
+std::string LoadError(const std::filesystem::path& path) {
+  try {
+    LoadHostFile(path);
+  } catch (const HostFileError& error) {
+    return error.what();
   }
+  return {};
+}
+
+std::string InUtf8(const std::filesystem::path& path) {
+  const std::u8string text = path.u8string();
+  return std::string(text.begin(), text.end());
+}
+
+TEST(HostFile, AFileThatCannotBeReadIsReportedUnderItsNameWithTheReason) {
+  const std::filesystem::path missing = "no-such-folder/host.json";
+  EXPECT_EQ(LoadError(missing), InUtf8(missing) + ": /: cannot read the file: there is no such file");
+  EXPECT_EQ(LoadError(SourceFolder()), InUtf8(SourceFolder()) + ": /: cannot read the file: it is a folder");
+
+  const TemporaryFolder folder;
+  folder.Write("host.json", "{}");
+  const std::filesystem::path locked = folder.path() / "host.json";
+  std::filesystem::permissions(locked, std::filesystem::perms::none);
+  if (std::ifstream(locked).is_open()) GTEST_SKIP() << "this user may read everything";
+  EXPECT_EQ(LoadError(locked), InUtf8(locked) + ": /: cannot read the file: it cannot be read");
+}
+
+// Text of plain characters and of one outside the basic plane, as PowerShell's redirection writes it.
+std::string Utf16(const std::string& text, bool bigEndian) {
+  std::u16string units = u"\xFEFF";
+  for (const char c : text) units += c == '*' ? u"\U0001F4BE" : std::u16string(1, static_cast<char16_t>(c));
+  std::string bytes;
+  for (const char16_t unit : units) {
+    const auto low = static_cast<char>(unit & 0xFF);
+    const auto high = static_cast<char>(unit >> 8);
+    bytes += bigEndian ? high : low;
+    bytes += bigEndian ? low : high;
+  }
+  return bytes;
+}
+
+TEST(HostFile, IsReadInUtf16AndWithAnyByteOrderMark) {
+  const TemporaryFolder folder;
+  const std::string json = R"({"computerName": "PC*", "disks": [], "writers": [{"document": "sql.xml"}]})";
+  const std::wstring plain = L"PC*";
+  const std::wstring astral = Utf8ToWide("PC\xF0\x9F\x92\xBE");
+  const std::tuple<std::string, std::string, std::wstring> forms[] = {
+      {json, kSmallDocument, plain},
+      {"\xEF\xBB\xBF" + json, std::string("\xEF\xBB\xBF") + kSmallDocument, plain},
+      {Utf16(json, false), Utf16("<WRITER_METADATA/>", false), astral},
+      {Utf16(json, true), Utf16("<WRITER_METADATA/>", true), astral}};
+  for (const auto& [host, document, name] : forms) {
+    folder.Write("host.json", host);
+    const bool whole = document.find("xmlns") != document.npos;
+    folder.Write("sql.xml", document);
+    if (!whole) {
+      EXPECT_THAT(LoadError(folder.path() / "host.json"), EndsWith("no IDENTIFICATION")) << "it was read";
+      folder.Write("sql.xml", kSmallDocument);
+    }
+    const HostModel model = LoadHostFile(folder.path() / "host.json");
+    EXPECT_EQ(model.computerName, name);
+    EXPECT_EQ(FormatWriterMetadata(model.writers.at(0)), kSmallDocument);
+  }
+}
+
+TEST(HostFile, Utf16ThatIsNoneIsReported) {
+  const TemporaryFolder folder;
+  const std::filesystem::path path = folder.path() / "host.json";
+  folder.Write("host.json", "\xFF\xFE{");
+  EXPECT_THAT(LoadError(path), EndsWith("cannot read the file: it is no UTF-16: an odd number of bytes"));
+  folder.Write("host.json", std::string("\xFE\xFF\xD8\x00\x00{", 6));
+  EXPECT_THAT(LoadError(path), EndsWith("cannot read the file: it is no UTF-16: half of a surrogate pair"));
+  folder.Write("host.json", std::string("\xFF\xFE", 2));
+  EXPECT_THAT(LoadError(path), HasSubstr("no JSON: line 1, column 1"));
 }
 
 TEST(HostFile, ReadsWriterDocumentsBesideIt) {
@@ -454,7 +561,7 @@ TEST(HostFile, ADocumentThatIsNoneIsReportedWithItsReasonInOneLine) {
   EXPECT_EQ(ErrorOf(R"({"disks": [], "writers": [{"document": "bad.xml"}]})", folder.path()),
             "host.json: /writers/0/document: \"bad.xml\" is no Writer Metadata Document: no IDENTIFICATION");
   EXPECT_EQ(ErrorOf(R"({"disks": [], "writers": [{"document": "a\nb"}]})", folder.path()),
-            "host.json: /writers/0/document: cannot read \"a b\"");
+            "host.json: /writers/0/document: cannot read \"a b\": there is no such file");
   EXPECT_EQ(ErrorOf(R"({"disks": [], "writers": [{"document": "sql.xml"}, {"document": "sql.xml"}]})", folder.path()),
             "host.json: /writers/1: duplicate writer instance \"{235435d9-34d6-41ea-8c08-5958a9982636}\"");
 }

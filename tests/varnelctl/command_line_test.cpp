@@ -105,7 +105,7 @@ class HostFile : public CliFixture {};
 TEST_F(HostFile, AMissingFileIsNamed) {
   const std::string path = folder.File("no  such.json");
 
-  ExpectRefused(RunCli({"writers", "--host", path}), "varnelctl: " + path + ": /: cannot read the file\n");
+  ExpectRefused(RunCli({"writers", "--host", path}), "varnelctl: " + path + ": /: cannot read the file: there is no such file\n");
 }
 
 TEST_F(HostFile, AFolderIsNoHostFile) {
@@ -170,7 +170,7 @@ constexpr BadHostFile kBadHostFiles[] = {
     {"a session on no disk", R"({ "disks": [], "iscsiSessions": [ { "devices": [ { "disk": "X" } ] } ] })",
      "/iscsiSessions/0/devices/0/disk"},
     {"a fault of nothing", R"({ "disks": [], "faults": [ { "result": "E_FAIL" } ] })", "/faults/0"},
-    {"a fault with no known result", R"({ "disks": [], "faults": [ { "call": "Sleep", "result": "E_NO" } ] })",
+    {"a fault with no known result", R"({ "disks": [], "faults": [ { "call": "CloseHandle", "result": "E_NO" } ] })",
      "/faults/0/result"},
     {"a fault of no writer",
      R"({ "disks": [], "faults": [ { "writer": "W", "event": "freeze", "failure": "E_FAIL" } ] })", "/faults/0/writer"},

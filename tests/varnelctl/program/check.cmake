@@ -30,7 +30,7 @@ function(expect status expected_out expected_err)
 endfunction()
 
 file(WRITE ${SCRATCH_DIR}/empty.txt "")
-file(WRITE ${SCRATCH_DIR}/missing.txt "varnelctl: nöwhere.json: /: cannot read the file\n")
+file(WRITE ${SCRATCH_DIR}/missing.txt "varnelctl: nöwhere.json: /: cannot read the file: there is no such file\n")
 file(WRITE ${SCRATCH_DIR}/version.txt "varnelctl ${VERSION}\n")
 expect(0 ${DATA_DIR}/disks.json ${SCRATCH_DIR}/empty.txt disks --json --host "höst €.json")
 expect(2 ${SCRATCH_DIR}/empty.txt ${SCRATCH_DIR}/missing.txt disks --host "nöwhere.json")

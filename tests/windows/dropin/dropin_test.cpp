@@ -313,7 +313,7 @@ TEST_F(DropInTest, AHostFileThatIsNotThereIsReported) {
   IVssBackupComponents* backup = nullptr;
   const std::string report = ReportOf([&] { EXPECT_EQ(service.Create(&backup), E_UNEXPECTED); });
   EXPECT_THAT(report, HasSubstr("vssapi.dll: Z:\\no such folder\\h\xc3\xb6st.json: "));
-  EXPECT_THAT(report, HasSubstr("cannot read the file\n"));
+  EXPECT_THAT(report, HasSubstr("cannot read the file: there is no such file\n"));
 }
 
 TEST_F(DropInTest, ACallLogThatCannotBeWrittenIsReported) {
