@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "simulator/machine/shared_state.h"
 #include "simulator/services/kernel_objects.h"
 #include "simulator/services/simulated_cluster.h"
 #include "simulator/services/simulated_iscsi.h"
@@ -34,5 +35,9 @@ SimulatedHost::SimulatedHost(HostModel model)
       metadata_(MakeMetadataService(*machine_)) {}
 
 SimulatedHost::~SimulatedHost() = default;
+
+void SimulatedHost::KeepStateIn(const std::filesystem::path& file) {
+  machine_->shared = std::make_unique<SharedState>(*machine_, file);
+}
 
 }  // namespace varnel::simulator

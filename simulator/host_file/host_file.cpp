@@ -18,6 +18,11 @@ constexpr Word<VSS_PROVIDER_TYPE> kProviderTypes[] = {
     {"fileshare", VSS_PROV_FILESHARE}, {"unknown", VSS_PROV_UNKNOWN},
 };
 
+constexpr Word<OrphanedSnapshot> kOrphanedSnapshot[] = {
+    {"abandon", OrphanedSnapshot::abandon},
+    {"complete", OrphanedSnapshot::complete},
+};
+
 // A map whose keys compare without regard to case.
 std::map<std::wstring, std::wstring> ReadTexts(const JsonObject& object, std::string_view key,
                                                const std::string& what) {
@@ -152,7 +157,7 @@ void ReadService(const JsonObject& root, HostModel& model, const std::filesystem
 HostModel ReadHost(const JsonNode& node, const std::filesystem::path& directory) {
   const JsonObject root(node, {"computerName", "systemDirectory", "environment", "os", "cluster", "disks", "providers",
                                "writers", "databases", "iscsiSessions", "files", "registry", "commands", "messages",
-                               "vssMessages", "faults", "timing"});
+                               "vssMessages", "faults", "timing", "orphanedSnapshot"});
   HostModel model;
   root.Read("computerName", model.computerName).Read("systemDirectory", model.systemDirectory);
   model.environment = ReadTexts(root, "environment", "variable");
@@ -168,6 +173,7 @@ HostModel ReadHost(const JsonNode& node, const std::filesystem::path& directory)
     for (const JsonNode& fault : faults->Elements()) ReadFault(fault, model);
   }
   if (const auto timing = root.Find("timing")) ReadTiming(*timing, model);
+  root.Read("orphanedSnapshot", model.orphanedSnapshot, kOrphanedSnapshot);
   return model;
 }
 

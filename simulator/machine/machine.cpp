@@ -2,12 +2,29 @@
 
 #include <algorithm>
 #include <new>
+#include <random>
 #include <utility>
 
+#include "simulator/machine/shared_state.h"
 #include "simulator/machine/volumes.h"
 #include "simulator/vss/snapshot_service.h"
 
 namespace varnel::simulator {
+namespace {
+
+GUID RandomId() {
+  std::random_device random;
+  GUID id{};
+  id.Data1 = random();
+  const std::uint32_t middle = random();
+  id.Data2 = static_cast<std::uint16_t>(middle);
+  id.Data3 = static_cast<std::uint16_t>((middle >> 16 & 0x0FFF) | 0x4000);  // version 4
+  for (unsigned char& byte : id.Data4) byte = static_cast<unsigned char>(random());
+  id.Data4[0] = static_cast<unsigned char>((id.Data4[0] & 0x3F) | 0x80);
+  return id;
+}
+
+}  // namespace
 
 Machine::Machine(HostModel model) : model_(std::move(model)) {
   lastError = ERROR_SUCCESS;
@@ -28,6 +45,7 @@ const VolumeIndex& Machine::volumes() const {
 }
 
 GUID Machine::NewId() {
+  if (shared != nullptr) return RandomId();
   ++ids_;
   return GUID{ids_, 0x5e1f, 0x4c3d, {0x9a, 0x0b, 0, 0, 0, 0, 0, 0}};
 }

@@ -178,6 +178,9 @@ struct DeletionFault {
   HRESULT result = 0;     // a failure
 };
 
+/// What becomes of a snapshot set whose requestor dies while DoSnapshotSet is under way.
+enum class OrphanedSnapshot { abandon, complete };
+
 struct Faults {
   std::vector<CallFault> calls;
   std::vector<AsyncFault> asyncs;
@@ -209,6 +212,7 @@ struct HostModel {
   /// How long each writer's freeze and the provider's commit take on the virtual clock, in milliseconds.
   DWORD freezeMilliseconds = 0;
   DWORD commitMilliseconds = 0;
+  OrphanedSnapshot orphanedSnapshot = OrphanedSnapshot::abandon;
 };
 
 }  // namespace varnel::simulator

@@ -264,11 +264,21 @@ HRESULT BackupSession::AddToSnapshotSet(const wchar_t* volume, const GUID& provi
 }
 
 // In component mode only writers with added components are told of what follows PrepareBackup.
-void BackupSession::ChooseParticipants() {
-  for (GatheredWriter& writer : writers_.writers()) {
-    writer.takesPart = !document_->content.selectComponents ||
-                       FindDocumentWriter(writer.data->instanceId, writer.data->writerId) != nullptr;
+bool BackupSession::TakesPart(const GatheredWriter& writer) {
+  return !document_->content.selectComponents ||
+         FindDocumentWriter(writer.data->instanceId, writer.data->writerId) != nullptr;
+}
+
+std::vector<std::wstring> BackupSession::Participants() {
+  std::vector<std::wstring> names;
+  for (const GatheredWriter& writer : writers_.writers()) {
+    if (TakesPart(writer)) names.push_back(writer.data->name);
   }
+  return names;
+}
+
+void BackupSession::ChooseParticipants() {
+  for (GatheredWriter& writer : writers_.writers()) writer.takesPart = TakesPart(writer);
 }
 
 void BackupSession::RaiseAt(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached,
@@ -313,6 +323,7 @@ HRESULT BackupSession::PrepareForBackup(IVssAsync** async) {
   if (!IsIdle() || stage_ != Stage::setStarted || !backupStateSet_ || !gathered_ || IsWithoutWriters(context_)) {
     return VSS_E_BAD_STATE;
   }
+  if (const HRESULT kept = service_.KeepParticipants(id_, Participants()); FAILED(kept)) return kept;
   stage_ = Stage::preparing;
   ++document_->phase;
   return RunAsync("PrepareForBackup", async, [&] {
@@ -384,9 +395,11 @@ HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
 HRESULT BackupSession::DoSnapshotSet(IVssAsync** async) {
   if (async == nullptr) return E_INVALIDARG;
   if (!MayDoSnapshotSet()) return VSS_E_BAD_STATE;
+  auto operation = std::make_shared<AsyncOperation>();
+  if (const HRESULT begun = service_.BeginCommit(id_, operation); FAILED(begun)) return begun;
   stage_ = Stage::snapshotting;
   ++document_->phase;
-  snapshotOperation_ = std::make_shared<AsyncOperation>();
+  snapshotOperation_ = std::move(operation);
   snapshotOperation_->endsAt = machine_->now + SnapshotMilliseconds();
   snapshotOperation_->result = TakeSnapshots(machine_->faults.OnAsync("DoSnapshotSet"));
   HandOut(snapshotOperation_, async);
@@ -412,6 +425,7 @@ HRESULT BackupSession::BackupComplete(IVssAsync** async) {
 HRESULT BackupSession::AbortBackup() {
   if (stage_ == Stage::created) return VSS_E_BAD_STATE;
   NoticeCancellation();
+  if (const HRESULT abandoned = service_.AbandonSet(id_); FAILED(abandoned)) return abandoned;
   if (IsIn(Stage::setStarted, Stage::snapshotDone)) {
     pending_ = nullptr;
     EndSnapshot();

@@ -121,6 +121,8 @@ class BackupSession {
   DocumentWriter* FindDocumentWriter(const GUID& instanceId, const GUID& writerId);
   DocumentComponent* FindAdded(const ComponentName& component);
 
+  bool TakesPart(const GatheredWriter& writer);
+  std::vector<std::wstring> Participants();
   void ChooseParticipants();
   void RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
   void RaiseAtParticipants(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
