@@ -4,6 +4,7 @@
 #include <charconv>
 #include <concepts>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -108,6 +109,7 @@ class FieldWriter {
     }
   }
   template <class Value>
+  requires std::is_class_v<Value>
   void Put(const Value& value) {
     if constexpr (requires { value.begin(); }) {
       text_ += '[';

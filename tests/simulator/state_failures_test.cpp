@@ -9,7 +9,6 @@ using simulator::StateFileError;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr LONG kPersistent = VSS_CTX_APP_ROLLBACK;
 const HRESULT kDenied = HResultFromWin32(ERROR_ACCESS_DENIED);
 
 class RefusedState : public StateFixture {

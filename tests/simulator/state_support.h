@@ -14,7 +14,9 @@
 
 namespace varnel::test {
 
-/// One process with the host; current between Enter and the next one's.
+inline constexpr LONG kPersistent = VSS_CTX_APP_ROLLBACK;
+
+/// One process with the host.
 class Process {
  public:
   Process(HostModel model, const std::filesystem::path& state)

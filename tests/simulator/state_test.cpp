@@ -12,7 +12,6 @@ using simulator::OrphanedSnapshot;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr LONG kPersistent = VSS_CTX_APP_ROLLBACK;
 constexpr wchar_t kFirstDevice[] = L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy1";
 constexpr wchar_t kSecondDevice[] = L"\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy2";
 
