@@ -53,6 +53,8 @@ class SimulatedHost final : public Host {
 
   /// For changes that are made before the next call.
   HostModel& model() { return machine_->ChangeModel(); }
+  /// Shares the state with every process that names this file, from now on. Throws StateFileError.
+  void KeepStateIn(const std::filesystem::path& file);
   FaultPlan& faults() { return machine_->faults; }
   CallLog& calls() { return machine_->calls; }
   LiveObjects& live() { return machine_->live; }

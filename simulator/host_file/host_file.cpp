@@ -31,6 +31,11 @@ constexpr Word<ProviderStep> kProviderSteps[] = {
     {"commit", ProviderStep::commit},
 };
 
+constexpr Word<OrphanedSnapshot> kOrphanedSnapshot[] = {
+    {"abandon", OrphanedSnapshot::abandon},
+    {"complete", OrphanedSnapshot::complete},
+};
+
 // A map whose keys compare without regard to case.
 std::map<std::wstring, std::wstring> ReadTexts(const JsonObject& object, std::string_view key,
                                                const std::string& what) {
@@ -187,9 +192,10 @@ void ReadIdentity(const JsonObject& root, HostModel& model) {
 }
 
 HostModel ReadHost(const JsonNode& node, const std::filesystem::path& directory) {
-  const JsonObject root(node, {"seed", "computerName", "domain", "systemDirectory", "environment", "os", "cluster",
-                               "disks", "providers", "writers", "databases", "iscsiSessions", "files", "registry",
-                               "commands", "messages", "vssMessages", "faults", "timing"});
+  const JsonObject root(node, {"seed",      "computerName",  "domain", "systemDirectory", "environment",
+                               "os",        "cluster",       "disks",  "providers",       "writers",
+                               "databases", "iscsiSessions", "files",  "registry",        "commands",
+                               "messages",  "vssMessages",   "faults", "timing",          "orphanedSnapshot"});
   HostModel model;
   ReadIdentity(root, model);
   root.Read("systemDirectory", model.systemDirectory);
@@ -206,6 +212,7 @@ HostModel ReadHost(const JsonNode& node, const std::filesystem::path& directory)
     for (const JsonNode& fault : faults->Elements()) ReadFault(fault, model);
   }
   if (const auto timing = root.Find("timing")) ReadTiming(*timing, model);
+  root.Read("orphanedSnapshot", model.orphanedSnapshot, kOrphanedSnapshot);
   return model;
 }
 

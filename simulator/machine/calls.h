@@ -11,6 +11,7 @@
 #include "platform/vss.h"
 #include "simulator/machine/machine.h"
 #include "simulator/machine/result_names.h"
+#include "simulator/machine/shared_state.h"
 
 namespace varnel::simulator {
 
@@ -73,7 +74,7 @@ std::string Win32Outcome(bool failed, DWORD error);
 template <std::invocable Rendered, std::invocable Body>
 HRESULT Call(Machine& machine, std::string_view name, Rendered&& arguments, Body&& body) {
   const Hangs::Passage passage = machine.faults.hangs().Pass(name);
-  const auto lock = machine.Lock();
+  const Turn turn(machine);
   const std::optional<DWORD> forced = machine.faults.OnCall(name);
   const HRESULT result = forced ? static_cast<HRESULT>(*forced) : body();
   RecordCall(machine, name, arguments, [&] { return " = " + ResultName(result); });
@@ -85,7 +86,7 @@ HRESULT Call(Machine& machine, std::string_view name, Rendered&& arguments, Body
 template <std::invocable Rendered, class Result, std::invocable Body>
 Result Win32Call(Machine& machine, std::string_view name, Rendered&& arguments, Result failure, Body&& body) {
   const Hangs::Passage passage = machine.faults.hangs().Pass(name);
-  const auto lock = machine.Lock();
+  const Turn turn(machine);
   const std::optional<DWORD> forced = machine.faults.OnCall(name);
   if (forced) machine.lastError = *forced;
   const Result result = forced ? failure : body();
@@ -97,7 +98,7 @@ Result Win32Call(Machine& machine, std::string_view name, Rendered&& arguments, 
 template <class Code, std::invocable Rendered, std::invocable Body>
 Code CodeCall(Machine& machine, std::string_view name, Rendered&& arguments, Body&& body) {
   const Hangs::Passage passage = machine.faults.hangs().Pass(name);
-  const auto lock = machine.Lock();
+  const Turn turn(machine);
   const std::optional<DWORD> forced = machine.faults.OnCall(name);
   const Code code = static_cast<Code>(forced ? *forced : body());
   RecordCall(machine, name, arguments, [&] { return Win32Outcome(code != 0, static_cast<DWORD>(code)); });

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "simulator/machine/machine.h"
+#include "simulator/machine/shared_state.h"
 
 namespace varnel::simulator {
 
@@ -35,7 +36,7 @@ class CountedObject {
   // The machine may go with the object, but not while it is held.
   void End() {
     const std::shared_ptr<Machine> machine = machine_;
-    const auto lock = machine->Lock();
+    const Turn turn(*machine);
     delete this;
   }
 

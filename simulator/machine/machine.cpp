@@ -6,6 +6,7 @@
 #include <random>
 #include <utility>
 
+#include "simulator/machine/shared_state.h"
 #include "simulator/machine/volumes.h"
 #include "simulator/vss/snapshot_service.h"
 
@@ -46,7 +47,7 @@ const VolumeIndex& Machine::volumes() const {
 }
 
 GUID Machine::NewId() {
-  if (!model_.seed) return RandomId();
+  if (!model_.seed || shared != nullptr) return RandomId();
   constexpr WORD kBeforeFirst = 0x5e1e;
   return GUID{++ids_, static_cast<WORD>(kBeforeFirst + *model_.seed), 0x4c3d, {0x9a, 0x0b, 0, 0, 0, 0, 0, 0}};
 }

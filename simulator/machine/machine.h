@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string_view>
 #include <unordered_map>
 
@@ -17,6 +18,7 @@ namespace varnel::simulator {
 
 class VolumeIndex;      // volumes.h
 class SnapshotService;  // snapshot sets and shadow copies; snapshot_service.h
+class SharedState;      // shared_state.h
 
 /// Every thread of the process may call the host. A call holds the lock from its count in the fault plan to its line in
 /// the log, so calls follow each other and none sees another half done; waits only move the clock. What is done outside
@@ -39,6 +41,10 @@ class Machine : public std::enable_shared_from_this<Machine> {
   CallLog calls;
   LiveObjects live;
   std::unique_ptr<SnapshotService> snapshots;
+  /// The iSCSI sessions that were logged out, by index in the model.
+  std::set<std::size_t> endedSessions;
+  /// Null while the state ends with the process.
+  std::unique_ptr<SharedState> shared;
 
   /// The calling thread's own, as on Windows: no matter which machine set it.
   constinit inline static thread_local DWORD lastError = 0;
@@ -56,7 +62,8 @@ class Machine : public std::enable_shared_from_this<Machine> {
   /// Off where callers give BSTRs and task memory back to the system itself, so that nobody could count them.
   bool countsSystemMemory = true;
 
-  /// The next identifier: random, or with the model's seed of the same sequence on every run.
+  /// The next identifier: with the model's seed of the same sequence on every run, else and where processes share the
+  /// state a random one.
   GUID NewId();
 
   /// Memory is handed out in a call and may be given back outside. BSTRs are counted, see countsSystemMemory; so is

@@ -203,6 +203,9 @@ struct DeletionFault {
   HRESULT result = 0;     // a failure
 };
 
+/// What becomes of a snapshot set whose requestor dies while DoSnapshotSet is under way.
+enum class OrphanedSnapshot { abandon, complete };
+
 struct Faults {
   std::vector<CallFault> calls;
   std::vector<AsyncFault> asyncs;
@@ -240,6 +243,7 @@ struct HostModel {
   DWORD commitMilliseconds = 0;
   /// After which the service gives up a writer that hangs in another event than Freeze.
   DWORD eventLimitMilliseconds = 600000;
+  OrphanedSnapshot orphanedSnapshot = OrphanedSnapshot::abandon;
 };
 
 }  // namespace varnel::simulator

@@ -287,11 +287,20 @@ HRESULT BackupSession::AddToSnapshotSet(const wchar_t* volume, const GUID& provi
 }
 
 // In component mode only writers with added components are told of what follows PrepareBackup.
-void BackupSession::ChooseParticipants() {
-  for (GatheredWriter& writer : writers_.writers()) {
-    writer.takesPart =
-        !SelectsComponents() || FindDocumentWriter(writer.data->instanceId, writer.data->writerId) != nullptr;
+bool BackupSession::TakesPart(const GatheredWriter& writer) {
+  return !SelectsComponents() || FindDocumentWriter(writer.data->instanceId, writer.data->writerId) != nullptr;
+}
+
+std::vector<std::wstring> BackupSession::Participants() {
+  std::vector<std::wstring> names;
+  for (const GatheredWriter& writer : writers_.writers()) {
+    if (TakesPart(writer)) names.push_back(writer.data->name);
   }
+  return names;
+}
+
+void BackupSession::ChooseParticipants() {
+  for (GatheredWriter& writer : writers_.writers()) writer.takesPart = TakesPart(writer);
 }
 
 // How long the writer hung in it.
@@ -406,6 +415,7 @@ HRESULT BackupSession::PrepareForBackup(IVssAsync** async) {
   if (!IsIdle() || stage_ != Stage::setStarted || !backupStateSet_ || !gathered_ || IsWithoutWriters(context_)) {
     return VSS_E_BAD_STATE;
   }
+  if (const HRESULT kept = service_.KeepParticipants(id_, Participants()); FAILED(kept)) return kept;
   stage_ = Stage::preparing;
   ++document_->phase;
   return RunAsync("PrepareForBackup", async, [&] {
@@ -499,9 +509,11 @@ HRESULT BackupSession::HangInCommit() {
 HRESULT BackupSession::DoSnapshotSet(IVssAsync** async) {
   if (async == nullptr) return E_INVALIDARG;
   if (!MayDoSnapshotSet()) return VSS_E_BAD_STATE;
+  auto operation = std::make_shared<AsyncOperation>();
+  if (const HRESULT begun = service_.BeginCommit(id_, operation); FAILED(begun)) return begun;
   stage_ = Stage::snapshotting;
   ++document_->phase;
-  snapshotOperation_ = std::make_shared<AsyncOperation>();
+  snapshotOperation_ = std::move(operation);
   const AsyncFault* fault = machine_->faults.OnAsync("DoSnapshotSet");
   if (fault != nullptr && fault->hangs) HangInCommit();
   before_.reset();
@@ -531,6 +543,7 @@ HRESULT BackupSession::BackupComplete(IVssAsync** async) {
 HRESULT BackupSession::AbortBackup() {
   if (stage_ == Stage::created) return VSS_E_BAD_STATE;
   NoticeCancellation();
+  if (const HRESULT abandoned = service_.AbandonSet(id_); FAILED(abandoned)) return abandoned;
   if (IsIn(Stage::setStarted, Stage::snapshotDone)) {
     pending_ = nullptr;
     EndSnapshot();

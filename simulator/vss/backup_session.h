@@ -149,6 +149,8 @@ class BackupSession {
   DocumentComponent* FindAdded(const ComponentName& component);
   HRESULT Change(const ComponentName& component, bool inOrder, const ComponentChange& change);
 
+  bool TakesPart(const GatheredWriter& writer);
+  std::vector<std::wstring> Participants();
   void ChooseParticipants();
   void RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
   void RaiseAtParticipants(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);

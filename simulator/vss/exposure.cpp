@@ -64,7 +64,7 @@ HRESULT SnapshotService::Expose(const GUID& copyId, LONG where, std::wstring_vie
   copy.attributes |= where;
   copy.exposedName = exposedName;
   copy.exposedPath = pathFromRoot;
-  return S_OK;
+  return Saved();
 }
 
 HRESULT SnapshotService::Unexpose(const GUID& copyId) {
@@ -74,7 +74,7 @@ HRESULT SnapshotService::Unexpose(const GUID& copyId) {
   copy.attributes &= ~(kLocally | kRemotely);
   copy.exposedName.clear();
   copy.exposedPath.clear();
-  return S_OK;
+  return Saved();
 }
 
 }  // namespace varnel::simulator

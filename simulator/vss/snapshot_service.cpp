@@ -92,6 +92,7 @@ SnapshotService::~SnapshotService() = default;
 
 std::list<ShadowCopy>& SnapshotService::ChangeCopies() {
   surfaced_.reset();
+  NoticeChange();
   return copies_;
 }
 
@@ -135,13 +136,14 @@ const std::vector<const ShadowCopy*>& SnapshotService::MountedCopies() const {
 
 HRESULT SnapshotService::StartSet(const GUID& session, LONG context, GUID& setId) {
   if (context == kAllContexts) return VSS_E_UNSUPPORTED_CONTEXT;
-  if (openSet_) return VSS_E_SNAPSHOT_SET_IN_PROGRESS;
+  if (openSet_ || IsCommitUnderWay()) return VSS_E_SNAPSHOT_SET_IN_PROGRESS;
   openSet_ = OpenSet{session, machine_.NewId(), context, {}};
   setId = openSet_->id;
-  return S_OK;
+  KnowSession(session);
+  return Saved();
 }
 
-SnapshotService::OpenSet* SnapshotService::OpenSetOf(const GUID& session) {
+OpenSet* SnapshotService::OpenSetOf(const GUID& session) {
   return openSet_ && openSet_->session == session ? &*openSet_ : nullptr;
 }
 
@@ -161,7 +163,7 @@ HRESULT SnapshotService::AddVolume(const GUID& session, std::wstring_view volume
   if (ReachedLimit(*chosen, set->context, name)) return VSS_E_MAXIMUM_NUMBER_OF_SNAPSHOTS_REACHED;
   copyId = machine_.NewId();
   set->copies.push_back({copyId, *chosen, name});
-  return S_OK;
+  return Saved();
 }
 
 bool SnapshotService::HasVolumes(const GUID& session) const {
@@ -192,6 +194,12 @@ bool SnapshotService::HasHangingProvider(const GUID& session) const {
 
 HRESULT SnapshotService::CommitSet(const GUID& session) {
   if (const HRESULT result = AskProviders(session, ProviderStep::commit); FAILED(result)) return result;
+  const HRESULT result = MakeCopies(session);
+  return FAILED(result) ? result : Saved();
+}
+
+HRESULT SnapshotService::MakeCopies(const GUID& session) {
+  if (OpenSetOf(session) == nullptr) return VSS_E_BAD_STATE;
   const OpenSet set = std::move(*openSet_);
   openSet_.reset();
   std::vector<Location> locations;
@@ -207,8 +215,10 @@ HRESULT SnapshotService::CommitSet(const GUID& session) {
   return S_OK;
 }
 
-void SnapshotService::AbandonSet(const GUID& session) {
-  if (OpenSetOf(session) != nullptr) openSet_.reset();
+HRESULT SnapshotService::AbandonSet(const GUID& session) {
+  if (OpenSetOf(session) == nullptr) return S_OK;
+  openSet_.reset();
+  return Saved();
 }
 
 HRESULT SnapshotService::IsVolumeSupported(std::wstring_view volume, const GUID& provider, LONG context,
@@ -251,6 +261,16 @@ std::vector<const ShadowCopy*> SnapshotService::CopiesOfSet(const GUID& setId) c
 }
 
 HRESULT SnapshotService::Delete(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, GUID& notDeleted) {
+  const HRESULT result = DeleteEach(id, type, deleted, notDeleted);
+  if (deleted == 0) return result;
+  const HRESULT saved = Saved();
+  if (SUCCEEDED(saved)) return result;
+  deleted = 0;
+  notDeleted = KnownCopies(id, type).front()->id;
+  return saved;
+}
+
+HRESULT SnapshotService::DeleteEach(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, GUID& notDeleted) {
   deleted = 0;
   notDeleted = GUID{};
   if (type != VSS_OBJECT_SNAPSHOT && type != VSS_OBJECT_SNAPSHOT_SET) return E_INVALIDARG;
@@ -296,7 +316,7 @@ HRESULT SnapshotService::Break(const GUID& setId, DWORD flags) {
     copy->masked = (flags & VSS_BREAKEX_FLAG_MASK_LUNS) != 0;
     if (revert) copy->serial = copy->originalSerial;
   }
-  return S_OK;
+  return Saved();
 }
 
 HRESULT SnapshotService::Import(const GUID& session, std::span<const ShadowCopy> copies) {
@@ -317,6 +337,8 @@ HRESULT SnapshotService::Import(const GUID& session, std::span<const ShadowCopy>
     ++done;
   }
   if (done == 0) return VSS_E_NO_SNAPSHOTS_IMPORTED;
+  KnowSession(session);
+  if (const HRESULT saved = Saved(); FAILED(saved)) return saved;
   return done == copies.size() ? VSS_S_ASYNC_FINISHED : VSS_S_SOME_SNAPSHOTS_NOT_IMPORTED;
 }
 
@@ -325,10 +347,11 @@ void SnapshotService::Withdraw(GUID id) {
 }
 
 void SnapshotService::EndSession(const GUID& session) {
-  AbandonSet(session);
+  if (OpenSetOf(session) != nullptr) openSet_.reset();
   ChangeCopies().remove_if([&](const ShadowCopy& copy) {
     return copy.owner == session && IsKnown(copy) && !Has(copy.attributes, VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE);
   });
+  ForgetSession(session);
 }
 
 std::optional<SnapshotService::Location> SnapshotService::Resolve(std::wstring_view name) const {

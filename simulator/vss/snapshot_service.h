@@ -1,7 +1,9 @@
 // The snapshot sets and shadow copies of a simulated host, and the providers that make them.
 #pragma once
 
+#include <functional>
 #include <list>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -12,6 +14,8 @@
 #include "simulator/machine/machine.h"
 
 namespace varnel::simulator {
+
+struct AsyncOperation;  // vss_async.h
 
 /// A shadow copy of one volume.
 struct ShadowCopy {
@@ -34,6 +38,37 @@ struct ShadowCopy {
   bool surfaced = false;   // false: transportable and not imported here
   bool masked = false;     // its disk was taken from this machine
   bool forgotten = false;  // broken: an ordinary disk that the service does not know
+};
+
+/// A volume of a set under construction.
+struct PlannedCopy {
+  GUID id{};
+  Provider provider;
+  std::wstring volume;
+};
+
+struct OpenSet {
+  GUID session{};
+  GUID id{};
+  LONG context = 0;
+  std::vector<PlannedCopy> copies;
+};
+
+/// A session that has begun a set or imported one, and the process that it ends with.
+struct KnownSession {
+  GUID id{};
+  DWORD process = 0;
+  GUID setUnderWay{};                 // whose DoSnapshotSet has not ended
+  std::vector<std::wstring> writers;  // that are told when it ends
+};
+
+/// What outlives the service's process.
+struct ServiceState {
+  unsigned devices = 0;
+  std::list<ShadowCopy> copies;
+  std::optional<OpenSet> openSet;
+  std::vector<GUID> imported;
+  std::vector<KnownSession> sessions;
 };
 
 /// A writer that was told of an event; for tests that ask who heard what.
@@ -74,7 +109,7 @@ class SnapshotService {
   /// Makes the copies of the session's open set, all or none, and closes the set in both cases.
   HRESULT CommitSet(const GUID& session);
   /// Closes the session's open set, if it has one.
-  void AbandonSet(const GUID& session);
+  HRESULT AbandonSet(const GUID& session);
   HRESULT IsVolumeSupported(std::wstring_view volume, const GUID& provider, LONG context, bool& supported) const;
 
   /// Whether the service knows a copy of a volume here.
@@ -105,20 +140,23 @@ class SnapshotService {
   /// The end of a session: its open set and its auto-release copies go.
   void EndSession(const GUID& session);
 
+  // With a state file (shared_state.h); all of it is nothing without one. What changes the state there fails with the
+  // Win32 code of a file that was not written, and then has changed nothing.
+
+  /// Who is to be told when the session ends with its process.
+  HRESULT KeepParticipants(const GUID& session, std::vector<std::wstring> writers);
+  /// The session's set is being made until `operation` has ended for the caller.
+  HRESULT BeginCommit(const GUID& session, const std::shared_ptr<const AsyncOperation>& operation);
+  /// Lets the next set begin when that operation has ended.
+  void NoticeEndOfCommit();
+  /// Ends the sessions whose process has died, as the service does it.
+  void EndOrphans(const std::function<bool(DWORD process)>& isAlive);
+  ServiceState State() const;
+  void SetState(ServiceState state);
+
   std::vector<RaisedEvent> raisedEvents;
 
  private:
-  struct PlannedCopy {
-    GUID id{};
-    Provider provider;
-    std::wstring volume;
-  };
-  struct OpenSet {
-    GUID session{};
-    GUID id{};
-    LONG context = 0;
-    std::vector<PlannedCopy> copies;
-  };
   struct Location {
     const Disk* disk = nullptr;
     const Volume* volume = nullptr;
@@ -149,6 +187,17 @@ class SnapshotService {
   HRESULT CheckMountPoint(std::wstring_view path) const;
   HRESULT CheckShare(std::wstring_view name, std::wstring_view pathFromRoot) const;
   std::vector<ShadowCopy*> KnownCopies(const GUID& id, VSS_OBJECT_TYPE type);
+  HRESULT MakeCopies(const GUID& session);
+  HRESULT DeleteEach(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, GUID& notDeleted);
+
+  // snapshot_state.cpp
+  HRESULT Saved();
+  void NoticeChange();
+  KnownSession* FindSession(const GUID& session);
+  void KnowSession(const GUID& session);
+  void ForgetSession(const GUID& session);
+  bool IsCommitUnderWay() const;
+  void EndOrphan(const KnownSession& session);
 
   Machine& machine_;
   std::list<ShadowCopy> copies_;              // changed by way of ChangeCopies only
@@ -156,6 +205,10 @@ class SnapshotService {
   std::optional<OpenSet> openSet_;
   std::vector<GUID> imported_;
   unsigned devices_ = 0;
+  std::vector<KnownSession> sessions_;  // with a state file
+  std::vector<GUID> ownSessions_;       // those of this process that have not ended
+  GUID committing_{};                   // the session of commit_
+  std::shared_ptr<const AsyncOperation> commit_;
 };
 
 /// The machine as the service names it: with its domain, where it is a member of one.
