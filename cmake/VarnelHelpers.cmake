@@ -93,6 +93,22 @@ function(varnel_windows_version target file_name description)
   target_sources(${target} PRIVATE ${resource})
 endfunction()
 
+# varnel::manifest: what a program of the library links to carry the manifest, our own programs included. Without it
+# Windows tells the program version 6.2. windres finds agent.manifest by the include path only.
+if(WIN32)
+  include(GNUInstallDirs)
+  set(VARNEL_MANIFEST_DIR ${CMAKE_INSTALL_DATADIR}/varnel/manifest)
+  set(installed $<INSTALL_PREFIX>/${VARNEL_MANIFEST_DIR})
+  add_library(varnel_manifest INTERFACE)
+  set_target_properties(varnel_manifest PROPERTIES EXPORT_NAME manifest)
+  target_sources(varnel_manifest INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/resources/agent.rc>
+    $<INSTALL_INTERFACE:${installed}/agent.rc>)
+  target_include_directories(varnel_manifest INTERFACE
+    $<BUILD_INTERFACE:$<$<COMPILE_LANGUAGE:RC>:${PROJECT_SOURCE_DIR}/resources>>
+    $<INSTALL_INTERFACE:$<$<COMPILE_LANGUAGE:RC>:${installed}>>)
+  add_library(varnel::manifest ALIAS varnel_manifest)
+endif()
+
 # varnel_header_package(TARGET HEADER ENTRY...): an interface target for a header-only Debian package. A native build
 # finds it on the system path. A cross build must not see that path, so ENTRY... (files or folders below the system's
 # include folder) are linked into the build folder and only those are visible.

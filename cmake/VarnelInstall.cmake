@@ -2,7 +2,7 @@
 # find_package(varnel) reads. Users link varnel::varnel.
 
 option(VARNEL_INSTALL "Install the library" ${PROJECT_IS_TOP_LEVEL})
-if(NOT VARNEL_INSTALL)
+if(NOT VARNEL_INSTALL OR VARNEL_LIBRARIES_BESIDE_PROGRAM)
   return()
 endif()
 
@@ -14,6 +14,10 @@ set(varnel_package ${CMAKE_INSTALL_LIBDIR}/cmake/varnel)
 
 target_include_directories(varnel PUBLIC $<INSTALL_INTERFACE:${varnel_headers}>)
 install(TARGETS varnel EXPORT varnelTargets)
+if(WIN32)
+  install(TARGETS varnel_manifest EXPORT varnelTargets)
+  install(FILES resources/agent.rc resources/agent.manifest DESTINATION ${VARNEL_MANIFEST_DIR})
+endif()
 if(VARNEL_RUNTIME_DLLS)
   install(FILES ${VARNEL_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()

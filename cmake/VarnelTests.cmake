@@ -89,8 +89,7 @@ function(varnel_add_test name)
   target_precompile_headers(${name} REUSE_FROM ${headers})
   varnel_test_of_sanitized(${name} ${room_LIBRARIES})
   if(WIN32)
-    # Without this manifest Windows reports its version as 6.2.
-    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/windows/supportedos.rc)
+    target_link_libraries(${name} PRIVATE varnel::manifest)
   endif()
 
   set(kind gtest)

@@ -23,12 +23,12 @@ class VARNEL_API VarnelException : public std::exception {
   /// `message` is also the single entry of the list.
   VarnelException(int code, const std::wstring& message);
   VarnelException(int code, const std::wstring& message, const std::vector<std::wstring>& list);
-  VarnelException(const VarnelException&) = default;
-  VarnelException& operator=(const VarnelException&) = default;
+  VarnelException(const VarnelException& other);
+  VarnelException& operator=(const VarnelException& other);
   ~VarnelException() override;
 
   /// The message in the current locale's narrow form, or "Alert Code: N" without one. Built on each call; valid until
-  /// the next one or the end of this object.
+  /// one in another locale or the end of this object. May be called, and the object copied, on several threads at once.
   const char* what() const noexcept override;
 
   int GetAlertCode() const noexcept { return code_; }
@@ -40,5 +40,5 @@ class VARNEL_API VarnelException : public std::exception {
   int code_ = None;
   std::wstring message_;
   std::vector<std::wstring> list_;
-  mutable std::string narrow_;
+  mutable std::string narrow_;  // what what() gave last; not copied
 };

@@ -2,6 +2,7 @@
 #include <stdexcept>
 
 #include "core/logging.h"
+#include "core/metadata_bridge.h"
 #include "core/metadata_reader.h"
 #include "core/varnel.h"
 #include "core/vss_call.h"
@@ -21,6 +22,7 @@ namespace {
 // The network name of the cluster; empty where this node belongs to none. Throws where the bridge cannot tell.
 std::wstring ClusterNetworkName(const std::wstring& name) {
   if (!TesselCommonClasses::ClusterHelper().IsCluster(true)) return {};
+  const auto held = varnel::HoldMetadataBridge();
   MetadataWrapper* bridge = MetadataWrapper::GetMetadataWrapperInstance();
   if (bridge == nullptr) throw std::runtime_error("the metadata bridge is not available");
   return CVarnel::stringToWstring(bridge->W_GetClusterName(CVarnel::wstringTostring(name.c_str()).c_str()));

@@ -6,9 +6,9 @@
 #include "core/component_tree.h"
 #include "core/configuration.h"
 #include "core/message_catalog.h"
+#include "core/metadata_bridge.h"
 #include "core/varnel.h"
 #include "core/vss_call.h"
-#include "platform/tessel/MetadataWrapper.h"
 #include "text/ascii_case.h"
 #include "text/guid.h"
 
@@ -238,8 +238,11 @@ void CVarnel::GetComponentsList(std::set<std::wstring>& components) {
     kLog.Error(L"Invalid number of serial nos");
     varnel::ThrowHResult(E_INVALIDARG);
   }
-  FetchDatabaseList(wstringTostring(m_inputSerialNumbers.front().c_str()), m_successfulDBList);
+  const std::string serialNumber = wstringTostring(m_inputSerialNumbers.front().c_str());
+  std::unique_lock held = varnel::HoldMetadataBridge();
+  FetchDatabaseList(serialNumber, m_successfulDBList);
   const std::wstring databases = stringToWstring(m_successfulDBList);
+  held.unlock();
   if (databases == varnel::kAllDatabases) {
     components.insert(varnel::kAllDatabases);
     return;

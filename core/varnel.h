@@ -32,13 +32,16 @@ struct SnapshotVolumeInfo {
 /// constructs it (or an application's subclass), names the disks of the protection set, calls Initialize and
 /// CreateVssSnapshotSet, and reads the results.
 ///
-/// A process drives one object at a time: what the common classes and the metadata bridge keep process-wide is not
-/// guarded. Which thread does it does not matter, as long as it is one at a time. The process must have initialised COM
-/// and its security. Operations that fail throw: a bare `long` holding an HRESULT after a
-/// failed platform call, or VarnelException for a failed request. What else can leave an operation is said there;
-/// any of them can throw std::bad_alloc, and varnel::NoHostError where no host is installed (only outside Windows).
-/// After any exception the object can still be asked, completed with SetBackupStatus and destroyed. Most operations
-/// take the error-details argument, to which they append alert records and the lists that go with them; only
+/// An object, and the enumerator that it borrows, belong to one thread at a time. Objects on several threads of one
+/// process do not disturb each other, although they share the host, the log, the metadata bridge and the serial number
+/// of the system drive. The service takes one set at a time: CreateVssSnapshotSet throws VSS_E_SNAPSHOT_SET_IN_PROGRESS
+/// as a `long` while another's is under construction, and the agent tries again later with a new object.
+///
+/// The process must have initialised COM and its security. Operations that fail throw: a bare `long` holding an HRESULT
+/// after a failed platform call, or VarnelException for a failed request. What else can leave an operation is said
+/// there; any of them can throw std::bad_alloc, and varnel::NoHostError where no host is installed (only outside
+/// Windows). After any exception the object can still be asked, completed with SetBackupStatus and destroyed. Most
+/// operations take the error-details argument, to which they append alert records and the lists that go with them; only
 /// ValidateVolumes clears it.
 class VARNEL_API CVarnel {
  public:
@@ -120,7 +123,7 @@ class VARNEL_API CVarnel {
   void GetSnapshotMeatadata(std::map<std::string, ApplicationObjectMeatadataInfo>& metadata);
   /// The databases that the metadata service named, or "ALL_DB". Not the caller's: nobody may write to the text or free
   /// it, and it is valid until the metadata bridge of this process fetches another list, for this requestor or for
-  /// another. Null when the bridge had none. Never throws.
+  /// another, on whatever thread. Null when the bridge had none. Never throws.
   char* getSuccesfulDBList();
 
   /// Ends the backup: tells every writer per component whether it succeeded, sends BackupComplete and looks at the

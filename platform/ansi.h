@@ -8,8 +8,10 @@
 
 namespace varnel {
 
-/// Never fails on a character.
+/// Character for character; a text that the code page cannot express is given whole in UTF-8, so that nothing of it is
+/// lost.
 VARNEL_API std::string WideToAnsi(std::wstring_view text);
+/// What is no character of the code page becomes a replacement character.
 VARNEL_API std::wstring AnsiToWide(std::string_view text);
 
 }  // namespace varnel

@@ -1,15 +1,15 @@
 #include "platform/host.h"
 
+#include <atomic>
+
 namespace varnel {
 namespace {
-Host*& Installed() noexcept {
-  static Host* installed = nullptr;
-  return installed;
-}
+std::atomic<Host*> installed{nullptr};
 }  // namespace
 
 Host* CurrentHostOrNull() noexcept {
-  return Installed() != nullptr ? Installed() : MachineHost();
+  Host* host = installed;
+  return host != nullptr ? host : MachineHost();
 }
 
 Host& CurrentHost() {
@@ -18,12 +18,10 @@ Host& CurrentHost() {
   return *host;
 }
 
-ScopedHost::ScopedHost(Host& host) noexcept : previous_(Installed()) {
-  Installed() = &host;
-}
+ScopedHost::ScopedHost(Host& host) noexcept : previous_(installed.exchange(&host)) {}
 
 ScopedHost::~ScopedHost() {
-  Installed() = previous_;
+  installed = previous_;
 }
 
 }  // namespace varnel

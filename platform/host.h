@@ -3,6 +3,8 @@
 // Windows engineer reads them without a manual.
 //
 // Calls that report through GetLastError on Windows report through Host::GetLastError here.
+//
+// One host serves every thread of the process: each method may be called on several threads at once.
 #pragma once
 
 #include <cstddef>
@@ -223,14 +225,14 @@ class NoHostError : public std::logic_error {
       : std::logic_error("no host: this platform has no Volume Shadow Copy service; install a simulated host first") {}
 };
 
-/// The process's current host: on Windows the machine itself until another is installed. Throws NoHostError without
-/// one.
+/// The process's current host, the same for every thread: on Windows the machine itself until another is installed.
+/// Throws NoHostError without one.
 VARNEL_API Host& CurrentHost();
 /// The same, null without one. For paths that may not throw.
 VARNEL_API Host* CurrentHostOrNull() noexcept;
 
-/// Installs a host for its lifetime and puts the one before it back. The host must outlive the guard. Not for use from
-/// two threads at once.
+/// Installs a host for its lifetime and puts the one before it back. The host must outlive the guard. Belongs where no
+/// other thread installs one or works on the current one.
 class VARNEL_API ScopedHost {
  public:
   explicit ScopedHost(Host& host) noexcept;

@@ -56,20 +56,4 @@ struct DeviceOnSession {
   DWORD DeviceInstance;
 };
 
-static_assert(sizeof(UniqueSessionId) == 16);
-static_assert(sizeof(ConnectionInfo) == 40);
-static_assert(sizeof(SessionInfo) == 64 && alignof(SessionInfo) == 8);
-static_assert(offsetof(SessionInfo, TargetName) == 32);
-static_assert(offsetof(SessionInfo, ISID) == 40);
-static_assert(offsetof(SessionInfo, ConnectionCount) == 48);
-static_assert(offsetof(SessionInfo, Connections) == 56);
-static_assert(sizeof(ScsiAddress) == 8);
-static_assert(sizeof(DeviceOnSession) == (sizeof(WCHAR) == 2 ? 2040 : 2040 + 1000 * (sizeof(WCHAR) - 2)));
-static_assert(alignof(DeviceOnSession) == 4);
-static_assert(sizeof(WCHAR) != 2 || offsetof(DeviceOnSession, ScsiAddress) == 960);
-static_assert(sizeof(WCHAR) != 2 || offsetof(DeviceOnSession, DeviceInterfaceName) == 984);
-static_assert(sizeof(WCHAR) != 2 || offsetof(DeviceOnSession, LegacyName) == 1504);
-static_assert(sizeof(WCHAR) != 2 || offsetof(DeviceOnSession, StorageDeviceNumber) == 2024);
-static_assert(sizeof(WCHAR) != 2 || offsetof(DeviceOnSession, DeviceInstance) == 2036);
-
 }  // namespace varnel::iscsi

@@ -2,46 +2,35 @@
 // that the library asks for and the two-base form of IVssWriterComponentsExt.
 #pragma once
 
-#include <type_traits>
-
 #include "platform/win32.h"
 #include "text/guid.h"
 
 #ifdef _WIN32
-#ifdef __MINGW32__
-// MinGW's IVssWriterComponentsExt lacks the IUnknown base, so it could never be released. Its guard is taken here and
-// the interface declared below as the service implements it.
-#define __IVssWriterComponentsExt_INTERFACE_DEFINED__
-using VssBool = boolean;
-#else
-using VssBool = bool;
-#endif
 // clang-format off
 #include <vss.h>
 #include <vswriter.h>
+#ifdef __MINGW32__
+using VssBool = boolean;
+// MinGW's IVssWriterComponentsExt lacks the IUnknown base, so it could never be released. The interface is declared here
+// as the service implements it, and MinGW's guard is taken.
+#ifdef __IVssWriterComponentsExt_INTERFACE_DEFINED__
+#error "Include the headers of varnel before <vsbackup.h>: they declare an interface that MinGW declares wrongly there."
+#else
+#define __IVssWriterComponentsExt_INTERFACE_DEFINED__
+struct IVssWriterComponentsExt : IVssWriterComponents, IUnknown {};
+#endif
+#else
+using VssBool = bool;
+#endif
 #include <vsbackup.h>
 #include <vsadmin.h>
 #include <vsserror.h>
 // clang-format on
-#ifdef __MINGW32__
-struct IVssWriterComponentsExt : IVssWriterComponents, IUnknown {};
-#endif
 #else
 using VssBool = bool;
 #include "platform/portable/vss.h"
 #include "platform/portable/vsserror.h"
 #endif
-
-// Two interface pointers, first the writer's components, then IUnknown: a caller releases through the second.
-static_assert(sizeof(IVssWriterComponentsExt) == 2 * sizeof(void*));
-static_assert(std::is_base_of_v<IVssWriterComponents, IVssWriterComponentsExt>);
-static_assert(std::is_base_of_v<IUnknown, IVssWriterComponentsExt>);
-static_assert(!std::is_base_of_v<IUnknown, IVssWriterComponents>);
-
-static_assert(sizeof(VSS_SNAPSHOT_PROP) == 128);
-static_assert(sizeof(VSS_PROVIDER_PROP) == 72);
-static_assert(sizeof(VSS_OBJECT_PROP) == 136);
-static_assert(sizeof(VSS_COMPONENTINFO) == 72);
 
 namespace varnel {
 

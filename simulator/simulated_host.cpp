@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "simulator/machine/shared_state.h"
 #include "simulator/services/kernel_objects.h"
 #include "simulator/services/simulated_cluster.h"
 #include "simulator/services/simulated_iscsi.h"
@@ -35,6 +36,10 @@ SimulatedHost::SimulatedHost(HostModel model)
 
 SimulatedHost::~SimulatedHost() {
   machine_->faults.hangs().EndAndJoin();
+}
+
+void SimulatedHost::KeepStateIn(const std::filesystem::path& file) {
+  machine_->shared = std::make_unique<SharedState>(*machine_, file);
 }
 
 }  // namespace varnel::simulator

@@ -29,6 +29,7 @@ HostModel SampleHost();
 
 class KernelObjects;
 
+/// Any thread may call it; install it and change its model, fault plan and logs while no other thread does.
 class SimulatedHost final : public Host {
  public:
   explicit SimulatedHost(HostModel model);
@@ -52,6 +53,8 @@ class SimulatedHost final : public Host {
 
   /// For changes that are made before the next call.
   HostModel& model() { return machine_->ChangeModel(); }
+  /// Shares the state with every process that names this file, from now on. Throws StateFileError.
+  void KeepStateIn(const std::filesystem::path& file);
   FaultPlan& faults() { return machine_->faults; }
   CallLog& calls() { return machine_->calls; }
   LiveObjects& live() { return machine_->live; }

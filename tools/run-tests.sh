@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Builds and runs the tests: natively with sanitizers, natively and optimised, and for Windows under Wine:
+# Builds and runs the tests: natively with sanitizers, natively and optimised, natively with ThreadSanitizer, and for
+# Windows under Wine:
 #
-#   tools/run-tests.sh [--thorough] [--room NAME] [sanitize] [native] [windows]
+#   tools/run-tests.sh [--thorough] [--room NAME] [sanitize] [native] [threads] [windows]
 #
 # One process and one line per room; the last line is "N passed, N failed" (", N skipped" when tests were skipped). A
 # room that crashes, hangs, ends badly after its tests or runs none is a failure, and so is a build that fails or runs
@@ -12,16 +13,21 @@
 # command exits with 0; "release" is such a test of an optimised build. What a room counts besides its tests it writes as
 # "[    TOTAL ] ...", shown beside its result.
 #
-# The optimised build runs "release" and "sweep" only, the sweeps whole. The others run all but "release", and of the
-# sweeps one run in VARNEL_SAMPLE (50), chosen by VARNEL_SAMPLE_SEED (another one each time, which is told). --thorough
-# runs the sweeps whole everywhere, with VARNEL_HOSTS (20,000) random hosts.
+# The optimised build runs "release" and "sweep" only, the sweeps whole; the one with ThreadSanitizer builds and runs
+# threads_test only. The others run all but "release", and of the sweeps one run in VARNEL_SAMPLE (50), chosen by
+# VARNEL_SAMPLE_SEED (another one each time, which is told). --thorough runs the sweeps whole everywhere, with
+# VARNEL_HOSTS (20,000) random hosts.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 readonly summary=build/test-summary.txt
 readonly jobs=$(nproc)
+# ThreadSanitizer does not run where the kernel spreads addresses wider than it knows of.
+fixed_addresses=()
+if setarch --addr-no-randomize true 2>/dev/null; then fixed_addresses=(setarch --addr-no-randomize); fi
 
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_stack_use_after_return=1:strict_string_checks=1}
+export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:exitcode=66}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1}
 
 only_room=
@@ -34,7 +40,7 @@ while (($#)); do
       only_room=${2:?--room needs a name}
       shift
       ;;
-    sanitize | native | windows) builds+=("$1") ;;
+    sanitize | native | threads | windows) builds+=("$1") ;;
     *)
       sed -n 's/^#   \(tools.*\)/usage: \1/p' "$0" >&2
       exit 2
@@ -42,7 +48,7 @@ while (($#)); do
   esac
   shift
 done
-((${#builds[@]})) || builds=(sanitize native windows)
+((${#builds[@]})) || builds=(sanitize native threads windows)
 if [[ $thorough ]]; then export VARNEL_HOSTS=${VARNEL_HOSTS:-20000} VARNEL_SAMPLE=1; fi
 export VARNEL_SAMPLE=${VARNEL_SAMPLE:-50} VARNEL_SAMPLE_SEED=${VARNEL_SAMPLE_SEED:-$RANDOM}
 
@@ -57,13 +63,15 @@ find_captures() {
 # The rooms that the build runs.
 rooms_of() { # BUILD
   awk -F '\t' -v build="$1" -v room="$only_room" '
-    (room == "" || $1 == room) && (build == "native" ? $2 == "sweep" || $2 == "release" : $2 != "release")
+    room != "" && $1 != room { next }
+    build == "native" ? $2 == "sweep" || $2 == "release" : build == "threads" ? $1 == "threads_test" : $2 != "release"
   ' "build/$1/tests.txt"
 }
 
 build() { # BUILD
   local targets=(all)
   if [[ $1 == native ]]; then targets=(release_rooms); fi
+  if [[ $1 == threads ]]; then targets=(threads_test); fi
   rm -f "build/$1/tests.txt"
   cmake --log-level=WARNING --preset "$1" >"build/$1-configure.log" || { cat "build/$1-configure.log" && return 1; }
   if [[ $only_room ]]; then
@@ -130,6 +138,7 @@ run_room() { # BUILD ROOM KIND SECONDS COMMAND...
     judge=judge_gtest
     command+=("--gtest_output=json:$report" --gtest_color=no)
     if [[ $build == windows ]]; then command=(tools/wine.sh "${command[@]}"); fi
+    if [[ $build == threads ]]; then command=("${fixed_addresses[@]}" "${command[@]}"); fi
   fi
   if [[ $build == native ]]; then unset VARNEL_SAMPLE; fi
 

@@ -34,8 +34,13 @@ std::string ExitStatusFooter() {
 void AddGlobalOptions(CLI::App& app, GlobalOptions& options, std::string& logLevel) {
   app.set_help_flag("-h,--help", "Print this help, or after a command its own, and exit");
   app.set_version_flag("--version", "varnelctl " VARNELCTL_VERSION, "Print the version and exit");
-  app.add_option("--host", options.hostFile, "Ask the simulated host of this JSON file (--host sql-server.json)")
-      ->type_name("FILE");
+  CLI::Option* host =
+      app.add_option("--host", options.hostFile, "Ask the simulated host of this JSON file (--host sql-server.json)")
+          ->type_name("FILE");
+  app.add_option("--state", options.stateFile,
+                 "Keep what happens at that host in this file, for the next commands (--state host.state)")
+      ->type_name("FILE")
+      ->needs(host);
   app.add_flag("--json", options.json, "Print one JSON document instead of text (varnelctl --json disks)");
   CLI::Option* log =
       app.add_option("--log", options.logFile, "Append the library's log to this file (--log varnel.log)")

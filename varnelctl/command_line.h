@@ -13,6 +13,7 @@ namespace varnelctl {
 
 struct GlobalOptions {
   std::optional<std::string> hostFile;
+  std::optional<std::string> stateFile;
   bool json = false;
   std::optional<std::string> logFile;
   int lowestLogCategory = 0;  ///< CFileLog::Category

@@ -1,3 +1,5 @@
+#include "platform/host.h"
+#include "platform/owners.h"
 #include "platform/win32.h"
 #include "varnelctl/explanation/failure.h"
 #include "varnelctl/machine_session.h"
@@ -38,9 +40,8 @@ bool IsWow64() {
 }
 
 bool HasService() {
-  const HMODULE library = ::LoadLibraryExW(L"vssapi.dll", nullptr, LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
-  if (library != nullptr) ::FreeLibrary(library);
-  return library != nullptr;
+  const varnel::Module library(varnel::CurrentHost().messages().LoadLibraryW(L"vssapi.dll"));
+  return static_cast<bool>(library);
 }
 
 void RequireFitMachine() {

@@ -53,6 +53,8 @@ bool IsTerminal() {
 }  // namespace
 
 int main() {
+  // A drive without its medium is a failed call, not a dialog that nobody sees.
+  ::SetErrorMode(::GetErrorMode() | SEM_FAILCRITICALERRORS);
   ::_setmode(::_fileno(stdout), _O_BINARY);
   ::_setmode(::_fileno(stderr), _O_BINARY);
   const Utf8Console console;

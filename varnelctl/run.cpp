@@ -47,7 +47,7 @@ ExitStatus RunCommand(const Invocation& invocation, Console& console, Interrupti
   Session session(console, invocation.options.json, std::move(interruption));
   return Guarded(session, [&] {
     const LogOfRun log(invocation.options);
-    TargetHost host(invocation.options.hostFile);
+    TargetHost host(invocation.options.hostFile, invocation.options.stateFile);
     session.calls = host.calls();
     // A second guard, because a failure of the command is described while its host is still there.
     return Guarded(session, [&] { return invocation.command->Run(session); });

@@ -1,11 +1,13 @@
 #include "varnelctl/session.h"
 
+#include "varnelctl/console/text.h"
+
 namespace varnelctl {
 
 ExitStatus Session::Report(const Failure& failure) {
   console.Error(failure.message);
   for (const std::string& detail : failure.details) console.Detail("  " + detail);
-  console.Detail(errorDetails);
+  console.Detail(FromLibrary(errorDetails));
   return failure.status;
 }
 

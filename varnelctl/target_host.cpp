@@ -4,10 +4,11 @@
 
 namespace varnelctl {
 
-TargetHost::TargetHost(const std::optional<std::string>& hostFile) {
+TargetHost::TargetHost(const std::optional<std::string>& hostFile, const std::optional<std::string>& stateFile) {
   varnel::Host* const current = varnel::CurrentHostOrNull();
   if (hostFile) {
     Simulate(varnel::simulator::LoadHostFile(PathOf(*hostFile)));
+    if (stateFile) simulated_->KeepStateIn(PathOf(*stateFile));
   } else if (current == nullptr) {
     Simulate(varnel::simulator::SampleHost());
   } else if (current == varnel::MachineHost()) {

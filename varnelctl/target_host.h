@@ -13,9 +13,10 @@ namespace varnelctl {
 /// Makes the host current for its own lifetime. Objects of the host must be gone before this one.
 class TargetHost {
  public:
-  /// With a file the simulated host that it describes (throws simulator::HostFileError); else the current host, which
-  /// is this machine unless another is installed; else the sample host.
-  explicit TargetHost(const std::optional<std::string>& hostFile);
+  /// With a host file the simulated host that it describes (throws simulator::HostFileError), which keeps its state in
+  /// the state file if there is one (throws simulator::StateFileError); else the current host, which is this machine
+  /// unless another is installed; else the sample host.
+  TargetHost(const std::optional<std::string>& hostFile, const std::optional<std::string>& stateFile);
   TargetHost(const TargetHost&) = delete;
   TargetHost& operator=(const TargetHost&) = delete;
 

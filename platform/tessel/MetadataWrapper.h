@@ -7,6 +7,12 @@
 
 /// Owns the two texts it holds (allocated with malloc), but has no destructor that frees them: the process-wide
 /// instance lives as long as the process, and copies share the texts.
+///
+/// Threads: the W_ operations may run on several threads at once; none frees a text that another one frees. But an
+/// object holds one text of each kind: what GetdbFilesToQuiescePtr and the W_ operations hand out is the answer to the
+/// latest question of any thread, and the next answer of that kind frees it. The library asks the instance and copies
+/// the answer under a lock of its own, so requests do not disturb each other. Whoever else uses the instance while
+/// requests run may read a text of theirs, or one that is gone. The setters, the getter and copies are not guarded.
 class VARNEL_API MetadataWrapper {
  public:
   MetadataWrapper() = default;

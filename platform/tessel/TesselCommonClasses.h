@@ -1,4 +1,5 @@
-// The maker's common classes library, as far as varnel calls it.
+// The maker's common classes library, as far as varnel calls it. An object belongs to one thread; objects on several
+// threads do not disturb each other.
 #pragma once
 
 #include <array>
@@ -81,7 +82,8 @@ class VARNEL_API DiskAndVolumeEnumerator {
   const std::vector<WindowsDiskDevice>& GetDisks();
 
   /// Serial number of the disk that holds the system drive, of its first disk where it lies on several; empty when that
-  /// disk has none. Written to only when it changes.
+  /// disk has none. The process's: written to only when it changes, so that threads may read it while others enumerate
+  /// a host whose system drive stays what it is.
   static std::wstring systemDriveSerialNumber;
 
  private:

@@ -55,6 +55,8 @@ class TimeStamp {
 
  private:
   void Render(std::time_t second) {
+    static std::mutex mutex;  // the result of std::localtime is the process's
+    const std::lock_guard<std::mutex> lock(mutex);
     char text[32] = "";
     if (const std::tm* local = std::localtime(&second)) std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", local);
     rendered_ = text;
@@ -124,7 +126,7 @@ class FileSink final : public LogSink {
   }
 
   const int lowestCategory_;
-  std::mutex mutex_;  // lines of two threads do not mix; std::localtime's result is shared too
+  std::mutex mutex_;  // lines of two threads do not mix
   std::ofstream file_;
   TimeStamp timeStamp_;
   std::string line_;  // room that is kept from line to line

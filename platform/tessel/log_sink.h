@@ -10,6 +10,7 @@
 
 namespace varnel {
 
+/// Called by every thread that logs, by several at once.
 class LogSink {
  public:
   virtual ~LogSink() = default;
@@ -18,7 +19,8 @@ class LogSink {
   virtual void Write(int category, std::wstring_view source, int line, std::wstring_view text) = 0;
 };
 
-/// Makes `sink` the process's log for the guard's lifetime; `CFileLog::GetInstance()` is null without one.
+/// Makes `sink` the process's log for the guard's lifetime; `CFileLog::GetInstance()` is null without one. Belongs
+/// where no other thread logs.
 class VARNEL_API ScopedLog {
  public:
   explicit ScopedLog(LogSink& sink) noexcept;
@@ -30,8 +32,8 @@ class VARNEL_API ScopedLog {
   LogSink* previous_;
 };
 
-/// Appends lines to a file as UTF-8: time, category, source(line), text. Throws std::system_error when the file cannot
-/// be opened.
+/// Appends lines to a file as UTF-8, each whole: time, category, source(line), text. Throws std::system_error when the
+/// file cannot be opened.
 VARNEL_API std::unique_ptr<LogSink> OpenLogFile(const std::filesystem::path& path, int lowestCategory);
 
 }  // namespace varnel

@@ -103,7 +103,7 @@ void TellOfSeveralDisks(std::wstring_view volume, const std::vector<DWORD>& numb
 // a serial number would share that piece of it.
 std::wstring SerialNumberIn(std::span<const BYTE> descriptor, const std::wstring& diskName) {
   const std::optional<DWORD> offset = varnel::SerialNumberOffsetIn(descriptor);
-  if (offset == 0 || offset == varnel::kNoSerialNumberOffset) return {};
+  if (offset && (*offset == 0 || *offset == varnel::kNoSerialNumberOffset)) return {};
   std::optional<std::wstring> text = offset ? varnel::SerialNumberAt(*offset, descriptor) : std::nullopt;
   if (text) return std::move(*text);
   Warn(__LINE__, L"IOCTL_STORAGE_QUERY_PROPERTY without a readable serial number", diskName, ERROR_SUCCESS);

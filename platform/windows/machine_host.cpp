@@ -1,7 +1,7 @@
 #include <cstdlib>
-#include <vector>
 
 #include "platform/windows/machine_services.h"
+#include "platform/windows/system_library.h"
 
 namespace varnel {
 namespace {
@@ -110,32 +110,13 @@ class MachineMessages final : public Messages {
     return ::FormatMessageW(flags, source, id, language, text, characters, static_cast<va_list*>(arguments));
   }
   void LocalFree(void* block) override { ::LocalFree(block); }
-  HMODULE LoadLibraryW(LPCWSTR name) override { return ::LoadLibraryExW(name, nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32); }
+  HMODULE LoadLibraryW(LPCWSTR name) override { return windows::LoadSystemLibrary(name); }
   BOOL FreeLibrary(HMODULE module) override { return ::FreeLibrary(module); }
   BOOL GetModuleHandleExW(DWORD flags, LPCWSTR name, HMODULE* module) override {
     return ::GetModuleHandleExW(flags, name, module);
   }
   int LoadStringW(HMODULE module, UINT id, LPWSTR text, int characters) override {
     return ::LoadStringW(module, id, text, characters);
-  }
-};
-
-class MachineFileVersions final : public FileVersions {
- public:
-  BOOL GetFileVersion(LPCWSTR path, VS_FIXEDFILEINFO* version) override {
-    DWORD ignored = 0;
-    const DWORD bytes = ::GetFileVersionInfoSizeW(path, &ignored);
-    if (bytes == 0) return FALSE;
-    std::vector<BYTE> block(bytes);
-    if (!::GetFileVersionInfoW(path, 0, bytes, block.data())) return FALSE;
-    void* fixed = nullptr;
-    UINT fixedBytes = 0;
-    if (!::VerQueryValueW(block.data(), L"\\", &fixed, &fixedBytes) || fixedBytes < sizeof *version) {
-      ::SetLastError(ERROR_RESOURCE_DATA_NOT_FOUND);
-      return FALSE;
-    }
-    *version = *static_cast<const VS_FIXEDFILEINFO*>(fixed);
-    return TRUE;
   }
 };
 
@@ -176,7 +157,7 @@ class Machine final : public Host {
   IscsiInitiator& iscsi() override { return windows::MachineIscsi(); }
   Cluster& cluster() override { return windows::MachineCluster(); }
   WmiDisks& wmi() override { return windows::MachineWmi(); }
-  FileVersions& files() override { return files_; }
+  FileVersions& files() override { return windows::MachineFiles(); }
   Heap& heap() override { return heap_; }
   Time& time() override { return time_; }
   MetadataService& metadata() override { return metadata_; }
@@ -188,7 +169,6 @@ class Machine final : public Host {
   MachineRegistry registry_;
   MachineSystemInformation system_;
   MachineMessages messages_;
-  MachineFileVersions files_;
   MachineHeap heap_;
   MachineTime time_;
   MachineMetadata metadata_;

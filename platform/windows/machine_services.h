@@ -12,6 +12,8 @@ VssService& MachineVss();
 IscsiInitiator& MachineIscsi();
 /// clusapi.dll and resutils.dll. Where they are absent the node belongs to no cluster.
 Cluster& MachineCluster();
+/// version.dll.
+FileVersions& MachineFiles();
 /// The WMI class MSFT_Disk. COM must be initialised by the process.
 WmiDisks& MachineWmi();
 

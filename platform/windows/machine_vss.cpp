@@ -29,8 +29,7 @@ class VssLibrary {
     return function == nullptr ? library_.Find<Function>(second) : function;
   }
 
-  // One beside the program comes first, as for every program that is linked against it.
-  SystemLibrary library_{L"vssapi.dll", LOAD_LIBRARY_SEARCH_APPLICATION_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32};
+  SystemLibrary library_{L"vssapi.dll"};
   Create* create_ = FindEither<Create>("?CreateVssBackupComponents@@YAJPEAPEAVIVssBackupComponents@@@Z",
                                        "CreateVssBackupComponentsInternal");
   FreeProperties* freeProperties_ =

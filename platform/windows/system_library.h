@@ -1,17 +1,21 @@
-// Functions of libraries that not every Windows has, looked up at run time.
+// The libraries that are loaded at run time, and where they lie.
 #pragma once
 
 #include "platform/win32.h"
 
 namespace varnel::windows {
 
-/// A library of the system directory, loaded for the rest of the process: unloading one while the process ends, when
-/// static objects are destroyed, is not safe. Nothing is searched for outside `places` (LOAD_LIBRARY_SEARCH_ flags).
+/// Loads a library of the system directory, by its path there: by its name alone the system would hand out any library
+/// of that name that the process has loaded already, wherever it lies. What it depends on comes from the system
+/// directory too. Null, with the last error set, when it is not there. Every library is loaded here.
+HMODULE LoadSystemLibrary(LPCWSTR name) noexcept;
+
+/// Functions of a library that not every Windows has. It stays loaded for the rest of the process: unloading one while
+/// the process ends, when static objects are destroyed, is not safe.
 class SystemLibrary {
  public:
-  explicit SystemLibrary(LPCWSTR name, DWORD places = LOAD_LIBRARY_SEARCH_SYSTEM32) noexcept
-      : module_(::LoadLibraryExW(name, nullptr, places)),
-        error_(module_ == nullptr ? ::GetLastError() : ERROR_SUCCESS) {}
+  explicit SystemLibrary(LPCWSTR name) noexcept
+      : module_(LoadSystemLibrary(name)), error_(module_ == nullptr ? ::GetLastError() : ERROR_SUCCESS) {}
 
   /// Null when the library or the function is absent.
   template <class Function>

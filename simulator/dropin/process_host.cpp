@@ -41,6 +41,8 @@ void SendCallsTo(CallLog& calls, const std::wstring& file) {
 std::unique_ptr<SimulatedHost> MakeHost() {
   auto host = std::make_unique<SimulatedHost>(LoadModel());
   host->machine().countsSystemMemory = false;
+  const std::wstring state = Variable(kStateVariable);
+  if (!state.empty()) host->KeepStateIn(state);
   const std::wstring calls = Variable(kCallsVariable);
   host->calls().enabled = !calls.empty();
   if (!calls.empty()) SendCallsTo(host->calls(), calls);

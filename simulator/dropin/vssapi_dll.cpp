@@ -1,9 +1,19 @@
 // The service's library over the simulated host of the process. vssapi.def gives the functions the SDK's names.
 #include "platform/vss.h"
 #include "simulator/dropin/process_host.h"
+#include "simulator/services/requestor_functions.h"
+#include "simulator/simulated_host.h"
 
 namespace varnel::simulator {
 namespace {
+
+// What `body` answers on the host of the process.
+template <class Body>
+HRESULT OnHost(Body&& body) {
+  Host* host = nullptr;
+  const HRESULT hr = ProcessHost(&host);
+  return FAILED(hr) ? hr : body(static_cast<SimulatedHost&>(*host));
+}
 
 // The coordinator's class object, one for the whole process and not counted.
 class CoordinatorClass final : public IClassFactory {
@@ -19,10 +29,9 @@ class CoordinatorClass final : public IClassFactory {
   HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID id, void** object) override {
     if (object == nullptr) return E_POINTER;
     *object = nullptr;
-    Host* host = nullptr;
-    const HRESULT hr = ProcessHost(&host);
-    if (FAILED(hr)) return hr;
-    return host->vss().CoCreateInstance(kClsidVssCoordinator, outer, CLSCTX_INPROC_SERVER, id, object);
+    return OnHost([&](SimulatedHost& host) {
+      return host.vss().CoCreateInstance(kClsidVssCoordinator, outer, CLSCTX_INPROC_SERVER, id, object);
+    });
   }
   HRESULT STDMETHODCALLTYPE LockServer(BOOL /*lock*/) override { return S_OK; }
 };
@@ -30,18 +39,40 @@ class CoordinatorClass final : public IClassFactory {
 }  // namespace
 }  // namespace varnel::simulator
 
+using varnel::simulator::OnHost;
+using varnel::simulator::SimulatedHost;
+
 extern "C" {
 
 HRESULT STDAPICALLTYPE SimulatedCreateBackupComponents(IVssBackupComponents** backup) {
   if (backup != nullptr) *backup = nullptr;
-  varnel::Host* host = nullptr;
-  const HRESULT hr = varnel::simulator::ProcessHost(&host);
-  return FAILED(hr) ? hr : host->vss().CreateVssBackupComponents(backup);
+  return OnHost([&](SimulatedHost& host) { return host.vss().CreateVssBackupComponents(backup); });
 }
 
 void STDAPICALLTYPE SimulatedFreeSnapshotProperties(VSS_SNAPSHOT_PROP* properties) {
-  varnel::Host* host = nullptr;
-  if (SUCCEEDED(varnel::simulator::ProcessHost(&host))) host->vss().VssFreeSnapshotProperties(properties);
+  OnHost([&](SimulatedHost& host) {
+    host.vss().VssFreeSnapshotProperties(properties);
+    return S_OK;
+  });
+}
+
+HRESULT STDAPICALLTYPE SimulatedExamineWriterMetadata(BSTR xml, IVssExamineWriterMetadata** metadata) {
+  if (metadata != nullptr) *metadata = nullptr;
+  return OnHost([&](SimulatedHost& host) { return CreateVssExamineWriterMetadata(host.machine(), xml, metadata); });
+}
+
+HRESULT STDAPICALLTYPE SimulatedIsVolumeSnapshotted(VSS_PWSZ volume, BOOL* present, LONG* capability) {
+  return OnHost([&](SimulatedHost& host) { return IsVolumeSnapshotted(host.machine(), volume, present, capability); });
+}
+
+HRESULT STDAPICALLTYPE SimulatedShouldBlockRevert(LPCWSTR volume, VssBool* block) {
+  return OnHost([&](SimulatedHost& host) { return ShouldBlockRevert(host.machine(), volume, block); });
+}
+
+// Providers of a simulated host have no management interfaces.
+HRESULT STDAPICALLTYPE SimulatedProviderManagement(VSS_ID /*provider*/, IID /*id*/, IUnknown** object) {
+  if (object != nullptr) *object = nullptr;
+  return E_NOTIMPL;
 }
 
 HRESULT STDAPICALLTYPE SimulatedGetClassObject(REFCLSID classId, REFIID id, void** object) {

@@ -192,6 +192,12 @@ Writer ParseWriterMetadata(std::string_view xml) {
   return ParseRoot(document.Root("WRITER_METADATA"));
 }
 
+Writer ReadWriterDocument(std::string xml) {
+  Writer writer = ParseWriterMetadata(xml);
+  writer.document = std::make_shared<const std::string>(std::move(xml));
+  return writer;
+}
+
 std::string FormatWriterMetadata(const Writer& writer) {
   XmlText xml;
   xml.Raw("<WRITER_METADATA").Attribute("xmlns", "x-schema:#VssWriterMetadataInfo");

@@ -17,6 +17,8 @@ class DocumentError : public std::runtime_error {
 
 /// Reads a Writer Metadata Document (UTF-8). Throws DocumentError.
 Writer ParseWriterMetadata(std::string_view xml);
+/// The same, and the writer keeps the document as it is.
+Writer ReadWriterDocument(std::string xml);
 /// Writes one, in one line and without a declaration, as the service does.
 std::string FormatWriterMetadata(const Writer& writer);
 

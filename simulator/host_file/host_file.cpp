@@ -19,6 +19,23 @@ constexpr Word<VSS_PROVIDER_TYPE> kProviderTypes[] = {
     {"fileshare", VSS_PROV_FILESHARE}, {"unknown", VSS_PROV_UNKNOWN},
 };
 
+constexpr Word<LONG> kCopyKinds[] = {
+    {"transportable", VSS_VOLSNAP_ATTR_TRANSPORTABLE},
+    {"differential", VSS_VOLSNAP_ATTR_DIFFERENTIAL},
+    {"plex", VSS_VOLSNAP_ATTR_PLEX},
+};
+
+constexpr Word<ProviderStep> kProviderSteps[] = {
+    {"beginPrepare", ProviderStep::beginPrepare},
+    {"endPrepare", ProviderStep::endPrepare},
+    {"commit", ProviderStep::commit},
+};
+
+constexpr Word<OrphanedSnapshot> kOrphanedSnapshot[] = {
+    {"abandon", OrphanedSnapshot::abandon},
+    {"complete", OrphanedSnapshot::complete},
+};
+
 // A map whose keys compare without regard to case.
 std::map<std::wstring, std::wstring> ReadTexts(const JsonObject& object, std::string_view key,
                                                const std::string& what) {
@@ -54,14 +71,28 @@ ClusterNode ReadCluster(const JsonNode& node) {
   return cluster;
 }
 
+void ReadSupport(const JsonObject& object, Provider& provider, const std::vector<Disk>& disks) {
+  if (const auto kinds = object.Find("supports")) {
+    const bool asked = provider.type == VSS_PROV_HARDWARE || provider.type == VSS_PROV_SOFTWARE;
+    if (!asked) kinds->Fail("only a hardware or software provider says what it supports");
+    LONG supported = 0;
+    for (const JsonNode& kind : kinds->Elements()) supported |= kind.OneOf(kCopyKinds);
+    provider.supports = supported;
+  }
+  object.ReadList("unsupportedVolumes", provider.unsupportedVolumes,
+                  [&](const JsonNode& volume) { return ReadVolumeOf(disks, volume).name; });
+  if (const auto veto = object.Find("veto")) provider.veto = veto->OneOf(kProviderSteps);
+}
+
 void ReadProviders(const JsonObject& root, HostModel& model) {
   UniqueNames ids("provider");
   root.ReadList("providers", model.providers, [&](const JsonNode& node) {
-    const JsonObject object(node, {"id", "name", "type", "version", "hangs"});
+    const JsonObject object(node, {"id", "name", "type", "version", "supports", "unsupportedVolumes", "veto", "hangs"});
     Provider provider;
     provider.id = object.At("id").Guid();
     ids.Add(FormatGuid(provider.id), node);
     object.Read("name", provider.name).Read("type", provider.type, kProviderTypes).Read("version", provider.version);
+    ReadSupport(object, provider, model.disks);
     object.Read("hangs", provider.hangs);
     return provider;
   });
@@ -152,12 +183,22 @@ void ReadService(const JsonObject& root, HostModel& model, const std::filesystem
                 [&](const JsonNode& node) { return ReadIscsiSession(node, model); });
 }
 
+// What identifies the machine and the things on it.
+void ReadIdentity(const JsonObject& root, HostModel& model) {
+  if (const auto seed = root.Find("seed")) model.seed = static_cast<WORD>(seed->Number(0xFFFF));
+  root.Read("computerName", model.computerName).Read("domain", model.domain);
+  const bool isName = !model.domain.starts_with(L'.') && model.domain.find_first_of(L"\\/ ") == model.domain.npos;
+  if (root.Has("domain") && (model.domain.empty() || !isName)) root.At("domain").Refuse("is no domain (corp.example)");
+}
+
 HostModel ReadHost(const JsonNode& node, const std::filesystem::path& directory) {
-  const JsonObject root(node, {"computerName", "systemDirectory", "environment", "os", "cluster", "disks", "providers",
-                               "writers", "databases", "iscsiSessions", "files", "registry", "commands", "messages",
-                               "vssMessages", "faults", "timing"});
+  const JsonObject root(node, {"seed",      "computerName",  "domain", "systemDirectory", "environment",
+                               "os",        "cluster",       "disks",  "providers",       "writers",
+                               "databases", "iscsiSessions", "files",  "registry",        "commands",
+                               "messages",  "vssMessages",   "faults", "timing",          "orphanedSnapshot"});
   HostModel model;
-  root.Read("computerName", model.computerName).Read("systemDirectory", model.systemDirectory);
+  ReadIdentity(root, model);
+  root.Read("systemDirectory", model.systemDirectory);
   model.environment = ReadTexts(root, "environment", "variable");
   if (const auto os = root.Find("os")) ReadOs(*os, model.os);
   if (const auto cluster = root.Find("cluster")) model.cluster = ReadCluster(*cluster);
@@ -171,6 +212,7 @@ HostModel ReadHost(const JsonNode& node, const std::filesystem::path& directory)
     for (const JsonNode& fault : faults->Elements()) ReadFault(fault, model);
   }
   if (const auto timing = root.Find("timing")) ReadTiming(*timing, model);
+  root.Read("orphanedSnapshot", model.orphanedSnapshot, kOrphanedSnapshot);
   return model;
 }
 

@@ -106,6 +106,18 @@ const Disk& ReadDiskOf(const std::vector<Disk>& disks, const JsonNode& node) {
                        [&](const Disk& disk) { return disk.reportsSerial && disk.serial == serial; });
 }
 
+const Volume& ReadVolumeOf(const std::vector<Disk>& disks, const JsonNode& node) {
+  const std::wstring name = node.Text();
+  const auto same = [&](const std::wstring& candidate) { return ascii::EqualIgnoringCase(name, candidate); };
+  for (const Disk& disk : disks) {
+    for (const Volume& volume : disk.volumes) {
+      const std::vector<std::wstring>& mountPoints = volume.mountPoints;
+      if (same(volume.name) || std::any_of(mountPoints.begin(), mountPoints.end(), same)) return volume;
+    }
+  }
+  node.Refuse("is neither the name nor a mount point of a volume");
+}
+
 std::wstring ReadSerialOf(const std::vector<Disk>& disks, const JsonNode& node) {
   return ReadDiskOf(disks, node).serial;
 }

@@ -17,6 +17,8 @@ constexpr Word<WriterEvent> kWriterEvents[] = {
     {"postSnapshot", WriterEvent::postSnapshot},
     {"backupComplete", WriterEvent::backupComplete},
     {"backupShutdown", WriterEvent::backupShutdown},
+    {"preRestore", WriterEvent::preRestore},
+    {"postRestore", WriterEvent::postRestore},
 };
 
 std::string ReadName(const JsonNode& node, std::span<const std::string_view> names, const char* what) {

@@ -51,10 +51,15 @@ FileSpec ReadFileSpec(const JsonNode& node) {
   return file;
 }
 
+// What the writer leaves in the components document.
+void ReadLeavings(const JsonObject& object, WriterComponent& component) {
+  object.Read("backupStamp", component.backupStamp).Read("backupMetadata", component.backupMetadata);
+}
+
 WriterComponent ReadComponent(const JsonNode& node) {
-  const JsonObject object(
-      node, {"type", "logicalPath", "name", "caption", "restoreMetadata", "notifyOnBackupComplete", "selectable",
-             "selectableForRestore", "componentFlags", "files", "databaseFiles", "logFiles"});
+  const JsonObject object(node, {"type", "logicalPath", "name", "caption", "restoreMetadata", "notifyOnBackupComplete",
+                                 "selectable", "selectableForRestore", "componentFlags", "files", "databaseFiles",
+                                 "logFiles", "backupStamp", "backupMetadata"});
   WriterComponent component;
   object.Read("type", component.type, kComponentTypes).Read("logicalPath", component.logicalPath);
   component.name = object.At("name").Text();
@@ -65,6 +70,7 @@ WriterComponent ReadComponent(const JsonNode& node) {
   object.ReadList("files", component.files, ReadFileSpec);
   object.ReadList("databaseFiles", component.databaseFiles, ReadFileSpec);
   object.ReadList("logFiles", component.logFiles, ReadFileSpec);
+  ReadLeavings(object, component);
   const bool database = component.type == VSS_CT_DATABASE;
   if (database && !component.files.empty()) object.At("files").Fail("a database has databaseFiles and logFiles");
   if (!database && !component.databaseFiles.empty()) object.At("databaseFiles").Fail("a file group has files only");
@@ -123,10 +129,21 @@ Writer ReadInlineWriter(const JsonNode& node, std::size_t index) {
   return writer;
 }
 
+// Adds to a component of a document what no document says.
+void ReadComponentOf(Writer& writer, const JsonNode& node) {
+  const JsonObject object(node, {"fullPath", "backupStamp", "backupMetadata"});
+  const JsonNode fullPath = object.At("fullPath");
+  const std::wstring wanted = fullPath.Text();
+  const auto found = std::find_if(writer.components.begin(), writer.components.end(),
+                                  [&](const WriterComponent& component) { return FullPath(component) == wanted; });
+  if (found == writer.components.end()) fullPath.Fail("the writer has no component \"" + fullPath.Utf8() + "\"");
+  ReadLeavings(object, *found);
+}
+
 Writer ReadDocument(const JsonNode& node, const std::filesystem::path& directory) {
   const std::string& name = node.Utf8();
   try {
-    return ParseWriterMetadata(ReadTextFile(directory / std::u8string(name.begin(), name.end())));
+    return ReadWriterDocument(ReadTextFile(directory / std::u8string(name.begin(), name.end())));
   } catch (const TextFileError& error) {
     node.Fail("cannot read \"" + name + "\": " + error.what());
   } catch (const DocumentError& error) {
@@ -135,9 +152,12 @@ Writer ReadDocument(const JsonNode& node, const std::filesystem::path& directory
 }
 
 Writer ReadDocumentedWriter(const JsonNode& node, const std::filesystem::path& directory) {
-  const JsonObject object(node, {"document", "timeoutMilliseconds"});
+  const JsonObject object(node, {"document", "components", "timeoutMilliseconds"});
   Writer writer = ReadDocument(object.At("document"), directory);
   if (const auto timeout = object.Find("timeoutMilliseconds")) ReadTimeout(*timeout, writer);
+  if (const auto components = object.Find("components")) {
+    for (const JsonNode& component : components->Elements()) ReadComponentOf(writer, component);
+  }
   return writer;
 }
 

@@ -10,6 +10,7 @@ constexpr std::string_view kCalls[] = {
     "CreateFileW",
     "CreateProcessW",
     "CreateVssBackupComponents",
+    "CreateVssExamineWriterMetadata",
     "DeviceIoControl",
     "ExpandEnvironmentStringsW",
     "FindFirstVolumeW",
@@ -189,6 +190,7 @@ constexpr std::string_view kCalls[] = {
     "IVssWriterComponents::GetWriterInfo",
     "IVssWriterComponentsExt::QueryInterface",
     "IWbemServices::ExecQuery",
+    "IsVolumeSnapshotted",
     "LoadLibraryW",
     "LoadStringW",
     "LogoutIScsiTarget",
@@ -202,6 +204,7 @@ constexpr std::string_view kCalls[] = {
     "SearchPathW",
     "SetCurrentDirectoryW",
     "SetEnvironmentVariableW",
+    "ShouldBlockRevert",
     "SysAllocStringLen",
     "VerifyVersionInfoW",
     "WaitForSingleObject",
@@ -209,8 +212,8 @@ constexpr std::string_view kCalls[] = {
 };
 
 constexpr std::string_view kAsyncs[] = {
-    "BackupComplete",     "BreakSnapshotSetEx", "DoSnapshotSet",    "GatherWriterMetadata",
-    "GatherWriterStatus", "ImportSnapshots",    "PrepareForBackup",
+    "BackupComplete",  "BreakSnapshotSetEx", "DoSnapshotSet", "GatherWriterMetadata", "GatherWriterStatus",
+    "ImportSnapshots", "PostRestore",        "PreRestore",    "PrepareForBackup",
 };
 
 }  // namespace

@@ -1,4 +1,5 @@
-// How a call runs: it is counted by the fault plan, does its work unless it is made to fail, and goes to the call log.
+// How a call runs: it is counted by the fault plan, does its work unless it is made to fail, and goes to the call log,
+// all while it holds the machine.
 #pragma once
 
 #include <concepts>
@@ -10,6 +11,7 @@
 #include "platform/vss.h"
 #include "simulator/machine/machine.h"
 #include "simulator/machine/result_names.h"
+#include "simulator/machine/shared_state.h"
 
 namespace varnel::simulator {
 
@@ -60,7 +62,9 @@ inline auto Shown(const wchar_t* text) {
 /// it.
 template <std::invocable Rendered, std::invocable Outcome = std::string (*)()>
 void RecordCall(Machine& machine, std::string_view name, Rendered&& arguments, Outcome&& outcome = NoArguments) {
-  if (machine.calls.enabled) machine.calls.Add(std::string(name) + "(" + arguments() + ")" + outcome());
+  if (!machine.calls.enabled) return;
+  const auto lock = machine.Lock();
+  machine.calls.Add(std::string(name) + "(" + arguments() + ")" + outcome());
 }
 
 /// The end of a Win32 call's line.
@@ -70,6 +74,7 @@ std::string Win32Outcome(bool failed, DWORD error);
 template <std::invocable Rendered, std::invocable Body>
 HRESULT Call(Machine& machine, std::string_view name, Rendered&& arguments, Body&& body) {
   const Hangs::Passage passage = machine.faults.hangs().Pass(name);
+  const Turn turn(machine);
   const std::optional<DWORD> forced = machine.faults.OnCall(name);
   const HRESULT result = forced ? static_cast<HRESULT>(*forced) : body();
   RecordCall(machine, name, arguments, [&] { return " = " + ResultName(result); });
@@ -81,6 +86,7 @@ HRESULT Call(Machine& machine, std::string_view name, Rendered&& arguments, Body
 template <std::invocable Rendered, class Result, std::invocable Body>
 Result Win32Call(Machine& machine, std::string_view name, Rendered&& arguments, Result failure, Body&& body) {
   const Hangs::Passage passage = machine.faults.hangs().Pass(name);
+  const Turn turn(machine);
   const std::optional<DWORD> forced = machine.faults.OnCall(name);
   if (forced) machine.lastError = *forced;
   const Result result = forced ? failure : body();
@@ -92,6 +98,7 @@ Result Win32Call(Machine& machine, std::string_view name, Rendered&& arguments, 
 template <class Code, std::invocable Rendered, std::invocable Body>
 Code CodeCall(Machine& machine, std::string_view name, Rendered&& arguments, Body&& body) {
   const Hangs::Passage passage = machine.faults.hangs().Pass(name);
+  const Turn turn(machine);
   const std::optional<DWORD> forced = machine.faults.OnCall(name);
   const Code code = static_cast<Code>(forced ? *forced : body());
   RecordCall(machine, name, arguments, [&] { return Win32Outcome(code != 0, static_cast<DWORD>(code)); });

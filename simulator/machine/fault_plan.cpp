@@ -59,6 +59,7 @@ void FaultPlan::HangAsync(std::string async, int occurrence) {
 
 std::optional<DWORD> FaultPlan::OnCall(std::string_view call) {
   ++calls_;
+  if (listener_) listener_(calls_);
   if (nth_ != 0 && (calls_ == nth_ || (nthPersistent_ && calls_ > nth_))) {
     if (firedAt_.empty()) firedAt_ = call;
     return nthResult_;

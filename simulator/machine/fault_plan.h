@@ -1,11 +1,13 @@
 // Which calls fail.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "simulator/machine/hangs.h"
 #include "simulator/machine/model.h"
@@ -28,6 +30,9 @@ class FaultPlan {
   void HangAsync(std::string async, int occurrence = 1);
   void FailWriter(WriterFault fault) { faults_.writers.push_back(std::move(fault)); }
   void FailDeletion(DeletionFault fault) { faults_.deletions.push_back(std::move(fault)); }
+
+  /// From now on `listener` is told the number of each call before it runs: for tests that end the process there.
+  void TellCallsTo(std::function<void(int call)> listener) { listener_ = std::move(listener); }
 
   /// Counts one call; its forced result, if any.
   std::optional<DWORD> OnCall(std::string_view call);
@@ -61,6 +66,7 @@ class FaultPlan {
   DWORD nthResult_ = 0;
   bool nthPersistent_ = false;
   std::string firedAt_;
+  std::function<void(int call)> listener_;
 };
 
 }  // namespace varnel::simulator

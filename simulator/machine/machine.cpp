@@ -1,15 +1,35 @@
 #include "simulator/machine/machine.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
+#include <random>
 #include <utility>
 
+#include "simulator/machine/shared_state.h"
 #include "simulator/machine/volumes.h"
 #include "simulator/vss/snapshot_service.h"
 
 namespace varnel::simulator {
+namespace {
+
+// A random identifier (version 4).
+GUID RandomId() {
+  std::random_device random;
+  std::uint32_t words[4];
+  for (std::uint32_t& word : words) word = static_cast<std::uint32_t>(random());
+  GUID id{};
+  static_assert(sizeof id == sizeof words);
+  std::memcpy(&id, words, sizeof id);
+  id.Data3 = static_cast<WORD>((id.Data3 & 0x0FFF) | 0x4000);
+  id.Data4[0] = static_cast<BYTE>((id.Data4[0] & 0x3F) | 0x80);
+  return id;
+}
+
+}  // namespace
 
 Machine::Machine(HostModel model) : model_(std::move(model)) {
+  lastError = ERROR_SUCCESS;
   faults.Load(model_.faults);
   snapshots = std::make_unique<SnapshotService>(*this);
 }
@@ -27,8 +47,9 @@ const VolumeIndex& Machine::volumes() const {
 }
 
 GUID Machine::NewId() {
-  ++ids_;
-  return GUID{ids_, 0x5e1f, 0x4c3d, {0x9a, 0x0b, 0, 0, 0, 0, 0, 0}};
+  if (!model_.seed || shared != nullptr) return RandomId();
+  constexpr WORD kBeforeFirst = 0x5e1e;
+  return GUID{++ids_, static_cast<WORD>(kBeforeFirst + *model_.seed), 0x4c3d, {0x9a, 0x0b, 0, 0, 0, 0, 0, 0}};
 }
 
 template <class T>
@@ -41,6 +62,7 @@ T* Machine::HandOut(std::string_view kind, T* block) {
 }
 
 bool Machine::TakeBack(std::string_view kind, const void* block) {
+  const auto lock = Lock();
   const auto held = blocks_.find(block);
   if (held == blocks_.end() || held->second != kind) {
     live.AddMisuse(std::string(kind) + " given back that the caller does not hold");

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
+#include <set>
 #include <string_view>
 #include <unordered_map>
 
@@ -16,11 +18,18 @@ namespace varnel::simulator {
 
 class VolumeIndex;      // volumes.h
 class SnapshotService;  // snapshot sets and shadow copies; snapshot_service.h
+class SharedState;      // shared_state.h
 
+/// Every thread of the process may call the host. A call holds the lock from its count in the fault plan to its line in
+/// the log, so calls follow each other and none sees another half done; waits only move the clock. What is done outside
+/// a call (calls.h) takes the lock itself. Tests that look at the parts do so while no other thread calls.
 class Machine : public std::enable_shared_from_this<Machine> {
  public:
   explicit Machine(HostModel model);
   ~Machine();
+
+  /// Holds the machine for the calling thread, which may hold it already.
+  [[nodiscard]] std::unique_lock<std::recursive_mutex> Lock() const { return std::unique_lock(mutex_); }
 
   const HostModel& model() const { return model_; }
   /// The model, for changes that are made before the next call.
@@ -32,8 +41,13 @@ class Machine : public std::enable_shared_from_this<Machine> {
   CallLog calls;
   LiveObjects live;
   std::unique_ptr<SnapshotService> snapshots;
+  /// The iSCSI sessions that were logged out, by index in the model.
+  std::set<std::size_t> endedSessions;
+  /// Null while the state ends with the process.
+  std::unique_ptr<SharedState> shared;
 
-  DWORD lastError = 0;
+  /// The calling thread's own, as on Windows: no matter which machine set it.
+  constinit inline static thread_local DWORD lastError = 0;
   /// Sets the last error, for a Win32 call that then gives this answer.
   template <class Answer = BOOL>
   Answer Fail(DWORD error, Answer answer = {}) {
@@ -48,10 +62,12 @@ class Machine : public std::enable_shared_from_this<Machine> {
   /// Off where callers give BSTRs and task memory back to the system itself, so that nobody could count them.
   bool countsSystemMemory = true;
 
-  /// The next identifier: the same sequence on every run.
+  /// The next identifier: with the model's seed of the same sequence on every run, else and where processes share the
+  /// state a random one.
   GUID NewId();
 
-  /// BSTRs are counted, see countsSystemMemory; so is every block that a caller must give to CoTaskMemFree.
+  /// Memory is handed out in a call and may be given back outside. BSTRs are counted, see countsSystemMemory; so is
+  /// every block that a caller must give to CoTaskMemFree.
   BSTR MakeBstr(std::wstring_view text);
   void FreeBstr(BSTR text);
   wchar_t* MakeTaskText(std::wstring_view text);
@@ -67,6 +83,7 @@ class Machine : public std::enable_shared_from_this<Machine> {
   T* HandOut(std::string_view kind, T* block);
   bool TakeBack(std::string_view kind, const void* block);
 
+  mutable std::recursive_mutex mutex_;
   HostModel model_;
   mutable std::unique_ptr<const VolumeIndex> volumes_;  // made when it is first needed
   std::uint32_t ids_ = 0;

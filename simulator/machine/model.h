@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -37,6 +38,10 @@ struct WriterComponent {
   std::vector<FileSpec> files;
   std::vector<FileSpec> databaseFiles;
   std::vector<FileSpec> logFiles;
+  /// What the writer leaves in the components document when the component is backed up: the stamp as it prepares, the
+  /// metadata after the snapshot.
+  std::optional<std::wstring> backupStamp;
+  std::optional<std::wstring> backupMetadata;
 };
 
 /// The name under which a requestor knows a component: "\\logical\\path\\name".
@@ -71,6 +76,8 @@ struct Writer {
   std::vector<FileSpec> excludeFiles;
   std::vector<FileSpec> excludeFilesFromSnapshot;
   std::vector<WriterComponent> components;
+  /// The Writer Metadata Document that it came from, as it was written (UTF-8); null for a writer without one.
+  std::shared_ptr<const std::string> document;
 };
 
 struct Volume {
@@ -91,12 +98,20 @@ struct Disk {
   std::vector<Volume> volumes;
 };
 
+/// What the service asks of a provider on the way to a shadow copy.
+enum class ProviderStep { beginPrepare, endPrepare, commit };
+
 struct Provider {
   GUID id{};
   std::wstring name;
   VSS_PROVIDER_TYPE type = VSS_PROV_UNKNOWN;
   std::wstring version;
-  bool hangs = false;  // its commit does not come to an end
+  /// The kinds of copies that it says it can make, of VSS_VOLSNAP_ATTR_TRANSPORTABLE, _DIFFERENTIAL and _PLEX; what is
+  /// usual for its type where absent. Only hardware and software providers are asked.
+  std::optional<LONG> supports{};
+  std::vector<std::wstring> unsupportedVolumes{};  // unique names of volumes that it does not copy
+  std::optional<ProviderStep> veto{};              // the step that it refuses
+  bool hangs = false;                              // its commit does not come to an end
 };
 
 struct OperatingSystem {
@@ -159,6 +174,8 @@ enum class WriterEvent {
   postSnapshot,
   backupComplete,
   backupShutdown,
+  preRestore,
+  postRestore,
 };
 
 struct ComponentFault {
@@ -186,6 +203,9 @@ struct DeletionFault {
   HRESULT result = 0;     // a failure
 };
 
+/// What becomes of a snapshot set whose requestor dies while DoSnapshotSet is under way.
+enum class OrphanedSnapshot { abandon, complete };
+
 struct Faults {
   std::vector<CallFault> calls;
   std::vector<AsyncFault> asyncs;
@@ -194,7 +214,11 @@ struct Faults {
 };
 
 struct HostModel {
+  /// With a seed the host makes the same identifiers on every run, and copies are dated from 2026-01-01 on. Without one
+  /// identifiers are random and copies are dated by the clock.
+  std::optional<WORD> seed;
   std::wstring computerName = L"HOST";
+  std::wstring domain;  // of which the machine is a member; empty: of none
   std::wstring systemDirectory = L"C:\\Windows\\system32";
   /// Names compare without regard to ASCII case. SystemRoot, windir, SystemDrive and ProgramData follow the system
   /// directory where they are absent.
@@ -219,6 +243,7 @@ struct HostModel {
   DWORD commitMilliseconds = 0;
   /// After which the service gives up a writer that hangs in another event than Freeze.
   DWORD eventLimitMilliseconds = 600000;
+  OrphanedSnapshot orphanedSnapshot = OrphanedSnapshot::abandon;
 };
 
 }  // namespace varnel::simulator

@@ -57,6 +57,20 @@ std::wstring Folded(std::wstring_view path) {
   return text;
 }
 
+// The copy whose mount point, a drive or folder without its backslash, is the longest that holds the path.
+std::optional<VolumeView> FindMountedCopy(const Machine& machine, std::wstring_view path) {
+  std::optional<VolumeView> found;
+  const std::size_t drivePrefix = DrivePrefixLength(path);
+  for (const ShadowCopy* copy : machine.snapshots->MountedCopies()) {
+    const std::wstring mountPoint = Folded(WithoutTrailingBackslash(copy->exposedName));
+    const std::wstring place = Folded(path.substr(drivePrefix)) + L'\\';
+    const std::size_t prefix = drivePrefix + mountPoint.size();
+    if (!place.starts_with(mountPoint + L'\\') || (found && found->prefix >= prefix)) continue;
+    found = VolumeView{nullptr, copy, copy->diskNumber, 1, prefix};
+  }
+  return found;
+}
+
 }  // namespace
 
 VolumeIndex::VolumeIndex(const HostModel& model) {
@@ -142,9 +156,12 @@ std::vector<const ShadowCopy*> CopiesOfDisk(const Machine& machine, std::wstring
 }
 
 std::optional<VolumeView> FindVolumeOfPath(const Machine& machine, std::wstring_view path) {
-  std::optional<VolumeView> copy = FindCopyOfPath(machine, path);
-  std::optional<VolumeView> volume = machine.volumes().Find(path, DrivePrefixLength(path));
-  return volume && volume->prefix > (copy ? copy->prefix : 0) ? volume : copy;
+  std::optional<VolumeView> found = FindCopyOfPath(machine, path);
+  for (const std::optional<VolumeView>& other :
+       {FindMountedCopy(machine, path), machine.volumes().Find(path, DrivePrefixLength(path))}) {
+    if (other && other->prefix > (found ? found->prefix : 0)) found = other;
+  }
+  return found;
 }
 
 std::wstring PhysicalDriveName(DWORD number) {

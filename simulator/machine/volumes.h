@@ -67,8 +67,8 @@ std::vector<VolumeView> ListVolumes(const Machine& machine);
 /// The surfaced copies of the volumes on this disk that have a disk of their own.
 std::vector<const ShadowCopy*> CopiesOfDisk(const Machine& machine, std::wstring_view serial);
 
-/// The volume that holds `path`: the longest mount point, volume name or shadow copy device that is a prefix of it at
-/// a component boundary. ASCII case does not matter and '/' is as good as a backslash.
+/// The volume that holds `path`: the longest mount point, of an exposed shadow copy as well, volume name or shadow copy
+/// device that is a prefix of it at a component boundary. ASCII case does not matter and '/' is as good as a backslash.
 std::optional<VolumeView> FindVolumeOfPath(const Machine& machine, std::wstring_view path);
 
 /// "\\.\PhysicalDriveN"

@@ -6,9 +6,14 @@
 namespace varnel::simulator {
 
 inline constexpr DWORD kErrorInvalidFunction = 1;
+inline constexpr DWORD kErrorWriteProtect = 19;
+inline constexpr DWORD kErrorWriteFault = 29;
+inline constexpr DWORD kErrorDiskFull = 112;
 inline constexpr DWORD kErrorBadArguments = 160;
+inline constexpr DWORD kErrorLockFailed = 167;
 inline constexpr DWORD kErrorFilenameExceedsRange = 206;
 inline constexpr DWORD kErrorDeviceNotConnected = 1167;
+inline constexpr DWORD kErrorFileCorrupt = 1392;
 inline constexpr DWORD kErrorUnsupportedType = 1630;
 inline constexpr DWORD kErrorNotAReparsePoint = 4390;
 inline constexpr DWORD kFileDeviceDisk = 7;  // a kind of device, FILE_DEVICE_DISK

@@ -36,6 +36,7 @@ std::string KernelObjects::Describe(HANDLE handle) {
 }
 
 BOOL KernelObjects::CloseHandle(HANDLE handle) {
+  const auto lock = machine_.Lock();
   const std::string what = machine_.calls.enabled ? Describe(handle) : std::string();
   const bool closed = handles_.Close(handle, "CloseHandle");
   return Win32Call(machine_, "CloseHandle", Arguments(what), BOOL{FALSE},

@@ -122,6 +122,7 @@ class SimulatedIscsi final : public OnMachine<IscsiInitiator> {
   }
 
   DWORD LogoutIScsiTarget(iscsi::UniqueSessionId* session) override {
+    const auto lock = machine_.Lock();
     const std::string target = machine_.calls.enabled ? TargetOf(session) : std::string();
     return CodeCall<DWORD>(machine_, "LogoutIScsiTarget", Arguments(target), [&]() -> DWORD {
       const std::optional<Session> open = Find(session);
@@ -130,8 +131,8 @@ class SimulatedIscsi final : public OnMachine<IscsiInitiator> {
         ++open->state->failedLogouts;
         return kIscsiLogoutFailed;
       }
-      open->state->loggedOut = true;
-      return ERROR_SUCCESS;
+      machine_.endedSessions.insert(open->index);
+      return machine_.shared == nullptr ? ERROR_SUCCESS : machine_.shared->Save();
     });
   }
 
@@ -141,9 +142,9 @@ class SimulatedIscsi final : public OnMachine<IscsiInitiator> {
     int busyAnswers = 0;
     int failedLogouts = 0;
     int queries = 0;  // of its devices
-    bool loggedOut = false;
   };
   struct Session {
+    std::size_t index;  // in the model
     const IscsiSession* model;
     SessionState* state;
     iscsi::UniqueSessionId id;
@@ -154,8 +155,8 @@ class SimulatedIscsi final : public OnMachine<IscsiInitiator> {
     states_.resize(all.size());
     std::vector<Session> sessions;
     for (std::size_t i = 0; i < all.size(); ++i) {
-      if (states_[i].loggedOut || lists_ < all[i].appearsAfter) continue;
-      sessions.push_back({&all[i], &states_[i], {kAdapter, kFirstSession + i}});
+      if (machine_.endedSessions.contains(i) || lists_ < all[i].appearsAfter) continue;
+      sessions.push_back({i, &all[i], &states_[i], {kAdapter, kFirstSession + i}});
     }
     return sessions;
   }

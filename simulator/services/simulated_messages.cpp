@@ -48,6 +48,7 @@ class SimulatedMessages final : public OnMachine<Messages> {
 
   DWORD FormatMessageW(DWORD flags, const void* source, DWORD id, DWORD language, LPWSTR text, DWORD characters,
                        void*) override {
+    const auto lock = machine_.Lock();
     machine_.calls.Keep(&CallArguments::formatMessage, {id, flags, language, characters});
     const auto shownId = [&] { return ResultName(static_cast<HRESULT>(id)); };
     return Win32Call(machine_, "FormatMessageW", shownId, DWORD{0}, [&] {
@@ -72,6 +73,7 @@ class SimulatedMessages final : public OnMachine<Messages> {
   }
 
   BOOL FreeLibrary(HMODULE module) override {
+    const auto lock = machine_.Lock();
     const bool loaded = IsLoaded(module);
     if (loaded) {
       --references_[reinterpret_cast<std::uintptr_t>(module)];

@@ -117,6 +117,7 @@ class SimulatedRegistry final : public OnMachine<Registry> {
   }
 
   LSTATUS RegCloseKey(HKEY key) override {
+    const auto lock = machine_.Lock();
     const std::string what = machine_.calls.enabled ? Describe(key, nullptr) : std::string();
     const bool closed = key == HKEY_LOCAL_MACHINE || key == HKEY_CURRENT_USER || keys_.Close(key, "RegCloseKey");
     return CodeCall<LSTATUS>(machine_, "RegCloseKey", Arguments(what),

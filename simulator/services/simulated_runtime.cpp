@@ -19,11 +19,15 @@ class SimulatedTime final : public OnMachine<Time> {
  public:
   using OnMachine::OnMachine;
   void Sleep(DWORD milliseconds) override {
+    const auto lock = machine_.Lock();
     machine_.now += milliseconds;
     machine_.slept += milliseconds;
     RecordCall(machine_, "Sleep", Arguments(milliseconds));
   }
-  ULONGLONG GetTickCount64() override { return machine_.now; }
+  ULONGLONG GetTickCount64() override {
+    const auto lock = machine_.Lock();
+    return machine_.now;
+  }
 };
 
 }  // namespace

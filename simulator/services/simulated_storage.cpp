@@ -101,6 +101,7 @@ class SimulatedStorage final : public OnMachine<Storage> {
       : OnMachine(machine), objects_(objects), searches_(machine, 0x1001) {}
 
   HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD share, void*, DWORD disposition, DWORD flags, HANDLE) override {
+    const auto lock = machine_.Lock();
     const std::wstring_view opened = Viewed(name);
     machine_.calls.Keep(&CallArguments::createFile, {std::wstring(opened), access, share, disposition, flags});
     return Win32Call(machine_, "CreateFileW", Shown(name), INVALID_HANDLE_VALUE, [&] { return OpenDevice(opened); });
@@ -108,6 +109,7 @@ class SimulatedStorage final : public OnMachine<Storage> {
 
   BOOL DeviceIoControl(HANDLE device, DWORD code, void* in, DWORD inBytes, void* out, DWORD outBytes, DWORD* returned,
                        void*) override {
+    const auto lock = machine_.Lock();
     machine_.calls.Keep(&CallArguments::deviceIoControl, {code, outBytes});
     const auto deviceAndCode = [&] { return objects_.Describe(device) + ", " + ControlCodeName(code); };
     return Win32Call(machine_, "DeviceIoControl", deviceAndCode, BOOL{FALSE}, [&] {
@@ -162,6 +164,7 @@ class SimulatedStorage final : public OnMachine<Storage> {
   }
 
   BOOL FindVolumeClose(HANDLE search) override {
+    const auto lock = machine_.Lock();
     const bool closed = searches_.Close(search, "FindVolumeClose");
     return Win32Call(machine_, "FindVolumeClose", NoArguments, BOOL{FALSE},
                      [&] { return closed ? TRUE : Fail(ERROR_INVALID_HANDLE); });

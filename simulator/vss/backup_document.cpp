@@ -22,12 +22,43 @@ constexpr Word<VSS_BACKUP_TYPE> kBackupTypes[] = {
     {"other", VSS_BT_OTHER},
 };
 
-std::optional<std::wstring> MetadataOf(const XmlElement& component) {
-  std::optional<std::wstring> metadata;
-  component.ForEachChild([&](const XmlElement& child) {
-    if (child.name() == "BACKUP_METADATA") metadata = child.RequiredText("metadata");
-  });
-  return metadata;
+// No word for a restore is known from the service.
+constexpr Word<VSS_RESTORE_TYPE> kRestoreTypes[] = {
+    {"undefined", VSS_RTYPE_UNDEFINED},
+    {"byCopy", VSS_RTYPE_BY_COPY},
+    {"import", VSS_RTYPE_IMPORT},
+    {"other", VSS_RTYPE_OTHER},
+};
+
+constexpr Word<VSS_FILE_RESTORE_STATUS> kFileStatuses[] = {
+    {"undefined", VSS_RS_UNDEFINED},
+    {"none", VSS_RS_NONE},
+    {"all", VSS_RS_ALL},
+    {"failed", VSS_RS_FAILED},
+};
+
+FileSpec ParseTarget(const XmlElement& element) {
+  return {element.RequiredText("path"), element.RequiredText("filespec"), element.Flag("recursive"),
+          element.RequiredText("alternatePath")};
+}
+
+void ParseChild(const XmlElement& child, DocumentComponent& component) {
+  ComponentRestore& restore = component.restore;
+  if (child.name() == "BACKUP_METADATA") component.backupMetadata = child.RequiredText("metadata");
+  if (child.name() == "NEW_TARGET") restore.newTargets.push_back(ParseTarget(child));
+  if (child.name() == "ALTERNATE_LOCATION_MAPPING") restore.alternateLocations.push_back(ParseTarget(child));
+  if (child.name() == "RESTORE_SUBCOMPONENT") {
+    restore.subcomponents.push_back({child.Text("logicalPath"), child.RequiredText("componentName")});
+  }
+}
+
+void ParseRestore(const XmlElement& element, ComponentRestore& restore) {
+  restore.selected = element.Flag("selectedForRestore");
+  restore.instanceId = element.Identifier("restoreInstanceId");
+  restore.additionalRestores = element.Flag("additionalRestores");
+  restore.fileStatus = element.OneOf("fileRestoreStatus", kFileStatuses, VSS_RS_UNDEFINED);
+  restore.preRestoreFailure = element.Text("preRestoreFailure");
+  restore.postRestoreFailure = element.Text("postRestoreFailure");
 }
 
 DocumentComponent ParseComponent(const XmlElement& element) {
@@ -39,13 +70,15 @@ DocumentComponent ParseComponent(const XmlElement& element) {
   component.backupStamp = element.Text("backupStamp");
   component.previousBackupStamp = element.Text("previousBackupStamp");
   component.backupOptions = element.Text("backupOptions");
+  component.restoreOptions = element.Text("restoreOptions");
   component.prepareForBackupFailure = element.Text("prepareForBackupFailure");
   component.postSnapshotFailure = element.Text("postSnapshotFailure");
   if (element.Text("backupSucceeded")) component.succeeded = element.Flag("backupSucceeded");
   component.failure = static_cast<HRESULT>(element.Number("failure"));
   component.applicationResult = static_cast<HRESULT>(element.Number("applicationFailure"));
   component.applicationMessage = element.Text("applicationMessage");
-  component.backupMetadata = MetadataOf(element);
+  ParseRestore(element, component.restore);
+  element.ForEachChild([&](const XmlElement& child) { ParseChild(child, component); });
   return component;
 }
 
@@ -67,7 +100,6 @@ ShadowCopy ParseCopy(const XmlElement& element) {
   copy.id = element.RequiredIdentifier("snapshotId");
   copy.setId = element.RequiredIdentifier("snapshotSetId");
   copy.providerId = element.RequiredIdentifier("providerId");
-  copy.providerType = VSS_PROV_HARDWARE;
   copy.attributes = static_cast<LONG>(element.Number("attributes"));
   copy.timestamp = element.Number("created");
   copy.copiesInSet = static_cast<LONG>(element.Number("snapshotsInSet", 1));
@@ -78,6 +110,42 @@ ShadowCopy ParseCopy(const XmlElement& element) {
   return copy;
 }
 
+void WriteRestore(XmlText& xml, const ComponentRestore& restore) {
+  if (restore.selected) xml.Flag("selectedForRestore", true);
+  if (restore.instanceId) xml.Attribute("restoreInstanceId", *restore.instanceId);
+  if (restore.additionalRestores) xml.Flag("additionalRestores", true);
+  if (restore.fileStatus != VSS_RS_UNDEFINED) {
+    xml.Attribute("fileRestoreStatus", WordFor(kFileStatuses, restore.fileStatus));
+  }
+  xml.Optional("preRestoreFailure", restore.preRestoreFailure);
+  xml.Optional("postRestoreFailure", restore.postRestoreFailure);
+}
+
+void WriteTarget(XmlText& xml, std::string_view element, const FileSpec& target) {
+  xml.Raw("<").Raw(element).Attribute("path", target.path).Attribute("filespec", target.filespec);
+  xml.Flag("recursive", target.recursive).Attribute("alternatePath", target.alternatePath).Raw("/>");
+}
+
+void WriteChildren(XmlText& xml, const DocumentComponent& component) {
+  if (component.backupMetadata) {
+    xml.Raw("<BACKUP_METADATA").Attribute("xmlns", std::string_view());
+    xml.Attribute("metadata", *component.backupMetadata).Raw("/>");
+  }
+  const ComponentRestore& restore = component.restore;
+  for (const FileSpec& target : restore.newTargets) WriteTarget(xml, "NEW_TARGET", target);
+  for (const FileSpec& mapping : restore.alternateLocations) WriteTarget(xml, "ALTERNATE_LOCATION_MAPPING", mapping);
+  for (const RestoreSubcomponent& part : restore.subcomponents) {
+    xml.Raw("<RESTORE_SUBCOMPONENT").Optional("logicalPath", part.logicalPath);
+    xml.Attribute("componentName", part.name).Raw("/>");
+  }
+}
+
+bool HasChildren(const DocumentComponent& component) {
+  const ComponentRestore& restore = component.restore;
+  return component.backupMetadata || !restore.newTargets.empty() || !restore.alternateLocations.empty() ||
+         !restore.subcomponents.empty();
+}
+
 void WriteComponent(XmlText& xml, const DocumentComponent& component) {
   xml.Raw("<COMPONENT");
   xml.Optional("logicalPath", component.logicalPath);
@@ -86,18 +154,21 @@ void WriteComponent(XmlText& xml, const DocumentComponent& component) {
   xml.Optional("backupStamp", component.backupStamp);
   xml.Optional("previousBackupStamp", component.previousBackupStamp);
   xml.Optional("backupOptions", component.backupOptions);
+  xml.Optional("restoreOptions", component.restoreOptions);
   xml.Optional("prepareForBackupFailure", component.prepareForBackupFailure);
   xml.Optional("postSnapshotFailure", component.postSnapshotFailure);
   if (component.succeeded) xml.Flag("backupSucceeded", *component.succeeded);
   if (component.failure != S_OK) xml.Number("failure", component.failure);
   if (component.applicationResult != S_OK) xml.Number("applicationFailure", component.applicationResult);
   xml.Optional("applicationMessage", component.applicationMessage);
-  if (!component.backupMetadata) {
+  WriteRestore(xml, component.restore);
+  if (!HasChildren(component)) {
     xml.Raw("/>");
     return;
   }
-  xml.Raw("><BACKUP_METADATA").Attribute("xmlns", std::string_view());
-  xml.Attribute("metadata", *component.backupMetadata).Raw("/></COMPONENT>");
+  xml.Raw(">");
+  WriteChildren(xml, component);
+  xml.Raw("</COMPONENT>");
 }
 
 void WriteWriter(XmlText& xml, const DocumentWriter& writer) {
@@ -130,6 +201,7 @@ BackupDocument ParseBackupDocument(std::string_view xml) {
   document.selectComponents = root.Flag("selectComponents");
   document.backupType = root.OneOf("backupType", kBackupTypes, VSS_BT_FULL);
   document.partialFileSupport = root.Flag("partialFileSupport");
+  document.restoreType = root.OneOf("restoreType", kRestoreTypes, VSS_RTYPE_UNDEFINED);
   document.snapshotSetId = root.Identifier("snapshotSetId");
   root.ForEachChild([&](const XmlElement& child) {
     if (child.name() == "WRITER_COMPONENTS") document.writers.push_back(ParseWriter(child));
@@ -145,6 +217,9 @@ std::string FormatBackupDocument(const BackupDocument& document) {
   xml.Flag("selectComponents", document.selectComponents);
   xml.Attribute("backupType", WordFor(kBackupTypes, document.backupType));
   xml.Flag("partialFileSupport", document.partialFileSupport);
+  if (document.restoreType != VSS_RTYPE_UNDEFINED) {
+    xml.Attribute("restoreType", WordFor(kRestoreTypes, document.restoreType));
+  }
   if (document.snapshotSetId) xml.Attribute("snapshotSetId", *document.snapshotSetId);
   xml.Raw(">");
   for (const DocumentWriter& writer : document.writers) WriteWriter(xml, writer);

@@ -11,6 +11,26 @@
 
 namespace varnel::simulator {
 
+/// A component that is restored as a part of another one.
+struct RestoreSubcomponent {
+  std::optional<std::wstring> logicalPath;
+  std::wstring name;
+};
+
+/// What a restore adds to a component: the requestor's choices until PreRestore, how its files came back, and what the
+/// writer says.
+struct ComponentRestore {
+  bool selected = false;
+  std::optional<GUID> instanceId;  // the writer that it goes to, where it is named
+  bool additionalRestores = false;
+  std::vector<FileSpec> newTargets;
+  std::vector<FileSpec> alternateLocations;
+  std::vector<RestoreSubcomponent> subcomponents;
+  VSS_FILE_RESTORE_STATUS fileStatus = VSS_RS_UNDEFINED;
+  std::optional<std::wstring> preRestoreFailure;
+  std::optional<std::wstring> postRestoreFailure;
+};
+
 /// A component that was added explicitly. Texts that are not there are null on the wire.
 struct DocumentComponent {
   std::optional<std::wstring> logicalPath;
@@ -19,6 +39,7 @@ struct DocumentComponent {
   std::optional<std::wstring> backupStamp;
   std::optional<std::wstring> previousBackupStamp;
   std::optional<std::wstring> backupOptions;
+  std::optional<std::wstring> restoreOptions;
   std::optional<std::wstring> backupMetadata;
   std::optional<std::wstring> prepareForBackupFailure;
   std::optional<std::wstring> postSnapshotFailure;
@@ -26,6 +47,7 @@ struct DocumentComponent {
   HRESULT failure = S_OK;
   HRESULT applicationResult = S_OK;
   std::optional<std::wstring> applicationMessage;
+  ComponentRestore restore;
 };
 
 /// The components of one writer.
@@ -43,6 +65,7 @@ struct BackupDocument {
   bool selectComponents = false;
   VSS_BACKUP_TYPE backupType = VSS_BT_FULL;
   bool partialFileSupport = false;
+  VSS_RESTORE_TYPE restoreType = VSS_RTYPE_UNDEFINED;
   std::optional<GUID> snapshotSetId;
   std::vector<DocumentWriter> writers;
   std::vector<ShadowCopy> transportableCopies;
@@ -51,7 +74,7 @@ struct BackupDocument {
 /// Reads a document (UTF-8). Throws DocumentError.
 BackupDocument ParseBackupDocument(std::string_view xml);
 /// Writes one, in one line and without a declaration, as the service does. What the service's own form has no public
-/// place for (success marks, failures, transportable copies) goes into attributes and elements of ours.
+/// place for (success marks, failures, restores, transportable copies) goes into attributes and elements of ours.
 std::string FormatBackupDocument(const BackupDocument& document);
 
 }  // namespace varnel::simulator

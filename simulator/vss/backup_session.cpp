@@ -86,7 +86,7 @@ HRESULT BackupSession::InitializeForRestore(BSTR xml) {
   if (xml == nullptr) return E_INVALIDARG;
   if (stage_ != Stage::created) return VSS_E_BAD_STATE;
   if (const HRESULT result = LoadDocument(xml); FAILED(result)) return result;
-  restoring_ = true;
+  restore_ = Restore::selecting;
   stage_ = Stage::initialized;
   return S_OK;
 }
@@ -101,7 +101,8 @@ HRESULT BackupSession::SetContext(LONG context) {
 
 HRESULT BackupSession::SetBackupState(bool selectComponents, bool bootableSystemState, VSS_BACKUP_TYPE type,
                                       bool partialFiles) {
-  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::setStarted)) return VSS_E_BAD_STATE;
+  const bool inOrder = IsBackupIn(Stage::initialized, Stage::setStarted) || restore_ == Restore::selecting;
+  if (!IsIdle() || !inOrder) return VSS_E_BAD_STATE;
   if (type <= VSS_BT_UNDEFINED || type > VSS_BT_OTHER) return E_INVALIDARG;
   BackupDocument& document = document_->content;
   document.selectComponents = selectComponents;
@@ -234,16 +235,23 @@ DocumentComponent* BackupSession::FindAdded(const ComponentName& component) {
   return entry.type == component.type ? &entry : nullptr;
 }
 
-HRESULT BackupSession::ChangeSelected(const ComponentName& component,
-                                      std::optional<std::wstring> DocumentComponent::*field, LPCWSTR text) {
-  if (component.name == nullptr || text == nullptr) return E_INVALIDARG;
-  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::setStarted)) return VSS_E_BAD_STATE;
+HRESULT BackupSession::ChangeForBackup(const ComponentName& component, const ComponentChange& change) {
+  return Change(component, IsBackupIn(Stage::initialized, Stage::setStarted), change);
+}
+
+HRESULT BackupSession::ChangeForRestore(const ComponentName& component, const ComponentChange& change) {
+  return Change(component, restore_ == Restore::selecting, change);
+}
+
+HRESULT BackupSession::Change(const ComponentName& component, bool inOrder, const ComponentChange& change) {
+  if (component.name == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || !inOrder) return VSS_E_BAD_STATE;
   for (const DocumentWriter& writer : document_->content.writers) {
     if (writer.writerId != component.writerId) continue;
     ComponentName instance = component;
     instance.instanceId = writer.instanceId;
     if (DocumentComponent* found = FindAdded(instance)) {
-      found->*field = text;
+      change(*found);
       return S_OK;
     }
   }
@@ -279,11 +287,20 @@ HRESULT BackupSession::AddToSnapshotSet(const wchar_t* volume, const GUID& provi
 }
 
 // In component mode only writers with added components are told of what follows PrepareBackup.
-void BackupSession::ChooseParticipants() {
-  for (GatheredWriter& writer : writers_.writers()) {
-    writer.takesPart =
-        !SelectsComponents() || FindDocumentWriter(writer.data->instanceId, writer.data->writerId) != nullptr;
+bool BackupSession::TakesPart(const GatheredWriter& writer) {
+  return !SelectsComponents() || FindDocumentWriter(writer.data->instanceId, writer.data->writerId) != nullptr;
+}
+
+std::vector<std::wstring> BackupSession::Participants() {
+  std::vector<std::wstring> names;
+  for (const GatheredWriter& writer : writers_.writers()) {
+    if (TakesPart(writer)) names.push_back(writer.data->name);
   }
+  return names;
+}
+
+void BackupSession::ChooseParticipants() {
+  for (GatheredWriter& writer : writers_.writers()) writer.takesPart = TakesPart(writer);
 }
 
 // How long the writer hung in it.
@@ -328,10 +345,35 @@ void BackupSession::RaiseAtParticipants(WriterEvent event, VSS_WRITER_STATE reac
   hungMilliseconds_ += longest;
 }
 
-// What the writer does with SetFailure for each component that the fault names; components that were not added
-// explicitly have no place in the document.
+// The place of a writer in the document. That of an earlier backup may have another instance of it, which is not here
+// any more; the requestor may also name this one for a component.
+DocumentWriter* BackupSession::EntryOf(const Writer& writer) {
+  DocumentWriter* same = FindDocumentWriter(writer.instanceId, writer.writerId);
+  if (same != nullptr || restore_ == Restore::none) return same;
+  std::vector<DocumentWriter>& entries = document_->content.writers;
+  const auto takesBack = [&](const DocumentWriter& entry) {
+    const auto names = [&](const DocumentComponent& component) {
+      return component.restore.instanceId == writer.instanceId;
+    };
+    const bool isGone = writers_.Find(entry.instanceId, entry.writerId) == nullptr;
+    return entry.writerId == writer.writerId && ((isGone && entry.instanceName == writer.instanceName) ||
+                                                 std::any_of(entry.components.begin(), entry.components.end(), names));
+  };
+  const auto found = std::find_if(entries.begin(), entries.end(), takesBack);
+  return found == entries.end() ? nullptr : &*found;
+}
+
+// Restores tell the writers of the document.
+void BackupSession::RaiseAtRestorers(WriterEvent event, VSS_WRITER_STATE failed) {
+  for (GatheredWriter& writer : writers_.writers()) {
+    if (EntryOf(*writer.data) != nullptr) RaiseAt(writer, event, VSS_WS_STABLE, failed);
+  }
+}
+
+// What the writer does with SetFailure, or during a restore with a message, for each component that the fault names;
+// components that were not added explicitly have no place in the document.
 void BackupSession::RecordComponentFailures(const GatheredWriter& writer, const WriterFault& fault) {
-  DocumentWriter* entry = FindDocumentWriter(writer.data->instanceId, writer.data->writerId);
+  DocumentWriter* entry = EntryOf(*writer.data);
   if (entry == nullptr || fault.components.empty()) return;
   std::unordered_map<std::wstring, DocumentComponent*> components;
   for (DocumentComponent& component : entry->components) {
@@ -343,7 +385,28 @@ void BackupSession::RecordComponentFailures(const GatheredWriter& writer, const 
     entry->changedByWriter = true;
     found->second->failure = failed.failure;
     found->second->applicationResult = failed.applicationResult;
-    if (!failed.applicationMessage.empty()) found->second->applicationMessage = failed.applicationMessage;
+    if (failed.applicationMessage.empty()) continue;
+    ComponentRestore& restore = found->second->restore;
+    found->second->applicationMessage = failed.applicationMessage;
+    if (fault.event == WriterEvent::preRestore) restore.preRestoreFailure = failed.applicationMessage;
+    if (fault.event == WriterEvent::postRestore) restore.postRestoreFailure = failed.applicationMessage;
+  }
+}
+
+// Writers that did well put this into those of their components that were added.
+void BackupSession::LetWritersLeave(std::optional<std::wstring> WriterComponent::*what,
+                                    std::optional<std::wstring> DocumentComponent::*where) {
+  for (const GatheredWriter& writer : writers_.writers()) {
+    if (writer.status.HasFailed()) continue;
+    for (const WriterComponent& component : writer.data->components) {
+      if (!(component.*what)) continue;
+      const std::wstring path = component.logicalPath.value_or(L"");
+      DocumentComponent* added = FindAdded(
+          {writer.data->instanceId, writer.data->writerId, component.type, path.c_str(), component.name.c_str()});
+      if (added == nullptr) continue;
+      added->*where = component.*what;
+      FindDocumentWriter(writer.data->instanceId, writer.data->writerId)->changedByWriter = true;
+    }
   }
 }
 
@@ -352,11 +415,13 @@ HRESULT BackupSession::PrepareForBackup(IVssAsync** async) {
   if (!IsIdle() || stage_ != Stage::setStarted || !backupStateSet_ || !gathered_ || IsWithoutWriters(context_)) {
     return VSS_E_BAD_STATE;
   }
+  if (const HRESULT kept = service_.KeepParticipants(id_, Participants()); FAILED(kept)) return kept;
   stage_ = Stage::preparing;
   ++document_->phase;
   return RunAsync("PrepareForBackup", async, [&] {
     ChooseParticipants();
     RaiseAtAll(WriterEvent::prepareBackup, VSS_WS_STABLE, VSS_WS_FAILED_AT_PREPARE_BACKUP);
+    LetWritersLeave(&WriterComponent::backupStamp, &DocumentComponent::backupStamp);
     stage_ = Stage::prepared;
     return VSS_S_ASYNC_FINISHED;
   });
@@ -410,6 +475,10 @@ void BackupSession::SaveTransportableCopies() {
 HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
   setVolumes_ = service_.VolumesOfOpenSet(id_);
   RaiseAtParticipants(WriterEvent::prepareSnapshot, VSS_WS_WAITING_FOR_FREEZE, VSS_WS_FAILED_AT_PREPARE_SNAPSHOT);
+  if (const HRESULT result = service_.AskProviders(id_, ProviderStep::endPrepare); FAILED(result)) {
+    EndSnapshot();
+    return result;
+  }
   FreezeWriters();
   if (forced == VSS_S_ASYNC_PENDING) return *forced;
   if (!Prevents(forced) && service_.HasHangingProvider(id_)) return HangInCommit();
@@ -424,6 +493,7 @@ HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
   }
   RaiseAtParticipants(WriterEvent::thaw, VSS_WS_WAITING_FOR_POST_SNAPSHOT, VSS_WS_FAILED_AT_THAW);
   RaiseAtParticipants(WriterEvent::postSnapshot, VSS_WS_WAITING_FOR_BACKUP_COMPLETE, VSS_WS_FAILED_AT_POST_SNAPSHOT);
+  LetWritersLeave(&WriterComponent::backupMetadata, &DocumentComponent::backupMetadata);
   SaveTransportableCopies();
   stage_ = Stage::snapshotDone;
   return forced.value_or(VSS_S_ASYNC_FINISHED);
@@ -439,9 +509,11 @@ HRESULT BackupSession::HangInCommit() {
 HRESULT BackupSession::DoSnapshotSet(IVssAsync** async) {
   if (async == nullptr) return E_INVALIDARG;
   if (!MayDoSnapshotSet()) return VSS_E_BAD_STATE;
+  auto operation = std::make_shared<AsyncOperation>();
+  if (const HRESULT begun = service_.BeginCommit(id_, operation); FAILED(begun)) return begun;
   stage_ = Stage::snapshotting;
   ++document_->phase;
-  snapshotOperation_ = std::make_shared<AsyncOperation>();
+  snapshotOperation_ = std::move(operation);
   const AsyncFault* fault = machine_->faults.OnAsync("DoSnapshotSet");
   if (fault != nullptr && fault->hangs) HangInCommit();
   before_.reset();
@@ -471,11 +543,59 @@ HRESULT BackupSession::BackupComplete(IVssAsync** async) {
 HRESULT BackupSession::AbortBackup() {
   if (stage_ == Stage::created) return VSS_E_BAD_STATE;
   NoticeCancellation();
+  if (const HRESULT abandoned = service_.AbandonSet(id_); FAILED(abandoned)) return abandoned;
   if (IsIn(Stage::setStarted, Stage::snapshotDone)) {
     pending_ = nullptr;
     EndSnapshot();
   }
   return S_OK;
+}
+
+HRESULT BackupSession::SetRestoreState(VSS_RESTORE_TYPE type) {
+  if (!IsIdle() || restore_ != Restore::selecting) return VSS_E_BAD_STATE;
+  if (type <= VSS_RTYPE_UNDEFINED || type > VSS_RTYPE_OTHER) return E_INVALIDARG;
+  document_->content.restoreType = type;
+  return S_OK;
+}
+
+HRESULT BackupSession::SetSelectedForRestore(const ComponentName& component, bool selected, const GUID& instanceId) {
+  const bool named = instanceId != GUID{};
+  if (named && writers_.Find(instanceId, component.writerId) == nullptr && restore_ == Restore::selecting) {
+    return VSS_E_OBJECT_NOT_FOUND;
+  }
+  return ChangeForRestore(component, [&](DocumentComponent& chosen) {
+    chosen.restore.selected = selected;
+    chosen.restore.instanceId = named ? std::optional(instanceId) : std::nullopt;
+  });
+}
+
+HRESULT BackupSession::PreRestore(IVssAsync** async) {
+  if (async == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || restore_ != Restore::selecting || !gathered_) return VSS_E_BAD_STATE;
+  restore_ = Restore::preparing;
+  ++document_->phase;
+  return RunAsync("PreRestore", async, [&] {
+    RaiseAtRestorers(WriterEvent::preRestore, VSS_WS_FAILED_AT_PRE_RESTORE);
+    restore_ = Restore::restoring;
+    return VSS_S_ASYNC_FINISHED;
+  });
+}
+
+HRESULT BackupSession::SetFileRestoreStatus(const ComponentName& component, VSS_FILE_RESTORE_STATUS status) {
+  if (status <= VSS_RS_UNDEFINED || status > VSS_RS_FAILED) return E_INVALIDARG;
+  return Change(component, restore_ == Restore::restoring,
+                [&](DocumentComponent& restored) { restored.restore.fileStatus = status; });
+}
+
+HRESULT BackupSession::PostRestore(IVssAsync** async) {
+  if (async == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || restore_ != Restore::restoring) return VSS_E_BAD_STATE;
+  ++document_->phase;
+  return RunAsync("PostRestore", async, [&] {
+    RaiseAtRestorers(WriterEvent::postRestore, VSS_WS_FAILED_AT_POST_RESTORE);
+    restore_ = Restore::complete;
+    return VSS_S_ASYNC_FINISHED;
+  });
 }
 
 HRESULT BackupSession::GatherWriterStatus(IVssAsync** async) {
@@ -565,6 +685,18 @@ HRESULT BackupSession::IsVolumeSupported(const GUID& provider, const wchar_t* vo
 HRESULT BackupSession::DeleteSnapshots(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, VSS_ID& notDeleted) {
   if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
   return service_.Delete(id, type, deleted, notDeleted);
+}
+
+HRESULT BackupSession::ExposeSnapshot(const GUID& copyId, LPCWSTR pathFromRoot, LONG where, LPCWSTR name,
+                                      std::wstring& exposedName) {
+  if (name == nullptr) return E_INVALIDARG;
+  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
+  return service_.Expose(copyId, where, name, TextOf(pathFromRoot), exposedName);
+}
+
+HRESULT BackupSession::UnexposeSnapshot(const GUID& copyId) {
+  if (!IsIdle() || !IsBackupIn(Stage::initialized, Stage::complete)) return VSS_E_BAD_STATE;
+  return service_.Unexpose(copyId);
 }
 
 HRESULT BackupSession::BreakSnapshotSet(const GUID& setId) {

@@ -1,6 +1,7 @@
 // One backup as the service sees it: the order of calls, the writers, the document and the snapshot set.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,6 +35,7 @@ struct ReportedWriter {
 /// the call log and the fault plan's call faults. Everything out of order is VSS_E_BAD_STATE.
 class BackupSession {
  public:
+  using ComponentChange = std::function<void(DocumentComponent& component)>;
   using WriterSelection = void (WriterSession::*)(const std::vector<GUID>& ids);
 
   explicit BackupSession(std::shared_ptr<Machine> machine);
@@ -59,9 +61,10 @@ class BackupSession {
   HRESULT FreeWriterMetadata();
 
   HRESULT AddComponent(const ComponentName& component);
-  /// For calls that name no instance: changes a text of the first one of the class that has the component.
-  HRESULT ChangeSelected(const ComponentName& component, std::optional<std::wstring> DocumentComponent::*field,
-                         LPCWSTR text);
+  // Changes of a component that was added. The calls name no instance: it is the first one of the class that has the
+  // component.
+  HRESULT ChangeForBackup(const ComponentName& component, const ComponentChange& change);
+  HRESULT ChangeForRestore(const ComponentName& component, const ComponentChange& change);
   HRESULT SetBackupSucceeded(const ComponentName& component, bool succeeded);
 
   HRESULT StartSnapshotSet(VSS_ID* setId);
@@ -70,6 +73,13 @@ class BackupSession {
   HRESULT DoSnapshotSet(IVssAsync** async);
   HRESULT BackupComplete(IVssAsync** async);
   HRESULT AbortBackup();
+
+  HRESULT SetRestoreState(VSS_RESTORE_TYPE type);
+  /// `instanceId` is the writer that takes the component back; null: the one that it is of.
+  HRESULT SetSelectedForRestore(const ComponentName& component, bool selected, const GUID& instanceId);
+  HRESULT PreRestore(IVssAsync** async);
+  HRESULT SetFileRestoreStatus(const ComponentName& component, VSS_FILE_RESTORE_STATUS status);
+  HRESULT PostRestore(IVssAsync** async);
 
   HRESULT GatherWriterStatus(IVssAsync** async);
   HRESULT GetWriterStatusCount(UINT* count);
@@ -85,6 +95,8 @@ class BackupSession {
   HRESULT QueryProviders();
   HRESULT IsVolumeSupported(const GUID& provider, const wchar_t* volume, BOOL* supported);
   HRESULT DeleteSnapshots(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, VSS_ID& notDeleted);
+  HRESULT ExposeSnapshot(const GUID& copyId, LPCWSTR pathFromRoot, LONG where, LPCWSTR name, std::wstring& exposedName);
+  HRESULT UnexposeSnapshot(const GUID& copyId);
   HRESULT BreakSnapshotSet(const GUID& setId);
   HRESULT BreakSnapshotSetEx(const GUID& setId, DWORD flags, IVssAsync** async);
   HRESULT ImportSnapshots(IVssAsync** async);
@@ -102,6 +114,14 @@ class BackupSession {
     ended,  // aborted, or DoSnapshotSet failed
   };
 
+  enum class Restore {
+    none,
+    selecting,  // the requestor says what comes back, and how
+    preparing,  // PreRestore was called and has not succeeded
+    restoring,
+    complete,
+  };
+
   struct Before {
     Stage stage;
     bool gathered;
@@ -111,7 +131,7 @@ class BackupSession {
   using AddedComponents = std::unordered_map<std::wstring, std::size_t>;
 
   bool IsIn(Stage first, Stage last) const { return stage_ >= first && stage_ <= last; }
-  bool IsBackupIn(Stage first, Stage last) const { return !restoring_ && IsIn(first, last); }
+  bool IsBackupIn(Stage first, Stage last) const { return restore_ == Restore::none && IsIn(first, last); }
   bool SelectsComponents() const { return document_->content.selectComponents; }
   bool IsIdle();
   bool HasDocument();
@@ -125,11 +145,18 @@ class BackupSession {
 
   std::size_t DocumentWriterFor(const GatheredWriter& writer);
   DocumentWriter* FindDocumentWriter(const GUID& instanceId, const GUID& writerId);
+  DocumentWriter* EntryOf(const Writer& writer);
   DocumentComponent* FindAdded(const ComponentName& component);
+  HRESULT Change(const ComponentName& component, bool inOrder, const ComponentChange& change);
 
+  bool TakesPart(const GatheredWriter& writer);
+  std::vector<std::wstring> Participants();
   void ChooseParticipants();
   void RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
   void RaiseAtParticipants(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
+  void RaiseAtRestorers(WriterEvent event, VSS_WRITER_STATE failed);
+  void LetWritersLeave(std::optional<std::wstring> WriterComponent::*what,
+                       std::optional<std::wstring> DocumentComponent::*where);
   ULONGLONG RaiseAt(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed);
   std::optional<WriterFault> JudgeDatabases(const GatheredWriter& writer, WriterEvent event);
   void RecordComponentFailures(const GatheredWriter& writer, const WriterFault& fault);
@@ -147,7 +174,7 @@ class BackupSession {
   SnapshotService& service_;
   GUID id_;
   Stage stage_ = Stage::created;
-  bool restoring_ = false;
+  Restore restore_ = Restore::none;
   bool loaded_ = false;
   bool contextFixed_ = false;
   bool backupStateSet_ = false;

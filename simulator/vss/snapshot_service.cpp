@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <utility>
 
 #include "text/ascii_case.h"
@@ -13,11 +14,13 @@ constexpr std::size_t kMaxVolumesPerSet = 64;
 constexpr std::size_t kMaxSystemCopies = 512;
 constexpr std::size_t kMaxClientAccessibleCopies = 64;
 constexpr VSS_TIMESTAMP kStartOfHost = 134116992000000000;  // 2026-01-01
+constexpr VSS_TIMESTAMP kUnixEpoch = 116444736000000000;    // 1970-01-01
 constexpr VSS_TIMESTAMP kTicksPerMillisecond = 10000;
+using Ticks = std::chrono::duration<VSS_TIMESTAMP, std::ratio<1, 1000 * kTicksPerMillisecond>>;
 
 constexpr LONG kContextBits = VSS_VOLSNAP_ATTR_PERSISTENT | VSS_VOLSNAP_ATTR_CLIENT_ACCESSIBLE |
                               VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE | VSS_VOLSNAP_ATTR_NO_WRITERS;
-constexpr LONG kOnlyHardware = VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_PLEX;
+constexpr LONG kKinds = VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_DIFFERENTIAL | VSS_VOLSNAP_ATTR_PLEX;
 constexpr LONG kAllContexts = static_cast<LONG>(VSS_CTX_ALL);
 
 bool Has(LONG attributes, LONG bits) {
@@ -36,17 +39,28 @@ bool NamesVolume(std::wstring_view name, const Volume& volume) {
   return same(volume.name) || std::any_of(volume.mountPoints.begin(), volume.mountPoints.end(), same);
 }
 
-bool Supports(const Provider& provider, LONG context) {
+// The kinds of copies that a provider makes when it does not say so itself.
+LONG UsualKinds(VSS_PROVIDER_TYPE type) {
+  constexpr LONG kDifferential = VSS_VOLSNAP_ATTR_DIFFERENTIAL;
+  return type == VSS_PROV_HARDWARE ? kKinds : kDifferential;
+}
+
+bool SupportsContext(const Provider& provider, LONG context) {
   switch (provider.type) {
     case VSS_PROV_HARDWARE:
-      return !Has(context, VSS_VOLSNAP_ATTR_CLIENT_ACCESSIBLE);
     case VSS_PROV_SOFTWARE:
-      return !Has(context, VSS_VOLSNAP_ATTR_CLIENT_ACCESSIBLE | kOnlyHardware);
+      return !Has(context, VSS_VOLSNAP_ATTR_CLIENT_ACCESSIBLE) &&
+             !Has(context & kKinds, ~provider.supports.value_or(UsualKinds(provider.type)));
     case VSS_PROV_SYSTEM:
-      return !Has(context, kOnlyHardware);
+      return !Has(context & kKinds, ~UsualKinds(provider.type));
     default:  // a file-share provider has no local volume to copy
       return false;
   }
+}
+
+bool Supports(const Provider& provider, LONG context, const std::wstring& volume) {
+  const std::vector<std::wstring>& refused = provider.unsupportedVolumes;
+  return SupportsContext(provider, context) && std::find(refused.begin(), refused.end(), volume) == refused.end();
 }
 
 }  // namespace
@@ -60,13 +74,16 @@ bool IsValidContext(LONG context) {
   constexpr std::array<LONG, 6> kContexts = {
       VSS_CTX_BACKUP,       VSS_CTX_FILE_SHARE_BACKUP, VSS_CTX_NAS_ROLLBACK,
       VSS_CTX_APP_ROLLBACK, VSS_CTX_CLIENT_ACCESSIBLE, VSS_CTX_CLIENT_ACCESSIBLE_WRITERS};
-  constexpr LONG kKinds = VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_DIFFERENTIAL | VSS_VOLSNAP_ATTR_PLEX;
   constexpr LONG kBothKinds = VSS_VOLSNAP_ATTR_DIFFERENTIAL | VSS_VOLSNAP_ATTR_PLEX;
-  constexpr LONG kMayBeAdded =
-      kKinds | VSS_VOLSNAP_ATTR_NO_AUTORECOVERY | VSS_VOLSNAP_ATTR_NOT_TRANSACTED | VSS_VOLSNAP_ATTR_ROLLBACK_RECOVERY;
+  constexpr LONG kMayBeAdded = kKinds | VSS_VOLSNAP_ATTR_NO_AUTORECOVERY | VSS_VOLSNAP_ATTR_NOT_TRANSACTED |
+                               VSS_VOLSNAP_ATTR_ROLLBACK_RECOVERY | VSS_VOLSNAP_ATTR_TXF_RECOVERY;
   if (std::find(kContexts.begin(), kContexts.end(), context & kContextBits) == kContexts.end()) return false;
   if (Has(context, ~(kContextBits | kMayBeAdded)) || (context & kBothKinds) == kBothKinds) return false;
   return !Has(context, VSS_VOLSNAP_ATTR_CLIENT_ACCESSIBLE) || !Has(context, kKinds);
+}
+
+std::wstring MachineName(const HostModel& model) {
+  return model.domain.empty() ? model.computerName : model.computerName + L'.' + model.domain;
 }
 
 SnapshotService::SnapshotService(Machine& machine) : machine_(machine) {}
@@ -75,6 +92,7 @@ SnapshotService::~SnapshotService() = default;
 
 std::list<ShadowCopy>& SnapshotService::ChangeCopies() {
   surfaced_.reset();
+  NoticeChange();
   return copies_;
 }
 
@@ -97,6 +115,7 @@ const SnapshotService::Surfaced& SnapshotService::SurfacedNow() const {
   for (const ShadowCopy* copy : SurfacedCopies()) {
     surfaced.byDevice.emplace(ascii::ToLower(copy->device), copy);
     if (copy->ownDisk) surfaced.byDisk.emplace(copy->diskNumber, copy);
+    if (Has(copy->attributes, VSS_VOLSNAP_ATTR_EXPOSED_LOCALLY)) surfaced.mounted.push_back(copy);
   }
   return surfaced_.emplace(std::move(surfaced));
 }
@@ -111,15 +130,20 @@ const ShadowCopy* SnapshotService::CopyOfDevice(std::wstring_view device) const 
   return found == SurfacedNow().byDevice.end() ? nullptr : found->second;
 }
 
-HRESULT SnapshotService::StartSet(const GUID& session, LONG context, GUID& setId) {
-  if (context == kAllContexts) return VSS_E_UNSUPPORTED_CONTEXT;
-  if (openSet_) return VSS_E_SNAPSHOT_SET_IN_PROGRESS;
-  openSet_ = OpenSet{session, machine_.NewId(), context, {}};
-  setId = openSet_->id;
-  return S_OK;
+const std::vector<const ShadowCopy*>& SnapshotService::MountedCopies() const {
+  return SurfacedNow().mounted;
 }
 
-SnapshotService::OpenSet* SnapshotService::OpenSetOf(const GUID& session) {
+HRESULT SnapshotService::StartSet(const GUID& session, LONG context, GUID& setId) {
+  if (context == kAllContexts) return VSS_E_UNSUPPORTED_CONTEXT;
+  if (openSet_ || IsCommitUnderWay()) return VSS_E_SNAPSHOT_SET_IN_PROGRESS;
+  openSet_ = OpenSet{session, machine_.NewId(), context, {}};
+  setId = openSet_->id;
+  KnowSession(session);
+  return Saved();
+}
+
+OpenSet* SnapshotService::OpenSetOf(const GUID& session) {
   return openSet_ && openSet_->session == session ? &*openSet_ : nullptr;
 }
 
@@ -134,15 +158,23 @@ HRESULT SnapshotService::AddVolume(const GUID& session, std::wstring_view volume
   if (std::any_of(set->copies.begin(), set->copies.end(), isSame)) return VSS_E_OBJECT_ALREADY_EXISTS;
   if (set->copies.size() == kMaxVolumesPerSet) return VSS_E_MAXIMUM_NUMBER_OF_VOLUMES_REACHED;
   const Provider* chosen = nullptr;
-  if (const HRESULT result = ChooseProvider(provider, set->context, chosen); FAILED(result)) return result;
+  if (const HRESULT result = ChooseProvider(provider, set->context, name, chosen); FAILED(result)) return result;
+  if (chosen->veto == ProviderStep::beginPrepare) return VSS_E_PROVIDER_VETO;
   if (ReachedLimit(*chosen, set->context, name)) return VSS_E_MAXIMUM_NUMBER_OF_SNAPSHOTS_REACHED;
   copyId = machine_.NewId();
   set->copies.push_back({copyId, *chosen, name});
-  return S_OK;
+  return Saved();
 }
 
 bool SnapshotService::HasVolumes(const GUID& session) const {
   return openSet_ && openSet_->session == session && !openSet_->copies.empty();
+}
+
+HRESULT SnapshotService::AskProviders(const GUID& session, ProviderStep step) {
+  const OpenSet* set = OpenSetOf(session);
+  if (set == nullptr) return VSS_E_BAD_STATE;
+  const auto refuses = [&](const PlannedCopy& copy) { return copy.provider.veto == step; };
+  return std::any_of(set->copies.begin(), set->copies.end(), refuses) ? VSS_E_PROVIDER_VETO : S_OK;
 }
 
 std::vector<std::wstring> SnapshotService::VolumesOfOpenSet(const GUID& session) const {
@@ -161,6 +193,12 @@ bool SnapshotService::HasHangingProvider(const GUID& session) const {
 }
 
 HRESULT SnapshotService::CommitSet(const GUID& session) {
+  if (const HRESULT result = AskProviders(session, ProviderStep::commit); FAILED(result)) return result;
+  const HRESULT result = MakeCopies(session);
+  return FAILED(result) ? result : Saved();
+}
+
+HRESULT SnapshotService::MakeCopies(const GUID& session) {
   if (OpenSetOf(session) == nullptr) return VSS_E_BAD_STATE;
   const OpenSet set = std::move(*openSet_);
   openSet_.reset();
@@ -177,18 +215,31 @@ HRESULT SnapshotService::CommitSet(const GUID& session) {
   return S_OK;
 }
 
-void SnapshotService::AbandonSet(const GUID& session) {
-  if (OpenSetOf(session) != nullptr) openSet_.reset();
+HRESULT SnapshotService::AbandonSet(const GUID& session) {
+  if (OpenSetOf(session) == nullptr) return S_OK;
+  openSet_.reset();
+  return Saved();
 }
 
 HRESULT SnapshotService::IsVolumeSupported(std::wstring_view volume, const GUID& provider, LONG context,
                                            bool& supported) const {
   if (!volume.ends_with(L'\\')) return E_INVALIDARG;
+  if (provider != GUID{} && FindProvider(provider) == nullptr) return VSS_E_PROVIDER_NOT_REGISTERED;
+  const std::optional<Location> location = Resolve(volume);
+  if (!location) return VSS_E_OBJECT_NOT_FOUND;
   const Provider* chosen = nullptr;
-  const HRESULT choice = ChooseProvider(provider, context, chosen);
-  if (choice == VSS_E_PROVIDER_NOT_REGISTERED) return choice;
-  if (!Resolve(volume)) return VSS_E_OBJECT_NOT_FOUND;
-  supported = SUCCEEDED(choice);
+  supported = SUCCEEDED(ChooseProvider(provider, context, location->volume->name, chosen));
+  return S_OK;
+}
+
+HRESULT SnapshotService::IsSnapshotted(std::wstring_view volume, bool& snapshotted) const {
+  if (!volume.ends_with(L'\\')) return E_INVALIDARG;
+  const std::optional<Location> location = Resolve(volume);
+  if (!location) return VSS_E_OBJECT_NOT_FOUND;
+  const auto isOfVolume = [&](const ShadowCopy& copy) {
+    return IsKnown(copy) && copy.originalVolume == location->volume->name;
+  };
+  snapshotted = std::any_of(copies_.begin(), copies_.end(), isOfVolume);
   return S_OK;
 }
 
@@ -210,6 +261,16 @@ std::vector<const ShadowCopy*> SnapshotService::CopiesOfSet(const GUID& setId) c
 }
 
 HRESULT SnapshotService::Delete(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, GUID& notDeleted) {
+  const HRESULT result = DeleteEach(id, type, deleted, notDeleted);
+  if (deleted == 0) return result;
+  const HRESULT saved = Saved();
+  if (SUCCEEDED(saved)) return result;
+  deleted = 0;
+  notDeleted = KnownCopies(id, type).front()->id;
+  return saved;
+}
+
+HRESULT SnapshotService::DeleteEach(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, GUID& notDeleted) {
   deleted = 0;
   notDeleted = GUID{};
   if (type != VSS_OBJECT_SNAPSHOT && type != VSS_OBJECT_SNAPSHOT_SET) return E_INVALIDARG;
@@ -235,7 +296,7 @@ HRESULT SnapshotService::CanBreak(const GUID& setId) const {
   bool known = false;
   for (const ShadowCopy& copy : copies_) {
     if (!IsKnown(copy) || copy.setId != setId) continue;
-    if (copy.providerType != VSS_PROV_HARDWARE) return VSS_E_PROVIDER_VETO;
+    if (!copy.ownDisk) return VSS_E_PROVIDER_VETO;
     known = true;
   }
   return known ? S_OK : VSS_E_OBJECT_NOT_FOUND;
@@ -255,7 +316,7 @@ HRESULT SnapshotService::Break(const GUID& setId, DWORD flags) {
     copy->masked = (flags & VSS_BREAKEX_FLAG_MASK_LUNS) != 0;
     if (revert) copy->serial = copy->originalSerial;
   }
-  return S_OK;
+  return Saved();
 }
 
 HRESULT SnapshotService::Import(const GUID& session, std::span<const ShadowCopy> copies) {
@@ -263,11 +324,12 @@ HRESULT SnapshotService::Import(const GUID& session, std::span<const ShadowCopy>
   for (const ShadowCopy& source : copies) {
     if (std::find(imported_.begin(), imported_.end(), source.id) != imported_.end()) continue;
     const Provider* provider = FindProvider(source.providerId);
-    if (provider == nullptr || provider->type != VSS_PROV_HARDWARE) return VSS_E_PROVIDER_NOT_REGISTERED;
+    if (provider == nullptr || !SupportsContext(*provider, VSS_VOLSNAP_ATTR_TRANSPORTABLE)) {
+      return VSS_E_PROVIDER_NOT_REGISTERED;
+    }
     Withdraw(source.id);
     ShadowCopy copy = source;
     copy.owner = session;
-    copy.providerType = provider->type;
     copy.attributes &= ~VSS_VOLSNAP_ATTR_NOT_SURFACED;
     Surface(copy);
     ChangeCopies().push_back(std::move(copy));
@@ -275,6 +337,8 @@ HRESULT SnapshotService::Import(const GUID& session, std::span<const ShadowCopy>
     ++done;
   }
   if (done == 0) return VSS_E_NO_SNAPSHOTS_IMPORTED;
+  KnowSession(session);
+  if (const HRESULT saved = Saved(); FAILED(saved)) return saved;
   return done == copies.size() ? VSS_S_ASYNC_FINISHED : VSS_S_SOME_SNAPSHOTS_NOT_IMPORTED;
 }
 
@@ -283,10 +347,11 @@ void SnapshotService::Withdraw(GUID id) {
 }
 
 void SnapshotService::EndSession(const GUID& session) {
-  AbandonSet(session);
+  if (OpenSetOf(session) != nullptr) openSet_.reset();
   ChangeCopies().remove_if([&](const ShadowCopy& copy) {
     return copy.owner == session && IsKnown(copy) && !Has(copy.attributes, VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE);
   });
+  ForgetSession(session);
 }
 
 std::optional<SnapshotService::Location> SnapshotService::Resolve(std::wstring_view name) const {
@@ -305,15 +370,16 @@ const Provider* SnapshotService::FindProvider(const GUID& id) const {
   return found == providers.end() ? nullptr : &*found;
 }
 
-HRESULT SnapshotService::ChooseProvider(const GUID& wanted, LONG context, const Provider*& chosen) const {
+HRESULT SnapshotService::ChooseProvider(const GUID& wanted, LONG context, const std::wstring& volume,
+                                        const Provider*& chosen) const {
   if (wanted != GUID{}) {
     chosen = FindProvider(wanted);
     if (chosen == nullptr) return VSS_E_PROVIDER_NOT_REGISTERED;
-    return Supports(*chosen, context) ? S_OK : VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER;
+    return Supports(*chosen, context, volume) ? S_OK : VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER;
   }
   for (const VSS_PROVIDER_TYPE type : {VSS_PROV_HARDWARE, VSS_PROV_SOFTWARE, VSS_PROV_SYSTEM}) {
     for (const Provider& provider : machine_.model().providers) {
-      if (provider.type != type || !Supports(provider, context)) continue;
+      if (provider.type != type || !Supports(provider, context, volume)) continue;
       chosen = &provider;
       return S_OK;
     }
@@ -336,24 +402,34 @@ ShadowCopy SnapshotService::MakeCopy(const OpenSet& set, const PlannedCopy& plan
   copy.id = planned.id;
   copy.setId = set.id;
   copy.providerId = planned.provider.id;
-  copy.providerType = planned.provider.type;
   copy.owner = set.session;
   copy.attributes = set.context;
-  copy.timestamp = kStartOfHost + static_cast<VSS_TIMESTAMP>(machine_.now) * kTicksPerMillisecond;
+  copy.timestamp = Now();
   copy.copiesInSet = static_cast<LONG>(set.copies.size());
-  copy.originatingMachine = machine_.model().computerName;
+  copy.originatingMachine = MachineName(machine_.model());
   copy.originalVolume = location.volume->name;
   copy.originalSerial = location.disk->serial;
-  copy.ownDisk = planned.provider.type == VSS_PROV_HARDWARE;
+  const bool hardware = planned.provider.type == VSS_PROV_HARDWARE;
+  const bool transportable = Has(set.context, VSS_VOLSNAP_ATTR_TRANSPORTABLE);
+  copy.ownDisk = hardware || transportable;
   copy.serial = copy.ownDisk ? L"SHADOW-" + copy.originalSerial : copy.originalSerial;
   copy.diskNumber = location.disk->number;
-  if (copy.ownDisk) copy.attributes |= VSS_VOLSNAP_ATTR_HARDWARE_ASSISTED;
-  if (Has(set.context, VSS_VOLSNAP_ATTR_TRANSPORTABLE)) {
+  if (hardware) copy.attributes |= VSS_VOLSNAP_ATTR_HARDWARE_ASSISTED;
+  if (planned.provider.type == VSS_PROV_SYSTEM) copy.attributes |= VSS_VOLSNAP_ATTR_DIFFERENTIAL;
+  if (transportable) {
     copy.attributes |= VSS_VOLSNAP_ATTR_NOT_SURFACED;
   } else {
     Surface(copy);
   }
   return copy;
+}
+
+// The time of the copies: the clock at which the call is made and what has passed on the virtual one.
+VSS_TIMESTAMP SnapshotService::Now() const {
+  const VSS_TIMESTAMP passed = static_cast<VSS_TIMESTAMP>(machine_.now) * kTicksPerMillisecond;
+  if (machine_.model().seed) return kStartOfHost + passed;
+  const auto clock = std::chrono::system_clock::now().time_since_epoch();
+  return kUnixEpoch + std::chrono::duration_cast<Ticks>(clock).count() + passed;
 }
 
 void SnapshotService::Surface(ShadowCopy& copy) {

@@ -29,7 +29,7 @@ auto MadeId(const GUID& id) {
   return [&id] { return "-> " + ArgumentText(id); };
 }
 
-// What can be examined, restored or exposed but has no part in making snapshots is E_NOTIMPL.
+// What has no part in backups, restores and the making of snapshots is E_NOTIMPL.
 class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
  public:
   explicit BackupComponents(std::shared_ptr<Machine> machine)
@@ -62,7 +62,10 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
         "IVssBackupComponents::InitializeForRestore", [&] { return DocumentText(xml); },
         [&] { return session_.InitializeForRestore(xml); });
   }
-  HRESULT STDMETHODCALLTYPE SetRestoreState(VSS_RESTORE_TYPE) override { return Unsupported("::SetRestoreState"); }
+  HRESULT STDMETHODCALLTYPE SetRestoreState(VSS_RESTORE_TYPE type) override {
+    return Call("IVssBackupComponents::SetRestoreState", Arguments(type),
+                [&] { return session_.SetRestoreState(type); });
+  }
   HRESULT STDMETHODCALLTYPE GatherWriterMetadata(IVssAsync** async) override {
     return StartOperation("IVssBackupComponents::GatherWriterMetadata", async, &BackupSession::GatherWriterMetadata);
   }
@@ -115,24 +118,40 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
   HRESULT STDMETHODCALLTYPE SetBackupOptions(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath, LPCWSTR name,
                                              LPCWSTR options) override {
     const ComponentName component{{}, writer, type, logicalPath, name};
-    return Call("IVssBackupComponents::SetBackupOptions", Arguments(GUID{}, writer, type, logicalPath, name, options),
-                [&] { return session_.ChangeSelected(component, &DocumentComponent::backupOptions, options); });
+    return Call(
+        "IVssBackupComponents::SetBackupOptions", Arguments(GUID{}, writer, type, logicalPath, name, options), [&] {
+          return SetText(&BackupSession::ChangeForBackup, component, options, &DocumentComponent::backupOptions);
+        });
   }
-  HRESULT STDMETHODCALLTYPE SetSelectedForRestore(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VssBool) override {
-    return Unsupported("::SetSelectedForRestore");
+  HRESULT STDMETHODCALLTYPE SetSelectedForRestore(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath,
+                                                  LPCWSTR name, VssBool selected) override {
+    const ComponentName component{{}, writer, type, logicalPath, name};
+    return Call("IVssBackupComponents::SetSelectedForRestore", Arguments(writer, type, logicalPath, name, selected),
+                [&] { return session_.SetSelectedForRestore(component, selected != 0, GUID{}); });
   }
-  HRESULT STDMETHODCALLTYPE SetRestoreOptions(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR) override {
-    return Unsupported("::SetRestoreOptions");
+  HRESULT STDMETHODCALLTYPE SetRestoreOptions(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath, LPCWSTR name,
+                                              LPCWSTR options) override {
+    const ComponentName component{{}, writer, type, logicalPath, name};
+    return Call("IVssBackupComponents::SetRestoreOptions", Arguments(writer, type, logicalPath, name, options), [&] {
+      return SetText(&BackupSession::ChangeForRestore, component, options, &DocumentComponent::restoreOptions);
+    });
   }
-  HRESULT STDMETHODCALLTYPE SetAdditionalRestores(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VssBool) override {
-    return Unsupported("::SetAdditionalRestores");
+  HRESULT STDMETHODCALLTYPE SetAdditionalRestores(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath,
+                                                  LPCWSTR name, VssBool additional) override {
+    const ComponentName component{{}, writer, type, logicalPath, name};
+    return Call(
+        "IVssBackupComponents::SetAdditionalRestores", Arguments(writer, type, logicalPath, name, additional), [&] {
+          return session_.ChangeForRestore(
+              component, [&](DocumentComponent& restored) { restored.restore.additionalRestores = additional != 0; });
+        });
   }
   HRESULT STDMETHODCALLTYPE SetPreviousBackupStamp(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath,
                                                    LPCWSTR name, LPCWSTR stamp) override {
     const ComponentName component{{}, writer, type, logicalPath, name};
-    return Call("IVssBackupComponents::SetPreviousBackupStamp",
-                Arguments(GUID{}, writer, type, logicalPath, name, stamp),
-                [&] { return session_.ChangeSelected(component, &DocumentComponent::previousBackupStamp, stamp); });
+    return Call(
+        "IVssBackupComponents::SetPreviousBackupStamp", Arguments(GUID{}, writer, type, logicalPath, name, stamp), [&] {
+          return SetText(&BackupSession::ChangeForBackup, component, stamp, &DocumentComponent::previousBackupStamp);
+        });
   }
   HRESULT STDMETHODCALLTYPE SaveAsXML(BSTR* xml) override {
     Clear(xml);
@@ -146,27 +165,45 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
   HRESULT STDMETHODCALLTYPE BackupComplete(IVssAsync** async) override {
     return StartOperation("IVssBackupComponents::BackupComplete", async, &BackupSession::BackupComplete);
   }
-  HRESULT STDMETHODCALLTYPE AddAlternativeLocationMapping(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR,
-                                                          LPCWSTR, VssBool, LPCWSTR) override {
-    return Unsupported("::AddAlternativeLocationMapping");
+  HRESULT STDMETHODCALLTYPE AddAlternativeLocationMapping(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath,
+                                                          LPCWSTR name, LPCWSTR path, LPCWSTR filespec,
+                                                          VssBool recursive, LPCWSTR destination) override {
+    return AddTarget("IVssBackupComponents::AddAlternativeLocationMapping", {{}, writer, type, logicalPath, name},
+                     {path, filespec, recursive, destination}, &ComponentRestore::alternateLocations);
   }
-  HRESULT STDMETHODCALLTYPE AddRestoreSubcomponent(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR,
-                                                   VssBool) override {
-    return Unsupported("::AddRestoreSubcomponent");
+  HRESULT STDMETHODCALLTYPE AddRestoreSubcomponent(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath,
+                                                   LPCWSTR name, LPCWSTR partPath, LPCWSTR partName,
+                                                   VssBool repair) override {
+    const ComponentName component{{}, writer, type, logicalPath, name};
+    return Call("IVssBackupComponents::AddRestoreSubcomponent",
+                Arguments(writer, type, logicalPath, name, partPath, partName, repair), [&] {
+                  if (partName == nullptr || repair != 0) return E_INVALIDARG;
+                  RestoreSubcomponent part{std::nullopt, partName};
+                  if (partPath != nullptr) part.logicalPath = partPath;
+                  return session_.ChangeForRestore(
+                      component, [&](DocumentComponent& restored) { restored.restore.subcomponents.push_back(part); });
+                });
   }
-  HRESULT STDMETHODCALLTYPE SetFileRestoreStatus(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR,
-                                                 VSS_FILE_RESTORE_STATUS) override {
-    return Unsupported("::SetFileRestoreStatus");
+  HRESULT STDMETHODCALLTYPE SetFileRestoreStatus(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath,
+                                                 LPCWSTR name, VSS_FILE_RESTORE_STATUS status) override {
+    const ComponentName component{{}, writer, type, logicalPath, name};
+    return Call("IVssBackupComponents::SetFileRestoreStatus", Arguments(writer, type, logicalPath, name, status),
+                [&] { return session_.SetFileRestoreStatus(component, status); });
   }
-  HRESULT STDMETHODCALLTYPE AddNewTarget(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, VssBool,
-                                         LPCWSTR) override {
-    return Unsupported("::AddNewTarget");
+  HRESULT STDMETHODCALLTYPE AddNewTarget(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath, LPCWSTR name,
+                                         LPCWSTR path, LPCWSTR filespec, VssBool recursive, LPCWSTR target) override {
+    return AddTarget("IVssBackupComponents::AddNewTarget", {{}, writer, type, logicalPath, name},
+                     {path, filespec, recursive, target}, &ComponentRestore::newTargets);
   }
   HRESULT STDMETHODCALLTYPE SetRangesFilePath(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, UINT, LPCWSTR) override {
     return Unsupported("::SetRangesFilePath");
   }
-  HRESULT STDMETHODCALLTYPE PreRestore(IVssAsync** async) override { return Unsupported("::PreRestore", async); }
-  HRESULT STDMETHODCALLTYPE PostRestore(IVssAsync** async) override { return Unsupported("::PostRestore", async); }
+  HRESULT STDMETHODCALLTYPE PreRestore(IVssAsync** async) override {
+    return StartOperation("IVssBackupComponents::PreRestore", async, &BackupSession::PreRestore);
+  }
+  HRESULT STDMETHODCALLTYPE PostRestore(IVssAsync** async) override {
+    return StartOperation("IVssBackupComponents::PostRestore", async, &BackupSession::PostRestore);
+  }
   HRESULT STDMETHODCALLTYPE SetContext(LONG context) override {
     return Call("IVssBackupComponents::SetContext", Arguments(context), [&] { return session_.SetContext(context); });
   }
@@ -248,8 +285,19 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
   HRESULT STDMETHODCALLTYPE DisableWriterInstances(const VSS_ID* ids, UINT count) override {
     return SelectWriters("IVssBackupComponents::DisableWriterInstances", ids, count, &WriterSession::DisableInstances);
   }
-  HRESULT STDMETHODCALLTYPE ExposeSnapshot(VSS_ID, VSS_PWSZ, LONG, VSS_PWSZ, VSS_PWSZ* exposed) override {
-    return Unsupported("::ExposeSnapshot", exposed);
+  HRESULT STDMETHODCALLTYPE ExposeSnapshot(VSS_ID copyId, VSS_PWSZ pathFromRoot, LONG where, VSS_PWSZ name,
+                                           VSS_PWSZ* exposed) override {
+    Clear(exposed);
+    std::wstring exposedName;
+    return Call(
+        "IVssBackupComponents::ExposeSnapshot",
+        [&] { return ArgumentList(copyId, pathFromRoot, where, name) + " -> " + ArgumentText(exposedName.c_str()); },
+        [&] {
+          if (exposed == nullptr) return E_INVALIDARG;
+          const HRESULT result = session_.ExposeSnapshot(copyId, pathFromRoot, where, name, exposedName);
+          if (SUCCEEDED(result)) *exposed = machine().MakeTaskText(exposedName);
+          return result;
+        });
   }
   HRESULT STDMETHODCALLTYPE RevertToSnapshot(VSS_ID, BOOL) override { return Unsupported("::RevertToSnapshot"); }
   HRESULT STDMETHODCALLTYPE QueryRevertStatus(VSS_PWSZ, IVssAsync** async) override {
@@ -260,12 +308,18 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
                                                 IVssExamineWriterMetadataEx** metadata) override {
     return GiveMetadata("IVssBackupComponentsEx::GetWriterMetadataEx", index, instance, metadata);
   }
-  HRESULT STDMETHODCALLTYPE SetSelectedForRestoreEx(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VssBool,
-                                                    VSS_ID) override {
-    return Unsupported("Ex::SetSelectedForRestoreEx");
+  HRESULT STDMETHODCALLTYPE SetSelectedForRestoreEx(VSS_ID writer, VSS_COMPONENT_TYPE type, LPCWSTR logicalPath,
+                                                    LPCWSTR name, VssBool selected, VSS_ID instance) override {
+    const ComponentName component{{}, writer, type, logicalPath, name};
+    return Call("IVssBackupComponentsEx::SetSelectedForRestoreEx",
+                Arguments(writer, type, logicalPath, name, selected, instance),
+                [&] { return session_.SetSelectedForRestore(component, selected != 0, instance); });
   }
 
-  HRESULT STDMETHODCALLTYPE UnexposeSnapshot(VSS_ID) override { return Unsupported("Ex2::UnexposeSnapshot"); }
+  HRESULT STDMETHODCALLTYPE UnexposeSnapshot(VSS_ID copyId) override {
+    return Call("IVssBackupComponentsEx2::UnexposeSnapshot", Arguments(copyId),
+                [&] { return session_.UnexposeSnapshot(copyId); });
+  }
   HRESULT STDMETHODCALLTYPE SetAuthoritativeRestore(VSS_ID, VSS_COMPONENT_TYPE, LPCWSTR, LPCWSTR, VssBool) override {
     return Unsupported("Ex2::SetAuthoritativeRestore");
   }
@@ -327,6 +381,37 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
  private:
   ~BackupComponents() override = default;
 
+  using Change = HRESULT (BackupSession::*)(const ComponentName&, const BackupSession::ComponentChange&);
+
+  HRESULT SetText(Change change, const ComponentName& component, LPCWSTR text,
+                  std::optional<std::wstring> DocumentComponent::*field) {
+    if (text == nullptr) return E_INVALIDARG;
+    return (session_.*change)(component, [&](DocumentComponent& changed) { changed.*field = text; });
+  }
+
+  // Where files of a component go in place of where they came from.
+  struct Target {
+    LPCWSTR path;
+    LPCWSTR filespec;
+    VssBool recursive;
+    LPCWSTR destination;
+  };
+  HRESULT AddTarget(std::string_view call, const ComponentName& component, const Target& target,
+                    std::vector<FileSpec> ComponentRestore::*list) {
+    return Call(call,
+                Arguments(component.writerId, component.type, component.logicalPath, component.name, target.path,
+                          target.filespec, target.recursive, target.destination),
+                [&] {
+                  if (target.path == nullptr || target.filespec == nullptr || target.destination == nullptr) {
+                    return E_INVALIDARG;
+                  }
+                  return session_.ChangeForRestore(component, [&](DocumentComponent& restored) {
+                    (restored.restore.*list)
+                        .push_back({target.path, target.filespec, target.recursive != 0, target.destination});
+                  });
+                });
+  }
+
   // A call whose only argument is the operation that it starts.
   HRESULT StartOperation(std::string_view call, IVssAsync** async, HRESULT (BackupSession::*start)(IVssAsync**)) {
     Clear(async);
@@ -368,20 +453,22 @@ class BackupComponents final : public ComObject<IVssBackupComponentsEx4> {
     *failure = reported->status.failure;
     return GiveText(machine(), reported->data->name, name);
   }
+
+  // Where there is nothing to list, S_FALSE with an enumerator that yields nothing.
   HRESULT MakeQuery(VSS_OBJECT_TYPE returnedType, IVssEnumObject** enumerator) {
-    if (returnedType == VSS_OBJECT_PROVIDER) {
-      const HRESULT result = session_.QueryProviders();
-      if (SUCCEEDED(result)) *enumerator = MakeProviderEnumerator(sharedMachine());
-      return result;
-    }
-    std::vector<const ShadowCopy*> copies;
-    const HRESULT result = session_.QuerySnapshots(copies);
-    if (FAILED(result)) return result;
     std::vector<EnumeratedObject> objects;
-    objects.reserve(copies.size());
-    for (const ShadowCopy* copy : copies) objects.emplace_back(*copy);
+    if (returnedType == VSS_OBJECT_PROVIDER) {
+      if (const HRESULT result = session_.QueryProviders(); FAILED(result)) return result;
+      objects.assign(machine().model().providers.begin(), machine().model().providers.end());
+    } else {
+      std::vector<const ShadowCopy*> copies;
+      if (const HRESULT result = session_.QuerySnapshots(copies); FAILED(result)) return result;
+      objects.reserve(copies.size());
+      for (const ShadowCopy* copy : copies) objects.emplace_back(*copy);
+    }
+    const HRESULT found = objects.empty() ? S_FALSE : S_OK;
     *enumerator = MakeEnumerator(sharedMachine(), std::move(objects));
-    return S_OK;
+    return found;
   }
 
   BackupSession session_;

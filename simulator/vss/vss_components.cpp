@@ -1,14 +1,14 @@
 #include "simulator/vss/vss_components.h"
 
 #include "simulator/vss/com_object.h"
+#include "simulator/vss/vss_metadata.h"
 
 namespace varnel::simulator {
 namespace {
 
 constexpr GUID kComponentInterfaces[] = {kIidVssComponent, kIidVssComponentEx, kIidVssComponentEx2};
 
-// A component as a requestor sees it during a backup: what only writers may set is refused, what only restores fill is
-// empty.
+// A component as a requestor sees it: what only writers may set is refused.
 class Component final : public ComObject<IVssComponentEx2> {
  public:
   Component(std::shared_ptr<Machine> machine, std::shared_ptr<const SharedDocument> document, std::size_t writer,
@@ -33,10 +33,10 @@ class Component final : public ComObject<IVssComponentEx2> {
                 known ? S_OK : S_FALSE);
   }
   HRESULT STDMETHODCALLTYPE GetAlternateLocationMappingCount(UINT* mappings) override {
-    return Give("IVssComponent::GetAlternateLocationMappingCount", 0U, mappings);
+    return Give("IVssComponent::GetAlternateLocationMappingCount", restore().alternateLocations.size(), mappings);
   }
   HRESULT STDMETHODCALLTYPE GetAlternateLocationMapping(UINT index, IVssWMFiledesc** file) override {
-    return NoEntry("IVssComponent::GetAlternateLocationMapping", index, file);
+    return GiveTarget("IVssComponent::GetAlternateLocationMapping", restore().alternateLocations, index, file);
   }
   HRESULT STDMETHODCALLTYPE SetBackupMetadata(LPCWSTR) override { return OnlyWriters("::SetBackupMetadata"); }
   HRESULT STDMETHODCALLTYPE GetBackupMetadata(BSTR* data) override {
@@ -53,16 +53,16 @@ class Component final : public ComObject<IVssComponentEx2> {
     return NoEntry("IVssComponent::GetPartialFile", index, path, filename, range, metadata);
   }
   HRESULT STDMETHODCALLTYPE IsSelectedForRestore(VssBool* selectedForRestore) override {
-    return Give("IVssComponent::IsSelectedForRestore", false, selectedForRestore);
+    return Give("IVssComponent::IsSelectedForRestore", restore().selected, selectedForRestore);
   }
   HRESULT STDMETHODCALLTYPE GetAdditionalRestores(VssBool* additionalRestores) override {
-    return Give("IVssComponent::GetAdditionalRestores", false, additionalRestores);
+    return Give("IVssComponent::GetAdditionalRestores", restore().additionalRestores, additionalRestores);
   }
   HRESULT STDMETHODCALLTYPE GetNewTargetCount(UINT* newTargets) override {
-    return Give("IVssComponent::GetNewTargetCount", 0U, newTargets);
+    return Give("IVssComponent::GetNewTargetCount", restore().newTargets.size(), newTargets);
   }
   HRESULT STDMETHODCALLTYPE GetNewTarget(UINT index, IVssWMFiledesc** file) override {
-    return NoEntry("IVssComponent::GetNewTarget", index, file);
+    return GiveTarget("IVssComponent::GetNewTarget", restore().newTargets, index, file);
   }
   HRESULT STDMETHODCALLTYPE AddDirectedTarget(LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR, LPCWSTR) override {
     return OnlyWriters("::AddDirectedTarget");
@@ -88,13 +88,13 @@ class Component final : public ComObject<IVssComponentEx2> {
     return OnlyWriters("::SetPreRestoreFailureMsg");
   }
   HRESULT STDMETHODCALLTYPE GetPreRestoreFailureMsg(BSTR* message) override {
-    return Text("IVssComponent::GetPreRestoreFailureMsg", std::nullopt, message);
+    return Text("IVssComponent::GetPreRestoreFailureMsg", restore().preRestoreFailure, message);
   }
   HRESULT STDMETHODCALLTYPE SetPostRestoreFailureMsg(LPCWSTR) override {
     return OnlyWriters("::SetPostRestoreFailureMsg");
   }
   HRESULT STDMETHODCALLTYPE GetPostRestoreFailureMsg(BSTR* message) override {
-    return Text("IVssComponent::GetPostRestoreFailureMsg", std::nullopt, message);
+    return Text("IVssComponent::GetPostRestoreFailureMsg", restore().postRestoreFailure, message);
   }
   HRESULT STDMETHODCALLTYPE SetBackupStamp(LPCWSTR) override { return OnlyWriters("::SetBackupStamp"); }
   HRESULT STDMETHODCALLTYPE GetBackupStamp(BSTR* stamp) override {
@@ -107,17 +107,26 @@ class Component final : public ComObject<IVssComponentEx2> {
     return Text("IVssComponent::GetBackupOptions", component().backupOptions, options);
   }
   HRESULT STDMETHODCALLTYPE GetRestoreOptions(BSTR* options) override {
-    return Text("IVssComponent::GetRestoreOptions", std::nullopt, options);
+    return Text("IVssComponent::GetRestoreOptions", component().restoreOptions, options);
   }
   HRESULT STDMETHODCALLTYPE GetRestoreSubcomponentCount(UINT* subcomponents) override {
-    return Give("IVssComponent::GetRestoreSubcomponentCount", 0U, subcomponents);
+    return Give("IVssComponent::GetRestoreSubcomponentCount", restore().subcomponents.size(), subcomponents);
   }
   HRESULT STDMETHODCALLTYPE GetRestoreSubcomponent(UINT index, BSTR* logicalPath, BSTR* componentName,
-                                                   VssBool*) override {
-    return NoEntry("IVssComponent::GetRestoreSubcomponent", index, logicalPath, componentName);
+                                                   VssBool* repair) override {
+    Clear(logicalPath);
+    Clear(componentName);
+    return Call("IVssComponent::GetRestoreSubcomponent", Arguments(index), [&] {
+      if (logicalPath == nullptr || componentName == nullptr || repair == nullptr) return E_INVALIDARG;
+      if (index >= restore().subcomponents.size()) return VSS_E_OBJECT_NOT_FOUND;
+      const RestoreSubcomponent& part = restore().subcomponents[index];
+      GiveText(machine(), part.logicalPath, logicalPath);
+      *repair = false;
+      return GiveText(machine(), part.name, componentName);
+    });
   }
   HRESULT STDMETHODCALLTYPE GetFileRestoreStatus(VSS_FILE_RESTORE_STATUS* status) override {
-    return Give("IVssComponent::GetFileRestoreStatus", VSS_RS_UNDEFINED, status);
+    return Give("IVssComponent::GetFileRestoreStatus", restore().fileStatus, status);
   }
   HRESULT STDMETHODCALLTYPE AddDifferencedFilesByLastModifyTime(LPCWSTR, LPCWSTR, BOOL, FILETIME) override {
     return OnlyWriters("::AddDifferencedFilesByLastModifyTime");
@@ -184,6 +193,19 @@ class Component final : public ComObject<IVssComponentEx2> {
   ~Component() override = default;
 
   const DocumentComponent& component() const { return document_->content.writers[writer_].components[index_]; }
+
+  const ComponentRestore& restore() const { return component().restore; }
+
+  HRESULT GiveTarget(std::string_view call, const std::vector<FileSpec>& targets, UINT index, IVssWMFiledesc** file) {
+    Clear(file);
+    return Call(call, Arguments(index), [&] {
+      if (file == nullptr) return E_INVALIDARG;
+      if (index >= targets.size()) return VSS_E_OBJECT_NOT_FOUND;
+      // A copy: more targets may come.
+      *file = MakeFileDescriptor(sharedMachine(), std::make_shared<const FileSpec>(targets[index]));
+      return S_OK;
+    });
+  }
 
   template <class... Outputs>
   HRESULT NoEntry(std::string_view call, UINT index, Outputs**... outputs) {

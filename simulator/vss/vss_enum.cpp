@@ -124,7 +124,9 @@ void FillProperties(Machine& machine, const ShadowCopy& copy, VSS_SNAPSHOT_PROP&
   properties.m_pwszSnapshotDeviceObject = machine.MakeTaskText(copy.device);
   properties.m_pwszOriginalVolumeName = machine.MakeTaskText(copy.originalVolume);
   properties.m_pwszOriginatingMachine = machine.MakeTaskText(copy.originatingMachine);
-  properties.m_pwszServiceMachine = machine.MakeTaskText(machine.model().computerName);
+  properties.m_pwszServiceMachine = machine.MakeTaskText(MachineName(machine.model()));
+  if (!copy.exposedName.empty()) properties.m_pwszExposedName = machine.MakeTaskText(copy.exposedName);
+  if (!copy.exposedPath.empty()) properties.m_pwszExposedPath = machine.MakeTaskText(copy.exposedPath);
   properties.m_ProviderId = copy.providerId;
   properties.m_lSnapshotAttributes = copy.attributes;
   properties.m_tsCreationTimestamp = copy.timestamp;

@@ -73,6 +73,7 @@ class MetadataComponent final : public ComObject<IVssWMComponent> {
 
   HRESULT STDMETHODCALLTYPE FreeComponentInfo(PVSSCOMPONENTINFO info) override {
     // One that the fault plan makes fail has freed all the same: no caller can do more.
+    const auto lock = machine().Lock();
     const HRESULT result = info == nullptr ? S_OK : FreeInfo(info);
     return Call("IVssWMComponent::FreeComponentInfo", NoArguments, [&] { return result; });
   }
@@ -220,7 +221,8 @@ class WriterMetadata final : public ComObject<IVssExamineWriterMetadataEx2> {
     Clear(xml);
     return Call("IVssExamineWriterMetadata::SaveAsXML", NoArguments, [&] {
       if (xml == nullptr) return E_INVALIDARG;
-      return GiveText(machine(), Utf8ToWideLossy(FormatWriterMetadata(*writer_)), xml);
+      const std::string made = writer_->document ? std::string() : FormatWriterMetadata(*writer_);
+      return GiveText(machine(), Utf8ToWideLossy(writer_->document ? *writer_->document : made), xml);
     });
   }
   HRESULT STDMETHODCALLTYPE LoadFromXML(BSTR xml) override {
@@ -230,7 +232,7 @@ class WriterMetadata final : public ComObject<IVssExamineWriterMetadataEx2> {
         [&] {
           if (xml == nullptr) return E_INVALIDARG;
           try {
-            writer_ = std::make_shared<const Writer>(ParseWriterMetadata(WideToUtf8Lossy(text)));
+            writer_ = std::make_shared<const Writer>(ReadWriterDocument(WideToUtf8Lossy(text)));
           } catch (const DocumentError&) {
             return VSS_E_INVALID_XML_DOCUMENT;
           }
@@ -288,6 +290,10 @@ class WriterMetadata final : public ComObject<IVssExamineWriterMetadataEx2> {
 };
 
 }  // namespace
+
+IVssWMFiledesc* MakeFileDescriptor(std::shared_ptr<Machine> machine, std::shared_ptr<const FileSpec> file) {
+  return new FileDescriptor(std::move(machine), std::move(file));
+}
 
 IVssExamineWriterMetadataEx2* MakeWriterMetadata(std::shared_ptr<Machine> machine,
                                                  std::shared_ptr<const Writer> writer) {

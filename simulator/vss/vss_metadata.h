@@ -8,6 +8,9 @@
 
 namespace varnel::simulator {
 
+/// A file descriptor; keeps `file` alive.
+IVssWMFiledesc* MakeFileDescriptor(std::shared_ptr<Machine> machine, std::shared_ptr<const FileSpec> file);
+
 /// The objects borrow from `writer` and keep it alive.
 IVssExamineWriterMetadataEx2* MakeWriterMetadata(std::shared_ptr<Machine> machine,
                                                  std::shared_ptr<const Writer> writer);

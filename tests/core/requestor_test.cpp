@@ -200,8 +200,6 @@ class InitializeTest : public HostFixture {
     HostFixture::Forget();
     details_.clear();
   }
-  /// The service answers a restore as one does that allows SetBackupState there.
-  void AllowBackupStateInRestores() { FailCall("IVssBackupComponents::SetBackupState", S_OK, 0); }
 
   std::string details_;
   DiskAndVolumeEnumerator enumerator_;
@@ -279,7 +277,6 @@ TEST_F(InitializeTest, ADocumentThatIsNoneIsReportedUnderTheCallsOtherName) {
 }
 
 TEST_F(InitializeTest, ARestoreTakesItsDocumentAndStillSetsTheBackupState) {
-  AllowBackupStateInRestores();
   const std::wstring document = SavedDocument();
   const std::string length = std::to_string(document.size());
   CVarnel requestor(0);
@@ -295,7 +292,6 @@ TEST_F(InitializeTest, ARestoreTakesItsDocumentAndStillSetsTheBackupState) {
 }
 
 TEST_F(InitializeTest, ARestoreNeverSetsAContextButKeepsIt) {
-  AllowBackupStateInRestores();
   for (const DWORD context : {0u, 9u, 0xFFFFFFFFu}) {
     Forget();
     CVarnel requestor(0);
@@ -309,7 +305,7 @@ TEST_F(InitializeTest, ARestoreNeverSetsAContextButKeepsIt) {
 
 TEST_F(InitializeTest, ARestoreWithoutADocumentHandsOverAnEmptyText) {
   FailCall("IVssBackupComponents::InitializeForRestore", S_OK);
-  AllowBackupStateInRestores();
+  FailCall("IVssBackupComponents::SetBackupState", S_OK);
   CVarnel requestor(0);
   Initialize(requestor, {0, L"", true, VSS_BT_FULL});
   EXPECT_THAT(host().calls().lines(), ElementsAre(kCreate, "SysAllocStringLen(0) = ok",
@@ -318,6 +314,7 @@ TEST_F(InitializeTest, ARestoreWithoutADocumentHandsOverAnEmptyText) {
 }
 
 TEST_F(InitializeTest, AServiceThatRefusesTheBackupStateInARestoreMakesItFail) {
+  FailCall("IVssBackupComponents::SetBackupState", VSS_E_BAD_STATE);
   CVarnel requestor(0);
   RequestorProbe probe(requestor);
   EXPECT_EQ(Thrown(requestor, {9, SavedDocument(), true, VSS_BT_FULL}), Failure(VSS_E_BAD_STATE));

@@ -25,11 +25,22 @@ file(GLOB root ${SCRATCH_DIR}/unpacked/*)
 foreach(path bin/varnel.dll bin/varnelctl.exe bin/libstdc++-6.dll bin/libgcc_s_seh-1.dll bin/libwinpthread-1.dll
         lib/libvarnel.dll.a lib/cmake/varnel/varnelConfig.cmake include/varnel/core/varnel.h
         include/varnel/requestors/SqlReq.h include/varnel/platform/vss.h share/varnel/README.md
-        share/varnel/docs/host-file.md share/varnel/hosts/sql-server.json)
+        share/varnel/manifest/agent.rc share/varnel/manifest/agent.manifest share/varnel/docs/host-file.md share/varnel/hosts/sql-server.json)
   if(NOT EXISTS ${root}/${path})
     message(FATAL_ERROR "The package lacks ${path}")
   endif()
 endforeach()
+# A program with this manifest is told the true version, takes long paths and keeps the system's code page.
+file(READ ${root}/share/varnel/manifest/agent.manifest manifest)
+foreach(wanted 1f676c76-80e1-4239-95bb-83d0f6d0da78 8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a
+        "SMI/2016/WindowsSettings\">" "longPathAware>true<")
+  if(NOT manifest MATCHES "${wanted}")
+    message(FATAL_ERROR "The manifest lacks ${wanted}")
+  endif()
+endforeach()
+if(manifest MATCHES "activeCodePage")
+  message(FATAL_ERROR "The manifest changes the code page")
+endif()
 file(GLOB_RECURSE sources ${root}/*.cpp)
 if(sources)
   message(FATAL_ERROR "The package holds sources: ${sources}")

@@ -200,6 +200,58 @@ TEST_F(Paths, LeaveBothEmptyWheneverACallFails) {
   }
 }
 
+// A system whose policy, or whose program, has no long paths: it takes them in the long form only.
+class ShortPathStorage final : public ForwardingStorage {
+ public:
+  using ForwardingStorage::ForwardingStorage;
+  BOOL GetVolumePathNameW(LPCWSTR path, LPWSTR mountPoint, DWORD characters) override {
+    return Takes(path) && ForwardingStorage::GetVolumePathNameW(path, mountPoint, characters);
+  }
+  BOOL GetVolumeNameForVolumeMountPointW(LPCWSTR mountPoint, LPWSTR volumeName, DWORD characters) override {
+    // The long form of what has a short one is not known here.
+    const bool isLongForm = std::wstring_view(mountPoint).starts_with(L"\\\\?\\");
+    return Takes(mountPoint) && (!isLongForm || std::wstring_view(mountPoint).size() >= MAX_PATH) &&
+           ForwardingStorage::GetVolumeNameForVolumeMountPointW(mountPoint, volumeName, characters);
+  }
+
+ private:
+  static bool Takes(std::wstring_view path) { return path.starts_with(L"\\\\?\\") || path.size() < MAX_PATH; }
+};
+
+TEST_F(Paths, OfAnyLengthAreFoundWithoutLongPathsInTheSystem) {
+  for (const std::size_t length : {253u, 254u, 255u, 256u, 257u, 258u, 300u, 1000u, 32000u}) {
+    const std::wstring path = L"E:\\" + std::wstring(length, L'p') + L"\\";
+    HostModel model = SmallHost();
+    model.disks[2].volumes[0].mountPoints = {path};
+    Install(std::move(model));
+    ShortPathStorage storage(host().storage());
+    ReplacedHost decorator(host());
+    decorator.storageInstead = &storage;
+    const ScopedHost scoped(decorator);
+    EXPECT_EQ(Find(L"E:\\" + std::wstring(length, L'q') + L"\\"), (Found{true, VolumeName(1), L"E:\\"})) << length;
+    EXPECT_EQ(Find(L"e:/" + std::wstring(length, L'q') + L"/"), (Found{true, VolumeName(1), L"e:/"})) << length;
+    EXPECT_EQ(Find(path), (Found{true, VolumeName(2), path})) << length;
+    EXPECT_EQ(Find(path + L"data\\"), (Found{true, VolumeName(2), path})) << length;
+  }
+}
+
+TEST_F(Paths, ThatAreLongAreAskedForInTheLongFormAndShortOnesAsTheyAre) {
+  const std::wstring longPath = L"E:\\" + std::wstring(300, L'p') + L"\\";
+  Find(L"E:\\data\\");
+  Find(longPath);
+  Find(VolumeName(1) + std::wstring(300, L'p'));
+  Find(L"E:\\" + std::wstring(300, L'p') + L"\\..\\x\\");
+  const std::string ps(300, 'p');
+  const std::string volume = WideToUtf8(VolumeName(1));
+  EXPECT_THAT(
+      host().calls().lines(),
+      ElementsAre("GetVolumePathNameW(E:\\data\\) = ok", "GetVolumeNameForVolumeMountPointW(E:\\) = ok",
+                  "GetVolumePathNameW(\\\\?\\E:\\" + ps + "\\) = ok", "GetVolumeNameForVolumeMountPointW(E:\\) = ok",
+                  "GetVolumePathNameW(" + volume + ps + ") = ok",
+                  "GetVolumeNameForVolumeMountPointW(" + volume + ") = ok",
+                  "GetVolumePathNameW(E:\\" + ps + "\\..\\x\\) = ok", "GetVolumeNameForVolumeMountPointW(E:\\) = ok"));
+}
+
 // A system that completes a path from the current folder.
 class RelativePathStorage final : public ForwardingStorage {
  public:

@@ -1,5 +1,5 @@
 // docs/samples.md against the sample hosts: it names every one of them, and each command line on it, run in this
-// process, ends and prints as the page says.
+// process, ends and prints as the page says; so do those of docs/simulator.md.
 #include <map>
 #include <optional>
 #include <set>
@@ -19,6 +19,7 @@ struct QuotedCommand {
   std::string line;
   std::optional<int> status;
   std::vector<std::string> shown;  // "..." stands for lines left out, and at the end of a line for the rest of it
+  std::vector<std::string> calls;  // lines of the call log
 };
 
 // Both by file name.
@@ -65,6 +66,8 @@ class PageReader {
       ReadBlockLine(line);
     } else if (line.starts_with("## `")) {
       section_ = &page_.sections[Between(line, '`')];
+    } else if (line.starts_with("### ")) {
+      section_ = &page_.sections[line.substr(4)];
     } else if (line.starts_with("| [`")) {
       const std::size_t lastColumn = line.rfind('|', line.size() - 2);
       page_.tableStatuses[Between(line, '`')] = Numbers(line.substr(lastColumn + 1, line.size() - lastColumn - 2));
@@ -76,8 +79,9 @@ class PageReader {
 
   void ReadBlockLine(const std::string& line) {
     if (section_ == nullptr) return;
-    if (block_ == "sh") section_->push_back({line, std::nullopt, {}});
+    if (block_ == "sh") section_->push_back({line, std::nullopt, {}, {}});
     if (block_ == "text") section_->back().shown.push_back(line);
+    if (block_ == "calls") section_->back().calls.push_back(line);
   }
 
   SamplesPage page_;
@@ -85,8 +89,8 @@ class PageReader {
   std::string block_;  // the language of the open block
 };
 
-SamplesPage ReadPage() {
-  return PageReader().Read(ReadText(VARNEL_SAMPLES_PAGE));
+SamplesPage ReadPage(const char* name = "samples.md") {
+  return PageReader().Read(ReadText(std::filesystem::path(VARNEL_DOCS) / name));
 }
 
 std::set<std::string> SampleFiles() {
@@ -97,13 +101,14 @@ std::set<std::string> SampleFiles() {
   return files;
 }
 
-// The page's paths are those of the checkout.
-CliResult RunQuoted(const std::string& command) {
+// The page's paths are those of the checkout, but for files that a command makes, which are put into `folder`.
+CliResult RunQuoted(const std::string& command, const TemporaryFolder& folder) {
   constexpr std::string_view kFolder = "examples/";
   Arguments arguments = SplitAtBlanks(command);
   arguments.erase(arguments.begin());
   for (std::string& argument : arguments) {
     if (argument.starts_with(kFolder)) argument = VARNEL_EXAMPLES "/" + argument.substr(kFolder.size());
+    if (argument == "calls.txt" || argument == "state.json") argument = folder.File(argument);
   }
   return RunCli(std::move(arguments));
 }
@@ -161,19 +166,38 @@ TEST(SamplesPage, TheTableTellsTheExitStatusesOfTheSections) {
   }
 }
 
+void ExpectAsQuoted(const QuotedCommand& command, const TemporaryFolder& folder) {
+  SCOPED_TRACE(command.line);
+  ASSERT_TRUE(command.status) << "the page does not say how it ends";
+  EXPECT_THAT(command.shown, Not(IsEmpty())) << "the page does not say what it prints";
+  const CliResult result = RunQuoted(command.line, folder);
+  EXPECT_EQ(result.status, *command.status);
+  EXPECT_THAT(Missing(command.shown, LinesOf(result.out + result.err)), IsEmpty()) << result.out << result.err;
+  if (command.calls.empty()) return;
+  EXPECT_THAT(Missing(command.calls, LinesOf(ReadText(PathOf(folder.File("calls.txt"))))), IsEmpty());
+}
+
 TEST(SamplesPage, EveryCommandEndsAndPrintsAsThePageSays) {
+  const TemporaryFolder folder;
   for (const auto& [file, section] : ReadPage().sections) {
     EXPECT_THAT(section, Not(IsEmpty())) << file;
     for (const QuotedCommand& command : section) {
-      SCOPED_TRACE(command.line);
-      ASSERT_TRUE(command.line.starts_with("varnelctl --host examples/hosts/" + file + " "));
-      ASSERT_TRUE(command.status) << "the page does not say how it ends";
-      EXPECT_THAT(command.shown, Not(IsEmpty())) << "the page does not say what it prints";
-      const CliResult result = RunQuoted(command.line);
-      EXPECT_EQ(result.status, *command.status);
-      EXPECT_THAT(Missing(command.shown, LinesOf(result.out + result.err)), IsEmpty()) << result.out << result.err;
+      EXPECT_TRUE(command.line.starts_with("varnelctl --host examples/hosts/" + file + " ")) << command.line;
+      ExpectAsQuoted(command, folder);
     }
   }
+}
+
+TEST(SimulatorPage, EveryCommandEndsAndPrintsAsThePageSays) {
+  int commands = 0;
+  for (const auto& [title, section] : ReadPage("simulator.md").sections) {
+    const TemporaryFolder folder;
+    for (const QuotedCommand& command : section) {
+      ExpectAsQuoted(command, folder);
+      ++commands;
+    }
+  }
+  EXPECT_EQ(commands, 4);
 }
 
 }  // namespace

@@ -142,6 +142,49 @@ TEST_F(ShadowCopyService, AnswersWhatABackupDoesNotFill) {
   EXPECT_THAT(component->SetBackupStamp(L"x"), Gives(VSS_E_BAD_STATE));
 }
 
+// The usual host, whose SQL writer leaves something in the components document for each database.
+HostModel HostWithLeavings() {
+  HostModel model = VssHost();
+  for (simulator::WriterComponent& component : model.writers[0].components) {
+    component.backupStamp = component.name + L"-stamp";
+    component.backupMetadata = L"bWV0YQ==";
+  }
+  return model;
+}
+
+TEST_F(ShadowCopyService, FindsWhatTheWritersLeaveForTheirComponents) {
+  Install(HostWithLeavings());
+  Backup backup(Phase::prepared);
+  EXPECT_EQ(Got(*AddedComponent(backup, 0), &IVssComponent::GetBackupStamp), L"sales-stamp");
+  Bstr text;
+  EXPECT_THAT(AddedComponent(backup, 0)->GetBackupMetadata(text.Put()), Gives(S_FALSE)) << "not before the snapshot";
+  ASSERT_THAT(backup.Snapshot(), Gives(VSS_S_ASYNC_FINISHED));
+  EXPECT_EQ(Got(*AddedComponent(backup, 0), &IVssComponent::GetBackupMetadata), L"bWV0YQ==");
+
+  const std::string document = WideToUtf8(backup.Document());
+  EXPECT_THAT(document, HasSubstr("<WRITER_COMPONENTS xmlns=\"x-schema:#VssComponentMetadata\" instanceId="));
+  EXPECT_THAT(document,
+              HasSubstr("<COMPONENT logicalPath=\"SQL01\" componentName=\"sales\" componentType=\"filegroup\" "
+                        "backupStamp=\"sales-stamp\"><BACKUP_METADATA xmlns=\"\" metadata=\"bWV0YQ==\"/>"
+                        "</COMPONENT>"));
+  EXPECT_THAT(document, Not(HasSubstr("crm"))) << "it was not added";
+}
+
+TEST_F(ShadowCopyService, FindsNothingOfAWriterThatFailed) {
+  Install(HostWithLeavings());
+  FailWriter(WriterEvent::postSnapshot, VSS_E_WRITERERROR_NONRETRYABLE);
+  Backup backup(Phase::snapshotDone);
+  EXPECT_EQ(Got(*AddedComponent(backup, 0), &IVssComponent::GetBackupStamp), L"sales-stamp");
+  Bstr text;
+  EXPECT_THAT(AddedComponent(backup, 0)->GetBackupMetadata(text.Put()), Gives(S_FALSE));
+  backup.Release();
+
+  Install(HostWithLeavings());
+  FailWriter(WriterEvent::prepareBackup, VSS_E_WRITERERROR_NONRETRYABLE);
+  Backup unprepared(Phase::snapshotDone);
+  EXPECT_THAT(AddedComponent(unprepared, 0)->GetBackupStamp(text.Put()), Gives(S_FALSE));
+}
+
 TEST_F(ShadowCopyService, WritesTheDocumentInTheServicesOwnForm) {
   Backup backup(Phase::prepared);
   const std::wstring setId = FormatBareGuid(backup.setId);
@@ -156,13 +199,7 @@ TEST_F(ShadowCopyService, WritesTheDocumentInTheServicesOwnForm) {
                        L"</WRITER_COMPONENTS></BACKUP_COMPONENTS>"));
 }
 
-BackupDocument FullDocument() {
-  BackupDocument document;
-  document.bootableSystemState = true;
-  document.backupType = VSS_BT_COPY;
-  document.partialFileSupport = true;
-  document.snapshotSetId = ClassId(5);
-  simulator::DocumentWriter writer{InstanceId(1), ClassId(1), L"SQL \"1\"", 0x371, true, {}};
+simulator::DocumentComponent FullComponent() {
   simulator::DocumentComponent component;
   component.logicalPath = L"a<b>&c\r\n\t'";
   component.name = L"\u00e9\u4e2d";
@@ -173,11 +210,32 @@ BackupDocument FullDocument() {
   component.backupMetadata = L"bWV0YQ==";
   component.prepareForBackupFailure = L"p";
   component.postSnapshotFailure = L"q";
+  component.restoreOptions = L"o";
+  component.restore = {true,
+                       InstanceId(3),
+                       true,
+                       {{L"E:\\", L"*", true, L"F:\\"}},
+                       {{L"E:\\", L"a", false, L"G:\\"}},
+                       {{L"p", L"n"}, {std::nullopt, L"m"}},
+                       VSS_RS_FAILED,
+                       L"pre",
+                       L"post"};
   component.succeeded = false;
   component.failure = VSS_E_WRITERERROR_TIMEOUT;
   component.applicationResult = E_FAIL;
   component.applicationMessage = L"message";
-  writer.components = {component, {}};
+  return component;
+}
+
+BackupDocument FullDocument() {
+  BackupDocument document;
+  document.bootableSystemState = true;
+  document.backupType = VSS_BT_COPY;
+  document.partialFileSupport = true;
+  document.restoreType = VSS_RTYPE_IMPORT;
+  document.snapshotSetId = ClassId(5);
+  simulator::DocumentWriter writer{InstanceId(1), ClassId(1), L"SQL \"1\"", 0x371, true, {}};
+  writer.components = {FullComponent(), {}};
   writer.components[1].name = L"plain";
   document.writers = {writer, {InstanceId(2), ClassId(2), L"", 0, false, {}}};
   ShadowCopy copy;
@@ -207,6 +265,10 @@ TEST(BackupDocuments, KeepEverythingWhenReadBack) {
   EXPECT_EQ(component.succeeded, false);
   EXPECT_THAT(component.failure, Gives(VSS_E_WRITERERROR_TIMEOUT));
   EXPECT_EQ(component.backupMetadata, L"bWV0YQ==");
+  EXPECT_EQ(component.restore.newTargets.at(0).alternatePath, L"F:\\");
+  EXPECT_EQ(component.restore.fileStatus, VSS_RS_FAILED);
+  EXPECT_EQ(component.restore.instanceId, InstanceId(3));
+  EXPECT_EQ(read.restoreType, VSS_RTYPE_IMPORT);
   EXPECT_EQ(read.transportableCopies.at(0).timestamp, 134116992000000000);
   EXPECT_EQ(read.backupType, VSS_BT_COPY);
 }
@@ -293,13 +355,11 @@ TEST_F(ShadowCopyService, RefusesTheCallsOfABackupDuringARestore) {
   ASSERT_THAT(backup->InitializeForRestore(LoadableDocument().Get()), Gives(S_OK));
   GUID id{};
   EXPECT_THAT(backup->SetContext(VSS_CTX_APP_ROLLBACK), Gives(VSS_E_BAD_STATE));
-  EXPECT_THAT(backup->SetBackupState(true, true, VSS_BT_FULL, false), Gives(VSS_E_BAD_STATE));
   EXPECT_THAT(backup->StartSnapshotSet(&id), Gives(VSS_E_BAD_STATE));
   EXPECT_THAT(backup.Delete(id, VSS_OBJECT_SNAPSHOT), Gives(VSS_E_BAD_STATE));
   EXPECT_THAT(backup.PropertiesOf(id), Gives(VSS_E_BAD_STATE));
   backup.Gather();
   EXPECT_THAT(backup.Add(0xA, L"SQL01", L"sales"), Gives(VSS_E_BAD_STATE));
-  EXPECT_THAT(backup->PreRestore(nullptr), Gives(E_NOTIMPL));
   EXPECT_THAT(backup->AbortBackup(), Gives(S_OK));
 }
 

@@ -251,6 +251,9 @@ TEST_F(ShadowCopyService, TakesTheContextsAndTheAttributesThatARequestorMayAdd) 
       {Context(VSS_CTX_BACKUP, VSS_VOLSNAP_ATTR_DIFFERENTIAL, VSS_VOLSNAP_ATTR_PLEX), E_INVALIDARG},
       {Context(VSS_CTX_CLIENT_ACCESSIBLE, VSS_VOLSNAP_ATTR_PLEX), E_INVALIDARG},
       {Context(VSS_CTX_CLIENT_ACCESSIBLE_WRITERS, VSS_VOLSNAP_ATTR_TRANSPORTABLE), E_INVALIDARG},
+      {0x02000009, S_OK},  // with VSS_VOLSNAP_ATTR_TXF_RECOVERY
+      {0x0200002B, S_OK},
+      {VSS_VOLSNAP_ATTR_TXF_RECOVERY, S_OK},
       {VSS_VOLSNAP_ATTR_PERSISTENT, E_INVALIDARG},
       {VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE, E_INVALIDARG},
       {Context(VSS_CTX_BACKUP, VSS_VOLSNAP_ATTR_IMPORTED), E_INVALIDARG},
@@ -267,7 +270,7 @@ TEST_F(ShadowCopyService, TakesTheContextsAndTheAttributesThatARequestorMayAdd) 
 TEST_F(ShadowCopyService, FixesTheContextWithTheFirstQuery) {
   Backup backup(Phase::initialized);
   ComPtr<IVssEnumObject> found;
-  ASSERT_THAT(backup->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, found.Put()), Gives(S_OK));
+  ASSERT_THAT(backup->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, found.Put()), Gives(S_FALSE));
   EXPECT_THAT(backup->SetContext(VSS_CTX_APP_ROLLBACK), Gives(VSS_E_BAD_STATE));
 }
 

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <thread>
 
 #include "simulator/host_file/documents.h"
@@ -82,7 +83,9 @@ TEST(HostFile, NeedsOnlyItsDisks) {
 
 const char kFullHost[] = R"json({
   // every key once
+  "seed": 7,
   "computerName": "SQL01",
+  "domain": "corp.example",
   "systemDirectory": "D:\\WinNT\\system32",
   "environment": { "Data": "E:\\data" },
   "os": { "server": false, "version": "6.3.9600", "servicePack": 1 },
@@ -91,6 +94,7 @@ const char kFullHost[] = R"json({
                "volumes": [ { "name": "\\\\?\\Volume{00000004-0000-0000-0000-000000000000}\\",
                               "mountPoints": ["E:\\", "C:\\mnt\\"], "csv": true, "label": "data" } ] } ],
   "providers": [ { "id": "{374579AD-285c-49b9-ab8a-950e0e252de2}", "name": "P", "type": "hardware", "version": "1.0",
+                   "supports": [ "transportable", "plex" ], "unsupportedVolumes": [ "c:\\MNT\\" ], "veto": "endPrepare",
                    "hangs": true } ],
   "writers": [ { "name": "W", "timeoutMilliseconds": 20000, "writerId": "{00000000-0000-0000-0000-000000000001}", "instanceName": "I",
                  "usage": "systemService", "source": "nonTransactedDb", "majorVersion": 1, "minorVersion": 2,
@@ -100,6 +104,7 @@ const char kFullHost[] = R"json({
                  "excludeFilesFromSnapshot": [ { "path": "E:\\x", "filespec": "y" } ],
                  "components": [ { "type": "database", "logicalPath": "", "name": "c", "caption": "", "selectable": false,
                                    "restoreMetadata": true, "selectableForRestore": true, "componentFlags": 4,
+                                   "backupStamp": "s1", "backupMetadata": "bTE=",
                                    "databaseFiles": [ { "path": "E:\\", "filespec": "c.mdf", "backupType": 15 } ],
                                    "logFiles": [ { "path": "E:\\", "filespec": "c.ldf", "alternatePath": "F:\\" } ] } ] } ],
   "databases": { "TSL0001": "sales@sql01" },
@@ -127,7 +132,9 @@ const char kFullHost[] = R"json({
 
 TEST(HostFile, FillsTheMachinePartOfTheModel) {
   const HostModel model = ParseHostFile(kFullHost, "h", {});
+  EXPECT_EQ(model.seed, 7);
   EXPECT_EQ(model.computerName, L"SQL01");
+  EXPECT_EQ(model.domain, L"corp.example");
   EXPECT_EQ(model.systemDirectory, L"D:\\WinNT\\system32");
   EXPECT_EQ(model.environment.at(L"Data"), L"E:\\data");
   EXPECT_FALSE(model.os.server);
@@ -161,6 +168,10 @@ TEST(HostFile, FillsTheServicePartOfTheModel) {
   const HostModel model = ParseHostFile(kFullHost, "h", {});
   EXPECT_EQ(model.providers.at(0).type, VSS_PROV_HARDWARE);
   EXPECT_TRUE(model.providers[0].id == kArrayProvider);
+  EXPECT_EQ(model.providers[0].supports, VSS_VOLSNAP_ATTR_TRANSPORTABLE | VSS_VOLSNAP_ATTR_PLEX);
+  EXPECT_THAT(model.providers[0].unsupportedVolumes,
+              ElementsAre(L"\\\\?\\Volume{00000004-0000-0000-0000-000000000000}\\"));
+  EXPECT_EQ(model.providers[0].veto, ProviderStep::endPrepare);
   const Writer& writer = model.writers.at(0);
   EXPECT_EQ(writer.usage, VSS_UT_SYSTEMSERVICE);
   EXPECT_EQ(writer.source, VSS_ST_NONTRANSACTEDDB);
@@ -171,6 +182,8 @@ TEST(HostFile, FillsTheServicePartOfTheModel) {
   EXPECT_EQ(component.type, VSS_CT_DATABASE);
   EXPECT_EQ(component.logicalPath, L"");
   EXPECT_EQ(component.caption, L"");
+  EXPECT_EQ(component.backupStamp, L"s1");
+  EXPECT_EQ(component.backupMetadata, L"bTE=");
   EXPECT_EQ(component.databaseFiles.at(0).backupTypeMask, 15u);
   EXPECT_EQ(component.logFiles.at(0).alternatePath, L"F:\\");
   EXPECT_EQ(writer.excludeFilesFromSnapshot.at(0).path, L"E:\\x");
@@ -246,6 +259,9 @@ std::string WithVolumes(const std::string& volumes) {
 std::string NamedVolume(int n, const std::string& more = "") {
   return R"({"name": "\\\\?\\Volume{0000000)" + std::to_string(n) + R"(-0000-0000-0000-000000000000}\\")" + more + "}";
 }
+std::string WithProvider(const std::string& keys) {
+  return R"({"disks": [], "providers": [{"id": "{374579ad-285c-49b9-ab8a-950e0e252de2}", )" + keys + "}]}";
+}
 std::string WithWriter(const std::string& writerKeys, const std::string& hostKeys = "") {
   return R"({"disks": [], "writers": [{"name": "W", "writerId": "{00000000-0000-0000-0000-000000000001}")" +
          writerKeys + "}]" + hostKeys + "}";
@@ -291,6 +307,18 @@ INSTANTIATE_TEST_SUITE_P(
         BadHostFile{"BadEnumWord",
                     R"({"disks": [], "providers": [{"id": "{374579ad-285c-49b9-ab8a-950e0e252de2}", "type": "disk"}]})",
                     "/providers/0/type: \"disk\" is none of system, software, hardware, fileshare, unknown"},
+        BadHostFile{"BigSeed", R"({"disks": [], "seed": 65536})", "/seed: expected a whole number from 0 to 65535"},
+        BadHostFile{"EmptyDomain", R"({"disks": [], "domain": ""})", "/domain: \"\" is no domain (corp.example)"},
+        BadHostFile{"DomainWithAMachine", R"({"disks": [], "domain": "CORP\\SQL01"})",
+                    "/domain: \"CORP\\SQL01\" is no domain (corp.example)"},
+        BadHostFile{"SupportOfASystemProvider", WithProvider(R"("type": "system", "supports": ["transportable"])"),
+                    "/providers/0/supports: only a hardware or software provider says what it supports"},
+        BadHostFile{"UnknownSupport", WithProvider(R"("type": "software", "supports": ["plex", "remote"])"),
+                    "/providers/0/supports/1: \"remote\" is none of transportable, differential, plex"},
+        BadHostFile{"UnsupportedVolumeThatIsNone", WithProvider(R"("unsupportedVolumes": ["E:\\"])"),
+                    "/providers/0/unsupportedVolumes/0: \"E:\\\" is neither the name nor a mount point of a volume"},
+        BadHostFile{"VetoAtAnUnknownStep", WithProvider(R"("veto": "lunch")"),
+                    "/providers/0/veto: \"lunch\" is none of beginPrepare, endPrepare, commit"},
         BadHostFile{"WriterWithoutId", R"({"disks": [], "writers": [{"name": "W"}]})",
                     "/writers/0: missing key \"writerId\""},
         BadHostFile{"DocumentWithMore", R"({"disks": [], "writers": [{"document": "a.xml", "name": "W"}]})",
@@ -369,7 +397,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadHostFile{"FaultAtAnUnknownEvent",
                     WithWriter("", R"(, "faults": [{"writer": "W", "event": "lunch", "failure": 5}])"),
                     "/faults/0/event: \"lunch\" is none of identify, prepareBackup, prepareSnapshot, "
-                    "freeze, thaw, postSnapshot, backupComplete, backupShutdown"},
+                    "freeze, thaw, postSnapshot, backupComplete, backupShutdown, preRestore, postRestore"},
         BadHostFile{"FaultOfAnUnknownComponent",
                     WithWriter(R"(, "components": [{"name": "c"}])",
                                R"(, "faults": [{"writer": "W", "event": "freeze", "failure": 5,
@@ -403,7 +431,8 @@ INSTANTIATE_TEST_SUITE_P(
         BadHostFile{"EventThatIsMistyped",
                     WithWriter("", R"(, "faults": [{"writer": "W", "event": "Frezee", "failure": 5}])"),
                     "/faults/0/event: \"Frezee\" is none of identify, prepareBackup, prepareSnapshot, freeze, thaw, "
-                    "postSnapshot, backupComplete, backupShutdown; did you mean \"freeze\"?"},
+                    "postSnapshot, backupComplete, backupShutdown, preRestore, "
+                    "postRestore; did you mean \"freeze\"?"},
         BadHostFile{"DiskThatIsMistyped",
                     R"({"disks": [{"serial": "TSL0001"}, {"serial": "TSL0022"}], "databases": {"TSL0002": "x@y"}})",
                     "/databases/TSL0002: no disk has the serial \"TSL0002\"; did you mean \"TSL0001\"?"},
@@ -507,6 +536,24 @@ TEST(HostFile, ReadsWriterDocumentsBesideIt) {
   EXPECT_EQ(FormatWriterMetadata(model.writers[0]), kSmallDocument);
 }
 
+TEST(HostFile, ReadsWhatAWriterOfADocumentLeavesForItsComponents) {
+  const TemporaryFolder folder;
+  folder.Write("sql.xml", kSmallDocument);
+  const auto withComponent = [](const std::string& keys) {
+    return R"({"disks": [], "writers": [{"document": "sql.xml", "components": [{)" + keys + "}]}]}";
+  };
+  const HostModel model =
+      ParseHostFile(withComponent(R"("fullPath": "\\SQL01\\sales", "backupStamp": "", "backupMetadata": "bTE=")"), "h",
+                    folder.path());
+  EXPECT_EQ(model.writers.at(0).components.at(0).backupStamp, L"");
+  EXPECT_EQ(model.writers[0].components[0].backupMetadata, L"bTE=");
+  EXPECT_EQ(*model.writers[0].document, kSmallDocument) << "the document stays as it was";
+  EXPECT_EQ(ErrorOf(withComponent(R"("fullPath": "\\sales")"), folder.path()),
+            "host.json: /writers/0/components/0/fullPath: the writer has no component \"\\sales\"");
+  EXPECT_EQ(ErrorOf(withComponent(R"("name": "sales")"), folder.path()),
+            "host.json: /writers/0/components/0/name: unknown key");
+}
+
 TEST(HostFile, ADocumentThatIsNoneIsReportedWithItsReasonInOneLine) {
   const TemporaryFolder folder;
   folder.Write("bad.xml", "<WRITER_METADATA/>");
@@ -517,6 +564,19 @@ TEST(HostFile, ADocumentThatIsNoneIsReportedWithItsReasonInOneLine) {
             "host.json: /writers/0/document: cannot read \"a b\": there is no such file");
   EXPECT_EQ(ErrorOf(R"({"disks": [], "writers": [{"document": "sql.xml"}, {"document": "sql.xml"}]})", folder.path()),
             "host.json: /writers/1: duplicate writer instance \"{235435d9-34d6-41ea-8c08-5958a9982636}\"");
+}
+
+TEST(HostFile, IsWhatTheExampleOfItsPageShows) {
+  std::ifstream page(SourceFolder() / "docs" / "host-file.md", std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(page), std::istreambuf_iterator<char>()};
+  const std::size_t begin = text.find("```jsonc\n") + 9;
+  const TemporaryFolder folder;
+  std::filesystem::create_directories(folder.path() / "writers");
+  folder.Write("writers/sql.xml", kSmallDocument);
+  const HostModel model =
+      ParseHostFile(text.substr(begin, text.find("```", begin) - begin), "the page's example", folder.path());
+  EXPECT_THAT(model.writers, SizeIs(2));
+  EXPECT_EQ(model.seed, 1);
 }
 
 TEST(ExampleHosts, AllLoadAndHaveASystemDiskAndTheArraysProvider) {

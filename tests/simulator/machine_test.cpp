@@ -146,16 +146,6 @@ TEST(LiveObjects, AreCountedByKindAndDescribedInOrder) {
   EXPECT_THAT(live.misuses(), ElementsAre("IVssAsync given back too often"));
 }
 
-TEST(Machine, MakesTheSameIdentifiersOnEveryRun) {
-  const auto first = std::make_shared<Machine>(HostModel{});
-  const auto second = std::make_shared<Machine>(HostModel{});
-  const GUID a = first->NewId();
-  const GUID b = first->NewId();
-  EXPECT_FALSE(a == b);
-  EXPECT_TRUE(second->NewId() == a);
-  EXPECT_TRUE(second->NewId() == b);
-}
-
 TEST(Machine, CountsTextsAndRefusesOnesItNeverHandedOut) {
   const auto machine = std::make_shared<Machine>(HostModel{});
   BSTR text = machine->MakeBstr(L"volume");

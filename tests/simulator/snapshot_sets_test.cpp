@@ -93,7 +93,7 @@ TEST_F(ShadowCopyService, LeavesCopiesOfTheSystemProviderOnTheirDisk) {
   EXPECT_FALSE(copy.ownDisk);
   EXPECT_EQ(copy.diskNumber, 1U);
   EXPECT_EQ(copy.serial, L"TSL0001");
-  EXPECT_EQ(copy.attributes, 0);
+  EXPECT_EQ(copy.attributes, VSS_VOLSNAP_ATTR_DIFFERENTIAL);
   EXPECT_THAT(backup->BreakSnapshotSet(backup.setId), Gives(VSS_E_PROVIDER_VETO));
   EXPECT_THAT(Copies(), SizeIs(1));
 }
@@ -197,10 +197,11 @@ TEST_F(ShadowCopyService, ListsABrokenSetNoMore) {
   const auto count = [] {
     Backup administrator(Phase::initialized, Context(VSS_CTX_ALL));
     ComPtr<IVssEnumObject> found;
-    EXPECT_THAT(administrator->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, found.Put()), Gives(S_OK));
+    const HRESULT result = administrator->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, found.Put());
     ULONG fetched = 0;
     VSS_OBJECT_PROP objects[3] = {};
     EXPECT_THAT(found->Next(3, objects, &fetched), Gives(S_FALSE));
+    EXPECT_THAT(result, Gives(fetched == 0 ? S_FALSE : S_OK));
     for (ULONG i = 0; i < fetched; ++i) CurrentHost().vss().VssFreeSnapshotProperties(&objects[i].Obj.Snap);
     return fetched;
   };
@@ -306,11 +307,12 @@ TEST_F(ShadowCopyService, ListsCopiesOfItsContextOnly) {
   const auto count = [](LONG context) {
     Backup backup(Phase::initialized, context);
     ComPtr<IVssEnumObject> found;
-    EXPECT_THAT(backup->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, found.Put()), Gives(S_OK));
+    const HRESULT listed = backup->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, found.Put());
     ULONG fetched = 9;
     VSS_OBJECT_PROP object{};
     const HRESULT result = found->Next(1, &object, &fetched);
     EXPECT_THAT(result, Gives(fetched == 1 ? S_OK : S_FALSE));
+    EXPECT_THAT(listed, Gives(result)) << "nothing to list is told by the query as well";
     if (fetched == 1) {
       EXPECT_EQ(object.Type, VSS_OBJECT_SNAPSHOT);
       CurrentHost().vss().VssFreeSnapshotProperties(&object.Obj.Snap);

@@ -2,6 +2,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "simulator/host_file/documents.h"
 #include "tests/simulator/backup.h"
 
 namespace varnel::test {
@@ -253,6 +259,44 @@ TEST_F(WriterMetadata, SavesAndLoadsItsDocument) {
   EXPECT_EQ(xml.View(), again.View());
   IXMLDOMDocument* document = nullptr;
   EXPECT_THAT(metadata->GetDocument(&document), Gives(E_NOTIMPL));
+}
+
+// Everything that a rebuilt document would have otherwise: case, order, defaults, line breaks, a comment.
+constexpr std::string_view kOwnText =
+    "<!-- kept -->\r\n<WRITER_METADATA version='1.2' xmlns=\"x-schema:#VssWriterMetadataInfo\">\r\n"
+    "\t<RESTORE_METHOD rebootRequired=\"no\" method=\"REPLACE_AT_REBOOT\" writerRestore=\"never\"/>\n"
+    "\t<IDENTIFICATION instanceId=\"0000000A-0001-0000-0000-000000000000\" friendlyName=\"W\" "
+    "writerId=\"0000000A-0000-0000-0000-000000000000\"/>\n"
+    "\t<BACKUP_LOCATIONS><FILE_GROUP componentName=\"m\xC3\xBC\" selectable=\"yes\"></FILE_GROUP></BACKUP_LOCATIONS>"
+    "\n</WRITER_METADATA>\n";
+
+TEST_F(WriterMetadata, GivesTheWritersOwnTextAsItCame) {
+  const auto metadata = Examine(simulator::ReadWriterDocument(std::string(kOwnText)));
+  EXPECT_EQ(WideToUtf8(Got(*metadata, &IVssExamineWriterMetadataEx2::SaveAsXML)), kOwnText);
+}
+
+TEST_F(WriterMetadata, GivesBackTheTextThatItLoaded) {
+  const auto metadata = Examine(MakeWriter(L"Other", 1, {}));
+  const Bstr text(Utf8ToWide(kOwnText));
+  ASSERT_THAT(metadata->LoadFromXML(text.Get()), Gives(S_OK));
+  EXPECT_EQ(WideToUtf8(Got(*metadata, &IVssExamineWriterMetadataEx2::SaveAsXML)), kOwnText);
+  EXPECT_EQ(Got(*metadata, &IVssExamineWriterMetadataEx2::GetBackupSchema), 0U);
+}
+
+TEST_F(WriterMetadata, GivesCapturesOfARealServerByteForByte) {
+  const char* folder = std::getenv("VARNEL_CAPTURES");
+  if (folder == nullptr) GTEST_SKIP() << "VARNEL_CAPTURES does not name a folder with captured documents";
+  int documents = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    if (!entry.path().filename().string().starts_with("WM")) continue;
+    SCOPED_TRACE(entry.path().filename().string());
+    std::ifstream file(entry.path(), std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const auto metadata = Examine(simulator::ReadWriterDocument(text));
+    EXPECT_TRUE(WideToUtf8(Got(*metadata, &IVssExamineWriterMetadataEx2::SaveAsXML)) == text);
+    ++documents;
+  }
+  EXPECT_EQ(documents, 11);
 }
 
 TEST_F(WriterMetadata, TakesComponentInformationBackOnceAndOnlyItsOwn) {

@@ -68,9 +68,11 @@ inline simulator::Writer MakeWriterOf(std::wstring_view writerId, std::wstring n
   return writer;
 }
 
-/// A system disk (SYS, C:), two array disks (TSL0001 at E:, TSL0002 at F:) and the array's provider; no writers.
+/// A system disk (SYS, C:), two array disks (TSL0001 at E:, TSL0002 at F:) and the array's provider; no writers. Its
+/// identifiers are the same on every run.
 inline simulator::HostModel SmallHost() {
   simulator::HostModel model;
+  model.seed = 1;
   model.disks = {MakeDisk(L"SYS", 0, L"C:\\", true), MakeDisk(L"TSL0001", 1, L"E:\\"),
                  MakeDisk(L"TSL0002", 2, L"F:\\")};
   model.environment = {{L"SystemRoot", L"C:\\Windows"}, {L"SystemDrive", L"C:"}};

@@ -1,6 +1,7 @@
 // A log that keeps its lines, so that a test can expect them.
 #pragma once
 
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,7 @@ class RecordingLog : public LogSink {
 
   int LowestCategory() const override { return CFileLog::Verbose; }
   void Write(int category, std::wstring_view source, int line, std::wstring_view text) override {
+    const std::lock_guard<std::mutex> lock(mutex_);
     lines.push_back({category, WideToUtf8Lossy(source), WideToUtf8Lossy(text), line});
   }
 
@@ -51,6 +53,9 @@ class RecordingLog : public LogSink {
   }
 
   std::vector<Line> lines;
+
+ private:
+  std::mutex mutex_;  // several threads may log
 };
 
 }  // namespace varnel::test

@@ -138,6 +138,21 @@ TEST_F(SnapshotCommand, ExtraVolumesEndWith14AndTheSetIsDeleted) {
   EXPECT_EQ(outcome["catalog"]["tsl0003"]["otherObjectNames"], json({"G:\\"}));
 }
 
+// The library gives volumes, serial numbers and lists in the thread's code page, objects and records in UTF-8.
+TEST_F(SnapshotCommand, WhatTheLibraryGivesInTheCodePageIsPrintedInUtf8) {
+  for (const std::string name : {"Donn\u00e9es", "\u0414\u0430\u043d\u043d\u044b\u0435", "\U0001F680"}) {
+    const std::string mountPoint = "E:\\" + name + "\\";
+    hostFile["disks"][3] = DiskJson("TSL0003", 3, mountPoint);
+    const Arguments extra = {"--disk", "TSL0001", "TSL0002", "TSL0003", "--accept-extra-volumes"};
+    EXPECT_EQ(SnapshotJson(extra)["catalog"]["tsl0003"]["otherObjectNames"], json({mountPoint}));
+    EXPECT_THAT(Snapshot(extra).out, HasSubstr("other name   " + mountPoint + "\n"));
+
+    const Arguments unknown = {"--disk", "TSL0001", "TSL0002", name};
+    EXPECT_THAT(SnapshotJson(unknown, 14)["errorDetails"].get<std::string>(), EndsWith("are:" + name + ":\n"));
+    EXPECT_THAT(Snapshot(unknown, 14).err, EndsWith("are:" + name + ":\n"));
+  }
+}
+
 TEST_F(SnapshotCommand, AcceptedExtraVolumesAreAWarning) {
   hostFile["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
   const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002", "TSL0003", "--accept-extra-volumes"});

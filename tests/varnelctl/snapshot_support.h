@@ -32,7 +32,7 @@ inline nlohmann::json SmallHostJson() {
         { "type": "fileGroup", "logicalPath": "SQL01", "name": "tools", "caption": "tools",
           "files": [ { "path": "C:\\tools", "filespec": "*" } ] },
         { "type": "fileGroup", "logicalPath": "SQL01", "name": "empty", "caption": "empty" } ] } ],
-    "databases": { "TSL0001": "sales@sql01" }, "computerName": "SQL01" })");
+    "databases": { "TSL0001": "sales@sql01" }, "computerName": "SQL01", "seed": 1 })");
   host["disks"] = {DiskJson("SYS", 0, "C:\\"), DiskJson("TSL0001", 1, "E:\\"), DiskJson("TSL0002", 2, "F:\\")};
   return host;
 }

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "core/varnel.h"
-#include "platform/ansi.h"
 #include "platform/host.h"
 #include "platform/owners.h"
 #include "platform/tessel/MetadataWrapper.h"
@@ -25,6 +24,7 @@ namespace {
 
 using testing::Contains;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 std::wstring SystemDirectory() {
@@ -95,6 +95,8 @@ TEST(MachineSystem, HasAManifestThatNamesTheWindowsVersionsItSupports) {
   const std::string manifest(text, ::SizeofResource(nullptr, resource));
   EXPECT_THAT(manifest, HasSubstr("{1f676c76-80e1-4239-95bb-83d0f6d0da78}"));
   EXPECT_THAT(manifest, HasSubstr("{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}"));
+  EXPECT_THAT(manifest, HasSubstr("longPathAware>true<"));
+  EXPECT_THAT(manifest, Not(HasSubstr("activeCodePage")));
 }
 
 TEST(MachineSystem, VerifiesTheTrueVersionBecauseTheProgramHasAManifest) {
@@ -262,6 +264,24 @@ TEST(MachineStorage, LetsTheCommonClassesFindTheVolumeOfAPath) {
                                                                                    mountPoint));
   EXPECT_THAT(volume, StartsWith(L"\\\\?\\Volume{"));
   EXPECT_EQ(mountPoint, SystemDirectory().substr(0, 3));
+}
+
+TEST(MachineStorage, LetsTheCommonClassesFindTheVolumeOfALongDirectory) {
+  const std::wstring anyLength = L"\\\\?\\";
+  std::vector<std::wstring> folders = {SystemDirectory().substr(0, 3) + L"varnel-long\\"};
+  for (wchar_t letter = L'a'; letter < L'g'; ++letter) {
+    folders.push_back(folders.back() + std::wstring(50, letter) + L"\\");
+  }
+  for (const std::wstring& made : folders) ::CreateDirectoryW((anyLength + made).c_str(), nullptr);
+  const std::wstring& folder = folders.back();
+  ASSERT_GT(folder.size(), 300u);
+  ASSERT_NE(::GetFileAttributesW((anyLength + folder).c_str()), INVALID_FILE_ATTRIBUTES);
+  std::wstring volume;
+  std::wstring mountPoint;
+  EXPECT_TRUE(TesselCommonClasses::UtilityClass::GetUniqueVolumeNameForPathNoThrow(folder, volume, mountPoint));
+  EXPECT_THAT(volume, StartsWith(L"\\\\?\\Volume{"));
+  EXPECT_EQ(mountPoint, SystemDirectory().substr(0, 3));
+  for (; !folders.empty(); folders.pop_back()) ::RemoveDirectoryW((anyLength + folders.back()).c_str());
 }
 
 TEST(MachineProcesses, RunAProgramAndTellItsExitCode) {
@@ -498,16 +518,6 @@ TEST(MachineSystem, IsFitForVirtualMachinesOnlyAsAServer) {
   } else {
     EXPECT_EQ(result == 0, IsInSystemDirectory(L"Vmms.exe")) << details;
   }
-}
-
-TEST(MachineText, IsConvertedInTheCodePageOfTheThread) {
-  const LCID before = ::GetThreadLocale();
-  ASSERT_TRUE(::SetThreadLocale(MAKELCID(MAKELANGID(LANG_RUSSIAN, SUBLANG_DEFAULT), SORT_DEFAULT)));
-  EXPECT_EQ(AnsiToWide("\xC0\xE0"), L"\u0410\u0430");
-  EXPECT_EQ(WideToAnsi(L"\u0410\u0430"), "\xC0\xE0");
-  ASSERT_TRUE(::SetThreadLocale(MAKELCID(MAKELANGID(LANG_ENGLISH, SUBLANG_ENGLISH_US), SORT_DEFAULT)));
-  EXPECT_EQ(AnsiToWide("\xC0\xE0"), L"\u00C0\u00E0");
-  ::SetThreadLocale(before);
 }
 
 TEST(MachineWmi, NeedsAProcessThatInitialisedCom) {

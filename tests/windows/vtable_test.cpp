@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/vss.h"
+#include "tests/windows/slot.h"
 
 namespace portable {
 #include "platform/portable/vss.h"
@@ -17,15 +18,7 @@ namespace portable {
 
 namespace {
 
-// In the C++ ABI of GCC and Clang a pointer to a virtual function holds the function's offset in the table plus one.
-template <class Method>
-std::size_t SlotOf(Method method) {
-  static_assert(sizeof method == 2 * sizeof(std::ptrdiff_t));
-  std::ptrdiff_t parts[2];
-  std::memcpy(parts, &method, sizeof parts);
-  EXPECT_EQ(parts[0] % 2, 1) << "not a virtual function";
-  return static_cast<std::size_t>(parts[0] - 1) / sizeof(void*);
-}
+using varnel::test::SlotOf;
 
 // The result and the arguments by size and by whether they are pointers: types of the two sides have different names.
 template <class Type>

@@ -1,7 +1,9 @@
 #include "varnelctl/console/text.h"
 
 #include <algorithm>
+#include <stdexcept>
 
+#include "platform/ansi.h"
 #include "text/unicode.h"
 
 namespace varnelctl {
@@ -12,7 +14,27 @@ constexpr bool IsControl(wchar_t c) {
   return unit < 0x20 || (unit >= 0x7F && unit <= 0x9F);
 }
 
+std::string LineFromLibrary(std::string_view line) {
+  std::wstring wide;
+  try {
+    wide = varnel::Utf8ToWide(line);
+  } catch (const std::range_error&) {
+    wide = varnel::AnsiToWide(line);
+  }
+  return varnel::WideToUtf8Lossy(wide);
+}
+
 }  // namespace
+
+std::string FromLibrary(std::string_view text) {
+  std::string result;
+  for (std::size_t start = 0; start < text.size();) {
+    const std::size_t end = std::min(text.find('\n', start), text.size() - 1) + 1;
+    result += LineFromLibrary(text.substr(start, end - start));
+    start = end;
+  }
+  return result;
+}
 
 std::string Printable(std::wstring_view text) {
   constexpr wchar_t kReplacement = 0xFFFD;

@@ -11,6 +11,11 @@ namespace varnelctl {
 /// no valid Unicode. (JSON has the whole text: varnel::WideToUtf8Lossy.)
 std::string Printable(std::wstring_view text);
 
+/// What the library hands out as narrow text, in UTF-8. Line by line it is in UTF-8 (application objects, alert
+/// records, and what the code page cannot express) or in the thread's code page (serial numbers, volumes and lists of
+/// them).
+std::string FromLibrary(std::string_view text);
+
 /// A message in one line: every run of control characters becomes one blank, or nothing at either end.
 std::string OneLine(std::string_view text);
 

@@ -4,6 +4,7 @@
 #include "core/varnel.h"
 #include "core/vss_call.h"
 #include "resources/catalog.h"
+#include "simulator/machine/state_file.h"
 #include "simulator/simulated_host.h"
 #include "text/format.h"
 #include "text/unicode.h"
@@ -66,7 +67,7 @@ Failure Alert(const VarnelException& exception) {
 Failure Plain(ExitStatus status, std::string_view message) {
   Failure failure;
   failure.status = status;
-  failure.message = OneLine(message);
+  failure.message = OneLine(FromLibrary(message));
   return failure;
 }
 
@@ -121,6 +122,8 @@ Failure DescribeFailure(const std::exception_ptr& exception, std::string_view ca
   } catch (const ValidationFailure& error) {
     return Refusal(error);
   } catch (const varnel::simulator::HostFileError& error) {
+    return Plain(ExitStatus::Usage, error.what());
+  } catch (const varnel::simulator::StateFileError& error) {
     return Plain(ExitStatus::Usage, error.what());
   } catch (const std::exception& error) {
     return Plain(ExitStatus::Unexpected, error.what());

@@ -64,16 +64,11 @@ Json PhaseJson(const Phase& phase) {
   return {{"name", phase.name}, {"milliseconds", phase.milliseconds}};
 }
 
-// What the library hands out as narrow text may be in the machine's code page; JSON wants valid UTF-8.
-std::string ValidUtf8(const std::string& text) {
-  return WideToUtf8Lossy(Utf8ToWideLossy(text));
-}
-
 Json ObjectsJson(const ApplicationObjectMeatadataInfo& info) {
-  return {{"appObjectIds", ArrayOf(info.appObjectIds, ValidUtf8)},
-          {"appObjectNames", ArrayOf(info.appObjectNames, ValidUtf8)},
-          {"otherObjectIds", ArrayOf(info.otherObjectIds, ValidUtf8)},
-          {"otherObjectNames", ArrayOf(info.otherObjectNames, ValidUtf8)}};
+  return {{"appObjectIds", ArrayOf(info.appObjectIds, FromLibrary)},
+          {"appObjectNames", ArrayOf(info.appObjectNames, FromLibrary)},
+          {"otherObjectIds", ArrayOf(info.otherObjectIds, FromLibrary)},
+          {"otherObjectNames", ArrayOf(info.otherObjectNames, FromLibrary)}};
 }
 
 const char* NameOf(SetState state) {
@@ -195,7 +190,7 @@ void PrintCaptured(Console& console, const SnapshotOutcome& outcome) {
 
 void PrintObjects(Console& console, std::string_view label, const std::vector<std::string>& objects) {
   for (const std::string& object : objects) {
-    console.Line("    " + std::string(label) + Printable(Utf8ToWideLossy(object)));
+    console.Line("    " + std::string(label) + Printable(Utf8ToWideLossy(FromLibrary(object))));
   }
 }
 
@@ -203,7 +198,7 @@ void PrintCatalog(Console& console, const SnapshotOutcome& outcome) {
   if (outcome.catalog.empty()) return;
   console.Line("Catalogue by disk");
   for (const auto& [serialNumber, info] : outcome.catalog) {
-    console.Line("  disk " + Quoted(Utf8ToWideLossy(serialNumber)));
+    console.Line("  disk " + Quoted(Utf8ToWideLossy(FromLibrary(serialNumber))));
     PrintObjects(console, "object id    ", info.appObjectIds);
     PrintObjects(console, "object name  ", info.appObjectNames);
     PrintObjects(console, "other id     ", info.otherObjectIds);
@@ -230,7 +225,7 @@ void PrintLeftOut(Console& console, const SnapshotOutcome& outcome) {
 
 Json CatalogDocument(const SnapshotOutcome& outcome) {
   Json catalog = Json::object();
-  for (const auto& [serialNumber, info] : outcome.catalog) catalog[ValidUtf8(serialNumber)] = ObjectsJson(info);
+  for (const auto& [serialNumber, info] : outcome.catalog) catalog[FromLibrary(serialNumber)] = ObjectsJson(info);
   return catalog;
 }
 
@@ -238,12 +233,12 @@ Json SnapshotDocument(const SnapshotOutcome& outcome) {
   return {{"snapshotSetId", WideToUtf8Lossy(outcome.requestor->GetSnapShotSetId())},
           {"setState", NameOf(outcome.setState)},
           {"result", ResultJson(outcome)},
-          {"errorDetails", ValidUtf8(outcome.errorDetails)},
+          {"errorDetails", FromLibrary(outcome.errorDetails)},
           {"writers", ArrayOf(outcome.requestor->GetWriters(), WriterJson)},
           {"snapshots", ArrayOf(outcome.shadowCopies, ShadowCopyJson)},
           {"copiesLeft", ArrayOf(outcome.copiesLeft, ListedCopyJson)},
           {"catalog", CatalogDocument(outcome)},
-          {"databases", ValidUtf8(outcome.databases)},
+          {"databases", FromLibrary(outcome.databases)},
           {"phases", ArrayOf(outcome.phases, PhaseJson)},
           {"document", WideToUtf8Lossy(outcome.requestor->GetBackupDocument())}};
 }

@@ -43,6 +43,21 @@ bool CheckApplications() {
   return good;
 }
 
+#ifdef _WIN32
+bool CheckManifest() {
+  const HRSRC resource = ::FindResourceW(nullptr, MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(24));
+  if (resource == nullptr) return Check(false, "the program has a manifest");
+  const auto* text = static_cast<const char*>(::LockResource(::LoadResource(nullptr, resource)));
+  const std::string manifest(text, ::SizeofResource(nullptr, resource));
+  return Check(manifest.find("{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}") != manifest.npos,
+               "the manifest names the versions of Windows");
+}
+#else
+bool CheckManifest() {
+  return true;
+}
+#endif
+
 }  // namespace
 
 int main() {
@@ -57,5 +72,6 @@ int main() {
   good &=
       Check(CVarnel::HResult2String(static_cast<long>(VSS_E_BAD_STATE)) == L"VSS_E_BAD_STATE", "results have names");
   good &= CheckApplications();
+  good &= CheckManifest();
   return good ? 0 : 1;
 }

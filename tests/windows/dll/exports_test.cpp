@@ -78,6 +78,19 @@ TEST_F(ExportsTest, TheRuntimeIsSharedWithTheCallers) {
   EXPECT_EQ(modules.count("vssapi.dll"), 0u) << "a host without the service must still load the library";
 }
 
+// The system takes these from its own directory whatever lies beside the program (its list of known libraries);
+// everything else that the library needs of the system it loads by its path there.
+TEST_F(ExportsTest, NothingBesideTheProgramComesBeforeALibraryOfTheSystem) {
+  const std::set<std::string> safe = {"advapi32.dll", "kernel32.dll", "msvcrt.dll",
+                                      "ole32.dll",    "oleaut32.dll", "user32.dll"};
+  const std::set<std::string> runtime = {"libgcc_s_seh-1.dll", "libstdc++-6.dll", "libwinpthread-1.dll"};
+  for (std::string name : Image(module_).ImportedModules()) {
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+    EXPECT_TRUE(safe.contains(name) || runtime.contains(name)) << name;
+  }
+}
+
 TEST_F(ExportsTest, TheVersionResourceTellsTheProjectsVersion) {
   wchar_t path[MAX_PATH] = {};
   ASSERT_NE(::GetModuleFileNameW(module_, path, MAX_PATH), 0u);

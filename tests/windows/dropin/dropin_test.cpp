@@ -10,6 +10,7 @@ namespace {
 
 using testing::Contains;
 using testing::UnorderedElementsAre;
+using testing::UnorderedElementsAreArray;
 
 constexpr GUID kMail = ParseGuid<GUID>("{00000001-0000-0000-0000-000000000000}");
 constexpr GUID kMailInstance = ParseGuid<GUID>("{00000001-0001-0000-0000-000000000000}");
@@ -206,11 +207,63 @@ void RunProgram(std::wstring commandLine) {
 
 class DropInTest : public DropInFixture {};
 
-TEST_F(DropInTest, TheServiceExportsTheSdksNamesAndOneOfItsOwn) {
-  EXPECT_THAT(ExportsOf(ServiceLibrary(ServiceFile()).module()),
-              UnorderedElementsAre("?CreateVssBackupComponents@@YAJPEAPEAVIVssBackupComponents@@@Z",
-                                   "CreateVssBackupComponentsInternal", "VssFreeSnapshotProperties",
-                                   "VssFreeSnapshotPropertiesInternal", "DllGetClassObject", "VarnelSimulatedHost"));
+// What only writers, and tools that describe snapshot sets by hand, link. The drop-in library does not have it.
+bool IsNotForRequestors(const std::string& name) {
+  constexpr std::string_view kParts[] = {
+      "@CVssWriter@@",          "@CVssJetWriter@@",         "??0CVss", "??1CVss", "CreateWriter",
+      "CreateVssExpressWriter", "VssSnapshotSetDescription"};
+  return std::any_of(std::begin(kParts), std::end(kParts),
+                     [&](std::string_view part) { return name.find(part) != std::string::npos; });
+}
+
+// The functions of the toolchain's import library of the service.
+std::vector<std::string> LinkableNames() {
+  std::vector<std::string> names;
+  for (const std::string& line : LinesOf(ReadText(VARNEL_VSSAPI_SYMBOLS))) {
+    const std::size_t kind = line.find(" T ");
+    if (kind != std::string::npos) names.push_back(line.substr(kind + 3));
+  }
+  return names;
+}
+
+TEST_F(DropInTest, TheServiceExportsEveryNameThatARequestorCanLinkAndTwoMore) {
+  std::vector<std::string> names = LinkableNames();
+  EXPECT_THAT(names, Contains("ShouldBlockRevertInternal"));
+  EXPECT_GT(std::erase_if(names, IsNotForRequestors), 50u);
+  names.insert(names.end(), {"DllGetClassObject", "VarnelSimulatedHost"});
+  EXPECT_THAT(ExportsOf(ServiceLibrary(ServiceFile()).module()), UnorderedElementsAreArray(names));
+}
+
+TEST_F(DropInTest, TheOtherFunctionsOfTheServiceAnswerByEveryName) {
+  const ServiceLibrary service(ServiceFile());
+  Backup backup(service);
+  backup.Start();
+  for (const char* name : {"IsVolumeSnapshotted", "IsVolumeSnapshottedInternal"}) {
+    const auto ask = EntryPoint<HRESULT WINAPI(LPCWSTR, BOOL*, LONG*)>(service.module(), name);
+    BOOL present = FALSE;
+    LONG capability = 7;
+    EXPECT_EQ(ask(L"E:\\", &present, &capability), S_OK);
+    EXPECT_TRUE(present);
+    EXPECT_EQ(capability, 0);
+  }
+  for (const char* name : {"ShouldBlockRevert", "ShouldBlockRevertInternal"}) {
+    const auto ask = EntryPoint<HRESULT WINAPI(LPCWSTR, VssBool*)>(service.module(), name);
+    VssBool block = 1;
+    EXPECT_EQ(ask(L"E:\\", &block), S_OK);
+    EXPECT_FALSE(block);
+  }
+  for (const char* name : {"CreateVssExamineWriterMetadataInternal",
+                           "?CreateVssExamineWriterMetadata@@YAJPEAGPEAPEAVIVssExamineWriterMetadata@@@Z"}) {
+    const auto examine = EntryPoint<HRESULT WINAPI(BSTR, IVssExamineWriterMetadata**)>(service.module(), name);
+    ComPtr<IVssExamineWriterMetadata> metadata;
+    EXPECT_EQ(examine(nullptr, metadata.Put()), E_INVALIDARG);
+  }
+  for (const char* name : {"GetProviderMgmtInterface", "GetProviderMgmtInterfaceInternal"}) {
+    const auto manage = EntryPoint<HRESULT WINAPI(VSS_ID, IID, IUnknown**)>(service.module(), name);
+    auto* object = reinterpret_cast<IUnknown*>(1);
+    EXPECT_EQ(manage(kProvider, kIidUnknown, &object), E_NOTIMPL);
+    EXPECT_EQ(object, nullptr);
+  }
 }
 
 TEST_F(DropInTest, TheInitiatorExportsTheThreeCallsThatARequestorMakes) {

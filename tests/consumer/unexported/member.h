@@ -1,0 +1,5 @@
+// Declares what the library does not export.
+class Counter {
+ public:
+  int Count() const noexcept;
+};

@@ -1,0 +1,4 @@
+// Declares what the library does not export.
+struct Counter {
+  static int count;
+};
