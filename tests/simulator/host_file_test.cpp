@@ -29,13 +29,13 @@ std::filesystem::path SourceFolder() {
   return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
 }
 
-// The error of a host file with this text; empty when it is a good one.
 // Disks A and C; a volume of A lies on these too.
 std::string WithVolumeOn(const std::string& otherDisks) {
   return R"({"disks": [{"serial": "A", "volumes": [{"otherDisks": )" + otherDisks +
          R"(, "name": "\\\\?\\Volume{00000001-0000-0000-0000-000000000000}\\"}]}, {"serial": "C"}]})";
 }
 
+// The error of a host file with this text; empty when it is a good one.
 std::string ErrorOf(const std::string& json, const std::filesystem::path& directory = {}) {
   try {
     ParseHostFile(json, "host.json", directory);
