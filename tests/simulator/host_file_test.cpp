@@ -114,7 +114,8 @@ const char kFullHost[] = R"json({
                 "applicationResult": "0x1", "applicationMessage": "log full",
                 "components": [ { "fullPath": "\\c", "failure": "VSS_E_WRITERERROR_RETRYABLE" } ] },
               { "deleteShadowOf": "TSL0001", "result": "VSS_E_PROVIDER_VETO" } ],
-  "timing": { "freezeMilliseconds": 100, "commitMilliseconds": 200 }
+  "timing": { "freezeMilliseconds": 100, "commitMilliseconds": 200 },
+  "orphanedSnapshot": "complete"
 })json";
 
 TEST(HostFile, FillsTheMachinePartOfTheModel) {
@@ -146,6 +147,7 @@ TEST(HostFile, FillsTheMachinePartOfTheModel) {
   EXPECT_EQ(model.vssMessages->at(0x80042301), L"v");
   EXPECT_EQ(model.freezeMilliseconds, 100u);
   EXPECT_EQ(model.commitMilliseconds, 200u);
+  EXPECT_EQ(model.orphanedSnapshot, OrphanedSnapshot::complete);
 }
 
 TEST(HostFile, FillsTheServicePartOfTheModel) {
@@ -225,6 +227,8 @@ INSTANTIATE_TEST_SUITE_P(
                     "/disks/1/serial: the key stands twice"},
         BadHostFile{"RelativeFolder", R"({"disks": [], "commands": [{"match": "a", "folder": "Tools"}]})",
                     "/commands/0/folder: \"Tools\" is no full path"},
+        BadHostFile{"OrphanedSnapshot", R"({"disks": [], "orphanedSnapshot": "keep"})",
+                    "/orphanedSnapshot: \"keep\" is none of abandon, complete"},
         BadHostFile{"WrongType", R"({"disks": [], "computerName": 1})", "/computerName: expected string, found number"},
         BadHostFile{"NegativeNumber", R"({"disks": [{"serial": "A", "number": -1}]})",
                     "/disks/0/number: expected a whole number from 0 to 4294967295"},
