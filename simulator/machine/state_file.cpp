@@ -35,7 +35,6 @@ StateFileError::StateFileError(const std::filesystem::path& file, const std::str
 StateFile::StateFile(std::filesystem::path path) : path_(std::move(path)), locks_(OpenLocks(path_)) {}
 
 std::optional<std::string> StateFile::Read() {
-  seen_ = locks_.Number();
   std::error_code error;
   if (!std::filesystem::exists(path_, error) && !error) return std::nullopt;
   std::optional<std::string> text = ReadWholeFile(path_);

@@ -221,8 +221,10 @@ TEST_F(UnwrittenState, AStateThatSomeoneBrokeWhileItIsUsedStaysAndChangesFail) {
   WriteState("{");
   InFirst();
   GUID id{};
-  Expect(backup->StartSnapshotSet(&id), HResultFromWin32(simulator::kErrorFileCorrupt));
-  EXPECT_EQ(StateText(), "{");
+  for (int attempt = 0; attempt < 2; ++attempt) {
+    Expect(backup->StartSnapshotSet(&id), HResultFromWin32(simulator::kErrorFileCorrupt));
+    EXPECT_EQ(StateText(), "{");
+  }
 }
 
 #ifndef _WIN32
