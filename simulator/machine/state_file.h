@@ -49,7 +49,7 @@ DWORD ReplaceContent(const std::filesystem::path& path, std::string_view content
 class StateFile {
  public:
   /// Throws StateFileError.
-  explicit StateFile(std::filesystem::path path);
+  explicit StateFile(const std::filesystem::path& path);
 
   const std::filesystem::path& path() const { return path_; }
 
