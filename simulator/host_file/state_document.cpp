@@ -129,15 +129,20 @@ class FieldWriter {
  private:
   void Quote(std::wstring_view text) {
     text_ += '"';
-    for (const char c : WideToUtf8Lossy(text)) {
-      if (static_cast<unsigned char>(c) < 0x20) {
-        text_.append("\\u00").append(1, "01"[c >> 4]).append(1, "0123456789abcdef"[c & 0xF]);
-        continue;
-      }
-      if (c == '"' || c == '\\') text_ += '\\';
-      text_ += c;
+    if (std::all_of(text.begin(), text.end(), [](wchar_t c) { return c < 0x80; })) {
+      for (const wchar_t c : text) QuoteByte(static_cast<char>(c));
+    } else {
+      for (const char c : WideToUtf8Lossy(text)) QuoteByte(c);
     }
     text_ += '"';
+  }
+  void QuoteByte(char c) {
+    if (static_cast<unsigned char>(c) < 0x20) {
+      text_.append("\\u00").append(1, "01"[c >> 4]).append(1, "0123456789abcdef"[c & 0xF]);
+      return;
+    }
+    if (c == '"' || c == '\\') text_ += '\\';
+    text_ += c;
   }
 
   std::string& text_;
@@ -243,8 +248,8 @@ void ResolveProviders(OpenSet& set, const HostModel& model) {
 
 }  // namespace
 
-std::string FormatHostState(const HostState& state, const HostModel& model) {
-  Document document{kVersion, FingerprintOf(model), {}, state.service};
+std::string FormatHostState(HostState state, const HostModel& model) {
+  Document document{kVersion, FingerprintOf(model), {}, std::move(state.service)};
   for (const std::size_t session : state.endedSessions) {
     document.endedSessions.push_back({static_cast<DWORD>(session), model.iscsiSessions[session].targetName});
   }

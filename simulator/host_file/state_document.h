@@ -16,7 +16,7 @@ struct HostState {
 };
 
 /// The text of a state, and which host it is of.
-std::string FormatHostState(const HostState& state, const HostModel& model);
+std::string FormatHostState(HostState state, const HostModel& model);
 /// Throws JsonError, also for the state of another host.
 HostState ParseHostState(const std::string& text, const HostModel& model);
 

@@ -29,6 +29,7 @@ void SharedState::Read() {
   try {
     if (text && text->empty()) throw JsonError("", "the file is empty");
     Take(text.value_or(""));
+    file_.TakeAsRead();
   } catch (const JsonError& error) {
     throw StateFileError(file_.path(), (error.pointer().empty() ? "/" : error.pointer()) + ": " + error.what(),
                          "name another file, or delete this one to begin with a host without shadow copies");
@@ -57,6 +58,8 @@ void SharedState::Enter() {
     machine_.snapshots->EndOrphans([&](DWORD process) { return file_.IsAlive(process); });
   } catch (const StateFileError&) {
     problem_ = kErrorFileCorrupt;  // someone else's hand; it stays as it is
+  } catch (const std::exception&) {
+    problem_ = ERROR_NOT_ENOUGH_MEMORY;
   }
 }
 

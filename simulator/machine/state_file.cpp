@@ -1,7 +1,6 @@
 #include "simulator/machine/state_file.h"
 
 #include <system_error>
-#include <utility>
 
 #include "simulator/host_file/text_file.h"
 
@@ -32,10 +31,11 @@ LockFile OpenLocks(const std::filesystem::path& path) {
 StateFileError::StateFileError(const std::filesystem::path& file, const std::string& cause, const std::string& nextStep)
     : std::runtime_error(Utf8Of(file) + ": " + cause + "; " + nextStep) {}
 
-StateFile::StateFile(std::filesystem::path path) : path_(std::move(path)), locks_(OpenLocks(path_)) {}
+// The process may change its current directory.
+StateFile::StateFile(const std::filesystem::path& path)
+    : path_(std::filesystem::absolute(path)), locks_(OpenLocks(path_)) {}
 
 std::optional<std::string> StateFile::Read() {
-  seen_ = locks_.Number();
   std::error_code error;
   if (!std::filesystem::exists(path_, error) && !error) return std::nullopt;
   try {

@@ -49,7 +49,7 @@ DWORD ReplaceContent(const std::filesystem::path& path, std::string_view content
 class StateFile {
  public:
   /// Throws StateFileError.
-  explicit StateFile(std::filesystem::path path);
+  explicit StateFile(const std::filesystem::path& path);
 
   const std::filesystem::path& path() const { return path_; }
 
@@ -57,10 +57,11 @@ class StateFile {
   bool Hold() { return locks_.Lock(kTurn, true); }
   void Release() { locks_.Unlock(kTurn); }
 
-  /// Whether another process wrote since this one read or wrote.
+  /// Whether another process wrote since this one took the file as read or wrote it.
   bool HasChanged() { return locks_.Number() != seen_; }
   /// Nothing when there is no such file. Throws StateFileError.
   std::optional<std::string> Read();
+  void TakeAsRead() { seen_ = locks_.Number(); }
   /// A Win32 code; after a failure the file is as before.
   DWORD Write(std::string_view text);
 

@@ -127,7 +127,8 @@ const char kFullHost[] = R"json({
               { "async": "PrepareForBackup", "hangs": true },
               { "writer": "W", "event": "freeze", "hangs": true },
               { "writer": "W", "event": "thaw", "hangs": false, "failure": "VSS_E_WRITERERROR_TIMEOUT" } ],
-  "timing": { "freezeMilliseconds": 100, "commitMilliseconds": 200, "eventLimitMilliseconds": 300 }
+  "timing": { "freezeMilliseconds": 100, "commitMilliseconds": 200, "eventLimitMilliseconds": 300 },
+  "orphanedSnapshot": "complete"
 })json";
 
 TEST(HostFile, FillsTheMachinePartOfTheModel) {
@@ -162,6 +163,7 @@ TEST(HostFile, FillsTheMachinePartOfTheModel) {
   EXPECT_EQ(model.freezeMilliseconds, 100u);
   EXPECT_EQ(model.commitMilliseconds, 200u);
   EXPECT_EQ(model.eventLimitMilliseconds, 300u);
+  EXPECT_EQ(model.orphanedSnapshot, OrphanedSnapshot::complete);
 }
 
 TEST(HostFile, FillsTheServicePartOfTheModel) {
@@ -278,6 +280,8 @@ INSTANTIATE_TEST_SUITE_P(
                     "/disks/1/serial: the key stands twice"},
         BadHostFile{"RelativeFolder", R"({"disks": [], "commands": [{"match": "a", "folder": "Tools"}]})",
                     "/commands/0/folder: \"Tools\" is no full path"},
+        BadHostFile{"OrphanedSnapshot", R"({"disks": [], "orphanedSnapshot": "keep"})",
+                    "/orphanedSnapshot: \"keep\" is none of abandon, complete"},
         BadHostFile{"WrongType", R"({"disks": [], "computerName": 1})", "/computerName: expected string, found number"},
         BadHostFile{"NegativeNumber", R"({"disks": [{"serial": "A", "number": -1}]})",
                     "/disks/0/number: expected a whole number from 0 to 4294967295"},

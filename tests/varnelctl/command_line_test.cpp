@@ -17,9 +17,9 @@ TEST_F(CommandLine, HelpNamesEveryCommandOptionAndExitStatus) {
   const std::string help = Output({"--help"});
 
   for (const char* part :
-       {"writers",   "providers",    "disks",    "--host FILE", "--json",   "--log FILE", "--log-level LEVEL",
-        "--version", "Exit status:", "\n   0  ", "\n   1  ",    "\n   2  ", "\n  10  ",   "\n  11  ",
-        "\n  12  ",  "\n  13  ",     "\n  14  ", "\n  15  ",    "\n  16  ", "\n  18  "}) {
+       {"writers",           "providers", "disks",        "--host FILE", "--state FILE", "--json",   "--log FILE",
+        "--log-level LEVEL", "--version", "Exit status:", "\n   0  ",    "\n   1  ",     "\n   2  ", "\n  10  ",
+        "\n  11  ",          "\n  12  ",  "\n  13  ",     "\n  14  ",    "\n  15  ",     "\n  16  ", "\n  18  "}) {
     EXPECT_THAT(help, HasSubstr(part));
   }
 }
@@ -41,6 +41,7 @@ TEST_F(CommandLine, AWrongArgumentEndsWithStatus2AndOneLine) {
                                         {"disks", "--all"},
                                         {"writers", "/all"},
                                         {"writers", "--host"},
+                                        {"disks", "--state", "host.state"},
                                         {"writers", "--host", "a.json", "--host", "b.json"},
                                         {"writers", "--log", "x.log", "--log-level", "loud"},
                                         {"writers", "--log-level", "error"},

@@ -105,6 +105,7 @@ class DropInFixture : public testing::Test {
   void TearDown() override {
     ::SetEnvironmentVariableW(simulator::kHostVariable, nullptr);
     ::SetEnvironmentVariableW(simulator::kCallsVariable, nullptr);
+    ::SetEnvironmentVariableW(simulator::kStateVariable, nullptr);
   }
 
   static std::filesystem::path ProgramFolder() { return FileOf(nullptr).parent_path(); }
@@ -120,6 +121,13 @@ class DropInFixture : public testing::Test {
   std::filesystem::path ServiceFile() const { return folder_ / L"vssapi.dll"; }
   std::filesystem::path InitiatorFile() const { return folder_ / L"iscsidsc.dll"; }
   std::filesystem::path HostFile() const { return folder_ / L"host.json"; }
+  std::filesystem::path StateFile() const { return folder_ / L"host.state"; }
+  /// More copies of the library: a machine of its own, as another process has it.
+  std::filesystem::path OtherServiceFile() const {
+    std::filesystem::create_directory(folder_ / L"other");
+    std::filesystem::copy_file(ServiceFile(), folder_ / L"other" / L"vssapi.dll");
+    return folder_ / L"other" / L"vssapi.dll";
+  }
   std::filesystem::path CallsFile() const { return folder_ / L"calls.txt"; }
   void WriteHostFile(const std::string& text) const { std::ofstream(HostFile(), std::ios::binary) << text; }
   /// The call log as it stands on the disk.

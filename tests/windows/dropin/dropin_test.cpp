@@ -460,6 +460,30 @@ TEST_F(DropInTest, TheInitiatorShowsTheDiskOfAShadowCopyAsLongAsThereIsOne) {
   EXPECT_THAT(DrivesOf(initiator, sessions[0]), ElementsAre(L"\\\\.\\PhysicalDrive1"));
 }
 
+TEST_F(DropInTest, ProcessesThatNameOneStateFileMeetOneService) {
+  ::SetEnvironmentVariableW(simulator::kStateVariable, StateFile().c_str());
+  const ServiceLibrary service(ServiceFile());
+  Backup backup(service);
+  backup.Start();
+  ::SetEnvironmentVariableW(simulator::kCallsVariable, nullptr);
+  const ServiceLibrary other(OtherServiceFile());
+  ComPtr<IVssBackupComponents> second;
+  ASSERT_EQ(other.Create(second.Put()), S_OK);
+  EXPECT_EQ(second->InitializeForBackup(nullptr), S_OK);
+  SnapshotProperties properties;
+  EXPECT_EQ(second->GetSnapshotProperties(backup.copy(), properties.Put()), S_OK);
+}
+
+TEST_F(DropInTest, AStateFileThatCannotBeUsedIsReportedAndStays) {
+  std::ofstream(StateFile()) << "{}";
+  ::SetEnvironmentVariableW(simulator::kStateVariable, StateFile().c_str());
+  const ServiceLibrary service(ServiceFile());
+  IVssBackupComponents* backup = nullptr;
+  const std::string report = ReportOf([&] { EXPECT_EQ(service.Create(&backup), E_UNEXPECTED); });
+  EXPECT_THAT(report, StartsWith("vssapi.dll: " + WideToUtf8(StateFile().wstring()) + ": /: missing key \"version\""));
+  EXPECT_EQ(ReadText(StateFile()), "{}");
+}
+
 TEST_F(DropInTest, ASessionEndsWithItsLogout) {
   const ServiceLibrary service(ServiceFile());
   InitiatorLibrary initiator(InitiatorFile());
