@@ -31,6 +31,13 @@ class Machine : public std::enable_shared_from_this<Machine> {
   /// Holds the machine for the calling thread, which may hold it already.
   [[nodiscard]] std::unique_lock<std::recursive_mutex> Lock() const { return std::unique_lock(mutex_); }
 
+  /// Keeps one call's arguments, as CallLog::Keep. A call that may hang holds nothing before it begins.
+  template <class Record>
+  void KeepArguments(std::vector<Record> CallArguments::*list, std::type_identity_t<Record> record) {
+    const auto lock = Lock();
+    calls.Keep(list, std::move(record));
+  }
+
   const HostModel& model() const { return model_; }
   /// The model, for changes that are made before the next call.
   HostModel& ChangeModel();

@@ -48,8 +48,7 @@ class SimulatedMessages final : public OnMachine<Messages> {
 
   DWORD FormatMessageW(DWORD flags, const void* source, DWORD id, DWORD language, LPWSTR text, DWORD characters,
                        void*) override {
-    const auto lock = machine_.Lock();
-    machine_.calls.Keep(&CallArguments::formatMessage, {id, flags, language, characters});
+    machine_.KeepArguments(&CallArguments::formatMessage, {id, flags, language, characters});
     const auto shownId = [&] { return ResultName(static_cast<HRESULT>(id)); };
     return Win32Call(machine_, "FormatMessageW", shownId, DWORD{0}, [&] {
       if (text == nullptr || (flags & (FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_FROM_SYSTEM)) == 0) {

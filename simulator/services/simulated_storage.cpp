@@ -101,16 +101,14 @@ class SimulatedStorage final : public OnMachine<Storage> {
       : OnMachine(machine), objects_(objects), searches_(machine, 0x1001) {}
 
   HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD share, void*, DWORD disposition, DWORD flags, HANDLE) override {
-    const auto lock = machine_.Lock();
     const std::wstring_view opened = Viewed(name);
-    machine_.calls.Keep(&CallArguments::createFile, {std::wstring(opened), access, share, disposition, flags});
+    machine_.KeepArguments(&CallArguments::createFile, {std::wstring(opened), access, share, disposition, flags});
     return Win32Call(machine_, "CreateFileW", Shown(name), INVALID_HANDLE_VALUE, [&] { return OpenDevice(opened); });
   }
 
   BOOL DeviceIoControl(HANDLE device, DWORD code, void* in, DWORD inBytes, void* out, DWORD outBytes, DWORD* returned,
                        void*) override {
-    const auto lock = machine_.Lock();
-    machine_.calls.Keep(&CallArguments::deviceIoControl, {code, outBytes});
+    machine_.KeepArguments(&CallArguments::deviceIoControl, {code, outBytes});
     const auto deviceAndCode = [&] { return objects_.Describe(device) + ", " + ControlCodeName(code); };
     return Win32Call(machine_, "DeviceIoControl", deviceAndCode, BOOL{FALSE}, [&] {
       const KernelObject* object = objects_.Find(device, KernelObject::Kind::device);

@@ -28,8 +28,7 @@ class SimulatedVss final : public OnMachine<VssService> {
   HRESULT CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID interfaceId,
                            void** object) override {
     Clear(object);
-    const auto lock = machine_.Lock();
-    machine_.calls.Keep(&CallArguments::coCreateInstance, {classId, context, interfaceId});
+    machine_.KeepArguments(&CallArguments::coCreateInstance, {classId, context, interfaceId});
     return Call(machine_, "CoCreateInstance", Arguments(classId, context, interfaceId), [&]() -> HRESULT {
       if (object == nullptr) return E_POINTER;
       if (classId != kClsidVssCoordinator) return REGDB_E_CLASSNOTREG;
