@@ -78,7 +78,7 @@ void ListFields(auto& fields, ListedAs<Document> auto& document) {
   fields("openSet", service.openSet)("copies", service.copies);
 }
 
-// Straight into the text: a document of its own would take as long again for a thousand copies.
+// Straight into the text: by way of a document of nlohmann's a change among a thousand copies takes 10 ms instead of 4.
 class FieldWriter {
  public:
   explicit FieldWriter(std::string& text) : text_(text) {}
@@ -174,9 +174,6 @@ class FieldReader {
     const std::string& digits = node.Utf8();
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), time);
     if (error != std::errc() || end != digits.data() + digits.size()) node.Refuse("is no whole number");
-  }
-  static void Get(const JsonNode& node, VSS_PROVIDER_TYPE& type) {
-    type = static_cast<VSS_PROVIDER_TYPE>(node.Number(VSS_PROV_FILESHARE));
   }
   template <std::integral Number>
   static void Get(const JsonNode& node, Number& number) {
