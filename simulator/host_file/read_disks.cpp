@@ -128,6 +128,7 @@ void ExpectDisk(const std::vector<Disk>& disks, std::wstring_view serial, const 
   if (known) return;
   const std::string name = WideToUtf8(serial);
   std::vector<std::wstring> serials;
+  serials.reserve(disks.size());
   for (const Disk& disk : disks) serials.push_back(disk.serial);
   node.Fail("no disk has the serial \"" + name + "\"" + DidYouMean(name, serials));
 }
