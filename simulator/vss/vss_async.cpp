@@ -15,6 +15,7 @@ class Async final : public ComObject<IVssAsync> {
       : ComObject(std::move(machine), "IVssAsync", kAsyncInterfaces), operation_(std::move(operation)) {}
 
   HRESULT STDMETHODCALLTYPE Cancel() override {
+    bool cancelled = false;
     const HRESULT result = Call("IVssAsync::Cancel", NoArguments, [&] {
       const bool running = operation_->IsRunning(machine().now);
       if (running) {
@@ -22,10 +23,11 @@ class Async final : public ComObject<IVssAsync> {
         operation_->endsAt = machine().now;
       }
       operation_->settled = true;
+      cancelled = operation_->result == VSS_S_ASYNC_CANCELLED;
       return running ? S_OK : operation_->result;
     });
     // Who waited goes on when the call is over.
-    if (operation_->result == VSS_S_ASYNC_CANCELLED) machine().faults.hangs().Clear(operation_->hangs);
+    if (cancelled) machine().faults.hangs().Clear(operation_->hangs);
     return result;
   }
 
