@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "tests/support/host_fixture.h"
+#include "tests/support/random.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/run.h"
 
@@ -104,12 +105,15 @@ class CliFixture : public HostFixture {
   void Fail(const std::string& call, HRESULT result, int nth = 1) {
     host().faults().FailCall(call, static_cast<DWORD>(result), nth);
   }
-  /// Runs this again and again on `model`, each time with another call that fails, until the run has fewer calls.
+  /// Runs this again and again on `model`, each time with another call that fails, until the run has fewer calls: with
+  /// every call, or where sweeps make a sample of their runs (VARNEL_SAMPLE) with every fifth.
   /// Nothing may stay behind or be given back wrongly; `check` looks at the rest of each run.
   template <class Check>
   void FailEachCall(const simulator::HostModel& model, const Arguments& arguments, Check check) {
     constexpr int kMoreThanAnyRun = 2000;
-    for (int n = 1; n < kMoreThanAnyRun; ++n) {
+    const int step = EnvironmentNumber("VARNEL_SAMPLE").value_or(1) > 1 ? 5 : 1;
+    const int first = 1 + static_cast<int>(EnvironmentNumber("VARNEL_SAMPLE_SEED").value_or(0)) % step;
+    for (int n = first; n < kMoreThanAnyRun; n += step) {
       Install(model).faults().FailNthCall(n, static_cast<DWORD>(E_FAIL));
       const CliResult result = Run(arguments);
 

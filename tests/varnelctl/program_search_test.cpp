@@ -11,7 +11,6 @@ namespace {
 using nlohmann::json;
 using testing::AllOf;
 using testing::Each;
-using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
 
