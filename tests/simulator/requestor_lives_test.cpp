@@ -23,7 +23,8 @@ class RequestorLives : public ShadowCopyService {
     while (list) {
       VssObject object;
       ULONG fetched = 0;
-      Expect(list->Next(1, object.Put(), &fetched), fetched == 1 ? S_OK : S_FALSE);
+      const HRESULT next = list->Next(1, object.Put(), &fetched);
+      Expect(next, fetched == 1 ? S_OK : S_FALSE);
       if (fetched == 0) break;
       ids.push_back(object.snapshot()->m_SnapshotId);
     }
