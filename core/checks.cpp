@@ -39,11 +39,6 @@ void LogAndThrowWin32(const wchar_t* call, DWORD code, CallText shown, int line)
   ThrowHResult(hr);
 }
 
-DWORD LastErrorOrGeneric() {
-  const DWORD code = CurrentHost().GetLastError();
-  return code == ERROR_SUCCESS ? ERROR_GEN_FAILURE : code;
-}
-
 TesselCommonClasses::DiskAndVolumeEnumerator& Required(TesselCommonClasses::DiskAndVolumeEnumerator* enumerator) {
   if (enumerator == nullptr) {
     kLog.Error(L"No disk and volume enumerator has been set");

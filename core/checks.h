@@ -56,9 +56,6 @@ class LogAndThrow {
 [[noreturn]] void LogAndThrowWin32(const wchar_t* call, DWORD code, CallText shown = CallText::quoted,
                                    int line = __builtin_LINE());
 
-/// The current host's last error, ERROR_GEN_FAILURE in place of 0.
-DWORD LastErrorOrGeneric();
-
 /// The enumerator; E_POINTER as a `long`, with an error line, while none is set.
 TesselCommonClasses::DiskAndVolumeEnumerator& Required(TesselCommonClasses::DiskAndVolumeEnumerator* enumerator);
 

@@ -230,6 +230,11 @@ class NoHostError : public std::logic_error {
 VARNEL_API Host& CurrentHost();
 /// The same, null without one. For paths that may not throw.
 VARNEL_API Host* CurrentHostOrNull() noexcept;
+/// The current host's last error, ERROR_GEN_FAILURE in place of 0.
+inline DWORD LastErrorOrGeneric() {
+  const DWORD code = CurrentHost().GetLastError();
+  return code == ERROR_SUCCESS ? ERROR_GEN_FAILURE : code;
+}
 
 /// Installs a host for its lifetime and puts the one before it back. The host must outlive the guard. Belongs where no
 /// other thread installs one or works on the current one.

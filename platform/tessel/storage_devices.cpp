@@ -18,17 +18,13 @@ namespace {
 
 using varnel::CurrentHost;
 using varnel::FileHandle;
+using varnel::LastErrorOrGeneric;
 
 void Warn(int line, const wchar_t* call, std::wstring_view device, DWORD error) {
   if (CFileLog* log = CFileLog::GetInstance()) {
     log->Log(CFileLog::Warning, L"DiskAndVolumeEnumerator", line, L"%s Failed, Device=%s, Error=%u", call,
              std::wstring(device).c_str(), error);
   }
-}
-
-DWORD LastErrorOrGeneric() {
-  const DWORD error = CurrentHost().GetLastError();
-  return error == ERROR_SUCCESS ? DWORD{ERROR_GEN_FAILURE} : error;
 }
 
 [[noreturn]] void ThrowLastError(const wchar_t* call) {

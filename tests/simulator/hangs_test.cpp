@@ -42,6 +42,15 @@ HRESULT StatusOf(IVssAsync& async) {
   return result;
 }
 
+// An endless wait on another thread lasts until the operation is cancelled.
+void ExpectCancelledWhileWaitedFor(IVssAsync& async) {
+  InBackground waiting([&] { EXPECT_THAT(async.Wait(INFINITE), Gives(S_OK)); });
+  EXPECT_TRUE(waiting.Lasts());
+  EXPECT_THAT(async.Cancel(), Gives(S_OK));
+  waiting.Join();
+  EXPECT_THAT(StatusOf(async), Gives(VSS_S_ASYNC_CANCELLED));
+}
+
 class HangingWorld : public ShadowCopyService {
  protected:
   // At its `event`, until the service gives it up.
@@ -58,11 +67,7 @@ TEST_F(HangingWorld, AnEndlessWaitForAnOperationThatHangsEndsWithItsCancellation
   Backup backup(Phase::prepared);
   ComPtr<IVssAsync> async;
   ASSERT_THAT(backup->DoSnapshotSet(async.Put()), Gives(S_OK));
-  InBackground waiting([&] { EXPECT_THAT(async->Wait(INFINITE), Gives(S_OK)); });
-  EXPECT_TRUE(waiting.Lasts());
-  EXPECT_THAT(async->Cancel(), Gives(S_OK));
-  waiting.Join();
-  EXPECT_THAT(StatusOf(*async), Gives(VSS_S_ASYNC_CANCELLED));
+  ExpectCancelledWhileWaitedFor(*async);
   EXPECT_THAT(Copies(), IsEmpty());
   EXPECT_THAT(backup.States(), Each(VSS_WS_STABLE));
 }
@@ -107,11 +112,7 @@ TEST_F(HangingWorld, AProviderThatHangsKeepsTheSnapshotUntilItIsCancelled) {
   Backup backup(Phase::prepared);
   ComPtr<IVssAsync> async;
   ASSERT_THAT(backup->DoSnapshotSet(async.Put()), Gives(S_OK));
-  InBackground waiting([&] { EXPECT_THAT(async->Wait(INFINITE), Gives(S_OK)); });
-  EXPECT_TRUE(waiting.Lasts());
-  EXPECT_THAT(async->Cancel(), Gives(S_OK));
-  waiting.Join();
-  EXPECT_THAT(StatusOf(*async), Gives(VSS_S_ASYNC_CANCELLED));
+  ExpectCancelledWhileWaitedFor(*async);
   EXPECT_THAT(Copies(), IsEmpty());
   EXPECT_THAT(backup.States(), Each(VSS_WS_STABLE));
   EXPECT_THAT(Told(std::nullopt), ElementsAre(L"SqlServerWriter"));

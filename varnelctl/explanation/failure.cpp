@@ -88,8 +88,7 @@ Failure Thrown(std::string_view call, long hr) {
 }  // namespace
 
 void ThrowLastError(const char* call) {
-  const DWORD error = varnel::CurrentHost().GetLastError();
-  throw CallFailure(call, varnel::HResultFromWin32(error == ERROR_SUCCESS ? ERROR_GEN_FAILURE : error));
+  throw CallFailure(call, varnel::HResultFromWin32(varnel::LastErrorOrGeneric()));
 }
 
 std::string CatalogText(DWORD id) {
