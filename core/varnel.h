@@ -216,8 +216,15 @@ class VARNEL_API CVarnel {
   void WaitAndCheckForAsyncOperation(IVssAsync* async, std::string operationName, std::string& errorDetails);
   void InitializeWriterMetadata(std::string& errorDetails);
   void FreeWriterMetadata() noexcept;
+
+ protected:
   // Selection
+  /// A part of CreateVssSnapshotSet, for a subclass that only wants to know what a request would hold: marks what takes
+  /// part and names it to the service, of which nothing is asked that a writer would notice. Needs gathered metadata.
+  /// Throws what CreateVssSnapshotSet throws of the selection.
   void SelectComponentsForBackup(std::string& errorDetails);
+
+ private:
   bool checkComponents(std::set<std::wstring> inputComponents, std::wstring componentFullPath);
   void GetComponentsList(std::set<std::wstring>& components);
   void IncludeImplicitComponents();
@@ -241,8 +248,14 @@ class VARNEL_API CVarnel {
   void DoSnapshotSet(std::string& errorDetails);
   void SaveBackupComponentsDocument(std::string& errorDetails);
   void GetSnapShotProperties(std::string& errorDetails);
+
+ protected:
+  /// Whether GetSnapshotVolumes has the volume, in any case of letters.
   bool IsVolumeAlreadyAdded(std::wstring volume);
+  /// Appends the volumes of the protection set's disks that the application does not use, but for the system's.
   void GetVolumeListForExtraVolumes(std::vector<std::wstring>& volumes);
+
+ private:
   // Writer status
   void GatherWriterStatus(std::string& errorDetails);
   void CheckSelectedWriterStatus(std::string& errorDetails);

@@ -1,10 +1,60 @@
 #include "varnelctl/application.h"
 
+#include <algorithm>
+#include <unordered_set>
+
+#include "core/configuration.h"
 #include "requestors/ExchReq.h"
 #include "requestors/HyperVReq.h"
 #include "requestors/SqlReq.h"
 
 namespace varnelctl {
+namespace {
+
+template <class Requestor>
+class PlannerOf final : public Planner, private Requestor {
+ public:
+  PlannerOf() : Requestor(0) {}
+  CVarnel& requestor() override { return *this; }
+
+  void Select(std::string& errorDetails) override {
+    this->SelectComponentsForBackup(errorDetails);
+    ListVolumes();
+    for (const SnapshotVolumeInfo& volume : this->m_snapshotVolumes) CheckVolume(volume.volumeName, errorDetails);
+    if (this->m_lastException.GetAlertCode() != VarnelException::None) throw VarnelException(this->m_lastException);
+  }
+
+ private:
+  // Those of the files, then those of the extra disks, each once.
+  void ListVolumes() {
+    std::vector<std::wstring> volumes;
+    std::unordered_set<std::wstring_view> seen;
+    for (const VssWriter& writer : this->m_writers) {
+      if (writer.excluded) continue;
+      for (const VssComponent& component : writer.components) {
+        if (component.excluded) continue;
+        for (const VssFileDescriptor& file : component.files) {
+          if (seen.insert(file.volumeName).second) volumes.push_back(file.volumeName);
+        }
+      }
+    }
+    this->GetVolumeListForExtraVolumes(volumes);
+    for (const std::wstring& volume : volumes) {
+      if (!this->IsVolumeAlreadyAdded(volume)) this->m_snapshotVolumes.push_back({volume, {}, {}});
+    }
+  }
+
+  // Fails as the set would when the volume is added to it.
+  void CheckVolume(const std::wstring& volume, std::string& errorDetails) {
+    BOOL supported = TRUE;
+    std::wstring name = volume;  // the service takes a text that it might change
+    HRESULT hr = this->m_pVssObject->IsVolumeSupported(CVarnel::TesselVssProviderID, name.data(), &supported);
+    if (SUCCEEDED(hr) && !supported) hr = VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER;
+    this->CheckCommError(hr, "m_pVssObject->AddToSnapshotSet()", errorDetails);
+  }
+};
+
+}  // namespace
 
 std::unique_ptr<CVarnel> MakeRequestor(Application application, DWORD testPoints, bool skipDbVerification) {
   switch (application) {
@@ -21,6 +71,35 @@ std::unique_ptr<CVarnel> MakeRequestor(Application application, DWORD testPoints
       break;
   }
   return std::make_unique<CVarnel>(testPoints);
+}
+
+std::unique_ptr<Planner> MakePlanner(Application application) {
+  switch (application) {
+    case Application::Sql:
+      return std::make_unique<PlannerOf<SqlReq>>();
+    case Application::Exchange:
+      return std::make_unique<PlannerOf<ExchangeReq>>();
+    case Application::HyperV:
+      return std::make_unique<PlannerOf<HyperVReq>>();
+    case Application::None:
+      break;
+  }
+  return std::make_unique<PlannerOf<CVarnel>>();
+}
+
+bool IsWriterOf(Application application, const VssWriter& writer) {
+  const auto isOneOf = [&](const auto&... ids) { return (... || (writer.writerId == ids)); };
+  switch (application) {
+    case Application::Sql:
+      return isOneOf(varnel::kSqlServerWriterId, varnel::kMsdeWriterId);
+    case Application::Exchange:
+      return isOneOf(varnel::kExchangeWriterId);
+    case Application::HyperV:
+      return isOneOf(varnel::kHyperVWriterId, varnel::kClusterSharedVolumeWriterId);
+    case Application::None:
+      break;
+  }
+  return true;
 }
 
 std::string_view MissingWriterAdvice(Application application) {

@@ -18,6 +18,23 @@ enum class Application {
 /// The application's requestor. \param testPoints as for CVarnel. \param skipDbVerification is Exchange's alone.
 std::unique_ptr<CVarnel> MakeRequestor(Application application, DWORD testPoints, bool skipDbVerification);
 
+/// Whether the writer takes part in a request for the application.
+bool IsWriterOf(Application application, const VssWriter& writer);
+
+/// A requestor that goes no further than its selection.
+class Planner {
+ public:
+  virtual ~Planner() = default;
+  virtual CVarnel& requestor() = 0;
+  /// Selects from what was gathered, as a request would, and lists the volumes of the set (GetSnapshotVolumes, without
+  /// identifiers). Asks the service whether the array's provider supports them; nothing is asked of a writer. Throws
+  /// what CreateVssSnapshotSet would throw for it, VarnelException 701 at the end included.
+  virtual void Select(std::string& errorDetails) = 0;
+};
+
+/// The application's planner.
+std::unique_ptr<Planner> MakePlanner(Application application);
+
 /// Who is missing on a host where no writer of the application answers, and what to do about it; one line of UTF-8.
 std::string_view MissingWriterAdvice(Application application);
 

@@ -74,9 +74,12 @@ TEST_F(SqlSnapshot, WritersOfOtherApplicationsAreLeftOutInOneLineEach) {
                                                 "  SqlServerWriter\n"
                                                 "    \\SQL01\\archive: not in the protection set: disk \"TSL0004\"\n"
                                                 "    \\SQL01\\tools: disk \"LOCAL-SSD-0001\" holds the system\n"
+                                                "  Shadow Copy Optimization Writer: not a writer of this "
+                                                "application\n"
                                                 "  Registry Writer: not a writer of this application\n"
                                                 "  COM+ REGDB Writer: not a writer of this application\n"
-                                                "  WMI Writer: not a writer of this application\n"));
+                                                "  WMI Writer: not a writer of this application\n"
+                                                "  BITS Writer: not a writer of this application\n"));
 }
 
 TEST_F(SqlSnapshot, AnExtraDiskIsCataloguedWithItsVolumes) {

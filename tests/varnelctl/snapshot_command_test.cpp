@@ -78,7 +78,7 @@ TEST_F(SnapshotCommand, AComponentOnAVolumeOfSeveralDisksIsLeftOutAndToldWhy) {
   const CliResult result = Snapshot({"--disk", "TSL0001"});
 
   EXPECT_THAT(result.out,
-              HasSubstr("    \\SQL01\\crm: F:\\data\\ lies on several disks (2, 1), so no snapshot of one of "
+              HasSubstr("    \\SQL01\\crm: F:\\data\\* lies on several disks (2, 1), so no snapshot of one of "
                         "them holds it whole\n"));
   EXPECT_THAT(result.out, Not(HasSubstr("\\SQL01\\crm  on")));
 }
@@ -92,7 +92,8 @@ TEST_F(SnapshotCommand, JsonIsOneDocumentWithTheWholeOutcome) {
   ASSERT_EQ(outcome["writers"].size(), 1u);
   EXPECT_THAT(PathsOf(outcome["writers"][0], "added"), ElementsAre("\\SQL01\\sales", "\\SQL01\\crm"));
   EXPECT_EQ(outcome["writers"][0]["components"][1], json::parse(R"({"fullPath":"\\SQL01\\crm","caption":"crm",
-      "excluded":false,"added":true,"failed":false,"failureCode":"0x00000000","disks":["TSL0001","TSL0002"]})"));
+      "excluded":false,"added":true,"failed":false,"failureCode":"0x00000000","disks":["TSL0001","TSL0002"],
+      "place":"captured","reason":null,"because":null,"missingDisks":[],"files":[]})"));
   ASSERT_EQ(outcome["snapshots"].size(), 2u);
   EXPECT_EQ(outcome["snapshots"][1]["device"], "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy2\\");
   EXPECT_EQ(outcome["snapshots"][1]["disk"], "\\\\.\\PhysicalDrive4");

@@ -17,6 +17,10 @@ std::string Hex(HRESULT hr) {
   return varnel::FormatNarrow("0x%08x", {hr});
 }
 
+Json ReasonJson(Reason reason) {
+  return reason == Reason::None ? Json(nullptr) : Json(WordFor(reason));
+}
+
 Json ResultJson(const SnapshotOutcome& outcome) {
   Json result = {{"alertCode", 0}, {"hresult", nullptr}, {"message", ""}, {"details", Json::array()}};
   if (const std::optional<Failure>& failure = outcome.failure) {
@@ -38,12 +42,39 @@ Json ComponentJson(const VssComponent& component) {
           {"disks", ArrayOf(component.affectedSerialNumbers, WideToUtf8Lossy)}};
 }
 
-Json WriterJson(const VssWriter& writer) {
+Json PathJson(const VssComponent* component) {
+  return component == nullptr ? Json(nullptr) : Json(WideToUtf8Lossy(component->fullPath));
+}
+
+Json ComponentJson(const ComponentExplanation& explained) {
+  Json json = ComponentJson(*explained.component);
+  json["place"] = WordFor(explained.place);
+  json["reason"] = ReasonJson(explained.reason);
+  json["because"] = PathJson(explained.because);
+  json["missingDisks"] = ArrayOf(explained.missingDisks, WideToUtf8Lossy);
+  json["files"] = ArrayOf(explained.files, WideToUtf8Lossy);
+  return json;
+}
+
+Json WriterJson(const WriterExplanation& explained) {
+  const VssWriter& writer = *explained.writer;
+  const bool whole = explained.components.empty();
   return {{"name", WideToUtf8Lossy(writer.name)},
           {"writerId", WideToUtf8Lossy(writer.writerId)},
           {"instanceId", WideToUtf8Lossy(writer.instanceId)},
           {"excluded", writer.excluded},
-          {"components", ArrayOf(writer.components, ComponentJson)}};
+          {"reason", ReasonJson(explained.reason)},
+          {"components",
+           whole ? ArrayOf(writer.components, [](const VssComponent& c) { return ComponentJson(c); })
+                 : ArrayOf(explained.components, [](const ComponentExplanation& c) { return ComponentJson(c); })}};
+}
+
+Json WritersJson(const Explanation& explanation) {
+  Json writers = Json::array();
+  for (const WriterExplanation& writer : explanation) {
+    if (writer.writer != nullptr) writers.push_back(WriterJson(writer));
+  }
+  return writers;
 }
 
 Json ShadowCopyJson(const ShadowCopyView& copy) {
@@ -142,30 +173,26 @@ void PrintSet(Console& console, const SnapshotOutcome& outcome) {
 }
 
 std::string DisksOf(const VssComponent& component) {
-  std::string disks;
-  for (const std::wstring& serialNumber : component.affectedSerialNumbers) {
-    disks += (disks.empty() ? "  on " : ", ") + Quoted(serialNumber);
-  }
-  return disks;
+  const std::string disks =
+      SerialNumberList({component.affectedSerialNumbers.begin(), component.affectedSerialNumbers.end()});
+  return disks.empty() ? disks : "  on " + disks;
 }
 
-bool HasFailed(const VssComponent& component) {
-  return component.failed && component.failureCode != 0;
-}
-
-// One line per component that `wanted` holds for, under its writer's name.
+// One line per captured component that `wanted` holds for, under its writer's name.
 template <class Wanted>
-std::size_t PrintComponents(Console& console, const SnapshotOutcome& outcome, Wanted wanted) {
+std::size_t PrintComponents(Console& console, const Explanation& explanation, Wanted wanted) {
   std::size_t count = 0;
-  for (const VssWriter& writer : outcome.requestor->GetWriters()) {
+  for (const WriterExplanation& writer : explanation) {
     bool named = false;
-    for (const VssComponent& component : writer.components) {
-      if (!IsCaptured(writer, component) || !wanted(component)) continue;
-      if (!named) console.Line("  " + Printable(writer.name));
+    for (const ComponentExplanation& explained : writer.components) {
+      const VssComponent& component = *explained.component;
+      const bool captured = explained.place != Place::LeftOut && explained.place != Place::Container;
+      if (!captured || !wanted(component)) continue;
+      if (!named) console.Line("  " + Printable(writer.writer->name));
       named = true;
       ++count;
       std::string line = "    " + Printable(component.fullPath) + DisksOf(component);
-      if (HasFailed(component)) {
+      if (varnel::HasFailed(component)) {
         line += ": " + OneLine(WideToUtf8Lossy(CVarnel::HResult2String(static_cast<long>(component.failureCode))));
       }
       console.Line(line);
@@ -174,18 +201,18 @@ std::size_t PrintComponents(Console& console, const SnapshotOutcome& outcome, Wa
   return count;
 }
 
-void PrintCaptured(Console& console, const SnapshotOutcome& outcome) {
+void PrintCaptured(Console& console, const Explanation& explanation) {
   console.Line("Captured application-consistent");
-  if (PrintComponents(console, outcome, [](const auto& component) { return !HasFailed(component); }) == 0) {
+  if (PrintComponents(console, explanation, [](const auto& component) { return !varnel::HasFailed(component); }) == 0) {
     console.Line("  nothing");
   }
-  const auto& writers = outcome.requestor->GetWriters();
-  const bool anyFailed = std::any_of(writers.begin(), writers.end(), [](const VssWriter& writer) {
-    return std::any_of(writer.components.begin(), writer.components.end(), HasFailed);
+  const bool anyFailed = std::any_of(explanation.begin(), explanation.end(), [](const WriterExplanation& writer) {
+    return std::any_of(writer.components.begin(), writer.components.end(),
+                       [](const auto& explained) { return varnel::HasFailed(*explained.component); });
   });
   if (!anyFailed) return;
   console.Line("In the set, but failed by their writer");
-  PrintComponents(console, outcome, HasFailed);
+  PrintComponents(console, explanation, varnel::HasFailed);
 }
 
 void PrintObjects(Console& console, std::string_view label, const std::vector<std::string>& objects) {
@@ -206,19 +233,37 @@ void PrintCatalog(Console& console, const SnapshotOutcome& outcome) {
   }
 }
 
-void PrintLeftOut(Console& console, const SnapshotOutcome& outcome) {
-  if (outcome.leftOut.empty()) return;
-  console.Line("Left out");
-  const VssWriter* writer = nullptr;
-  for (const LeftOut& entry : outcome.leftOut) {
-    if (entry.component == nullptr) {
-      console.Line("  " + Printable(entry.writer->name) + ": " + entry.reason);
-      continue;
-    }
-    if (entry.writer != writer) console.Line("  " + Printable(entry.writer->name));
-    writer = entry.writer;
-    console.Line("    " + Printable(entry.component->fullPath) + ": " + entry.reason);
+// The lines under a heading, which stands only where there are some.
+class Section {
+ public:
+  Section(Console& console, const char* heading) : console_(console), heading_(heading) {}
+  void Line(const std::string& text) {
+    if (heading_ != nullptr) console_.Line(heading_);
+    heading_ = nullptr;
+    console_.Line(text);
   }
+
+ private:
+  Console& console_;
+  const char* heading_;
+};
+
+void PrintLeftOut(Section& section, const WriterExplanation& writer) {
+  if (writer.reason != Reason::None && writer.writer != nullptr) {
+    section.Line("  " + Printable(writer.writer->name) + ": " + ReasonText(writer));
+  }
+  bool named = false;
+  for (const ComponentExplanation& explained : writer.components) {
+    if (explained.place != Place::LeftOut) continue;
+    if (!named) section.Line("  " + Printable(writer.writer->name));
+    named = true;
+    section.Line("    " + Printable(explained.component->fullPath) + ": " + ReasonText(explained));
+  }
+}
+
+void PrintLeftOut(Console& console, const Explanation& explanation) {
+  Section section(console, "Left out");
+  for (const WriterExplanation& writer : explanation) PrintLeftOut(section, writer);
 }
 
 }  // namespace
@@ -234,7 +279,7 @@ Json SnapshotDocument(const SnapshotOutcome& outcome) {
           {"setState", NameOf(outcome.setState)},
           {"result", ResultJson(outcome)},
           {"errorDetails", FromLibrary(outcome.errorDetails)},
-          {"writers", ArrayOf(outcome.requestor->GetWriters(), WriterJson)},
+          {"writers", WritersJson(outcome.explanation)},
           {"snapshots", ArrayOf(outcome.shadowCopies, ShadowCopyJson)},
           {"copiesLeft", ArrayOf(outcome.copiesLeft, ListedCopyJson)},
           {"catalog", CatalogDocument(outcome)},
@@ -247,10 +292,10 @@ void PrintSnapshot(Console& console, const SnapshotOutcome& outcome) {
   console.Line("");
   PrintSet(console, outcome);
   if (outcome.gotThrough) {
-    PrintCaptured(console, outcome);
+    PrintCaptured(console, outcome.explanation);
     PrintCatalog(console, outcome);
   }
-  PrintLeftOut(console, outcome);
+  PrintLeftOut(console, outcome.explanation);
 }
 
 }  // namespace varnelctl

@@ -69,7 +69,10 @@ class SnapshotRun {
     FollowUp();
     TellCopiesLeft();
     phases_.StopWatching();
-    Attempt([&] { outcome_.leftOut = FindLeftOut(requestor_.GetWriters(), serialNumbers_, locations_); });
+    for (const VssWriter& writer : requestor_.GetWriters()) outcome_.explanation.push_back({&writer, Reason::None, {}});
+    Attempt([&] {
+      outcome_.explanation = Explain(requestor_.GetWriters(), options_.application, serialNumbers_, locations_);
+    });
     outcome_.phases = phases_.list();
     outcome_.errorDetails = details_.erase(0, requestTextLength_);
   }

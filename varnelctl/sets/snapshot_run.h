@@ -9,8 +9,8 @@
 
 #include "core/varnel.h"
 #include "varnelctl/console/phases.h"
+#include "varnelctl/explanation/explanation.h"
 #include "varnelctl/explanation/failure.h"
-#include "varnelctl/explanation/left_out.h"
 #include "varnelctl/session.h"
 #include "varnelctl/sets/shadow_copies.h"
 #include "varnelctl/sets/snapshot_options.h"
@@ -47,7 +47,7 @@ struct SnapshotOutcome {
   std::map<std::string, ApplicationObjectMeatadataInfo> catalog;
   std::vector<ShadowCopyView> shadowCopies;
   std::string databases;
-  std::vector<LeftOut> leftOut;
+  Explanation explanation;
 };
 
 /// Drives the outcome's requestor in the host agent's order of calls, through every phase. A failure ends the sequence,
