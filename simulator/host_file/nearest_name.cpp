@@ -61,6 +61,7 @@ std::string DidYouMean(std::string_view wrong, std::span<const std::string_view>
 
 std::string DidYouMean(std::string_view wrong, const std::vector<std::wstring>& names) {
   std::vector<std::string> texts;
+  texts.reserve(names.size());
   for (const std::wstring& name : names) texts.push_back(WideToUtf8Lossy(name));
   return DidYouMean(wrong, std::vector<std::string_view>(texts.begin(), texts.end()));
 }

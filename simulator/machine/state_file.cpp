@@ -35,7 +35,7 @@ StateFileError::StateFileError(const std::filesystem::path& file, const std::str
 StateFile::StateFile(const std::filesystem::path& path)
     : path_(std::filesystem::absolute(path)), locks_(OpenLocks(path_)) {}
 
-std::optional<std::string> StateFile::Read() {
+std::optional<std::string> StateFile::Read() const {
   std::error_code error;
   if (!std::filesystem::exists(path_, error) && !error) return std::nullopt;
   try {
@@ -59,7 +59,7 @@ void StateFile::Join(const std::set<DWORD>& taken) {
   process_ = process;
 }
 
-bool StateFile::IsAlive(DWORD process) {
+bool StateFile::IsAlive(DWORD process) const {
   if (process == process_) return true;
   if (!locks_.Lock(process, false)) return true;
   locks_.Unlock(process);

@@ -20,7 +20,8 @@ class StateFileError : public std::runtime_error {
   StateFileError(const std::filesystem::path& file, const std::string& cause, const std::string& nextStep);
 };
 
-/// An open file with places that one process at a time may lock, and a number that all can read.
+/// An open file with places that one process at a time may lock, and a number that all can read. Both are the file's:
+/// the object itself stays as it is.
 class LockFile {
  public:
   /// Makes the file when there is none. Throws std::system_error.
@@ -30,12 +31,12 @@ class LockFile {
   LockFile& operator=(const LockFile&) = delete;
 
   /// False when it could not be had; without `wait` also when another process has it.
-  bool Lock(DWORD place, bool wait);
-  void Unlock(DWORD place);
+  bool Lock(DWORD place, bool wait) const;
+  void Unlock(DWORD place) const;
   /// The number, 0 in a new file; nothing when it cannot be read.
-  std::optional<std::uint64_t> Number();
+  std::optional<std::uint64_t> Number() const;
   /// A Win32 code.
-  DWORD SetNumber(std::uint64_t number);
+  DWORD SetNumber(std::uint64_t number) const;
 
  private:
   std::intptr_t file_;
@@ -54,13 +55,13 @@ class StateFile {
   const std::filesystem::path& path() const { return path_; }
 
   /// Waits until no other process holds the file. False when the system does not give the lock.
-  bool Hold() { return locks_.Lock(kTurn, true); }
-  void Release() { locks_.Unlock(kTurn); }
+  bool Hold() const { return locks_.Lock(kTurn, true); }
+  void Release() const { locks_.Unlock(kTurn); }
 
   /// Whether another process wrote since this one took the file as read or wrote it.
-  bool HasChanged() { return locks_.Number() != seen_; }
+  bool HasChanged() const { return locks_.Number() != seen_; }
   /// Nothing when there is no such file. Throws StateFileError.
-  std::optional<std::string> Read();
+  std::optional<std::string> Read() const;
   void TakeAsRead() { seen_ = locks_.Number(); }
   /// A Win32 code; after a failure the file is as before.
   DWORD Write(std::string_view text);
@@ -68,7 +69,7 @@ class StateFile {
   /// Becomes the process of a number that no other one has and that is not among `taken`.
   void Join(const std::set<DWORD>& taken);
   DWORD process() const { return process_; }
-  bool IsAlive(DWORD process);
+  bool IsAlive(DWORD process) const;
 
  private:
   static constexpr DWORD kTurn = 0;  // the place of who holds the file; process N has place N

@@ -77,15 +77,15 @@ LockFile::~LockFile() {
   ::close(static_cast<int>(file_));
 }
 
-bool LockFile::Lock(DWORD place, bool wait) {
+bool LockFile::Lock(DWORD place, bool wait) const {
   return ChangeLock(static_cast<int>(file_), place, F_WRLCK, wait);
 }
 
-void LockFile::Unlock(DWORD place) {
+void LockFile::Unlock(DWORD place) const {
   ChangeLock(static_cast<int>(file_), place, F_UNLCK, false);
 }
 
-std::optional<std::uint64_t> LockFile::Number() {
+std::optional<std::uint64_t> LockFile::Number() const {
   std::array<char, sizeof(std::uint64_t)> bytes{};
   const ssize_t read = ::pread(static_cast<int>(file_), bytes.data(), bytes.size(), 0);
   if (read < 0) return std::nullopt;
@@ -94,7 +94,7 @@ std::optional<std::uint64_t> LockFile::Number() {
   return number;
 }
 
-DWORD LockFile::SetNumber(std::uint64_t number) {
+DWORD LockFile::SetNumber(std::uint64_t number) const {
   const ssize_t written = ::pwrite(static_cast<int>(file_), &number, sizeof number, 0);
   return written == sizeof number ? ERROR_SUCCESS : Win32CodeOf(written < 0 ? errno : ENOSPC);
 }

@@ -44,18 +44,18 @@ LockFile::~LockFile() {
   ::CloseHandle(HandleOf(file_));
 }
 
-bool LockFile::Lock(DWORD place, bool wait) {
+bool LockFile::Lock(DWORD place, bool wait) const {
   OVERLAPPED position = At(kFirstPlace + place);
   const DWORD flags = LOCKFILE_EXCLUSIVE_LOCK | (wait ? 0 : LOCKFILE_FAIL_IMMEDIATELY);
   return ::LockFileEx(HandleOf(file_), flags, 0, 1, 0, &position) != FALSE;
 }
 
-void LockFile::Unlock(DWORD place) {
+void LockFile::Unlock(DWORD place) const {
   OVERLAPPED position = At(kFirstPlace + place);
   ::UnlockFileEx(HandleOf(file_), 0, 1, 0, &position);
 }
 
-std::optional<std::uint64_t> LockFile::Number() {
+std::optional<std::uint64_t> LockFile::Number() const {
   OVERLAPPED position = At(0);
   std::uint64_t number = 0;
   DWORD read = 0;
@@ -65,7 +65,7 @@ std::optional<std::uint64_t> LockFile::Number() {
   return read == sizeof number ? number : 0;
 }
 
-DWORD LockFile::SetNumber(std::uint64_t number) {
+DWORD LockFile::SetNumber(std::uint64_t number) const {
   OVERLAPPED position = At(0);
   DWORD written = 0;
   if (::WriteFile(HandleOf(file_), &number, sizeof number, &written, &position) == FALSE) return ::GetLastError();

@@ -191,8 +191,8 @@ class SnapshotService {
   HRESULT DeleteEach(const GUID& id, VSS_OBJECT_TYPE type, LONG& deleted, GUID& notDeleted);
 
   // snapshot_state.cpp
-  HRESULT Saved();
-  void NoticeChange();
+  HRESULT Saved() const;
+  void NoticeChange() const;
   KnownSession* FindSession(const GUID& session);
   void KnowSession(const GUID& session);
   void ForgetSession(const GUID& session);

@@ -22,11 +22,11 @@ void SnapshotService::SetState(ServiceState state) {
   sessions_ = std::move(state.sessions);
 }
 
-void SnapshotService::NoticeChange() {
+void SnapshotService::NoticeChange() const {
   if (machine_.shared != nullptr) machine_.shared->NoticeChange();
 }
 
-HRESULT SnapshotService::Saved() {
+HRESULT SnapshotService::Saved() const {
   const DWORD error = machine_.shared == nullptr ? ERROR_SUCCESS : machine_.shared->Save();
   return error == ERROR_SUCCESS ? S_OK : HResultFromWin32(error);
 }

@@ -6,7 +6,6 @@ namespace varnel::test {
 namespace {
 
 using simulator::StateFileError;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 const HRESULT kDenied = HResultFromWin32(ERROR_ACCESS_DENIED);
@@ -100,7 +99,7 @@ TEST_F(RefusedState, AnEndedSessionThatTheHostDoesNotHaveIsRefused) {
 TEST_F(RefusedState, AFolderThatIsNotThereIsRefused) {
   const std::filesystem::path path = StatePath().parent_path() / "none" / "host.state";
   try {
-    Process(VssHost(), path);
+    const Process refused(VssHost(), path);
     FAIL() << "taken";
   } catch (const StateFileError& error) {
     EXPECT_THAT(error.what(), HasSubstr("host.state: cannot write "));
