@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "platform/win32.h"
-#include "simulator/host_file/nearest_name.h"
 #include "simulator/host_file/words.h"
 #include "text/ascii_case.h"
+#include "text/nearest_name.h"
 
 namespace varnel::simulator {
 

@@ -1,11 +1,11 @@
-#include "simulator/host_file/nearest_name.h"
+#include "text/nearest_name.h"
 
 #include <algorithm>
 #include <numeric>
 
 #include "text/unicode.h"
 
-namespace varnel::simulator {
+namespace varnel {
 namespace {
 
 char ToLower(char c) {
@@ -66,4 +66,4 @@ std::string DidYouMean(std::string_view wrong, const std::vector<std::wstring>& 
   return DidYouMean(wrong, std::vector<std::string_view>(texts.begin(), texts.end()));
 }
 
-}  // namespace varnel::simulator
+}  // namespace varnel
