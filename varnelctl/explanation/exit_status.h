@@ -18,6 +18,7 @@ enum class ExitStatus : int {
   FailedCall = 15,
   Validation = 16,
   NotAllDone = 18,
+  NotContained = 19,
 };
 
 struct ExitStatusText {
@@ -38,6 +39,7 @@ inline constexpr std::array kExitStatuses = {
     ExitStatusText{ExitStatus::FailedCall, "a platform call failed with an HRESULT"},
     ExitStatusText{ExitStatus::Validation, "validation refused the volumes or the host (250-255)"},
     ExitStatusText{ExitStatus::NotAllDone, "taken, but what was asked for afterwards is not all done"},
+    ExitStatusText{ExitStatus::NotContained, "not everything that was required would be in the set (--require)"},
 };
 
 }  // namespace varnelctl
