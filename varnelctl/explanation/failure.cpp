@@ -91,6 +91,10 @@ void ThrowLastError(const char* call) {
   throw CallFailure(call, varnel::HResultFromWin32(varnel::LastErrorOrGeneric()));
 }
 
+bool GotThrough(const Failure& failure) {
+  return failure.alertCode == VarnelException::PartialSuccess || failure.status == ExitStatus::Done;
+}
+
 std::string CatalogText(DWORD id) {
   for (const varnel::CatalogEntry& entry : varnel::Catalog()) {
     if (static_cast<DWORD>(entry.id) == id) return OneLine(WideToUtf8Lossy(varnel::FormatWide(entry.text, {})));

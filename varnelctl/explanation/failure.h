@@ -72,6 +72,9 @@ struct Failure {
   int backupStatus = -1;  ///< what SetBackupStatus is told: the alert code or the thrown HRESULT, else -1
 };
 
+/// Whether it is mere messages about a set that exists.
+bool GotThrough(const Failure& failure);
+
 /// The catalogue's text of a message that takes no arguments, in one line of UTF-8.
 std::string CatalogText(DWORD id);
 

@@ -1,7 +1,6 @@
 #include "varnelctl/sets/snapshot_run.h"
 
 #include <algorithm>
-#include <functional>
 #include <set>
 
 #include "core/alerts.h"
@@ -13,6 +12,7 @@
 #include "varnelctl/console/text.h"
 #include "varnelctl/exchange_installation.h"
 #include "varnelctl/program_search.h"
+#include "varnelctl/sets/follow_up.h"
 
 namespace varnelctl {
 namespace {
@@ -41,24 +41,14 @@ const char* StatusWordOfHostCheck(DWORD catalogId) {
   return catalogId == kUnsupportedOsId ? varnel::alert::kUnsupportedOs.tag : varnel::alert::kMissingHotfixes.tag;
 }
 
-// Messages about a set that exists, as opposed to a failure.
-bool GotThrough(const Failure& failure) {
-  return failure.alertCode == VarnelException::PartialSuccess || failure.status == ExitStatus::Done;
-}
-
-// One of the things that may be done with a set.
-struct Step {
-  std::string option;
-  std::string phase;
-  std::optional<SetState> result;  // nothing: the set stays what it is
-  std::function<void()> action;
-  std::optional<ExitStatus> failed = {};  // how a run ends over it; nothing: as its failure says
-};
-
 class SnapshotRun {
  public:
   SnapshotRun(Session& session, const SnapshotOptions& options, SnapshotOutcome& outcome)
-      : session_(session), options_(options), outcome_(outcome), phases_(session) {
+      : session_(session),
+        options_(options),
+        outcome_(outcome),
+        phases_(session),
+        followUp_(session, options, outcome, phases_) {
     for (const std::string& disk : options.disks) serialNumbers_.push_back(varnel::Utf8ToWideLossy(disk));
   }
 
@@ -66,8 +56,8 @@ class SnapshotRun {
     Attempt([&] { Sequence(); });
     AdviseOnMissingWriter();
     Complete();
-    FollowUp();
-    TellCopiesLeft();
+    followUp_.Run();
+    followUp_.TellWhatIsLeft();
     phases_.StopWatching();
     for (const VssWriter& writer : requestor_.GetWriters()) outcome_.explanation.push_back({&writer, Reason::None, {}});
     Attempt([&] {
@@ -78,8 +68,6 @@ class SnapshotRun {
   }
 
  private:
-  using Copies = std::optional<std::vector<ListedCopy>>;  // nothing: the service did not say
-
   void Sequence() {
     CheckDisks();
     ValidateHost();
@@ -167,7 +155,7 @@ class SnapshotRun {
     } catch (const VarnelException& alert) {
       const int code = alert.GetAlertCode();
       if (code != VarnelException::PartialSuccess && code != VarnelException::ExtraVolumes) throw;
-      NoteFailure();
+      outcome_.NoteFailure(session_.call());
       if (code == VarnelException::ExtraVolumes && options_.acceptExtraVolumes) {
         outcome_.failure->status = ExitStatus::Done;
         outcome_.failure->backupStatus = 0;
@@ -213,14 +201,13 @@ class SnapshotRun {
            L": install it, or add its folder to the PATH";
   }
 
-  // The set is looked at before and after only where its state cannot be told otherwise.
   void Complete() {
     const int code = outcome_.failure ? outcome_.failure->backupStatus : 0;
     outcome_.gotThrough = outcome_.taken && (!outcome_.failure || GotThrough(*outcome_.failure));
     Attempt([&] { outcome_.shadowCopies = FindShadowCopies(requestor_, locations_, outcome_.enumerator); });
-    const Copies copiesBefore = !outcome_.gotThrough && MayBeListed() ? AskForCopies() : std::nullopt;
+    followUp_.LookBeforeCompletion();
     Attempt([&] { phases_.RunAnyway("SetBackupStatus", [&] { TellWriters(code); }); });
-    outcome_.setState = outcome_.gotThrough ? StateOfExistingSet() : StateAfterFailure(copiesBefore);
+    followUp_.LookAfterCompletion();
   }
 
   // Messages are no failure of the completion: the writers were told, and the set is there.
@@ -229,174 +216,13 @@ class SnapshotRun {
       requestor_.SetBackupStatus(code, details_);
     } catch (const VarnelException& alert) {
       if (alert.GetAlertCode() != VarnelException::PartialSuccess) throw;
-      NoteFailure();
-    }
-  }
-
-  // The service lists neither what it was never asked to make nor what is not surfaced here.
-  bool MayBeListed() const {
-    const std::vector<SnapshotVolumeInfo>& volumes = requestor_.GetSnapshotVolumes();
-    const bool complete = !volumes.empty() && std::none_of(volumes.begin(), volumes.end(), [](const auto& volume) {
-      return volume.snapshotId.empty();
-    });
-    return complete && !options_.IsTransportable();
-  }
-
-  SetState StateOfExistingSet() const {
-    const bool goes = (options_.context & VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE) == 0 && !options_.IsTransportable();
-    return goes ? SetState::Released : SetState::Kept;
-  }
-
-  SetState StateAfterFailure(const Copies& copiesBefore) {
-    if (!MayBeListed()) {
-      if (outcome_.taken) return StateOfExistingSet();
-      const std::vector<SnapshotVolumeInfo>& volumes = requestor_.GetSnapshotVolumes();
-      const bool begun = !volumes.empty() && !volumes.back().snapshotId.empty();
-      return begun ? SetState::Unknown : SetState::None;
-    }
-    if (!copiesBefore) return SetState::Unknown;
-    if (copiesBefore->empty()) return SetState::None;
-    const Copies copiesAfter = AskForCopies();
-    if (!copiesAfter) return SetState::Unknown;
-    if (copiesAfter->empty()) return SetState::Deleted;
-    outcome_.copiesLeft = *copiesAfter;
-    return StateOfExistingSet();
-  }
-
-  Copies AskForCopies() {
-    Copies copies;
-    Attempt([&] { copies = ListShadowCopies(requestor_.GetSnapShotSetId()); });
-    return copies;
-  }
-
-  // The library tells of them in its log alone.
-  void TellCopiesLeft() {
-    if (outcome_.copiesLeft.empty()) return;
-    const std::string setId = Printable(requestor_.GetSnapShotSetId());
-    std::string copies;
-    for (const ListedCopy& copy : outcome_.copiesLeft) {
-      copies += (copies.empty() ? "" : ", ") + Printable(SourceOf(copy)) + " (shadow copy " +
-                Printable(copy.snapshotId) + ")";
-    }
-    const char* const remedy =
-        outcome_.setState == SetState::Released
-            ? "; what is still there after this program has ended is deleted in diskshadow with: "
-            : "; to be deleted in diskshadow with: ";
-    outcome_.failure->details.push_back("left of snapshot set " + setId + ": " + copies + remedy +
-                                        "delete shadows set " + setId);
-  }
-
-  // As people know it.
-  std::wstring SourceOf(const ListedCopy& copy) const {
-    for (const ShadowCopyView& view : outcome_.shadowCopies) {
-      if (view.volume.snapshotId == copy.snapshotId && !view.mountPoint.empty()) return view.mountPoint;
-    }
-    return copy.volume;
-  }
-
-  void FollowUp() {
-    std::string reason = WhyNothingFollows();
-    for (const Step& step : StepsWanted()) {
-      if (!reason.empty()) {
-        phases_.Warn(step.option + " is left out: " + reason);
-        continue;
-      }
-      try {
-        phases_.Run(step.phase, step.action);
-        outcome_.setState = step.result.value_or(outcome_.setState);
-      } catch (const Interrupted&) {
-        NoteFailure();
-        reason = "the run was interrupted";
-        phases_.Warn(step.option + " is left out: " + reason);
-      } catch (...) {
-        NoteFailure(step.failed);
-        if (!step.result) continue;  // what else is wanted of the set does not depend on it
-        reason = step.phase + " failed";
-        LookAfterFailedStep(*step.result);
-      }
-    }
-  }
-
-  // Masked disks are no longer seen on their sessions, so these end first. Elsewhere it is the other way round: a set
-  // whose disks are gone can be neither broken nor deleted.
-  std::vector<Step> StepsWanted() {
-    std::vector<Step> steps;
-    switch (options_.then) {
-      case Then::Keep:
-        break;
-      case Then::Break:
-        steps.push_back(
-            {"--then break", "BreakSnapshotSet", SetState::Broken, [this] { requestor_.BreakSnapshotSet(details_); }});
-        break;
-      case Then::Mask:
-        steps.push_back(
-            {"--then mask", "MaskSnapshotSet", SetState::Masked, [this] { requestor_.MaskSnapshotSet(details_); }});
-        break;
-      case Then::Delete:
-        steps.push_back({"--then delete", "DeleteSnapshotSet", SetState::Deleted,
-                         [this] { requestor_.DeleteSnapshotSet(details_); }, ExitStatus::NotAllDone});
-        break;
-    }
-    if (options_.disconnect) {
-      steps.insert(options_.then == Then::Mask ? steps.begin() : steps.end(),
-                   Step{"--disconnect", "DisconnectSnapshotLuns", std::nullopt,
-                        [this] { requestor_.DisconnectSnapshotLuns(details_); }});
-    }
-    return steps;
-  }
-
-  std::string WhyNothingFollows() const {
-    if (outcome_.gotThrough) return {};
-    switch (outcome_.setState) {
-      case SetState::None:
-        return "no snapshot set was taken";
-      case SetState::Deleted:
-        return "the set was deleted because the request failed";
-      default:
-        return "the request failed";
-    }
-  }
-
-  // Part of the set may be gone.
-  void LookAfterFailedStep(SetState wanted) {
-    if (!MayBeListed()) return;
-    const Copies copies = AskForCopies();
-    if (!copies) {
-      outcome_.setState = SetState::Unknown;
-    } else if (copies->empty()) {
-      outcome_.setState = wanted == SetState::Deleted ? SetState::Deleted : SetState::Unknown;
-    } else if (wanted == SetState::Deleted || copies->size() < outcome_.shadowCopies.size()) {
-      outcome_.copiesLeft = *copies;
+      outcome_.NoteFailure(session_.call());
     }
   }
 
   template <class Action>
   void Attempt(Action action) {
-    try {
-      action();
-    } catch (...) {
-      NoteFailure();
-    }
-  }
-
-  // The first failure is the outcome of the request and replaces mere messages; what else fails is a detail.
-  // `status` takes the place of the failure's own.
-  void NoteFailure(std::optional<ExitStatus> status = {}) {
-    Failure failure = DescribeFailure(std::current_exception(), session_.call());
-    failure.status = status.value_or(failure.status);
-    std::optional<Failure>& first = outcome_.failure;
-    if (!first || (GotThrough(*first) && !GotThrough(failure))) {
-      if (first) {
-        failure.details.push_back(first->message);
-        failure.details.insert(failure.details.end(), first->details.begin(), first->details.end());
-      }
-      first = std::move(failure);
-      return;
-    }
-    // An alert's message does not say where it was raised.
-    std::string detail = failure.alertCode == 0 ? failure.message : session_.call() + ": " + failure.message;
-    std::vector<std::string>& details = first->details;
-    if (std::find(details.begin(), details.end(), detail) == details.end()) details.push_back(std::move(detail));
+    outcome_.Attempt(session_, action);
   }
 
   Session& session_;
@@ -406,6 +232,7 @@ class SnapshotRun {
   std::string& details_ = session_.errorDetails;
   std::size_t requestTextLength_ = 0;
   Phases phases_;
+  FollowUp followUp_;
   std::vector<std::wstring> serialNumbers_;
   VolumeLocations locations_{outcome_.enumerator};  // as they were before the snapshot
 };
@@ -416,6 +243,23 @@ SnapshotOutcome::SnapshotOutcome(const SnapshotOptions& options)
     : requestor(MakeRequestor(options.application, options.testPoints, options.skipDbVerification)),
       isTransportable(options.IsTransportable()) {
   requestor->SetDiskAndVolumeEnumeratorObj(&enumerator);
+}
+
+void SnapshotOutcome::NoteFailure(const std::string& call, std::optional<ExitStatus> status) {
+  Failure next = DescribeFailure(std::current_exception(), call);
+  next.status = status.value_or(next.status);
+  if (!failure || (GotThrough(*failure) && !GotThrough(next))) {
+    if (failure) {
+      next.details.push_back(failure->message);
+      next.details.insert(next.details.end(), failure->details.begin(), failure->details.end());
+    }
+    failure = std::move(next);
+    return;
+  }
+  // An alert's message does not say where it was raised.
+  std::string detail = next.alertCode == 0 ? next.message : call + ": " + next.message;
+  std::vector<std::string>& details = failure->details;
+  if (std::find(details.begin(), details.end(), detail) == details.end()) details.push_back(std::move(detail));
 }
 
 void TakeSnapshot(Session& session, const SnapshotOptions& options, SnapshotOutcome& outcome) {

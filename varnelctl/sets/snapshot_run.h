@@ -34,6 +34,19 @@ struct SnapshotOutcome {
   SnapshotOutcome(const SnapshotOutcome&) = delete;
   SnapshotOutcome& operator=(const SnapshotOutcome&) = delete;
 
+  /// Notes the exception that is being handled: the first failure is the request's and replaces mere messages, what
+  /// else fails is a detail of it. \param call what was asked of the library. \param status in place of the failure's.
+  void NoteFailure(const std::string& call, std::optional<ExitStatus> status = {});
+  /// Runs `action` and notes what it throws.
+  template <class Action>
+  void Attempt(const Session& session, Action action) {
+    try {
+      action();
+    } catch (...) {
+      NoteFailure(session.call());
+    }
+  }
+
   TesselCommonClasses::DiskAndVolumeEnumerator enumerator;  ///< the requestor's
   const std::unique_ptr<CVarnel> requestor;                 ///< never null
   const bool isTransportable;

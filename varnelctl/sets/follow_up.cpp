@@ -1,0 +1,162 @@
+#include "varnelctl/sets/follow_up.h"
+
+#include <algorithm>
+#include <functional>
+
+#include "varnelctl/console/text.h"
+
+namespace varnelctl {
+
+// One of the things that may be done with a set.
+struct FollowUp::Step {
+  std::string option;
+  std::string phase;
+  std::optional<SetState> result;  // nothing: the set stays what it is
+  std::function<void()> action;
+  std::optional<ExitStatus> failed = {};  // how a run ends over it; nothing: as its failure says
+};
+
+void FollowUp::LookBeforeCompletion() {
+  if (!outcome_.gotThrough && MayBeListed()) copiesBefore_ = AskForCopies();
+}
+
+void FollowUp::LookAfterCompletion() {
+  outcome_.setState = outcome_.gotThrough ? StateOfExistingSet() : StateAfterFailure();
+}
+
+// The service lists neither what it was never asked to make nor what is not surfaced here.
+bool FollowUp::MayBeListed() const {
+  const std::vector<SnapshotVolumeInfo>& volumes = requestor_.GetSnapshotVolumes();
+  const bool complete = !volumes.empty() && std::none_of(volumes.begin(), volumes.end(),
+                                                         [](const auto& volume) { return volume.snapshotId.empty(); });
+  return complete && !options_.IsTransportable();
+}
+
+SetState FollowUp::StateOfExistingSet() const {
+  const bool goes = (options_.context & VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE) == 0 && !options_.IsTransportable();
+  return goes ? SetState::Released : SetState::Kept;
+}
+
+SetState FollowUp::StateAfterFailure() {
+  if (!MayBeListed()) {
+    if (outcome_.taken) return StateOfExistingSet();
+    const std::vector<SnapshotVolumeInfo>& volumes = requestor_.GetSnapshotVolumes();
+    const bool begun = !volumes.empty() && !volumes.back().snapshotId.empty();
+    return begun ? SetState::Unknown : SetState::None;
+  }
+  if (!copiesBefore_) return SetState::Unknown;
+  if (copiesBefore_->empty()) return SetState::None;
+  const Copies copiesAfter = AskForCopies();
+  if (!copiesAfter) return SetState::Unknown;
+  if (copiesAfter->empty()) return SetState::Deleted;
+  outcome_.copiesLeft = *copiesAfter;
+  return StateOfExistingSet();
+}
+
+FollowUp::Copies FollowUp::AskForCopies() {
+  Copies copies;
+  outcome_.Attempt(session_, [&] { copies = ListShadowCopies(requestor_.GetSnapShotSetId()); });
+  return copies;
+}
+
+void FollowUp::TellWhatIsLeft() {
+  if (outcome_.copiesLeft.empty()) return;
+  const std::string setId = Printable(requestor_.GetSnapShotSetId());
+  std::string copies;
+  for (const ListedCopy& copy : outcome_.copiesLeft) {
+    copies +=
+        (copies.empty() ? "" : ", ") + Printable(SourceOf(copy)) + " (shadow copy " + Printable(copy.snapshotId) + ")";
+  }
+  const char* const remedy = outcome_.setState == SetState::Released
+                                 ? "; what is still there after this program has ended is deleted in diskshadow with: "
+                                 : "; to be deleted in diskshadow with: ";
+  outcome_.failure->details.push_back("left of snapshot set " + setId + ": " + copies + remedy + "delete shadows set " +
+                                      setId);
+}
+
+// As people know it.
+std::wstring FollowUp::SourceOf(const ListedCopy& copy) const {
+  for (const ShadowCopyView& view : outcome_.shadowCopies) {
+    if (view.volume.snapshotId == copy.snapshotId && !view.mountPoint.empty()) return view.mountPoint;
+  }
+  return copy.volume;
+}
+
+void FollowUp::Run() {
+  std::string reason = WhyNothingFollows();
+  for (const Step& step : StepsWanted()) {
+    if (!reason.empty()) {
+      phases_.Warn(step.option + " is left out: " + reason);
+      continue;
+    }
+    try {
+      phases_.Run(step.phase, step.action);
+      outcome_.setState = step.result.value_or(outcome_.setState);
+    } catch (const Interrupted&) {
+      outcome_.NoteFailure(session_.call());
+      reason = "the run was interrupted";
+      phases_.Warn(step.option + " is left out: " + reason);
+    } catch (...) {
+      outcome_.NoteFailure(session_.call(), step.failed);
+      if (!step.result) continue;  // what else is wanted of the set does not depend on it
+      reason = step.phase + " failed";
+      LookAfterFailedStep(*step.result);
+    }
+  }
+}
+
+// Masked disks are no longer seen on their sessions, so these end first. Elsewhere it is the other way round: a set
+// whose disks are gone can be neither broken nor deleted.
+std::vector<FollowUp::Step> FollowUp::StepsWanted() {
+  std::string& details = session_.errorDetails;
+  std::vector<Step> steps;
+  switch (options_.then) {
+    case Then::Keep:
+      break;
+    case Then::Break:
+      steps.push_back(
+          {"--then break", "BreakSnapshotSet", SetState::Broken, [&] { requestor_.BreakSnapshotSet(details); }});
+      break;
+    case Then::Mask:
+      steps.push_back(
+          {"--then mask", "MaskSnapshotSet", SetState::Masked, [&] { requestor_.MaskSnapshotSet(details); }});
+      break;
+    case Then::Delete:
+      steps.push_back({"--then delete", "DeleteSnapshotSet", SetState::Deleted,
+                       [&] { requestor_.DeleteSnapshotSet(details); }, ExitStatus::NotAllDone});
+      break;
+  }
+  if (options_.disconnect) {
+    steps.insert(options_.then == Then::Mask ? steps.begin() : steps.end(),
+                 Step{"--disconnect", "DisconnectSnapshotLuns", std::nullopt,
+                      [&] { requestor_.DisconnectSnapshotLuns(details); }});
+  }
+  return steps;
+}
+
+std::string FollowUp::WhyNothingFollows() const {
+  if (outcome_.gotThrough) return {};
+  switch (outcome_.setState) {
+    case SetState::None:
+      return "no snapshot set was taken";
+    case SetState::Deleted:
+      return "the set was deleted because the request failed";
+    default:
+      return "the request failed";
+  }
+}
+
+// Part of the set may be gone.
+void FollowUp::LookAfterFailedStep(SetState wanted) {
+  if (!MayBeListed()) return;
+  const Copies copies = AskForCopies();
+  if (!copies) {
+    outcome_.setState = SetState::Unknown;
+  } else if (copies->empty()) {
+    outcome_.setState = wanted == SetState::Deleted ? SetState::Deleted : SetState::Unknown;
+  } else if (wanted == SetState::Deleted || copies->size() < outcome_.shadowCopies.size()) {
+    outcome_.copiesLeft = *copies;
+  }
+}
+
+}  // namespace varnelctl

@@ -1,0 +1,50 @@
+// What becomes of a snapshot set at the end of its request: what was asked for is done to it, and the service is asked
+// what is left of it.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "varnelctl/console/phases.h"
+#include "varnelctl/sets/snapshot_run.h"
+
+namespace varnelctl {
+
+/// Borrows all that it is given. Failures are noted in the outcome; nothing is thrown for them.
+class FollowUp {
+ public:
+  FollowUp(Session& session, const SnapshotOptions& options, SnapshotOutcome& outcome, Phases& phases)
+      : session_(session), options_(options), outcome_(outcome), phases_(phases) {}
+
+  /// To be called before the completion, which deletes the set of a failed request. The set is looked at before and
+  /// after only where its state cannot be told otherwise.
+  void LookBeforeCompletion();
+  void LookAfterCompletion();
+  /// Does what --then and --disconnect ask for, or warns that it is left out.
+  void Run();
+  /// Adds what could not be deleted to the failure: the library tells of it in its log alone.
+  void TellWhatIsLeft();
+
+ private:
+  using Copies = std::optional<std::vector<ListedCopy>>;  // nothing: the service did not say
+  struct Step;
+
+  bool MayBeListed() const;
+  SetState StateOfExistingSet() const;
+  SetState StateAfterFailure();
+  Copies AskForCopies();
+  std::wstring SourceOf(const ListedCopy& copy) const;
+  std::vector<Step> StepsWanted();
+  std::string WhyNothingFollows() const;
+  void LookAfterFailedStep(SetState wanted);
+
+  Session& session_;
+  const SnapshotOptions& options_;
+  SnapshotOutcome& outcome_;
+  Phases& phases_;
+  CVarnel& requestor_ = *outcome_.requestor;
+  Copies copiesBefore_;  // of a failed request
+};
+
+}  // namespace varnelctl
