@@ -13,8 +13,8 @@
 
 #include "core/varnel.h"
 #include "fuzz/fuzz_support.h"
+#include "platform/forwarding_host.h"
 #include "simulator/simulated_host.h"
-#include "tests/support/forwarding_host.h"
 #include "tests/support/recording_log.h"
 #include "tests/support/requestor_probe.h"
 #include "text/ascii_case.h"
@@ -28,7 +28,7 @@ using fuzz::Require;
 using Paths = std::set<std::wstring>;
 
 // Tells any bytes; a host file could only describe text.
-class ListHost final : public test::ForwardingHost, private MetadataService {
+class ListHost final : public ForwardingHost, private MetadataService {
  public:
   using ForwardingHost::ForwardingHost;
   MetadataService& metadata() override { return *this; }

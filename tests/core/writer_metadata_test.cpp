@@ -196,11 +196,10 @@ TEST_F(WriterMetadataTest, ADatabaseHasItsFilesBeforeItsLogs) {
 
 // A component with files of all three kinds, which no writer of the simulated host has: the files of one component, the
 // database and log files of another.
-class MixedComponent final : public ForwardingComponent {
+class MixedComponent final : public OnMachine<ForwardingComponent> {
  public:
-  MixedComponent(std::shared_ptr<simulator::Machine> machine, ComPtr<IVssWMComponent> files,
-                 ComPtr<IVssWMComponent> database)
-      : ForwardingComponent(std::move(machine), "mixed component", std::move(files)), database_(std::move(database)) {}
+  MixedComponent(MachinePtr machine, ComPtr<IVssWMComponent> files, ComPtr<IVssWMComponent> database)
+      : OnMachine(std::move(machine), std::move(files)), database_(std::move(database)) {}
   HRESULT STDMETHODCALLTYPE GetComponentInfo(PVSSCOMPONENTINFO* info) override {
     PVSSCOMPONENTINFO database = nullptr;
     if (FAILED(inner().GetComponentInfo(&held_)) || FAILED(database_->GetComponentInfo(&database))) return E_FAIL;
@@ -228,10 +227,9 @@ class MixedComponent final : public ForwardingComponent {
 };
 
 // Its one component is made of its writer's first two.
-class MixedMetadata final : public ForwardingMetadata {
+class MixedMetadata final : public OnMachine<ForwardingMetadata> {
  public:
-  MixedMetadata(std::shared_ptr<simulator::Machine> machine, ComPtr<IVssExamineWriterMetadata> metadata)
-      : ForwardingMetadata(machine, "mixed metadata", std::move(metadata)), machine_(std::move(machine)) {}
+  using OnMachine::OnMachine;
   HRESULT STDMETHODCALLTYPE GetFileCounts(UINT* includeFiles, UINT* excludeFiles, UINT* components) override {
     const HRESULT result = inner().GetFileCounts(includeFiles, excludeFiles, components);
     *components = 1;
@@ -241,28 +239,21 @@ class MixedMetadata final : public ForwardingMetadata {
     ComPtr<IVssWMComponent> files;
     ComPtr<IVssWMComponent> database;
     if (FAILED(inner().GetComponent(0, files.Put())) || FAILED(inner().GetComponent(1, database.Put()))) return E_FAIL;
-    *component = new MixedComponent(machine_, std::move(files), std::move(database));
+    *component = new MixedComponent(sharedMachine(), std::move(files), std::move(database));
     return S_OK;
   }
-
- private:
-  std::shared_ptr<simulator::Machine> machine_;
 };
 
-class MixedBackup final : public ForwardingBackup {
+class MixedBackup final : public OnMachine<ForwardingBackup> {
  public:
-  MixedBackup(std::shared_ptr<simulator::Machine> machine, ComPtr<IVssBackupComponentsEx4> backup)
-      : ForwardingBackup(machine, "mixed backup", std::move(backup)), machine_(std::move(machine)) {}
+  using OnMachine::OnMachine;
   HRESULT STDMETHODCALLTYPE GetWriterMetadata(UINT index, VSS_ID* instance,
                                               IVssExamineWriterMetadata** metadata) override {
     ComPtr<IVssExamineWriterMetadata> plain;
     const HRESULT result = inner().GetWriterMetadata(index, instance, plain.Put());
-    if (SUCCEEDED(result)) *metadata = new MixedMetadata(machine_, std::move(plain));
+    if (SUCCEEDED(result)) *metadata = new MixedMetadata(sharedMachine(), std::move(plain));
     return result;
   }
-
- private:
-  std::shared_ptr<simulator::Machine> machine_;
 };
 
 class MixedService final : public ForwardingVss {
@@ -271,10 +262,10 @@ class MixedService final : public ForwardingVss {
       : ForwardingVss(host.vss()), machine_(host.machine().shared_from_this()) {}
 
  private:
-  IVssBackupComponents* Wrap(ComPtr<IVssBackupComponentsEx4> backup) override {
+  IVssBackupComponents* Wrap(ComPtr<IVssBackupComponents> backup) override {
     return new MixedBackup(machine_, std::move(backup));
   }
-  std::shared_ptr<simulator::Machine> machine_;
+  MachinePtr machine_;
 };
 
 TEST_F(WriterMetadataTest, FilesComeBeforeDatabaseFilesAndThoseBeforeLogs) {

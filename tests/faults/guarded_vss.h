@@ -31,7 +31,7 @@ class TextShortage {
 
 /// What every object of the service needs.
 struct Seam {
-  std::shared_ptr<simulator::Machine> machine;
+  MachinePtr machine;
   TextShortage* texts = nullptr;
 
   void Free(BSTR& text) const { machine->FreeBstr(std::exchange(text, nullptr)); }
@@ -62,8 +62,7 @@ template <class Base>
 class Guarded : public Base {
  public:
   template <class Interface>
-  Guarded(const Seam& seam, ComPtr<Interface> wrapped)
-      : Base(seam.machine, "COM object of a test", std::move(wrapped)), seam_(seam) {}
+  Guarded(const Seam& seam, ComPtr<Interface> wrapped) : Base(std::move(wrapped)), seam_(seam) {}
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override {
     const memory::Outside outside;
     return Base::QueryInterface(id, object);
@@ -80,7 +79,7 @@ class Guarded : public Base {
   Seam seam_;
 };
 
-class GuardedAsync final : public Guarded<ForwardingObject<IVssAsync>> {
+class GuardedAsync final : public Guarded<ForwardingAsync> {
  public:
   using Guarded::Guarded;
   HRESULT STDMETHODCALLTYPE Cancel() override {
@@ -322,8 +321,9 @@ class GuardedBackup final : public Guarded<ForwardingBackup> {
                                               VSS_WRITER_STATE* state, HRESULT* failure, HRESULT* application,
                                               BSTR* message) override {
     const memory::Outside outside;
-    return seam().Give(inner().GetWriterStatusEx(index, instance, writer, name, state, failure, application, message),
-                       {name, message});
+    return seam().Give(
+        ForwardingBackup::GetWriterStatusEx(index, instance, writer, name, state, failure, application, message),
+        {name, message});
   }
   HRESULT STDMETHODCALLTYPE FreeWriterStatus() override {
     const memory::Outside outside;
@@ -361,11 +361,11 @@ class GuardedBackup final : public Guarded<ForwardingBackup> {
   }
   HRESULT STDMETHODCALLTYPE BreakSnapshotSetEx(VSS_ID set, DWORD flags, IVssAsync** async) override {
     const memory::Outside outside;
-    return Wrap<GuardedAsync>(seam(), inner().BreakSnapshotSetEx(set, flags, async), async);
+    return Wrap<GuardedAsync>(seam(), ForwardingBackup::BreakSnapshotSetEx(set, flags, async), async);
   }
 };
 
-class GuardedEnumerator final : public Guarded<ForwardingObject<IVssEnumObject>> {
+class GuardedEnumerator final : public Guarded<ForwardingObject<IVssEnumObject, IVssEnumObject>> {
  public:
   using Guarded::Guarded;
   HRESULT STDMETHODCALLTYPE Next(ULONG count, VSS_OBJECT_PROP* objects, ULONG* fetched) override {
@@ -386,7 +386,7 @@ class GuardedEnumerator final : public Guarded<ForwardingObject<IVssEnumObject>>
   }
 };
 
-class GuardedAdmin final : public Guarded<ForwardingObject<IVssAdmin>> {
+class GuardedAdmin final : public Guarded<ForwardingObject<IVssAdmin, IVssAdmin>> {
  public:
   using Guarded::Guarded;
   HRESULT STDMETHODCALLTYPE RegisterProvider(VSS_ID, CLSID, VSS_PWSZ, VSS_PROVIDER_TYPE, VSS_PWSZ, VSS_ID) override {
@@ -437,7 +437,7 @@ class GuardedService final : public ForwardingVss {
   }
 
  private:
-  IVssBackupComponents* Wrap(ComPtr<IVssBackupComponentsEx4> backup) override {
+  IVssBackupComponents* Wrap(ComPtr<IVssBackupComponents> backup) override {
     return new GuardedBackup(seam_, std::move(backup));
   }
 

@@ -103,8 +103,6 @@ class Liar {
 
 using Lie = Liar::Lie;
 using Subject = Liar::Subject;
-using MachinePtr = std::shared_ptr<simulator::Machine>;
-
 /// Answers a question for text.
 template <class Ask>
 HRESULT TellText(simulator::Machine& machine, Liar& liar, Subject subject, BSTR* output, Ask ask) {
@@ -151,10 +149,10 @@ HRESULT TellObject(Liar& liar, Subject subject, UINT index, Interface** output, 
   return lie == Lie::failureWithAnswer ? liar.Failure() : result;
 }
 
-class LyingFile final : public ForwardingFile {
+class LyingFile final : public OnMachine<ForwardingFile> {
  public:
   LyingFile(MachinePtr machine, ComPtr<IVssWMFiledesc> truth, Liar& liar)
-      : ForwardingFile(std::move(machine), "IVssWMFiledesc of a liar", std::move(truth)), liar_(liar) {}
+      : OnMachine(std::move(machine), std::move(truth)), liar_(liar) {}
   HRESULT STDMETHODCALLTYPE GetPath(BSTR* path) override {
     return TellText(machine(), liar_, Subject::metadata, path, [&](BSTR* text) { return inner().GetPath(text); });
   }
@@ -176,10 +174,10 @@ class LyingFile final : public ForwardingFile {
   Liar& liar_;
 };
 
-class LyingComponent final : public ForwardingComponent {
+class LyingComponent final : public OnMachine<ForwardingComponent> {
  public:
   LyingComponent(MachinePtr machine, ComPtr<IVssWMComponent> truth, Liar& liar)
-      : ForwardingComponent(std::move(machine), "IVssWMComponent of a liar", std::move(truth)), liar_(liar) {}
+      : OnMachine(std::move(machine), std::move(truth)), liar_(liar) {}
 
   HRESULT STDMETHODCALLTYPE GetComponentInfo(PVSSCOMPONENTINFO* info) override {
     *info = nullptr;
@@ -255,10 +253,10 @@ class LyingComponent final : public ForwardingComponent {
   std::vector<std::unique_ptr<VSS_COMPONENTINFO>> held_;
 };
 
-class LyingMetadata final : public ForwardingMetadata {
+class LyingMetadata final : public OnMachine<ForwardingMetadata> {
  public:
   LyingMetadata(MachinePtr machine, ComPtr<IVssExamineWriterMetadata> truth, Liar& liar)
-      : ForwardingMetadata(std::move(machine), "IVssExamineWriterMetadata of a liar", std::move(truth)), liar_(liar) {}
+      : OnMachine(std::move(machine), std::move(truth)), liar_(liar) {}
 
   HRESULT STDMETHODCALLTYPE GetIdentity(VSS_ID* instance, VSS_ID* writer, BSTR* name, VSS_USAGE_TYPE* usage,
                                         VSS_SOURCE_TYPE* source) override {
@@ -337,11 +335,10 @@ class LyingDocumentComponent final : public DocumentComponentObject {
   Liar& liar_;
 };
 
-class LyingWriterComponents final : public ForwardingWriterComponents {
+class LyingWriterComponents final : public OnMachine<ForwardingWriterComponents> {
  public:
   LyingWriterComponents(MachinePtr machine, ComPtr<IVssWriterComponentsExt> truth, Liar& liar)
-      : ForwardingWriterComponents(std::move(machine), "IVssWriterComponentsExt of a liar", std::move(truth)),
-        liar_(liar) {}
+      : OnMachine(std::move(machine), std::move(truth)), liar_(liar) {}
 
   HRESULT STDMETHODCALLTYPE GetComponentCount(UINT* components) override {
     return TellCount(liar_, Subject::document, components,
@@ -368,12 +365,10 @@ class LyingWriterComponents final : public ForwardingWriterComponents {
 };
 
 /// \param failingPercent how many of the status entries report a failure besides the lies.
-class LyingBackup final : public ForwardingBackup {
+class LyingBackup final : public OnMachine<ForwardingBackup> {
  public:
-  LyingBackup(MachinePtr machine, ComPtr<IVssBackupComponentsEx4> truth, Liar& liar, unsigned failingPercent)
-      : ForwardingBackup(std::move(machine), "IVssBackupComponents of a liar", std::move(truth)),
-        liar_(liar),
-        failingPercent_(failingPercent) {}
+  LyingBackup(MachinePtr machine, ComPtr<IVssBackupComponents> truth, Liar& liar, unsigned failingPercent)
+      : OnMachine(std::move(machine), std::move(truth)), liar_(liar), failingPercent_(failingPercent) {}
 
   HRESULT STDMETHODCALLTYPE GetWriterMetadataCount(UINT* writers) override {
     return TellCount(liar_, Subject::metadata, writers,
@@ -396,7 +391,8 @@ class LyingBackup final : public ForwardingBackup {
                                               BSTR* message) override {
     *message = nullptr;
     const HRESULT result = TellText(machine(), liar_, Subject::status, name, [&](BSTR* text) {
-      return inner().GetWriterStatusEx(index, instance, writer, text, state, failure, applicationResult, message);
+      return ForwardingBackup::GetWriterStatusEx(index, instance, writer, text, state, failure, applicationResult,
+                                                 message);
     });
     if (SUCCEEDED(result) && liar_.random().Chance(failingPercent_)) TellFailure(state, failure);
     if (SUCCEEDED(result) && liar_.Next(Subject::status) == Lie::strange) TellAnotherWriter(instance, message);
@@ -435,7 +431,7 @@ class LyingService final : public ForwardingVss {
       : ForwardingVss(host.vss()), host_(host), liar_(liar), failingPercent_(failingPercent) {}
 
  private:
-  IVssBackupComponents* Wrap(ComPtr<IVssBackupComponentsEx4> backup) override {
+  IVssBackupComponents* Wrap(ComPtr<IVssBackupComponents> backup) override {
     return new LyingBackup(host_.machine().shared_from_this(), std::move(backup), liar_, failingPercent_);
   }
 

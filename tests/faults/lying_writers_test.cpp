@@ -244,10 +244,10 @@ struct Claim {
   UINT count = kMost;
 };
 
-class BoastingComponent final : public ForwardingComponent {
+class BoastingComponent final : public OnMachine<ForwardingComponent> {
  public:
   BoastingComponent(MachinePtr machine, ComPtr<IVssWMComponent> truth, UINT files)
-      : ForwardingComponent(std::move(machine), "IVssWMComponent of a boaster", std::move(truth)), files_(files) {}
+      : OnMachine(std::move(machine), std::move(truth)), files_(files) {}
   HRESULT STDMETHODCALLTYPE GetComponentInfo(PVSSCOMPONENTINFO* info) override {
     const HRESULT result = inner().GetComponentInfo(&truth_);
     if (FAILED(result)) return result;
@@ -264,11 +264,10 @@ class BoastingComponent final : public ForwardingComponent {
   VSS_COMPONENTINFO told_{};
 };
 
-class BoastingMetadata final : public ForwardingMetadata {
+class BoastingMetadata final : public OnMachine<ForwardingMetadata> {
  public:
   BoastingMetadata(MachinePtr machine, ComPtr<IVssExamineWriterMetadata> truth, Claim claim)
-      : ForwardingMetadata(std::move(machine), "IVssExamineWriterMetadata of a boaster", std::move(truth)),
-        claim_(claim) {}
+      : OnMachine(std::move(machine), std::move(truth)), claim_(claim) {}
   HRESULT STDMETHODCALLTYPE GetFileCounts(UINT* includeFiles, UINT* excludeFiles, UINT* components) override {
     const HRESULT result = inner().GetFileCounts(includeFiles, excludeFiles, components);
     if (claim_.of == Boast::excludeFiles) *excludeFiles = claim_.count;
@@ -288,11 +287,10 @@ class BoastingMetadata final : public ForwardingMetadata {
   Claim claim_;
 };
 
-class BoastingWriterComponents final : public ForwardingWriterComponents {
+class BoastingWriterComponents final : public OnMachine<ForwardingWriterComponents> {
  public:
   BoastingWriterComponents(MachinePtr machine, ComPtr<IVssWriterComponentsExt> truth, UINT components)
-      : ForwardingWriterComponents(std::move(machine), "IVssWriterComponentsExt of a boaster", std::move(truth)),
-        components_(components) {}
+      : OnMachine(std::move(machine), std::move(truth)), components_(components) {}
   HRESULT STDMETHODCALLTYPE GetComponentCount(UINT* components) override {
     *components = components_;
     return S_OK;
@@ -302,10 +300,10 @@ class BoastingWriterComponents final : public ForwardingWriterComponents {
   UINT components_;
 };
 
-class BoastingBackup final : public ForwardingBackup {
+class BoastingBackup final : public OnMachine<ForwardingBackup> {
  public:
-  BoastingBackup(MachinePtr machine, ComPtr<IVssBackupComponentsEx4> truth, Claim claim)
-      : ForwardingBackup(std::move(machine), "IVssBackupComponents of a boaster", std::move(truth)), claim_(claim) {}
+  BoastingBackup(MachinePtr machine, ComPtr<IVssBackupComponents> truth, Claim claim)
+      : OnMachine(std::move(machine), std::move(truth)), claim_(claim) {}
   HRESULT STDMETHODCALLTYPE GetWriterMetadataCount(UINT* writers) override {
     return Count(writers, Boast::writers, &IVssBackupComponents::GetWriterMetadataCount);
   }
@@ -348,7 +346,7 @@ class WrappingService final : public ForwardingVss {
       : ForwardingVss(host.vss()), host_(host), argument_(argument) {}
 
  private:
-  IVssBackupComponents* Wrap(ComPtr<IVssBackupComponentsEx4> backup) override {
+  IVssBackupComponents* Wrap(ComPtr<IVssBackupComponents> backup) override {
     return new Backup(host_.machine().shared_from_this(), std::move(backup), argument_);
   }
 
@@ -425,10 +423,9 @@ struct Silence {
   bool inStatus = false;
 };
 
-class SilentFile final : public ForwardingFile {
+class SilentFile final : public OnMachine<ForwardingFile> {
  public:
-  SilentFile(MachinePtr machine, ComPtr<IVssWMFiledesc> truth)
-      : ForwardingFile(std::move(machine), "IVssWMFiledesc of a silent writer", std::move(truth)) {}
+  using OnMachine::OnMachine;
   HRESULT STDMETHODCALLTYPE GetPath(BSTR* path) override { return NullIfEmpty(inner().GetPath(path), path); }
   HRESULT STDMETHODCALLTYPE GetFilespec(BSTR* filespec) override {
     return NullIfEmpty(inner().GetFilespec(filespec), filespec);
@@ -441,10 +438,9 @@ class SilentFile final : public ForwardingFile {
   }
 };
 
-class SilentComponent final : public ForwardingComponent {
+class SilentComponent final : public OnMachine<ForwardingComponent> {
  public:
-  SilentComponent(MachinePtr machine, ComPtr<IVssWMComponent> truth)
-      : ForwardingComponent(std::move(machine), "IVssWMComponent of a silent writer", std::move(truth)) {}
+  using OnMachine::OnMachine;
   HRESULT STDMETHODCALLTYPE GetComponentInfo(PVSSCOMPONENTINFO* info) override {
     const HRESULT result = inner().GetComponentInfo(&truth_);
     if (FAILED(result)) return result;
@@ -468,10 +464,9 @@ class SilentComponent final : public ForwardingComponent {
   VSS_COMPONENTINFO told_{};
 };
 
-class SilentMetadata final : public ForwardingMetadata {
+class SilentMetadata final : public OnMachine<ForwardingMetadata> {
  public:
-  SilentMetadata(MachinePtr machine, ComPtr<IVssExamineWriterMetadata> truth)
-      : ForwardingMetadata(std::move(machine), "IVssExamineWriterMetadata of a silent writer", std::move(truth)) {}
+  using OnMachine::OnMachine;
   HRESULT STDMETHODCALLTYPE GetIdentity(VSS_ID* instance, VSS_ID* writer, BSTR* name, VSS_USAGE_TYPE* usage,
                                         VSS_SOURCE_TYPE* source) override {
     const HRESULT result = inner().GetIdentity(instance, writer, name, usage, source);
@@ -486,11 +481,10 @@ class SilentMetadata final : public ForwardingMetadata {
   }
 };
 
-class SilentBackup final : public ForwardingBackup {
+class SilentBackup final : public OnMachine<ForwardingBackup> {
  public:
-  SilentBackup(MachinePtr machine, ComPtr<IVssBackupComponentsEx4> truth, Silence silence)
-      : ForwardingBackup(std::move(machine), "IVssBackupComponents of a silent writer", std::move(truth)),
-        silence_(silence) {}
+  SilentBackup(MachinePtr machine, ComPtr<IVssBackupComponents> truth, Silence silence)
+      : OnMachine(std::move(machine), std::move(truth)), silence_(silence) {}
   HRESULT STDMETHODCALLTYPE GetWriterMetadata(UINT index, VSS_ID* instance,
                                               IVssExamineWriterMetadata** metadata) override {
     ComPtr<IVssExamineWriterMetadata> truth;
@@ -502,7 +496,7 @@ class SilentBackup final : public ForwardingBackup {
                                               VSS_WRITER_STATE* state, HRESULT* failure, HRESULT* applicationResult,
                                               BSTR* message) override {
     const HRESULT result =
-        inner().GetWriterStatusEx(index, instance, writer, name, state, failure, applicationResult, message);
+        ForwardingBackup::GetWriterStatusEx(index, instance, writer, name, state, failure, applicationResult, message);
     if (FAILED(result) || !silence_.inStatus) return result;
     machine().FreeBstr(std::exchange(*name, nullptr));
     machine().FreeBstr(std::exchange(*message, nullptr));
@@ -514,16 +508,15 @@ class SilentBackup final : public ForwardingBackup {
 };
 
 // Status entries, all of them of writers that nobody knows.
-class StrangersBackup final : public ForwardingBackup {
+class StrangersBackup final : public OnMachine<ForwardingBackup> {
  public:
-  StrangersBackup(MachinePtr machine, ComPtr<IVssBackupComponentsEx4> truth, HRESULT failure)
-      : ForwardingBackup(std::move(machine), "IVssBackupComponents of a stranger", std::move(truth)),
-        failure_(failure) {}
+  StrangersBackup(MachinePtr machine, ComPtr<IVssBackupComponents> truth, HRESULT failure)
+      : OnMachine(std::move(machine), std::move(truth)), failure_(failure) {}
   HRESULT STDMETHODCALLTYPE GetWriterStatusEx(UINT index, VSS_ID* instance, VSS_ID* writer, BSTR* name,
                                               VSS_WRITER_STATE* state, HRESULT* failure, HRESULT* applicationResult,
                                               BSTR* message) override {
     const HRESULT result =
-        inner().GetWriterStatusEx(index, instance, writer, name, state, failure, applicationResult, message);
+        ForwardingBackup::GetWriterStatusEx(index, instance, writer, name, state, failure, applicationResult, message);
     *instance = GUID{99, 99, 99, {}};
     *failure = failure_;
     return result;

@@ -30,8 +30,6 @@ struct Transcript {
   std::size_t checks = 0;
 };
 
-using MachinePtr = std::shared_ptr<simulator::Machine>;
-
 // Hands out text, or a null one.
 HRESULT Give(simulator::Machine& machine, HRESULT result, const std::optional<std::wstring>& text, BSTR* output) {
   *output = SUCCEEDED(result) && text ? machine.MakeBstr(*text) : nullptr;
@@ -99,13 +97,10 @@ class ToldWriter final : public IVssWriterComponentsExt, private simulator::Coun
 };
 
 // Answers what the scenario decides and writes down what it is asked and what the simulated service answers.
-class ToldBackup final : public ForwardingBackup {
+class ToldBackup final : public OnMachine<ForwardingBackup> {
  public:
-  ToldBackup(MachinePtr machine, ComPtr<IVssBackupComponentsEx4> wrapped, const Scenario& scenario,
-             Transcript& transcript)
-      : ForwardingBackup(std::move(machine), "IVssBackupComponents of a test", std::move(wrapped)),
-        scenario_(scenario),
-        transcript_(transcript) {}
+  ToldBackup(MachinePtr machine, ComPtr<IVssBackupComponents> wrapped, const Scenario& scenario, Transcript& transcript)
+      : OnMachine(std::move(machine), std::move(wrapped)), scenario_(scenario), transcript_(transcript) {}
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override {
     const bool asked = id == kIidVssBackupComponentsEx3;
@@ -190,7 +185,7 @@ class ToldService final : public ForwardingVss {
       : ForwardingVss(host.vss()), host_(host), scenario_(scenario), transcript_(transcript) {}
 
  private:
-  IVssBackupComponents* Wrap(ComPtr<IVssBackupComponentsEx4> backup) override {
+  IVssBackupComponents* Wrap(ComPtr<IVssBackupComponents> backup) override {
     return new ToldBackup(host_.machine().shared_from_this(), std::move(backup), scenario_, transcript_);
   }
 
