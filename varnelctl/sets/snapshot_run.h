@@ -14,6 +14,7 @@
 #include "varnelctl/session.h"
 #include "varnelctl/sets/shadow_copies.h"
 #include "varnelctl/sets/snapshot_options.h"
+#include "varnelctl/watched_host.h"
 
 namespace varnelctl {
 
@@ -29,6 +30,7 @@ enum class SetState {
 };
 
 /// What came of a request. Keeps the requestor: a set whose context releases it stays until the results were shown.
+/// While it lives its host is the current one.
 struct SnapshotOutcome {
   explicit SnapshotOutcome(const SnapshotOptions& options);
   SnapshotOutcome(const SnapshotOutcome&) = delete;
@@ -47,6 +49,8 @@ struct SnapshotOutcome {
     }
   }
 
+  WatchedHost host{varnel::CurrentHost()};  ///< first: what was obtained through it goes before it
+  const varnel::ScopedHost current{host};
   TesselCommonClasses::DiskAndVolumeEnumerator enumerator;  ///< the requestor's
   const std::unique_ptr<CVarnel> requestor;                 ///< never null
   const bool isTransportable;
