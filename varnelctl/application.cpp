@@ -12,12 +12,11 @@ namespace varnelctl {
 namespace {
 
 template <class Requestor>
-class PlannerOf final : public Planner, private Requestor {
+class Planner final : public Requestor {
  public:
-  PlannerOf() : Requestor(0) {}
-  CVarnel& requestor() override { return *this; }
+  Planner() : Requestor(0) {}
 
-  void Select(std::string& errorDetails) override {
+  void Select(std::string& errorDetails) {
     this->SelectComponentsForBackup(errorDetails);
     ListVolumes();
     for (const SnapshotVolumeInfo& volume : this->m_snapshotVolumes) CheckVolume(volume.volumeName, errorDetails);
@@ -54,6 +53,13 @@ class PlannerOf final : public Planner, private Requestor {
   }
 };
 
+template <class Requestor>
+PlanningRequestor MakePlanner() {
+  auto planner = std::make_unique<Planner<Requestor>>();
+  Planner<Requestor>& borrowed = *planner;
+  return {std::move(planner), [&borrowed](std::string& errorDetails) { borrowed.Select(errorDetails); }};
+}
+
 }  // namespace
 
 std::unique_ptr<CVarnel> MakeRequestor(Application application, DWORD testPoints, bool skipDbVerification) {
@@ -73,18 +79,18 @@ std::unique_ptr<CVarnel> MakeRequestor(Application application, DWORD testPoints
   return std::make_unique<CVarnel>(testPoints);
 }
 
-std::unique_ptr<Planner> MakePlanner(Application application) {
+PlanningRequestor MakePlanningRequestor(Application application) {
   switch (application) {
     case Application::Sql:
-      return std::make_unique<PlannerOf<SqlReq>>();
+      return MakePlanner<SqlReq>();
     case Application::Exchange:
-      return std::make_unique<PlannerOf<ExchangeReq>>();
+      return MakePlanner<ExchangeReq>();
     case Application::HyperV:
-      return std::make_unique<PlannerOf<HyperVReq>>();
+      return MakePlanner<HyperVReq>();
     case Application::None:
       break;
   }
-  return std::make_unique<PlannerOf<CVarnel>>();
+  return MakePlanner<CVarnel>();
 }
 
 bool IsWriterOf(Application application, const VssWriter& writer) {

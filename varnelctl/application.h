@@ -1,7 +1,9 @@
 // The applications that a snapshot can be consistent for.
 #pragma once
 
+#include <functional>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "core/varnel.h"
@@ -22,18 +24,14 @@ std::unique_ptr<CVarnel> MakeRequestor(Application application, DWORD testPoints
 bool IsWriterOf(Application application, const VssWriter& writer);
 
 /// A requestor that goes no further than its selection.
-class Planner {
- public:
-  virtual ~Planner() = default;
-  virtual CVarnel& requestor() = 0;
+struct PlanningRequestor {
+  std::unique_ptr<CVarnel> requestor;
   /// Selects from what was gathered, as a request would, and lists the volumes of the set (GetSnapshotVolumes, without
   /// identifiers). Asks the service whether the array's provider supports them; nothing is asked of a writer. Throws
   /// what CreateVssSnapshotSet would throw for it, VarnelException 701 at the end included.
-  virtual void Select(std::string& errorDetails) = 0;
+  std::function<void(std::string& errorDetails)> select;
 };
-
-/// The application's planner.
-std::unique_ptr<Planner> MakePlanner(Application application);
+PlanningRequestor MakePlanningRequestor(Application application);
 
 /// Who is missing on a host where no writer of the application answers, and what to do about it; one line of UTF-8.
 std::string_view MissingWriterAdvice(Application application);

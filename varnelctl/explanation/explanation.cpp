@@ -179,6 +179,7 @@ class WriterView {
         explained.place = standing.reason == Reason::None ? Place::Captured : Place::Implicit;
         if (explained.place == Place::Implicit) explained.because = At(relations.part);
       }
+      if (standing.reason != Reason::NoFiles) explained.reason = standing.reason;
     } else if (components_[index].files.empty() && relations.anyPart && relations.allPartsCaptured) {
       explained.place = Place::Container;
     } else {

@@ -21,9 +21,9 @@ enum class Place {
   LeftOut,
 };
 
-/// Why a component, or a whole writer, is left out.
+/// Why a component, or a whole writer, is left out; of one that is captured for the sake of another: why it is torn.
 enum class Reason {
-  None,              ///< it is not left out
+  None,              ///< all of it is in the set
   OtherApplication,  ///< its writer is none of this application
   NoComponents,      ///< of a writer
   NoFiles,

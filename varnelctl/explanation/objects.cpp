@@ -48,7 +48,7 @@ int Gravity(Reason reason) {
 void AddPart(ApplicationObject& object, const ComponentExplanation& part) {
   object.parts.push_back(&part);
   object.failed = object.failed || varnel::HasFailed(*part.component);
-  if (part.place == Place::LeftOut &&
+  if (part.reason != Reason::None &&
       (object.leftOut == nullptr || Gravity(part.reason) > Gravity(object.leftOut->reason))) {
     object.leftOut = &part;
   }
