@@ -264,7 +264,7 @@ TEST_F(Completion, AFailureOfTheCompletionAfterAnotherIsADetail) {
 TEST_F(Completion, AFailureTakesThePlaceOfMereMessages) {
   InstallFailingMachine();
   Fail("IVssBackupComponents::BreakSnapshotSet", VSS_E_PROVIDER_VETO);
-  const json outcome = SnapshotJson({"--app", "hyperv", "--then", "break"}, 15);
+  const json outcome = SnapshotJson({"--app", "hyperv", "--then", "break"}, 18);
 
   EXPECT_EQ(outcome["result"]["message"], "BreakSnapshotSet failed: VSS_E_PROVIDER_VETO (0x80042306)");
   EXPECT_THAT(outcome["result"]["details"].dump(), HasSubstr("Writer has failed during post snapshot event."));
@@ -422,7 +422,7 @@ TEST_F(Completion, ASetThatIsKeptCanBeDisconnected) {
 
 TEST_F(Completion, ABreakThatFailsIsTheRunsFailureAndNothingIsDisconnected) {
   Fail("IVssBackupComponents::BreakSnapshotSet", VSS_E_PROVIDER_VETO);
-  const CliResult result = Snapshot({"--then", "break", "--disconnect", "--context", "app-rollback"}, 15);
+  const CliResult result = Snapshot({"--then", "break", "--disconnect", "--context", "app-rollback"}, 18);
 
   EXPECT_EQ(result.err,
             "varnelctl: warning: --disconnect is left out: BreakSnapshotSet failed\n"
@@ -465,7 +465,7 @@ TEST_F(Completion, ADeletionThatFailsTakesThePlaceOfMereMessages) {
 TEST_F(Completion, AMaskWhoseEndIsNotKnownLeavesTheStateUnknown) {
   host().faults().FailAsync("BreakSnapshotSetEx", VSS_E_UNEXPECTED);
   Fail("IVssBackupComponents::Query", VSS_E_UNEXPECTED);
-  const CliResult result = Snapshot({"--then", "mask"}, 15);
+  const CliResult result = Snapshot({"--then", "mask"}, 18);
 
   EXPECT_THAT(result.out, HasSubstr("}: unknown, as the service did not say whether it is still there\n"));
 }
@@ -473,9 +473,12 @@ TEST_F(Completion, AMaskWhoseEndIsNotKnownLeavesTheStateUnknown) {
 TEST_F(Completion, ADisconnectThatFailsIsTheRunsFailureAndTheSetIsMaskedAllTheSame) {
   host().faults().FailCall("GetIScsiSessionListW", ERROR_ACCESS_DENIED, 0);
   const json outcome = Completed({"--then", "mask", "--disconnect"},
-                                 {"SetBackupStatus", "DisconnectSnapshotLuns", "MaskSnapshotSet"}, "masked", 15);
+                                 {"SetBackupStatus", "DisconnectSnapshotLuns", "MaskSnapshotSet"}, "masked", 18);
 
   EXPECT_EQ(outcome["result"]["hresult"], "0x80070005");
+  EXPECT_EQ(outcome["result"]["details"],
+            json({"whether the iSCSI sessions of the set's disks have ended could not be checked: GetIScsiSessionListW "
+                  "failed: Error: 0x80070005 (0x80070005)"}));
 }
 
 TEST_F(Completion, AFailureAfterAnotherIsADetail) {
@@ -627,7 +630,7 @@ INSTANTIATE_TEST_SUITE_P(Statuses, AfterAnyEnding, testing::ValuesIn(Endings()),
 TEST_F(Completion, AnyCallMayFail) {
   const Arguments arguments = Whole({"--verify", "--then", "mask", "--disconnect", "--json"});
   FailEachCall(HostWithWriter(), arguments, [&](const CliResult& result) {
-    EXPECT_THAT(result.status, AnyOf(0, 1, 10, 12, 14, 15));
+    EXPECT_THAT(result.status, AnyOf(0, 1, 10, 12, 14, 15, 18));
     const json outcome = json::parse(result.out, nullptr, false);
     ASSERT_FALSE(outcome.is_discarded()) << result.out;
     EXPECT_TRUE(result.status != 0 || outcome["setState"] == "masked") << outcome["setState"];

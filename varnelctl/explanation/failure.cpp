@@ -118,6 +118,10 @@ Failure DescribeFailure(const std::exception_ptr& exception, std::string_view ca
     Failure failure = Plain(ExitStatus::FailedCall, unfit.what());
     failure.hresult = unfit.hresult();
     return failure;
+  } catch (const NotAllDone& missing) {
+    Failure failure = Plain(ExitStatus::NotAllDone, missing.what());
+    failure.hresult = missing.hresult();
+    return failure;
   } catch (const VarnelException& alert) {
     return Alert(alert);
   } catch (const UsageError& error) {

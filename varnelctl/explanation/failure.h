@@ -72,6 +72,18 @@ struct Failure {
   int backupStatus = -1;  ///< what SetBackupStatus is told: the alert code or the thrown HRESULT, else -1
 };
 
+/// A set was taken, but what was asked for besides was not done, or nobody can say whether it was.
+class NotAllDone : public std::runtime_error {
+ public:
+  /// \param hresult of the call that failed, if one did.
+  explicit NotAllDone(const std::string& reason, std::optional<HRESULT> hresult = {})
+      : std::runtime_error(reason), hresult_(hresult) {}
+  std::optional<HRESULT> hresult() const noexcept { return hresult_; }
+
+ private:
+  std::optional<HRESULT> hresult_;
+};
+
 /// Whether it is mere messages about a set that exists.
 bool GotThrough(const Failure& failure);
 

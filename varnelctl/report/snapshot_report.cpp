@@ -91,6 +91,12 @@ Json ListedCopyJson(const ListedCopy& copy) {
           {"device", WideToUtf8Lossy(copy.device)}};
 }
 
+Json SessionJson(const IscsiSession& session) {
+  return {{"targetName", WideToUtf8Lossy(session.targetName)},
+          {"sessionId", session.sessionId},
+          {"disks", ArrayOf(session.disks, [](const auto& disk) { return WideToUtf8Lossy(disk.serialNumber); })}};
+}
+
 Json PhaseJson(const Phase& phase) {
   return {{"name", phase.name}, {"milliseconds", phase.milliseconds}};
 }
@@ -282,6 +288,7 @@ Json SnapshotDocument(const SnapshotOutcome& outcome) {
           {"writers", WritersJson(outcome.explanation)},
           {"snapshots", ArrayOf(outcome.shadowCopies, ShadowCopyJson)},
           {"copiesLeft", ArrayOf(outcome.copiesLeft, ListedCopyJson)},
+          {"sessionsLeft", ArrayOf(outcome.sessionsLeft, SessionJson)},
           {"catalog", CatalogDocument(outcome)},
           {"databases", FromLibrary(outcome.databases)},
           {"phases", ArrayOf(outcome.phases, PhaseJson)},

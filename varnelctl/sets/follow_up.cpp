@@ -13,8 +13,23 @@ struct FollowUp::Step {
   std::string phase;
   std::optional<SetState> result;  // nothing: the set stays what it is
   std::function<void()> action;
-  std::optional<ExitStatus> failed = {};  // how a run ends over it; nothing: as its failure says
 };
+
+namespace {
+
+// What `question` answers; a failure of it is told as one to find out `what`.
+template <class Question>
+auto Checked(const char* what, Question question) {
+  try {
+    return question();
+  } catch (const CallFailure& failure) {
+    throw NotAllDone(std::string(what) +
+                         " could not be checked: " + DescribeFailure(std::current_exception(), failure.what()).message,
+                     failure.hresult());
+  }
+}
+
+}  // namespace
 
 void FollowUp::LookBeforeCompletion() {
   if (!outcome_.gotThrough && MayBeListed()) copiesBefore_ = AskForCopies();
@@ -60,7 +75,11 @@ FollowUp::Copies FollowUp::AskForCopies() {
 }
 
 void FollowUp::TellWhatIsLeft() {
-  if (outcome_.copiesLeft.empty()) return;
+  if (!outcome_.copiesLeft.empty()) TellCopiesLeft();
+  TellSessionsLeft();
+}
+
+void FollowUp::TellCopiesLeft() {
   const std::string setId = Printable(requestor_.GetSnapShotSetId());
   std::string copies;
   for (const ListedCopy& copy : outcome_.copiesLeft) {
@@ -74,12 +93,31 @@ void FollowUp::TellWhatIsLeft() {
                                       setId);
 }
 
+void FollowUp::TellSessionsLeft() {
+  for (const IscsiSession& session : outcome_.sessionsLeft) {
+    std::string disks;
+    for (const auto& disk : session.disks) {
+      disks += (disks.empty() ? "" : ", ") +
+               (disk.serialNumber.empty() ? Printable(disk.diskName) : Quoted(disk.serialNumber));
+    }
+    outcome_.failure->details.push_back("iSCSI session " + session.sessionId + " to target " +
+                                        Printable(session.targetName) + " carries " + disks +
+                                        ": end what holds the disk, then log out with: iscsicli LogoutTarget " +
+                                        session.sessionId + " (iscsicli SessionList shows what is open)");
+  }
+}
+
+const ShadowCopyView* FollowUp::ViewOf(const std::wstring& snapshotId) const {
+  for (const ShadowCopyView& view : outcome_.shadowCopies) {
+    if (view.volume.snapshotId == snapshotId) return &view;
+  }
+  return nullptr;
+}
+
 // As people know it.
 std::wstring FollowUp::SourceOf(const ListedCopy& copy) const {
-  for (const ShadowCopyView& view : outcome_.shadowCopies) {
-    if (view.volume.snapshotId == copy.snapshotId && !view.mountPoint.empty()) return view.mountPoint;
-  }
-  return copy.volume;
+  const ShadowCopyView* const view = ViewOf(copy.snapshotId);
+  return view == nullptr || view->mountPoint.empty() ? copy.volume : view->mountPoint;
 }
 
 void FollowUp::Run() {
@@ -97,8 +135,11 @@ void FollowUp::Run() {
       reason = "the run was interrupted";
       phases_.Warn(step.option + " is left out: " + reason);
     } catch (...) {
-      outcome_.NoteFailure(session_.call(), step.failed);
-      if (!step.result) continue;  // what else is wanted of the set does not depend on it
+      outcome_.NoteFailure(session_.call(), ExitStatus::NotAllDone);
+      if (!step.result) {  // what else is wanted of the set does not depend on it
+        if (outcome_.sessionsLeft.empty()) outcome_.Attempt(session_, [&] { LookForSessions(); });
+        continue;
+      }
       reason = step.phase + " failed";
       LookAfterFailedStep(*step.result);
     }
@@ -122,16 +163,46 @@ std::vector<FollowUp::Step> FollowUp::StepsWanted() {
           {"--then mask", "MaskSnapshotSet", SetState::Masked, [&] { requestor_.MaskSnapshotSet(details); }});
       break;
     case Then::Delete:
-      steps.push_back({"--then delete", "DeleteSnapshotSet", SetState::Deleted,
-                       [&] { requestor_.DeleteSnapshotSet(details); }, ExitStatus::NotAllDone});
+      steps.push_back({"--then delete", "DeleteSnapshotSet", SetState::Deleted, [&] { Delete(); }});
       break;
   }
   if (options_.disconnect) {
     steps.insert(options_.then == Then::Mask ? steps.begin() : steps.end(),
-                 Step{"--disconnect", "DisconnectSnapshotLuns", std::nullopt,
-                      [&] { requestor_.DisconnectSnapshotLuns(details); }});
+                 Step{"--disconnect", "DisconnectSnapshotLuns", std::nullopt, [&] { Disconnect(); }});
   }
   return steps;
+}
+
+void FollowUp::Delete() {
+  requestor_.DeleteSnapshotSet(session_.errorDetails);
+  if (!MayBeListed()) return;
+  const auto ask = [&] { return ListShadowCopies(requestor_.GetSnapShotSetId()); };
+  if (!Checked("whether the set is gone", ask).empty()) {
+    throw NotAllDone("DeleteSnapshotSet succeeded, but shadow copies of the set are still there");
+  }
+}
+
+// The library gives up on a session that does not end and tells of it in its log alone.
+void FollowUp::Disconnect() {
+  requestor_.DisconnectSnapshotLuns(session_.errorDetails);
+  LookForSessions();
+  const std::size_t left = outcome_.sessionsLeft.size();
+  if (left != 0) throw NotAllDone(Counted(left, "iSCSI session") + " of the set's disks did not end");
+}
+
+void FollowUp::LookForSessions() {
+  constexpr char kQuestion[] = "whether the iSCSI sessions of the set's disks have ended";
+  std::vector<TesselCommonClasses::WindowsDiskDevice> disks;
+  for (const SnapshotVolumeInfo& volume : requestor_.GetSnapshotVolumes()) {
+    if (volume.snapshotDeviceName.empty()) continue;  // no disk of this host
+    const ShadowCopyView* const copy = ViewOf(volume.snapshotId);
+    if (copy == nullptr || copy->disk.diskName.empty()) {
+      throw NotAllDone(kQuestion + (" could not be checked: the disk of shadow copy " + Printable(volume.snapshotId)) +
+                       " is not known");
+    }
+    disks.push_back(copy->disk);
+  }
+  outcome_.sessionsLeft = Checked(kQuestion, [&] { return FindSessionsOf(disks); });
 }
 
 std::string FollowUp::WhyNothingFollows() const {

@@ -21,9 +21,10 @@ class FollowUp {
   /// after only where its state cannot be told otherwise.
   void LookBeforeCompletion();
   void LookAfterCompletion();
-  /// Does what --then and --disconnect ask for, or warns that it is left out.
+  /// Does what --then and --disconnect ask for and looks whether it is done, or warns that it is left out.
   void Run();
-  /// Adds what could not be deleted to the failure: the library tells of it in its log alone.
+  /// Adds the copies and sessions that are left to the failure, each with its remedy: the library tells of them in its
+  /// log alone.
   void TellWhatIsLeft();
 
  private:
@@ -34,7 +35,13 @@ class FollowUp {
   SetState StateOfExistingSet() const;
   SetState StateAfterFailure();
   Copies AskForCopies();
+  const ShadowCopyView* ViewOf(const std::wstring& snapshotId) const;
   std::wstring SourceOf(const ListedCopy& copy) const;
+  void TellCopiesLeft();
+  void TellSessionsLeft();
+  void Delete();
+  void Disconnect();
+  void LookForSessions();
   std::vector<Step> StepsWanted();
   std::string WhyNothingFollows() const;
   void LookAfterFailedStep(SetState wanted);

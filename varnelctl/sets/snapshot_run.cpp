@@ -259,6 +259,7 @@ void SnapshotOutcome::NoteFailure(const std::string& call, std::optional<ExitSta
   // An alert's message does not say where it was raised.
   std::string detail = next.alertCode == 0 ? next.message : call + ": " + next.message;
   std::vector<std::string>& details = failure->details;
+  if (detail == failure->message) return;
   if (std::find(details.begin(), details.end(), detail) == details.end()) details.push_back(std::move(detail));
 }
 

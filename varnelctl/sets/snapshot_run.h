@@ -12,6 +12,7 @@
 #include "varnelctl/explanation/explanation.h"
 #include "varnelctl/explanation/failure.h"
 #include "varnelctl/session.h"
+#include "varnelctl/sets/iscsi_sessions.h"
 #include "varnelctl/sets/shadow_copies.h"
 #include "varnelctl/sets/snapshot_options.h"
 #include "varnelctl/watched_host.h"
@@ -59,8 +60,9 @@ struct SnapshotOutcome {
   bool taken = false;       ///< a set was taken, whatever became of it
   bool gotThrough = false;  ///< with or without messages: the set is not deleted for a failure
   SetState setState = SetState::None;
-  std::vector<ListedCopy> copiesLeft;  ///< of a set that could not be deleted whole; empty for any other
-  std::string errorDetails;            ///< the alert records, without the request text before them
+  std::vector<ListedCopy> copiesLeft;      ///< of a set that could not be deleted whole; empty for any other
+  std::vector<IscsiSession> sessionsLeft;  ///< that carried disks of the set after --disconnect
+  std::string errorDetails;                ///< the alert records, without the request text before them
   std::map<std::string, ApplicationObjectMeatadataInfo> catalog;
   std::vector<ShadowCopyView> shadowCopies;
   std::string databases;

@@ -1,0 +1,1 @@
+// varnelctl: files that a run writes.
