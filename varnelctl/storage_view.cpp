@@ -82,9 +82,9 @@ std::optional<DWORD> SystemDiskNumber(DiskAndVolumeEnumerator& enumerator) {
   return device.diskName.empty() ? std::nullopt : std::optional(device.diskNumber);
 }
 
-std::vector<WindowsDiskDevice> ManagedDisks(std::vector<std::string>& warnings) {
+std::vector<WindowsDiskDevice> ManagedDisksOrWarning(std::vector<std::string>& warnings) {
   try {
-    return TesselCommonClasses::WMIDiskHelper().GetDiskDevices2k8(false);
+    return ManagedDisks();
   } catch (const TesselCommonClasses::ExceptionCommon& error) {
     warnings.push_back(OneLine(error.what()) + "; disks without volumes are not shown");
     return {};
@@ -126,6 +126,10 @@ std::string NumberList(const std::vector<DWORD>& disks) {
   return list;
 }
 
+std::vector<WindowsDiskDevice> ManagedDisks() {
+  return TesselCommonClasses::WMIDiskHelper().GetDiskDevices2k8(false);
+}
+
 StorageView ReadStorage() {
   StorageView view;
   DiskAndVolumeEnumerator enumerator;
@@ -144,7 +148,7 @@ StorageView ReadStorage() {
     disk.device = std::move(device);
     disk.volumes.push_back(std::move(volume));
   }
-  for (WindowsDiskDevice& device : ManagedDisks(view.warnings)) {
+  for (WindowsDiskDevice& device : ManagedDisksOrWarning(view.warnings)) {
     const DWORD number = device.diskNumber;
     disks.try_emplace(number, DiskView{std::move(device), false, {}});
   }

@@ -52,6 +52,10 @@ struct StorageView {
   std::vector<std::string> warnings;  ///< what could not be read
 };
 
+/// The disks that the disk management lists, those without volumes among them. Throws ExceptionCommon when it cannot be
+/// asked.
+std::vector<TesselCommonClasses::WindowsDiskDevice> ManagedDisks();
+
 /// Disks that hold volumes, and those that only the disk management knows. What cannot be read is left empty with a
 /// warning; only a failing search for volumes is a failure (CallFailure, ExceptionCommon).
 StorageView ReadStorage();

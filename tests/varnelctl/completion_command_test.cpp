@@ -74,6 +74,7 @@ class Completion : public SnapshotFixture {
   void FailWriter(simulator::WriterEvent event) { host().faults().FailWriter(WriterFails(event)); }
   void AddUnusedDisk() { host().model().disks.push_back(MakeDisk(L"TSL0003", 3, L"G:\\")); }
 
+  void InstallExchange() { Install(HostWithWriter(kExchangeWriter)); }
   void InstallFailingMachine() { Install(HostWithWriter(kHyperVWriter)).faults().FailWriter(OneComponentFails()); }
   std::size_t SurfacedCopies() { return host().machine().snapshots->SurfacedCopies().size(); }
   std::size_t ListedCopies() {
@@ -163,11 +164,12 @@ TEST_F(Completion, AFailedWriterIs600AndTheSetIsDeleted) {
 
 TEST_F(Completion, AWriterThatFailsBeforeTheSnapshotLeavesNothingToDelete) {
   FailWriter(simulator::WriterEvent::prepareBackup);
-  const CliResult result = Snapshot({"--then", "delete", "--disconnect"}, 10);
+  const CliResult result = Snapshot({"--then", "break", "--disconnect"}, 10);
 
+  EXPECT_THAT(CallsOf("IVssBackupComponents::BreakSnapshotSet"), IsEmpty());
   EXPECT_THAT(CallsOf("IVssBackupComponents::DeleteSnapshots"), IsEmpty());
   EXPECT_THAT(result.out, HasSubstr("}: not taken\n"));
-  EXPECT_THAT(result.err, StartsWith("varnelctl: warning: --then delete is left out: no snapshot set was taken\n"
+  EXPECT_THAT(result.err, StartsWith("varnelctl: warning: --then break is left out: no snapshot set was taken\n"
                                      "varnelctl: warning: --disconnect is left out: no snapshot set was taken\n"));
 }
 
@@ -227,7 +229,8 @@ TEST_F(Completion, AProviderThatCannotBeAskedForIsAWarning) {
 }
 
 TEST_F(Completion, TheWritersIdentifyThemselvesOnce) {
-  Snapshot({"--verify", "--then", "mask", "--disconnect"});
+  InstallExchange();
+  Snapshot({"--app", "exchange", "--verify", "--then", "mask", "--disconnect"});
 
   EXPECT_EQ(CallsOf("IVssBackupComponents::GatherWriterMetadata").size(), 1u);
 }
@@ -408,8 +411,10 @@ TEST_F(Completion, DisconnectingComesAfterABreak) {
 }
 
 TEST_F(Completion, ADeletedSetHasNoDisksLeftToDisconnect) {
-  Completed({"--then", "delete", "--disconnect"}, {"SetBackupStatus", "DeleteSnapshotSet", "DisconnectSnapshotLuns"},
-            "deleted");
+  ExpectRefused(Snapshot({"--then", "delete", "--disconnect"}, 2),
+                "varnelctl: --then delete does not go with --disconnect: a deleted set has no disks left to "
+                "disconnect\n");
+  Completed({"--then", "delete"}, {"SetBackupStatus", "DeleteSnapshotSet"}, "deleted");
 
   EXPECT_THAT(CallsOf("LogoutIScsiTarget"), IsEmpty());
 }
@@ -492,20 +497,31 @@ TEST_F(Completion, AFailureAfterAnotherIsADetail) {
 // --verify
 
 TEST_F(Completion, VerifyingComesBeforeTheCompletion) {
-  Completed({"--verify"}, {"VerifySnapShotData", "SetBackupStatus"}, "released");
+  InstallExchange();
+  Completed({"--app", "exchange", "--verify"}, {"VerifySnapShotData", "SetBackupStatus"}, "released");
 }
 
 TEST_F(Completion, NothingIsVerifiedOnASetThatWillBeDeleted) {
+  InstallExchange();
   AddUnusedDisk();
-  Completed({"--verify", "--disk", "TSL0001", "TSL0002", "TSL0003"}, {"SetBackupStatus"}, "deleted", 14);
+  Completed({"--app", "exchange", "--verify", "--disk", "TSL0001", "TSL0002", "TSL0003"}, {"SetBackupStatus"},
+            "deleted", 14);
 
   EXPECT_THAT(err,
               StartsWith("varnelctl: warning: --verify is left out: the request failed, and its set is deleted\n"));
 }
 
+TEST_F(Completion, OtherApplicationsHaveNothingToVerify) {
+  for (const char* application : {"none", "sql", "hyperv"}) {
+    ExpectRefused(Snapshot({"--app", application, "--verify"}, 2),
+                  "varnelctl: --verify goes with --app exchange only: for other applications there is no check of "
+                  "their files\n");
+  }
+}
+
 TEST_F(Completion, ATransportableSetCannotBeVerified) {
   ExpectRefused(
-      Snapshot({"--verify", "--context", "transportable"}, 2),
+      Snapshot({"--app", "exchange", "--verify", "--context", "transportable"}, 2),
       "varnelctl: --verify does not go with a transportable context: there would be no snapshot to verify here\n");
 }
 
@@ -515,11 +531,6 @@ TEST_F(Completion, NothingCanBeDoneToATransportableSetHere) {
                   "varnelctl: --then does not go with a transportable context: the set belongs to the array, not to "
                   "this host\n");
   }
-}
-
-TEST_F(Completion, ADiskThatIsNamedTwiceIsAWarning) {
-  EXPECT_THAT(Snapshot({"--disk", "TSL0001", "TSL0002", "TSL0001", "TSL0001"}, 14).err,
-              HasSubstr("varnelctl: warning: --disk names \"TSL0001\" twice; the library counts it twice, too\n"));
 }
 
 // Ctrl-C
@@ -554,8 +565,9 @@ TEST_F(Completion, AnInterruptionBetweenAnyTwoPhasesLeavesTheServiceFree) {
   constexpr int kMoreThanAnyRun = 50;
   for (int boundary = 1; boundary < kMoreThanAnyRun; ++boundary) {
     SCOPED_TRACE(boundary);
-    Install(HostWithWriter());
-    const CliResult result = Run(Whole({"--verify", "--then", "break", "--disconnect"}), InterruptAtBoundary(boundary));
+    InstallExchange();
+    const CliResult result =
+        Run(Whole({"--app", "exchange", "--verify", "--then", "break", "--disconnect"}), InterruptAtBoundary(boundary));
     EXPECT_EQ(host().live().Describe(), "");
     Snapshot();  // the next run
     if (result.status == 0) {
@@ -592,7 +604,7 @@ std::vector<Ending> Endings() {
       {11, "PartialSuccess", kHyperVWriter, {"--app", "hyperv"}, failOne},
       {12, "ConfigurationError", kExchangeWriter, {"--app", "sql"}},
       {13, "VerificationFailure", kExchangeWriter, {"--app", "exchange", "--verify", "--test-points", "2"}},
-      {14, "ExtraVolumes", kAnyWriter, {"--disk", "TSL0001", "TSL0002", "NONE"}},
+      {14, "ExtraVolumes", kAnyWriter, {"--disk", "TSL0001", "TSL0002", "NONE", "--accept-unknown-disks"}},
       {15, "FailedCall", kAnyWriter, {}, failCall},
       {16, "Validation", kHyperVWriter, {"--app", "hyperv"}, makeWorkstation},
   };
@@ -628,8 +640,8 @@ INSTANTIATE_TEST_SUITE_P(Statuses, AfterAnyEnding, testing::ValuesIn(Endings()),
 
 // Any one call may fail: the outcome is told as one whole document, and the next run works.
 TEST_F(Completion, AnyCallMayFail) {
-  const Arguments arguments = Whole({"--verify", "--then", "mask", "--disconnect", "--json"});
-  FailEachCall(HostWithWriter(), arguments, [&](const CliResult& result) {
+  const Arguments arguments = Whole({"--app", "exchange", "--verify", "--then", "mask", "--disconnect", "--json"});
+  FailEachCall(HostWithWriter(kExchangeWriter), arguments, [&](const CliResult& result) {
     EXPECT_THAT(result.status, AnyOf(0, 1, 10, 12, 14, 15, 18));
     const json outcome = json::parse(result.out, nullptr, false);
     ASSERT_FALSE(outcome.is_discarded()) << result.out;

@@ -102,8 +102,8 @@ TEST_F(ProgramSearchTest, ACheckerThatEndsWithTheCodeOfAMissingFileIsNotMissing)
   EXPECT_THAT(Verify(13).err, StartsWith("varnelctl: The system cannot find the file specified.\n"));
 }
 
-TEST_F(ProgramSearchTest, OtherApplicationsRunNoPrograms) {
-  Snapshot({"--disk", "TSL1001", "TSL1002", "--verify"});
+TEST_F(ProgramSearchTest, WithoutVerifyNoProgramIsLookedFor) {
+  Snapshot({"--app", "exchange", "--disk", "TSL1001", "TSL1002"});
   EXPECT_THAT(CallsOf("SetCurrentDirectoryW"), IsEmpty());
 }
 

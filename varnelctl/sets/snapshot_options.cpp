@@ -5,7 +5,9 @@
 #include <charconv>
 #include <string_view>
 
+#include "core/configuration.h"
 #include "varnelctl/explanation/failure.h"
+#include "varnelctl/sets/requested_disks.h"
 
 namespace varnelctl {
 namespace {
@@ -69,6 +71,19 @@ std::optional<DWORD> ParseNumber(std::string_view text) {
   return value;
 }
 
+// What the requestor makes a difference for.
+std::optional<DWORD> ParseWriterCode(std::string_view text) {
+  constexpr DWORD kLargest = 4;
+  const std::optional<DWORD> code = ParseNumber(text);
+  return code && *code <= kLargest ? code : std::nullopt;
+}
+
+std::optional<DWORD> ParseTestPoints(std::string_view text) {
+  constexpr DWORD kAll = varnel::kTestPointFailDoSnapshotSet | varnel::kTestPointFailFileVerification;
+  const std::optional<DWORD> mask = ParseNumber(text);
+  return mask && (*mask & ~kAll) == 0 ? mask : std::nullopt;
+}
+
 // An option whose value `parse` understands; `fault` says what a text is that it does not.
 template <class Parse>
 CLI::Option* AddParsed(CLI::App& app, const char* option, DWORD& target, Parse parse, const std::string& fault,
@@ -109,10 +124,14 @@ void AddRequestOptions(CLI::App& app, SnapshotOptions& options) {
       ->expected(1, -1)
       ->required()
       ->check(NoOption);
-  app.add_option("--writer-code", options.writerCode,
-                 "What the array asks for: with 2, 3 or 4 only the databases that its metadata service names "
-                 "(--writer-code 2); 0 unless given")
-      ->type_name("N");
+  app.add_flag("--accept-unknown-disks", options.acceptUnknownDisks,
+               "Take serial numbers that no disk of this host has: the array's set spans several hosts");
+  AddParsed(app, "--writer-code", options.writerCode, ParseWriterCode,
+            "no writer code: 0 and 1 ask for every component, 2, 3 and 4 for the databases that the array's metadata "
+            "service names",
+            "What the array asks for: with 2, 3 or 4 only the databases that its metadata service names "
+            "(--writer-code 2); 0 unless given")
+      ->type_name("0|1|2|3|4");
   std::string contexts;
   for (const std::string& name : NamesOf(kContexts)) contexts += (contexts.empty() ? "" : ", ") + name;
   AddParsed(app, "--context", options.context, ParseContext, "neither a number nor made of " + contexts,
@@ -122,7 +141,8 @@ void AddRequestOptions(CLI::App& app, SnapshotOptions& options) {
       ->type_name("N|NAME+...");
   AddChoice(app, "--backup-type", options.backupType, kBackupTypes, "What the writers prepare for (--backup-type copy)")
       ->option_text("full|incremental|differential|log|copy|other, full unless given");
-  AddParsed(app, "--test-points", options.testPoints, ParseNumber, "no number",
+  AddParsed(app, "--test-points", options.testPoints, ParseTestPoints,
+            "no mask of test points: 0x1 makes the snapshot fail, 0x2 the verification of Exchange files, 0x3 both",
             "Make steps fail on purpose: 0x1 the snapshot, after it was taken; 0x2 the verification of Exchange files "
             "(--test-points 0x1)")
       ->type_name("MASK");
@@ -185,10 +205,18 @@ void CheckSnapshotOptions(const SnapshotOptions& options, bool isSimulatedHost) 
   const auto refuseIf = [](bool holds, const char* reason) {
     if (holds) throw UsageError(reason);
   };
+  CheckDiskArguments(options.disks);
+  refuseIf(options.verify && options.application != Application::Exchange,
+           "--verify goes with --app exchange only: for other applications there is no check of their files");
   refuseIf(options.verify && options.IsTransportable(),
            "--verify does not go with a transportable context: there would be no snapshot to verify here");
   refuseIf(options.then != Then::Keep && options.IsTransportable(),
            "--then does not go with a transportable context: the set belongs to the array, not to this host");
+  refuseIf(options.then == Then::Delete && options.disconnect,
+           "--then delete does not go with --disconnect: a deleted set has no disks left to disconnect");
+  refuseIf((options.testPoints & varnel::kTestPointFailFileVerification) != 0 &&
+               options.application != Application::Exchange,
+           "--test-points 0x2 goes with --app exchange only: it makes the verification of Exchange files fail");
   refuseIf(options.skipDbVerification && options.application != Application::Exchange,
            "--skip-db-verification goes with --app exchange only");
   refuseIf(options.callsFile && !isSimulatedHost,

@@ -24,8 +24,9 @@ enum class Then {
 
 struct SnapshotOptions {
   Application application = Application::None;
-  std::vector<std::string> disks;  ///< serial numbers, as the devices report them
-  int writerCode = 0;
+  std::vector<std::string> disks;  ///< the values of --disk; ReadRequestedDisks makes serial numbers of them
+  bool acceptUnknownDisks = false;
+  DWORD writerCode = 0;
   DWORD context = 0;
   VSS_BACKUP_TYPE backupType = VSS_BT_FULL;
   DWORD testPoints = 0;

@@ -1,39 +1,20 @@
 #include "varnelctl/sets/snapshot_run.h"
 
 #include <algorithm>
-#include <set>
 
 #include "core/alerts.h"
 #include "core/configuration.h"
 #include "platform/ansi.h"
 #include "resources/catalog.h"
-#include "text/ascii_case.h"
 #include "text/unicode.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/exchange_installation.h"
 #include "varnelctl/program_search.h"
 #include "varnelctl/sets/follow_up.h"
+#include "varnelctl/sets/requested_disks.h"
 
 namespace varnelctl {
 namespace {
-
-using TesselCommonClasses::WindowsDiskDevice;
-
-std::wstring Trimmed(const std::wstring& text) {
-  const std::size_t first = text.find_first_not_of(L' ');
-  return first == text.npos ? std::wstring() : text.substr(first, text.find_last_not_of(L' ') - first + 1);
-}
-
-// What the user may have meant by a serial number that no disk has.
-std::string HintFor(const std::wstring& serialNumber, const std::vector<WindowsDiskDevice>& disks) {
-  for (const WindowsDiskDevice& disk : disks) {
-    if (!disk.serialNumber.empty() &&
-        varnel::ascii::EqualIgnoringCase(Trimmed(disk.serialNumber), Trimmed(serialNumber))) {
-      return "; there is " + Quoted(disk.serialNumber);
-    }
-  }
-  return {};
-}
 
 // The host check tells its status word in the alert record only.
 const char* StatusWordOfHostCheck(DWORD catalogId) {
@@ -48,9 +29,7 @@ class SnapshotRun {
         options_(options),
         outcome_(outcome),
         phases_(session),
-        followUp_(session, options, outcome, phases_) {
-    for (const std::string& disk : options.disks) serialNumbers_.push_back(varnel::Utf8ToWideLossy(disk));
-  }
+        followUp_(session, options, outcome, phases_) {}
 
   void Run() {
     Attempt([&] { Sequence(); });
@@ -88,20 +67,12 @@ class SnapshotRun {
   // The library takes a serial number that no disk has for an extra disk; a typing error deserves a plainer word.
   void CheckDisks() {
     phases_.Run("EnumerateDisks", [&] {
-      const std::vector<WindowsDiskDevice>& disks = outcome_.enumerator.GetDisks();
+      outcome_.enumerator.GetDisks();
       locations_.RememberAll();
-      std::set<std::wstring> seen;
-      for (const std::wstring& serialNumber : serialNumbers_) {
-        if (!seen.insert(serialNumber).second) {
-          phases_.Warn("--disk names " + Quoted(serialNumber) + " twice; the library counts it twice, too");
-        }
-        const bool known = std::any_of(disks.begin(), disks.end(),
-                                       [&](const auto& disk) { return disk.serialNumber == serialNumber; });
-        if (!known) {
-          phases_.Warn("no disk of this host has serial " + Quoted(serialNumber) + HintFor(serialNumber, disks));
-        }
-      }
     });
+    RequestedDisks requested = ReadRequestedDisks(options_.disks, outcome_.enumerator, options_.acceptUnknownDisks);
+    for (const std::string& warning : requested.warnings) phases_.Warn(warning);
+    serialNumbers_ = std::move(requested.serialNumbers);
   }
 
   void ValidateHost() {
@@ -114,14 +85,16 @@ class SnapshotRun {
 
   void ValidateVolumes() {
     phases_.Run("ValidateVolumes", [&] {
+      std::vector<std::string> disks;
       std::vector<std::string> volumes;
       for (const std::wstring& serialNumber : serialNumbers_) {
+        disks.push_back(varnel::WideToUtf8Lossy(serialNumber));
         std::vector<std::wstring> names;
         outcome_.enumerator.GetUniqueVolumeNamesForDisk(serialNumber, names);
         for (const std::wstring& name : names) volumes.push_back(varnel::WideToAnsi(name));
       }
       std::string status;
-      if (const DWORD code = requestor_.ValidateVolumes(volumes, status, details_, options_.disks, "")) {
+      if (const DWORD code = requestor_.ValidateVolumes(volumes, status, details_, disks, "")) {
         throw ValidationFailure(code, status);
       }
     });

@@ -40,11 +40,13 @@ struct SnapshotOutcome {
   /// Notes the exception that is being handled: the first failure is the request's and replaces mere messages, what
   /// else fails is a detail of it. \param call what was asked of the library. \param status in place of the failure's.
   void NoteFailure(const std::string& call, std::optional<ExitStatus> status = {});
-  /// Runs `action` and notes what it throws.
+  /// Runs `action` and notes what it throws, but for UsageError: that is no outcome of a request, as none was begun.
   template <class Action>
   void Attempt(const Session& session, Action action) {
     try {
       action();
+    } catch (const UsageError&) {
+      throw;
     } catch (...) {
       NoteFailure(session.call());
     }

@@ -1,0 +1,137 @@
+// What an administrator got wrong on the command line, and what is answered.
+#include "tests/varnelctl/snapshot_support.h"
+
+namespace varnel::test {
+namespace {
+
+using testing::EndsWith;
+using testing::Not;
+using testing::StartsWith;
+
+// --disk
+
+class DiskArguments : public SnapshotFixture {
+ protected:
+  void SetUp() override {
+    simulator::HostModel model = SmallHost();
+    model.disks.push_back(MakeDisk(L"A,B", 7, L"H:\\"));
+    model.disks.push_back(MakeDisk(L"C D", 8, L"I:\\"));
+    model.writers = {MakeWriter(L"Writer", 1,
+                                {MakeComponent(L"", L"one", {L"E:\\one", L"F:\\two"}),
+                                 MakeComponent(L"", L"list", {L"H:\\three", L"I:\\four"})})};
+    Install(model);
+  }
+  /// The refusal of these disks, before anything was asked of the service.
+  std::string Refusal(Arguments disks, const Arguments& more = {}) {
+    disks.insert(disks.begin(), "--disk");
+    disks.insert(disks.end(), more.begin(), more.end());
+    const CliResult result = Snapshot(disks, 2);
+    EXPECT_THAT(CallsOf("CreateVssBackupComponents"), IsEmpty());
+    return result.err;
+  }
+  std::vector<std::string> VolumesOf(Arguments disks) {
+    disks.insert(disks.begin(), "--disk");
+    std::vector<std::string> volumes;
+    const nlohmann::json outcome = SnapshotJson(disks);
+    for (const nlohmann::json& copy : outcome["snapshots"]) volumes.push_back(copy["volume"]);
+    return volumes;
+  }
+};
+
+TEST_F(DiskArguments, ASerialNumberIsSpeltAsTheDiskSpellsIt) {
+  for (const std::string wrong : {"tsl0001", "TSL0001 ", " TSL0001", "TSL 0001", "Tsl0001\t"}) {
+    SCOPED_TRACE(wrong);
+    const std::string quoted = wrong.ends_with('\t') ? "Tsl0001\uFFFD" : wrong;
+    EXPECT_EQ(Refusal({wrong}),
+              "varnelctl: no disk of this host has serial \"" + quoted + "\"; did you mean \"TSL0001\"?\n");
+    EXPECT_EQ(Refusal({wrong}, {"--accept-unknown-disks"}), Refusal({wrong})) << "surely a typing error";
+  }
+}
+
+TEST_F(DiskArguments, AnUnknownDiskIsRefusedWithTheNearestOne) {
+  EXPECT_EQ(Refusal({"TSL0001", "TSLO002"}),
+            "varnelctl: no disk of this host has serial \"TSLO002\"; did you mean \"TSL0002\"? (--accept-unknown-disks "
+            "takes a disk of another host)\n");
+  EXPECT_EQ(Refusal({"NONE"}, {"--accept-extra-volumes"}),
+            "varnelctl: no disk of this host has serial \"NONE\"; varnelctl disks lists those that there are "
+            "(--accept-unknown-disks takes a disk of another host)\n");
+}
+
+TEST_F(DiskArguments, AnUnknownDiskIsAWarningWhereItMayBeAnotherHosts) {
+  const CliResult result = Snapshot({"--disk", "TSL0001", "TSL0002", "TSLO002", "--accept-unknown-disks"}, 14);
+
+  EXPECT_THAT(result.err, StartsWith("varnelctl: warning: no disk of this host has serial \"TSLO002\"; did you mean "
+                                     "\"TSL0002\"?\nvarnelctl: Extra volumes found"));
+}
+
+TEST_F(DiskArguments, ADiskWithoutVolumesIsKnown) {
+  host().model().disks.push_back(MakeDisk(L"RAW", 9, L""));
+  host().model().disks.back().volumes.clear();
+
+  EXPECT_THAT(Snapshot({"--disk", "TSL0001", "TSL0002", "RAW"}, 14).err,
+              StartsWith("varnelctl: warning: disk \"RAW\" has no volume of its own to be in a set\nvarnelctl: Extra"));
+}
+
+TEST_F(DiskArguments, AnEmptySerialNumberIsRefused) {
+  EXPECT_EQ(Refusal({""}), "varnelctl: --disk: \"\" is no serial number\n");
+  EXPECT_EQ(Refusal({"TSL0001", "  "}), "varnelctl: --disk: \"  \" is no serial number\n");
+  EXPECT_THAT(host().calls().lines(), IsEmpty());
+}
+
+TEST_F(DiskArguments, ADiskIsNamedOnce) {
+  EXPECT_EQ(Refusal({"TSL0001", "TSL0002", "TSL0001"}), "varnelctl: --disk names \"TSL0001\" twice\n");
+  EXPECT_THAT(host().calls().lines(), IsEmpty());
+  EXPECT_EQ(Refusal({"TSL0001", "tsl0001 "}),
+            "varnelctl: --disk names \"TSL0001\" twice, the second time as \"tsl0001 \"\n");
+  EXPECT_EQ(Refusal({"TSL0001,TSL0002", "TSL0002"}), "varnelctl: --disk names \"TSL0002\" twice\n");
+}
+
+TEST_F(DiskArguments, TwoDisksMayDifferInCaseAlone) {
+  host().model().disks.push_back(MakeDisk(L"tsl0001", 9, L"J:\\"));
+
+  EXPECT_THAT(Snapshot({"--disk", "TSL0001", "TSL0002", "tsl0001", "--accept-extra-volumes"}).err,
+              Not(HasSubstr("twice")));
+}
+
+TEST_F(DiskArguments, AListMayStandInOneArgument) {
+  EXPECT_EQ(Refusal({"TSL0001,tsl0002"}),
+            "varnelctl: no disk of this host has serial \"tsl0002\"; did you mean \"TSL0002\"?\n");
+  const std::vector<std::string> both = VolumesOf({"TSL0001", "TSL0002"});
+  EXPECT_EQ(both.size(), 2u);
+  for (const char* list :
+       {"TSL0001,TSL0002", "TSL0001, TSL0002", "TSL0001;TSL0002", "TSL0001 TSL0002", ",TSL0001,TSL0002,"}) {
+    EXPECT_EQ(VolumesOf({list}), both) << list;
+  }
+}
+
+TEST_F(DiskArguments, ASerialNumberMayHoldWhatPartsAList) {
+  EXPECT_THAT(Refusal({"A,B;TSL0001"}), StartsWith("varnelctl: no disk of this host has serial \"A\"; "));
+  EXPECT_EQ(VolumesOf({"A,B", "C D"}).size(), 2u);
+}
+
+// Options that mean nothing
+
+TEST_F(DiskArguments, AWriterCodeMeansSomething) {
+  for (const char* code : {"0", "1"}) Snapshot({"--writer-code", code, "--test-points", "0"});
+  for (const std::string code : {"5", "9", "-1", "x", ""}) {
+    ExpectRefused(Snapshot({"--writer-code", code}, 2),
+                  "varnelctl: --writer-code: \"" + code +
+                      "\" is no writer code: 0 and 1 ask for every component, 2, 3 and 4 for the databases that the "
+                      "array's metadata service names (varnelctl");
+  }
+}
+
+TEST_F(DiskArguments, ATestPointMakesSomethingFail) {
+  for (const std::string mask : {"0xfff", "4", "-1", "many"}) {
+    ExpectRefused(Snapshot({"--test-points", mask}, 2),
+                  "varnelctl: --test-points: \"" + mask +
+                      "\" is no mask of test points: 0x1 makes the snapshot fail, 0x2 the verification of Exchange "
+                      "files, 0x3 both (varnelctl");
+  }
+  ExpectRefused(Snapshot({"--test-points", "2"}, 2),
+                "varnelctl: --test-points 0x2 goes with --app exchange only: it makes the verification of Exchange "
+                "files fail\n");
+}
+
+}  // namespace
+}  // namespace varnel::test
