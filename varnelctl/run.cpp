@@ -5,8 +5,10 @@
 #include <system_error>
 
 #include "platform/tessel/log_sink.h"
+#include "text/unicode.h"
 #include "varnelctl/command_line.h"
 #include "varnelctl/console/console.h"
+#include "varnelctl/console/output_file.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/session.h"
 #include "varnelctl/target_host.h"
@@ -17,20 +19,39 @@ namespace {
 // The process's log while a command runs, if one was asked for.
 class LogOfRun {
  public:
-  explicit LogOfRun(const GlobalOptions& options) {
-    if (!options.logFile) return;
+  explicit LogOfRun(const std::optional<std::string>& file, int lowestCategory) {
+    if (!file) return;
+    name_ = Printable(varnel::Utf8ToWideLossy(*file));
+    if (name_.empty()) throw UsageError("--log: a file name is missing");
     try {
-      sink_ = varnel::OpenLogFile(PathOf(*options.logFile), options.lowestLogCategory);
+      sink_ = varnel::OpenLogFile(PathOf(*file), lowestCategory);
     } catch (const std::system_error& error) {
       throw UsageError(OneLine(error.what()));
     }
     current_.emplace(*sink_);
   }
 
+  /// The status of the run that ended with `status`: what is missing from its log makes a success one no more.
+  ExitStatus End(Console& console, ExitStatus status) const {
+    const varnel::LostLines lost = sink_ ? sink_->Lost() : varnel::LostLines();
+    if (lost.count == 0) return status;
+    console.Error("the log " + name_ + " lost " + Counted(lost.count, "line") + ": " + lost.reason.message());
+    return status == ExitStatus::Done ? ExitStatus::NotAllDone : status;
+  }
+
  private:
+  std::string name_;
   std::unique_ptr<varnel::LogSink> sink_;
   std::optional<varnel::ScopedLog> current_;
 };
+
+void RequireDifferentFiles(const Invocation& invocation) {
+  const GlobalOptions& options = invocation.options;
+  std::vector<FileOption> files = {
+      {"--host", options.hostFile}, {"--state", options.stateFile}, {"--log", options.logFile}};
+  for (FileOption& file : invocation.command->Files()) files.push_back(std::move(file));
+  RequireDifferentFiles(files);
+}
 
 // Ends every exception: `action`'s status, or that of the failure, which is then printed.
 template <class Action>
@@ -46,16 +67,20 @@ ExitStatus RunCommand(const Invocation& invocation, Console& console, Interrupti
   if (!invocation.command) return ExitStatus::Done;
   Session session(console, invocation.options.json, std::move(interruption));
   return Guarded(session, [&] {
-    const LogOfRun log(invocation.options);
-    TargetHost host(invocation.options.hostFile, invocation.options.stateFile);
-    session.calls = host.calls();
-    // A second guard, because a failure of the command is described while its host is still there.
-    return Guarded(session, [&] { return invocation.command->Run(session); });
+    RequireDifferentFiles(invocation);
+    const LogOfRun log(invocation.options.logFile, invocation.options.lowestLogCategory);
+    const ExitStatus status = Guarded(session, [&] {
+      TargetHost host(invocation.options.hostFile, invocation.options.stateFile);
+      session.calls = host.calls();
+      // One more guard, because a failure of the command is described while its host is still there.
+      return Guarded(session, [&] { return invocation.command->Run(session); });
+    });
+    return log.End(console, status);
   });
 }
 
-ExitStatus ParseAndRun(std::vector<std::string> arguments, Console& console, InterruptionSource interruption) {
-  Invocation invocation;
+ExitStatus ParseAndRun(std::vector<std::string> arguments, Console& console, InterruptionSource interruption,
+                       Invocation& invocation) {
   try {
     invocation = ParseCommandLine(std::move(arguments), console);
   } catch (const UsageError& error) {
@@ -70,10 +95,13 @@ ExitStatus ParseAndRun(std::vector<std::string> arguments, Console& console, Int
 int RunVarnelctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& err, bool terminal,
                  InterruptionSource interruption) {
   Console console(out, err, terminal);
-  ExitStatus status = ParseAndRun(std::move(arguments), console, std::move(interruption));
+  Invocation invocation;
+  ExitStatus status = ParseAndRun(std::move(arguments), console, std::move(interruption), invocation);
   if (!console.Flush()) {
     console.Error("standard output did not take everything");
-    if (status == ExitStatus::Done) status = ExitStatus::Unexpected;
+    const std::string stands = invocation.command ? invocation.command->WhatStands() : std::string();
+    if (!stands.empty()) console.Detail("  " + stands);
+    if (status == ExitStatus::Done) status = stands.empty() ? ExitStatus::Unexpected : ExitStatus::NotAllDone;
   }
   return static_cast<int>(status);
 }

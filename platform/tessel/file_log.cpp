@@ -93,6 +93,7 @@ std::optional<std::wstring> FormatLine(const wchar_t* format, std::va_list argum
 class FileSink final : public LogSink {
  public:
   FileSink(const std::filesystem::path& path, int lowestCategory) : lowestCategory_(lowestCategory) {
+    file_.rdbuf()->pubsetbuf(nullptr, 0);
     errno = 0;
     file_.open(path, std::ios::app);
     if (!file_) {
@@ -104,32 +105,54 @@ class FileSink final : public LogSink {
   int LowestCategory() const override { return lowestCategory_; }
 
   void Write(int category, std::wstring_view source, int line, std::wstring_view text) override {
+    const std::lock_guard<std::mutex> lock(mutex_);
     try {
       WriteLine(category, source, line, text);
     } catch (const std::bad_alloc&) {
-      // The line is lost; what it tells of goes on.
+      Count(ENOMEM);
     }
+  }
+
+  void Lose() noexcept override {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    Count(ENOMEM);
+  }
+
+  LostLines Lost() const override {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return lost_;
   }
 
  private:
   void WriteLine(int category, std::wstring_view source, int line, std::wstring_view text) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    line_.clear();
+    line_.assign(torn_ ? "\n" : "");
     timeStamp_.AppendTo(line_);
     line_.append(1, ' ').append(1, LetterOf(category)).append(1, ' ');
     AppendUtf8Lossy(line_, source);
     line_.append(1, '(').append(std::to_string(line)).append(") ");
     AppendAsOneLine(line_, text);
     line_ += '\n';
-    // Each line leaves the process at once: what the log says last may be all that is known of a crash.
-    file_.write(line_.data(), static_cast<std::streamsize>(line_.size())).flush();
+    // Each line leaves the process at once, as there is no buffer: what the log says last may be all that is known of a
+    // crash. One that fails does not keep back those after it.
+    errno = 0;
+    torn_ = !file_.write(line_.data(), static_cast<std::streamsize>(line_.size()));
+    if (!torn_) return;
+    Count(errno == 0 ? EIO : errno);
+    file_.clear();
+  }
+
+  // What is lost goes on without its line.
+  void Count(int error) noexcept {
+    if (lost_.count++ == 0) lost_.reason.assign(error, std::generic_category());
   }
 
   const int lowestCategory_;
-  std::mutex mutex_;  // lines of two threads do not mix
+  mutable std::mutex mutex_;  // lines of two threads do not mix
   std::ofstream file_;
   TimeStamp timeStamp_;
   std::string line_;  // room that is kept from line to line
+  LostLines lost_;
+  bool torn_ = false;  // a part of the line before may be in the file
 };
 
 }  // namespace
@@ -158,5 +181,6 @@ void CFileLog::Log(int category, const wchar_t* source, int line, const wchar_t*
   va_start(arguments, format);
   const std::optional<std::wstring> text = varnel::FormatLine(format, arguments);
   va_end(arguments);
-  if (text) sink->Write(category, varnel::TextOf(source), line, *text);
+  if (!text) return sink->Lose();
+  sink->Write(category, varnel::TextOf(source), line, *text);
 }

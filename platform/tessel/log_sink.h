@@ -1,14 +1,22 @@
 // Where the stand-in of CFileLog writes. The maker's own library brings its own destination and does without this.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "platform/export.h"
 
 namespace varnel {
+
+/// Lines that never reached a log.
+struct LostLines {
+  std::size_t count = 0;
+  std::error_code reason;  ///< of the first
+};
 
 /// Called by every thread that logs, by several at once.
 class LogSink {
@@ -17,6 +25,10 @@ class LogSink {
   /// The lowest category (CFileLog::Category) that is written; lines below it are never formatted.
   virtual int LowestCategory() const = 0;
   virtual void Write(int category, std::wstring_view source, int line, std::wstring_view text) = 0;
+  /// There was no memory for a line.
+  virtual void Lose() noexcept {}
+  /// For a sink that keeps count.
+  virtual LostLines Lost() const { return {}; }
 };
 
 /// Makes `sink` the process's log for the guard's lifetime; `CFileLog::GetInstance()` is null without one. Belongs
@@ -32,8 +44,8 @@ class VARNEL_API ScopedLog {
   LogSink* previous_;
 };
 
-/// Appends lines to a file as UTF-8, each whole: time, category, source(line), text. Throws std::system_error when the
-/// file cannot be opened.
+/// Appends lines to a file as UTF-8, each whole: time, category, source(line), text. Counts the lines that the file
+/// does not take. Throws std::system_error when the file cannot be opened.
 VARNEL_API std::unique_ptr<LogSink> OpenLogFile(const std::filesystem::path& path, int lowestCategory);
 
 }  // namespace varnel

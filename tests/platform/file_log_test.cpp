@@ -21,6 +21,12 @@
 #include "tests/support/recording_log.h"
 #include "text/unicode.h"
 
+#ifndef _WIN32
+#include <sys/resource.h>
+
+#include <csignal>
+#endif
+
 namespace varnel {
 namespace {
 
@@ -157,6 +163,60 @@ TEST_F(LogFile, WritesWhatIsLoggedAtOnce) {
   sink->Write(CFileLog::Error, L"varnel", 1, L"before the end of the process");
   EXPECT_THAT(Lines(), SizeIs(1));
 }
+
+TEST_F(LogFile, HasLostNothingAsLongAsEveryLineIsWritten) {
+  const std::unique_ptr<LogSink> sink = OpenLogFile(path_, CFileLog::Verbose);
+  sink->Write(CFileLog::Error, L"varnel", 1, L"text");
+  EXPECT_EQ(sink->Lost().count, 0u);
+  sink->Lose();
+  EXPECT_EQ(sink->Lost().count, 1u);
+  EXPECT_EQ(sink->Lost().reason, std::errc::not_enough_memory);
+}
+
+#ifndef _WIN32
+TEST_F(LogFile, CountsTheLinesThatAFullDiskDoesNotTakeAndSaysWhy) {
+  const std::unique_ptr<LogSink> sink = OpenLogFile("/dev/full", CFileLog::Verbose);
+  for (int i = 0; i < 3; ++i) sink->Write(CFileLog::Error, L"varnel", i, L"text");
+  EXPECT_EQ(sink->Lost().count, 3u);
+  EXPECT_EQ(sink->Lost().reason, std::errc::no_space_on_device);
+}
+
+// The most bytes that a file of this process may have; a write beyond fails.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    rlimit limit = before_;
+    limit.rlim_cur = bytes;
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handler_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  rlimit before_{};
+  void (*handler_)(int);
+};
+
+TEST_F(LogFile, GoesOnWithANewLineWhereTheDiskTakesLinesAgain) {
+  const std::unique_ptr<LogSink> sink = OpenLogFile(path_, CFileLog::Verbose);
+  sink->Write(CFileLog::Error, L"varnel", 1, L"first");
+  {
+    const FileSizeLimit limit(std::filesystem::file_size(path_) + 10);
+    sink->Write(CFileLog::Error, L"varnel", 2, L"torn");
+    sink->Write(CFileLog::Error, L"varnel", 3, L"lost");
+  }
+  sink->Write(CFileLog::Error, L"varnel", 4, L"last");
+  sink->Write(CFileLog::Error, L"varnel", 5, L"very last");
+  EXPECT_THAT(Lines(), ElementsAre(HasSubstr(") first"), SizeIs(10), HasSubstr(") last"), HasSubstr(") very last")));
+  EXPECT_EQ(sink->Lost().count, 2u);
+  EXPECT_EQ(sink->Lost().reason, std::errc::file_too_large);
+}
+#endif
 
 TEST_F(LogFile, KnowsItsLowestCategory) {
   EXPECT_EQ(OpenLogFile(path_, CFileLog::Warning)->LowestCategory(), CFileLog::Warning);

@@ -118,12 +118,6 @@ TEST_F(SnapshotCommand, WritesTheDocumentTheCatalogueAndTheCalls) {
   EXPECT_THAT(saved, testing::EndsWith("IVssBackupComponents::FreeWriterMetadata() = S_OK\n"));
 }
 
-TEST_F(SnapshotCommand, AFailedRunLeavesAnEarlierDocumentAsItIs) {
-  const std::string document = folder.Write("out.xml", "yesterday");
-  Snapshot({"--disk", "SYS", "--document", document}, 12);
-  EXPECT_EQ(ReadFile(document), "yesterday");
-}
-
 TEST_F(SnapshotCommand, ExtraVolumesEndWith14AndTheSetIsDeleted) {
   hostFile["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
   const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "TSL0003"}, 14);

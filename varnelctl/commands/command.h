@@ -2,8 +2,10 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <vector>
 
+#include "varnelctl/console/output_file.h"
 #include "varnelctl/explanation/exit_status.h"
 #include "varnelctl/session.h"
 
@@ -24,6 +26,10 @@ class Command {
   virtual void AddOptions(CLI::App& /*app*/) {}
   /// Runs against the current host. A failure leaves as an exception, before anything was printed.
   virtual ExitStatus Run(Session& session) = 0;
+  /// The files that its options name.
+  virtual std::vector<FileOption> Files() const { return {}; }
+  /// What the run leaves behind, in words, for somebody who does not see what it printed; empty when it is nothing.
+  virtual std::string WhatStands() const { return {}; }
 };
 
 std::unique_ptr<Command> MakeDisksCommand();

@@ -1,10 +1,8 @@
-#include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "text/unicode.h"
 #include "varnelctl/commands/command.h"
-#include "varnelctl/console/text.h"
+#include "varnelctl/console/output_file.h"
 #include "varnelctl/report/snapshot_report.h"
 #include "varnelctl/sets/snapshot_options.h"
 #include "varnelctl/sets/snapshot_run.h"
@@ -12,43 +10,32 @@
 namespace varnelctl {
 namespace {
 
-// A file that is written at the end, and only when there is something to write: what it held before stays until then,
-// and where there was none, none is left. It is tried at the start: a run of minutes must not end in a path that cannot
-// be written.
-class OutputFile {
+// The files of a run. What the run does not write is gone with it.
+class Outputs {
  public:
-  explicit OutputFile(const std::optional<std::string>& path) : path_(path) {
-    if (!path_) return;
-    std::error_code ignored;
-    file_ = std::filesystem::absolute(PathOf(*path_), ignored);
-    isNew_ = !std::filesystem::exists(file_, ignored);
-    if (!std::ofstream(file_, std::ios::binary | std::ios::app)) {
-      throw UsageError(*path_ + ": the file cannot be written");
+  Outputs(const SnapshotOptions& options, Console& console)
+      : document("--document", options.documentFile),
+        catalog("--catalog", options.catalogFile),
+        calls("--calls", options.callsFile),
+        console_(console) {}
+  ~Outputs() {
+    for (const OutputFile* file : {&document, &catalog, &calls}) {
+      try {
+        if (const std::string told = file->RemoveEarlier(); !told.empty()) console_.Warning(told);
+      } catch (const std::exception&) {
+        // No memory for the words.
+      }
     }
   }
-  ~OutputFile() {
-    std::error_code ignored;
-    if (isNew_) std::filesystem::remove(file_, ignored);
-  }
-  OutputFile(const OutputFile&) = delete;
-  OutputFile& operator=(const OutputFile&) = delete;
+  Outputs(const Outputs&) = delete;
+  Outputs& operator=(const Outputs&) = delete;
 
-  bool wanted() const { return path_.has_value(); }
-  /// The status of the run that ended with `status`: a file that does not take everything turns a success into a
-  /// failure.
-  ExitStatus Write(const std::string& text, Console& console, ExitStatus status) {
-    isNew_ = false;
-    std::ofstream file(file_, std::ios::binary | std::ios::trunc);
-    file << text << std::flush;
-    if (file.good()) return status;
-    console.Error(*path_ + ": the file did not take everything");
-    return status == ExitStatus::Done ? ExitStatus::Unexpected : status;
-  }
+  OutputFile document;
+  OutputFile catalog;
+  OutputFile calls;
 
  private:
-  std::optional<std::string> path_;  // as it was given
-  std::filesystem::path file_;       // the same wherever the current directory is when it is written
-  bool isNew_ = false;               // made here and not written yet
+  Console& console_;
 };
 
 ExitStatus Show(Session& session, const SnapshotOutcome& outcome) {
@@ -80,32 +67,42 @@ class SnapshotCommand final : public Command {
 
   ExitStatus Run(Session& session) override {
     CheckSnapshotOptions(options_, session.calls != nullptr);
-    OutputFile document(options_.documentFile);
-    OutputFile catalog(options_.catalogFile);
-    OutputFile calls(options_.callsFile);
-    const ExitStatus status = TakeAndShow(session, document, catalog);
-    if (!calls.wanted()) return status;
+    Outputs outputs(options_, session.console);
+    const ExitStatus status = TakeAndShow(session, outputs);
+    if (!options_.callsFile) return status;
     // After the requestor's end, which makes calls too.
     std::string log;
     for (const std::string& line : session.calls->lines()) log += line + "\n";
-    return calls.Write(log, session.console, status);
-  }
-
- private:
-  ExitStatus TakeAndShow(Session& session, OutputFile& document, OutputFile& catalog) const {
-    SnapshotOutcome outcome(options_);
-    TakeSnapshot(session, options_, outcome);
-    ExitStatus status = Show(session, outcome);
-    const std::string xml = varnel::WideToUtf8Lossy(outcome.requestor->GetBackupDocument());
-    if (document.wanted() && !xml.empty()) status = document.Write(xml, session.console, status);
-    if (catalog.wanted() && outcome.taken) {
-      constexpr int kIndent = 2;
-      status = catalog.Write(CatalogDocument(outcome).dump(kIndent) + "\n", session.console, status);
+    try {
+      outputs.calls.Write(log);
+    } catch (const NotAllDone& failure) {
+      session.console.Error(failure.what());
+      return status == ExitStatus::Done ? ExitStatus::NotAllDone : status;
     }
     return status;
   }
+  std::vector<FileOption> Files() const override {
+    return {
+        {"--document", options_.documentFile}, {"--catalog", options_.catalogFile}, {"--calls", options_.callsFile}};
+  }
+  std::string WhatStands() const override { return whatStands_; }
+
+ private:
+  ExitStatus TakeAndShow(Session& session, Outputs& outputs) {
+    SnapshotOutcome outcome(options_);
+    TakeSnapshot(session, options_, outcome);
+    const std::string xml = varnel::WideToUtf8Lossy(outcome.requestor->GetBackupDocument());
+    if (!xml.empty()) outcome.Attempt(session, [&] { outputs.document.Write(xml); });
+    if (outcome.taken) {
+      constexpr int kIndent = 2;
+      outcome.Attempt(session, [&] { outputs.catalog.Write(CatalogDocument(outcome).dump(kIndent) + "\n"); });
+    }
+    whatStands_ = DescribeSet(outcome);
+    return Show(session, outcome);
+  }
 
   SnapshotOptions options_;
+  std::string whatStands_;
 };
 
 }  // namespace

@@ -173,8 +173,7 @@ void PrintShadowCopy(Console& console, const ShadowCopyView& copy) {
 }
 
 void PrintSet(Console& console, const SnapshotOutcome& outcome) {
-  const std::string id = Printable(outcome.requestor->GetSnapShotSetId());
-  console.Line((id.empty() ? "Snapshot set: " : "Snapshot set " + id + ": ") + DescribeState(outcome));
+  console.Line(DescribeSet(outcome));
   for (const ShadowCopyView& copy : outcome.shadowCopies) PrintShadowCopy(console, copy);
 }
 
@@ -273,6 +272,11 @@ void PrintLeftOut(Console& console, const Explanation& explanation) {
 }
 
 }  // namespace
+
+std::string DescribeSet(const SnapshotOutcome& outcome) {
+  const std::string id = Printable(outcome.requestor->GetSnapShotSetId());
+  return (id.empty() ? "Snapshot set: " : "Snapshot set " + id + ": ") + DescribeState(outcome);
+}
 
 Json CatalogDocument(const SnapshotOutcome& outcome) {
   Json catalog = Json::object();
