@@ -42,6 +42,7 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& options, std::string& logLev
       ->type_name("FILE")
       ->needs(host);
   app.add_flag("--json", options.json, "Print one JSON document instead of text (varnelctl --json disks)");
+  app.add_flag("--verbose", options.verbose, "Tell more: the library's function beside each step of a snapshot");
   CLI::Option* log =
       app.add_option("--log", options.logFile, "Append the library's log to this file (--log varnel.log)")
           ->type_name("FILE");

@@ -15,6 +15,7 @@ struct GlobalOptions {
   std::optional<std::string> hostFile;
   std::optional<std::string> stateFile;
   bool json = false;
+  bool verbose = false;
   std::optional<std::string> logFile;
   int lowestLogCategory = 0;  ///< CFileLog::Category
 };

@@ -65,12 +65,13 @@ ExitStatus Guarded(Session& session, Action action) {
 
 ExitStatus RunCommand(const Invocation& invocation, Console& console, InterruptionSource interruption) {
   if (!invocation.command) return ExitStatus::Done;
-  Session session(console, invocation.options.json, std::move(interruption));
+  const GlobalOptions& options = invocation.options;
+  Session session(console, options.json, options.verbose, std::move(interruption));
   return Guarded(session, [&] {
     RequireDifferentFiles(invocation);
-    const LogOfRun log(invocation.options.logFile, invocation.options.lowestLogCategory);
+    const LogOfRun log(options.logFile, options.lowestLogCategory);
     const ExitStatus status = Guarded(session, [&] {
-      TargetHost host(invocation.options.hostFile, invocation.options.stateFile);
+      TargetHost host(options.hostFile, options.stateFile);
       session.calls = host.calls();
       // One more guard, because a failure of the command is described while its host is still there.
       return Guarded(session, [&] { return invocation.command->Run(session); });

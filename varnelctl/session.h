@@ -1,6 +1,7 @@
 // One run of one command: where it prints, and what it has asked the library so far.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -8,32 +9,38 @@
 #include "simulator/machine/machine.h"
 #include "varnelctl/console/console.h"
 #include "varnelctl/console/interruption.h"
+#include "varnelctl/console/step.h"
 #include "varnelctl/explanation/failure.h"
 
 namespace varnelctl {
 
 class Session {
  public:
-  Session(Console& sessionConsole, bool printJson, InterruptionSource source)
-      : console(sessionConsole), json(printJson), watchInterruption(std::move(source)) {}
+  Session(Console& sessionConsole, bool printJson, bool tellMore, InterruptionSource source)
+      : console(sessionConsole), json(printJson), verbose(tellMore), watchInterruption(std::move(source)) {}
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
   Console& console;
   const bool json;
+  const bool verbose;  ///< tells the library's functions, too
   /// Empty when nobody can interrupt.
   const InterruptionSource watchInterruption;
   /// The simulated host's call log, null on a real machine. Borrowed while the command runs.
   const varnel::simulator::CallLog* calls = nullptr;
   /// The library's error-details argument: the alert records collected so far.
   std::string errorDetails;
+  /// The step that failed, until the failure is noted.
+  std::optional<StepName> failedStep;
 
   /// Asks something of the library under the name that a failure report gives it.
   template <class Action>
   decltype(auto) Ask(std::string_view call, Action&& action) {
-    call_ = call;
+    Begin(std::string(call));
     return std::forward<Action>(action)();
   }
+  /// The same for what is asked from now on.
+  void Begin(std::string call) { call_ = std::move(call); }
   /// What was asked last.
   const std::string& call() const { return call_; }
 

@@ -19,7 +19,7 @@ void Console::Text(std::string_view text) {
 }
 
 void Console::Live(std::string_view text) {
-  out_ << text << (terminal_ ? "" : "\n") << std::flush;
+  if (terminal_) out_ << text << std::flush;
 }
 
 void Console::EndLive(std::string_view text) {

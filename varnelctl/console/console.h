@@ -20,7 +20,7 @@ class Console {
   /// Text that brings its own line ends.
   void Text(std::string_view text);
 
-  /// A line about something that is under way. On a terminal the end replaces the start.
+  /// A line about something that is under way, on a terminal only, where its end replaces it.
   void Live(std::string_view text);
   void EndLive(std::string_view text);
 

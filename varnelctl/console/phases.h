@@ -1,16 +1,26 @@
-// The steps of a run: each is announced, timed and remembered, and between two of them the user may end the run.
+// A run as people see it: what is under way is announced, timed and remembered, and between two phases the user may end
+// the run.
 #pragma once
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "varnelctl/console/interruption.h"
+#include "varnelctl/console/step.h"
 #include "varnelctl/session.h"
 
 namespace varnelctl {
+
+struct Step {
+  StepName name;
+  unsigned long long start = 0;  ///< milliseconds since the run began, like the end
+  unsigned long long end = 0;
+  bool failed = false;
+};
 
 struct Phase {
   std::string name;
@@ -23,17 +33,19 @@ class Interrupted : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Shows the phases as they start and end, unless the session prints a JSON document: that is all its reader wants.
+/// Shows the steps as they start and end, unless the session prints a JSON document: that is all its reader wants.
 class Phases {
  public:
-  /// The session is borrowed. Watches for an interruption from now on.
+  /// The session is borrowed. The run begins now, and so does the watch for an interruption.
   explicit Phases(Session& session);
 
-  /// Runs a step that asks something of the library under its name. Throws what the step throws; Interrupted, without
-  /// running it, when the user wants to end the run.
-  void Run(const std::string& name, const std::function<void()>& action);
-  /// The same for a step that nobody can interrupt.
-  void RunAnyway(const std::string& name, const std::function<void()>& action);
+  /// Runs a phase, which starts with this step. A failure is reported under the words of the step at hand. Throws what
+  /// the phase throws; Interrupted, without running it, when the user wants to end the run.
+  void Run(const StepName& first, const std::function<void()>& action);
+  /// The same for a phase that nobody can interrupt.
+  void RunAnyway(const StepName& first, const std::function<void()>& action);
+  /// Within a phase: the step at hand is done, and this one begins. Nothing happens where it is the one at hand.
+  void Enter(const StepName& next);
   void ThrowIfInterrupted() const;
   /// From now on an interruption ends the process.
   void StopWatching() { interruption_.reset(); }
@@ -42,13 +54,20 @@ class Phases {
   void Warn(const std::string& warning) { session_.console.Warning(warning); }
   /// Those that ran, in order.
   const std::vector<Phase>& list() const { return list_; }
+  const std::vector<Step>& steps() const { return steps_; }
 
  private:
-  void End(const std::string& name, unsigned long long start, const char* result);
+  unsigned long long Now() const;
+  void Begin(const StepName& step);
+  void End(bool failed);
+  void EndPhase(unsigned long long start, bool failed);
 
   Session& session_;
   std::unique_ptr<Interruption> interruption_;  // null when nobody can interrupt
+  unsigned long long runStart_;
+  std::optional<Step> current_;
   std::vector<Phase> list_;
+  std::vector<Step> steps_;
 };
 
 }  // namespace varnelctl

@@ -59,7 +59,7 @@ Failure Alert(const VarnelException& exception) {
   }
   if (exception.GetAlertCode() == VarnelException::VerificationFailure) {
     failure.details.emplace_back(
-        "a check of VerifySnapShotData failed; the log (--log FILE) has its command line and its file");
+        "a check of the snapshot failed; the log (--log FILE) has its command line and its file");
   }
   return failure;
 }

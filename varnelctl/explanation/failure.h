@@ -69,6 +69,7 @@ struct Failure {
   std::optional<HRESULT> hresult;  ///< of a failed call
   std::string message;             ///< one line of UTF-8
   std::vector<std::string> details;
+  std::string step;       ///< the key of the step that failed; empty when none did
   int backupStatus = -1;  ///< what SetBackupStatus is told: the alert code or the thrown HRESULT, else -1
 };
 

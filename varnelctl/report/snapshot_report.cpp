@@ -22,12 +22,14 @@ Json ReasonJson(Reason reason) {
 }
 
 Json ResultJson(const SnapshotOutcome& outcome) {
-  Json result = {{"alertCode", 0}, {"hresult", nullptr}, {"message", ""}, {"details", Json::array()}};
+  Json result = {
+      {"alertCode", 0}, {"hresult", nullptr}, {"message", ""}, {"details", Json::array()}, {"step", nullptr}};
   if (const std::optional<Failure>& failure = outcome.failure) {
     result["alertCode"] = failure->alertCode;
     if (failure->hresult) result["hresult"] = Hex(*failure->hresult);
     result["message"] = failure->message;
     result["details"] = failure->details;
+    if (!failure->step.empty()) result["step"] = failure->step;
   }
   return result;
 }
@@ -99,6 +101,11 @@ Json SessionJson(const IscsiSession& session) {
 
 Json PhaseJson(const Phase& phase) {
   return {{"name", phase.name}, {"milliseconds", phase.milliseconds}};
+}
+
+Json StepJson(const Step& step) {
+  return {
+      {"name", step.name.key}, {"start", step.start}, {"end", step.end}, {"result", step.failed ? "failed" : "done"}};
 }
 
 Json ObjectsJson(const ApplicationObjectMeatadataInfo& info) {
@@ -296,6 +303,7 @@ Json SnapshotDocument(const SnapshotOutcome& outcome) {
           {"catalog", CatalogDocument(outcome)},
           {"databases", FromLibrary(outcome.databases)},
           {"phases", ArrayOf(outcome.phases, PhaseJson)},
+          {"steps", ArrayOf(outcome.steps, StepJson)},
           {"document", WideToUtf8Lossy(outcome.requestor->GetBackupDocument())}};
 }
 

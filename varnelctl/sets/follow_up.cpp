@@ -4,13 +4,14 @@
 #include <functional>
 
 #include "varnelctl/console/text.h"
+#include "varnelctl/sets/snapshot_steps.h"
 
 namespace varnelctl {
 
 // One of the things that may be done with a set.
 struct FollowUp::Step {
   std::string option;
-  std::string phase;
+  StepName name;
   std::optional<SetState> result;  // nothing: the set stays what it is
   std::function<void()> action;
 };
@@ -128,19 +129,19 @@ void FollowUp::Run() {
       continue;
     }
     try {
-      phases_.Run(step.phase, step.action);
+      phases_.Run(step.name, step.action);
       outcome_.setState = step.result.value_or(outcome_.setState);
     } catch (const Interrupted&) {
-      outcome_.NoteFailure(session_.call());
+      outcome_.NoteFailure(session_);
       reason = "the run was interrupted";
       phases_.Warn(step.option + " is left out: " + reason);
     } catch (...) {
-      outcome_.NoteFailure(session_.call(), ExitStatus::NotAllDone);
+      outcome_.NoteFailure(session_, ExitStatus::NotAllDone);
       if (!step.result) {  // what else is wanted of the set does not depend on it
         if (outcome_.sessionsLeft.empty()) outcome_.Attempt(session_, [&] { LookForSessions(); });
         continue;
       }
-      reason = step.phase + " failed";
+      reason = std::string(step.name.words) + " failed";
       LookAfterFailedStep(*step.result);
     }
   }
@@ -156,19 +157,18 @@ std::vector<FollowUp::Step> FollowUp::StepsWanted() {
       break;
     case Then::Break:
       steps.push_back(
-          {"--then break", "BreakSnapshotSet", SetState::Broken, [&] { requestor_.BreakSnapshotSet(details); }});
+          {"--then break", step::kBreaking, SetState::Broken, [&] { requestor_.BreakSnapshotSet(details); }});
       break;
     case Then::Mask:
-      steps.push_back(
-          {"--then mask", "MaskSnapshotSet", SetState::Masked, [&] { requestor_.MaskSnapshotSet(details); }});
+      steps.push_back({"--then mask", step::kMasking, SetState::Masked, [&] { requestor_.MaskSnapshotSet(details); }});
       break;
     case Then::Delete:
-      steps.push_back({"--then delete", "DeleteSnapshotSet", SetState::Deleted, [&] { Delete(); }});
+      steps.push_back({"--then delete", step::kDeleting, SetState::Deleted, [&] { Delete(); }});
       break;
   }
   if (options_.disconnect) {
     steps.insert(options_.then == Then::Mask ? steps.begin() : steps.end(),
-                 Step{"--disconnect", "DisconnectSnapshotLuns", std::nullopt, [&] { Disconnect(); }});
+                 Step{"--disconnect", step::kDisconnecting, std::nullopt, [&] { Disconnect(); }});
   }
   return steps;
 }

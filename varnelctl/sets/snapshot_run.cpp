@@ -12,6 +12,7 @@
 #include "varnelctl/program_search.h"
 #include "varnelctl/sets/follow_up.h"
 #include "varnelctl/sets/requested_disks.h"
+#include "varnelctl/sets/snapshot_steps.h"
 
 namespace varnelctl {
 namespace {
@@ -22,7 +23,7 @@ const char* StatusWordOfHostCheck(DWORD catalogId) {
   return catalogId == kUnsupportedOsId ? varnel::alert::kUnsupportedOs.tag : varnel::alert::kMissingHotfixes.tag;
 }
 
-class SnapshotRun {
+class SnapshotRun final : private RequestWatcher {
  public:
   SnapshotRun(Session& session, const SnapshotOptions& options, SnapshotOutcome& outcome)
       : session_(session),
@@ -34,6 +35,7 @@ class SnapshotRun {
   void Run() {
     Attempt([&] { Sequence(); });
     AdviseOnMissingWriter();
+    NameRefusedVolume();
     Complete();
     followUp_.Run();
     followUp_.TellWhatIsLeft();
@@ -43,10 +45,34 @@ class SnapshotRun {
       outcome_.explanation = Explain(requestor_.GetWriters(), options_.application, serialNumbers_, locations_);
     });
     outcome_.phases = phases_.list();
+    outcome_.steps = phases_.steps();
     outcome_.errorDetails = details_.erase(0, requestTextLength_);
   }
 
  private:
+  // Each call belongs to the step that it begins, or to the one at hand.
+  void Before(ServiceCall call) override {
+    switch (call) {
+      case ServiceCall::AddComponent:
+      case ServiceCall::StartSnapshotSet:
+        return phases_.Enter(step::kAdding);
+      case ServiceCall::PrepareForBackup:
+        return phases_.Enter(step::kPreparing);
+      case ServiceCall::DoSnapshotSet:
+        return phases_.Enter(step::kSnapshot);
+      case ServiceCall::SaveAsXML:
+        return phases_.Enter(step::kReading);
+      default:
+        return;
+    }
+  }
+  void After(ServiceCall call, HRESULT result) override {
+    if (call == ServiceCall::GatherWriterMetadata && SUCCEEDED(result)) phases_.Enter(step::kSelecting);
+  }
+  void AfterAddToSnapshotSet(std::wstring_view volume, HRESULT result) override {
+    if (FAILED(result)) refusedVolume_ = volume;
+  }
+
   void Sequence() {
     CheckDisks();
     ValidateHost();
@@ -54,19 +80,19 @@ class SnapshotRun {
     CheckProvider();
     details_ = "writer=" + std::to_string(options_.writerCode) + ",";
     requestTextLength_ = details_.size();
-    phases_.Run("Initialize", [&] {
+    phases_.Run(step::kStarting, [&] {
       requestor_.SetInputDriveSerialNos(serialNumbers_);
       requestor_.Initialize(options_.context, L"", false, options_.backupType, details_, &outcome_.enumerator);
     });
-    phases_.Run("CreateVssSnapshotSet", [&] { Create(); });
-    phases_.Run("GetSnapshotMeatadata", [&] { ReadResults(); });
+    phases_.Run(step::kGathering, [&] { Create(); });
+    phases_.Run(step::kCataloguing, [&] { ReadResults(); });
     if (options_.verify) Verify();
     phases_.ThrowIfInterrupted();
   }
 
   // The library takes a serial number that no disk has for an extra disk; a typing error deserves a plainer word.
   void CheckDisks() {
-    phases_.Run("EnumerateDisks", [&] {
+    phases_.Run(step::kLookingForDisks, [&] {
       outcome_.enumerator.GetDisks();
       locations_.RememberAll();
     });
@@ -76,7 +102,7 @@ class SnapshotRun {
   }
 
   void ValidateHost() {
-    phases_.Run("ValidateHostConfiguration", [&] {
+    phases_.Run(step::kCheckingHost, [&] {
       if (const DWORD code = requestor_.ValidateHostConfiguration(details_)) {
         throw ValidationFailure(code, StatusWordOfHostCheck(code));
       }
@@ -84,7 +110,7 @@ class SnapshotRun {
   }
 
   void ValidateVolumes() {
-    phases_.Run("ValidateVolumes", [&] {
+    phases_.Run(step::kCheckingVolumes, [&] {
       std::vector<std::string> disks;
       std::vector<std::string> volumes;
       for (const std::wstring& serialNumber : serialNumbers_) {
@@ -104,13 +130,12 @@ class SnapshotRun {
   // early. The writers are not looked for here: every writer would have to identify itself twice, which costs half a
   // minute on a large server, and the request says itself that none is there.
   void CheckProvider() {
-    constexpr char kPhase[] = "IsTesselVSSProviderPresent";
-    phases_.Run(kPhase, [&] {
+    phases_.Run(step::kLookingForProvider, [&] {
       try {
         if (requestor_.IsTesselVSSProviderPresent()) return;
         phases_.Warn("the array's VSS hardware provider is not registered on this host");
       } catch (long) {
-        phases_.Warn(DescribeFailure(std::current_exception(), kPhase).message);
+        phases_.Warn(DescribeFailure(std::current_exception(), session_.call()).message);
       }
     });
   }
@@ -121,6 +146,14 @@ class SnapshotRun {
     outcome_.failure->details.emplace_back(MissingWriterAdvice(options_.application));
   }
 
+  void NameRefusedVolume() {
+    if (!outcome_.failure || refusedVolume_.empty()) return;
+    const VolumeLocation& location = locations_.Of(refusedVolume_);
+    const std::wstring& name = location.mountPoint.empty() ? refusedVolume_ : location.mountPoint;
+    outcome_.failure->details.push_back("for volume " + Printable(name) + " (disk " + Quoted(location.serialNumber) +
+                                        ")");
+  }
+
   // A set that exists with messages is shown like one without.
   void Create() {
     try {
@@ -128,7 +161,7 @@ class SnapshotRun {
     } catch (const VarnelException& alert) {
       const int code = alert.GetAlertCode();
       if (code != VarnelException::PartialSuccess && code != VarnelException::ExtraVolumes) throw;
-      outcome_.NoteFailure(session_.call());
+      outcome_.NoteFailure(session_);
       if (code == VarnelException::ExtraVolumes && options_.acceptExtraVolumes) {
         outcome_.failure->status = ExitStatus::Done;
         outcome_.failure->backupStatus = 0;
@@ -148,7 +181,7 @@ class SnapshotRun {
       phases_.Warn("--verify is left out: the request failed, and its set is deleted");
       return;
     }
-    phases_.Run("VerifySnapShotData", [&] {
+    phases_.Run(step::kVerifying, [&] {
       if (options_.application == Application::Exchange) return VerifyWithChecker();
       requestor_.VerifySnapShotData();
     });
@@ -179,7 +212,7 @@ class SnapshotRun {
     outcome_.gotThrough = outcome_.taken && (!outcome_.failure || GotThrough(*outcome_.failure));
     Attempt([&] { outcome_.shadowCopies = FindShadowCopies(requestor_, locations_, outcome_.enumerator); });
     followUp_.LookBeforeCompletion();
-    Attempt([&] { phases_.RunAnyway("SetBackupStatus", [&] { TellWriters(code); }); });
+    Attempt([&] { phases_.RunAnyway(step::kCompleting, [&] { TellWriters(code); }); });
     followUp_.LookAfterCompletion();
   }
 
@@ -189,7 +222,7 @@ class SnapshotRun {
       requestor_.SetBackupStatus(code, details_);
     } catch (const VarnelException& alert) {
       if (alert.GetAlertCode() != VarnelException::PartialSuccess) throw;
-      outcome_.NoteFailure(session_.call());
+      outcome_.NoteFailure(session_);
     }
   }
 
@@ -206,9 +239,20 @@ class SnapshotRun {
   std::size_t requestTextLength_ = 0;
   Phases phases_;
   FollowUp followUp_;
+  std::wstring refusedVolume_;  // that AddToSnapshotSet failed for
   std::vector<std::wstring> serialNumbers_;
   VolumeLocations locations_{outcome_.enumerator};  // as they were before the snapshot
+  const WatchedHost::Watching watching_{outcome_.host, *this};
 };
+
+// An alert's message does not say where it was raised.
+void NameStep(Failure& failure, Session& session) {
+  const std::optional<StepName> step = std::exchange(session.failedStep, std::nullopt);
+  if (!step) return;
+  failure.step = step->key;
+  if (failure.message.starts_with(session.call())) return;
+  failure.details.insert(failure.details.begin(), "while " + session.call());
+}
 
 }  // namespace
 
@@ -218,8 +262,10 @@ SnapshotOutcome::SnapshotOutcome(const SnapshotOptions& options)
   requestor->SetDiskAndVolumeEnumeratorObj(&enumerator);
 }
 
-void SnapshotOutcome::NoteFailure(const std::string& call, std::optional<ExitStatus> status) {
+void SnapshotOutcome::NoteFailure(Session& session, std::optional<ExitStatus> status) {
+  const std::string& call = session.call();
   Failure next = DescribeFailure(std::current_exception(), call);
+  NameStep(next, session);
   next.status = status.value_or(next.status);
   if (!failure || (GotThrough(*failure) && !GotThrough(next))) {
     if (failure) {

@@ -38,17 +38,17 @@ struct SnapshotOutcome {
   SnapshotOutcome& operator=(const SnapshotOutcome&) = delete;
 
   /// Notes the exception that is being handled: the first failure is the request's and replaces mere messages, what
-  /// else fails is a detail of it. \param call what was asked of the library. \param status in place of the failure's.
-  void NoteFailure(const std::string& call, std::optional<ExitStatus> status = {});
+  /// else fails is a detail of it. \param status in place of the failure's.
+  void NoteFailure(Session& session, std::optional<ExitStatus> status = {});
   /// Runs `action` and notes what it throws, but for UsageError: that is no outcome of a request, as none was begun.
   template <class Action>
-  void Attempt(const Session& session, Action action) {
+  void Attempt(Session& session, Action action) {
     try {
       action();
     } catch (const UsageError&) {
       throw;
     } catch (...) {
-      NoteFailure(session.call());
+      NoteFailure(session);
     }
   }
 
@@ -58,6 +58,7 @@ struct SnapshotOutcome {
   const std::unique_ptr<CVarnel> requestor;                 ///< never null
   const bool isTransportable;
   std::vector<Phase> phases;
+  std::vector<Step> steps;
   std::optional<Failure> failure;
   bool taken = false;       ///< a set was taken, whatever became of it
   bool gotThrough = false;  ///< with or without messages: the set is not deleted for a failure
