@@ -106,6 +106,7 @@ TEST_F(SqlSnapshot, AHostWithoutItsWriterIsRefusedInPlainWords) {
       result.err,
       "varnelctl: warning: --then mask is left out: no snapshot set was taken\n"
       "varnelctl: VSS writer is not present on the host.\n"
+      "  while selecting the components\n"
       "  SQL Server is missing: no SqlServerWriter answered. Is the service \"SQL Server VSS Writer\" (SQLWriter) "
       "stopped? Start it; varnelctl writers then lists the writer\n");
   EXPECT_THAT(result.out, HasSubstr("\nSnapshot set: not taken\nLeft out\n"));
@@ -163,8 +164,9 @@ TEST_F(ExchangeSnapshot, ADamagedFileEndsWith13AndTheSetIsDeleted) {
   hostFile["messages"]["1"] = "Incorrect function.\r\n";
   const CliResult result = Snapshot(With({"--verify", "--context", "app-rollback", "--disconnect"}), 13);
 
-  EXPECT_THAT(result.out, AllOf(HasSubstr("VerifySnapShotData: failed (0 ms)\nSetBackupStatus ...\n"),
-                                HasSubstr("}: deleted, because the request failed\n")));
+  EXPECT_THAT(result.out,
+              AllOf(HasSubstr("verifying the snapshot: failed (0 ms)\ncompleting the backup: done (0 ms)\n"),
+                    HasSubstr("}: deleted, because the request failed\n")));
   EXPECT_THAT(result.err, StartsWith("varnelctl: warning: --disconnect is left out: the set was deleted because the "
                                      "request failed\nvarnelctl: "));
   EXPECT_THAT(SavedCalls("CreateProcessW("),
@@ -230,10 +232,11 @@ struct Refusal {
   std::string status;
   std::string advice;         // the rest of the alert record
   const char* change = "{}";  // merged into the host
+  const char* checked = "volumes";
 
   std::string Err() const {
-    return "varnelctl: " + message + "\n  status " + status + "\nError, status=" + status +
-           ", rc=ConfigError, ca=" + advice + ";\n";
+    return "varnelctl: " + message + "\n  while checking the " + checked + "\n  status " + status +
+           "\nError, status=" + status + ", rc=ConfigError, ca=" + advice + ";\n";
   }
 };
 
@@ -265,14 +268,16 @@ std::vector<Refusal> Refusals() {
            "Version of operating system running on the host is not supported by this feature.",
            "UnsupportedOSVersion",
            "CheckHostOSVersion",
-           R"({"os": {"server": false}})"},
+           R"({"os": {"server": false}})",
+           "host"},
           {255,
            "AMissingHotfix",
            {"TSL2001"},
            "Host is missing some of the hotfixes required for using this feature.",
            "MissingHotfixes",
            "VerifyRequiredHotfixes",
-           R"({"files": {"C:\\Windows\\system32\\Vmms.exe": {"version": "6.3.9600.17119"}}})"}};
+           R"({"files": {"C:\\Windows\\system32\\Vmms.exe": {"version": "6.3.9600.17119"}}})",
+           "host"}};
 }
 
 class HyperVRefusal : public HyperVSnapshot, public testing::WithParamInterface<Refusal> {
@@ -290,7 +295,7 @@ TEST_P(HyperVRefusal, EndsWith16AndTheCataloguesMessage) {
   const CliResult result = Snapshot(arguments, 16);
 
   EXPECT_EQ(result.err, GetParam().Err());
-  EXPECT_THAT(result.out, EndsWith(": failed (0 ms)\nSetBackupStatus ...\nSetBackupStatus: done (0 ms)\n\n"
+  EXPECT_THAT(result.out, EndsWith(": failed (0 ms)\ncompleting the backup: done (0 ms)\n\n"
                                    "Snapshot set: not taken\n"));
 }
 

@@ -143,8 +143,8 @@ TEST_F(Completion, ARefusalByTheProtectionSetIs602) {
   const CliResult result = Snapshot({"--disk", "SYS"}, 12);
 
   EXPECT_EQ(StatusLine(), CalledWith(602));
-  EXPECT_THAT(result.out, HasSubstr("CreateVssSnapshotSet: failed (0 ms)\nSetBackupStatus ...\n"
-                                    "SetBackupStatus: done (0 ms)\n\nSnapshot set: not taken\n"));
+  EXPECT_THAT(result.out, HasSubstr("selecting the components: failed (0 ms)\n"
+                                    "completing the backup: done (0 ms)\n\nSnapshot set: not taken\n"));
 }
 
 TEST_F(Completion, AFailedWriterIs600AndTheSetIsDeleted) {
@@ -157,7 +157,7 @@ TEST_F(Completion, AFailedWriterIs600AndTheSetIsDeleted) {
   EXPECT_EQ(outcome["setState"], "deleted");
   EXPECT_EQ(outcome["snapshots"].size(), 2u) << "identifiers that the array's log knows";
   EXPECT_EQ(outcome["result"]["alertCode"], 600);
-  EXPECT_THAT(outcome["result"]["details"].back().get<std::string>(), StartsWith("SetBackupStatus: Writer "))
+  EXPECT_THAT(outcome["result"]["details"].back().get<std::string>(), StartsWith("completing the backup: Writer "))
       << "the writer is still in its failed state";
   EXPECT_EQ(ListedCopies(), 0u);
 }
@@ -225,7 +225,8 @@ TEST_F(Completion, AProviderThatCannotBeAskedForIsAWarning) {
   Fail("CoCreateInstance", E_FAIL);
   const CliResult result = Snapshot();
 
-  EXPECT_EQ(result.err, "varnelctl: warning: IsTesselVSSProviderPresent failed: Error: 0x80004005 (0x80004005)\n");
+  EXPECT_EQ(result.err,
+            "varnelctl: warning: looking for the array's provider failed: Error: 0x80004005 (0x80004005)\n");
 }
 
 TEST_F(Completion, TheWritersIdentifyThemselvesOnce) {
@@ -240,10 +241,10 @@ TEST_F(Completion, AFailureOfTheCompletionIsTheRunsWhenNothingFailedBefore) {
   const CliResult result = Snapshot({"--context", "app-rollback"}, 15);
 
   EXPECT_EQ(result.err,
-            "varnelctl: SetBackupStatus failed: VSS_E_OBJECT_NOT_FOUND (0x80042308)\n"
+            "varnelctl: completing the backup failed: VSS_E_OBJECT_NOT_FOUND (0x80042308)\n"
             "SetBackupSucceeded()=Failed, error=VSS_E_OBJECT_NOT_FOUND, rc=COMMError, "
             "ca=ContactTechSupport;\n");
-  EXPECT_THAT(result.out, HasSubstr("SetBackupStatus: failed (0 ms)\n"));
+  EXPECT_THAT(result.out, HasSubstr("completing the backup: failed (0 ms)\n"));
   EXPECT_THAT(result.out, HasSubstr("}: kept until it is deleted\n"));
 }
 
@@ -261,7 +262,7 @@ TEST_F(Completion, AFailureOfTheCompletionAfterAnotherIsADetail) {
   const json outcome = SnapshotJson({}, 10);
 
   EXPECT_EQ(outcome["result"]["alertCode"], 600);
-  EXPECT_EQ(outcome["result"]["details"].back(), "SetBackupStatus failed: VSS_E_UNEXPECTED (0x80042302)");
+  EXPECT_EQ(outcome["result"]["details"].back(), "completing the backup failed: VSS_E_UNEXPECTED (0x80042302)");
 }
 
 TEST_F(Completion, AFailureTakesThePlaceOfMereMessages) {
@@ -269,7 +270,7 @@ TEST_F(Completion, AFailureTakesThePlaceOfMereMessages) {
   Fail("IVssBackupComponents::BreakSnapshotSet", VSS_E_PROVIDER_VETO);
   const json outcome = SnapshotJson({"--app", "hyperv", "--then", "break"}, 18);
 
-  EXPECT_EQ(outcome["result"]["message"], "BreakSnapshotSet failed: VSS_E_PROVIDER_VETO (0x80042306)");
+  EXPECT_EQ(outcome["result"]["message"], "breaking the set failed: VSS_E_PROVIDER_VETO (0x80042306)");
   EXPECT_THAT(outcome["result"]["details"].dump(), HasSubstr("Writer has failed during post snapshot event."));
 }
 
@@ -430,8 +431,8 @@ TEST_F(Completion, ABreakThatFailsIsTheRunsFailureAndNothingIsDisconnected) {
   const CliResult result = Snapshot({"--then", "break", "--disconnect", "--context", "app-rollback"}, 18);
 
   EXPECT_EQ(result.err,
-            "varnelctl: warning: --disconnect is left out: BreakSnapshotSet failed\n"
-            "varnelctl: BreakSnapshotSet failed: VSS_E_PROVIDER_VETO (0x80042306)\n"
+            "varnelctl: warning: --disconnect is left out: breaking the set failed\n"
+            "varnelctl: breaking the set failed: VSS_E_PROVIDER_VETO (0x80042306)\n"
             "m_pVssObject->BreakSnapshotSet()=Failed, error=VSS_E_PROVIDER_VETO, rc=COMMError, "
             "ca=ContactTechSupport;\n");
   EXPECT_THAT(result.out, HasSubstr("}: kept until it is deleted\n"));
@@ -443,7 +444,7 @@ TEST_F(Completion, ADeletionThatStopsHalfwayTellsWhatIsLeft) {
   const CliResult result = Snapshot({"--then", "delete", "--context", "app-rollback"}, 18);
 
   EXPECT_EQ(result.err,
-            "varnelctl: DeleteSnapshotSet failed: VSS_E_PROVIDER_VETO (0x80042306)\n"
+            "varnelctl: deleting the set failed: VSS_E_PROVIDER_VETO (0x80042306)\n"
             "  left of snapshot set {00000002-5e1f-4c3d-9a0b-000000000000}: F:\\ (shadow copy "
             "{00000004-5e1f-4c3d-9a0b-000000000000}); to be deleted in diskshadow with: delete shadows set "
             "{00000002-5e1f-4c3d-9a0b-000000000000}\n");
@@ -491,7 +492,7 @@ TEST_F(Completion, AFailureAfterAnotherIsADetail) {
   Fail("IVssBackupComponents::DeleteSnapshots", VSS_E_PROVIDER_VETO);
   const json outcome = SnapshotJson({"--then", "delete"}, 10);
 
-  EXPECT_THAT(outcome["result"]["details"], Contains("DeleteSnapshotSet failed: VSS_E_PROVIDER_VETO (0x80042306)"));
+  EXPECT_THAT(outcome["result"]["details"], Contains("deleting the set failed: VSS_E_PROVIDER_VETO (0x80042306)"));
 }
 
 // --verify
@@ -539,11 +540,11 @@ TEST_F(Completion, AnInterruptionEndsTheRunAfterThePresentPhaseAndCompletesItAsA
   constexpr int kAfterTheSnapshot = 7;
   const CliResult result = Snapshot({"--then", "mask"}, 1, InterruptAtBoundary(kAfterTheSnapshot));
 
-  EXPECT_THAT(result.out, HasSubstr("CreateVssSnapshotSet: done (0 ms)\nSetBackupStatus ...\n"));
+  EXPECT_THAT(result.out, HasSubstr("reading the results: done (0 ms)\ncompleting the backup: done (0 ms)\n"));
   EXPECT_THAT(result.out, HasSubstr("}: deleted, because the request failed\n"));
   EXPECT_EQ(result.err,
             "varnelctl: warning: --then mask is left out: the set was deleted because the request failed\n"
-            "varnelctl: interrupted after CreateVssSnapshotSet\n");
+            "varnelctl: interrupted after reading the results\n");
   EXPECT_EQ(StatusLine(), CalledWith(-1));
   EXPECT_EQ(ListedCopies(), 0u);
 }
@@ -556,7 +557,7 @@ TEST_F(Completion, AnInterruptionAfterTheCompletionLeavesTheSetAsItIs) {
   EXPECT_EQ(result.err,
             "varnelctl: warning: --disconnect is left out: the run was interrupted\n"
             "varnelctl: warning: --then mask is left out: the run was interrupted\n"
-            "varnelctl: interrupted after SetBackupStatus\n");
+            "varnelctl: interrupted after completing the backup\n");
   EXPECT_THAT(result.out, HasSubstr("}: kept until it is deleted\n"));
   EXPECT_EQ(StatusLine(), CalledWith(0));
 }

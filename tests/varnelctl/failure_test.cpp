@@ -31,9 +31,8 @@ TEST(Failure, EachAlertCodeHasItsStatus) {
 }
 
 TEST(Failure, AFailedVerificationSaysWhereItsFileIsNamed) {
-  EXPECT_THAT(
-      Described(VarnelException(VarnelException::VerificationFailure, L"text")).details,
-      ElementsAre("a check of VerifySnapShotData failed; the log (--log FILE) has its command line and its file"));
+  EXPECT_THAT(Described(VarnelException(VarnelException::VerificationFailure, L"text")).details,
+              ElementsAre("a check of the snapshot failed; the log (--log FILE) has its command line and its file"));
 }
 
 TEST(Failure, AnUnfitMachineIsOneSentenceAndAFailedCall) {

@@ -86,8 +86,9 @@ TEST_F(ProgramSearchTest, ACheckerThatIsMissingIsNamedWithTheFoldersLookedIn) {
       Verify(13).err,
       "varnelctl: the checker eseutil.exe was not found on the PATH nor in C:\\Program Files\\Microsoft\\Exchange "
       "Server\\V15\\Bin\\, where Exchange is installed: install it, or add its folder to the PATH\n"
+      "  while verifying the snapshot\n"
       "  The system cannot find the file specified.\n"
-      "  a check of VerifySnapShotData failed; the log (--log FILE) has its command line and its file\n");
+      "  a check of the snapshot failed; the log (--log FILE) has its command line and its file\n");
 }
 
 TEST_F(ProgramSearchTest, AHostWithoutAnInstallationIsToldSo) {

@@ -12,22 +12,19 @@ using testing::StartsWith;
 
 constexpr char kSetId[] = "{00000002-5e1f-4c3d-9a0b-000000000000}";
 
-constexpr char kCleanRun[] = R"(EnumerateDisks ...
-EnumerateDisks: done (0 ms)
-ValidateHostConfiguration ...
-ValidateHostConfiguration: done (0 ms)
-ValidateVolumes ...
-ValidateVolumes: done (0 ms)
-IsTesselVSSProviderPresent ...
-IsTesselVSSProviderPresent: done (0 ms)
-Initialize ...
-Initialize: done (0 ms)
-CreateVssSnapshotSet ...
-CreateVssSnapshotSet: done (0 ms)
-GetSnapshotMeatadata ...
-GetSnapshotMeatadata: done (0 ms)
-SetBackupStatus ...
-SetBackupStatus: done (0 ms)
+constexpr char kCleanRun[] = R"(looking for the disks: done (0 ms)
+checking the host: done (0 ms)
+checking the volumes: done (0 ms)
+looking for the array's provider: done (0 ms)
+starting the request: done (0 ms)
+gathering the writers' metadata: done (0 ms)
+selecting the components: done (0 ms)
+adding the components and volumes: done (0 ms)
+asking the writers to prepare: done (0 ms)
+taking the snapshot (preparing, freezing, thawing, after the snapshot): done (0 ms)
+reading the results: done (0 ms)
+making the catalogue: done (0 ms)
+completing the backup: done (0 ms)
 
 Snapshot set {00000002-5e1f-4c3d-9a0b-000000000000}: released when this program ends, as its context says
   E:\  on disk "TSL0001"
@@ -87,7 +84,7 @@ TEST_F(SnapshotCommand, JsonIsOneDocumentWithTheWholeOutcome) {
   const json outcome = SnapshotJson();
 
   EXPECT_EQ(outcome["snapshotSetId"], kSetId);
-  EXPECT_EQ(outcome["result"], json::parse(R"({"alertCode":0,"hresult":null,"message":"","details":[]})"));
+  EXPECT_EQ(outcome["result"], json::parse(R"({"alertCode":0,"hresult":null,"message":"","details":[],"step":null})"));
   EXPECT_EQ(outcome["errorDetails"], "");
   ASSERT_EQ(outcome["writers"].size(), 1u);
   EXPECT_THAT(PathsOf(outcome["writers"][0], "added"), ElementsAre("\\SQL01\\sales", "\\SQL01\\crm"));
@@ -165,6 +162,7 @@ TEST_F(SnapshotCommand, ADiskThatHoldsNothingEligibleEndsWith12AndTheMismatch) {
       "varnelctl: Number of disks added in the snapshot set were different than listed in the protection set. "
       "This can happen due to incorrect configuration or application objects in incorrect state. Check the "
       "protection set configuration and ensure that objects being backed up are in correct state.\n"
+      "  while selecting the components\n"
       "   Volumes in volume collection: TSL0002   Volumes containing application components eligible for backup: \n"
       "status=LunMismatch, VolCollVolumes=1, VolumesInvolvedInSnapshot=0, rc=ConfigError, "
       "ca=CheckVolumeCollection, ca=CheckHostsVolumes/Connections;\n"
@@ -194,7 +192,8 @@ TEST_F(SnapshotCommand, AProviderThatIsNotRegisteredIsWarnedOfAndEndsWith15) {
 
   EXPECT_EQ(result.err,
             "varnelctl: warning: the array's VSS hardware provider is not registered on this host\n"
-            "varnelctl: CreateVssSnapshotSet failed: VSS_E_PROVIDER_NOT_REGISTERED (0x80042304)\n"
+            "varnelctl: adding the components and volumes failed: VSS_E_PROVIDER_NOT_REGISTERED (0x80042304)\n"
+            "  for volume E:\\ (disk \"TSL0001\")\n"
             "m_pVssObject->AddToSnapshotSet()=Failed, error=VSS_E_PROVIDER_NOT_REGISTERED, rc=COMMError, "
             "ca=ContactTechSupport;\n");
   EXPECT_THAT(result.out, HasSubstr("\nSnapshot set {00000002-5e1f-4c3d-9a0b-000000000000}: not taken\n"));

@@ -47,7 +47,7 @@ if(WINDOWS)
   execute_process(COMMAND ${EMULATOR} ${PROGRAM} snapshot --app none --disk TSL0001
     RESULT_VARIABLE result OUTPUT_VARIABLE text ERROR_VARIABLE errors)
   if(NOT result EQUAL 1 OR NOT errors MATCHES "The disk of the system volume .* cannot be told"
-     OR NOT text MATCHES "SetBackupStatus: done")
+     OR NOT text MATCHES "completing the backup: done")
     message(FATAL_ERROR "varnelctl snapshot without disks: exit status ${result}\n${text}\n${errors}")
   endif()
 endif()
