@@ -253,7 +253,7 @@ TEST_F(OutputCommand, CallsThatAreNotWholeAre18) {
 
 TEST_F(OutputCommand, AFailureKeepsItsStatusWhateverIsNotWholeAfterIt) {
   const Arguments full = {"--document", "/dev/full", "--calls", "/dev/full", "--log", "/dev/full"};
-  const CliResult result = Snapshot(With({"--disk", "TSL0001", "TSL0002", "NONE"}, full), 14);
+  const CliResult result = Snapshot(With({"--disk", "TSL0001", "TSL0002", "NONE", "--accept-unknown-disks"}, full), 14);
 
   EXPECT_THAT(result.err, HasSubstr("  --document /dev/full was not written whole: No space left on device\n"));
   EXPECT_THAT(result.err, HasSubstr("varnelctl: --calls /dev/full was not written whole: "));
