@@ -7,7 +7,7 @@
 #include "tests/support/host_model.h"
 #include "varnelctl/application.h"
 #include "varnelctl/explanation/objects.h"
-#include "varnelctl/sets/requirement.h"
+#include "varnelctl/explanation/requirement.h"
 
 namespace varnel::test {
 namespace {

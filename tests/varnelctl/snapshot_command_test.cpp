@@ -247,7 +247,7 @@ TEST_F(SnapshotCommand, TheListOfDisksEndsAtTheNextOption) {
 
   for (const char* option : {"--host", "--app", "--json", "-h", "--hsot"}) {
     ExpectRefused(RunCli({"snapshot", "--app", "none", "--disk", option, file}),
-                  std::string("varnelctl: --disk: no serial number stands before ") + option + " (");
+                  std::string("varnelctl: --disk: no value stands before ") + option + " (");
   }
 }
 

@@ -9,6 +9,7 @@
 #include "text/format.h"
 #include "text/unicode.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/explanation/requirement.h"
 
 namespace varnelctl {
 namespace {
@@ -126,6 +127,10 @@ Failure DescribeFailure(const std::exception_ptr& exception, std::string_view ca
     return Alert(alert);
   } catch (const UsageError& error) {
     return Plain(ExitStatus::Usage, error.what());
+  } catch (const NotContained& error) {
+    Failure failure = Plain(ExitStatus::NotContained, error.what());
+    failure.details = error.objects();
+    return failure;
   } catch (const ValidationFailure& error) {
     return Refusal(error);
   } catch (const varnel::simulator::HostFileError& error) {

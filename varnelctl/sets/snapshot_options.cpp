@@ -107,7 +107,7 @@ CLI::Option* AddChoice(CLI::App& app, const char* option, Value& target, const C
 // The parser ends a list at the next option, but takes the first value whatever it looks like.
 std::string NoOption(const std::string& value) {
   const bool isOption = value.size() > 1 && value[0] == '-' && (value[1] < '0' || value[1] > '9');
-  return isOption ? "no serial number stands before " + value : "";
+  return isOption ? "no value stands before " + value : "";
 }
 
 // Which set is taken.
@@ -126,6 +126,12 @@ void AddRequestOptions(CLI::App& app, SnapshotOptions& options) {
       ->check(NoOption);
   app.add_flag("--accept-unknown-disks", options.acceptUnknownDisks,
                "Take serial numbers that no disk of this host has: the array's set spans several hosts");
+  app.add_option("--require", options.required,
+                 "Databases, mailbox databases or virtual machines that must be in the set whole, or all of the "
+                 "application (--require sales crm): else nothing is taken, and no writer is asked to prepare")
+      ->type_name("all|NAME")
+      ->expected(1, -1)
+      ->check(NoOption);
   AddParsed(app, "--writer-code", options.writerCode, ParseWriterCode,
             "no writer code: 0 and 1 ask for every component, 2, 3 and 4 for the databases that the array's metadata "
             "service names",

@@ -26,6 +26,7 @@ struct SnapshotOptions {
   Application application = Application::None;
   std::vector<std::string> disks;  ///< the values of --disk; ReadRequestedDisks makes serial numbers of them
   bool acceptUnknownDisks = false;
+  std::vector<std::string> required;  ///< names of objects that must be in the set; "all" for every one
   DWORD writerCode = 0;
   DWORD context = 0;
   VSS_BACKUP_TYPE backupType = VSS_BT_FULL;

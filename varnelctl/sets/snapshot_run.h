@@ -34,6 +34,8 @@ enum class SetState {
 /// While it lives its host is the current one.
 struct SnapshotOutcome {
   explicit SnapshotOutcome(const SnapshotOptions& options);
+  /// Of a plan.
+  SnapshotOutcome(const SnapshotOptions& options, std::unique_ptr<CVarnel> planner);
   SnapshotOutcome(const SnapshotOutcome&) = delete;
   SnapshotOutcome& operator=(const SnapshotOutcome&) = delete;
 
@@ -69,7 +71,7 @@ struct SnapshotOutcome {
   std::map<std::string, ApplicationObjectMeatadataInfo> catalog;
   std::vector<ShadowCopyView> shadowCopies;
   std::string databases;
-  Explanation explanation;
+  Explanation explanation;  ///< borrows the requestor's writers
 };
 
 /// Drives the outcome's requestor in the host agent's order of calls, through every phase. A failure ends the sequence,

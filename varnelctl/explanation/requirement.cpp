@@ -1,4 +1,4 @@
-#include "varnelctl/sets/requirement.h"
+#include "varnelctl/explanation/requirement.h"
 
 #include <algorithm>
 #include <set>
