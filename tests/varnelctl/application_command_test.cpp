@@ -143,6 +143,7 @@ TEST_F(ExchangeSnapshot, VerifiesDatabasesAndLogsOnTheSnapshot) {
   const std::vector<std::string> phases = PhasesOf(outcome);
   EXPECT_THAT(std::vector<std::string>(phases.end() - 3, phases.end()),
               ElementsAre("GetSnapshotMeatadata", "VerifySnapShotData", "SetBackupStatus"));
+  EXPECT_EQ(outcome["steps"][outcome["steps"].size() - 2]["name"], "verifying");
   EXPECT_THAT(SavedCalls("CreateProcessW("),
               ElementsAre(HasSubstr("MDB1.edb"), HasSubstr("E00"), HasSubstr("MDB2.edb"), HasSubstr("E01")));
   EXPECT_THAT(SavedCalls("CreateProcessW(")[0],

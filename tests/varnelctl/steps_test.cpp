@@ -87,8 +87,8 @@ TEST_F(Steps, AFailureNamesTheStepOfTheCallThatFailed) {
 }
 
 TEST_F(Steps, MessagesAboutASetAreNoFailureOfAStep) {
-  const json outcome =
-      SnapshotJson({"--disk", "TSL0001", "TSL0002", "TSL0003", "--accept-extra-volumes", "--accept-unknown-disks"});
+  hostFile["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
+  const json outcome = SnapshotJson({"--disk", "TSL0001", "TSL0002", "TSL0003", "--accept-extra-volumes"});
   EXPECT_EQ(outcome["result"]["alertCode"], 701);
   EXPECT_EQ(outcome["result"]["step"], nullptr);
   for (const json& step : outcome["steps"]) EXPECT_EQ(step["result"], "done") << step;

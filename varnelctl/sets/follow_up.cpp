@@ -178,7 +178,7 @@ void FollowUp::Delete() {
   if (!MayBeListed()) return;
   const auto ask = [&] { return ListShadowCopies(requestor_.GetSnapShotSetId()); };
   if (!Checked("whether the set is gone", ask).empty()) {
-    throw NotAllDone("DeleteSnapshotSet succeeded, but shadow copies of the set are still there");
+    throw NotAllDone("the deletion succeeded, but shadow copies of the set are still there");
   }
 }
 
