@@ -5,6 +5,7 @@
 
 #include "platform/tessel/FileLog.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/mistakes.h"
 
 namespace varnelctl {
 namespace {
@@ -36,16 +37,19 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& options, std::string& logLev
   app.set_version_flag("--version", "varnelctl " VARNELCTL_VERSION, "Print the version and exit");
   CLI::Option* host =
       app.add_option("--host", options.hostFile, "Ask the simulated host of this JSON file (--host sql-server.json)")
-          ->type_name("FILE");
+          ->type_name("FILE")
+          ->check(RefuseEmpty);
   app.add_option("--state", options.stateFile,
                  "Keep what happens at that host in this file, for the next commands (--state host.state)")
       ->type_name("FILE")
+      ->check(RefuseEmpty)
       ->needs(host);
   app.add_flag("--json", options.json, "Print one JSON document instead of text (varnelctl --json disks)");
   app.add_flag("--verbose", options.verbose, "Tell more: the library's function beside each step of a snapshot");
   CLI::Option* log =
       app.add_option("--log", options.logFile, "Append the library's log to this file (--log varnel.log)")
-          ->type_name("FILE");
+          ->type_name("FILE")
+          ->check(RefuseEmpty);
   app.add_option("--log-level", logLevel, "Least important lines to log, else info (--log-level verbose)")
       ->type_name("LEVEL")
       ->check(CLI::IsMember({"error", "warning", "info", "verbose"}))
@@ -59,20 +63,38 @@ void AddCommands(CLI::App& app, const std::vector<std::unique_ptr<Command>>& com
     sub->footer("The options of varnelctl --help may follow too.\nExamples:\n" + std::string(command->examples()));
     command->AddOptions(*sub);
   }
+  std::vector<std::string> names = {"help"};
+  for (const std::unique_ptr<Command>& command : commands) names.emplace_back(command->name());
+  app.add_subcommand("help", "Print this help, or that of a command")
+      ->add_option("COMMAND")
+      ->check(CLI::IsMember(std::move(names)))
+      ->option_text("")
+      ->description("The command, varnelctl itself unless given");
+}
+
+// A word that is wrong comes before what the parser misses.
+UsageError Refusal(const CLI::App& app, const std::vector<std::string>& arguments, const char* parsersWord) {
+  const Mistake mistake = FindMistake(app, arguments);
+  return UsageError(OneLine(mistake.text.empty() ? parsersWord : mistake.text) + " (varnelctl " +
+                    (mistake.command.empty() ? "" : mistake.command + " ") + "--help lists what there is)");
 }
 
 // False when the arguments asked for a text, which is then printed.
-bool Parse(CLI::App& app, std::vector<std::string> arguments, Console& console) {
-  std::reverse(arguments.begin(), arguments.end());  // the order that the parser wants
+bool Parse(CLI::App& app, const std::vector<std::string>& arguments, Console& console) {
   try {
-    app.parse(std::move(arguments));
-    return true;
+    app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));  // the order that the parser wants
+    const CLI::App* const help = app.get_subcommand("help");
+    if (!help->parsed()) return true;
+    const auto& names = help->get_option("COMMAND")->results();
+    // Asked for its help, varnelctl itself gives that of the command at hand, which is this one.
+    console.Text(names.empty() ? app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal)
+                               : app.get_subcommand(names[0])->help(app.get_name()));
   } catch (const CLI::CallForHelp&) {
     console.Text(app.help());
   } catch (const CLI::CallForVersion& version) {
     console.Line(version.what());
   } catch (const CLI::ParseError& error) {
-    throw UsageError(OneLine(error.what()) + " (varnelctl --help lists what there is)");
+    throw Refusal(app, arguments, error.what());
   }
   return false;
 }
@@ -90,7 +112,7 @@ Invocation ParseCommandLine(std::vector<std::string> arguments, Console& console
   AddGlobalOptions(app, invocation.options, logLevel);
   AddCommands(app, commands);
   app.footer(ExitStatusFooter());
-  if (!Parse(app, std::move(arguments), console)) return invocation;
+  if (!Parse(app, WithHelpAsOption(std::move(arguments)), console)) return invocation;
 
   invocation.options.lowestLogCategory = CategoryOf(logLevel);
   const auto chosen = std::find_if(commands.begin(), commands.end(),

@@ -48,7 +48,7 @@ TEST_F(CommandLine, AWrongArgumentEndsWithStatus2AndOneLine) {
                                         {"writers", "two\nlines"}};
   for (const Arguments& arguments : wrong) {
     SCOPED_TRACE(testing::PrintToString(arguments));
-    ExpectRefused(RunCli(arguments), "varnelctl: ", "(varnelctl --help lists what there is)\n");
+    ExpectRefused(RunCli(arguments), "varnelctl: ", "--help lists what there is)\n");
   }
 }
 

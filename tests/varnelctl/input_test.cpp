@@ -1,5 +1,6 @@
 // What an administrator got wrong on the command line, and what is answered.
 #include "tests/varnelctl/snapshot_support.h"
+#include "varnelctl/commands/command.h"
 
 namespace varnel::test {
 namespace {
@@ -131,6 +132,70 @@ TEST_F(DiskArguments, ATestPointMakesSomethingFail) {
   ExpectRefused(Snapshot({"--test-points", "2"}, 2),
                 "varnelctl: --test-points 0x2 goes with --app exchange only: it makes the verification of Exchange "
                 "files fail\n");
+}
+
+// Typing errors
+
+struct Typing {
+  Arguments arguments;
+  std::string answer;
+};
+
+std::string Commands() {
+  std::string list;
+  for (const auto& command : varnelctl::MakeCommands()) list += command->name() + std::string(", ");
+  return list + "help";
+}
+
+TEST(TypingErrors, AreAnsweredWithWhatWasMeant) {
+  const Typing cases[] = {
+      {{}, "no command was given; there are " + Commands() + " (varnelctl"},
+      {{"snapshto"}, "there is no command \"snapshto\"; did you mean \"snapshot\"? (varnelctl"},
+      {{"writer"}, "there is no command \"writer\"; did you mean \"writers\"? (varnelctl"},
+      {{"--json", "writer", "--all"}, "there is no command \"writer\"; did you mean \"writers\"? (varnelctl"},
+      {{"frobnicate"}, "there is no command \"frobnicate\"; there are " + Commands() + " (varnelctl"},
+      {{"help", "disk"}, "there is no command \"disk\"; did you mean \"disks\"? (varnelctl help"},
+      {{"-v"}, "there is no option -v; did you mean \"--version\"? (varnelctl"},
+      {{"snapshot", "-disk", "X"}, "snapshot has no option -disk; did you mean \"--disk\"? (varnelctl snapshot"},
+      {{"snapshot", "--dsik", "X"}, "snapshot has no option --dsik; did you mean \"--disk\"? (varnelctl snapshot"},
+      {{"snapshot", "--dsik=X"}, "snapshot has no option --dsik; did you mean \"--disk\"? (varnelctl snapshot"},
+      {{"snapshot", "--app", "sql", "--disk", "-5", "X", "--thne"},
+       "snapshot has no option --thne; did you mean \"--then\"? (varnelctl snapshot"},
+      {{"disks", "--jsno"}, "disks has no option --jsno; did you mean \"--json\"? (varnelctl disks"},
+      {{"disks", "--all"}, "disks has no option --all; it is one of writers (varnelctl disks"},
+      {{"--disk", "X", "snapshot"}, "there is no option --disk; it is one of snapshot and stands after it (varnelctl"},
+      {{"writers", "/all"}, "writers has no option /all; did you mean \"--all\"? (varnelctl writers"},
+      {{"/all", "writers"}, "there is no option /all (varnelctl"},
+      {{"disks", "json"}, "disks takes no argument \"json\"; did you mean \"--json\"? (varnelctl disks"},
+      {{"writers", "disks"}, "one command at a time: writers or disks (varnelctl writers"},
+      {{"disks", "--host", ""}, "--host: \"\" is no name of a file (varnelctl disks"},
+      {{"disks", "--log", ""}, "--log: \"\" is no name of a file (varnelctl disks"},
+      {{"snapshot", "--app", "none", "--disk", "X", "--document", ""},
+       "--document: \"\" is no name of a file (varnelctl snapshot"},
+  };
+  for (const Typing& typing : cases) {
+    SCOPED_TRACE(testing::PrintToString(typing.arguments));
+    const CliResult result = RunCli(typing.arguments);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err, "varnelctl: " + typing.answer + " --help lists what there is)\n");
+    EXPECT_EQ(result.out, "");
+  }
+}
+
+TEST(TypingErrors, EveryUsualQuestionForHelpIsAnswered) {
+  const std::string help = RunCli({"--help"}).out;
+  const std::string helpOfDisks = RunCli({"disks", "--help"}).out;
+  EXPECT_NE(help, helpOfDisks);
+  for (const Arguments& arguments : std::vector<Arguments>{{"help"}, {"/?"}, {"-?"}, {"-help"}, {"-h"}}) {
+    const CliResult result = RunCli(arguments);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, help);
+  }
+  for (const Arguments& arguments : std::vector<Arguments>{{"help", "disks"}, {"disks", "/?"}, {"disks", "-h"}}) {
+    const CliResult result = RunCli(arguments);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out, helpOfDisks);
+  }
 }
 
 }  // namespace
