@@ -48,8 +48,7 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& options, std::string& logLev
   app.add_flag("--verbose", options.verbose, "Tell more: the library's function beside each step of a snapshot");
   CLI::Option* log =
       app.add_option("--log", options.logFile, "Append the library's log to this file (--log varnel.log)")
-          ->type_name("FILE")
-          ->check(RefuseEmpty);
+          ->type_name("FILE");
   app.add_option("--log-level", logLevel, "Least important lines to log, else info (--log-level verbose)")
       ->type_name("LEVEL")
       ->check(CLI::IsMember({"error", "warning", "info", "verbose"}))

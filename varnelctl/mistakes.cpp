@@ -149,7 +149,7 @@ std::vector<std::string> WithHelpAsOption(std::vector<std::string> arguments) {
 }
 
 std::string RefuseEmpty(const std::string& name) {
-  return name.empty() ? "\"\" is no name of a file" : "";
+  return name.empty() ? "a file name is missing" : "";
 }
 
 }  // namespace varnelctl

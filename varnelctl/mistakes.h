@@ -22,7 +22,7 @@ Mistake FindMistake(const CLI::App& app, const std::vector<std::string>& argumen
 /// The arguments with the usual ways to ask for help ("/?", "-?", "-help") as --help.
 std::vector<std::string> WithHelpAsOption(std::vector<std::string> arguments);
 
-/// For an option that names a file: what is wrong with this name, before anybody looks for the file.
+/// What is wrong with the name of a file that is to be read, before anybody looks for it; empty when nothing is.
 std::string RefuseEmpty(const std::string& name);
 
 }  // namespace varnelctl

@@ -7,7 +7,6 @@
 
 #include "core/configuration.h"
 #include "varnelctl/explanation/failure.h"
-#include "varnelctl/mistakes.h"
 #include "varnelctl/sets/requested_disks.h"
 
 namespace varnelctl {
@@ -177,16 +176,13 @@ void AddCompletionOptions(CLI::App& app, SnapshotOptions& options) {
 void AddOutputOptions(CLI::App& app, SnapshotOptions& options) {
   app.add_option("--document", options.documentFile,
                  "Write the backup components document there (--document backup.xml)")
-      ->type_name("FILE")
-      ->check(RefuseEmpty);
+      ->type_name("FILE");
   app.add_option("--catalog", options.catalogFile,
                  "Write the application objects by disk there, as JSON (--catalog catalog.json)")
-      ->type_name("FILE")
-      ->check(RefuseEmpty);
+      ->type_name("FILE");
   app.add_option("--calls", options.callsFile,
                  "Write every call to the simulated host there (--calls calls.txt); only on simulated hosts")
-      ->type_name("FILE")
-      ->check(RefuseEmpty);
+      ->type_name("FILE");
 }
 
 }  // namespace
