@@ -25,7 +25,6 @@ using TesselCommonClasses::ExceptionCommon;
 using TesselCommonClasses::WindowsDiskDevice;
 using TesselCommonClasses::WindowsVolumeInfo;
 using test::Enumerator;
-using test::ForwardingStorage;
 using test::MakeDisk;
 using test::ReplacedHost;
 using test::SmallHost;

@@ -25,7 +25,6 @@ using TesselCommonClasses::Version;
 using TesselCommonClasses::VersionHelper;
 using TesselCommonClasses::WindowsDiskDevice;
 using TesselCommonClasses::WMIDiskHelper;
-using test::ForwardingStorage;
 using test::MakeDisk;
 using test::ReplacedHost;
 using test::SmallHost;
