@@ -155,7 +155,7 @@ TEST(TypingErrors, AreAnsweredWithWhatWasMeant) {
       {{"--json", "writer", "--all"}, "there is no command \"writer\"; did you mean \"writers\"? (varnelctl"},
       {{"frobnicate"}, "there is no command \"frobnicate\"; there are " + Commands() + " (varnelctl"},
       {{"help", "disk"}, "there is no command \"disk\"; did you mean \"disks\"? (varnelctl help"},
-      {{"-v"}, "there is no option -v; did you mean \"--version\"? (varnelctl"},
+      {{"-v"}, "there is no option -v; did you mean \"--version\" or \"--verbose\"? (varnelctl"},
       {{"snapshot", "-disk", "X"}, "snapshot has no option -disk; did you mean \"--disk\"? (varnelctl snapshot"},
       {{"snapshot", "--dsik", "X"}, "snapshot has no option --dsik; did you mean \"--disk\"? (varnelctl snapshot"},
       {{"snapshot", "--dsik=X"}, "snapshot has no option --dsik; did you mean \"--disk\"? (varnelctl snapshot"},
