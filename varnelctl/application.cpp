@@ -16,10 +16,14 @@ class Planner final : public Requestor {
  public:
   Planner() : Requestor(0) {}
 
-  void Select(std::string& errorDetails) {
+  void Select(SelectionWatcher& watcher, std::string& errorDetails) {
     this->SelectComponentsForBackup(errorDetails);
+    watcher.Selected();
     ListVolumes();
-    for (const SnapshotVolumeInfo& volume : this->m_snapshotVolumes) CheckVolume(volume.volumeName, errorDetails);
+    for (const SnapshotVolumeInfo& volume : this->m_snapshotVolumes) {
+      watcher.Checking(volume.volumeName);
+      CheckVolume(volume.volumeName, errorDetails);
+    }
     if (this->m_lastException.GetAlertCode() != VarnelException::None) throw VarnelException(this->m_lastException);
   }
 
@@ -57,7 +61,9 @@ template <class Requestor>
 PlanningRequestor MakePlanner() {
   auto planner = std::make_unique<Planner<Requestor>>();
   Planner<Requestor>& borrowed = *planner;
-  return {std::move(planner), [&borrowed](std::string& errorDetails) { borrowed.Select(errorDetails); }};
+  return {std::move(planner), [&borrowed](SelectionWatcher& watcher, std::string& errorDetails) {
+            borrowed.Select(watcher, errorDetails);
+          }};
 }
 
 }  // namespace

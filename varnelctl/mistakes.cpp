@@ -98,9 +98,13 @@ class Reader {
     const std::string name = word.substr(0, word.find('='));
     const std::string text =
         command_ == nullptr ? "there is no option " + name : command_->get_name() + " has no option " + name;
+    std::string commands;
     for (const CLI::App* command : app_.get_subcommands({})) {
       if (command->get_option_no_throw(name) == nullptr) continue;
-      return text + "; it is one of " + command->get_name() + (command_ == nullptr ? " and stands after it" : "");
+      commands += (commands.empty() ? "" : " and of ") + command->get_name();
+    }
+    if (!commands.empty()) {
+      return text + "; it is one of " + commands + (command_ == nullptr ? " and stands after it" : "");
     }
     const std::string letters = name.substr(std::min(name.find_first_not_of("-/"), name.size()));
     return text + (letters.size() == 1 ? StartingWith(letters) : DidYouMeanOneOf("--" + letters, Options()));

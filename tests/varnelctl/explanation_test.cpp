@@ -55,7 +55,8 @@ class Explained : public HostFixture {
     requestor.GatherWriterMetadata(details);
     ended = "selected";
     try {
-      planned->select(details);
+      varnelctl::SelectionWatcher nobody;
+      planned->select(nobody, details);
     } catch (const VarnelException& alert) {
       ended = std::to_string(alert.GetAlertCode());
     } catch (long hr) {

@@ -7,6 +7,7 @@ std::vector<std::unique_ptr<Command>> MakeCommands() {
   commands.push_back(MakeWritersCommand());
   commands.push_back(MakeProvidersCommand());
   commands.push_back(MakeDisksCommand());
+  commands.push_back(MakePlanCommand());
   commands.push_back(MakeSnapshotCommand());
   return commands;
 }

@@ -33,6 +33,7 @@ class Command {
 };
 
 std::unique_ptr<Command> MakeDisksCommand();
+std::unique_ptr<Command> MakePlanCommand();
 std::unique_ptr<Command> MakeProvidersCommand();
 std::unique_ptr<Command> MakeSnapshotCommand();
 std::unique_ptr<Command> MakeWritersCommand();

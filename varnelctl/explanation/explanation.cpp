@@ -164,6 +164,7 @@ class WriterView {
     ComponentExplanation explained{&components_[index],
                                    Place::LeftOut,
                                    Reason::None,
+                                   standing.reason,
                                    nullptr,
                                    &components_[relations_[index].object],
                                    std::move(standing.disks),

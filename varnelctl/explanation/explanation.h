@@ -46,6 +46,7 @@ struct ComponentExplanation {
   const VssComponent* component = nullptr;
   Place place = Place::LeftOut;
   Reason reason = Reason::None;
+  Reason ofFiles = Reason::None;  ///< what its files and their disks alone say, whatever became of the request
   /// The captured part of an implicit one, the parent that one is captured with, the part that is missing; else null.
   const VssComponent* because = nullptr;
   /// What people select it with: itself or the nearest component above it that can be selected; itself where none can.

@@ -13,8 +13,8 @@ namespace {
 constexpr std::string_view kAll = "all";
 
 // Empty where nothing that a person could do now is known.
-std::string RemedyFor(const ApplicationObject& object) {
-  switch (object.leftOut->reason) {
+std::string RemedyFor(Reason reason, const ApplicationObject& object) {
+  switch (reason) {
     case Reason::DiskNotInSet:
       return "add " + SerialNumberList(object.missingDisks) + " to --disk";
     case Reason::SystemDisk:
@@ -30,12 +30,25 @@ std::string RemedyFor(const ApplicationObject& object) {
   }
 }
 
+std::string Why(const ApplicationObject& object, const ComponentExplanation& part) {
+  const std::string remedy = RemedyFor(part.reason, object);
+  return object.name + ": " + ReasonText(part) + (remedy.empty() ? "" : " (" + remedy + ")");
+}
+
 }  // namespace
 
 std::string WhyNotCaptured(const ApplicationObject& object) {
-  if (object.leftOut == nullptr) return object.name;
-  const std::string remedy = RemedyFor(object);
-  return object.name + ": " + ReasonText(*object.leftOut) + (remedy.empty() ? "" : " (" + remedy + ")");
+  return object.leftOut == nullptr ? object.name : Why(object, *object.leftOut);
+}
+
+std::string WhyNotHeld(const ApplicationObject& object) {
+  for (const ComponentExplanation* part : object.parts) {
+    if (part->ofFiles == Reason::None || part->ofFiles == Reason::DiskNotInSet) continue;
+    ComponentExplanation alone = *part;
+    alone.reason = part->ofFiles;
+    return Why(object, alone);
+  }
+  return object.name;
 }
 
 std::vector<const ApplicationObject*> ObjectsNamed(std::string_view name, const std::vector<ApplicationObject>& objects,

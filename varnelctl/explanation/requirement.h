@@ -30,6 +30,9 @@ void CheckRequired(const std::vector<std::string>& required, const std::vector<A
 std::vector<const ApplicationObject*> ObjectsNamed(std::string_view name, const std::vector<ApplicationObject>& objects,
                                                    Application application);
 
+/// Why no set of disks could hold the object: "NAME: REASON (REMEDY)".
+std::string WhyNotHeld(const ApplicationObject& object);
+
 /// Why the object is not in the set, and what to do about it: "NAME: REASON (REMEDY)"; of one that is, its name.
 std::string WhyNotCaptured(const ApplicationObject& object);
 

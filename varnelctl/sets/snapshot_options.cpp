@@ -110,20 +110,25 @@ std::string NoOption(const std::string& value) {
   return isOption ? "no value stands before " + value : "";
 }
 
-// Which set is taken.
-void AddRequestOptions(CLI::App& app, SnapshotOptions& options) {
+// Of which application and disks.
+CLI::Option* AddTarget(CLI::App& app, SnapshotOptions& options) {
   AddChoice(
       app, "--app", options.application, kApplications,
       "The application to quiesce, whose writers take part (--app sql): SQL Server, Exchange, Hyper-V; none takes "
       "every writer")
       ->option_text("none|sql|exchange|hyperv REQUIRED")
       ->required();
-  app.add_option("--disk", options.disks,
-                 "Serial numbers of the protection set's disks, as varnelctl disks shows them (--disk TSL0001 TSL0002)")
+  return app
+      .add_option(
+          "--disk", options.disks,
+          "Serial numbers of the protection set's disks, as varnelctl disks shows them (--disk TSL0001 TSL0002)")
       ->type_name("SERIAL")
       ->expected(1, -1)
-      ->required()
       ->check(NoOption);
+}
+
+// Which set is taken.
+void AddRequestOptions(CLI::App& app, SnapshotOptions& options) {
   app.add_flag("--accept-unknown-disks", options.acceptUnknownDisks,
                "Take serial numbers that no disk of this host has: the array's set spans several hosts");
   app.add_option("--require", options.required,
@@ -147,6 +152,11 @@ void AddRequestOptions(CLI::App& app, SnapshotOptions& options) {
       ->type_name("N|NAME+...");
   AddChoice(app, "--backup-type", options.backupType, kBackupTypes, "What the writers prepare for (--backup-type copy)")
       ->option_text("full|incremental|differential|log|copy|other, full unless given");
+  app.add_flag("--accept-extra-volumes", options.acceptExtraVolumes,
+               "Take a set with volumes that the application does not use for a success; it is deleted otherwise");
+}
+
+void AddTestPoints(CLI::App& app, SnapshotOptions& options) {
   AddParsed(app, "--test-points", options.testPoints, ParseTestPoints,
             "no mask of test points: 0x1 makes the snapshot fail, 0x2 the verification of Exchange files, 0x3 both",
             "Make steps fail on purpose: 0x1 the snapshot, after it was taken; 0x2 the verification of Exchange files "
@@ -162,8 +172,6 @@ void AddCompletionOptions(CLI::App& app, SnapshotOptions& options) {
                "sets");
   app.add_flag("--skip-db-verification", options.skipDbVerification,
                "With --app exchange --verify: check the logs only, not the databases");
-  app.add_flag("--accept-extra-volumes", options.acceptExtraVolumes,
-               "Take a set with volumes that the application does not use for a success; it is deleted otherwise");
   AddChoice(app, "--then", options.then, kThen,
             "What becomes of the set (--then mask): keep it as long as its context says, break it into ordinary disks "
             "of this host, break it and mask its disks from this host, or delete it")
@@ -202,9 +210,23 @@ std::optional<DWORD> ParseContext(const std::string& text) {
 }
 
 void AddSnapshotOptions(CLI::App& app, SnapshotOptions& options) {
+  AddTarget(app, options)->required();
   AddRequestOptions(app, options);
+  AddTestPoints(app, options);
   AddCompletionOptions(app, options);
   AddOutputOptions(app, options);
+}
+
+void AddPlanOptions(CLI::App& app, SnapshotOptions& options) {
+  CLI::Option* const disks = AddTarget(app, options);
+  AddRequestOptions(app, options);
+  app.add_option("--for", options.wanted,
+                 "In place of --disk: which disks hold these databases, mailbox databases or virtual machines wholly, "
+                 "and what else lies on them (--for sales crm)")
+      ->type_name("NAME")
+      ->expected(1, -1)
+      ->check(NoOption)
+      ->excludes(disks);
 }
 
 void CheckSnapshotOptions(const SnapshotOptions& options, bool isSimulatedHost) {

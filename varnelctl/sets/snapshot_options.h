@@ -26,6 +26,7 @@ struct SnapshotOptions {
   Application application = Application::None;
   std::vector<std::string> disks;  ///< the values of --disk; ReadRequestedDisks makes serial numbers of them
   bool acceptUnknownDisks = false;
+  std::vector<std::string> wanted;    ///< of a plan: names of objects whose disks are to be told
   std::vector<std::string> required;  ///< names of objects that must be in the set; "all" for every one
   DWORD writerCode = 0;
   DWORD context = 0;
@@ -45,6 +46,9 @@ struct SnapshotOptions {
 
 /// Declares the options; they are bound to `options`, which must outlive the parse.
 void AddSnapshotOptions(CLI::App& app, SnapshotOptions& options);
+
+/// The options of a plan: those of them that decide what a set would hold.
+void AddPlanOptions(CLI::App& app, SnapshotOptions& options);
 
 /// Refuses what cannot be asked for together, or not of this host. Throws UsageError.
 void CheckSnapshotOptions(const SnapshotOptions& options, bool isSimulatedHost);

@@ -12,6 +12,7 @@ inline constexpr StepName kLookingForProvider{"lookingForProvider", "looking for
                                               "IsTesselVSSProviderPresent"};
 inline constexpr StepName kStarting{"starting", "starting the request", "Initialize"};
 inline constexpr StepName kGathering{"gathering", "gathering the writers' metadata", "CreateVssSnapshotSet"};
+inline constexpr StepName kGatheringForPlan{"gathering", "gathering the writers' metadata", "GatherWriterMetadata"};
 inline constexpr StepName kSelecting{"selecting", "selecting the components", "CreateVssSnapshotSet"};
 inline constexpr StepName kAdding{"adding", "adding the components and volumes", "CreateVssSnapshotSet"};
 inline constexpr StepName kPreparing{"preparing", "asking the writers to prepare", "CreateVssSnapshotSet"};

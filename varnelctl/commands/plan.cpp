@@ -1,0 +1,62 @@
+#include <nlohmann/json.hpp>
+
+#include "varnelctl/commands/command.h"
+#include "varnelctl/explanation/requirement.h"
+#include "varnelctl/report/plan_report.h"
+#include "varnelctl/sets/disks_for.h"
+#include "varnelctl/sets/plan_run.h"
+#include "varnelctl/sets/snapshot_options.h"
+
+namespace varnelctl {
+namespace {
+
+class PlanCommand final : public Command {
+ public:
+  const char* name() const override { return "plan"; }
+  const char* description() const override {
+    return "Tell what a snapshot would hold and how it would end; no writer is asked for more than its metadata";
+  }
+  const char* examples() const override {
+    return "  varnelctl plan --app sql --disk TSL0001 TSL0002 TSL0003\n"
+           "  varnelctl plan --app sql --disk TSL0001 TSL0002 --require all\n"
+           "  varnelctl plan --app sql --for sales crm\n";
+  }
+  void AddOptions(CLI::App& app) override { AddPlanOptions(app, options_); }
+
+  ExitStatus Run(Session& session) override {
+    if (!options_.wanted.empty()) return TellDisks(session);
+    if (options_.disks.empty()) {
+      throw UsageError("plan needs --disk, whose snapshot is planned, or --for, whose disks are told");
+    }
+    CheckSnapshotOptions(options_, session.calls != nullptr);
+    PlanOutcome plan(options_);
+    MakePlan(session, options_, plan);
+    if (session.json) {
+      session.console.Document(PlanDocument(plan));
+    } else {
+      PrintPlan(session.console, plan, session.verbose);
+    }
+    return plan.failure ? session.Report(*plan.failure) : ExitStatus::Done;
+  }
+
+ private:
+  ExitStatus TellDisks(Session& session) const {
+    const auto found = FindDisksFor(session, options_.wanted, options_.application);
+    if (session.json) {
+      session.console.Document(DisksForDocument(*found));
+    } else {
+      PrintDisksFor(session.console, *found, options_.application);
+    }
+    return found->unprotected.empty() ? ExitStatus::Done : ExitStatus::NotContained;
+  }
+
+  SnapshotOptions options_;
+};
+
+}  // namespace
+
+std::unique_ptr<Command> MakePlanCommand() {
+  return std::make_unique<PlanCommand>();
+}
+
+}  // namespace varnelctl

@@ -1,0 +1,86 @@
+#include "varnelctl/report/plan_report.h"
+
+#include "text/unicode.h"
+#include "varnelctl/console/json.h"
+#include "varnelctl/console/text.h"
+#include "varnelctl/explanation/requirement.h"
+#include "varnelctl/report/snapshot_report.h"
+
+namespace varnelctl {
+namespace {
+
+using varnel::WideToUtf8Lossy;
+
+Json VolumeJson(const PlanOutcome::Volume& volume) {
+  return {{"volume", WideToUtf8Lossy(volume.name)},
+          {"mountPoint", WideToUtf8Lossy(volume.mountPoint)},
+          {"serialNumber", WideToUtf8Lossy(volume.serialNumber)},
+          {"extra", volume.extra}};
+}
+
+Json ObjectJson(const ApplicationObject& object) {
+  return {{"name", object.name},
+          {"writer", WideToUtf8Lossy(object.writer->name)},
+          {"path", WideToUtf8Lossy(object.component->fullPath)},
+          {"disks", ArrayOf(object.disks, WideToUtf8Lossy)}};
+}
+
+// As a shell takes it, where blanks and the like count.
+std::string Argument(const std::wstring& serialNumber) {
+  const std::string text = Printable(serialNumber);
+  const bool plain =
+      text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.") == text.npos;
+  return plain && !text.empty() ? text : '"' + text + '"';
+}
+
+void PrintObjects(Console& console, const char* heading, const std::vector<ApplicationObject>& objects,
+                  std::string (*describe)(const ApplicationObject&)) {
+  if (objects.empty()) return;
+  console.Line(heading);
+  for (const ApplicationObject& object : objects) console.Line("  " + describe(object));
+}
+
+std::string WithDisks(const ApplicationObject& object) {
+  return object.name + "  on " + SerialNumberList(object.disks);
+}
+
+}  // namespace
+
+Json PlanDocument(const PlanOutcome& plan) {
+  Json document = SnapshotDocument(plan);
+  for (const char* key :
+       {"snapshotSetId", "setState", "snapshots", "copiesLeft", "sessionsLeft", "catalog", "databases", "document"}) {
+    document.erase(key);
+  }
+  document["volumes"] = ArrayOf(plan.volumes, VolumeJson);
+  return document;
+}
+
+void PrintPlan(Console& console, const PlanOutcome& plan, bool /*verbose*/) {
+  console.Line("");
+  console.Line(plan.volumes.empty() ? "A snapshot would hold no volume" : "A snapshot would hold these volumes");
+  for (const PlanOutcome::Volume& volume : plan.volumes) {
+    console.Line("  " + Printable(volume.mountPoint.empty() ? volume.name : volume.mountPoint) + "  on disk " +
+                 Quoted(volume.serialNumber) + (volume.extra ? ", which the application does not use" : ""));
+  }
+}
+
+Json DisksForDocument(const DisksFor& found) {
+  return {{"disks", ArrayOf(found.disks, WideToUtf8Lossy)},
+          {"objects", ArrayOf(found.wanted, ObjectJson)},
+          {"unprotected", ArrayOf(found.unprotected, ObjectJson)},
+          {"alsoWholly", ArrayOf(found.alsoWholly, ObjectJson)},
+          {"alsoPartly", ArrayOf(found.alsoPartly, ObjectJson)}};
+}
+
+void PrintDisksFor(Console& console, const DisksFor& found, Application /*application*/) {
+  PrintObjects(console, "No set of disks can hold these wholly", found.unprotected, WhyNotHeld);
+  if (found.disks.empty()) return;
+  PrintObjects(console, "Also wholly on these disks", found.alsoWholly, WithDisks);
+  PrintObjects(console, "Also partly on these disks", found.alsoPartly, WithDisks);
+  std::string line = "--disk";
+  for (const std::wstring& disk : found.disks) line += ' ' + Argument(disk);
+  console.Line(line);
+}
+
+}  // namespace varnelctl
