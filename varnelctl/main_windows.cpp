@@ -3,6 +3,7 @@
 #include <io.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -42,13 +43,35 @@ std::vector<std::string> Arguments() {
   return arguments;
 }
 
-// Whether standard output is a console that takes escape sequences; it is asked to.
-bool IsTerminal() {
-  constexpr DWORD kVirtualTerminal = 0x4;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING
-  const HANDLE out = ::GetStdHandle(STD_OUTPUT_HANDLE);
-  DWORD mode = 0;
-  return ::GetConsoleMode(out, &mode) && ::SetConsoleMode(out, mode | kVirtualTerminal);
-}
+// A stream that may be a console. One that is, is asked to take escape sequences; its mode before comes back at the
+// end.
+class ConsoleStream {
+ public:
+  explicit ConsoleStream(DWORD which) : handle_(::GetStdHandle(which)) {
+    constexpr DWORD kVirtualTerminal = 0x4;  // ENABLE_VIRTUAL_TERMINAL_PROCESSING
+    isConsole_ = ::GetConsoleMode(handle_, &previous_) != 0;
+    takesSequences_ = isConsole_ && ::SetConsoleMode(handle_, previous_ | kVirtualTerminal);
+  }
+  ~ConsoleStream() {
+    if (takesSequences_) ::SetConsoleMode(handle_, previous_);
+  }
+  ConsoleStream(const ConsoleStream&) = delete;
+  ConsoleStream& operator=(const ConsoleStream&) = delete;
+
+  varnelctl::Terminal Describe() const {
+    if (!isConsole_) return {};
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    // A line that fills the last column makes some consoles leave the next one empty.
+    const int columns = ::GetConsoleScreenBufferInfo(handle_, &info) ? info.srWindow.Right - info.srWindow.Left : 0;
+    return varnelctl::DescribeTerminal(columns, takesSequences_, [](const char* name) { return std::getenv(name); });
+  }
+
+ private:
+  HANDLE handle_;
+  DWORD previous_ = 0;
+  bool isConsole_ = false;
+  bool takesSequences_ = false;
+};
 
 }  // namespace
 
@@ -58,5 +81,8 @@ int main() {
   ::_setmode(::_fileno(stdout), _O_BINARY);
   ::_setmode(::_fileno(stderr), _O_BINARY);
   const Utf8Console console;
-  return varnelctl::RunVarnelctl(Arguments(), std::cout, std::cerr, IsTerminal(), varnelctl::WatchProcess);
+  const ConsoleStream out(STD_OUTPUT_HANDLE);
+  const ConsoleStream err(STD_ERROR_HANDLE);
+  return varnelctl::RunVarnelctl(Arguments(), std::cout, std::cerr, {out.Describe(), err.Describe()},
+                                 varnelctl::WatchProcess);
 }

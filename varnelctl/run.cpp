@@ -9,6 +9,7 @@
 #include "varnelctl/command_line.h"
 #include "varnelctl/console/console.h"
 #include "varnelctl/console/output_file.h"
+#include "varnelctl/console/printable_log.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/session.h"
 #include "varnelctl/target_host.h"
@@ -24,7 +25,7 @@ class LogOfRun {
     name_ = Printable(varnel::Utf8ToWideLossy(*file));
     if (name_.empty()) throw UsageError("--log: a file name is missing");
     try {
-      sink_ = varnel::OpenLogFile(PathOf(*file), lowestCategory);
+      sink_ = MakePrintableLog(varnel::OpenLogFile(PathOf(*file), lowestCategory));
     } catch (const std::system_error& error) {
       throw UsageError(OneLine(error.what()));
     }
@@ -93,15 +94,15 @@ ExitStatus ParseAndRun(std::vector<std::string> arguments, Console& console, Int
 
 }  // namespace
 
-int RunVarnelctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& err, bool terminal,
+int RunVarnelctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& err, const Terminals& terminals,
                  InterruptionSource interruption) {
-  Console console(out, err, terminal);
+  Console console(out, err, terminals);
   Invocation invocation;
   ExitStatus status = ParseAndRun(std::move(arguments), console, std::move(interruption), invocation);
   if (!console.Flush()) {
-    console.Error("standard output did not take everything");
     const std::string stands = invocation.command ? invocation.command->WhatStands() : std::string();
-    if (!stands.empty()) console.Detail("  " + stands);
+    if (!console.IsAbandoned()) console.Error("standard output did not take everything");
+    if (!console.IsAbandoned() && !stands.empty()) console.Detail("  " + stands);
     if (status == ExitStatus::Done) status = stands.empty() ? ExitStatus::Unexpected : ExitStatus::NotAllDone;
   }
   return static_cast<int>(status);

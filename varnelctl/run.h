@@ -6,12 +6,13 @@
 #include <vector>
 
 #include "varnelctl/console/interruption.h"
+#include "varnelctl/console/terminal.h"
 
 namespace varnelctl {
 
-/// Runs varnelctl. \param arguments UTF-8, without the program's name. \param terminal whether `out` is one.
+/// Runs varnelctl. \param arguments UTF-8, without the program's name. \param terminals what `out` and `err` lead to.
 /// \param interruption how the user can end a run that must not just stop. \return the exit status.
-int RunVarnelctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& err, bool terminal = false,
-                 InterruptionSource interruption = {});
+int RunVarnelctl(std::vector<std::string> arguments, std::ostream& out, std::ostream& err,
+                 const Terminals& terminals = {}, InterruptionSource interruption = {});
 
 }  // namespace varnelctl

@@ -5,7 +5,7 @@
 namespace varnelctl {
 
 ExitStatus Session::Report(const Failure& failure) {
-  console.Error(failure.message);
+  if (!failure.quiet || !failure.details.empty()) console.Error(failure.message);
   for (const std::string& detail : failure.details) console.Detail("  " + detail);
   console.Detail(FromLibrary(errorDetails));
   return failure.status;

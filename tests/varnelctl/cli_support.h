@@ -30,10 +30,11 @@ struct CliResult {
   std::string err;
 };
 
-inline CliResult RunCli(Arguments arguments, varnelctl::InterruptionSource interruption = {}) {
+inline CliResult RunCli(Arguments arguments, varnelctl::InterruptionSource interruption = {},
+                        const varnelctl::Terminals& terminals = {}) {
   std::ostringstream out;
   std::ostringstream err;
-  const int status = varnelctl::RunVarnelctl(std::move(arguments), out, err, false, std::move(interruption));
+  const int status = varnelctl::RunVarnelctl(std::move(arguments), out, err, terminals, std::move(interruption));
   return {status, out.str(), err.str()};
 }
 

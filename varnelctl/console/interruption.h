@@ -16,9 +16,13 @@ class Interruption {
 /// Starts watching. Called by a command that ends cleanly; all others end at once.
 using InterruptionSource = std::function<std::unique_ptr<Interruption>()>;
 
-/// Watches this process: Ctrl-C, and where there are signals SIGTERM. The first request is noted and acknowledged on
-/// standard error, the second ends the process at once. One at a time.
+/// Watches this process: Ctrl-C, the end of its console or terminal, and where there are signals SIGTERM. The first
+/// request is noted and acknowledged on standard error; the second ends the process at once, but for the end of the
+/// terminal, of which a process may be told twice. One at a time.
 std::unique_ptr<Interruption> WatchProcess();
+
+/// After a write that failed: whether it was to a pipe that nobody reads from any longer.
+bool LastWriteHadNoReader();
 
 /// What the first request is answered with. Starts on a new line: the present one may belong to a phase.
 inline constexpr char kInterruptionNotice[] =

@@ -10,14 +10,16 @@
 namespace varnelctl {
 namespace {
 
-constexpr std::array kSignals = {SIGINT, SIGTERM};
+constexpr std::array kSignals = {SIGINT, SIGTERM, SIGHUP};
 
 std::atomic<bool> requested;
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler may not wait");
 
 extern "C" void OnSignal(int signal) {
   const int error = errno;
-  if (requested.exchange(true)) {
+  if (const bool again = requested.exchange(true); again && signal == SIGHUP) {
+    // The shell and the system both tell of a terminal that goes.
+  } else if (again) {
     ::signal(signal, SIG_DFL);
     ::raise(signal);  // delivered when this handler returns
   } else {
@@ -55,6 +57,10 @@ class SignalWatch final : public Interruption {
 
 std::unique_ptr<Interruption> WatchProcess() {
   return std::make_unique<SignalWatch>();
+}
+
+bool LastWriteHadNoReader() {
+  return errno == EPIPE;
 }
 
 }  // namespace varnelctl

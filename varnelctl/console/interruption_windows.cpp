@@ -1,4 +1,5 @@
 #include <atomic>
+#include <cerrno>
 
 #include "platform/win32.h"
 #include "varnelctl/console/interruption.h"
@@ -7,13 +8,30 @@ namespace varnelctl {
 namespace {
 
 std::atomic<bool> requested;
+std::atomic<bool> goes;  // the console, or the session
 
-// Runs in a thread of its own. Where it answers FALSE the system's handler ends the process.
-BOOL WINAPI OnControl(DWORD event) {
-  if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) return FALSE;
-  if (requested.exchange(true)) return FALSE;
+// A service is told when any user logs off, which is nothing to it.
+bool IsServiceSession() {
+  DWORD session = 0;
+  return ::ProcessIdToSessionId(::GetCurrentProcessId(), &session) && session == 0;
+}
+
+void Acknowledge() {
   DWORD written = 0;
   ::WriteFile(::GetStdHandle(STD_ERROR_HANDLE), kInterruptionNotice, sizeof kInterruptionNotice - 1, &written, nullptr);
+}
+
+// Runs in a thread of its own. Where it answers FALSE the system's handler ends the process. When the console or the
+// session goes, the process ends as soon as this is answered: it waits for the run, whose end ends it, as long as the
+// system lets it (a few seconds).
+BOOL WINAPI OnControl(DWORD event) {
+  const bool byUser = event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT;
+  if (event == CTRL_LOGOFF_EVENT && IsServiceSession()) return FALSE;
+  const bool again = requested.exchange(true);
+  if (byUser && again) return FALSE;
+  if (!byUser) goes = true;
+  if (!again) Acknowledge();
+  if (!byUser) ::Sleep(INFINITE);
   return TRUE;
 }
 
@@ -23,7 +41,10 @@ class ConsoleWatch final : public Interruption {
     requested = false;
     ::SetConsoleCtrlHandler(OnControl, TRUE);
   }
-  ~ConsoleWatch() override { ::SetConsoleCtrlHandler(OnControl, FALSE); }
+  // A handler that waits for the end stays.
+  ~ConsoleWatch() override {
+    if (!goes) ::SetConsoleCtrlHandler(OnControl, FALSE);
+  }
   ConsoleWatch(const ConsoleWatch&) = delete;
   ConsoleWatch& operator=(const ConsoleWatch&) = delete;
 
@@ -34,6 +55,11 @@ class ConsoleWatch final : public Interruption {
 
 std::unique_ptr<Interruption> WatchProcess() {
   return std::make_unique<ConsoleWatch>();
+}
+
+// The runtime knows the one of the two errors by its own name, of the other only the system's.
+bool LastWriteHadNoReader() {
+  return errno == EPIPE || ::GetLastError() == ERROR_NO_DATA;
 }
 
 }  // namespace varnelctl

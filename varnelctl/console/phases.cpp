@@ -73,9 +73,12 @@ void Phases::EndPhase(unsigned long long start, bool failed) {
 }
 
 void Phases::ThrowIfInterrupted() const {
-  if (interruption_ == nullptr || !interruption_->Requested()) return;
-  throw Interrupted(steps_.empty() ? "interrupted before anything was done"
-                                   : "interrupted after " + std::string(steps_.back().name.words));
+  const bool abandoned = session_.console.IsAbandoned();
+  if (!abandoned && (interruption_ == nullptr || !interruption_->Requested())) return;
+  const std::string text = steps_.empty() ? "interrupted before anything was done"
+                                          : "interrupted after " + std::string(steps_.back().name.words);
+  if (abandoned) throw Abandoned(text);
+  throw Interrupted(text);
 }
 
 }  // namespace varnelctl

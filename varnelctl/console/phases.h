@@ -1,5 +1,5 @@
 // A run as people see it: what is under way is announced, timed and remembered, and between two phases the user may end
-// the run.
+// the run, which the end of its reader does, too.
 #pragma once
 
 #include <functional>
@@ -33,6 +33,12 @@ class Interrupted : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// Nobody reads what the run prints any longer.
+class Abandoned : public Interrupted {
+ public:
+  using Interrupted::Interrupted;
+};
+
 /// Shows the steps as they start and end, unless the session prints a JSON document: that is all its reader wants.
 class Phases {
  public:
@@ -46,6 +52,7 @@ class Phases {
   void RunAnyway(const StepName& first, const std::function<void()>& action);
   /// Within a phase: the step at hand is done, and this one begins. Nothing happens where it is the one at hand.
   void Enter(const StepName& next);
+  /// Throws Interrupted when the user wants to end the run, or nobody reads on.
   void ThrowIfInterrupted() const;
   /// From now on an interruption ends the process.
   void StopWatching() { interruption_.reset(); }

@@ -4,14 +4,25 @@
 #include <stdexcept>
 
 #include "platform/ansi.h"
+#include "text/format.h"
 #include "text/unicode.h"
 
 namespace varnelctl {
 namespace {
 
-constexpr bool IsControl(wchar_t c) {
+constexpr wchar_t kReplacement = 0xFFFD;
+
+// What moves the cursor, hides text or turns it round: control characters, line separators and the marks, embeddings
+// and isolates of the bidirectional algorithm.
+constexpr bool IsUnprintable(wchar_t c) {
   const auto unit = static_cast<char32_t>(c);
-  return unit < 0x20 || (unit >= 0x7F && unit <= 0x9F);
+  if (unit < 0x20 || (unit >= 0x7F && unit <= 0x9F)) return true;
+  return unit == 0x061C || unit == 0x200E || unit == 0x200F || (unit >= 0x2028 && unit <= 0x202E) ||
+         (unit >= 0x2066 && unit <= 0x2069);
+}
+
+bool IsPlainAscii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return (c >= ' ' && c < 0x7F) || c == '\n' || c == '\t'; });
 }
 
 std::string LineFromLibrary(std::string_view line) {
@@ -37,10 +48,37 @@ std::string FromLibrary(std::string_view text) {
 }
 
 std::string Printable(std::wstring_view text) {
-  constexpr wchar_t kReplacement = 0xFFFD;
   std::wstring printable(text);
-  std::replace_if(printable.begin(), printable.end(), IsControl, kReplacement);
+  std::replace_if(printable.begin(), printable.end(), IsUnprintable, kReplacement);
   return varnel::WideToUtf8Lossy(printable);
+}
+
+std::wstring PrintableLines(std::wstring_view text) {
+  std::wstring lines;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text.substr(i, 2) == L"\r\n") continue;
+    const bool isLayout = text[i] == L'\n' || text[i] == L'\t';
+    lines += IsUnprintable(text[i]) && !isLayout ? kReplacement : text[i];
+  }
+  return lines;
+}
+
+std::string PrintableLines(std::string_view text) {
+  if (IsPlainAscii(text)) return std::string(text);
+  return varnel::WideToUtf8Lossy(PrintableLines(varnel::Utf8ToWideLossy(text)));
+}
+
+std::string EscapeUnprintable(std::string json) {
+  if (IsPlainAscii(json)) return json;
+  std::string escaped;
+  for (const wchar_t c : varnel::Utf8ToWideLossy(json)) {
+    if (IsUnprintable(c) && c != L'\n') {
+      escaped += varnel::FormatNarrow("\\u%04x", {static_cast<unsigned>(c)});
+    } else {
+      varnel::AppendUtf8Lossy(escaped, std::wstring_view(&c, 1));
+    }
+  }
+  return escaped;
 }
 
 std::string OneLine(std::string_view text) {

@@ -7,9 +7,16 @@
 
 namespace varnelctl {
 
-/// For people: UTF-8 in which control characters, which could move the cursor or hide text, are U+FFFD, as is what is
-/// no valid Unicode. (JSON has the whole text: varnel::WideToUtf8Lossy.)
+/// For people: UTF-8 in which control characters and those that turn text round, which could move the cursor or hide
+/// something, are U+FFFD, as is what is no valid Unicode. (JSON has the whole text: varnel::WideToUtf8Lossy.)
 std::string Printable(std::wstring_view text);
+
+/// The same for text of several lines, whose ends and tabs stay; "\r\n" is "\n".
+std::string PrintableLines(std::string_view text);
+std::wstring PrintableLines(std::wstring_view text);
+
+/// A JSON document that has such characters as escapes in its strings.
+std::string EscapeUnprintable(std::string json);
 
 /// What the library hands out as narrow text, in UTF-8. Line by line it is in UTF-8 (application objects, alert
 /// records, and what the code page cannot express) or in the thread's code page (serial numbers, volumes and lists of

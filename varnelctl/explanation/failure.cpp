@@ -8,6 +8,7 @@
 #include "simulator/simulated_host.h"
 #include "text/format.h"
 #include "text/unicode.h"
+#include "varnelctl/console/phases.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/explanation/requirement.h"
 
@@ -137,6 +138,10 @@ Failure DescribeFailure(const std::exception_ptr& exception, std::string_view ca
     return Plain(ExitStatus::Usage, error.what());
   } catch (const varnel::simulator::StateFileError& error) {
     return Plain(ExitStatus::Usage, error.what());
+  } catch (const Abandoned& end) {
+    Failure failure = Plain(ExitStatus::Unexpected, end.what());
+    failure.quiet = true;
+    return failure;
   } catch (const std::exception& error) {
     return Plain(ExitStatus::Unexpected, error.what());
   } catch (...) {

@@ -70,6 +70,7 @@ struct Failure {
   std::string message;             ///< one line of UTF-8
   std::vector<std::string> details;
   std::string step;       ///< the key of the step that failed; empty when none did
+  bool quiet = false;     ///< nobody waits for the message
   int backupStatus = -1;  ///< what SetBackupStatus is told: the alert code or the thrown HRESULT, else -1
 };
 
