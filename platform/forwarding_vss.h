@@ -15,7 +15,8 @@
 namespace varnel {
 
 /// Holds a reference to the wrapped object while it lives, and starts with one reference of its own, the caller's.
-/// `kAnswered` are the identifiers it answers to besides IUnknown's, where the wrapped object does.
+/// `kAnswered` are the identifiers of its interfaces besides IUnknown's: it answers to them where the wrapped object
+/// does. Any other interface is the wrapped object's own.
 template <class Interface, class Wrapped, const GUID&... kAnswered>
 class ForwardingObject : public Interface {
  public:
@@ -24,13 +25,10 @@ class ForwardingObject : public Interface {
   ForwardingObject& operator=(const ForwardingObject&) = delete;
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override {
-    if (object == nullptr) return E_POINTER;
-    *object = nullptr;
-    if (id != kIidUnknown && !((id == kAnswered) || ...)) return E_NOINTERFACE;
-    ComPtr<IUnknown> answer;
-    const HRESULT result = QueryFor(static_cast<IUnknown*>(inner_.Get()), id, answer);
-    if (FAILED(result) || !answer) return result;
-    NoteAnswer(id, std::move(answer));
+    const bool forwarded = id == kIidUnknown || ((id == kAnswered) || ...);
+    const HRESULT result = static_cast<IUnknown*>(inner_.Get())->QueryInterface(id, object);
+    if (FAILED(result) || !forwarded || *object == nullptr) return result;
+    NoteAnswer(id, ComPtr<IUnknown>::Attach(static_cast<IUnknown*>(*object)));
     AddRef();
     *object = static_cast<IUnknown*>(static_cast<Interface*>(this));
     return result;
@@ -397,9 +395,8 @@ class ForwardingVss : public VssService {
  public:
   explicit ForwardingVss(VssService& inner) : inner_(inner) {}
   HRESULT CreateVssBackupComponents(IVssBackupComponents** backup) override {
-    ComPtr<IVssBackupComponents> made;
-    const HRESULT result = inner_.CreateVssBackupComponents(made.Put());
-    *backup = SUCCEEDED(result) && made ? Wrap(std::move(made)) : nullptr;
+    const HRESULT result = inner_.CreateVssBackupComponents(backup);
+    if (SUCCEEDED(result) && *backup != nullptr) *backup = Wrap(ComPtr<IVssBackupComponents>::Attach(*backup));
     return result;
   }
   HRESULT CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID interfaceId,

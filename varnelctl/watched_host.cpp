@@ -71,7 +71,7 @@ class WatchedBackup final : public varnel::ForwardingBackup {
   HRESULT STDMETHODCALLTYPE AddToSnapshotSet(VSS_PWSZ volume, VSS_ID provider, VSS_ID* snapshot) override {
     const HRESULT result = Watch(ServiceCall::AddToSnapshotSet,
                                  [&] { return ForwardingBackup::AddToSnapshotSet(volume, provider, snapshot); });
-    if (watcher_ != nullptr) watcher_->AfterAddToSnapshotSet(volume, result);
+    if (watcher_ != nullptr && volume != nullptr) watcher_->AfterAddToSnapshotSet(volume, result);
     return result;
   }
   HRESULT STDMETHODCALLTYPE PrepareForBackup(IVssAsync** async) override {
