@@ -71,6 +71,14 @@ TEST_F(OutputCommand, AFailedRunRemovesTheFilesOfAnEarlierOneThatItDoesNotWrite)
   EXPECT_THAT(result.err, testing::EndsWith(Removed("--document", document) + Removed("--catalog", catalog)));
 }
 
+TEST_F(OutputCommand, ARunThatFindsADiskMissingRemovesThemAll) {
+  WriteAll("yesterday");
+  const CliResult result = Snapshot(With({"--disk", "TSL0001", "NONE"}, all), 2);
+
+  EXPECT_EQ(Names(), std::set<std::string>({"host.json"}));
+  EXPECT_THAT(result.err, HasSubstr(Removed("--calls", calls)));
+}
+
 TEST_F(OutputCommand, AFailedRunLeavesNoFileWhereThereWasNone) {
   const CliResult result = Snapshot({"--disk", "SYS", "--document", document, "--catalog", catalog}, 12);
 
