@@ -24,7 +24,6 @@ using varnelctl::Place;
 using varnelctl::Reason;
 
 constexpr wchar_t kSqlWriter[] = L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}";
-constexpr wchar_t kHyperVWriter[] = L"{66841cd4-6ded-4f4b-8f17-fd23f8ddc3de}";
 
 WriterComponent Part(WriterComponent component) {
   component.selectable = false;
@@ -206,7 +205,7 @@ TEST_F(Explained, AMissingPartIsNamedAndTheRestEndedWithTheRequest) {
 }
 
 TEST_F(Explained, AWriterOfAnotherApplicationIsLeftOutWhole) {
-  AddWriter({MakeComponent(L"", L"files", {L"E:\\x"})}, kHyperVWriter);
+  AddWriter({MakeComponent(L"", L"files", {L"E:\\x"})}, kHyperVWriterId);
   AddWriter({});
   AddWriter({MakeComponent(L"S", L"sales", {L"E:\\data"})});
   Select({L"TSL0001"});
@@ -218,7 +217,7 @@ TEST_F(Explained, AWriterOfAnotherApplicationIsLeftOutWhole) {
 }
 
 TEST_F(Explained, AnApplicationWithoutAWriterIsSaidToBeAbsent) {
-  AddWriter({MakeComponent(L"", L"files", {L"E:\\x"})}, kHyperVWriter);
+  AddWriter({MakeComponent(L"", L"files", {L"E:\\x"})}, kHyperVWriterId);
   Select({L"TSL0001"});
 
   EXPECT_EQ(ended, "602");
@@ -295,7 +294,7 @@ TEST_F(Explained, AVirtualMachineIsKnownByItsNameAndTheHostIsNone) {
   application = Application::HyperV;
   AddWriter({Captioned(MakeComponent(L"", L"Host Component", {L"E:\\x"}), L"Host Component"),
              Captioned(MakeComponent(L"", L"EC7AC8AD", {L"E:\\WEB01"}), L"Online\\WEB01")},
-            kHyperVWriter);
+            kHyperVWriterId);
   Select({L"TSL0001"});
   const std::vector<ApplicationObject> objects = ObjectsOf(explanation, application);
 

@@ -217,8 +217,10 @@ TEST_F(OutputCommand, NamesThatDifferInCaseAreOneFileWhereTheSystemSaysSo) {
 }
 
 TEST_F(OutputCommand, ADeviceIsWrittenToAsItIsAndTakesTwoOutputs) {
-  const std::string null = fs::path::preferred_separator == '\\' ? "\\\\.\\NUL" : "/dev/null";
-  Snapshot({"--document", null, "--catalog", null, "--calls", calls});
+  const bool windows = fs::path::preferred_separator == '\\';
+  for (const char* null : {windows ? "\\\\.\\NUL" : "/dev/null", windows ? "NUL" : "/dev/../dev/null"}) {
+    Snapshot({"--document", null, "--catalog", null, "--calls", calls});
+  }
 }
 
 // Standard output

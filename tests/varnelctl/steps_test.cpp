@@ -121,10 +121,10 @@ TEST_F(Steps, VerboseTellsTheLibrarysFunctions) {
 
 TEST_F(Steps, OnATerminalTheEndOfAStepReplacesItsStart) {
   std::ostringstream out;
-  std::ostringstream err;
+  std::ostringstream trouble;
   const std::string file = folder.Write("host.json", hostFile.dump());
   EXPECT_EQ(varnelctl::RunVarnelctl({"--host", file, "snapshot", "--app", "none", "--disk", "TSL0001", "TSL0002"}, out,
-                                    err, {{.columns = 0, .colour = false, .erases = true}, {}}),
+                                    trouble, {{.columns = 0, .colour = false, .erases = true}, {}}),
             0);
   EXPECT_THAT(out.str(), HasSubstr("\nselecting the components ...\r\x1b[Kselecting the components: done (0 ms)\n"
                                    "adding the components and volumes ...\r\x1b[K"));

@@ -41,9 +41,9 @@ bool IsOpenAlready(const fs::path& path) {
 
 bool IsDevice(const fs::path& path) {
   std::error_code ignored;
+  if (fs::absolute(path, ignored).wstring().starts_with(L"\\\\.\\")) return true;  // as Windows names them
   const fs::file_status status = fs::status(path, ignored);
-  return (fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status)) ||
-         path.generic_u8string().starts_with(u8"//./");
+  return fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status);
 }
 
 // Equal for equal paths of a file that need not be there.
