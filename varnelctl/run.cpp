@@ -33,11 +33,11 @@ class LogOfRun {
   }
 
   /// The status of the run that ended with `status`: what is missing from its log makes a success one no more.
-  ExitStatus End(Console& console, ExitStatus status) const {
+  ExitStatus End(Session& session, ExitStatus status) const {
     const varnel::LostLines lost = sink_ ? sink_->Lost() : varnel::LostLines();
     if (lost.count == 0) return status;
-    console.Error("the log " + name_ + " lost " + Counted(lost.count, "line") + ": " + lost.reason.message());
-    return status == ExitStatus::Done ? ExitStatus::NotAllDone : status;
+    return session.ReportUndone(
+        "the log " + name_ + " lost " + Counted(lost.count, "line") + ": " + lost.reason.message(), status);
   }
 
  private:
@@ -71,13 +71,16 @@ ExitStatus RunCommand(const Invocation& invocation, Console& console, Interrupti
   return Guarded(session, [&] {
     RequireDifferentFiles(invocation);
     const LogOfRun log(options.logFile, options.lowestLogCategory);
-    const ExitStatus status = Guarded(session, [&] {
+    ExitStatus status = Guarded(session, [&] {
       TargetHost host(options.hostFile, options.stateFile);
       session.calls = host.calls();
       // One more guard, because a failure of the command is described while its host is still there.
       return Guarded(session, [&] { return invocation.command->Run(session); });
     });
-    return log.End(console, status);
+    status = log.End(session, status);
+    console.Flush();  // on a terminal trouble comes before the last word
+    invocation.command->Conclude(session);
+    return status;
   });
 }
 

@@ -11,4 +11,10 @@ ExitStatus Session::Report(const Failure& failure) {
   return failure.status;
 }
 
+ExitStatus Session::ReportUndone(const std::string& what, ExitStatus status) {
+  console.Error(what);
+  undone_.push_back(what);
+  return status == ExitStatus::Done ? ExitStatus::NotAllDone : status;
+}
+
 }  // namespace varnelctl

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "simulator/machine/machine.h"
 #include "varnelctl/console/console.h"
@@ -44,11 +45,16 @@ class Session {
   /// What was asked last.
   const std::string& call() const { return call_; }
 
+  /// Prints what was asked for and is not done, and remembers it. \return how a run ends then that ended so before.
+  ExitStatus ReportUndone(const std::string& what, ExitStatus status);
+  const std::vector<std::string>& undone() const { return undone_; }
+
   /// Prints a failure and the alert records, and returns its status.
   ExitStatus Report(const Failure& failure);
 
  private:
   std::string call_ = "varnelctl";
+  std::vector<std::string> undone_;
 };
 
 }  // namespace varnelctl

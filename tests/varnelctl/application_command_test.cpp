@@ -35,6 +35,12 @@ class SqlSnapshot : public ApplicationSnapshot {
  protected:
   SqlSnapshot() : ApplicationSnapshot("sql-server.json") {}
 
+  Arguments With(const Arguments& more) const {
+    Arguments all = arguments;
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+  }
+
   const Arguments arguments = {"--app", "sql", "--disk", "TSL0001", "TSL0002", "TSL0003"};
 };
 
@@ -54,32 +60,35 @@ TEST_F(SqlSnapshot, CataloguesDatabasesByTheirPaths) {
             json::parse(
                 R"({"appObjectIds":["\\SQL01\\master","\\SQL01\\model","\\SQL01\\msdb","\\SQL01\\sales","\\SQL01\\crm"],
                             "appObjectNames":[],"otherObjectIds":[],"otherObjectNames":[]})"));
-  EXPECT_THAT(Snapshot(arguments).out, HasSubstr("\nCatalogue by disk\n"
-                                                 "  disk \"TSL0001\"\n"
-                                                 "    object id    \\SQL01\\master\n"
-                                                 "    object id    \\SQL01\\model\n"
-                                                 "    object id    \\SQL01\\msdb\n"
-                                                 "    object id    \\SQL01\\sales\n"
-                                                 "    object id    \\SQL01\\crm\n"
-                                                 "  disk \"TSL0002\"\n"));
+  EXPECT_THAT(Snapshot(With({"--verbose"})).out, HasSubstr("\nCatalogue by disk\n"
+                                                           "  disk \"TSL0001\"\n"
+                                                           "    object id    \\SQL01\\master\n"
+                                                           "    object id    \\SQL01\\model\n"
+                                                           "    object id    \\SQL01\\msdb\n"
+                                                           "    object id    \\SQL01\\sales\n"
+                                                           "    object id    \\SQL01\\crm\n"
+                                                           "  disk \"TSL0002\"\n"));
 }
 
 TEST_F(SqlSnapshot, WritersOfOtherApplicationsAreLeftOutInOneLineEach) {
-  EXPECT_THAT(Snapshot(arguments).out, EndsWith("Left out\n"
-                                                "  Task Scheduler Writer: not a writer of this application\n"
-                                                "  VSS Metadata Store Writer: not a writer of this application\n"
-                                                "  Performance Counters Writer: not a writer of this application\n"
-                                                "  System Writer: not a writer of this application\n"
-                                                "  ASR Writer: not a writer of this application\n"
-                                                "  SqlServerWriter\n"
-                                                "    \\SQL01\\archive: not in the protection set: disk \"TSL0004\"\n"
-                                                "    \\SQL01\\tools: disk \"LOCAL-SSD-0001\" holds the system\n"
-                                                "  Shadow Copy Optimization Writer: not a writer of this "
-                                                "application\n"
-                                                "  Registry Writer: not a writer of this application\n"
-                                                "  COM+ REGDB Writer: not a writer of this application\n"
-                                                "  WMI Writer: not a writer of this application\n"
-                                                "  BITS Writer: not a writer of this application\n"));
+  EXPECT_THAT(Snapshot(arguments).out, HasSubstr("\n10 writers of other applications (--verbose lists them)\n"));
+  const std::string whole = Snapshot(With({"--verbose"})).out;
+  EXPECT_THAT(whole, HasSubstr("\n10 writers of other applications\n"));
+  EXPECT_THAT(whole, HasSubstr("Left out\n"
+                               "  Task Scheduler Writer: not a writer of this application\n"
+                               "  VSS Metadata Store Writer: not a writer of this application\n"
+                               "  Performance Counters Writer: not a writer of this application\n"
+                               "  System Writer: not a writer of this application\n"
+                               "  ASR Writer: not a writer of this application\n"
+                               "  SqlServerWriter\n"
+                               "    \\SQL01\\archive: not in the protection set: disk \"TSL0004\"\n"
+                               "    \\SQL01\\tools: disk \"LOCAL-SSD-0001\" holds the system\n"
+                               "  Shadow Copy Optimization Writer: not a writer of this "
+                               "application\n"
+                               "  Registry Writer: not a writer of this application\n"
+                               "  COM+ REGDB Writer: not a writer of this application\n"
+                               "  WMI Writer: not a writer of this application\n"
+                               "  BITS Writer: not a writer of this application\n"));
 }
 
 TEST_F(SqlSnapshot, AnExtraDiskIsCataloguedWithItsVolumes) {
@@ -90,8 +99,8 @@ TEST_F(SqlSnapshot, AnExtraDiskIsCataloguedWithItsVolumes) {
                                     [](const json& component) { return component["name"] == "archive"; }),
                      components.end());
   }
-  const CliResult result =
-      Snapshot({"--app", "sql", "--disk", "TSL0001", "TSL0002", "TSL0003", "TSL0004", "--accept-extra-volumes"});
+  const CliResult result = Snapshot(
+      {"--app", "sql", "--disk", "TSL0001", "TSL0002", "TSL0003", "TSL0004", "--accept-extra-volumes", "--verbose"});
 
   EXPECT_THAT(result.out, HasSubstr("  disk \"tsl0004\"\n"
                                     "    other id     \\\\?\\Volume{5f1c0a25-7d1e-4c55-9a60-1b2c3d4e5f05}\\\n"
@@ -109,7 +118,7 @@ TEST_F(SqlSnapshot, AHostWithoutItsWriterIsRefusedInPlainWords) {
       "  while selecting the components\n"
       "  SQL Server is missing: no SqlServerWriter answered. Is the service \"SQL Server VSS Writer\" (SQLWriter) "
       "stopped? Start it; varnelctl writers then lists the writer\n");
-  EXPECT_THAT(result.out, HasSubstr("\nSnapshot set: not taken\nLeft out\n"));
+  EXPECT_THAT(result.out, EndsWith("\nFAILED: nothing was captured: VSS writer is not present on the host\n"));
 }
 
 TEST_F(SqlSnapshot, EachApplicationsMissingWriterIsNamed) {
@@ -210,7 +219,8 @@ TEST_F(HyperVSnapshot, AMachineThatFailsEndsWith11AndTheSetHoldsTheOthers) {
       "failure": "VSS_E_WRITERERROR_PARTIAL_FAILURE",
       "components": [ { "fullPath": "\\DC36FC90-2248-4D70-ACA4-A1A9F5B19F71", "failure": "VSS_E_WRITERERROR_TIMEOUT",
                         "applicationResult": "0x1", "applicationMessage": "guest busy" } ] } ])");
-  const CliResult result = Snapshot({"--app", "hyperv", "--disk", "TSL2001", "--context", "app-rollback"}, 11);
+  const CliResult result =
+      Snapshot({"--app", "hyperv", "--disk", "TSL2001", "--context", "app-rollback", "--verbose"}, 11);
 
   EXPECT_THAT(result.out, AllOf(HasSubstr("}: kept until it is deleted\n"),
                                 HasSubstr("Captured application-consistent\n"
@@ -219,6 +229,8 @@ TEST_F(HyperVSnapshot, AMachineThatFailsEndsWith11AndTheSetHoldsTheOthers) {
                                           "In the set, but failed by their writer\n"
                                           "  Microsoft Hyper-V VSS Writer\n"
                                           "    \\DC36FC90-2248-4D70-ACA4-A1A9F5B19F71  on \"TSL2001\": "),
+                                HasSubstr("In the set, but failed by their writer\n"
+                                          "  APP01: VSS_E_WRITERERROR_TIMEOUT: guest busy\n"),
                                 HasSubstr("    object name  WEB01\n"
                                           "    other id     DC36FC90-2248-4D70-ACA4-A1A9F5B19F71\n"
                                           "    other name   APP01\n")));
@@ -297,7 +309,8 @@ TEST_P(HyperVRefusal, EndsWith16AndTheCataloguesMessage) {
 
   EXPECT_EQ(result.err, GetParam().Err());
   EXPECT_THAT(result.out, EndsWith(": failed (0 ms)\ncompleting the backup: done (0 ms)\n\n"
-                                   "Snapshot set: not taken\n"));
+                                   "FAILED: nothing was captured: " +
+                                   GetParam().message.substr(0, GetParam().message.find('.')) + "\n"));
 }
 
 TEST_P(HyperVRefusal, IsTheResultOfTheDocument) {

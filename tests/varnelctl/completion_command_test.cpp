@@ -126,7 +126,8 @@ TEST_F(Completion, ASuccessIsToldToTheWritersPerComponent) {
 TEST_F(Completion, ASetThatIsKeptOutlivesTheProgram) {
   EXPECT_EQ(SnapshotJson({"--context", "app-rollback"})["setState"], "kept");
   EXPECT_EQ(ListedCopies(), 2u);
-  EXPECT_THAT(Snapshot({"--context", "app-rollback"}).out, HasSubstr(": kept until it is deleted\n  E:\\  on disk"));
+  EXPECT_THAT(Snapshot({"--context", "app-rollback"}).out,
+              HasSubstr("}: kept until it is deleted\n  end it with diskshadow: delete shadows set {"));
 }
 
 TEST_F(Completion, AThrownCodeIsPassedOnAsItIs) {
@@ -144,7 +145,9 @@ TEST_F(Completion, ARefusalByTheProtectionSetIs602) {
 
   EXPECT_EQ(StatusLine(), CalledWith(602));
   EXPECT_THAT(result.out, HasSubstr("selecting the components: failed (0 ms)\n"
-                                    "completing the backup: done (0 ms)\n\nSnapshot set: not taken\n"));
+                                    "completing the backup: done (0 ms)\n\n"));
+  EXPECT_THAT(result.out, HasSubstr("\nFAILED: nothing was captured: Number of disks added in the snapshot set were "
+                                    "different than listed in the protection set\n"));
 }
 
 TEST_F(Completion, AFailedWriterIs600AndTheSetIsDeleted) {
@@ -168,7 +171,7 @@ TEST_F(Completion, AWriterThatFailsBeforeTheSnapshotLeavesNothingToDelete) {
 
   EXPECT_THAT(CallsOf("IVssBackupComponents::BreakSnapshotSet"), IsEmpty());
   EXPECT_THAT(CallsOf("IVssBackupComponents::DeleteSnapshots"), IsEmpty());
-  EXPECT_THAT(result.out, HasSubstr("}: not taken\n"));
+  EXPECT_THAT(result.out, HasSubstr("\nFAILED: nothing was captured: Writer "));
   EXPECT_THAT(result.err, StartsWith("varnelctl: warning: --then break is left out: no snapshot set was taken\n"
                                      "varnelctl: warning: --disconnect is left out: no snapshot set was taken\n"));
 }

@@ -275,7 +275,7 @@ TEST_F(OutputCommand, ALogThatLostLinesIs18) {
 
   EXPECT_THAT(result.err, testing::MatchesRegex("varnelctl: the log /dev/full lost [0-9]+ lines: "
                                                 "No space left on device\n"));
-  EXPECT_THAT(result.out, HasSubstr("Captured application-consistent\n"));
+  EXPECT_THAT(result.out, HasSubstr("\nCAPTURED 2 of 3 components; NOT ALL DONE: the log /dev/full lost "));
 }
 
 TEST_F(OutputCommand, ALogThatLostLinesIs18ForEveryCommand) {

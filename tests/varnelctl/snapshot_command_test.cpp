@@ -26,34 +26,15 @@ reading the results: done (0 ms)
 making the catalogue: done (0 ms)
 completing the backup: done (0 ms)
 
-Snapshot set {00000002-5e1f-4c3d-9a0b-000000000000}: released when this program ends, as its context says
-  E:\  on disk "TSL0001"
-    volume       \\?\Volume{00000001-0000-0000-0000-000000000000}\
-    shadow copy  {00000003-5e1f-4c3d-9a0b-000000000000}
-    device       \\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy1\
-    disk         \\.\PhysicalDrive3, serial "SHADOW-TSL0001"
-  F:\  on disk "TSL0002"
-    volume       \\?\Volume{00000002-0000-0000-0000-000000000000}\
-    shadow copy  {00000004-5e1f-4c3d-9a0b-000000000000}
-    device       \\?\GLOBALROOT\Device\HarddiskVolumeShadowCopy2\
-    disk         \\.\PhysicalDrive4, serial "SHADOW-TSL0002"
-Captured application-consistent
-  Demo Writer
-    \SQL01\sales  on "TSL0001"
-    \SQL01\crm  on "TSL0001", "TSL0002"
-Catalogue by disk
-  disk "TSL0001"
-    object id    \SQL01\sales
-    object id    \SQL01\crm
-    object name  sales
-    object name  crm
-  disk "TSL0002"
-    object id    \SQL01\crm
-    object name  crm
-Left out
-  Demo Writer
-    \SQL01\tools: disk "SYS" holds the system
-    \SQL01\empty: it has no files
+Volumes
+  E:\ on disk "TSL0001": shadow copy on disk "SHADOW-TSL0001"
+  F:\ on disk "TSL0002": shadow copy on disk "SHADOW-TSL0002"
+Not in the set
+  SQL01\tools (Demo Writer): disk "SYS" holds the system
+Full backup, context backup (auto-release, with writers), taken by provider "Tessel VSS Hardware Provider" 1.0
+  a writer may truncate its logs and take it for the base of later backups
+Snapshot set {00000002-5e1f-4c3d-9a0b-000000000000}: exists until this program ends
+CAPTURED 2 of 3 components; set {00000002-5e1f-4c3d-9a0b-000000000000} until this program ends
 )";
 
 std::vector<std::string> PathsOf(const json& writer, const std::string& flag) {
@@ -64,7 +45,7 @@ std::vector<std::string> PathsOf(const json& writer, const std::string& flag) {
   return paths;
 }
 
-TEST_F(SnapshotCommand, ACleanRunEndsWithTheSetTheComponentsAndWhatWasLeftOut) {
+TEST_F(SnapshotCommand, ACleanRunEndsWithTheVerdict) {
   EXPECT_EQ(Output(Whole({})), kCleanRun);
 }
 
@@ -74,9 +55,10 @@ TEST_F(SnapshotCommand, AComponentOnAVolumeOfSeveralDisksIsLeftOutAndToldWhy) {
   }
   const CliResult result = Snapshot({"--disk", "TSL0001"});
 
-  EXPECT_THAT(result.out,
-              HasSubstr("    \\SQL01\\crm: F:\\data\\* lies on several disks (2, 1), so no snapshot of one of "
-                        "them holds it whole\n"));
+  EXPECT_THAT(
+      result.out,
+      HasSubstr("  SQL01\\crm (Demo Writer): F:\\data\\* lies on several disks (2, 1), so no snapshot of one of "
+                "them holds it whole (move it to a volume on one disk)\n"));
   EXPECT_THAT(result.out, Not(HasSubstr("\\SQL01\\crm  on")));
 }
 
@@ -137,7 +119,8 @@ TEST_F(SnapshotCommand, WhatTheLibraryGivesInTheCodePageIsPrintedInUtf8) {
     hostFile["disks"][3] = DiskJson("TSL0003", 3, mountPoint);
     const Arguments extra = {"--disk", "TSL0001", "TSL0002", "TSL0003", "--accept-extra-volumes"};
     EXPECT_EQ(SnapshotJson(extra)["catalog"]["tsl0003"]["otherObjectNames"], json({mountPoint}));
-    EXPECT_THAT(Snapshot(extra).out, HasSubstr("other name   " + mountPoint + "\n"));
+    EXPECT_THAT(Snapshot({"--verbose", "--disk", "TSL0001", "TSL0002", "TSL0003", "--accept-extra-volumes"}).out,
+                HasSubstr("other name   " + mountPoint + "\n"));
 
     const Arguments unknown = {"--disk", "TSL0001", "TSL0002", name, "--accept-unknown-disks"};
     EXPECT_THAT(SnapshotJson(unknown, 14)["errorDetails"].get<std::string>(), EndsWith("are:" + name + ":\n"));
@@ -168,7 +151,9 @@ TEST_F(SnapshotCommand, ADiskThatHoldsNothingEligibleEndsWith12AndTheMismatch) {
       "ca=CheckVolumeCollection, ca=CheckHostsVolumes/Connections;\n"
       "Input list of volumes in volume collection: TSL0002;\n"
       "List of volumes used by application writer : ;\n");
-  EXPECT_THAT(result.out, HasSubstr("    \\SQL01\\sales: not in the protection set: disk \"TSL0001\"\n"));
+  EXPECT_THAT(result.out,
+              HasSubstr("  SQL01\\sales (Demo Writer): not in the protection set: disk \"TSL0001\" (add it with --disk "
+                        "TSL0001)\n"));
 }
 
 TEST_F(SnapshotCommand, AWriterThatFailsEndsWith10AndTheFailedComponents) {
@@ -196,7 +181,8 @@ TEST_F(SnapshotCommand, AProviderThatIsNotRegisteredIsWarnedOfAndEndsWith15) {
             "  for volume E:\\ (disk \"TSL0001\")\n"
             "m_pVssObject->AddToSnapshotSet()=Failed, error=VSS_E_PROVIDER_NOT_REGISTERED, rc=COMMError, "
             "ca=ContactTechSupport;\n");
-  EXPECT_THAT(result.out, HasSubstr("\nSnapshot set {00000002-5e1f-4c3d-9a0b-000000000000}: not taken\n"));
+  EXPECT_THAT(result.out, testing::EndsWith("\nFAILED: nothing was captured: adding the components and volumes failed: "
+                                            "VSS_E_PROVIDER_NOT_REGISTERED (0x80042304)\n"));
 }
 
 TEST_F(SnapshotCommand, ATestPointFailsTheSnapshotAfterItWasTaken) {
@@ -209,15 +195,18 @@ TEST_F(SnapshotCommand, ATransportableSetHasNoDevicesHere) {
   const json outcome = SnapshotJson({"--context", "app-rollback+transportable"});
   EXPECT_EQ(outcome["snapshots"][0]["device"], "");
   EXPECT_EQ(outcome["snapshots"][0]["serialNumber"], "");
-  EXPECT_THAT(Snapshot({"--context", "0x29"}).out, HasSubstr("    not surfaced on this host\n"));
+  EXPECT_THAT(Snapshot({"--context", "0x29"}).out,
+              HasSubstr("  E:\\ on disk \"TSL0001\": not surfaced on this host\n"));
 }
 
 TEST_F(SnapshotCommand, AWriterCodeLimitsTheSetToTheDatabasesThatTheArrayNames) {
   const json outcome = SnapshotJson({"--disk", "TSL0001", "--writer-code", "2"});
   EXPECT_THAT(PathsOf(outcome["writers"][0], "added"), ElementsAre("\\SQL01\\sales"));
   EXPECT_EQ(outcome["databases"], "sales@sql01");
-  EXPECT_THAT(Snapshot({"--writer-code", "2"}, 14).out,
-              HasSubstr("    \\SQL01\\crm: it is not among the databases that the array named\n"));
+  EXPECT_THAT(
+      Snapshot({"--writer-code", "2"}, 14).out,
+      HasSubstr("  SQL01\\crm (Demo Writer): it is not among the databases that the array named (--writer-code 0 "
+                "takes every one)\n"));
 }
 
 TEST_F(SnapshotCommand, WhatItCannotDoIsAUsageError) {

@@ -26,6 +26,8 @@ class Command {
   virtual void AddOptions(CLI::App& /*app*/) {}
   /// Runs against the current host. A failure leaves as an exception, before anything was printed.
   virtual ExitStatus Run(Session& session) = 0;
+  /// Says the last word, when nothing more can go wrong; what did since Run ended is in the session.
+  virtual void Conclude(Session& /*session*/) {}
   /// The files that its options name.
   virtual std::vector<FileOption> Files() const { return {}; }
   /// What the run leaves behind, in words, for somebody who does not see what it printed; empty when it is nothing.

@@ -1,53 +1,16 @@
 #include <algorithm>
 
-#include "core/alerts.h"
-#include "core/varnel.h"
-#include "core/vss_call.h"
-#include "platform/host.h"
-#include "platform/owners.h"
+#include "text/guid.h"
 #include "text/unicode.h"
 #include "varnelctl/commands/command.h"
 #include "varnelctl/console/json.h"
 #include "varnelctl/console/text.h"
-#include "varnelctl/vss_object.h"
+#include "varnelctl/providers.h"
 
 namespace varnelctl {
 namespace {
 
-using varnel::ComPtr;
-using varnel::CurrentHost;
 using varnel::WideToUtf8Lossy;
-
-struct Provider {
-  GUID id{};
-  std::wstring name;
-  VSS_PROVIDER_TYPE type = VSS_PROV_UNKNOWN;
-  std::wstring version;
-
-  bool IsArrayProvider() const { return id == CVarnel::TesselVssProviderID; }
-};
-
-std::wstring TextOf(const wchar_t* text) {
-  return text == nullptr ? std::wstring() : std::wstring(text);
-}
-
-std::vector<Provider> ReadProviders() {
-  ComPtr<IVssAdmin> admin;
-  const HRESULT hr = CurrentHost().vss().CoCreateInstance(varnel::kClsidVssCoordinator, nullptr, CLSCTX_ALL,
-                                                          varnel::kIidVssAdmin, reinterpret_cast<void**>(admin.Put()));
-  CheckCall("CoCreateInstance(CLSID_VSSCoordinator)", varnel::Delivered(hr, admin));
-  ComPtr<IVssEnumObject> list;
-  CheckCall("IVssAdmin::QueryProviders", admin->QueryProviders(list.Put()));
-  std::vector<Provider> providers;
-  if (!list) return providers;
-  ForEachVssObject(*list, [&](const varnel::VssObject& object) {
-    const VSS_PROVIDER_PROP* properties = object.provider();
-    if (properties == nullptr) return;
-    providers.push_back({properties->m_ProviderId, TextOf(properties->m_pwszProviderName), properties->m_eProviderType,
-                         TextOf(properties->m_pwszProviderVersion)});
-  });
-  return providers;
-}
 
 const char* NameOf(VSS_PROVIDER_TYPE type) {
   switch (type) {

@@ -38,16 +38,12 @@ class Outputs {
   Console& console_;
 };
 
-ExitStatus Show(Session& session, const SnapshotOutcome& outcome) {
-  if (session.json) {
-    session.console.Document(SnapshotDocument(outcome));
-  } else {
-    PrintSnapshot(session.console, outcome);
-  }
-  if (!outcome.failure) return ExitStatus::Done;
-  if (outcome.failure->status != ExitStatus::Done) return session.Report(*outcome.failure);
-  session.console.Warning(outcome.failure->message);
-  for (const std::string& detail : outcome.failure->details) session.console.Detail("  " + detail);
+// What went wrong, or what a success is to be told of.
+ExitStatus ReportTrouble(Session& session, const Failure& failure) {
+  session.console.Flush();  // on a terminal everything in its order
+  if (failure.status != ExitStatus::Done) return session.Report(failure);
+  session.console.Warning(failure.message);
+  for (const std::string& detail : failure.details) session.console.Detail("  " + detail);
   return ExitStatus::Done;
 }
 
@@ -76,14 +72,20 @@ class SnapshotCommand final : public Command {
     try {
       outputs.calls.Write(log);
     } catch (const NotAllDone& failure) {
-      session.console.Error(failure.what());
-      return status == ExitStatus::Done ? ExitStatus::NotAllDone : status;
+      return session.ReportUndone(failure.what(), status);
     }
     return status;
   }
   std::vector<FileOption> Files() const override {
     return {
         {"--document", options_.documentFile}, {"--catalog", options_.catalogFile}, {"--calls", options_.callsFile}};
+  }
+  void Conclude(Session& session) override {
+    if (!verdict_) return;
+    for (const std::string& what : session.undone()) verdict_->NoteUndone(what);
+    if (!session.json) return session.console.Line(verdict_->Text());
+    outcome_["verdict"] = VerdictJson(*verdict_);
+    session.console.Document(outcome_);
   }
   std::string WhatStands() const override { return whatStands_; }
 
@@ -98,11 +100,19 @@ class SnapshotCommand final : public Command {
       outcome.Attempt(session, [&] { outputs.catalog.Write(CatalogDocument(outcome).dump(kIndent) + "\n"); });
     }
     whatStands_ = DescribeSet(outcome);
-    return Show(session, outcome);
+    verdict_ = VerdictOf(outcome);
+    if (session.json) {
+      outcome_ = SnapshotDocument(outcome);
+    } else {
+      PrintSnapshot(session.console, outcome, *verdict_, session.verbose);
+    }
+    return outcome.failure ? ReportTrouble(session, *outcome.failure) : ExitStatus::Done;
   }
 
   SnapshotOptions options_;
   std::string whatStands_;
+  std::optional<Verdict> verdict_;  // nothing before a run
+  Json outcome_;                    // the document without the verdict, where one is wanted
 };
 
 }  // namespace

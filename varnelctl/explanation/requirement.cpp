@@ -1,6 +1,5 @@
 #include "varnelctl/explanation/requirement.h"
 
-#include <algorithm>
 #include <set>
 
 #include "text/nearest_name.h"
@@ -12,13 +11,22 @@ namespace {
 
 constexpr std::string_view kAll = "all";
 
+// Disks of a machine may be of another kind than those of the set, and the kinds cannot be mixed in one.
+std::string HowToAddDisks(const ApplicationObject& object, Application application) {
+  const std::string option = DiskOption(object.missingDisks);
+  if (application == Application::HyperV && object.missingDisks == object.disks) {
+    return "take it in a set of its own with " + option;
+  }
+  return (object.missingDisks.size() == 1 ? "add it with " : "add them with ") + option;
+}
+
 // Empty where nothing that a person could do now is known.
-std::string RemedyFor(Reason reason, const ApplicationObject& object) {
+std::string RemedyFor(Reason reason, const ApplicationObject& object, Application application) {
   switch (reason) {
     case Reason::DiskNotInSet:
-      return "add " + SerialNumberList(object.missingDisks) + " to --disk";
+      return HowToAddDisks(object, application);
     case Reason::SystemDisk:
-      return "move it to a disk of the array";
+      return application == Application::None ? "" : "move it to a disk of the array";
     case Reason::SeveralDisks:
       return "move it to a volume on one disk of the array";
     case Reason::DiskUnknown:
@@ -30,25 +38,44 @@ std::string RemedyFor(Reason reason, const ApplicationObject& object) {
   }
 }
 
-std::string Why(const ApplicationObject& object, const ComponentExplanation& part) {
-  const std::string remedy = RemedyFor(part.reason, object);
-  return object.name + ": " + ReasonText(part) + (remedy.empty() ? "" : " (" + remedy + ")");
+// A component of no application in particular is known with its writer.
+std::string NameIn(Application application, const ApplicationObject& object) {
+  return application == Application::None ? object.name + " (" + Printable(object.writer->name) + ")" : object.name;
+}
+
+std::string Why(const ApplicationObject& object, const ComponentExplanation& part, Application application) {
+  const std::string remedy = RemedyFor(part.reason, object, application);
+  return NameIn(application, object) + ": " + ReasonText(part) + (remedy.empty() ? "" : " (" + remedy + ")");
 }
 
 }  // namespace
 
-std::string WhyNotCaptured(const ApplicationObject& object) {
-  return object.leftOut == nullptr ? object.name : Why(object, *object.leftOut);
+std::string DiskOption(const std::vector<std::wstring>& serialNumbers) {
+  constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.";
+  std::string option = "--disk";
+  for (const std::wstring& serialNumber : serialNumbers) {
+    const std::string text = Printable(serialNumber);
+    const bool isPlain = !text.empty() && text.find_first_not_of(kPlain) == text.npos;
+    option += " " + (isPlain ? text : Quoted(serialNumber));
+  }
+  return option;
 }
 
-std::string WhyNotHeld(const ApplicationObject& object) {
+std::string WhyNotCaptured(const ApplicationObject& object, Application application) {
+  if (object.leftOut == nullptr) return NameIn(application, object);
+  ComponentExplanation leftOut = *object.leftOut;
+  leftOut.missingDisks = object.missingDisks;  // those of all its parts
+  return Why(object, leftOut, application);
+}
+
+std::string WhyNotHeld(const ApplicationObject& object, Application application) {
   for (const ComponentExplanation* part : object.parts) {
     if (part->ofFiles == Reason::None || part->ofFiles == Reason::DiskNotInSet) continue;
     ComponentExplanation alone = *part;
     alone.reason = part->ofFiles;
-    return Why(object, alone);
+    return Why(object, alone, application);
   }
-  return object.name;
+  return NameIn(application, object);
 }
 
 std::vector<const ApplicationObject*> ObjectsNamed(std::string_view name, const std::vector<ApplicationObject>& objects,
@@ -80,7 +107,7 @@ void CheckRequired(const std::vector<std::string>& required, const std::vector<A
   }
   std::vector<std::string> missing;
   for (const ApplicationObject& object : objects) {
-    if (wanted.contains(&object) && object.leftOut != nullptr) missing.push_back(WhyNotCaptured(object));
+    if (wanted.contains(&object) && object.leftOut != nullptr) missing.push_back(WhyNotCaptured(object, application));
   }
   if (missing.empty()) return;
   const std::string noun(NounFor(application));

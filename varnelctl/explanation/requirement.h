@@ -30,10 +30,13 @@ void CheckRequired(const std::vector<std::string>& required, const std::vector<A
 std::vector<const ApplicationObject*> ObjectsNamed(std::string_view name, const std::vector<ApplicationObject>& objects,
                                                    Application application);
 
+/// "--disk A B", each as a shell takes it, where blanks and the like count.
+std::string DiskOption(const std::vector<std::wstring>& serialNumbers);
+
 /// Why no set of disks could hold the object: "NAME: REASON (REMEDY)".
-std::string WhyNotHeld(const ApplicationObject& object);
+std::string WhyNotHeld(const ApplicationObject& object, Application application);
 
 /// Why the object is not in the set, and what to do about it: "NAME: REASON (REMEDY)"; of one that is, its name.
-std::string WhyNotCaptured(const ApplicationObject& object);
+std::string WhyNotCaptured(const ApplicationObject& object, Application application);
 
 }  // namespace varnelctl

@@ -25,16 +25,9 @@ Json ObjectJson(const ApplicationObject& object) {
           {"disks", ArrayOf(object.disks, WideToUtf8Lossy)}};
 }
 
-// As a shell takes it, where blanks and the like count.
-std::string Argument(const std::wstring& serialNumber) {
-  const std::string text = Printable(serialNumber);
-  const bool plain =
-      text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.") == text.npos;
-  return plain && !text.empty() ? text : '"' + text + '"';
-}
-
+template <class Describe>
 void PrintObjects(Console& console, const char* heading, const std::vector<ApplicationObject>& objects,
-                  std::string (*describe)(const ApplicationObject&)) {
+                  Describe describe) {
   if (objects.empty()) return;
   console.Line(heading);
   for (const ApplicationObject& object : objects) console.Line("  " + describe(object));
@@ -73,14 +66,14 @@ Json DisksForDocument(const DisksFor& found) {
           {"alsoPartly", ArrayOf(found.alsoPartly, ObjectJson)}};
 }
 
-void PrintDisksFor(Console& console, const DisksFor& found, Application /*application*/) {
-  PrintObjects(console, "No set of disks can hold these wholly", found.unprotected, WhyNotHeld);
+void PrintDisksFor(Console& console, const DisksFor& found, Application application) {
+  PrintObjects(console, "No set of disks can hold these wholly", found.unprotected, [&](const ApplicationObject& object) {
+    return WhyNotHeld(object, application);
+  });
   if (found.disks.empty()) return;
   PrintObjects(console, "Also wholly on these disks", found.alsoWholly, WithDisks);
   PrintObjects(console, "Also partly on these disks", found.alsoPartly, WithDisks);
-  std::string line = "--disk";
-  for (const std::wstring& disk : found.disks) line += ' ' + Argument(disk);
-  console.Line(line);
+  console.Line(DiskOption(found.disks));
 }
 
 }  // namespace varnelctl

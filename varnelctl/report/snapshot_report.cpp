@@ -1,11 +1,11 @@
 #include "varnelctl/report/snapshot_report.h"
 
-#include <algorithm>
-
 #include "text/format.h"
+#include "text/guid.h"
 #include "text/unicode.h"
 #include "varnelctl/console/json.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/report/not_in_set.h"
 
 namespace varnelctl {
 namespace {
@@ -115,175 +115,35 @@ Json ObjectsJson(const ApplicationObjectMeatadataInfo& info) {
           {"otherObjectNames", ArrayOf(info.otherObjectNames, FromLibrary)}};
 }
 
-const char* NameOf(SetState state) {
-  switch (state) {
-    case SetState::None:
-      return "none";
-    case SetState::Kept:
-      return "kept";
-    case SetState::Released:
-      return "released";
-    case SetState::Deleted:
-      return "deleted";
-    case SetState::Broken:
-      return "broken";
-    case SetState::Masked:
-      return "masked";
-    case SetState::Unknown:
-      break;
-  }
-  return "unknown";
+Json ObjectJson(const ApplicationObject& object, bool isTaken) {
+  return {{"name", object.name},
+          {"writer", WideToUtf8Lossy(object.writer->name)},
+          {"path", WideToUtf8Lossy(object.component->fullPath)},
+          {"captured", isTaken && object.IsCaptured()},
+          {"failed", object.failed},
+          {"reason", object.leftOut == nullptr ? Json(nullptr) : ReasonJson(object.leftOut->reason)},
+          {"missingDisks", ArrayOf(object.missingDisks, WideToUtf8Lossy)},
+          {"disks", ArrayOf(object.disks, WideToUtf8Lossy)}};
 }
 
-// Why a set exists after a failed request; empty after one that got through.
-std::string WhyStillThere(const SnapshotOutcome& outcome) {
-  if (const std::size_t count = outcome.copiesLeft.size(); count != 0) {
-    return ", because " + std::to_string(count) + (count == 1 ? " shadow copy" : " shadow copies") +
-           " could not be deleted";
-  }
-  if (outcome.gotThrough) return {};
-  return ", although the request failed: deleting a transportable set is up to the array";
+Json BackupJson(const SnapshotOutcome& outcome) {
+  return {{"type", BackupTypeName(outcome.options.backupType)},
+          {"context", ContextName(outcome.options.context)},
+          {"effect", outcome.taken ? Json(EffectOf(outcome)) : Json(nullptr)}};
 }
 
-std::string DescribeState(const SnapshotOutcome& outcome) {
-  switch (outcome.setState) {
-    case SetState::None:
-      return "not taken";
-    case SetState::Kept:
-      return (outcome.isTransportable ? "kept for the array" : "kept until it is deleted") + WhyStillThere(outcome);
-    case SetState::Released:
-      return "released when this program ends, as its context says" + WhyStillThere(outcome);
-    case SetState::Deleted:
-      return outcome.gotThrough ? "deleted" : "deleted, because the request failed";
-    case SetState::Broken:
-      return "broken, its disks are ordinary read-write disks of this host";
-    case SetState::Masked:
-      return "broken and masked, its disks are hidden from this host";
-    case SetState::Unknown:
-      break;
+Json ProviderOfSetJson(const std::optional<Provider>& provider) {
+  Json json = {{"id", WideToUtf8Lossy(varnel::FormatGuid(CVarnel::TesselVssProviderID))},
+               {"name", nullptr},
+               {"version", nullptr}};
+  if (provider) {
+    json["name"] = WideToUtf8Lossy(provider->name);
+    json["version"] = WideToUtf8Lossy(provider->version);
   }
-  return outcome.isTransportable ? "unknown, as this host does not see transportable sets: ask the array"
-                                 : "unknown, as the service did not say whether it is still there";
-}
-
-void PrintShadowCopy(Console& console, const ShadowCopyView& copy) {
-  console.Line("  " + Printable(copy.mountPoint.empty() ? copy.volume.volumeName : copy.mountPoint) + "  on disk " +
-               Quoted(copy.sourceSerialNumber));
-  console.Line("    volume       " + Printable(copy.volume.volumeName));
-  console.Line("    shadow copy  " + (copy.volume.snapshotId.empty() ? "none" : Printable(copy.volume.snapshotId)));
-  if (copy.volume.snapshotDeviceName.empty()) {
-    console.Line("    not surfaced on this host");
-    return;
-  }
-  console.Line("    device       " + Printable(copy.volume.snapshotDeviceName));
-  console.Line("    disk         " + Printable(copy.disk.diskName) + ", serial " + Quoted(copy.disk.serialNumber));
-}
-
-void PrintSet(Console& console, const SnapshotOutcome& outcome) {
-  console.Line(DescribeSet(outcome));
-  for (const ShadowCopyView& copy : outcome.shadowCopies) PrintShadowCopy(console, copy);
-}
-
-std::string DisksOf(const VssComponent& component) {
-  const std::string disks =
-      SerialNumberList({component.affectedSerialNumbers.begin(), component.affectedSerialNumbers.end()});
-  return disks.empty() ? disks : "  on " + disks;
-}
-
-// One line per captured component that `wanted` holds for, under its writer's name.
-template <class Wanted>
-std::size_t PrintComponents(Console& console, const Explanation& explanation, Wanted wanted) {
-  std::size_t count = 0;
-  for (const WriterExplanation& writer : explanation) {
-    bool named = false;
-    for (const ComponentExplanation& explained : writer.components) {
-      const VssComponent& component = *explained.component;
-      const bool captured = explained.place != Place::LeftOut && explained.place != Place::Container;
-      if (!captured || !wanted(component)) continue;
-      if (!named) console.Line("  " + Printable(writer.writer->name));
-      named = true;
-      ++count;
-      std::string line = "    " + Printable(component.fullPath) + DisksOf(component);
-      if (varnel::HasFailed(component)) {
-        line += ": " + OneLine(WideToUtf8Lossy(CVarnel::HResult2String(static_cast<long>(component.failureCode))));
-      }
-      console.Line(line);
-    }
-  }
-  return count;
-}
-
-void PrintCaptured(Console& console, const Explanation& explanation) {
-  console.Line("Captured application-consistent");
-  if (PrintComponents(console, explanation, [](const auto& component) { return !varnel::HasFailed(component); }) == 0) {
-    console.Line("  nothing");
-  }
-  const bool anyFailed = std::any_of(explanation.begin(), explanation.end(), [](const WriterExplanation& writer) {
-    return std::any_of(writer.components.begin(), writer.components.end(),
-                       [](const auto& explained) { return varnel::HasFailed(*explained.component); });
-  });
-  if (!anyFailed) return;
-  console.Line("In the set, but failed by their writer");
-  PrintComponents(console, explanation, varnel::HasFailed);
-}
-
-void PrintObjects(Console& console, std::string_view label, const std::vector<std::string>& objects) {
-  for (const std::string& object : objects) {
-    console.Line("    " + std::string(label) + Printable(Utf8ToWideLossy(FromLibrary(object))));
-  }
-}
-
-void PrintCatalog(Console& console, const SnapshotOutcome& outcome) {
-  if (outcome.catalog.empty()) return;
-  console.Line("Catalogue by disk");
-  for (const auto& [serialNumber, info] : outcome.catalog) {
-    console.Line("  disk " + Quoted(Utf8ToWideLossy(FromLibrary(serialNumber))));
-    PrintObjects(console, "object id    ", info.appObjectIds);
-    PrintObjects(console, "object name  ", info.appObjectNames);
-    PrintObjects(console, "other id     ", info.otherObjectIds);
-    PrintObjects(console, "other name   ", info.otherObjectNames);
-  }
-}
-
-// The lines under a heading, which stands only where there are some.
-class Section {
- public:
-  Section(Console& console, const char* heading) : console_(console), heading_(heading) {}
-  void Line(const std::string& text) {
-    if (heading_ != nullptr) console_.Line(heading_);
-    heading_ = nullptr;
-    console_.Line(text);
-  }
-
- private:
-  Console& console_;
-  const char* heading_;
-};
-
-void PrintLeftOut(Section& section, const WriterExplanation& writer) {
-  if (writer.reason != Reason::None && writer.writer != nullptr) {
-    section.Line("  " + Printable(writer.writer->name) + ": " + ReasonText(writer));
-  }
-  bool named = false;
-  for (const ComponentExplanation& explained : writer.components) {
-    if (explained.place != Place::LeftOut) continue;
-    if (!named) section.Line("  " + Printable(writer.writer->name));
-    named = true;
-    section.Line("    " + Printable(explained.component->fullPath) + ": " + ReasonText(explained));
-  }
-}
-
-void PrintLeftOut(Console& console, const Explanation& explanation) {
-  Section section(console, "Left out");
-  for (const WriterExplanation& writer : explanation) PrintLeftOut(section, writer);
+  return json;
 }
 
 }  // namespace
-
-std::string DescribeSet(const SnapshotOutcome& outcome) {
-  const std::string id = Printable(outcome.requestor->GetSnapShotSetId());
-  return (id.empty() ? "Snapshot set: " : "Snapshot set " + id + ": ") + DescribeState(outcome);
-}
 
 Json CatalogDocument(const SnapshotOutcome& outcome) {
   Json catalog = Json::object();
@@ -292,29 +152,35 @@ Json CatalogDocument(const SnapshotOutcome& outcome) {
 }
 
 Json SnapshotDocument(const SnapshotOutcome& outcome) {
-  return {{"snapshotSetId", WideToUtf8Lossy(outcome.requestor->GetSnapShotSetId())},
-          {"setState", NameOf(outcome.setState)},
-          {"result", ResultJson(outcome)},
-          {"errorDetails", FromLibrary(outcome.errorDetails)},
-          {"writers", WritersJson(outcome.explanation)},
-          {"snapshots", ArrayOf(outcome.shadowCopies, ShadowCopyJson)},
-          {"copiesLeft", ArrayOf(outcome.copiesLeft, ListedCopyJson)},
-          {"sessionsLeft", ArrayOf(outcome.sessionsLeft, SessionJson)},
-          {"catalog", CatalogDocument(outcome)},
-          {"databases", FromLibrary(outcome.databases)},
-          {"phases", ArrayOf(outcome.phases, PhaseJson)},
-          {"steps", ArrayOf(outcome.steps, StepJson)},
-          {"document", WideToUtf8Lossy(outcome.requestor->GetBackupDocument())}};
+  return {
+      {"snapshotSetId", WideToUtf8Lossy(outcome.requestor->GetSnapShotSetId())},
+      {"setState", WordFor(outcome.setState)},
+      {"result", ResultJson(outcome)},
+      {"errorDetails", FromLibrary(outcome.errorDetails)},
+      {"writers", WritersJson(outcome.explanation)},
+      {"objects", ArrayOf(outcome.objects, [&](const auto& object) { return ObjectJson(object, outcome.gotThrough); })},
+      {"otherWriters", ArrayOf(OtherWriters(outcome.explanation), [](const auto& name) { return Json(name); })},
+      {"backup", BackupJson(outcome)},
+      {"provider", ProviderOfSetJson(outcome.provider)},
+      {"snapshots", ArrayOf(outcome.shadowCopies, ShadowCopyJson)},
+      {"copiesLeft", ArrayOf(outcome.copiesLeft, ListedCopyJson)},
+      {"sessionsLeft", ArrayOf(outcome.sessionsLeft, SessionJson)},
+      {"catalog", CatalogDocument(outcome)},
+      {"databases", FromLibrary(outcome.databases)},
+      {"phases", ArrayOf(outcome.phases, PhaseJson)},
+      {"steps", ArrayOf(outcome.steps, StepJson)},
+      {"document", WideToUtf8Lossy(outcome.requestor->GetBackupDocument())}};
 }
 
-void PrintSnapshot(Console& console, const SnapshotOutcome& outcome) {
-  console.Line("");
-  PrintSet(console, outcome);
-  if (outcome.gotThrough) {
-    PrintCaptured(console, outcome.explanation);
-    PrintCatalog(console, outcome);
-  }
-  PrintLeftOut(console, outcome.explanation);
+Json VerdictJson(const Verdict& verdict) {
+  return {{"text", verdict.Text()},
+          {"status", static_cast<int>(verdict.status)},
+          {"captured", verdict.tally.captured},
+          {"of", verdict.tally.of},
+          {"noun", verdict.tally.noun},
+          {"setState", WordFor(verdict.setState)},
+          {"lifetime", verdict.lifetime},
+          {"endWith", verdict.endWith ? Json(*verdict.endWith) : Json(nullptr)}};
 }
 
 }  // namespace varnelctl

@@ -1,17 +1,23 @@
-// How a snapshot is shown: one JSON document, or text that ends with what a person wants to know.
+// How a snapshot is shown: one JSON document, or text that tells in a few lines what a person wants to know. The
+// verdict follows either.
 #pragma once
 
 #include <string>
 
 #include "varnelctl/console/console.h"
+#include "varnelctl/report/verdict.h"
 #include "varnelctl/sets/snapshot_run.h"
 
 namespace varnelctl {
 
-/// "Snapshot set {...}: kept until it is deleted"
-std::string DescribeSet(const SnapshotOutcome& outcome);
 Json SnapshotDocument(const SnapshotOutcome& outcome);
 Json CatalogDocument(const SnapshotOutcome& outcome);
-void PrintSnapshot(Console& console, const SnapshotOutcome& outcome);
+Json VerdictJson(const Verdict& verdict);
+/// \param verbose everything rather than a few lines.
+void PrintSnapshot(Console& console, const SnapshotOutcome& outcome, const Verdict& verdict, bool verbose);
+
+/// What the writers were told of the backup and what they make of it: a sentence without its end. Of a set that was
+/// taken.
+std::string EffectOf(const SnapshotOutcome& outcome);
 
 }  // namespace varnelctl

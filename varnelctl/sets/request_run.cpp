@@ -54,6 +54,7 @@ void RequestRun::Conclude() {
   phases_.StopWatching();
   for (const VssWriter& writer : requestor_.GetWriters()) outcome_.explanation.push_back({&writer, Reason::None, {}});
   Attempt([&] { outcome_.explanation = ExplainSelection(); });
+  outcome_.objects = ObjectsOf(outcome_.explanation, options_.application);
   outcome_.phases = phases_.list();
   outcome_.steps = phases_.steps();
   outcome_.errorDetails = details_.erase(0, requestTextLength_);
@@ -143,11 +144,12 @@ void RequestRun::NameRefusedVolume(const std::wstring& volume) {
                                       ")");
 }
 
-SnapshotOutcome::SnapshotOutcome(const SnapshotOptions& options)
-    : SnapshotOutcome(options, MakeRequestor(options.application, options.testPoints, options.skipDbVerification)) {}
+SnapshotOutcome::SnapshotOutcome(const SnapshotOptions& snapshotOptions)
+    : SnapshotOutcome(snapshotOptions, MakeRequestor(snapshotOptions.application, snapshotOptions.testPoints,
+                                                     snapshotOptions.skipDbVerification)) {}
 
-SnapshotOutcome::SnapshotOutcome(const SnapshotOptions& options, std::unique_ptr<CVarnel> made)
-    : requestor(std::move(made)), isTransportable(options.IsTransportable()) {
+SnapshotOutcome::SnapshotOutcome(const SnapshotOptions& snapshotOptions, std::unique_ptr<CVarnel> made)
+    : requestor(std::move(made)), options(snapshotOptions), isTransportable(options.IsTransportable()) {
   requestor->SetDiskAndVolumeEnumeratorObj(&enumerator);
 }
 

@@ -2,10 +2,12 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <string_view>
 
 #include "core/configuration.h"
+#include "text/format.h"
 #include "varnelctl/explanation/failure.h"
 #include "varnelctl/sets/requested_disks.h"
 
@@ -60,6 +62,23 @@ std::vector<std::string> NamesOf(const Choice<Value> (&choices)[n]) {
   std::vector<std::string> names;
   for (const Choice<Value>& choice : choices) names.emplace_back(choice.name);
   return names;
+}
+
+template <class Value, std::size_t n>
+std::string NameOf(Value value, const Choice<Value> (&choices)[n]) {
+  const auto* const found =
+      std::find_if(std::begin(choices), std::end(choices), [&](const auto& choice) { return choice.value == value; });
+  return found == std::end(choices) ? std::string() : std::string(found->name);
+}
+
+// The context that has the most of these bits and no other one; null where none has any.
+const Choice<DWORD>* LargestContextIn(DWORD bits) {
+  const Choice<DWORD>* largest = nullptr;
+  for (const Choice<DWORD>& choice : kContexts) {
+    const bool fits = choice.value != 0 && (choice.value & ~bits) == 0;
+    if (fits && (largest == nullptr || std::popcount(choice.value) > std::popcount(largest->value))) largest = &choice;
+  }
+  return largest;
 }
 
 std::optional<DWORD> ParseNumber(std::string_view text) {
@@ -207,6 +226,21 @@ std::optional<DWORD> ParseContext(const std::string& text) {
     begin = end + 1;
   }
   return context;
+}
+
+std::string ContextName(DWORD context) {
+  if (context == VSS_CTX_BACKUP) return NameOf(context, kContexts);
+  std::string name;
+  while (const Choice<DWORD>* const part = LargestContextIn(context)) {
+    name.append(name.empty() ? "" : "+").append(part->name);
+    context &= ~part->value;
+  }
+  if (context != 0) name.append(name.empty() ? "" : "+").append(varnel::FormatNarrow("0x%x", {context}));
+  return name;
+}
+
+std::string BackupTypeName(VSS_BACKUP_TYPE type) {
+  return NameOf(type, kBackupTypes);
 }
 
 void AddSnapshotOptions(CLI::App& app, SnapshotOptions& options) {

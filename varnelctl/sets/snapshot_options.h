@@ -56,4 +56,8 @@ void CheckSnapshotOptions(const SnapshotOptions& options, bool isSimulatedHost);
 /// The VSS context of "backup", "app-rollback+transportable", "0x29" or "41"; nothing for anything else.
 std::optional<DWORD> ParseContext(const std::string& text);
 
+/// The text that ParseContext and the options understand: "app-rollback+transportable", "copy".
+std::string ContextName(DWORD context);
+std::string BackupTypeName(VSS_BACKUP_TYPE type);
+
 }  // namespace varnelctl

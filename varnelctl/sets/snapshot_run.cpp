@@ -22,6 +22,7 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
     followUp_.Run();
     followUp_.TellWhatIsLeft();
     Conclude();
+    if (outcome_.taken) FindProvider();
   }
 
  private:
@@ -121,6 +122,18 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
     } catch (const VarnelException& alert) {
       if (alert.GetAlertCode() != VarnelException::PartialSuccess) throw;
       outcome_.NoteFailure(session_);
+    }
+    outcome_.completed = true;
+  }
+
+  // For its name alone.
+  void FindProvider() {
+    try {
+      for (Provider& provider : ReadProviders()) {
+        if (provider.IsArrayProvider()) outcome_.provider = std::move(provider);
+      }
+    } catch (const CallFailure&) {
+      return;  // its identifier is known all the same
     }
   }
 

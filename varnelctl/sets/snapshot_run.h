@@ -11,6 +11,8 @@
 #include "varnelctl/console/phases.h"
 #include "varnelctl/explanation/explanation.h"
 #include "varnelctl/explanation/failure.h"
+#include "varnelctl/explanation/objects.h"
+#include "varnelctl/providers.h"
 #include "varnelctl/session.h"
 #include "varnelctl/sets/iscsi_sessions.h"
 #include "varnelctl/sets/shadow_copies.h"
@@ -33,9 +35,9 @@ enum class SetState {
 /// What came of a request. Keeps the requestor: a set whose context releases it stays until the results were shown.
 /// While it lives its host is the current one.
 struct SnapshotOutcome {
-  explicit SnapshotOutcome(const SnapshotOptions& options);
+  explicit SnapshotOutcome(const SnapshotOptions& snapshotOptions);
   /// Of a plan.
-  SnapshotOutcome(const SnapshotOptions& options, std::unique_ptr<CVarnel> planner);
+  SnapshotOutcome(const SnapshotOptions& snapshotOptions, std::unique_ptr<CVarnel> planner);
   SnapshotOutcome(const SnapshotOutcome&) = delete;
   SnapshotOutcome& operator=(const SnapshotOutcome&) = delete;
 
@@ -58,12 +60,14 @@ struct SnapshotOutcome {
   const varnel::ScopedHost current{host};
   TesselCommonClasses::DiskAndVolumeEnumerator enumerator;  ///< the requestor's
   const std::unique_ptr<CVarnel> requestor;                 ///< never null
+  const SnapshotOptions options;
   const bool isTransportable;
   std::vector<Phase> phases;
   std::vector<Step> steps;
   std::optional<Failure> failure;
   bool taken = false;       ///< a set was taken, whatever became of it
   bool gotThrough = false;  ///< with or without messages: the set is not deleted for a failure
+  bool completed = false;   ///< the service was told how it ended, and told the writers
   SetState setState = SetState::None;
   std::vector<ListedCopy> copiesLeft;      ///< of a set that could not be deleted whole; empty for any other
   std::vector<IscsiSession> sessionsLeft;  ///< that carried disks of the set after --disconnect
@@ -71,7 +75,9 @@ struct SnapshotOutcome {
   std::map<std::string, ApplicationObjectMeatadataInfo> catalog;
   std::vector<ShadowCopyView> shadowCopies;
   std::string databases;
-  Explanation explanation;  ///< borrows the requestor's writers
+  Explanation explanation;                 ///< borrows the requestor's writers
+  std::vector<ApplicationObject> objects;  ///< borrows the explanation
+  std::optional<Provider> provider;        ///< the array's, of a set that was taken; nothing where it was not told
 };
 
 /// Drives the outcome's requestor in the host agent's order of calls, through every phase. A failure ends the sequence,

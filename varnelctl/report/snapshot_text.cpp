@@ -1,0 +1,248 @@
+#include <algorithm>
+
+#include "text/unicode.h"
+#include "varnelctl/console/text.h"
+#include "varnelctl/report/backup_text.h"
+#include "varnelctl/report/not_in_set.h"
+#include "varnelctl/report/snapshot_report.h"
+
+namespace varnelctl {
+namespace {
+
+using varnel::Utf8ToWideLossy;
+using varnel::WideToUtf8Lossy;
+
+// More lines of one kind are for --verbose.
+constexpr std::size_t kLinesShown = 10;
+
+std::string VolumeText(const ShadowCopyView& copy) {
+  return Printable(copy.mountPoint.empty() ? copy.volume.volumeName : copy.mountPoint) + " on disk " +
+         Quoted(copy.sourceSerialNumber);
+}
+
+std::string CopyText(const ShadowCopyView& copy) {
+  if (copy.volume.snapshotDeviceName.empty()) return "not surfaced on this host";
+  return "shadow copy on disk " + Quoted(copy.disk.serialNumber);
+}
+
+// What --verbose has in place of a line for each volume.
+void PrintShadowCopy(Console& console, const ShadowCopyView& copy) {
+  console.Line("  " + VolumeText(copy));
+  console.Line("    volume       " + Printable(copy.volume.volumeName));
+  console.Line("    shadow copy  " + (copy.volume.snapshotId.empty() ? "none" : Printable(copy.volume.snapshotId)));
+  if (copy.volume.snapshotDeviceName.empty()) {
+    console.Line("    not surfaced on this host");
+    return;
+  }
+  console.Line("    device       " + Printable(copy.volume.snapshotDeviceName));
+  console.Line("    disk         " + Printable(copy.disk.diskName) + ", serial " + Quoted(copy.disk.serialNumber));
+}
+
+std::string FailureName(const VssComponent& component) {
+  return OneLine(WideToUtf8Lossy(CVarnel::HResult2String(static_cast<long>(component.failureCode))));
+}
+
+std::string DisksOf(const VssComponent& component) {
+  const std::string disks =
+      SerialNumberList({component.affectedSerialNumbers.begin(), component.affectedSerialNumbers.end()});
+  return disks.empty() ? disks : "  on " + disks;
+}
+
+// One line per captured component that `wanted` holds for, under its writer's name.
+template <class Wanted>
+std::size_t PrintComponents(Console& console, const Explanation& explanation, Wanted wanted) {
+  std::size_t count = 0;
+  for (const WriterExplanation& writer : explanation) {
+    bool named = false;
+    for (const ComponentExplanation& explained : writer.components) {
+      const VssComponent& component = *explained.component;
+      const bool captured = explained.place != Place::LeftOut && explained.place != Place::Container;
+      if (!captured || !wanted(component)) continue;
+      if (!named) console.Line("  " + Printable(writer.writer->name));
+      named = true;
+      ++count;
+      std::string line = "    " + Printable(component.fullPath) + DisksOf(component);
+      if (varnel::HasFailed(component)) {
+        line += ": " + FailureName(component);
+      }
+      console.Line(line);
+    }
+  }
+  return count;
+}
+
+void PrintCaptured(Console& console, const Explanation& explanation) {
+  console.Line("Captured application-consistent");
+  if (PrintComponents(console, explanation, [](const auto& component) { return !varnel::HasFailed(component); }) == 0) {
+    console.Line("  nothing");
+  }
+  const bool anyFailed = std::any_of(explanation.begin(), explanation.end(), [](const WriterExplanation& writer) {
+    return std::any_of(writer.components.begin(), writer.components.end(),
+                       [](const auto& explained) { return varnel::HasFailed(*explained.component); });
+  });
+  if (!anyFailed) return;
+  console.Line("In the set, but failed by their writer");
+  PrintComponents(console, explanation, varnel::HasFailed);
+}
+
+void PrintObjects(Console& console, std::string_view label, const std::vector<std::string>& objects) {
+  for (const std::string& object : objects) {
+    console.Line("    " + std::string(label) + Printable(Utf8ToWideLossy(FromLibrary(object))));
+  }
+}
+
+void PrintCatalog(Console& console, const SnapshotOutcome& outcome) {
+  if (outcome.catalog.empty()) return;
+  console.Line("Catalogue by disk");
+  for (const auto& [serialNumber, info] : outcome.catalog) {
+    console.Line("  disk " + Quoted(Utf8ToWideLossy(FromLibrary(serialNumber))));
+    PrintObjects(console, "object id    ", info.appObjectIds);
+    PrintObjects(console, "object name  ", info.appObjectNames);
+    PrintObjects(console, "other id     ", info.otherObjectIds);
+    PrintObjects(console, "other name   ", info.otherObjectNames);
+  }
+}
+
+// The lines under a heading, which stands only where there are some.
+class Section {
+ public:
+  Section(Console& console, const char* heading) : console_(console), heading_(heading) {}
+  void Line(const std::string& text) {
+    if (heading_ != nullptr) console_.Line(heading_);
+    heading_ = nullptr;
+    console_.Line(text);
+  }
+
+ private:
+  Console& console_;
+  const char* heading_;
+};
+
+void PrintLeftOut(Section& section, const WriterExplanation& writer) {
+  if (writer.reason != Reason::None && writer.writer != nullptr) {
+    section.Line("  " + Printable(writer.writer->name) + ": " + ReasonText(writer));
+  }
+  bool named = false;
+  for (const ComponentExplanation& explained : writer.components) {
+    if (explained.place != Place::LeftOut) continue;
+    if (!named) section.Line("  " + Printable(writer.writer->name));
+    named = true;
+    section.Line("    " + Printable(explained.component->fullPath) + ": " + ReasonText(explained));
+  }
+}
+
+void PrintLeftOut(Console& console, const Explanation& explanation) {
+  Section section(console, "Left out");
+  for (const WriterExplanation& writer : explanation) PrintLeftOut(section, writer);
+}
+
+// The whole, as far as it was reached.
+void PrintDetails(Console& console, const SnapshotOutcome& outcome) {
+  if (!outcome.shadowCopies.empty()) console.Line("Shadow copies");
+  for (const ShadowCopyView& copy : outcome.shadowCopies) PrintShadowCopy(console, copy);
+  if (outcome.gotThrough) {
+    PrintCaptured(console, outcome.explanation);
+    PrintCatalog(console, outcome);
+  }
+  PrintLeftOut(console, outcome.explanation);
+}
+
+// The first of them, unless everything is wanted; `noun` is what a line stands for.
+void PrintLines(Console& console, const std::string& heading, const std::vector<std::string>& lines,
+                std::string_view noun, bool verbose) {
+  if (lines.empty()) return;
+  console.Line(heading);
+  const std::size_t shown = verbose || lines.size() <= kLinesShown ? lines.size() : kLinesShown - 1;
+  for (std::size_t i = 0; i < shown; ++i) console.Line("  " + lines[i]);
+  if (shown == lines.size()) return;
+  console.Line("  and " + Counted(lines.size() - shown, "more " + std::string(noun)) + " (--verbose lists them)");
+}
+
+void PrintVolumes(Console& console, const SnapshotOutcome& outcome) {
+  if (outcome.setState == SetState::None || outcome.setState == SetState::Deleted) return;
+  std::vector<std::string> lines;
+  for (const ShadowCopyView& copy : outcome.shadowCopies) lines.push_back(VolumeText(copy) + ": " + CopyText(copy));
+  PrintLines(console, "Volumes", lines, "volume", false);
+}
+
+const VssComponent& FailedComponentOf(const ApplicationObject& object) {
+  for (const ComponentExplanation* part : object.parts) {
+    if (varnel::HasFailed(*part->component)) return *part->component;
+  }
+  return *object.component;
+}
+
+// What the writer says of the component's failure in the alert records; empty where it says nothing.
+std::string WritersWords(const VssComponent& component, const std::string& errorDetails) {
+  const std::string key = "Component=" + WideToUtf8Lossy(component.fullPath) + ", ";
+  constexpr std::string_view kMessage = "ApplicationMsg=";
+  const std::size_t record = errorDetails.find(key);
+  const std::size_t message = record == errorDetails.npos ? record : errorDetails.find(kMessage, record);
+  if (message == errorDetails.npos) return {};
+  const std::size_t begin = message + kMessage.size();
+  const std::string_view words =
+      std::string_view(errorDetails).substr(begin, errorDetails.find(", rc=", begin) - begin);
+  return Printable(Utf8ToWideLossy(OneLine(FromLibrary(words))));
+}
+
+void PrintFailedObjects(Console& console, const SnapshotOutcome& outcome, bool verbose) {
+  if (!outcome.gotThrough) return;
+  std::vector<std::string> lines;
+  for (const ApplicationObject& object : outcome.objects) {
+    if (object.leftOut != nullptr || !object.failed) continue;
+    const VssComponent& component = FailedComponentOf(object);
+    std::string line = object.name + ": " + FailureName(component);
+    const std::string words = WritersWords(component, outcome.errorDetails);
+    lines.push_back(words.empty() ? line : line + ": " + words);
+  }
+  PrintLines(console, "In the set, but failed by their writer", lines, NounFor(outcome.options.application), verbose);
+}
+
+void PrintOtherWriters(Console& console, const SnapshotOutcome& outcome, bool verbose) {
+  const std::string text = OtherWritersText(outcome.explanation);
+  if (!text.empty()) console.Line(text + (verbose ? "" : " (--verbose lists them)"));
+}
+
+void PrintBackup(Console& console, const SnapshotOutcome& outcome) {
+  if (!outcome.taken) return;
+  std::string text = BackupText(outcome.options.backupType, outcome.options.context);
+  text.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(text.front())));
+  if (outcome.provider) {
+    text += ", taken by provider " + Quoted(outcome.provider->name) + " " + Printable(outcome.provider->version);
+  }
+  console.Line(text);
+  console.Line("  " + EffectOf(outcome));
+}
+
+void PrintSet(Console& console, const SnapshotOutcome& outcome, const Verdict& verdict) {
+  if (outcome.setState == SetState::None) return;
+  console.Line(DescribeSet(outcome));
+  if (verdict.endWith) console.Line("  end it with " + *verdict.endWith);
+}
+
+}  // namespace
+
+std::string EffectOf(const SnapshotOutcome& outcome) {
+  if (!outcome.completed) return "completing the backup failed: what the writers make of it is not known";
+  if (!outcome.gotThrough) return "the writers were told that it failed";
+  const SnapshotOptions& options = outcome.options;
+  return BackupEffect(options.application, options.backupType, options.context);
+}
+
+void PrintSnapshot(Console& console, const SnapshotOutcome& outcome, const Verdict& verdict, bool verbose) {
+  const Application application = outcome.options.application;
+  console.Line("");
+  if (verbose) {
+    PrintDetails(console, outcome);
+  } else {
+    PrintVolumes(console, outcome);
+  }
+  PrintFailedObjects(console, outcome, verbose);
+  PrintLines(console, "Not in the set", LinesNotInSet(outcome.explanation, outcome.objects, application),
+             NounFor(application), verbose);
+  PrintOtherWriters(console, outcome, verbose);
+  PrintBackup(console, outcome);
+  PrintSet(console, outcome, verdict);
+}
+
+}  // namespace varnelctl

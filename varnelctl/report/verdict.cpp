@@ -1,0 +1,168 @@
+#include "varnelctl/report/verdict.h"
+
+#include <algorithm>
+
+#include "varnelctl/console/text.h"
+
+namespace varnelctl {
+namespace {
+
+std::string LifetimeOf(const SnapshotOutcome& outcome) {
+  switch (outcome.setState) {
+    case SetState::None:
+      return "not taken";
+    case SetState::Kept:
+      return outcome.isTransportable ? "kept for the array" : "kept until it is deleted";
+    case SetState::Released:
+      return "until this program ends";
+    case SetState::Deleted:
+      return "deleted";
+    case SetState::Broken:
+      return "broken, its disks are ordinary read-write disks of this host";
+    case SetState::Masked:
+      return "broken and masked, its disks are hidden from this host";
+    case SetState::Unknown:
+      break;
+  }
+  return outcome.isTransportable ? "unknown, as this host does not see transportable sets: ask the array"
+                                 : "unknown, as the service did not say whether it is still there";
+}
+
+std::string CountedCopies(const std::vector<ListedCopy>& copies) {
+  return std::to_string(copies.size()) + (copies.size() == 1 ? " shadow copy" : " shadow copies");
+}
+
+// Why the set is in this state after a failure.
+std::string WhyIn(const SnapshotOutcome& outcome) {
+  if (!outcome.copiesLeft.empty()) {
+    return ", because " + CountedCopies(outcome.copiesLeft) + " could not be deleted";
+  }
+  if (outcome.gotThrough) return {};
+  switch (outcome.setState) {
+    case SetState::Deleted:
+      return ", because the request failed";
+    case SetState::Kept:
+    case SetState::Released:
+      return outcome.isTransportable ? ", although the request failed: deleting a transportable set is up to the array"
+                                     : ", although the request failed";
+    default:
+      return {};
+  }
+}
+
+std::string SetName(const SnapshotOutcome& outcome) {
+  const std::string id = Printable(outcome.requestor->GetSnapShotSetId());
+  return id.empty() ? "the set" : "set " + id;
+}
+
+std::string CopiesLeft(const SnapshotOutcome& outcome) {
+  return CountedCopies(outcome.copiesLeft) + " of " + SetName(outcome) +
+         (outcome.copiesLeft.size() == 1 ? " is left" : " are left");
+}
+
+// What there is of the set now.
+std::string WhatIsThere(const SnapshotOutcome& outcome) {
+  if (!outcome.copiesLeft.empty()) return CopiesLeft(outcome);
+  switch (outcome.setState) {
+    case SetState::None:
+      return "nothing was captured";
+    case SetState::Deleted:
+      return SetName(outcome) + " was deleted";
+    case SetState::Unknown:
+      return "whether " + SetName(outcome) + " is still there is not known";
+    default:
+      return SetName(outcome) + " " + LifetimeOf(outcome);
+  }
+}
+
+// Released copies are told of where they were to be deleted and could not be.
+bool CanBeEndedHere(const SnapshotOutcome& outcome) {
+  return !outcome.isTransportable && (outcome.setState == SetState::Kept || !outcome.copiesLeft.empty());
+}
+
+}  // namespace
+
+Tally TallyOf(const std::vector<ApplicationObject>& objects, Application application) {
+  Tally tally{0, objects.size(), 0, NounFor(application)};
+  for (const ApplicationObject& object : objects) {
+    if (object.IsCaptured()) ++tally.captured;
+    if (object.leftOut == nullptr && object.failed) ++tally.failed;
+  }
+  return tally;
+}
+
+std::string TallyText(const Tally& tally) {
+  std::string text = std::to_string(tally.captured) + " of " + Counted(tally.of, tally.noun);
+  if (tally.failed != 0) {
+    text += " (" + std::to_string(tally.failed) +
+            (tally.failed == 1 ? " failed by its writer)" : " failed by their writers)");
+  }
+  return text;
+}
+
+std::string DescribeSet(const SnapshotOutcome& outcome) {
+  const std::string id = Printable(outcome.requestor->GetSnapShotSetId());
+  const char* const exists = outcome.setState == SetState::Released ? "exists " : "";
+  return "Snapshot set" + (id.empty() ? id : " " + id) + ": " + exists + LifetimeOf(outcome) + WhyIn(outcome);
+}
+
+Verdict VerdictOf(const SnapshotOutcome& outcome) {
+  Verdict verdict;
+  verdict.gotThrough = outcome.gotThrough;
+  verdict.tally = TallyOf(outcome.objects, outcome.options.application);
+  if (!outcome.gotThrough) verdict.tally.captured = verdict.tally.failed = 0;
+  verdict.setState = outcome.setState;
+  verdict.set = WhatIsThere(outcome);
+  verdict.lifetime = LifetimeOf(outcome);
+  if (CanBeEndedHere(outcome)) verdict.endWith = CommandThatEnds(Printable(outcome.requestor->GetSnapShotSetId()));
+  if (!outcome.failure) return verdict;
+  verdict.status = outcome.failure->status;
+  if (!GotThrough(*outcome.failure)) verdict.cause = FirstSentence(outcome.failure->message);
+  return verdict;
+}
+
+std::string Verdict::Text() const {
+  if (!gotThrough) return "FAILED: " + set + ": " + cause;
+  return "CAPTURED " + TallyText(tally) + (cause.empty() ? "; " : "; NOT ALL DONE: " + cause + "; ") + set;
+}
+
+void Verdict::NoteUndone(const std::string& what) {
+  if (status == ExitStatus::Done) status = ExitStatus::NotAllDone;
+  if (cause.empty()) cause = what;
+}
+
+std::string PlanVerdict(const Tally& tally, const std::optional<Failure>& failure) {
+  if (!failure || GotThrough(*failure)) return "WOULD CAPTURE " + TallyText(tally);
+  return "WOULD FAIL: " + std::string(FirstSentence(failure->message));
+}
+
+const char* WordFor(SetState state) {
+  switch (state) {
+    case SetState::None:
+      return "none";
+    case SetState::Kept:
+      return "kept";
+    case SetState::Released:
+      return "released";
+    case SetState::Deleted:
+      return "deleted";
+    case SetState::Broken:
+      return "broken";
+    case SetState::Masked:
+      return "masked";
+    case SetState::Unknown:
+      break;
+  }
+  return "unknown";
+}
+
+std::string CommandThatEnds(const std::string& setId) {
+  return "diskshadow: delete shadows set " + setId;
+}
+
+std::string_view FirstSentence(std::string_view message) {
+  const std::string_view sentence = message.substr(0, message.find(". "));
+  return sentence.substr(0, sentence.find_last_not_of(". ") + 1);
+}
+
+}  // namespace varnelctl
