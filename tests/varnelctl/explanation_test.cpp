@@ -284,10 +284,11 @@ TEST_F(Explained, AnObjectSaysWhichDisksItLacksUnlessTheseWouldNotHelp) {
   const std::vector<ApplicationObject> objects = ObjectsOf(explanation, application);
 
   ASSERT_EQ(objects.size(), 3u);
-  EXPECT_EQ(WhyNotCaptured(objects[0]),
-            "S\\sales: not in the protection set: disk \"TSL0002\" (add \"TSL0002\" to --disk)");
-  EXPECT_EQ(WhyNotCaptured(objects[1]), "S\\tools: disk \"SYS\" holds the system (move it to a disk of the array)");
-  EXPECT_EQ(WhyNotCaptured(objects[2]), "S\\crm");
+  EXPECT_EQ(WhyNotCaptured(objects[0], application),
+            "S\\sales: not in the protection set: disk \"TSL0002\" (add it with --disk TSL0002)");
+  EXPECT_EQ(WhyNotCaptured(objects[1], application),
+            "S\\tools: disk \"SYS\" holds the system (move it to a disk of the array)");
+  EXPECT_EQ(WhyNotCaptured(objects[2], application), "S\\crm");
 }
 
 TEST_F(Explained, AVirtualMachineIsKnownByItsNameAndTheHostIsNone) {
@@ -323,10 +324,10 @@ TEST_F(Explained, WhatIsRequiredAndNotSelectedIsNamedWithItsDisk) {
 
   EXPECT_EQ(Required({"all"}),
             "1 of 2 required databases would not be in the set\n"
-            "S\\far: not in the protection set: disk \"TSL0002\" (add \"TSL0002\" to --disk)");
+            "S\\far: not in the protection set: disk \"TSL0002\" (add it with --disk TSL0002)");
   EXPECT_EQ(Required({"far"}),
             "the required database would not be in the set\n"
-            "S\\far: not in the protection set: disk \"TSL0002\" (add \"TSL0002\" to --disk)");
+            "S\\far: not in the protection set: disk \"TSL0002\" (add it with --disk TSL0002)");
 }
 
 TEST_F(Explained, ANameThatNoObjectHasIsAnsweredWithTheNearest) {
@@ -343,7 +344,7 @@ TEST_F(Explained, ATornParentIsNoWholeObject) {
 
   EXPECT_EQ(Required({"\\S"}),
             "the required database would not be in the set\n"
-            "S: not in the protection set: disk \"TSL0002\" (add \"TSL0002\" to --disk)");
+            "S: not in the protection set: disk \"TSL0002\" (add it with --disk TSL0002)");
 }
 
 }  // namespace

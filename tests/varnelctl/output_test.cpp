@@ -257,8 +257,12 @@ TEST_F(OutputCommand, ACatalogueThatIsNotWholeIsInTheRunsOwnDocument) {
 }
 
 TEST_F(OutputCommand, CallsThatAreNotWholeAre18) {
-  EXPECT_EQ(Snapshot({"--calls", "/dev/full"}, 18).err,
-            "varnelctl: --calls /dev/full was not written whole: No space left on device\n");
+  const CliResult result = Snapshot({"--calls", "/dev/full"}, 18);
+
+  EXPECT_EQ(result.err, "varnelctl: --calls /dev/full was not written whole: No space left on device\n");
+  EXPECT_THAT(result.out, HasSubstr("\nCAPTURED 2 of 3 components; NOT ALL DONE: --calls /dev/full was not written "
+                                    "whole: No space left on device; set {"));
+  EXPECT_EQ(SnapshotJson({"--calls", "/dev/full"}, 18)["verdict"]["status"], 18);
 }
 
 TEST_F(OutputCommand, AFailureKeepsItsStatusWhateverIsNotWholeAfterIt) {

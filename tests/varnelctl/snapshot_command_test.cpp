@@ -58,7 +58,7 @@ TEST_F(SnapshotCommand, AComponentOnAVolumeOfSeveralDisksIsLeftOutAndToldWhy) {
   EXPECT_THAT(
       result.out,
       HasSubstr("  SQL01\\crm (Demo Writer): F:\\data\\* lies on several disks (2, 1), so no snapshot of one of "
-                "them holds it whole (move it to a volume on one disk)\n"));
+                "them holds it whole (move it to a volume on one disk of the array)\n"));
   EXPECT_THAT(result.out, Not(HasSubstr("\\SQL01\\crm  on")));
 }
 
@@ -203,10 +203,9 @@ TEST_F(SnapshotCommand, AWriterCodeLimitsTheSetToTheDatabasesThatTheArrayNames) 
   const json outcome = SnapshotJson({"--disk", "TSL0001", "--writer-code", "2"});
   EXPECT_THAT(PathsOf(outcome["writers"][0], "added"), ElementsAre("\\SQL01\\sales"));
   EXPECT_EQ(outcome["databases"], "sales@sql01");
-  EXPECT_THAT(
-      Snapshot({"--writer-code", "2"}, 14).out,
-      HasSubstr("  SQL01\\crm (Demo Writer): it is not among the databases that the array named (--writer-code 0 "
-                "takes every one)\n"));
+  EXPECT_THAT(Snapshot({"--writer-code", "2"}, 14).out,
+              HasSubstr("  SQL01\\crm (Demo Writer): it is not among the databases that the array named (have the "
+                        "array name it, or use --writer-code 0)\n"));
 }
 
 TEST_F(SnapshotCommand, WhatItCannotDoIsAUsageError) {

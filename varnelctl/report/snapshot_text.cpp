@@ -138,7 +138,7 @@ void PrintLeftOut(Console& console, const Explanation& explanation) {
 
 // The whole, as far as it was reached.
 void PrintDetails(Console& console, const SnapshotOutcome& outcome) {
-  if (!outcome.shadowCopies.empty()) console.Line("Shadow copies");
+  if (!outcome.shadowCopies.empty()) console.Line("Volumes of the set");
   for (const ShadowCopyView& copy : outcome.shadowCopies) PrintShadowCopy(console, copy);
   if (outcome.gotThrough) {
     PrintCaptured(console, outcome.explanation);
