@@ -1,4 +1,10 @@
-// Ctrl-C and SIGTERM as the program takes them, where there are signals.
+// Signals and closed pipes as the program takes them, where there are signals.
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <csignal>
 
 #include "tests/varnelctl/snapshot_support.h"
@@ -50,6 +56,24 @@ TEST_P(ProcessSignals, WhatThePresentProcessIgnoresStaysIgnored) {
 
 INSTANTIATE_TEST_SUITE_P(Signals, ProcessSignals, testing::Values(SIGINT, SIGTERM));
 
+TEST(EndOfTheTerminal, MayBeToldTwice) {
+  const auto raiseTwice = [] {
+    const auto watch = varnelctl::WatchProcess();
+    std::raise(SIGHUP);
+    std::raise(SIGHUP);
+    std::exit(watch->Requested() ? 7 : 0);
+  };
+  EXPECT_EXIT(raiseTwice(), testing::ExitedWithCode(7), "interrupted; ends after this step");
+}
+
+TEST(EndOfTheTerminal, EndsTheProcessWhenNobodyWatches) {
+  const auto raiseLate = [] {
+    varnelctl::WatchProcess();
+    std::raise(SIGHUP);
+  };
+  EXPECT_EXIT(raiseLate(), testing::KilledBySignal(SIGHUP), "^$");
+}
+
 TEST_F(SnapshotCommand, ASignalEndsTheRunAfterThePresentPhase) {
   testing::internal::CaptureStderr();
   const CliResult result = Snapshot({}, 1, [] {
@@ -60,6 +84,126 @@ TEST_F(SnapshotCommand, ASignalEndsTheRunAfterThePresentPhase) {
   testing::internal::GetCapturedStderr();
 
   EXPECT_EQ(result.err, "varnelctl: interrupted before anything was done\n");
+}
+
+// The program itself
+
+class Pipe {
+ public:
+  Pipe() { EXPECT_EQ(::pipe2(ends_, O_CLOEXEC), 0); }
+  ~Pipe() {
+    CloseReader();
+    CloseWriter();
+  }
+  Pipe(const Pipe&) = delete;
+  Pipe& operator=(const Pipe&) = delete;
+
+  int writer() const { return ends_[1]; }
+  void CloseReader() { Close(ends_[0]); }
+  void CloseWriter() { Close(ends_[1]); }
+  /// Leaves room for so many bytes: whoever writes more waits. \return how many bytes lie in it.
+  int FillUpTo(int room) {
+    const int size = ::fcntl(ends_[1], F_SETPIPE_SZ, 4096);
+    const std::string filling(static_cast<std::size_t>(size - room), '#');
+    EXPECT_EQ(::write(ends_[1], filling.data(), filling.size()), static_cast<ssize_t>(filling.size()));
+    return size - room;
+  }
+  int BytesWaiting() const {
+    int bytes = 0;
+    EXPECT_EQ(::ioctl(ends_[0], FIONREAD, &bytes), 0);
+    return bytes;
+  }
+  /// Waits for bytes.
+  void Await() const {
+    pollfd reader{ends_[0], POLLIN, 0};
+    EXPECT_GT(::poll(&reader, 1, kPatience), 0);
+  }
+  std::string ReadAll() const {
+    std::string text;
+    char block[4096];
+    for (ssize_t n = 0; (n = ::read(ends_[0], block, sizeof block)) > 0;)
+      text.append(block, static_cast<std::size_t>(n));
+    return text;
+  }
+
+  static constexpr int kPatience = 60'000;  // milliseconds
+
+ private:
+  static void Close(int& end) {
+    if (end >= 0) ::close(end);
+    end = -1;
+  }
+
+  int ends_[2] = {-1, -1};
+};
+
+// varnelctl taking a snapshot. It has written the end of its first step and can write little more until somebody reads.
+class RunningProgram : public SnapshotCommand {
+ protected:
+  void Start() {
+    constexpr int kRoom = 100;  // of some 500 that the steps take
+    const Arguments arguments = {VARNEL_PROGRAM, "--host",         folder.Write("host.json", hostFile.dump()),
+                                 "snapshot",     "--app",          "none",
+                                 "--disk",       "TSL0001",        "TSL0002",
+                                 "--calls",      folder.File("c"), "--context",
+                                 "app-rollback"};
+    const int filled = out.FillUpTo(kRoom);
+    std::vector<char*> words;
+    for (const std::string& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
+    words.push_back(nullptr);
+    process = ::fork();
+    if (process == 0) {
+      ::dup2(out.writer(), STDOUT_FILENO);
+      ::dup2(trouble.writer(), STDERR_FILENO);
+      ::execv(words[0], words.data());
+      ::_exit(127);
+    }
+    out.CloseWriter();
+    trouble.CloseWriter();
+    while (out.BytesWaiting() == filled && ::waitpid(process, nullptr, WNOHANG) == 0) ::usleep(1000);
+  }
+  /// How it ended, as waitpid tells it.
+  int Wait() {
+    int status = -1;
+    EXPECT_EQ(::waitpid(process, &status, 0), process);
+    return status;
+  }
+  void ExpectCompleted(int status) {
+    ASSERT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_THAT(ReadFile(folder.File("c")), testing::Not(HasSubstr("DoSnapshotSet(")));
+  }
+
+  Pipe out;
+  Pipe trouble;
+  pid_t process = -1;
+};
+
+class SignalledProgram : public RunningProgram, public testing::WithParamInterface<int> {};
+
+TEST_P(SignalledProgram, EndsAfterThePresentStep) {
+  Start();
+  ASSERT_EQ(::kill(process, GetParam()), 0);
+  trouble.Await();  // it has noted the signal
+  const std::string text = out.ReadAll();
+  const int status = Wait();
+  const std::string said = trouble.ReadAll();
+
+  ExpectCompleted(status);
+  EXPECT_THAT(said, testing::StartsWith(varnelctl::kInterruptionNotice));
+  EXPECT_THAT(said, HasSubstr("varnelctl: interrupted after "));
+  EXPECT_THAT(text, HasSubstr(": not taken\n"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, SignalledProgram, testing::Values(SIGINT, SIGTERM, SIGHUP));
+
+TEST_F(RunningProgram, EndsInOrderAndQuietlyWhenNobodyReadsOn) {
+  Start();
+  out.CloseReader();
+  const int status = Wait();
+
+  ExpectCompleted(status);
+  EXPECT_EQ(trouble.ReadAll(), "");
 }
 
 }  // namespace

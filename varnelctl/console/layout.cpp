@@ -88,59 +88,56 @@ std::vector<Word> WordsOf(std::string_view line, int columns) {
 // Wraps one line that is too long.
 class Wrapper {
  public:
-  Wrapper(std::string_view line, int columns) : columns_(columns), words_(WordsOf(line, columns)) {}
+  Wrapper(std::string_view line, int columns) : columns_(columns), words_(WordsOf(line, columns)) {
+    const int margin = words_.empty() ? 0 : static_cast<int>(words_[0].blanks);
+    const bool isColumn = margin > kDeepest;  // of a table, whose text goes on below itself
+    margin_ = margin > columns / 2 ? kBelowLabel : margin;
+    indent_ = isColumn ? margin_ : margin_ + 2;
+  }
 
   std::string Wrap() {
-    if (words_.empty()) return {};
-    const int margin = static_cast<int>(words_[0].blanks);
-    indent_ = std::min(margin, columns_ / 2) + 2;
-    StartLine(margin > columns_ / 2 ? kBelowLabel : margin);
-    for (std::size_t i = 0; i < words_.size(); ++i) Append(words_[i], i, margin);
+    StartLine(margin_);
+    for (std::size_t i = 0; i < words_.size(); ++i) Append(words_[i], i == 0);
     return std::move(result_);
   }
 
  private:
-  // What a label explains stands this far to the right of it where both do not fit beside each other.
-  static constexpr int kBelowLabel = 6;
+  static constexpr int kBelowLabel = 6;  // the margin of what does not fit beside its label
+  static constexpr int kDeepest = 12;    // margin of a list
 
   void StartLine(int indent) {
     result_.append(static_cast<std::size_t>(indent), ' ');
     at_ = indent;
     isEmpty_ = true;
   }
-  void BreakLine() {
+
+  // A word that is too long for its indent stands further left.
+  void BreakLine(int width) {
     result_ += '\n';
-    StartLine(indent_);
+    StartLine(std::clamp(columns_ - width, std::min(margin_, indent_), indent_));
   }
 
-  void Append(const Word& word, std::size_t index, int margin) {
+  void Append(const Word& word, bool isFirst) {
     const int width = ColumnsOf(word.text);
-    int blanks = index == 0 || isEmpty_ ? 0 : static_cast<int>(word.blanks);
+    const int column = at_ + static_cast<int>(word.blanks);
     // The first gap parts a label from what it stands for.
-    if (index != 0 && word.blanks > 1 && !labelled_) {
-      labelled_ = true;
-      const int column = at_ + blanks;
-      const bool beside = column <= columns_ / 2;
-      indent_ = beside ? column : std::min(margin, columns_ / 2) + 4;
-      if (!beside) {
-        BreakLine();
-        blanks = 0;
-      }
-    }
-    if (!isEmpty_ && at_ + blanks + width > columns_) {
-      BreakLine();
-      blanks = 0;
-    }
-    result_.append(static_cast<std::size_t>(blanks), ' ').append(word.text);
-    at_ += blanks + width;
+    const bool endsLabel = !isFirst && !labelled_ && word.blanks > 1;
+    const bool isBeside = column <= columns_ / 2;
+    if (endsLabel) indent_ = isBeside ? column : margin_ + 4;
+    labelled_ = labelled_ || endsLabel;
+    if (!isEmpty_ && (column + width > columns_ || (endsLabel && !isBeside))) BreakLine(width);
+    const std::size_t blanks = isEmpty_ ? 0 : word.blanks;
+    result_.append(blanks, ' ').append(word.text);
+    at_ += static_cast<int>(blanks) + width;
     isEmpty_ = false;
   }
 
   const int columns_;
   const std::vector<Word> words_;
+  int margin_;  // of the first line
+  int indent_;  // of the others
   std::string result_;
-  int indent_ = 0;  // of the lines to come
-  int at_ = 0;      // the column
+  int at_ = 0;  // the column
   bool isEmpty_ = true;
   bool labelled_ = false;
 };
