@@ -67,9 +67,8 @@ Json DisksForDocument(const DisksFor& found) {
 }
 
 void PrintDisksFor(Console& console, const DisksFor& found, Application application) {
-  PrintObjects(console, "No set of disks can hold these wholly", found.unprotected, [&](const ApplicationObject& object) {
-    return WhyNotHeld(object, application);
-  });
+  PrintObjects(console, "No set of disks can hold these wholly", found.unprotected,
+               [&](const ApplicationObject& object) { return WhyNotHeld(object, application); });
   if (found.disks.empty()) return;
   PrintObjects(console, "Also wholly on these disks", found.alsoWholly, WithDisks);
   PrintObjects(console, "Also partly on these disks", found.alsoPartly, WithDisks);
