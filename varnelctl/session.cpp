@@ -17,4 +17,12 @@ ExitStatus Session::ReportUndone(const std::string& what, ExitStatus status) {
   return status == ExitStatus::Done ? ExitStatus::NotAllDone : status;
 }
 
+ExitStatus Session::ReportOutcome(const Failure& failure) {
+  console.Flush();  // on a terminal everything in its order
+  if (failure.status != ExitStatus::Done) return Report(failure);
+  console.Warning(failure.message);
+  for (const std::string& detail : failure.details) console.Detail("  " + detail);
+  return ExitStatus::Done;
+}
+
 }  // namespace varnelctl

@@ -51,6 +51,8 @@ class Session {
 
   /// Prints a failure and the alert records, and returns its status.
   ExitStatus Report(const Failure& failure);
+  /// The same after the text of a run, where a success may be told of something, too.
+  ExitStatus ReportOutcome(const Failure& failure);
 
  private:
   std::string call_ = "varnelctl";

@@ -36,7 +36,11 @@ class PlanCommand final : public Command {
     } else {
       PrintPlan(session.console, plan, session.verbose);
     }
-    return plan.failure ? session.Report(*plan.failure) : ExitStatus::Done;
+    verdict_ = PlanVerdict(TallyOf(plan), plan.failure);
+    return plan.failure ? session.ReportOutcome(*plan.failure) : ExitStatus::Done;
+  }
+  void Conclude(Session& session) override {
+    if (!session.json && !verdict_.empty()) session.console.Line(verdict_);
   }
 
  private:
@@ -51,6 +55,7 @@ class PlanCommand final : public Command {
   }
 
   SnapshotOptions options_;
+  std::string verdict_;  // of a plan that was made
 };
 
 }  // namespace

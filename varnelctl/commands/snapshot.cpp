@@ -38,15 +38,6 @@ class Outputs {
   Console& console_;
 };
 
-// What went wrong, or what a success is to be told of.
-ExitStatus ReportTrouble(Session& session, const Failure& failure) {
-  session.console.Flush();  // on a terminal everything in its order
-  if (failure.status != ExitStatus::Done) return session.Report(failure);
-  session.console.Warning(failure.message);
-  for (const std::string& detail : failure.details) session.console.Detail("  " + detail);
-  return ExitStatus::Done;
-}
-
 class SnapshotCommand final : public Command {
  public:
   const char* name() const override { return "snapshot"; }
@@ -106,7 +97,7 @@ class SnapshotCommand final : public Command {
     } else {
       PrintSnapshot(session.console, outcome, *verdict_, session.verbose);
     }
-    return outcome.failure ? ReportTrouble(session, *outcome.failure) : ExitStatus::Done;
+    return outcome.failure ? session.ReportOutcome(*outcome.failure) : ExitStatus::Done;
   }
 
   SnapshotOptions options_;

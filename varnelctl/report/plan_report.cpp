@@ -4,6 +4,9 @@
 #include "varnelctl/console/json.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/explanation/requirement.h"
+#include "varnelctl/report/backup_text.h"
+#include "varnelctl/report/not_in_set.h"
+#include "varnelctl/report/selection_text.h"
 #include "varnelctl/report/snapshot_report.h"
 
 namespace varnelctl {
@@ -37,6 +40,20 @@ std::string WithDisks(const ApplicationObject& object) {
   return object.name + "  on " + SerialNumberList(object.disks);
 }
 
+std::vector<std::string> VolumeLines(const PlanOutcome& plan) {
+  std::vector<std::string> lines;
+  for (const PlanOutcome::Volume& volume : plan.volumes) {
+    lines.push_back(Printable(volume.mountPoint.empty() ? volume.name : volume.mountPoint) + " on disk " +
+                    Quoted(volume.serialNumber) + (volume.extra ? ", which the application does not use" : ""));
+  }
+  return lines;
+}
+
+std::string SentenceOf(std::string text) {
+  text.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(text.front())));
+  return text;
+}
+
 }  // namespace
 
 Json PlanDocument(const PlanOutcome& plan) {
@@ -46,16 +63,33 @@ Json PlanDocument(const PlanOutcome& plan) {
     document.erase(key);
   }
   document["volumes"] = ArrayOf(plan.volumes, VolumeJson);
+  document["backup"]["effect"] = BackupEffect(plan.options.application, plan.options.backupType, plan.options.context);
+  const Tally tally = TallyOf(plan);
+  document["verdict"] = {{"text", PlanVerdict(tally, plan.failure)},
+                         {"status", static_cast<int>(plan.failure ? plan.failure->status : ExitStatus::Done)},
+                         {"captured", tally.captured},
+                         {"of", tally.of},
+                         {"noun", tally.noun}};
   return document;
 }
 
-void PrintPlan(Console& console, const PlanOutcome& plan, bool /*verbose*/) {
+void PrintPlan(Console& console, const PlanOutcome& plan, bool verbose) {
+  const Application application = plan.options.application;
   console.Line("");
-  console.Line(plan.volumes.empty() ? "A snapshot would hold no volume" : "A snapshot would hold these volumes");
-  for (const PlanOutcome::Volume& volume : plan.volumes) {
-    console.Line("  " + Printable(volume.mountPoint.empty() ? volume.name : volume.mountPoint) + "  on disk " +
-                 Quoted(volume.serialNumber) + (volume.extra ? ", which the application does not use" : ""));
-  }
+  PrintLines(console, "Volumes", VolumeLines(plan), "volume", verbose);
+  if (verbose && plan.gotThrough) PrintCaptured(console, "Captured application-consistent", plan.explanation);
+  if (verbose) PrintLeftOut(console, plan.explanation);
+  PrintLines(console, "Not in the set", LinesNotInSet(plan.explanation, plan.objects, application),
+             NounFor(application), verbose);
+  PrintOtherWriters(console, plan.explanation, verbose);
+  console.Line(SentenceOf(BackupText(plan.options.backupType, plan.options.context)));
+  console.Line("  " + BackupEffect(application, plan.options.backupType, plan.options.context));
+}
+
+Tally TallyOf(const PlanOutcome& plan) {
+  Tally tally = TallyOf(plan.objects, plan.options.application);
+  if (!plan.gotThrough) tally.captured = 0;
+  return tally;
 }
 
 Json DisksForDocument(const DisksFor& found) {

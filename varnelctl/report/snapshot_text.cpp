@@ -4,6 +4,7 @@
 #include "varnelctl/console/text.h"
 #include "varnelctl/report/backup_text.h"
 #include "varnelctl/report/not_in_set.h"
+#include "varnelctl/report/selection_text.h"
 #include "varnelctl/report/snapshot_report.h"
 
 namespace varnelctl {
@@ -11,9 +12,6 @@ namespace {
 
 using varnel::Utf8ToWideLossy;
 using varnel::WideToUtf8Lossy;
-
-// More lines of one kind are for --verbose.
-constexpr std::size_t kLinesShown = 10;
 
 std::string VolumeText(const ShadowCopyView& copy) {
   return Printable(copy.mountPoint.empty() ? copy.volume.volumeName : copy.mountPoint) + " on disk " +
@@ -38,53 +36,6 @@ void PrintShadowCopy(Console& console, const ShadowCopyView& copy) {
   console.Line("    disk         " + Printable(copy.disk.diskName) + ", serial " + Quoted(copy.disk.serialNumber));
 }
 
-std::string FailureName(const VssComponent& component) {
-  return OneLine(WideToUtf8Lossy(CVarnel::HResult2String(static_cast<long>(component.failureCode))));
-}
-
-std::string DisksOf(const VssComponent& component) {
-  const std::string disks =
-      SerialNumberList({component.affectedSerialNumbers.begin(), component.affectedSerialNumbers.end()});
-  return disks.empty() ? disks : "  on " + disks;
-}
-
-// One line per captured component that `wanted` holds for, under its writer's name.
-template <class Wanted>
-std::size_t PrintComponents(Console& console, const Explanation& explanation, Wanted wanted) {
-  std::size_t count = 0;
-  for (const WriterExplanation& writer : explanation) {
-    bool named = false;
-    for (const ComponentExplanation& explained : writer.components) {
-      const VssComponent& component = *explained.component;
-      const bool captured = explained.place != Place::LeftOut && explained.place != Place::Container;
-      if (!captured || !wanted(component)) continue;
-      if (!named) console.Line("  " + Printable(writer.writer->name));
-      named = true;
-      ++count;
-      std::string line = "    " + Printable(component.fullPath) + DisksOf(component);
-      if (varnel::HasFailed(component)) {
-        line += ": " + FailureName(component);
-      }
-      console.Line(line);
-    }
-  }
-  return count;
-}
-
-void PrintCaptured(Console& console, const Explanation& explanation) {
-  console.Line("Captured application-consistent");
-  if (PrintComponents(console, explanation, [](const auto& component) { return !varnel::HasFailed(component); }) == 0) {
-    console.Line("  nothing");
-  }
-  const bool anyFailed = std::any_of(explanation.begin(), explanation.end(), [](const WriterExplanation& writer) {
-    return std::any_of(writer.components.begin(), writer.components.end(),
-                       [](const auto& explained) { return varnel::HasFailed(*explained.component); });
-  });
-  if (!anyFailed) return;
-  console.Line("In the set, but failed by their writer");
-  PrintComponents(console, explanation, varnel::HasFailed);
-}
-
 void PrintObjects(Console& console, std::string_view label, const std::vector<std::string>& objects) {
   for (const std::string& object : objects) {
     console.Line("    " + std::string(label) + Printable(Utf8ToWideLossy(FromLibrary(object))));
@@ -103,59 +54,15 @@ void PrintCatalog(Console& console, const SnapshotOutcome& outcome) {
   }
 }
 
-// The lines under a heading, which stands only where there are some.
-class Section {
- public:
-  Section(Console& console, const char* heading) : console_(console), heading_(heading) {}
-  void Line(const std::string& text) {
-    if (heading_ != nullptr) console_.Line(heading_);
-    heading_ = nullptr;
-    console_.Line(text);
-  }
-
- private:
-  Console& console_;
-  const char* heading_;
-};
-
-void PrintLeftOut(Section& section, const WriterExplanation& writer) {
-  if (writer.reason != Reason::None && writer.writer != nullptr) {
-    section.Line("  " + Printable(writer.writer->name) + ": " + ReasonText(writer));
-  }
-  bool named = false;
-  for (const ComponentExplanation& explained : writer.components) {
-    if (explained.place != Place::LeftOut) continue;
-    if (!named) section.Line("  " + Printable(writer.writer->name));
-    named = true;
-    section.Line("    " + Printable(explained.component->fullPath) + ": " + ReasonText(explained));
-  }
-}
-
-void PrintLeftOut(Console& console, const Explanation& explanation) {
-  Section section(console, "Left out");
-  for (const WriterExplanation& writer : explanation) PrintLeftOut(section, writer);
-}
-
 // The whole, as far as it was reached.
 void PrintDetails(Console& console, const SnapshotOutcome& outcome) {
   if (!outcome.shadowCopies.empty()) console.Line("Volumes of the set");
   for (const ShadowCopyView& copy : outcome.shadowCopies) PrintShadowCopy(console, copy);
   if (outcome.gotThrough) {
-    PrintCaptured(console, outcome.explanation);
+    PrintCaptured(console, "Captured application-consistent", outcome.explanation);
     PrintCatalog(console, outcome);
   }
   PrintLeftOut(console, outcome.explanation);
-}
-
-// The first of them, unless everything is wanted; `noun` is what a line stands for.
-void PrintLines(Console& console, const std::string& heading, const std::vector<std::string>& lines,
-                std::string_view noun, bool verbose) {
-  if (lines.empty()) return;
-  console.Line(heading);
-  const std::size_t shown = verbose || lines.size() <= kLinesShown ? lines.size() : kLinesShown - 1;
-  for (std::size_t i = 0; i < shown; ++i) console.Line("  " + lines[i]);
-  if (shown == lines.size()) return;
-  console.Line("  and " + Counted(lines.size() - shown, "more " + std::string(noun)) + " (--verbose lists them)");
 }
 
 void PrintVolumes(Console& console, const SnapshotOutcome& outcome) {
@@ -198,11 +105,6 @@ void PrintFailedObjects(Console& console, const SnapshotOutcome& outcome, bool v
   PrintLines(console, "In the set, but failed by their writer", lines, NounFor(outcome.options.application), verbose);
 }
 
-void PrintOtherWriters(Console& console, const SnapshotOutcome& outcome, bool verbose) {
-  const std::string text = OtherWritersText(outcome.explanation);
-  if (!text.empty()) console.Line(text + (verbose ? "" : " (--verbose lists them)"));
-}
-
 void PrintBackup(Console& console, const SnapshotOutcome& outcome) {
   if (!outcome.taken) return;
   std::string text = BackupText(outcome.options.backupType, outcome.options.context);
@@ -240,7 +142,7 @@ void PrintSnapshot(Console& console, const SnapshotOutcome& outcome, const Verdi
   PrintFailedObjects(console, outcome, verbose);
   PrintLines(console, "Not in the set", LinesNotInSet(outcome.explanation, outcome.objects, application),
              NounFor(application), verbose);
-  PrintOtherWriters(console, outcome, verbose);
+  PrintOtherWriters(console, outcome.explanation, verbose);
   PrintBackup(console, outcome);
   PrintSet(console, outcome, verdict);
 }
