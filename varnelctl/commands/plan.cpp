@@ -24,10 +24,10 @@ class PlanCommand final : public Command {
   void AddOptions(CLI::App& app) override { AddPlanOptions(app, options_); }
 
   ExitStatus Run(Session& session) override {
-    if (!options_.wanted.empty()) return TellDisks(session);
-    if (options_.disks.empty()) {
-      throw UsageError("plan needs --disk, whose snapshot is planned, or --for, whose disks are told");
+    if (options_.disks.empty() == options_.wanted.empty()) {
+      throw UsageError("plan takes either --disk, whose snapshot is planned, or --for, whose disks are told");
     }
+    if (!options_.wanted.empty()) return TellDisks(session);
     CheckSnapshotOptions(options_, session.calls != nullptr);
     PlanOutcome plan(options_);
     MakePlan(session, options_, plan);

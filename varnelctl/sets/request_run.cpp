@@ -25,7 +25,8 @@ void NameStep(Failure& failure, Session& session) {
   const std::optional<StepName> step = std::exchange(session.failedStep, std::nullopt);
   if (!step) return;
   failure.step = step->key;
-  const bool namesIt = failure.message.starts_with(session.call()) || failure.status == ExitStatus::NotAllDone;
+  const bool namesIt = failure.message.starts_with(session.call()) || failure.status == ExitStatus::NotAllDone ||
+                       failure.status == ExitStatus::NotContained;
   if (namesIt) return;
   failure.details.insert(failure.details.begin(), "while " + session.call());
 }

@@ -252,15 +252,14 @@ void AddSnapshotOptions(CLI::App& app, SnapshotOptions& options) {
 }
 
 void AddPlanOptions(CLI::App& app, SnapshotOptions& options) {
-  CLI::Option* const disks = AddTarget(app, options);
+  AddTarget(app, options);
   AddRequestOptions(app, options);
   app.add_option("--for", options.wanted,
                  "In place of --disk: which disks hold these databases, mailbox databases or virtual machines wholly, "
                  "and what else lies on them (--for sales crm)")
       ->type_name("NAME")
       ->expected(1, -1)
-      ->check(NoOption)
-      ->excludes(disks);
+      ->check(NoOption);
 }
 
 void CheckSnapshotOptions(const SnapshotOptions& options, bool isSimulatedHost) {
