@@ -99,7 +99,8 @@ void VolumeLocations::RememberAll() {
     std::vector<TesselCommonClasses::WindowsVolumeInfo> volumes;
     enumerator_.GetVolumesForGivenDisk(disk.serialNumber, volumes);
     for (auto& volume : volumes) {
-      known_[varnel::ascii::ToLower(volume.uniqueVolumeName)] = {disk.serialNumber, {}, std::move(volume.mountPoint)};
+      Of(volume.uniqueVolumeName);  // the disk may be another one whose serial number differs in case alone
+      known_[varnel::ascii::ToLower(volume.uniqueVolumeName)].mountPoint = std::move(volume.mountPoint);
     }
   }
 }

@@ -11,7 +11,7 @@
 namespace varnelctl {
 namespace {
 
-class PlanRun final : private RequestRun, private SelectionWatcher {
+class PlanRun final : private RequestRun, private SelectionWatcher, private RequestWatcher {
  public:
   PlanRun(Session& session, const SnapshotOptions& options, PlanOutcome& outcome)
       : RequestRun(session, options, outcome), plan_(outcome) {}
@@ -29,6 +29,12 @@ class PlanRun final : private RequestRun, private SelectionWatcher {
   }
 
  private:
+  void Before(ServiceCall call) override {
+    if (call == ServiceCall::AddComponent) phases_.Enter(step::kAdding);
+  }
+  void After(ServiceCall call, HRESULT result) override {
+    if (call == ServiceCall::GatherWriterMetadata && SUCCEEDED(result)) phases_.Enter(step::kSelecting);
+  }
   void Selected() override {
     phases_.Enter(step::kAdding);
     CheckRequirement();
@@ -37,7 +43,6 @@ class PlanRun final : private RequestRun, private SelectionWatcher {
 
   void Select() {
     requestor_.GatherWriterMetadata(details_);
-    phases_.Enter(step::kSelecting);
     try {
       plan_.select(*this, details_);
     } catch (const VarnelException& alert) {
@@ -64,6 +69,7 @@ class PlanRun final : private RequestRun, private SelectionWatcher {
 
   PlanOutcome& plan_;
   std::wstring checking_;  // the volume that the service was asked about last
+  const WatchedHost::Watching watching_{outcome_.host, *this};
 };
 
 }  // namespace
