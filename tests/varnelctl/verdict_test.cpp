@@ -206,6 +206,11 @@ TEST_F(VerdictOfRun, AnInterruptionIsTheCause) {
             "FAILED: nothing was captured: interrupted before anything was done");
 }
 
+TEST_F(VerdictOfRun, ADiskThatIsNotThereIsTheCause) {
+  EXPECT_THAT(Verdict({"--disk", "TSL0009"}, 2),
+              testing::StartsWith("FAILED: nothing was captured: no disk of this host has serial \"TSL0009\""));
+}
+
 TEST_F(VerdictOfRun, ACommandLineThatIsRefusedIsNoRun) {
   EXPECT_EQ(Snapshot({"--context", "transportable", "--then", "mask"}, 2).out, "");
 }

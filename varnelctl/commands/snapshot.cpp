@@ -38,6 +38,11 @@ class Outputs {
   Console& console_;
 };
 
+Tone ToneOf(const Verdict& verdict) {
+  if (!verdict.gotThrough) return Tone::Bad;
+  return verdict.IsWhole() ? Tone::Good : Tone::Warning;
+}
+
 class SnapshotCommand final : public Command {
  public:
   const char* name() const override { return "snapshot"; }
@@ -74,7 +79,8 @@ class SnapshotCommand final : public Command {
   void Conclude(Session& session) override {
     if (!verdict_) return;
     for (const std::string& what : session.undone()) verdict_->NoteUndone(what);
-    if (!session.json) return session.console.Line(verdict_->Text());
+    if (!session.json) return session.console.Line(verdict_->Text(), ToneOf(*verdict_));
+    if (outcome_.is_null()) return;
     outcome_["verdict"] = VerdictJson(*verdict_);
     session.console.Document(outcome_);
   }
@@ -83,7 +89,12 @@ class SnapshotCommand final : public Command {
  private:
   ExitStatus TakeAndShow(Session& session, Outputs& outputs) {
     SnapshotOutcome outcome(options_);
-    TakeSnapshot(session, options_, outcome);
+    try {
+      TakeSnapshot(session, options_, outcome);
+    } catch (const UsageError& error) {
+      verdict_ = VerdictOfRefusal(error.what());
+      throw;
+    }
     const std::string xml = varnel::WideToUtf8Lossy(outcome.requestor->GetBackupDocument());
     if (!xml.empty()) outcome.Attempt(session, [&] { outputs.document.Write(xml); });
     if (outcome.taken) {

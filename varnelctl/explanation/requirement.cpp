@@ -11,13 +11,12 @@ namespace {
 
 constexpr std::string_view kAll = "all";
 
-// Disks of a machine may be of another kind than those of the set, and the kinds cannot be mixed in one.
+// Disks of a machine may be of another kind than those of the set, or of one that no set can have.
 std::string HowToAddDisks(const ApplicationObject& object, Application application) {
-  const std::string option = DiskOption(object.missingDisks);
-  if (application == Application::HyperV && object.missingDisks == object.disks) {
-    return "take it in a set of its own with " + option;
+  if (application == Application::HyperV) {
+    return "varnelctl plan --app hyperv " + DiskOption(object.disks) + " tells whether a set can hold it";
   }
-  return (object.missingDisks.size() == 1 ? "add it with " : "add them with ") + option;
+  return (object.missingDisks.size() == 1 ? "add it with " : "add them with ") + DiskOption(object.missingDisks);
 }
 
 // Empty where nothing that a person could do now is known.

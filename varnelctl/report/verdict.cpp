@@ -7,6 +7,8 @@
 namespace varnelctl {
 namespace {
 
+constexpr char kNothing[] = "nothing was captured";
+
 std::string LifetimeOf(const SnapshotOutcome& outcome) {
   switch (outcome.setState) {
     case SetState::None:
@@ -65,7 +67,7 @@ std::string WhatIsThere(const SnapshotOutcome& outcome) {
   if (!outcome.copiesLeft.empty()) return CopiesLeft(outcome);
   switch (outcome.setState) {
     case SetState::None:
-      return "nothing was captured";
+      return kNothing;
     case SetState::Deleted:
       return SetName(outcome) + " was deleted";
     case SetState::Unknown:
@@ -104,6 +106,14 @@ std::string DescribeSet(const SnapshotOutcome& outcome) {
   const std::string id = Printable(outcome.requestor->GetSnapShotSetId());
   const char* const exists = outcome.setState == SetState::Released ? "exists " : "";
   return "Snapshot set" + (id.empty() ? id : " " + id) + ": " + exists + LifetimeOf(outcome) + WhyIn(outcome);
+}
+
+Verdict VerdictOfRefusal(std::string_view reason) {
+  Verdict verdict;
+  verdict.status = ExitStatus::Usage;
+  verdict.set = kNothing;
+  verdict.cause = FirstSentence(reason);
+  return verdict;
 }
 
 Verdict VerdictOf(const SnapshotOutcome& outcome) {

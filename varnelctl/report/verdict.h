@@ -34,12 +34,16 @@ struct Verdict {
   std::optional<std::string> endWith;  ///< the command that ends the set, where one of this host does
   std::string cause;                   ///< of a failure, or what is not done; empty after a success
 
+  /// Everything of the application was captured, and everything was done.
+  bool IsWhole() const { return status == ExitStatus::Done && gotThrough && tally.captured == tally.of; }
   /// The one line.
   std::string Text() const;
   /// For what goes wrong after the run's own end. What went wrong first stays the cause.
   void NoteUndone(const std::string& what);
 };
 
+/// Of a request that was refused before it was begun.
+Verdict VerdictOfRefusal(std::string_view reason);
 /// Of a run that has ended.
 Verdict VerdictOf(const SnapshotOutcome& outcome);
 
