@@ -20,8 +20,6 @@ using varnelctl::Application;
 using varnelctl::BackupEffect;
 using varnelctl::BackupText;
 using varnelctl::ContextName;
-using varnelctl::PlanVerdict;
-using varnelctl::Tally;
 using varnelctl::TallyText;
 
 constexpr char kSetName[] = "set {00000002-5e1f-4c3d-9a0b-000000000000}";
@@ -268,6 +266,60 @@ TEST_F(VerdictOfRun, MoreThanTenObjectsThatAreNotInTheSetAreForVerbose) {
   EXPECT_THAT(Snapshot({"--verbose"}).out, HasSubstr("  SQL01\\tools9 (Demo Writer): disk \"SYS\" holds the system\n"));
 }
 
+// ---- plans ----
+
+class VerdictOfPlan : public VerdictOfRun {
+ protected:
+  static Arguments PlanOf(const Arguments& arguments) {
+    Arguments plan = Whole(arguments);
+    plan.front() = "plan";
+    return plan;
+  }
+  CliResult Plan(const Arguments& arguments, int status = 0) {
+    const CliResult result = Run(PlanOf(arguments));
+    EXPECT_EQ(result.status, status) << result.err;
+    return result;
+  }
+};
+
+TEST_F(VerdictOfPlan, SaysBeforeWhatASnapshotSaysAfterwards) {
+  EXPECT_THAT(Plan({"--backup-type", "copy"}).out,
+              EndsWith("\nNot in the set\n"
+                       "  SQL01\\tools (Demo Writer): disk \"SYS\" holds the system\n"
+                       "Copy backup, context backup (auto-release, with writers)\n"
+                       "  the writers are asked to change neither their logs nor the base of later backups\n"
+                       "WOULD CAPTURE 2 of 3 components\n"));
+}
+
+TEST_F(VerdictOfPlan, SaysWhatASnapshotWouldFailOf) {
+  hostFile["disks"].push_back(DiskJson("TSL0003", 3, "G:\\"));
+  const Arguments extra = {"--disk", "TSL0001", "TSL0002", "TSL0003"};
+
+  EXPECT_EQ(LastLine(Plan(extra, 14).out), "WOULD FAIL: Extra volumes found in the volume collection");
+  EXPECT_EQ(LastLine(Plan({"--accept-extra-volumes", "--disk", "TSL0001", "TSL0002", "TSL0003"}).out),
+            "WOULD CAPTURE 2 of 3 components");
+}
+
+TEST_F(VerdictOfPlan, IsInTheDocument) {
+  const json plan = Document(PlanOf({}));
+
+  EXPECT_EQ(plan["verdict"], json::parse(R"({"text": "WOULD CAPTURE 2 of 3 components", "status": 0, "captured": 2,
+                                             "of": 3, "noun": "component"})"));
+  EXPECT_EQ(plan["backup"]["effect"], "a writer may truncate its logs and take it for the base of later backups");
+  EXPECT_EQ(plan["objects"][0]["captured"], true);
+}
+
+TEST_F(VerdictOfPlan, VerboseListsEveryComponent) {
+  EXPECT_THAT(Plan({"--verbose"}).out, HasSubstr("\nCaptured application-consistent\n"
+                                                 "  Demo Writer\n"
+                                                 "    \\SQL01\\sales  on \"TSL0001\"\n"
+                                                 "    \\SQL01\\crm  on \"TSL0001\", \"TSL0002\"\n"
+                                                 "Left out\n"
+                                                 "  Demo Writer\n"
+                                                 "    \\SQL01\\tools: disk \"SYS\" holds the system\n"
+                                                 "    \\SQL01\\empty: it has no files\n"));
+}
+
 // ---- words ----
 
 TEST(VerdictWords, ObjectsAreCountedInTheirNumber) {
@@ -275,18 +327,6 @@ TEST(VerdictWords, ObjectsAreCountedInTheirNumber) {
   EXPECT_EQ(TallyText({0, 2, 0, "mailbox database"}), "0 of 2 mailbox databases");
   EXPECT_EQ(TallyText({19, 20, 1, "virtual machine"}), "19 of 20 virtual machines (1 failed by its writer)");
   EXPECT_EQ(TallyText({1, 3, 2, "database"}), "1 of 3 databases (2 failed by their writers)");
-}
-
-TEST(VerdictWords, APlanSaysWhatWouldBe) {
-  const Tally tally{11, 13, 0, "database"};
-  varnelctl::Failure failure;
-  failure.status = varnelctl::ExitStatus::ConfigurationError;
-  failure.message = "Nothing is eligible. Check it.";
-
-  EXPECT_EQ(PlanVerdict(tally, std::nullopt), "WOULD CAPTURE 11 of 13 databases");
-  EXPECT_EQ(PlanVerdict(tally, failure), "WOULD FAIL: Nothing is eligible");
-  failure.status = varnelctl::ExitStatus::Done;
-  EXPECT_EQ(PlanVerdict(tally, failure), "WOULD CAPTURE 11 of 13 databases") << "accepted extra volumes";
 }
 
 TEST(VerdictWords, TheCauseIsTheFirstSentence) {
@@ -307,13 +347,13 @@ TEST(VerdictWords, AContextIsNamedSoThatItCanBeReadAgain) {
 }
 
 TEST(VerdictWords, ABackupIsToldWithHowLongItsContextKeepsIt) {
-  EXPECT_EQ(BackupText(VSS_BT_FULL, VSS_CTX_BACKUP), "full backup, context backup (auto-release, with writers)");
+  EXPECT_EQ(BackupText(VSS_BT_FULL, VSS_CTX_BACKUP), "Full backup, context backup (auto-release, with writers)");
   EXPECT_EQ(BackupText(VSS_BT_COPY, VSS_CTX_APP_ROLLBACK),
-            "copy backup, context app-rollback (persistent, with writers)");
-  EXPECT_EQ(BackupText(VSS_BT_FULL, 0x8), "full backup, context 0x8 (no auto-release, with writers)");
-  EXPECT_EQ(BackupText(VSS_BT_FULL, 0x20), "full backup, context transportable (for the array, with writers)");
+            "Copy backup, context app-rollback (persistent, with writers)");
+  EXPECT_EQ(BackupText(VSS_BT_FULL, 0x8), "Full backup, context 0x8 (no auto-release, with writers)");
+  EXPECT_EQ(BackupText(VSS_BT_FULL, 0x20), "Full backup, context transportable (for the array, with writers)");
   EXPECT_EQ(BackupText(VSS_BT_OTHER, VSS_CTX_NAS_ROLLBACK),
-            "other backup, context nas-rollback (persistent, without writers)");
+            "Other backup, context nas-rollback (persistent, without writers)");
 }
 
 TEST(VerdictWords, OnlyExchangeTruncatesLogsForSure) {

@@ -3,6 +3,7 @@
 #include "varnelctl/commands/command.h"
 #include "varnelctl/explanation/requirement.h"
 #include "varnelctl/report/plan_report.h"
+#include "varnelctl/report/snapshot_report.h"
 #include "varnelctl/sets/disks_for.h"
 #include "varnelctl/sets/plan_run.h"
 #include "varnelctl/sets/snapshot_options.h"
@@ -32,15 +33,15 @@ class PlanCommand final : public Command {
     PlanOutcome plan(options_);
     MakePlan(session, options_, plan);
     if (session.json) {
-      session.console.Document(PlanDocument(plan));
+      plan_ = PlanDocument(plan);
     } else {
       PrintPlan(session.console, plan, session.verbose);
     }
-    verdict_ = PlanVerdict(TallyOf(plan), plan.failure);
+    verdict_ = VerdictOfPlan(plan);
     return plan.failure ? session.ReportOutcome(*plan.failure) : ExitStatus::Done;
   }
   void Conclude(Session& session) override {
-    if (!session.json && !verdict_.empty()) session.console.Line(verdict_);
+    if (verdict_) PrintVerdict(session, *verdict_, plan_);
   }
 
  private:
@@ -55,7 +56,8 @@ class PlanCommand final : public Command {
   }
 
   SnapshotOptions options_;
-  std::string verdict_;  // of a plan that was made
+  std::optional<Verdict> verdict_;  // of a plan that was made
+  Json plan_;                       // its document without the verdict, where one is wanted
 };
 
 }  // namespace

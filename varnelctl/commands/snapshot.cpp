@@ -38,11 +38,6 @@ class Outputs {
   Console& console_;
 };
 
-Tone ToneOf(const Verdict& verdict) {
-  if (!verdict.gotThrough) return Tone::Bad;
-  return verdict.IsWhole() ? Tone::Good : Tone::Warning;
-}
-
 class SnapshotCommand final : public Command {
  public:
   const char* name() const override { return "snapshot"; }
@@ -77,12 +72,7 @@ class SnapshotCommand final : public Command {
         {"--document", options_.documentFile}, {"--catalog", options_.catalogFile}, {"--calls", options_.callsFile}};
   }
   void Conclude(Session& session) override {
-    if (!verdict_) return;
-    for (const std::string& what : session.undone()) verdict_->NoteUndone(what);
-    if (!session.json) return session.console.Line(verdict_->Text(), ToneOf(*verdict_));
-    if (outcome_.is_null()) return;
-    outcome_["verdict"] = VerdictJson(*verdict_);
-    session.console.Document(outcome_);
+    if (verdict_) PrintVerdict(session, *verdict_, outcome_);
   }
   std::string WhatStands() const override { return whatStands_; }
 

@@ -57,7 +57,9 @@ const char* Duration(DWORD context) {
 
 std::string BackupText(VSS_BACKUP_TYPE type, DWORD context) {
   const bool writers = (context & VSS_VOLSNAP_ATTR_NO_WRITERS) == 0;
-  return BackupTypeName(type) + " backup, context " + ContextName(context) + " (" + Duration(context) +
+  std::string name = BackupTypeName(type);
+  name.front() = static_cast<char>(name.front() - 'a' + 'A');
+  return name + " backup, context " + ContextName(context) + " (" + Duration(context) +
          (writers ? ", with writers)" : ", without writers)");
 }
 

@@ -8,7 +8,7 @@
 
 namespace varnelctl {
 
-/// "full backup, context app-rollback (persistent, with writers)"
+/// "Full backup, context app-rollback (persistent, with writers)"
 std::string BackupText(VSS_BACKUP_TYPE type, DWORD context);
 
 /// What the application makes of such a backup that succeeds: to its logs, and to later backups. A sentence without its

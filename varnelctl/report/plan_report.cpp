@@ -49,11 +49,6 @@ std::vector<std::string> VolumeLines(const PlanOutcome& plan) {
   return lines;
 }
 
-std::string SentenceOf(std::string text) {
-  text.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(text.front())));
-  return text;
-}
-
 }  // namespace
 
 Json PlanDocument(const PlanOutcome& plan) {
@@ -64,12 +59,6 @@ Json PlanDocument(const PlanOutcome& plan) {
   }
   document["volumes"] = ArrayOf(plan.volumes, VolumeJson);
   document["backup"]["effect"] = BackupEffect(plan.options.application, plan.options.backupType, plan.options.context);
-  const Tally tally = TallyOf(plan);
-  document["verdict"] = {{"text", PlanVerdict(tally, plan.failure)},
-                         {"status", static_cast<int>(plan.failure ? plan.failure->status : ExitStatus::Done)},
-                         {"captured", tally.captured},
-                         {"of", tally.of},
-                         {"noun", tally.noun}};
   return document;
 }
 
@@ -82,14 +71,8 @@ void PrintPlan(Console& console, const PlanOutcome& plan, bool verbose) {
   PrintLines(console, "Not in the set", LinesNotInSet(plan.explanation, plan.objects, application),
              NounFor(application), verbose);
   PrintOtherWriters(console, plan.explanation, verbose);
-  console.Line(SentenceOf(BackupText(plan.options.backupType, plan.options.context)));
+  console.Line(BackupText(plan.options.backupType, plan.options.context));
   console.Line("  " + BackupEffect(application, plan.options.backupType, plan.options.context));
-}
-
-Tally TallyOf(const PlanOutcome& plan) {
-  Tally tally = TallyOf(plan.objects, plan.options.application);
-  if (!plan.gotThrough) tally.captured = 0;
-  return tally;
 }
 
 Json DisksForDocument(const DisksFor& found) {

@@ -2,14 +2,10 @@
 #pragma once
 
 #include "varnelctl/console/console.h"
-#include "varnelctl/report/verdict.h"
 #include "varnelctl/sets/disks_for.h"
 #include "varnelctl/sets/plan_run.h"
 
 namespace varnelctl {
-
-/// How many of the application's objects the set would hold.
-Tally TallyOf(const PlanOutcome& plan);
 
 Json PlanDocument(const PlanOutcome& plan);
 void PrintPlan(Console& console, const PlanOutcome& plan, bool verbose);

@@ -143,6 +143,24 @@ Json ProviderOfSetJson(const std::optional<Provider>& provider) {
   return json;
 }
 
+Json VerdictJson(const Verdict& verdict) {
+  Json json = {{"text", verdict.Text()},
+               {"status", static_cast<int>(verdict.status)},
+               {"captured", verdict.tally.captured},
+               {"of", verdict.tally.of},
+               {"noun", verdict.tally.noun}};
+  if (verdict.isPlan) return json;
+  json["setState"] = WordFor(verdict.setState);
+  json["lifetime"] = verdict.lifetime;
+  json["endWith"] = verdict.endWith ? Json(*verdict.endWith) : Json(nullptr);
+  return json;
+}
+
+Tone ToneOf(const Verdict& verdict) {
+  if (!verdict.gotThrough) return Tone::Bad;
+  return verdict.IsWhole() ? Tone::Good : Tone::Warning;
+}
+
 }  // namespace
 
 Json CatalogDocument(const SnapshotOutcome& outcome) {
@@ -172,15 +190,12 @@ Json SnapshotDocument(const SnapshotOutcome& outcome) {
       {"document", WideToUtf8Lossy(outcome.requestor->GetBackupDocument())}};
 }
 
-Json VerdictJson(const Verdict& verdict) {
-  return {{"text", verdict.Text()},
-          {"status", static_cast<int>(verdict.status)},
-          {"captured", verdict.tally.captured},
-          {"of", verdict.tally.of},
-          {"noun", verdict.tally.noun},
-          {"setState", WordFor(verdict.setState)},
-          {"lifetime", verdict.lifetime},
-          {"endWith", verdict.endWith ? Json(*verdict.endWith) : Json(nullptr)}};
+void PrintVerdict(Session& session, Verdict& verdict, Json& document) {
+  for (const std::string& what : session.undone()) verdict.NoteUndone(what);
+  if (!session.json) return session.console.Line(verdict.Text(), ToneOf(verdict));
+  if (document.is_null()) return;
+  document["verdict"] = VerdictJson(verdict);
+  session.console.Document(document);
 }
 
 }  // namespace varnelctl

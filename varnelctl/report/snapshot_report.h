@@ -12,9 +12,12 @@ namespace varnelctl {
 
 Json SnapshotDocument(const SnapshotOutcome& outcome);
 Json CatalogDocument(const SnapshotOutcome& outcome);
-Json VerdictJson(const Verdict& verdict);
 /// \param verbose everything rather than a few lines.
 void PrintSnapshot(Console& console, const SnapshotOutcome& outcome, const Verdict& verdict, bool verbose);
+
+/// The last word, once nothing more can go wrong: the verdict in its line or, where a document is wanted, in that.
+/// \param document null where there is none.
+void PrintVerdict(Session& session, Verdict& verdict, Json& document);
 
 /// What the writers were told of the backup and what they make of it: a sentence without its end. Of a set that was
 /// taken.

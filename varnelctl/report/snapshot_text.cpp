@@ -108,7 +108,6 @@ void PrintFailedObjects(Console& console, const SnapshotOutcome& outcome, bool v
 void PrintBackup(Console& console, const SnapshotOutcome& outcome) {
   if (!outcome.taken) return;
   std::string text = BackupText(outcome.options.backupType, outcome.options.context);
-  text.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(text.front())));
   if (outcome.provider) {
     text += ", taken by provider " + Quoted(outcome.provider->name) + " " + Printable(outcome.provider->version);
   }

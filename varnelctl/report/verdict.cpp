@@ -77,6 +77,18 @@ std::string WhatIsThere(const SnapshotOutcome& outcome) {
   }
 }
 
+// What plans have, too.
+Verdict CountsAndCause(const SnapshotOutcome& outcome) {
+  Verdict verdict;
+  verdict.gotThrough = outcome.gotThrough;
+  verdict.tally = TallyOf(outcome.objects, outcome.options.application);
+  if (!outcome.gotThrough) verdict.tally.captured = verdict.tally.failed = 0;
+  if (!outcome.failure) return verdict;
+  verdict.status = outcome.failure->status;
+  if (!GotThrough(*outcome.failure)) verdict.cause = FirstSentence(outcome.failure->message);
+  return verdict;
+}
+
 // Released copies are told of where they were to be deleted and could not be.
 bool CanBeEndedHere(const SnapshotOutcome& outcome) {
   return !outcome.isTransportable && (outcome.setState == SetState::Kept || !outcome.copiesLeft.empty());
@@ -117,33 +129,30 @@ Verdict VerdictOfRefusal(std::string_view reason) {
 }
 
 Verdict VerdictOf(const SnapshotOutcome& outcome) {
-  Verdict verdict;
-  verdict.gotThrough = outcome.gotThrough;
-  verdict.tally = TallyOf(outcome.objects, outcome.options.application);
-  if (!outcome.gotThrough) verdict.tally.captured = verdict.tally.failed = 0;
+  Verdict verdict = CountsAndCause(outcome);
   verdict.setState = outcome.setState;
   verdict.set = WhatIsThere(outcome);
   verdict.lifetime = LifetimeOf(outcome);
   if (CanBeEndedHere(outcome)) verdict.endWith = CommandThatEnds(Printable(outcome.requestor->GetSnapShotSetId()));
-  if (!outcome.failure) return verdict;
-  verdict.status = outcome.failure->status;
-  if (!GotThrough(*outcome.failure)) verdict.cause = FirstSentence(outcome.failure->message);
+  return verdict;
+}
+
+Verdict VerdictOfPlan(const SnapshotOutcome& plan) {
+  Verdict verdict = CountsAndCause(plan);
+  verdict.isPlan = true;
   return verdict;
 }
 
 std::string Verdict::Text() const {
-  if (!gotThrough) return "FAILED: " + set + ": " + cause;
-  return "CAPTURED " + TallyText(tally) + (cause.empty() ? "; " : "; NOT ALL DONE: " + cause + "; ") + set;
+  if (!gotThrough) return isPlan ? "WOULD FAIL: " + cause : "FAILED: " + set + ": " + cause;
+  const std::string text =
+      (isPlan ? "WOULD CAPTURE " : "CAPTURED ") + TallyText(tally) + (cause.empty() ? "" : "; NOT ALL DONE: " + cause);
+  return isPlan ? text : text + "; " + set;
 }
 
 void Verdict::NoteUndone(const std::string& what) {
   if (status == ExitStatus::Done) status = ExitStatus::NotAllDone;
   if (cause.empty()) cause = what;
-}
-
-std::string PlanVerdict(const Tally& tally, const std::optional<Failure>& failure) {
-  if (!failure || GotThrough(*failure)) return "WOULD CAPTURE " + TallyText(tally);
-  return "WOULD FAIL: " + std::string(FirstSentence(failure->message));
 }
 
 const char* WordFor(SetState state) {

@@ -25,10 +25,11 @@ Tally TallyOf(const std::vector<ApplicationObject>& objects, Application applica
 std::string TallyText(const Tally& tally);
 
 struct Verdict {
+  bool isPlan = false;
   ExitStatus status = ExitStatus::Done;
-  bool gotThrough = false;  ///< what was captured stands
+  bool gotThrough = false;  ///< what was captured stands, or would
   Tally tally;
-  SetState setState = SetState::None;
+  SetState setState = SetState::None;  ///< this and what follows on the set: not of a plan
   std::string set;                     ///< what there is of it now, in words
   std::string lifetime;                ///< how long the set exists, or what became of it
   std::optional<std::string> endWith;  ///< the command that ends the set, where one of this host does
@@ -46,12 +47,11 @@ struct Verdict {
 Verdict VerdictOfRefusal(std::string_view reason);
 /// Of a run that has ended.
 Verdict VerdictOf(const SnapshotOutcome& outcome);
+/// Of a plan: what the run would capture, or what it would fail of.
+Verdict VerdictOfPlan(const SnapshotOutcome& plan);
 
 /// "Snapshot set {...}: kept until it is deleted"
 std::string DescribeSet(const SnapshotOutcome& outcome);
-
-/// Of a plan: "WOULD CAPTURE 11 of 13 databases", or what it would fail of.
-std::string PlanVerdict(const Tally& tally, const std::optional<Failure>& failure);
 
 /// The word that JSON documents have.
 const char* WordFor(SetState state);
