@@ -1,5 +1,6 @@
 #include "simulator/host_file/text_file.h"
 
+#include <cerrno>
 #include <fstream>
 #include <system_error>
 
@@ -13,7 +14,9 @@ std::string ReadBytes(const std::filesystem::path& path) {
   const std::filesystem::file_status status = std::filesystem::status(path, error);
   if (status.type() == std::filesystem::file_type::not_found) throw TextFileError("there is no such file");
   if (std::filesystem::is_directory(status)) throw TextFileError("it is a folder");
+  errno = 0;
   std::ifstream file(path, std::ios::binary);
+  if (!file && errno == EACCES) throw TextFileError("this user has no permission to read it");
   std::string bytes;
   char block[16384];
   while (file.read(block, sizeof block) || file.gcount() > 0) {

@@ -134,6 +134,66 @@ TEST_F(DiskArguments, ATestPointMakesSomethingFail) {
                 "files fail\n");
 }
 
+// Host files
+
+using HostFileOddities = SnapshotCommand;
+
+TEST_F(HostFileOddities, WhatCannotBeReadIsSaid) {
+  const std::string start = "varnelctl: ";
+  const std::string missing = folder.File("none.json");
+  EXPECT_EQ(RunCli({"disks", "--host", missing}).err,
+            start + missing + ": /: cannot read the file: there is no such file\n");
+  const std::string directory = folder.File("folder");
+  std::filesystem::create_directory(PathOf(directory));
+  EXPECT_EQ(RunCli({"disks", "--host", directory}).err,
+            start + directory + ": /: cannot read the file: it is a folder\n");
+  const std::string half = folder.Write("half.json", "\xFF\xFE{");
+  EXPECT_EQ(RunCli({"disks", "--host", half}).err,
+            start + half + ": /: cannot read the file: it is no UTF-16: an odd number of bytes\n");
+}
+
+TEST_F(HostFileOddities, WhatPowerShellsRedirectWritesIsRead) {
+  std::string utf16 = "\xFF\xFE";
+  for (const char c : hostFile.dump()) utf16 += {c, '\0'};
+  EXPECT_EQ(RunCli({"disks", "--host", folder.Write("utf16.json", utf16)}).out, Output({"disks"}));
+}
+
+TEST_F(HostFileOddities, FaultsOfNothingAreRefusedWithWhatThereIs) {
+  const std::pair<const char*, const char*> faults[] = {
+      {R"({ "call": "IVssBackupComponents::Foo", "result": "E_FAIL" })",
+       "/faults/0/call: \"IVssBackupComponents::Foo\" is no call that may fail (Interface::Method or a function's "
+       "name)"},
+      {R"({ "async": "DoSnapshot", "result": "E_FAIL" })",
+       "/faults/0/async: \"DoSnapshot\" starts no asynchronous operation; did you mean \"DoSnapshotSet\"?"},
+      {R"({ "writer": "Demo Writer", "event": "freze", "failure": "E_FAIL" })", "; did you mean \"freeze\"?"},
+  };
+  for (const auto& [fault, answer] : faults) {
+    hostFile["faults"] = nlohmann::json::array({nlohmann::json::parse(fault)});
+    const CliResult result = Run({"disks"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr(answer));
+  }
+}
+
+TEST_F(HostFileOddities, TwoComponentsWithOnePathAreTold) {
+  hostFile["writers"][0]["components"][1] = hostFile["writers"][0]["components"][0];
+  EXPECT_EQ(Run({"writers"}).err,
+            "varnelctl: warning: two components have the path \\SQL01\\sales (Demo Writer): a request cannot tell them "
+            "apart\n");
+}
+
+TEST_F(HostFileOddities, AFileOnNoVolumeIsTold) {
+  hostFile["writers"][0]["components"][0]["files"][0]["path"] = "Q:\\data";
+  const CliResult result = Run({"writers"});
+
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(
+      result.err,
+      "varnelctl: warning: no volume of this host holds Q:\\data of \\SQL01\\sales (Demo Writer): no snapshot set "
+      "can hold the component\n");
+  EXPECT_THAT(result.out, HasSubstr("    Q:\\data  on no known volume\n"));
+}
+
 // Typing errors
 
 struct Typing {

@@ -50,7 +50,7 @@ constexpr char kWritersText[] = R"(SqlServerWriter
       sales.ldf  (databaseLogFile)
   \SQL01\sales\texts
     fileGroup, not selectable
-    Q:\texts  on Q:\texts\, disk unknown
+    Q:\texts  on no known volume
       *  (file)
 
 Empty Writer
@@ -127,16 +127,28 @@ class OnTwoDisks : public CliFixture {
  protected:
   OnTwoDisks() { hostFile = json::parse(kTwoDisks); }
 };
-class Writers : public OnTwoDisks {};
+class Writers : public OnTwoDisks {
+ protected:
+  /// What is listed, with the warning about what lies on Q:.
+  std::string Listed(Arguments arguments) {
+    const CliResult result = Run(std::move(arguments));
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, kWarning);
+    return result.out;
+  }
+  static constexpr char kWarning[] =
+      "varnelctl: warning: no volume of this host holds Q:\\texts of \\SQL01\\sales\\texts (SqlServerWriter): no "
+      "snapshot set can hold the component\n";
+};
 class Providers : public OnTwoDisks {};
 class Disks : public OnTwoDisks {};
 
 TEST_F(Writers, AreListedForPeople) {
-  EXPECT_EQ(Output({"writers"}), kWritersText);
+  EXPECT_EQ(Listed({"writers"}), kWritersText);
 }
 
 TEST_F(Writers, AreListedAsJson) {
-  EXPECT_EQ(Output({"writers", "--json"}), Printed(kWritersJson));
+  EXPECT_EQ(Listed({"writers", "--json"}), Printed(kWritersJson));
 }
 
 TEST_F(Writers, AHostWithoutWritersHasAnEmptyList) {
@@ -151,7 +163,8 @@ TEST_F(Writers, AreListedWithoutDisksWhereTheSystemDriveCannotBeTold) {
   const CliResult result = Run({"writers"});
 
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.err, "varnelctl: warning: GetSystemDirectoryW() failed with 5; disks are not shown\n");
+  EXPECT_EQ(result.err,
+            "varnelctl: warning: GetSystemDirectoryW() failed with 5; disks are not shown\n" + std::string(kWarning));
   EXPECT_THAT(result.out,
               HasSubstr("E:\\data  on \\\\?\\Volume{00000000-0000-0000-0000-000000000002}\\, disk unknown"));
 }
@@ -159,9 +172,9 @@ TEST_F(Writers, AreListedWithoutDisksWhereTheSystemDriveCannotBeTold) {
 TEST_F(Writers, TellOfAVolumeOnSeveralDisks) {
   hostFile["disks"][1]["volumes"][0]["otherDisks"] = {"SYS"};
 
-  EXPECT_THAT(Output({"writers"}), HasSubstr("    E:\\data  on \\\\?\\Volume{00000000-0000-0000-0000-000000000002}\\, "
+  EXPECT_THAT(Listed({"writers"}), HasSubstr("    E:\\data  on \\\\?\\Volume{00000000-0000-0000-0000-000000000002}\\, "
                                              "several disks (1, 0)\n"));
-  const json files = json::parse(Output({"writers", "--json"}))["writers"][0]["components"][0]["files"];
+  const json files = json::parse(Listed({"writers", "--json"}))["writers"][0]["components"][0]["files"];
   EXPECT_EQ(files[0]["serialNumber"], "");
   EXPECT_EQ(files[0]["severalDisks"], json({1, 0}));
   EXPECT_FALSE(files[1].contains("severalDisks"));

@@ -86,6 +86,22 @@ TEST_F(SnapshotCommand, ASignalEndsTheRunAfterThePresentPhase) {
   EXPECT_EQ(result.err, "varnelctl: interrupted before anything was done\n");
 }
 
+// Whom the system lets read everything becomes somebody else.
+TEST(HostFilePermission, ThatIsMissingIsSaid) {
+  const TemporaryFolder folder;
+  const std::string file = folder.Write("closed.json", "{}");
+  std::filesystem::permissions(PathOf(file), std::filesystem::perms::none);
+  const auto readAsNobody = [&] {
+    constexpr uid_t kNobody = 65534;
+    if (::geteuid() == 0 && ::seteuid(kNobody) != 0) std::exit(1);
+    const CliResult result = RunCli({"disks", "--host", file});
+    std::fputs(result.err.c_str(), stderr);
+    std::exit(result.status);
+  };
+  EXPECT_EXIT(readAsNobody(), testing::ExitedWithCode(2),
+              "closed.json: /: cannot read the file: this user has no permission to read it\n");
+}
+
 // The program itself
 
 class Pipe {

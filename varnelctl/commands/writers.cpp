@@ -1,5 +1,6 @@
 #include <CLI/App.hpp>
 #include <algorithm>
+#include <map>
 #include <unordered_map>
 
 #include "core/varnel.h"
@@ -87,6 +88,25 @@ std::vector<Directory> ByDirectory(const std::vector<VssFileDescriptor>& files) 
   return directories;
 }
 
+// Where no volume holds a path, the library gives the path itself for the volume.
+bool IsOnAVolume(const VssFileDescriptor& file) {
+  return file.volumeName.starts_with(L"\\\\?\\");
+}
+
+void WarnOfComponents(const VssWriter& writer, Console& console) {
+  std::map<std::wstring_view, std::size_t> times;
+  for (const VssComponent& component : writer.components) {
+    const std::string name = Printable(component.fullPath) + " (" + Printable(writer.name) + ")";
+    if (++times[component.fullPath] == 2) {
+      console.Warning("two components have the path " + name + ": a request cannot tell them apart");
+    }
+    const auto lost = std::find_if_not(component.files.begin(), component.files.end(), IsOnAVolume);
+    if (lost == component.files.end()) continue;
+    console.Warning("no volume of this host holds " + Printable(lost->path) + " of " + name +
+                    ": no snapshot set can hold the component");
+  }
+}
+
 std::string DiskText(const VolumeLocation& location) {
   if (!location.severalDisks.empty()) return "several disks (" + NumberList(location.severalDisks) + ")";
   return location.serialNumber.empty() ? "disk unknown" : "disk \"" + Printable(location.serialNumber) + "\"";
@@ -146,8 +166,9 @@ class Listing {
 
   // The directory's heading.
   void Print(const VssFileDescriptor& file) {
-    console_.Line("    " + Printable(file.path) + "  on " + Printable(file.volumeName) + ", " +
-                  DiskText(locations_.Of(file.volumeName)));
+    console_.Line("    " + Printable(file.path) + "  on " +
+                  (IsOnAVolume(file) ? Printable(file.volumeName) + ", " + DiskText(locations_.Of(file.volumeName))
+                                     : "no known volume"));
   }
 
   Console& console_;
@@ -180,6 +201,7 @@ class WritersCommand final : public Command {
     } catch (const TesselCommonClasses::ExceptionCommon& error) {
       session.console.Warning(OneLine(error.what()) + "; disks are not shown");
     }
+    for (const VssWriter& writer : requestor.GetWriters()) WarnOfComponents(writer, session.console);
     VolumeLocations locations(enumerator);
     if (session.json) {
       const auto writerJson = [&](const VssWriter& writer) { return WriterJson(writer, locations); };
