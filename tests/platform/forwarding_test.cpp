@@ -158,10 +158,10 @@ class Forwarding : public HostFixture {
     for (const std::string& line : lines) called_.insert(line.substr(0, line.find('(')));
   }
   // The names of the calls of one interface that were never made.
-  std::vector<std::string> NeverCalled(const std::string& interface) const {
+  std::vector<std::string> NeverCalled(const std::string& object) const {
     std::vector<std::string> names;
     for (const std::string_view name : simulator::CallNames()) {
-      if (name.starts_with(interface + "::") && !called_.contains(std::string(name))) names.emplace_back(name);
+      if (name.starts_with(object + "::") && !called_.contains(std::string(name))) names.emplace_back(name);
     }
     return names;
   }
@@ -333,11 +333,11 @@ TEST_F(Forwarding, ObjectsOfTheServicePassEveryCallOn) {
     }
   }
   for (const auto make : {MakeLaterCalls, MakeObjectCalls, MakeOtherCalls}) ExpectTheSame(VssHost(), make);
-  for (const char* interface :
+  for (const char* object :
        {"IVssBackupComponents", "IVssBackupComponentsEx", "IVssBackupComponentsEx2", "IVssBackupComponentsEx3",
         "IVssBackupComponentsEx4", "IVssExamineWriterMetadata", "IVssWMComponent", "IVssWMFiledesc",
         "IVssWriterComponents", "IVssWriterComponentsExt", "IVssAsync"}) {
-    EXPECT_THAT(NeverCalled(interface), IsEmpty());
+    EXPECT_THAT(NeverCalled(object), IsEmpty());
   }
 }
 
