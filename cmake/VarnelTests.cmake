@@ -1,6 +1,13 @@
 # Test rooms. Each is one program and one line in ${CMAKE_BINARY_DIR}/tests.txt, which tools/run-tests.sh reads: name,
 # kind, seconds allowed and command, parted by tabs. CTest knows the same rooms.
 
+# varnel_compile_tests_quickly(): from here on in this folder and below everything is compiled with clang, by VARNEL_QUICK_TESTS.
+macro(varnel_compile_tests_quickly)
+  if(VARNEL_QUICK_TESTS)
+    list(APPEND CMAKE_CXX_COMPILER_LAUNCHER ${PROJECT_SOURCE_DIR}/tools/compile-with-clang.sh)
+  endif()
+endmacro()
+
 # Makes GTest::gmock_main available: the installed package, or its sources where there is none for the target platform.
 function(varnel_find_googletest)
   if(NOT CMAKE_CROSSCOMPILING)
@@ -111,7 +118,8 @@ function(varnel_add_compile_fail_test name)
   endif()
   add_library(${name}_source OBJECT EXCLUDE_FROM_ALL ${room_SOURCE})
   target_link_libraries(${name}_source PRIVATE varnel_options varnel_static)
-  set_target_properties(${name}_source PROPERTIES EXPORT_COMPILE_COMMANDS ON)
+  # What a user's compiler says is wanted.
+  set_target_properties(${name}_source PROPERTIES EXPORT_COMPILE_COMMANDS ON CXX_COMPILER_LAUNCHER "")
   add_custom_target(${name})
   varnel_add_room(${name} run 600 ${CMAKE_COMMAND} -DBUILD_DIR=${CMAKE_BINARY_DIR} -DTARGET=${name}_source
     -DEXPECT=${room_EXPECT} -P ${PROJECT_SOURCE_DIR}/tests/compile_fail/check.cmake)
