@@ -157,7 +157,7 @@ class Forwarding : public HostFixture {
     ExpectNothingLive();
     for (const std::string& line : lines) called_.insert(line.substr(0, line.find('(')));
   }
-  // The names of the calls of one interface that were never made.
+  // The names of the calls of one kind of object that were never made.
   std::vector<std::string> NeverCalled(const std::string& object) const {
     std::vector<std::string> names;
     for (const std::string_view name : simulator::CallNames()) {

@@ -13,15 +13,15 @@ struct PlanOutcome : SnapshotOutcome {
     std::wstring serialNumber;
     bool extra = false;
   };
-  explicit PlanOutcome(const SnapshotOptions& options)
-      : PlanOutcome(options, MakePlanningRequestor(options.application)) {}
+  explicit PlanOutcome(const SnapshotOptions& chosen)
+      : PlanOutcome(chosen, MakePlanningRequestor(chosen.application)) {}
 
   std::function<void(SelectionWatcher&, std::string&)> select;  ///< the requestor's
   std::vector<Volume> volumes;
 
  private:
-  PlanOutcome(const SnapshotOptions& options, PlanningRequestor planner)
-      : SnapshotOutcome(options, std::move(planner.requestor)), select(std::move(planner.select)) {}
+  PlanOutcome(const SnapshotOptions& chosen, PlanningRequestor planner)
+      : SnapshotOutcome(chosen, std::move(planner.requestor)), select(std::move(planner.select)) {}
 };
 
 /// Goes as far as the selection. No writer hears more than Identify, no set is started and nothing is completed. A
