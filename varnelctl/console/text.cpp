@@ -70,15 +70,15 @@ std::string PrintableLines(std::string_view text) {
 
 std::string EscapeUnprintable(std::string json) {
   if (IsPlainAscii(json)) return json;
-  std::string escaped;
+  std::wstring escaped;
   for (const wchar_t c : varnel::Utf8ToWideLossy(json)) {
     if (IsUnprintable(c) && c != L'\n') {
-      escaped += varnel::FormatNarrow("\\u%04x", {static_cast<unsigned>(c)});
+      escaped += varnel::FormatWide(L"\\u%04x", {static_cast<unsigned>(c)});
     } else {
-      varnel::AppendUtf8Lossy(escaped, std::wstring_view(&c, 1));
+      escaped += c;
     }
   }
-  return escaped;
+  return varnel::WideToUtf8Lossy(escaped);
 }
 
 std::string OneLine(std::string_view text) {
