@@ -100,6 +100,7 @@ class ForwardingProcesses : public Processes {
                     LPWSTR* filePart) override {
     return inner_.SearchPathW(path, file, extension, characters, found, filePart);
   }
+  DWORD GetCurrentProcessId() override { return inner_.GetCurrentProcessId(); }
 
  private:
   Processes& inner_;

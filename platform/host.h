@@ -67,6 +67,7 @@ class Processes {
   /// the NUL, or with too little room those needed with it; 0 when there is none.
   virtual DWORD SearchPathW(LPCWSTR path, LPCWSTR file, LPCWSTR extension, DWORD characters, LPWSTR found,
                             LPWSTR* filePart) = 0;
+  virtual DWORD GetCurrentProcessId() = 0;
 };
 
 /// The registry. Functions return their Win32 error code.
@@ -90,6 +91,7 @@ class SystemInformation {
  public:
   virtual ~SystemInformation() = default;
   virtual BOOL GetComputerNameW(LPWSTR name, DWORD* characters) = 0;
+  virtual BOOL GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR name, DWORD* characters) = 0;
   virtual UINT GetSystemDirectoryW(LPWSTR directory, UINT characters) = 0;
   /// The characters written or needed, the NUL included; 0 is a failure.
   virtual DWORD ExpandEnvironmentStringsW(LPCWSTR source, LPWSTR target, DWORD characters) = 0;
@@ -176,6 +178,8 @@ class Time {
   virtual ~Time() = default;
   virtual void Sleep(DWORD milliseconds) = 0;
   virtual ULONGLONG GetTickCount64() = 0;
+  /// UTC.
+  virtual void GetSystemTimeAsFileTime(FILETIME* time) = 0;
 };
 
 /// The array's metadata service, which knows which databases a protection set holds. Texts are UTF-8.

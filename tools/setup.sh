@@ -12,8 +12,8 @@ packages_of() {
   case $1 in
     build)
       echo cmake ninja-build g++ clang lld libclang-rt-dev llvm make git g++-mingw-w64-x86-64-posix wine wine64 \
-        nlohmann-json3-dev libcli11-dev libboost-dev googletest libgtest-dev libgmock-dev libbenchmark-dev valgrind \
-        clang-format python3
+        nlohmann-json3-dev libvalijson-dev libcli11-dev libboost-dev googletest libgtest-dev libgmock-dev \
+        libbenchmark-dev valgrind clang-format python3
       ;;
     format) echo clang clang-format clang-tidy python3 ;;
     fuzz) echo clang ;;

@@ -14,6 +14,9 @@ constexpr char kDescription[] =
     "Drives the varnel requestor by hand: shows what a host's Volume Shadow Copy service offers and takes snapshots.\n"
     "Without --host it asks this machine on Windows, and a built-in sample host elsewhere.";
 
+constexpr char kJson[] = "--json";
+constexpr char kJsonLines[] = "--json-lines";
+
 int CategoryOf(const std::string& level) {
   if (level == "error") return CFileLog::Error;
   if (level == "warning") return CFileLog::Warning;
@@ -44,7 +47,12 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& options, std::string& logLev
       ->type_name("FILE")
       ->check(RefuseEmpty)
       ->needs(host);
-  app.add_flag("--json", options.json, "Print one JSON document instead of text (varnelctl --json disks)");
+  const auto asks = [&options](Format format) { return [&options, format] { options.format = format; }; };
+  CLI::Option* json = app.add_flag_callback(kJson, asks(Format::Json),
+                                            "Print one JSON document instead of text (varnelctl --json disks)");
+  app.add_flag_callback(kJsonLines, asks(Format::JsonLines),
+                        "Print what happens as JSON, one document a line, the last of which holds the whole")
+      ->excludes(json);
   app.add_flag("--verbose", options.verbose, "Tell more: the library's function beside each step of a snapshot");
   CLI::Option* log =
       app.add_option("--log", options.logFile, "Append the library's log to this file (--log varnel.log)")
@@ -99,6 +107,14 @@ bool Parse(CLI::App& app, const std::vector<std::string>& arguments, Console& co
 }
 
 }  // namespace
+
+Format FormatAskedFor(const std::vector<std::string>& arguments) {
+  const auto has = [&](const char* option) {
+    return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
+  };
+  if (has(kJson)) return Format::Json;
+  return has(kJsonLines) ? Format::JsonLines : Format::Text;
+}
 
 Invocation ParseCommandLine(std::vector<std::string> arguments, Console& console) {
   Invocation invocation;

@@ -14,7 +14,7 @@ namespace varnelctl {
 struct GlobalOptions {
   std::optional<std::string> hostFile;
   std::optional<std::string> stateFile;
-  bool json = false;
+  Format format = Format::Text;
   bool verbose = false;
   std::optional<std::string> logFile;
   int lowestLogCategory = 0;  ///< CFileLog::Category
@@ -24,6 +24,9 @@ struct Invocation {
   GlobalOptions options;
   std::unique_ptr<Command> command;  ///< null when help or the version was asked for and has been printed
 };
+
+/// How the results leave a program whose arguments could not be read.
+Format FormatAskedFor(const std::vector<std::string>& arguments);
 
 /// Reads the arguments (UTF-8, without the program's name). Throws UsageError.
 Invocation ParseCommandLine(std::vector<std::string> arguments, Console& console);

@@ -4,6 +4,7 @@
 #include <optional>
 #include <system_error>
 
+#include "platform/tessel/FileLog.h"
 #include "platform/tessel/log_sink.h"
 #include "text/unicode.h"
 #include "varnelctl/command_line.h"
@@ -17,10 +18,11 @@
 namespace varnelctl {
 namespace {
 
-// The process's log while a command runs, if one was asked for.
+// The process's log while a command runs, if one was asked for. The lines that varnelctl itself puts into it tell where
+// a run begins and how it ends, whatever the lowest category is.
 class LogOfRun {
  public:
-  explicit LogOfRun(const std::optional<std::string>& file, int lowestCategory) {
+  LogOfRun(const std::optional<std::string>& file, int lowestCategory) {
     if (!file) return;
     name_ = Printable(varnel::Utf8ToWideLossy(*file));
     if (name_.empty()) throw UsageError("--log: a file name is missing");
@@ -32,19 +34,43 @@ class LogOfRun {
     current_.emplace(*sink_);
   }
 
+  bool isOpen() const { return sink_ != nullptr; }
+
+  void Begin(const Header& header) const {
+    Write(CFileLog::Information, std::string(kRuler, '-'));
+    for (const std::string& line : HeaderLines(header)) Write(CFileLog::Information, line);
+  }
+
   /// The status of the run that ended with `status`: what is missing from its log makes a success one no more.
-  ExitStatus End(Session& session, ExitStatus status) const {
-    const varnel::LostLines lost = sink_ ? sink_->Lost() : varnel::LostLines();
+  ExitStatus End(Session& session, ExitStatus status, const std::string& lastWord) const {
+    if (!isOpen()) return status;
+    const bool isDone = status == ExitStatus::Done;
+    Write(isDone ? CFileLog::Information : CFileLog::Error,
+          "ends with exit status " + std::to_string(static_cast<int>(status)) + ": " + lastWord);
+    const varnel::LostLines lost = sink_->Lost();
     if (lost.count == 0) return status;
     return session.ReportUndone(
         "the log " + name_ + " lost " + Counted(lost.count, "line") + ": " + lost.reason.message(), status);
   }
 
  private:
+  static constexpr std::size_t kRuler = 80;
+
+  void Write(int category, const std::string& text) const {
+    sink_->Write(category, L"varnelctl", 0, varnel::Utf8ToWideLossy(text));
+  }
+
   std::string name_;
   std::unique_ptr<varnel::LogSink> sink_;
   std::optional<varnel::ScopedLog> current_;
 };
+
+// Once: as soon as the host is there, whose own words are in it, or when there will be none.
+void TellHeader(Session& session, const Invocation& invocation, const LogOfRun& log) {
+  if (session.document.header() || !(session.json || log.isOpen())) return;
+  const Header& header = session.TellHeader(invocation.command->Requested());
+  if (log.isOpen()) log.Begin(header);
+}
 
 void RequireDifferentFiles(const Invocation& invocation) {
   const GlobalOptions& options = invocation.options;
@@ -64,35 +90,53 @@ ExitStatus Guarded(Session& session, Action action) {
   }
 }
 
-ExitStatus RunCommand(const Invocation& invocation, Console& console, InterruptionSource interruption) {
-  if (!invocation.command) return ExitStatus::Done;
-  const GlobalOptions& options = invocation.options;
-  Session session(console, options.json, options.verbose, std::move(interruption));
+ExitStatus RunOnHost(const Invocation& invocation, Session& session, const LogOfRun& log) {
+  TargetHost host(invocation.options.hostFile, invocation.options.stateFile);
+  session.calls = host.calls();
+  TellHeader(session, invocation, log);
+  // A failure of the command is described while its host is still there.
+  return Guarded(session, [&] { return invocation.command->Run(session); });
+}
+
+std::string LastWord(const Invocation& invocation, const Session& session) {
+  if (std::string word = invocation.command->LastWord(session); !word.empty()) return word;
+  return session.document.failure() ? session.document.failure()->message : "done";
+}
+
+ExitStatus RunCommand(const Invocation& invocation, Session& session) {
   return Guarded(session, [&] {
     RequireDifferentFiles(invocation);
-    const LogOfRun log(options.logFile, options.lowestLogCategory);
-    ExitStatus status = Guarded(session, [&] {
-      TargetHost host(options.hostFile, options.stateFile);
-      session.calls = host.calls();
-      // One more guard, because a failure of the command is described while its host is still there.
-      return Guarded(session, [&] { return invocation.command->Run(session); });
-    });
-    status = log.End(session, status);
-    console.Flush();  // on a terminal trouble comes before the last word
+    const LogOfRun log(invocation.options.logFile, invocation.options.lowestLogCategory);
+    ExitStatus status = Guarded(session, [&] { return RunOnHost(invocation, session, log); });
+    TellHeader(session, invocation, log);
+    status = log.End(session, status, LastWord(invocation, session));
+    session.console.Flush();  // on a terminal trouble comes before the last word
     invocation.command->Conclude(session);
     return status;
   });
 }
 
-ExitStatus ParseAndRun(std::vector<std::string> arguments, Console& console, InterruptionSource interruption,
+// Nothing is printed for people where a document is wanted.
+ExitStatus Finish(Session& session, const Invocation& invocation, ExitStatus status) {
+  if (!session.json) return status;
+  session.TellHeader(invocation.command ? invocation.command->Requested() : std::nullopt);
+  session.document.End(status);
+  return status;
+}
+
+ExitStatus ParseAndRun(const std::vector<std::string>& arguments, Console& console, InterruptionSource interruption,
                        Invocation& invocation) {
   try {
-    invocation = ParseCommandLine(std::move(arguments), console);
-  } catch (const UsageError& error) {
-    console.Error(error.what());
-    return ExitStatus::Usage;
+    invocation = ParseCommandLine(arguments, console);
+  } catch (const UsageError&) {
+    Session session(console, FormatAskedFor(arguments), false, arguments, {});
+    const Failure failure = DescribeFailure(std::current_exception(), session.call());
+    return Finish(session, invocation, session.Report(failure));
   }
-  return RunCommand(invocation, console, std::move(interruption));
+  if (!invocation.command) return ExitStatus::Done;
+  const GlobalOptions& options = invocation.options;
+  Session session(console, options.format, options.verbose, arguments, std::move(interruption));
+  return Finish(session, invocation, RunCommand(invocation, session));
 }
 
 }  // namespace
@@ -101,7 +145,7 @@ int RunVarnelctl(std::vector<std::string> arguments, std::ostream& out, std::ost
                  InterruptionSource interruption) {
   Console console(out, err, terminals);
   Invocation invocation;
-  ExitStatus status = ParseAndRun(std::move(arguments), console, std::move(interruption), invocation);
+  ExitStatus status = ParseAndRun(arguments, console, std::move(interruption), invocation);
   if (!console.Flush()) {
     const std::string stands = invocation.command ? invocation.command->WhatStands() : std::string();
     if (!console.IsAbandoned()) console.Error("standard output did not take everything");

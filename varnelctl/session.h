@@ -12,27 +12,39 @@
 #include "varnelctl/console/interruption.h"
 #include "varnelctl/console/step.h"
 #include "varnelctl/explanation/failure.h"
+#include "varnelctl/report/document.h"
 
 namespace varnelctl {
 
 class Session {
  public:
-  Session(Console& sessionConsole, bool printJson, bool tellMore, InterruptionSource source)
-      : console(sessionConsole), json(printJson), verbose(tellMore), watchInterruption(std::move(source)) {}
+  /// \param arguments as varnelctl was given them.
+  Session(Console& sessionConsole, Format format, bool tellMore, std::vector<std::string> arguments,
+          InterruptionSource source)
+      : console(sessionConsole),
+        json(format != Format::Text),
+        verbose(tellMore),
+        watchInterruption(std::move(source)),
+        document(sessionConsole, format),
+        arguments_(std::move(arguments)) {}
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
   Console& console;
-  const bool json;
+  const bool json;     ///< people are told nothing on standard output
   const bool verbose;  ///< tells the library's functions, too
   /// Empty when nobody can interrupt.
   const InterruptionSource watchInterruption;
+  Document document;
   /// The simulated host's call log, null on a real machine. Borrowed while the command runs.
   const varnel::simulator::CallLog* calls = nullptr;
   /// The library's error-details argument: the alert records collected so far.
   std::string errorDetails;
   /// The step that failed, until the failure is noted.
   std::optional<StepName> failedStep;
+
+  /// What the run says of itself. The first time it is read off the current host, and the document begins with it.
+  const Header& TellHeader(std::optional<RequestedSet> request);
 
   /// Asks something of the library under the name that a failure report gives it.
   template <class Action>
@@ -45,16 +57,17 @@ class Session {
   /// What was asked last.
   const std::string& call() const { return call_; }
 
+  void Warn(const Warning& warning);
   /// Prints what was asked for and is not done, and remembers it. \return how a run ends then that ended so before.
   ExitStatus ReportUndone(const std::string& what, ExitStatus status);
   const std::vector<std::string>& undone() const { return undone_; }
-
   /// Prints a failure and the alert records, and returns its status.
   ExitStatus Report(const Failure& failure);
   /// The same after the text of a run, where a success may be told of something, too.
   ExitStatus ReportOutcome(const Failure& failure);
 
  private:
+  const std::vector<std::string> arguments_;
   std::string call_ = "varnelctl";
   std::vector<std::string> undone_;
 };

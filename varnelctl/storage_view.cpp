@@ -44,7 +44,7 @@ std::vector<std::wstring> SplitList(const wchar_t* list) {
   return entries;
 }
 
-std::vector<std::wstring> MountPointsOf(const std::wstring& volume, std::vector<std::string>& warnings) {
+std::vector<std::wstring> MountPointsOf(const std::wstring& volume, std::vector<Warning>& warnings) {
   std::wstring list(MAX_PATH, L'\0');
   for (;;) {
     DWORD needed = 0;
@@ -55,8 +55,8 @@ std::vector<std::wstring> MountPointsOf(const std::wstring& volume, std::vector<
     }
     const DWORD error = CurrentHost().GetLastError();
     if (error != ERROR_MORE_DATA || needed <= room - 2) {
-      warnings.push_back(varnel::FormatNarrow("the mount points of %s cannot be read (error %u)",
-                                              {std::string_view(Printable(volume)), error}));
+      warnings.push_back({"mountPointsUnknown", varnel::FormatNarrow("the mount points of %s cannot be read (error %u)",
+                                                                     {std::string_view(Printable(volume)), error})});
       return {};
     }
     list.assign(needed + std::size_t{2}, L'\0');
@@ -82,11 +82,11 @@ std::optional<DWORD> SystemDiskNumber(DiskAndVolumeEnumerator& enumerator) {
   return device.diskName.empty() ? std::nullopt : std::optional(device.diskNumber);
 }
 
-std::vector<WindowsDiskDevice> ManagedDisksOrWarning(std::vector<std::string>& warnings) {
+std::vector<WindowsDiskDevice> ManagedDisksOrWarning(std::vector<Warning>& warnings) {
   try {
     return ManagedDisks();
   } catch (const TesselCommonClasses::ExceptionCommon& error) {
-    warnings.push_back(OneLine(error.what()) + "; disks without volumes are not shown");
+    warnings.push_back({"managedDisksUnknown", OneLine(error.what()) + "; disks without volumes are not shown"});
     return {};
   }
 }
@@ -154,7 +154,7 @@ StorageView ReadStorage() {
     disks.try_emplace(number, DiskView{std::move(device), false, {}});
   }
   const std::optional<DWORD> systemDisk = SystemDiskNumber(enumerator);
-  if (!systemDisk) view.warnings.emplace_back("the disk of the system directory cannot be told");
+  if (!systemDisk) view.warnings.push_back({"systemDiskUnknown", "the disk of the system directory cannot be told"});
   for (auto& [number, disk] : disks) {
     disk.system = number == systemDisk;
     view.disks.push_back(std::move(disk));

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/tessel/TesselCommonClasses.h"
+#include "varnelctl/console/warning.h"
 
 namespace varnelctl {
 
@@ -49,7 +50,7 @@ struct StorageView {
   std::vector<DiskView> disks;  ///< by number
   std::vector<VolumeView> volumesOnSeveralDisks;
   std::vector<VolumeView> volumesWithoutDisk;
-  std::vector<std::string> warnings;  ///< what could not be read
+  std::vector<Warning> warnings;  ///< what could not be read
 };
 
 /// The disks that the disk management lists, those without volumes among them. Throws ExceptionCommon when it cannot be

@@ -62,6 +62,15 @@ struct FILETIME {
   DWORD dwHighDateTime;
 };
 
+enum COMPUTER_NAME_FORMAT {
+  ComputerNameNetBIOS,
+  ComputerNameDnsHostname,
+  ComputerNameDnsDomain,
+  ComputerNameDnsFullyQualified,
+  ComputerNamePhysicalNetBIOS,
+  ComputerNamePhysicalDnsHostname,
+};
+
 struct LARGE_INTEGER {
   LONGLONG QuadPart;
 };

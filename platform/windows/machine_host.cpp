@@ -54,6 +54,7 @@ class MachineProcesses final : public Processes {
                     LPWSTR* filePart) override {
     return ::SearchPathW(path, file, extension, characters, found, filePart);
   }
+  DWORD GetCurrentProcessId() override { return ::GetCurrentProcessId(); }
 };
 
 class MachineRegistry final : public Registry {
@@ -81,6 +82,9 @@ class MachineRegistry final : public Registry {
 class MachineSystemInformation final : public SystemInformation {
  public:
   BOOL GetComputerNameW(LPWSTR name, DWORD* characters) override { return ::GetComputerNameW(name, characters); }
+  BOOL GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR name, DWORD* characters) override {
+    return ::GetComputerNameExW(format, name, characters);
+  }
   UINT GetSystemDirectoryW(LPWSTR directory, UINT characters) override {
     return ::GetSystemDirectoryW(directory, characters);
   }
@@ -130,6 +134,7 @@ class MachineTime final : public Time {
  public:
   void Sleep(DWORD milliseconds) override { ::Sleep(milliseconds); }
   ULONGLONG GetTickCount64() override { return ::GetTickCount64(); }
+  void GetSystemTimeAsFileTime(FILETIME* time) override { ::GetSystemTimeAsFileTime(time); }
 };
 
 // The service is reached through the array's own bridge library, which this build does not have.

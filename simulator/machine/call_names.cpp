@@ -18,6 +18,7 @@ constexpr std::string_view kCalls[] = {
     "FindVolumeClose",
     "FormatMessageW",
     "FreeLibrary",
+    "GetComputerNameExW",
     "GetComputerNameW",
     "GetCurrentDirectoryW",
     "GetDevicesForIScsiSessionW",

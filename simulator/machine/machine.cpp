@@ -1,6 +1,7 @@
 #include "simulator/machine/machine.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <new>
 #include <random>
@@ -12,6 +13,11 @@
 
 namespace varnel::simulator {
 namespace {
+
+constexpr LONGLONG kStartOfHost = 134116992000000000;  // 2026-01-01
+constexpr LONGLONG kUnixEpoch = 116444736000000000;    // 1970-01-01
+constexpr LONGLONG kTicksPerMillisecond = 10000;
+using Ticks = std::chrono::duration<LONGLONG, std::ratio<1, 1000 * kTicksPerMillisecond>>;
 
 // A random identifier (version 4).
 GUID RandomId() {
@@ -44,6 +50,13 @@ HostModel& Machine::ChangeModel() {
 const VolumeIndex& Machine::volumes() const {
   if (volumes_ == nullptr) volumes_ = std::make_unique<const VolumeIndex>(model_);
   return *volumes_;
+}
+
+LONGLONG Machine::SystemTime() const {
+  const LONGLONG passed = static_cast<LONGLONG>(now) * kTicksPerMillisecond;
+  if (model_.seed) return kStartOfHost + passed;
+  const auto clock = std::chrono::system_clock::now().time_since_epoch();
+  return kUnixEpoch + std::chrono::duration_cast<Ticks>(clock).count() + passed;
 }
 
 GUID Machine::NewId() {

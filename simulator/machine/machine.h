@@ -65,6 +65,9 @@ class Machine : public std::enable_shared_from_this<Machine> {
   ULONGLONG now = 0;
   /// The part of it spent in Sleep.
   ULONGLONG slept = 0;
+  /// In FILETIME's units: with the model's seed 2026-01-01 when the host started, else this machine's clock; in both
+  /// cases what has passed on the virtual clock is added.
+  LONGLONG SystemTime() const;
 
   /// Off where callers give BSTRs and task memory back to the system itself, so that nobody could count them.
   bool countsSystemMemory = true;

@@ -106,6 +106,9 @@ class SimulatedProcesses final : public OnMachine<Processes> {
     });
   }
 
+  // The same on every run, so that what a run tells of itself can be compared.
+  DWORD GetCurrentProcessId() override { return 4242; }
+
  private:
   const KernelObject* Find(HANDLE process) { return objects_.Find(process, KernelObject::Kind::process); }
 

@@ -28,6 +28,11 @@ class SimulatedTime final : public OnMachine<Time> {
     const auto lock = machine_.Lock();
     return machine_.now;
   }
+  void GetSystemTimeAsFileTime(FILETIME* time) override {
+    const auto lock = machine_.Lock();
+    const auto ticks = static_cast<ULONGLONG>(machine_.SystemTime());
+    *time = {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+  }
 };
 
 }  // namespace

@@ -91,15 +91,14 @@ class SimulatedSystem final : public OnMachine<SystemInformation> {
   using OnMachine::OnMachine;
 
   BOOL GetComputerNameW(LPWSTR name, DWORD* characters) override {
-    return Win32Call(machine_, "GetComputerNameW", NoArguments, BOOL{FALSE}, [&] {
-      const std::wstring& text = model().computerName;
-      if (characters == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-      const bool fits = name != nullptr && *characters >= text.size() + 1;
-      *characters = static_cast<DWORD>(fits ? text.size() : text.size() + 1);
-      if (!fits) return Fail(ERROR_BUFFER_OVERFLOW);
-      CopyWithEnd(text, name);
-      return TRUE;
-    });
+    return Win32Call(machine_, "GetComputerNameW", NoArguments, BOOL{FALSE},
+                     [&] { return TellComputerName(name, characters, ERROR_BUFFER_OVERFLOW); });
+  }
+
+  // The host has one name, and no domain.
+  BOOL GetComputerNameExW(COMPUTER_NAME_FORMAT, LPWSTR name, DWORD* characters) override {
+    return Win32Call(machine_, "GetComputerNameExW", NoArguments, BOOL{FALSE},
+                     [&] { return TellComputerName(name, characters, ERROR_MORE_DATA); });
   }
 
   UINT GetSystemDirectoryW(LPWSTR directory, UINT characters) override {
@@ -168,6 +167,17 @@ class SimulatedSystem final : public OnMachine<SystemInformation> {
       return conditionMask | static_cast<ULONGLONG>(condition & kConditionBits) << (place * kBitsPerCondition);
     }
     return conditionMask;
+  }
+
+ private:
+  BOOL TellComputerName(LPWSTR name, DWORD* characters, DWORD noRoom) {
+    const std::wstring& text = model().computerName;
+    if (characters == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    const bool fits = name != nullptr && *characters >= text.size() + 1;
+    *characters = static_cast<DWORD>(fits ? text.size() : text.size() + 1);
+    if (!fits) return Fail(noRoom);
+    CopyWithEnd(text, name);
+    return TRUE;
   }
 };
 

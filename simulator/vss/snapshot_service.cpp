@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <utility>
 
 #include "text/ascii_case.h"
@@ -13,10 +12,6 @@ namespace {
 constexpr std::size_t kMaxVolumesPerSet = 64;
 constexpr std::size_t kMaxSystemCopies = 512;
 constexpr std::size_t kMaxClientAccessibleCopies = 64;
-constexpr VSS_TIMESTAMP kStartOfHost = 134116992000000000;  // 2026-01-01
-constexpr VSS_TIMESTAMP kUnixEpoch = 116444736000000000;    // 1970-01-01
-constexpr VSS_TIMESTAMP kTicksPerMillisecond = 10000;
-using Ticks = std::chrono::duration<VSS_TIMESTAMP, std::ratio<1, 1000 * kTicksPerMillisecond>>;
 
 constexpr LONG kContextBits = VSS_VOLSNAP_ATTR_PERSISTENT | VSS_VOLSNAP_ATTR_CLIENT_ACCESSIBLE |
                               VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE | VSS_VOLSNAP_ATTR_NO_WRITERS;
@@ -404,7 +399,7 @@ ShadowCopy SnapshotService::MakeCopy(const OpenSet& set, const PlannedCopy& plan
   copy.providerId = planned.provider.id;
   copy.owner = set.session;
   copy.attributes = set.context;
-  copy.timestamp = Now();
+  copy.timestamp = machine_.SystemTime();
   copy.copiesInSet = static_cast<LONG>(set.copies.size());
   copy.originatingMachine = MachineName(machine_.model());
   copy.originalVolume = location.volume->name;
@@ -422,14 +417,6 @@ ShadowCopy SnapshotService::MakeCopy(const OpenSet& set, const PlannedCopy& plan
     Surface(copy);
   }
   return copy;
-}
-
-// The time of the copies: the clock at which the call is made and what has passed on the virtual one.
-VSS_TIMESTAMP SnapshotService::Now() const {
-  const VSS_TIMESTAMP passed = static_cast<VSS_TIMESTAMP>(machine_.now) * kTicksPerMillisecond;
-  if (machine_.model().seed) return kStartOfHost + passed;
-  const auto clock = std::chrono::system_clock::now().time_since_epoch();
-  return kUnixEpoch + std::chrono::duration_cast<Ticks>(clock).count() + passed;
 }
 
 void SnapshotService::Surface(ShadowCopy& copy) {

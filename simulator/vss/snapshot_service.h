@@ -180,7 +180,6 @@ class SnapshotService {
   HRESULT ChooseProvider(const GUID& wanted, LONG context, const std::wstring& volume, const Provider*& chosen) const;
   bool ReachedLimit(const Provider& provider, LONG context, const std::wstring& volume) const;
   ShadowCopy MakeCopy(const OpenSet& set, const PlannedCopy& planned, const Location& location);
-  VSS_TIMESTAMP Now() const;
   void Surface(ShadowCopy& copy);
   DWORD NextFreeDisk() const;
   HRESULT AskToDelete(const ShadowCopy& copy) const;

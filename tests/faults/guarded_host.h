@@ -156,6 +156,10 @@ class GuardedSystem final : public SystemInformation {
     const memory::Outside outside;
     return inner_.GetComputerNameW(name, characters);
   }
+  BOOL GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR name, DWORD* characters) override {
+    const memory::Outside outside;
+    return inner_.GetComputerNameExW(format, name, characters);
+  }
   UINT GetSystemDirectoryW(LPWSTR directory, UINT characters) override {
     const memory::Outside outside;
     return inner_.GetSystemDirectoryW(directory, characters);
@@ -274,6 +278,7 @@ class GuardedTime final : public Time {
     inner_.Sleep(milliseconds);
   }
   ULONGLONG GetTickCount64() override { return inner_.GetTickCount64(); }
+  void GetSystemTimeAsFileTime(FILETIME* time) override { inner_.GetSystemTimeAsFileTime(time); }
 
  private:
   Time& inner_;

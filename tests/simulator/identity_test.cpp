@@ -51,6 +51,35 @@ TEST(Identity, IsRandomWithoutASeed) {
   }
 }
 
+VSS_TIMESTAMP ToldTime() {
+  FILETIME time{};
+  CurrentHost().time().GetSystemTimeAsFileTime(&time);
+  return static_cast<VSS_TIMESTAMP>(static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
+}
+
+TEST_F(ShadowCopyService, TellsTheTimeByWhichItDatesItsCopies) {
+  constexpr VSS_TIMESTAMP kSecond = 10000000;
+  constexpr VSS_TIMESTAMP kStartOf2026 = 134116992000000000;
+  Install(HostWithSeed(1));
+  EXPECT_EQ(ToldTime(), kStartOf2026);
+  host().machine().now = 2000;
+  EXPECT_EQ(ToldTime(), kStartOf2026 + 2 * kSecond);
+
+  Install(HostWithSeed(std::nullopt));
+  host().machine().now = 2000;
+  const VSS_TIMESTAMP before = Clock();
+  const VSS_TIMESTAMP told = ToldTime();
+  EXPECT_GE(told, before + 2 * kSecond);
+  EXPECT_LE(told, Clock() + 2 * kSecond);
+}
+
+TEST(Identity, IsOfTheSameProcessOnEveryHost) {
+  simulator::SimulatedHost first(VssHost());
+  simulator::SimulatedHost second(VssHost());
+  EXPECT_NE(first.processes().GetCurrentProcessId(), 0u);
+  EXPECT_EQ(first.processes().GetCurrentProcessId(), second.processes().GetCurrentProcessId());
+}
+
 TEST_F(ShadowCopyService, DatesCopiesByTheMachinesClockAndWhatPassedOnTheVirtualOne) {
   constexpr VSS_TIMESTAMP kHour = 36000000000;
   Install(HostWithSeed(std::nullopt));

@@ -25,6 +25,17 @@ TEST_F(SystemTest, TheComputerNameNeedsRoomForItsEnd) {
   EXPECT_STREQ(name.data(), L"HOST");
 }
 
+TEST_F(SystemTest, TheComputerNameIsTheHostsInEveryFormat) {
+  std::array<wchar_t, 8> name{};
+  DWORD size = 4;
+  EXPECT_THAT(host().system().GetComputerNameExW(ComputerNamePhysicalDnsHostname, name.data(), &size),
+              FailsWith(ERROR_MORE_DATA));
+  EXPECT_EQ(size, 5u);
+  EXPECT_EQ(host().system().GetComputerNameExW(ComputerNamePhysicalDnsHostname, name.data(), &size), TRUE);
+  EXPECT_EQ(size, 4u);
+  EXPECT_STREQ(name.data(), L"HOST");
+}
+
 TEST_F(SystemTest, TheSystemDirectoryTellsTheRoomItNeeds) {
   std::array<wchar_t, MAX_PATH> directory{};
   EXPECT_EQ(host().system().GetSystemDirectoryW(directory.data(), 5), 20u);

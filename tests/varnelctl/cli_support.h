@@ -15,6 +15,7 @@
 
 #include "tests/support/host_fixture.h"
 #include "tests/support/random.h"
+#include "tests/varnelctl/document_schema.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/run.h"
 
@@ -28,20 +29,48 @@ struct CliResult {
   int status;
   std::string out;
   std::string err;
+  bool wantsJson = false;  ///< --json was asked for
 };
 
+/// The documents in the output, by their order: one over many lines, or one a line. None in any other text.
+inline std::vector<nlohmann::json> DocumentsIn(const std::string& out) {
+  if (!out.starts_with('{')) return {};
+  if (out.starts_with("{\n")) return {nlohmann::json::parse(out)};
+  std::vector<nlohmann::json> documents;
+  std::istringstream lines(out);
+  for (std::string line; std::getline(lines, line);) documents.push_back(nlohmann::json::parse(line));
+  return documents;
+}
+
+/// Every document that is printed is as the schema says.
 inline CliResult RunCli(Arguments arguments, varnelctl::InterruptionSource interruption = {},
                         const varnelctl::Terminals& terminals = {}) {
   std::ostringstream out;
   std::ostringstream err;
+  const bool wantsJson = std::find(arguments.begin(), arguments.end(), "--json") != arguments.end();
   const int status = varnelctl::RunVarnelctl(std::move(arguments), out, err, terminals, std::move(interruption));
-  return {status, out.str(), err.str()};
+  for (const nlohmann::json& document : DocumentsIn(out.str())) {
+    EXPECT_THAT(SchemaErrors(document), testing::IsEmpty());
+  }
+  return {status, out.str(), err.str(), wantsJson};
+}
+
+/// Nothing on standard output but, where one was asked for, the document of the failure.
+inline void ExpectOnlyTrouble(const CliResult& result) {
+  if (!result.wantsJson) {
+    EXPECT_EQ(result.out, "");
+    return;
+  }
+  const nlohmann::json document = nlohmann::json::parse(result.out);
+  EXPECT_EQ(document.at("kind"), "failure");
+  EXPECT_EQ(document.at("status"), result.status);
+  EXPECT_THAT(result.err, testing::HasSubstr("varnelctl: " + document.at("result").at("message").get<std::string>()));
 }
 
 /// Status 2, one line that starts and ends so, and nothing else.
 inline void ExpectRefused(const CliResult& result, const std::string& start, const std::string& end = "\n") {
   EXPECT_EQ(result.status, 2);
-  EXPECT_EQ(result.out, "");
+  ExpectOnlyTrouble(result);
   EXPECT_THAT(result.err, testing::AllOf(testing::StartsWith(start), testing::EndsWith(end)));
   EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
 }

@@ -286,7 +286,7 @@ TEST_F(OutputCommand, ALogThatLostLinesIs18ForEveryCommand) {
   const CliResult result = Run({"writers", "--log", "/dev/full"});
 
   EXPECT_EQ(result.status, 18);
-  EXPECT_EQ(result.err, "varnelctl: the log /dev/full lost 1 line: No space left on device\n");
+  EXPECT_EQ(result.err, "varnelctl: the log /dev/full lost 4 lines: No space left on device\n");
 }
 
 TEST_F(OutputCommand, ANamedPipeIsWrittenToAsItIs) {

@@ -65,6 +65,18 @@ TEST(MachineSystem, TellsThatTheRoomForTheComputerNameIsTooSmall) {
   EXPECT_EQ(CurrentHost().GetLastError(), ERROR_BUFFER_OVERFLOW);
 }
 
+TEST(MachineSystem, KnowsTheNameOfThePhysicalComputer) {
+  std::array<wchar_t, MAX_PATH> name{};
+  DWORD characters = MAX_PATH;
+  ASSERT_TRUE(CurrentHost().system().GetComputerNameExW(ComputerNamePhysicalDnsHostname, name.data(), &characters));
+  EXPECT_GT(characters, 0u);
+  EXPECT_EQ(std::wstring(name.data()).size(), characters);
+}
+
+TEST(MachineProcesses, KnowThisOne) {
+  EXPECT_EQ(CurrentHost().processes().GetCurrentProcessId(), ::GetCurrentProcessId());
+}
+
 TEST(MachineSystem, KnowsTheSystemDirectory) {
   EXPECT_TRUE(ascii::ToLower(SystemDirectory()).ends_with(L"\\system32")) << "not a system directory";
 }
@@ -544,6 +556,20 @@ TEST(MachineTime, GoesForwardWhileTheProcessSleeps) {
   time.Sleep(20);
   EXPECT_GE(time.GetTickCount64() + 16, before + 20);  // a tick takes up to 16 milliseconds
   EXPECT_GT(time.GetTickCount64(), before);
+}
+
+TEST(MachineTime, KnowsTheTimeOfTheSystem) {
+  const auto ticks = [](const FILETIME& time) {
+    return static_cast<ULONGLONG>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+  };
+  FILETIME before{};
+  FILETIME told{};
+  FILETIME after{};
+  ::GetSystemTimeAsFileTime(&before);
+  CurrentHost().time().GetSystemTimeAsFileTime(&told);
+  ::GetSystemTimeAsFileTime(&after);
+  EXPECT_LE(ticks(before), ticks(told));
+  EXPECT_LE(ticks(told), ticks(after));
 }
 
 TEST(MachineVss, FreesAnEmptyPropertyStructureWithoutTheServicesHelp) {

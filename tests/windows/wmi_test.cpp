@@ -21,6 +21,7 @@ class WaitingTime final : public Time {
  public:
   void Sleep(DWORD milliseconds) override { now += milliseconds; }
   ULONGLONG GetTickCount64() override { return now; }
+  void GetSystemTimeAsFileTime(FILETIME* time) override { *time = {}; }
   ULONGLONG now = 1'000'000;
 };
 

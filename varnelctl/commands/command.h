@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,9 +25,14 @@ class Command {
   virtual const char* examples() const = 0;
   /// Declares the command's own options; they are bound to this object.
   virtual void AddOptions(CLI::App& /*app*/) {}
+  /// The set that its options ask for; nothing for a command that asks for none.
+  virtual std::optional<RequestedSet> Requested() const { return std::nullopt; }
   /// Runs against the current host. A failure leaves as an exception, before anything was printed.
   virtual ExitStatus Run(Session& session) = 0;
-  /// Says the last word, when nothing more can go wrong; what did since Run ended is in the session.
+  /// What the run comes to, in one line; what went wrong since Run ended is in the session. Empty for a command that
+  /// says no such thing.
+  virtual std::string LastWord(const Session& /*session*/) const { return {}; }
+  /// Says the last word, when nothing more can go wrong.
   virtual void Conclude(Session& /*session*/) {}
   /// The files that its options name.
   virtual std::vector<FileOption> Files() const { return {}; }

@@ -67,11 +67,11 @@ class DisksCommand final : public Command {
   const char* examples() const override { return "  varnelctl disks\n  varnelctl disks --json --host host.json\n"; }
   ExitStatus Run(Session& session) override {
     const StorageView storage = ReadStorage();
-    for (const std::string& warning : storage.warnings) session.console.Warning(warning);
+    for (const Warning& warning : storage.warnings) session.Warn(warning);
     if (session.json) {
-      session.console.Document({{"disks", ArrayOf(storage.disks, DiskJson)},
-                                {"volumesOnSeveralDisks", ArrayOf(storage.volumesOnSeveralDisks, VolumeJson)},
-                                {"volumesWithoutDisk", ArrayOf(storage.volumesWithoutDisk, VolumeJson)}});
+      session.document.Set(name(), {{"disks", ArrayOf(storage.disks, DiskJson)},
+                                    {"volumesOnSeveralDisks", ArrayOf(storage.volumesOnSeveralDisks, VolumeJson)},
+                                    {"volumesWithoutDisk", ArrayOf(storage.volumesWithoutDisk, VolumeJson)}});
     } else {
       Print(session.console, storage);
     }

@@ -24,6 +24,10 @@ class PlanCommand final : public Command {
   }
   void AddOptions(CLI::App& app) override { AddPlanOptions(app, options_); }
 
+  std::optional<RequestedSet> Requested() const override {
+    return options_.disks.empty() ? std::nullopt : std::optional(varnelctl::Requested(options_));
+  }
+
   ExitStatus Run(Session& session) override {
     if (options_.disks.empty() == options_.wanted.empty()) {
       throw UsageError("plan takes either --disk, whose snapshot is planned, or --for, whose disks are told");
@@ -40,19 +44,27 @@ class PlanCommand final : public Command {
     verdict_ = VerdictOfPlan(plan);
     return plan.failure ? session.ReportOutcome(*plan.failure) : ExitStatus::Done;
   }
+  std::string LastWord(const Session& session) const override {
+    return verdict_ ? VerdictNow(*verdict_, session).Text() : std::string();
+  }
   void Conclude(Session& session) override {
-    if (verdict_) PrintVerdict(session, *verdict_, plan_);
+    if (verdict_) TellVerdict(session, *verdict_, name(), std::move(plan_));
   }
 
  private:
   ExitStatus TellDisks(Session& session) const {
     const auto found = FindDisksFor(session, options_.wanted, options_.application);
     if (session.json) {
-      session.console.Document(DisksForDocument(*found));
+      session.document.Set("disksFor", DisksForDocument(*found));
     } else {
       PrintDisksFor(session.console, *found, options_.application);
     }
-    return found->unprotected.empty() ? ExitStatus::Done : ExitStatus::NotContained;
+    if (found->unprotected.empty()) return ExitStatus::Done;
+    Failure failure;
+    failure.status = ExitStatus::NotContained;
+    failure.message = "no set of disks can hold all of these objects wholly";
+    session.document.Fail(failure, {});
+    return failure.status;
   }
 
   SnapshotOptions options_;

@@ -61,8 +61,8 @@ class ProvidersCommand final : public Command {
     const bool arrayProviderPresent = std::any_of(providers.begin(), providers.end(),
                                                   [](const Provider& provider) { return provider.IsArrayProvider(); });
     if (session.json) {
-      session.console.Document(
-          {{"providers", ArrayOf(providers, ProviderJson)}, {"arrayProviderPresent", arrayProviderPresent}});
+      session.document.Set(
+          name(), {{"providers", ArrayOf(providers, ProviderJson)}, {"arrayProviderPresent", arrayProviderPresent}});
     } else {
       Print(session.console, providers, arrayProviderPresent);
     }

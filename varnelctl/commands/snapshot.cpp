@@ -13,15 +13,15 @@ namespace {
 // The files of a run. What the run does not write is gone with it.
 class Outputs {
  public:
-  Outputs(const SnapshotOptions& options, Console& console)
+  Outputs(const SnapshotOptions& options, Session& session)
       : document("--document", options.documentFile),
         catalog("--catalog", options.catalogFile),
         calls("--calls", options.callsFile),
-        console_(console) {}
+        session_(session) {}
   ~Outputs() {
     for (const OutputFile* file : {&document, &catalog, &calls}) {
       try {
-        if (const std::string told = file->RemoveEarlier(); !told.empty()) console_.Warning(told);
+        if (const std::string told = file->RemoveEarlier(); !told.empty()) session_.Warn({"earlierFile", told});
       } catch (const std::exception&) {
         // No memory for the words.
       }
@@ -35,7 +35,7 @@ class Outputs {
   OutputFile calls;
 
  private:
-  Console& console_;
+  Session& session_;
 };
 
 class SnapshotCommand final : public Command {
@@ -52,9 +52,11 @@ class SnapshotCommand final : public Command {
   }
   void AddOptions(CLI::App& app) override { AddSnapshotOptions(app, options_); }
 
+  std::optional<RequestedSet> Requested() const override { return varnelctl::Requested(options_); }
+
   ExitStatus Run(Session& session) override {
     CheckSnapshotOptions(options_, session.calls != nullptr);
-    Outputs outputs(options_, session.console);
+    Outputs outputs(options_, session);
     const ExitStatus status = TakeAndShow(session, outputs);
     if (!options_.callsFile) return status;
     // After the requestor's end, which makes calls too.
@@ -71,8 +73,11 @@ class SnapshotCommand final : public Command {
     return {
         {"--document", options_.documentFile}, {"--catalog", options_.catalogFile}, {"--calls", options_.callsFile}};
   }
+  std::string LastWord(const Session& session) const override {
+    return verdict_ ? VerdictNow(*verdict_, session).Text() : std::string();
+  }
   void Conclude(Session& session) override {
-    if (verdict_) PrintVerdict(session, *verdict_, outcome_);
+    if (verdict_) TellVerdict(session, *verdict_, name(), std::move(outcome_));
   }
   std::string WhatStands() const override { return whatStands_; }
 

@@ -199,13 +199,13 @@ class WritersCommand final : public Command {
     try {
       session.Ask("EnumerateDisks", [&] { enumerator.EnumerateDisks(false); });
     } catch (const TesselCommonClasses::ExceptionCommon& error) {
-      session.console.Warning(OneLine(error.what()) + "; disks are not shown");
+      session.Warn({"disksUnknown", OneLine(error.what()) + "; disks are not shown"});
     }
     for (const VssWriter& writer : requestor.GetWriters()) WarnOfComponents(writer, session.console);
     VolumeLocations locations(enumerator);
     if (session.json) {
       const auto writerJson = [&](const VssWriter& writer) { return WriterJson(writer, locations); };
-      session.console.Document({{"writers", ArrayOf(requestor.GetWriters(), writerJson)}});
+      session.document.Set(name(), {{"writers", ArrayOf(requestor.GetWriters(), writerJson)}});
     } else {
       Listing(session.console, locations, all_).Print(requestor.GetWriters());
     }

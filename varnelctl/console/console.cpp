@@ -49,6 +49,11 @@ std::string LayOut(std::string_view lines, const Terminal& terminal, Tone tone) 
   return terminal.colour && tone != Tone::Plain ? Coloured(text, ColourOf(tone)) : text;
 }
 
+// Text that is no UTF-8 is no reason to print nothing.
+std::string Dump(const Json& document, int indent) {
+  return EscapeUnprintable(document.dump(indent, ' ', false, Json::error_handler_t::replace));
+}
+
 }  // namespace
 
 void Console::Line(std::string_view text, Tone tone) {
@@ -57,7 +62,12 @@ void Console::Line(std::string_view text, Tone tone) {
 
 void Console::Document(const Json& document) {
   constexpr int kIndent = 2;
-  Write(EscapeUnprintable(document.dump(kIndent)) + '\n');
+  Write(Dump(document, kIndent) + '\n');
+}
+
+void Console::DocumentLine(const Json& document) {
+  constexpr int kOneLine = -1;
+  Write(Dump(document, kOneLine) + '\n', true);
 }
 
 void Console::Text(std::string_view text) {

@@ -26,6 +26,8 @@ class Console {
   void Line(std::string_view text, Tone tone = Tone::Plain);
   /// Never wrapped.
   void Document(const Json& document);
+  /// In one line, which leaves the process at once.
+  void DocumentLine(const Json& document);
   /// Text that brings its own line ends.
   void Text(std::string_view text);
 

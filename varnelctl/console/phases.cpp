@@ -53,6 +53,7 @@ void Phases::Begin(const StepName& step) {
   std::string words = step.words;
   if (session_.verbose) words.append(" [").append(step.phase) += ']';
   session_.Begin(std::move(words));
+  session_.document.Step(step.key, "started", 0);
   if (!session_.json) session_.console.Live(session_.call() + step.parts + " ...");
 }
 
@@ -61,6 +62,7 @@ void Phases::End(bool failed) {
   ended.end = Now();
   ended.failed = failed;
   steps_.push_back(ended);
+  session_.document.Step(ended.name.key, failed ? "failed" : "done", ended.end - ended.start);
   if (session_.json) return;
   session_.console.EndLive(session_.call() + ended.name.parts + (failed ? ": failed" : ": done") +
                            varnel::FormatNarrow(" (%u ms)", {ended.end - ended.start}));

@@ -58,7 +58,7 @@ class Phases {
   void StopWatching() { interruption_.reset(); }
 
   /// Something that a later phase may fail over, or that is left out.
-  void Warn(const std::string& warning) { session_.console.Warning(warning); }
+  void Warn(const Warning& warning) { session_.Warn(warning); }
   /// Those that ran, in order.
   const std::vector<Phase>& list() const { return list_; }
   const std::vector<Step>& steps() const { return steps_; }

@@ -5,6 +5,7 @@
 #include "text/unicode.h"
 #include "varnelctl/console/json.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/report/document.h"
 #include "varnelctl/report/not_in_set.h"
 
 namespace varnelctl {
@@ -13,25 +14,8 @@ namespace {
 using varnel::Utf8ToWideLossy;
 using varnel::WideToUtf8Lossy;
 
-std::string Hex(HRESULT hr) {
-  return varnel::FormatNarrow("0x%08x", {hr});
-}
-
 Json ReasonJson(Reason reason) {
   return reason == Reason::None ? Json(nullptr) : Json(WordFor(reason));
-}
-
-Json ResultJson(const SnapshotOutcome& outcome) {
-  Json result = {
-      {"alertCode", 0}, {"hresult", nullptr}, {"message", ""}, {"details", Json::array()}, {"step", nullptr}};
-  if (const std::optional<Failure>& failure = outcome.failure) {
-    result["alertCode"] = failure->alertCode;
-    if (failure->hresult) result["hresult"] = Hex(*failure->hresult);
-    result["message"] = failure->message;
-    result["details"] = failure->details;
-    if (!failure->step.empty()) result["step"] = failure->step;
-  }
-  return result;
 }
 
 Json ComponentJson(const VssComponent& component) {
@@ -173,7 +157,7 @@ Json SnapshotDocument(const SnapshotOutcome& outcome) {
   return {
       {"snapshotSetId", WideToUtf8Lossy(outcome.requestor->GetSnapShotSetId())},
       {"setState", WordFor(outcome.setState)},
-      {"result", ResultJson(outcome)},
+      {"result", ResultJson(outcome.failure)},
       {"errorDetails", FromLibrary(outcome.errorDetails)},
       {"writers", WritersJson(outcome.explanation)},
       {"objects", ArrayOf(outcome.objects, [&](const auto& object) { return ObjectJson(object, outcome.gotThrough); })},
@@ -190,12 +174,17 @@ Json SnapshotDocument(const SnapshotOutcome& outcome) {
       {"document", WideToUtf8Lossy(outcome.requestor->GetBackupDocument())}};
 }
 
-void PrintVerdict(Session& session, Verdict& verdict, Json& document) {
+Verdict VerdictNow(Verdict verdict, const Session& session) {
   for (const std::string& what : session.undone()) verdict.NoteUndone(what);
-  if (!session.json) return session.console.Line(verdict.Text(), ToneOf(verdict));
+  return verdict;
+}
+
+void TellVerdict(Session& session, const Verdict& verdict, std::string_view kind, Json document) {
+  const Verdict now = VerdictNow(verdict, session);
+  if (!session.json) return session.console.Line(now.Text(), ToneOf(now));
   if (document.is_null()) return;
-  document["verdict"] = VerdictJson(verdict);
-  session.console.Document(document);
+  document["verdict"] = VerdictJson(now);
+  session.document.Set(kind, std::move(document));
 }
 
 }  // namespace varnelctl

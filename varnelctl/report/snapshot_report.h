@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "varnelctl/console/console.h"
 #include "varnelctl/report/verdict.h"
@@ -15,9 +16,11 @@ Json CatalogDocument(const SnapshotOutcome& outcome);
 /// \param verbose everything rather than a few lines.
 void PrintSnapshot(Console& console, const SnapshotOutcome& outcome, const Verdict& verdict, bool verbose);
 
+/// With what went wrong since.
+Verdict VerdictNow(Verdict verdict, const Session& session);
 /// The last word, once nothing more can go wrong: the verdict in its line or, where a document is wanted, in that.
-/// \param document null where there is none.
-void PrintVerdict(Session& session, Verdict& verdict, Json& document);
+/// \param kind the document's. \param document null where there is none.
+void TellVerdict(Session& session, const Verdict& verdict, std::string_view kind, Json document);
 
 /// What the writers were told of the backup and what they make of it: a sentence without its end. Of a set that was
 /// taken.

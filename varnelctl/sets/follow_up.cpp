@@ -125,7 +125,7 @@ void FollowUp::Run() {
   std::string reason = WhyNothingFollows();
   for (const Step& step : StepsWanted()) {
     if (!reason.empty()) {
-      phases_.Warn(step.option + " is left out: " + reason);
+      phases_.Warn({"leftOut", step.option + " is left out: " + reason});
       continue;
     }
     try {
@@ -134,7 +134,7 @@ void FollowUp::Run() {
     } catch (const Interrupted&) {
       outcome_.NoteFailure(session_);
       reason = "the run was interrupted";
-      phases_.Warn(step.option + " is left out: " + reason);
+      phases_.Warn({"leftOut", step.option + " is left out: " + reason});
     } catch (...) {
       outcome_.NoteFailure(session_, ExitStatus::NotAllDone);
       if (!step.result) {  // what else is wanted of the set does not depend on it

@@ -88,7 +88,7 @@ void RequestRun::CheckDisks() {
     locations_.RememberAll();
   });
   RequestedDisks requested = ReadRequestedDisks(options_.disks, outcome_.enumerator, options_.acceptUnknownDisks);
-  for (const std::string& warning : requested.warnings) phases_.Warn(warning);
+  for (const Warning& warning : requested.warnings) phases_.Warn(warning);
   serialNumbers_ = std::move(requested.serialNumbers);
 }
 
@@ -124,9 +124,9 @@ void RequestRun::CheckProvider() {
   phases_.Run(step::kLookingForProvider, [&] {
     try {
       if (requestor_.IsTesselVSSProviderPresent()) return;
-      phases_.Warn("the array's VSS hardware provider is not registered on this host");
+      phases_.Warn({"providerMissing", "the array's VSS hardware provider is not registered on this host"});
     } catch (long) {
-      phases_.Warn(DescribeFailure(std::current_exception(), session_.call()).message);
+      phases_.Warn({"providerUnknown", DescribeFailure(std::current_exception(), session_.call()).message});
     }
   });
 }

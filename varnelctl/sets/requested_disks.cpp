@@ -159,8 +159,9 @@ RequestedDisks ReadRequestedDisks(const std::vector<std::string>& arguments, Dis
       list.push_back(serialNumber);
       if (withVolumes.Has(serialNumber)) continue;
       requested.warnings.push_back(known.Has(serialNumber)
-                                       ? "disk " + Quoted(serialNumber) + " has no volume of its own to be in a set"
-                                       : known.WarnOfUnknown(serialNumber, acceptUnknown));
+                                       ? Warning{"diskWithoutVolume", "disk " + Quoted(serialNumber) +
+                                                                          " has no volume of its own to be in a set"}
+                                       : Warning{"diskUnknown", known.WarnOfUnknown(serialNumber, acceptUnknown)});
     }
   }
   return requested;

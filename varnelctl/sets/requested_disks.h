@@ -5,12 +5,13 @@
 #include <vector>
 
 #include "platform/tessel/TesselCommonClasses.h"
+#include "varnelctl/console/warning.h"
 
 namespace varnelctl {
 
 struct RequestedDisks {
   std::vector<std::wstring> serialNumbers;  ///< as the devices report them
-  std::vector<std::string> warnings;        ///< about those that no disk of this host has
+  std::vector<Warning> warnings;            ///< about those that no disk of this host has
 };
 
 /// What can be told without the host: an empty serial number, and the same one twice. Throws UsageError.

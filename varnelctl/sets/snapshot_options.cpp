@@ -7,7 +7,10 @@
 #include <string_view>
 
 #include "core/configuration.h"
+#include "core/varnel.h"
 #include "text/format.h"
+#include "text/guid.h"
+#include "text/unicode.h"
 #include "varnelctl/explanation/failure.h"
 #include "varnelctl/sets/requested_disks.h"
 
@@ -241,6 +244,11 @@ std::string ContextName(DWORD context) {
 
 std::string BackupTypeName(VSS_BACKUP_TYPE type) {
   return NameOf(type, kBackupTypes);
+}
+
+RequestedSet Requested(const SnapshotOptions& options) {
+  return {NameOf(options.application, kApplications), options.disks, BackupTypeName(options.backupType),
+          ContextName(options.context), varnel::WideToUtf8Lossy(varnel::FormatGuid(CVarnel::TesselVssProviderID))};
 }
 
 void AddSnapshotOptions(CLI::App& app, SnapshotOptions& options) {

@@ -7,6 +7,7 @@
 
 #include "platform/vss.h"
 #include "varnelctl/application.h"
+#include "varnelctl/report/header.h"
 
 namespace CLI {
 class App;
@@ -49,6 +50,9 @@ void AddSnapshotOptions(CLI::App& app, SnapshotOptions& options);
 
 /// The options of a plan: those of them that decide what a set would hold.
 void AddPlanOptions(CLI::App& app, SnapshotOptions& options);
+
+/// In the words of the command line.
+RequestedSet Requested(const SnapshotOptions& options);
 
 /// Refuses what cannot be asked for together, or not of this host. Throws UsageError.
 void CheckSnapshotOptions(const SnapshotOptions& options, bool isSimulatedHost);

@@ -77,7 +77,7 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
   // The checker may run for hours: not on a set that is about to be deleted.
   void Verify() {
     if (outcome_.failure && !GotThrough(*outcome_.failure)) {
-      phases_.Warn("--verify is left out: the request failed, and its set is deleted");
+      phases_.Warn({"leftOut", "--verify is left out: the request failed, and its set is deleted"});
       return;
     }
     phases_.Run(step::kVerifying, [&] {
