@@ -7,6 +7,7 @@
 #include "requestors/ExchReq.h"
 #include "requestors/HyperVReq.h"
 #include "requestors/SqlReq.h"
+#include "varnelctl/explanation/advice.h"
 
 namespace varnelctl {
 namespace {
@@ -114,23 +115,18 @@ bool IsWriterOf(Application application, const VssWriter& writer) {
   return true;
 }
 
-std::string_view MissingWriterAdvice(Application application) {
+std::string_view MissingWriterCase(Application application) {
   switch (application) {
     case Application::Sql:
-      return "SQL Server is missing: no SqlServerWriter answered. Is the service \"SQL Server VSS Writer\" (SQLWriter) "
-             "stopped? Start it; varnelctl writers then lists the writer";
+      return advice::kNoSqlWriter;
     case Application::Exchange:
-      return "Exchange is missing: no Microsoft Exchange Writer answered. Is the service \"Microsoft Exchange "
-             "Replication\" (MSExchangeRepl) or \"Microsoft Exchange Information Store\" (MSExchangeIS) stopped? Start "
-             "it; varnelctl writers then lists the writer";
+      return advice::kNoExchangeWriter;
     case Application::HyperV:
-      return "Hyper-V is missing: no Microsoft Hyper-V VSS Writer answered. Is the service \"Hyper-V Virtual Machine "
-             "Management\" (vmms) stopped? Start it; varnelctl writers then lists the writer";
+      return advice::kNoHyperVWriter;
     case Application::None:
       break;
   }
-  return "no writer of any application answered. Is the service \"COM+ Event System\" (EventSystem) stopped? Start it; "
-         "varnelctl writers then lists the writers";
+  return advice::kNoWriter;
 }
 
 }  // namespace varnelctl

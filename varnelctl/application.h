@@ -43,7 +43,7 @@ struct PlanningRequestor {
 };
 PlanningRequestor MakePlanningRequestor(Application application);
 
-/// Who is missing on a host where no writer of the application answers, and what to do about it; one line of UTF-8.
-std::string_view MissingWriterAdvice(Application application);
+/// The case of the advice table for a host where no writer of the application answers.
+std::string_view MissingWriterCase(Application application);
 
 }  // namespace varnelctl

@@ -91,6 +91,7 @@ ExitStatus Guarded(Session& session, Action action) {
 }
 
 ExitStatus RunOnHost(const Invocation& invocation, Session& session, const LogOfRun& log) {
+  if (!invocation.command->NeedsHost()) return invocation.command->Run(session);
   TargetHost host(invocation.options.hostFile, invocation.options.stateFile);
   session.calls = host.calls();
   TellHeader(session, invocation, log);
@@ -150,6 +151,7 @@ int RunVarnelctl(std::vector<std::string> arguments, std::ostream& out, std::ost
     const std::string stands = invocation.command ? invocation.command->WhatStands() : std::string();
     if (!console.IsAbandoned()) console.Error("standard output did not take everything");
     if (!console.IsAbandoned() && !stands.empty()) console.Detail("  " + stands);
+    if (!console.IsAbandoned()) PrintNextStep(console, *FindAdvice(advice::kOutputLost));
     if (status == ExitStatus::Done) status = stands.empty() ? ExitStatus::Unexpected : ExitStatus::NotAllDone;
   }
   return static_cast<int>(status);

@@ -1,8 +1,17 @@
 #include "varnelctl/session.h"
 
 #include "varnelctl/console/text.h"
+#include "varnelctl/explanation/next_step.h"
 
 namespace varnelctl {
+namespace {
+
+void PrintLines(Console& console, std::string_view remedy, std::string_view key) {
+  if (!remedy.empty()) console.Detail("  what to do: " + std::string(remedy));
+  console.Detail("  next: varnelctl explain " + std::string(key));
+}
+
+}  // namespace
 
 const Header& Session::TellHeader(std::optional<RequestedSet> request) {
   if (!document.header()) document.Begin(ReadHeader(arguments_, std::move(request)));
@@ -14,17 +23,22 @@ void Session::Warn(const Warning& warning) {
   document.Warn(warning);
 }
 
-ExitStatus Session::Report(const Failure& failure) {
-  if (!failure.quiet || !failure.details.empty()) console.Error(failure.message);
+ExitStatus Session::Report(Failure failure) {
+  if (failure.remedy.empty()) Advise(failure, errorDetails);
+  const bool isTold = !failure.quiet || !failure.details.empty();
+  if (isTold) console.Error(failure.message);
   for (const std::string& detail : failure.details) console.Detail("  " + detail);
   const std::string records = FromLibrary(errorDetails);
   console.Detail(records);
+  // The message of a usage error says itself what to do.
+  if (isTold) PrintLines(console, failure.status == ExitStatus::Usage ? "" : failure.remedy, failure.explain);
   document.Fail(failure, records);
   return failure.status;
 }
 
 ExitStatus Session::ReportUndone(const std::string& what, ExitStatus status) {
   console.Error(what);
+  PrintNextStep(console, *FindAdvice(advice::kOutputLost));
   undone_.push_back(what);
   Failure failure;
   failure.status = status == ExitStatus::Done ? ExitStatus::NotAllDone : status;
@@ -39,6 +53,10 @@ ExitStatus Session::ReportOutcome(const Failure& failure) {
   Warn({"extraVolumesAccepted", failure.message});  // nothing else is told of a success
   for (const std::string& detail : failure.details) console.Detail("  " + detail);
   return ExitStatus::Done;
+}
+
+void PrintNextStep(Console& console, const Advice& advice) {
+  PrintLines(console, advice.remedy, advice.Key());
 }
 
 }  // namespace varnelctl

@@ -11,6 +11,7 @@
 #include "varnelctl/console/console.h"
 #include "varnelctl/console/interruption.h"
 #include "varnelctl/console/step.h"
+#include "varnelctl/explanation/advice.h"
 #include "varnelctl/explanation/failure.h"
 #include "varnelctl/report/document.h"
 
@@ -61,8 +62,9 @@ class Session {
   /// Prints what was asked for and is not done, and remembers it. \return how a run ends then that ended so before.
   ExitStatus ReportUndone(const std::string& what, ExitStatus status);
   const std::vector<std::string>& undone() const { return undone_; }
-  /// Prints a failure and the alert records, and returns its status.
-  ExitStatus Report(const Failure& failure);
+
+  /// Prints a failure, the alert records and the next step, and returns its status.
+  ExitStatus Report(Failure failure);
   /// The same after the text of a run, where a success may be told of something, too.
   ExitStatus ReportOutcome(const Failure& failure);
 
@@ -71,5 +73,8 @@ class Session {
   std::string call_ = "varnelctl";
   std::vector<std::string> undone_;
 };
+
+/// What to do about a failure that is told without Report, and where more is to be read.
+void PrintNextStep(Console& console, const Advice& advice);
 
 }  // namespace varnelctl

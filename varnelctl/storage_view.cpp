@@ -9,6 +9,7 @@
 #include "platform/owners.h"
 #include "text/ascii_case.h"
 #include "text/format.h"
+#include "text/unicode.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/explanation/failure.h"
 
@@ -119,6 +120,21 @@ const VolumeLocation& VolumeLocations::Of(const std::wstring& volume) {
     // No volume's disk can be told on this host.
   }
   return known_.emplace(std::move(key), std::move(location)).first->second;
+}
+
+std::string VolumeLocations::Named(std::string_view text) const {
+  const std::wstring wide = varnel::Utf8ToWideLossy(text);
+  const std::wstring lower = varnel::ascii::ToLower(wide);
+  std::map<std::size_t, std::string> byPosition;
+  for (const auto& [volume, location] : known_) {
+    const std::size_t at = lower.find(volume);
+    if (at == lower.npos || location.mountPoint.empty()) continue;
+    byPosition[at] = Printable(wide.substr(at, volume.size())) + " is " + Printable(location.mountPoint) + " on disk " +
+                     Quoted(location.serialNumber);
+  }
+  std::string named;
+  for (const auto& [at, volume] : byPosition) named += (named.empty() ? "" : ", ") + volume;
+  return named;
 }
 
 std::string NumberList(const std::vector<DWORD>& disks) {

@@ -25,6 +25,8 @@ class VolumeLocations {
   /// Looks up every volume whose disk has a serial number, before something changes them.
   void RememberAll();
   const VolumeLocation& Of(const std::wstring& volume);
+  /// As people know the volumes that RememberAll met and that the text (UTF-8) names: "VOLUME is E:\ on disk "A", ...".
+  std::string Named(std::string_view text) const;
 
  private:
   TesselCommonClasses::DiskAndVolumeEnumerator& enumerator_;

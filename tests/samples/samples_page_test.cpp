@@ -113,7 +113,7 @@ CliResult RunQuoted(const std::string& command, const TemporaryFolder& folder) {
   }
   std::ostringstream terminal;
   const int status = varnelctl::RunVarnelctl(std::move(arguments), terminal, terminal);
-  return {status, terminal.str(), ""};
+  return {status, terminal.str(), "", ""};
 }
 
 bool Matches(const std::string& shown, const std::string& line) {

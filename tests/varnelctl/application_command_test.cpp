@@ -116,8 +116,8 @@ TEST_F(SqlSnapshot, AHostWithoutItsWriterIsRefusedInPlainWords) {
       "varnelctl: warning: --then mask is left out: no snapshot set was taken\n"
       "varnelctl: VSS writer is not present on the host.\n"
       "  while selecting the components\n"
-      "  SQL Server is missing: no SqlServerWriter answered. Is the service \"SQL Server VSS Writer\" (SQLWriter) "
-      "stopped? Start it; varnelctl writers then lists the writer\n");
+      "  SQL Server is missing: no SqlServerWriter answered. Its service is stopped, or it failed at Identify.\n");
+  EXPECT_THAT(result.next, StartsWith("  what to do: Start the service \"SQL Server VSS Writer\" (SQLWriter); "));
   EXPECT_THAT(result.out, EndsWith("\nFAILED: nothing was captured: VSS writer is not present on the host\n"));
 }
 
@@ -131,7 +131,7 @@ TEST_F(SqlSnapshot, EachApplicationsMissingWriterIsNamed) {
     EXPECT_THAT(Snapshot({"--app", application, "--disk", "TSL0001"}, 12).err, HasSubstr(advice));
   }
   hostFile.erase("writers");
-  EXPECT_THAT(Snapshot({"--disk", "TSL0001"}, 12).err, HasSubstr("  no writer of any application answered."));
+  EXPECT_THAT(Snapshot({"--disk", "TSL0001"}, 12).err, HasSubstr("  No writer of any application answered: "));
 }
 
 // Exchange
@@ -248,8 +248,21 @@ struct Refusal {
   const char* checked = "volumes";
 
   std::string Err() const {
-    return "varnelctl: " + message + "\n  while checking the " + checked + "\n  status " + status +
-           "\nError, status=" + status + ", rc=ConfigError, ca=" + advice + ";\n";
+    return "varnelctl: " + message + "\n  while checking the " + checked + "\n  status " + status + "\n" + Named() +
+           "Error, status=" + status + ", rc=ConfigError, ca=" + advice + ";\n";
+  }
+  // The volumes of the record as people know them.
+  std::string Named() const {
+    const std::map<std::string, std::string> volumes = {
+        {"TSL2001", "\\\\?\\Volume{a37f5c42-1b8e-4f60-b5d1-3d4e5f6a7b02}\\ is C:\\ClusterStorage\\Volume1\\"},
+        {"TSL2003", "\\\\?\\Volume{a37f5c44-1b8e-4f60-b5d1-3d4e5f6a7b04}\\ is Q:\\"},
+        {"TSL2004", "\\\\?\\Volume{a37f5c45-1b8e-4f60-b5d1-3d4e5f6a7b05}\\ is D:\\"}};
+    if (checked != std::string("volumes")) return {};
+    std::string named;
+    for (const std::string& disk : disks) {
+      named += (named.empty() ? "  " : ", ") + volumes.at(disk) + " on disk \"" + disk + "\"";
+    }
+    return named + "\n";
   }
 };
 

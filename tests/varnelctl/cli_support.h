@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/host_fixture.h"
@@ -28,7 +29,8 @@ using Arguments = std::vector<std::string>;
 struct CliResult {
   int status;
   std::string out;
-  std::string err;
+  std::string err;         ///< without the next step
+  std::string next;        ///< what to do about the failure, and what to ask `varnelctl explain`
   bool wantsJson = false;  ///< --json was asked for
 };
 
@@ -42,6 +44,25 @@ inline std::vector<nlohmann::json> DocumentsIn(const std::string& out) {
   return documents;
 }
 
+/// Takes the lines of the next step out of `err`.
+inline std::string TakeNextStep(std::string& err) {
+  std::istringstream lines(std::exchange(err, std::string()));
+  std::string next;
+  bool isNext = false;
+  for (std::string line; std::getline(lines, line);) {
+    const bool isLast = line.starts_with("  next: varnelctl explain ");
+    isNext = isNext || isLast || line.starts_with("  what to do: ");  // a terminal's width may break the lines
+    (isNext ? next : err) += line + (lines.eof() ? "" : "\n");
+    if (isLast) isNext = false;
+  }
+  return next;
+}
+
+inline CliResult MakeResult(int status, std::string out, std::string err, bool wantsJson = false) {
+  std::string next = TakeNextStep(err);
+  return {status, std::move(out), std::move(err), std::move(next), wantsJson};
+}
+
 /// Every document that is printed is as the schema says.
 inline CliResult RunCli(Arguments arguments, varnelctl::InterruptionSource interruption = {},
                         const varnelctl::Terminals& terminals = {}) {
@@ -52,7 +73,7 @@ inline CliResult RunCli(Arguments arguments, varnelctl::InterruptionSource inter
   for (const nlohmann::json& document : DocumentsIn(out.str())) {
     EXPECT_THAT(SchemaErrors(document), testing::IsEmpty());
   }
-  return {status, out.str(), err.str(), wantsJson};
+  return MakeResult(status, out.str(), err.str(), wantsJson);
 }
 
 /// Nothing on standard output but, where one was asked for, the document of the failure.

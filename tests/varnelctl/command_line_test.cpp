@@ -80,7 +80,9 @@ TEST_F(CommandLine, OutputThatCannotBeWrittenIsAFailure) {
   out.setstate(std::ios::badbit);
 
   EXPECT_EQ(varnelctl::RunVarnelctl({"disks"}, out, trouble), 1);
-  EXPECT_EQ(trouble.str(), "varnelctl: standard output did not take everything\n");
+  std::string err = trouble.str();
+  EXPECT_THAT(TakeNextStep(err), testing::EndsWith("  next: varnelctl explain output-lost\n"));
+  EXPECT_EQ(err, "varnelctl: standard output did not take everything\n");
 }
 
 TEST_F(CommandLine, TheLogHasTheLinesOfTheLevelAskedForAndAbove) {

@@ -232,7 +232,9 @@ TEST_F(OutputCommand, ASetWhoseResultsWereLostIs18AndTold) {
   const Arguments host = {"--host", folder.Write("host.json", hostFile.dump())};
 
   EXPECT_EQ(varnelctl::RunVarnelctl(With(host, Whole({"--context", "app-rollback"})), out, trouble), 18);
-  EXPECT_EQ(trouble.str(),
+  std::string err = trouble.str();
+  EXPECT_THAT(TakeNextStep(err), testing::EndsWith("  next: varnelctl explain output-lost\n"));
+  EXPECT_EQ(err,
             "varnelctl: standard output did not take everything\n"
             "  Snapshot set {00000002-5e1f-4c3d-9a0b-000000000000}: kept until it is deleted\n");
   EXPECT_EQ(varnelctl::RunVarnelctl(With(host, Whole({"--disk", "SYS"})), out, trouble), 12);

@@ -87,8 +87,7 @@ TEST_F(ProgramSearchTest, ACheckerThatIsMissingIsNamedWithTheFoldersLookedIn) {
       "varnelctl: the checker eseutil.exe was not found on the PATH nor in C:\\Program Files\\Microsoft\\Exchange "
       "Server\\V15\\Bin\\, where Exchange is installed: install it, or add its folder to the PATH\n"
       "  while verifying the snapshot\n"
-      "  The system cannot find the file specified.\n"
-      "  a check of the snapshot failed; the log (--log FILE) has its command line and its file\n");
+      "  The system cannot find the file specified.\n");
 }
 
 TEST_F(ProgramSearchTest, AHostWithoutAnInstallationIsToldSo) {
@@ -100,7 +99,7 @@ TEST_F(ProgramSearchTest, AHostWithoutAnInstallationIsToldSo) {
 
 TEST_F(ProgramSearchTest, ACheckerThatEndsWithTheCodeOfAMissingFileIsNotMissing) {
   model().commands[0].exitCode = ERROR_FILE_NOT_FOUND;
-  EXPECT_THAT(Verify(13).err, StartsWith("varnelctl: The system cannot find the file specified.\n"));
+  EXPECT_THAT(Verify(13).err, StartsWith("varnelctl: the checker eseutil.exe ended with exit code 2 on "));
 }
 
 TEST_F(ProgramSearchTest, WithoutVerifyNoProgramIsLookedFor) {

@@ -66,7 +66,8 @@ TEST_F(SnapshotCommand, JsonIsOneDocumentWithTheWholeOutcome) {
   const json outcome = SnapshotJson();
 
   EXPECT_EQ(outcome["snapshotSetId"], kSetId);
-  EXPECT_EQ(outcome["result"], json::parse(R"({"alertCode":0,"hresult":null,"message":"","details":[],"step":null})"));
+  EXPECT_EQ(outcome["result"], json::parse(R"({"alertCode":0,"hresult":null,"message":"","details":[],"remedy":"",
+      "explain":"","step":null})"));
   EXPECT_EQ(outcome["errorDetails"], "");
   ASSERT_EQ(outcome["writers"].size(), 1u);
   EXPECT_THAT(PathsOf(outcome["writers"][0], "added"), ElementsAre("\\SQL01\\sales", "\\SQL01\\crm"));

@@ -407,7 +407,7 @@ class Abandoned : public Transcript {
     std::ostream out(&buffer);
     std::ostringstream trouble;
     const int status = varnelctl::RunVarnelctl(std::move(arguments), out, trouble);
-    return {status, buffer.str(), trouble.str()};
+    return MakeResult(status, buffer.str(), trouble.str());
   }
 };
 

@@ -27,6 +27,8 @@ class Command {
   virtual void AddOptions(CLI::App& /*app*/) {}
   /// The set that its options ask for; nothing for a command that asks for none.
   virtual std::optional<RequestedSet> Requested() const { return std::nullopt; }
+  /// Whether it asks anything of a host.
+  virtual bool NeedsHost() const { return true; }
   /// Runs against the current host. A failure leaves as an exception, before anything was printed.
   virtual ExitStatus Run(Session& session) = 0;
   /// What the run comes to, in one line; what went wrong since Run ended is in the session. Empty for a command that
@@ -41,6 +43,7 @@ class Command {
 };
 
 std::unique_ptr<Command> MakeDisksCommand();
+std::unique_ptr<Command> MakeExplainCommand();
 std::unique_ptr<Command> MakePlanCommand();
 std::unique_ptr<Command> MakeProvidersCommand();
 std::unique_ptr<Command> MakeSnapshotCommand();

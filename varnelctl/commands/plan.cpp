@@ -63,8 +63,7 @@ class PlanCommand final : public Command {
     Failure failure;
     failure.status = ExitStatus::NotContained;
     failure.message = "no set of disks can hold all of these objects wholly";
-    session.document.Fail(failure, {});
-    return failure.status;
+    return session.Report(failure);
   }
 
   SnapshotOptions options_;

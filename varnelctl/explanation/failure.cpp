@@ -10,6 +10,7 @@
 #include "text/unicode.h"
 #include "varnelctl/console/phases.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/explanation/advice.h"
 #include "varnelctl/explanation/requirement.h"
 
 namespace varnelctl {
@@ -80,6 +81,24 @@ Failure Refusal(const ValidationFailure& refusal) {
   return failure;
 }
 
+Failure Ended(const Interrupted& interrupted) {
+  Failure failure = Plain(ExitStatus::Unexpected, interrupted.what());
+  failure.explain = advice::kInterrupted;
+  failure.quiet = dynamic_cast<const Abandoned*>(&interrupted) != nullptr;
+  return failure;
+}
+
+Failure Check(const FailedCheck& check) {
+  Failure failure;
+  failure.status = ExitStatus::VerificationFailure;
+  failure.alertCode = VarnelException::VerificationFailure;
+  failure.backupStatus = failure.alertCode;
+  failure.message = check.what();
+  failure.details = check.details();
+  failure.explain = check.advice();
+  return failure;
+}
+
 // What the library throws for a call.
 Failure Thrown(std::string_view call, long hr) {
   Failure failure = FailedCall(call, varnel::AsHResult(hr));
@@ -126,6 +145,10 @@ Failure DescribeFailure(const std::exception_ptr& exception, std::string_view ca
     return failure;
   } catch (const VarnelException& alert) {
     return Alert(alert);
+  } catch (const Interrupted& interrupted) {
+    return Ended(interrupted);
+  } catch (const FailedCheck& check) {
+    return Check(check);
   } catch (const UsageError& error) {
     return Plain(ExitStatus::Usage, error.what());
   } catch (const NotContained& error) {
@@ -138,10 +161,6 @@ Failure DescribeFailure(const std::exception_ptr& exception, std::string_view ca
     return Plain(ExitStatus::Usage, error.what());
   } catch (const varnel::simulator::StateFileError& error) {
     return Plain(ExitStatus::Usage, error.what());
-  } catch (const Abandoned& end) {
-    Failure failure = Plain(ExitStatus::Unexpected, end.what());
-    failure.quiet = true;
-    return failure;
   } catch (const std::exception& error) {
     return Plain(ExitStatus::Unexpected, error.what());
   } catch (...) {

@@ -63,12 +63,28 @@ class ValidationFailure : public std::runtime_error {
   std::string statusWord_;
 };
 
+/// A file of the snapshot failed its check, or could not be checked; what() is the reason in one line of UTF-8.
+class FailedCheck : public std::runtime_error {
+ public:
+  /// \param advice the case of the advice table.
+  FailedCheck(std::string_view advice, const std::string& reason, std::vector<std::string> details)
+      : std::runtime_error(reason), advice_(advice), details_(std::move(details)) {}
+  const std::string& advice() const noexcept { return advice_; }
+  const std::vector<std::string>& details() const noexcept { return details_; }
+
+ private:
+  std::string advice_;
+  std::vector<std::string> details_;
+};
+
 struct Failure {
   ExitStatus status = ExitStatus::Unexpected;
   int alertCode = 0;               ///< of a VarnelException, else 0
   std::optional<HRESULT> hresult;  ///< of a failed call
   std::string message;             ///< one line of UTF-8
   std::vector<std::string> details;
+  std::string remedy;     ///< what to do, in one paragraph; see Advise
+  std::string explain;    ///< the key of the advice: `varnelctl explain KEY`
   std::string step;       ///< the key of the step that failed; empty when none did
   bool quiet = false;     ///< nobody waits for the message
   int backupStatus = -1;  ///< what SetBackupStatus is told: the alert code or the thrown HRESULT, else -1

@@ -80,12 +80,15 @@ std::string Hex(HRESULT hr) {
 
 Json ResultJson(const std::optional<Failure>& failure) {
   if (!failure) {
-    return {{"alertCode", 0}, {"hresult", nullptr}, {"message", ""}, {"details", Json::array()}, {"step", nullptr}};
+    return {{"alertCode", 0}, {"hresult", nullptr}, {"message", ""},  {"details", Json::array()},
+            {"remedy", ""},   {"explain", ""},      {"step", nullptr}};
   }
   return {{"alertCode", failure->alertCode},
           {"hresult", failure->hresult ? Json(Hex(*failure->hresult)) : Json(nullptr)},
           {"message", failure->message},
           {"details", failure->details},
+          {"remedy", failure->remedy},
+          {"explain", failure->explain},
           {"step", failure->step.empty() ? Json(nullptr) : Json(failure->step)}};
 }
 

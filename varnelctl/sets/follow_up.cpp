@@ -4,6 +4,7 @@
 #include <functional>
 
 #include "varnelctl/console/text.h"
+#include "varnelctl/explanation/advice.h"
 #include "varnelctl/sets/snapshot_steps.h"
 
 namespace varnelctl {
@@ -78,6 +79,9 @@ FollowUp::Copies FollowUp::AskForCopies() {
 void FollowUp::TellWhatIsLeft() {
   if (!outcome_.copiesLeft.empty()) TellCopiesLeft();
   TellSessionsLeft();
+  if (!outcome_.failure || outcome_.failure->status != ExitStatus::NotAllDone) return;
+  if (!outcome_.sessionsLeft.empty()) outcome_.failure->explain = advice::kSessionOpen;
+  if (!outcome_.copiesLeft.empty()) outcome_.failure->explain = advice::kCopiesLeft;
 }
 
 void FollowUp::TellCopiesLeft() {

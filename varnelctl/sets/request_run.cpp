@@ -7,6 +7,9 @@
 #include "resources/catalog.h"
 #include "text/unicode.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/explanation/advice.h"
+#include "varnelctl/explanation/next_step.h"
+#include "varnelctl/explanation/objects.h"
 #include "varnelctl/explanation/requirement.h"
 #include "varnelctl/sets/requested_disks.h"
 #include "varnelctl/sets/snapshot_steps.h"
@@ -47,8 +50,9 @@ void RequestRun::Begin() {
 }
 
 void RequestRun::ExplainFailure(const std::wstring& refusedVolume) {
-  AdviseOnMissingWriter();
+  NameMissingWriter();
   NameRefusedVolume(refusedVolume);
+  NameVolumes();
 }
 
 void RequestRun::Conclude() {
@@ -59,6 +63,8 @@ void RequestRun::Conclude() {
   outcome_.phases = phases_.list();
   outcome_.steps = phases_.steps();
   outcome_.errorDetails = details_.erase(0, requestTextLength_);
+  if (!outcome_.failure) return;
+  Advise(*outcome_.failure, outcome_.errorDetails, ObjectsOf(outcome_.explanation, options_.application));
 }
 
 void RequestRun::NoteMessages(const VarnelException& alert) {
@@ -131,10 +137,20 @@ void RequestRun::CheckProvider() {
   });
 }
 
-// The library's message names neither the application nor a remedy.
-void RequestRun::AdviseOnMissingWriter() {
+// The library's message does not name the application.
+void RequestRun::NameMissingWriter() {
   if (!outcome_.failure || outcome_.failure->message != CatalogText(varnel::message::kNoWriter)) return;
-  outcome_.failure->details.emplace_back(MissingWriterAdvice(options_.application));
+  outcome_.failure->explain = MissingWriterCase(options_.application);
+  outcome_.failure->details.emplace_back(FindAdvice(outcome_.failure->explain)->meaning);
+}
+
+// Records name volumes as nobody knows them, and a failed snapshot names none.
+void RequestRun::NameVolumes() {
+  if (!outcome_.failure) return;
+  std::string volumes;
+  if (outcome_.failure->status == ExitStatus::Validation) volumes = locations_.Named(details_);
+  if (outcome_.failure->hresult && !outcome_.taken) volumes = VolumesOfSet(requestor_, locations_);
+  if (!volumes.empty()) outcome_.failure->details.push_back(volumes);
 }
 
 void RequestRun::NameRefusedVolume(const std::wstring& volume) {

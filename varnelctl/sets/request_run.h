@@ -49,7 +49,8 @@ class RequestRun {
   void ValidateHost();
   void ValidateVolumes();
   void CheckProvider();
-  void AdviseOnMissingWriter();
+  void NameMissingWriter();
+  void NameVolumes();
   void NameRefusedVolume(const std::wstring& volume);
   Explanation ExplainSelection();
 

@@ -5,6 +5,7 @@
 #include "platform/host.h"
 #include "platform/owners.h"
 #include "text/guid.h"
+#include "varnelctl/console/text.h"
 #include "varnelctl/explanation/failure.h"
 #include "varnelctl/vss_object.h"
 
@@ -45,6 +46,20 @@ std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor, VolumeLoc
     }
   }
   return copies;
+}
+
+std::string VolumesOfSet(const CVarnel& requestor, VolumeLocations& locations) {
+  const auto shown = [&](const SnapshotVolumeInfo& volume) {
+    const VolumeLocation& location = locations.Of(volume.volumeName);
+    return Printable(location.mountPoint.empty() ? volume.volumeName : location.mountPoint) + " on disk " +
+           Quoted(location.serialNumber);
+  };
+  std::string all;
+  for (const SnapshotVolumeInfo& volume : requestor.GetSnapshotVolumes()) {
+    if (volume.snapshotId.empty()) return {};
+    all += (all.empty() ? "volumes of the set: " : ", ") + shown(volume);
+  }
+  return all;
 }
 
 std::vector<ListedCopy> ListShadowCopies(const std::wstring& setId) {

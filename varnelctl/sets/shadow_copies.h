@@ -22,6 +22,10 @@ struct ShadowCopyView {
 std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor, VolumeLocations& locations,
                                              TesselCommonClasses::DiskAndVolumeEnumerator& enumerator);
 
+/// The volumes of the requestor's set, as people know them; empty before all of them were added to it.
+/// \param locations of the volumes.
+std::string VolumesOfSet(const CVarnel& requestor, VolumeLocations& locations);
+
 /// A shadow copy as the service lists it.
 struct ListedCopy {
   std::wstring snapshotId;

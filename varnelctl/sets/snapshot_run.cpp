@@ -1,8 +1,6 @@
 #include "varnelctl/sets/snapshot_run.h"
 
-#include "core/configuration.h"
-#include "varnelctl/exchange_installation.h"
-#include "varnelctl/program_search.h"
+#include "varnelctl/sets/database_check.h"
 #include "varnelctl/sets/follow_up.h"
 #include "varnelctl/sets/request_run.h"
 #include "varnelctl/sets/snapshot_steps.h"
@@ -81,29 +79,9 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
       return;
     }
     phases_.Run(step::kVerifying, [&] {
-      if (options_.application == Application::Exchange) return VerifyWithChecker();
+      if (options_.application == Application::Exchange) return VerifyExchangeFiles(requestor_);
       requestor_.VerifySnapShotData();
     });
-  }
-
-  // The requestor starts the checker by its bare name. The text of its failure is the same for a checker that is not
-  // there and for one that ends with the exit code 2.
-  void VerifyWithChecker() {
-    const std::wstring folder = ExchangeProgramFolder();
-    const ProgramSearch search(folder);
-    try {
-      requestor_.VerifySnapShotData();
-    } catch (const VarnelException& failure) {
-      if (ProgramSearch::Finds(varnel::kDatabaseChecker)) throw;
-      throw VarnelException(failure.GetAlertCode(), MissingChecker(folder), {failure.GetMessageText()});
-    }
-  }
-
-  static std::wstring MissingChecker(const std::wstring& folder) {
-    const std::wstring place = folder.empty() ? L", and the registry knows no installation of Exchange"
-                                              : L" nor in " + folder + L", where Exchange is installed";
-    return std::wstring(L"the checker ") + varnel::kDatabaseChecker + L" was not found on the PATH" + place +
-           L": install it, or add its folder to the PATH";
   }
 
   void Complete() {

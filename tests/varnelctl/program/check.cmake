@@ -30,7 +30,7 @@ function(expect status expected_out expected_err)
 endfunction()
 
 file(WRITE ${SCRATCH_DIR}/empty.txt "")
-file(WRITE ${SCRATCH_DIR}/missing.txt "varnelctl: nöwhere.json: /: cannot read the file: there is no such file\n")
+file(WRITE ${SCRATCH_DIR}/missing.txt "varnelctl: nöwhere.json: /: cannot read the file: there is no such file\n  next: varnelctl explain exit:2\n")
 file(WRITE ${SCRATCH_DIR}/version.txt "varnelctl ${VERSION}\n")
 configure_file(${DATA_DIR}/disks.json ${SCRATCH_DIR}/disks.json @ONLY NEWLINE_STYLE LF)
 expect(0 ${SCRATCH_DIR}/disks.json ${SCRATCH_DIR}/empty.txt disks --json --host "höst €.json")

@@ -1,0 +1,28 @@
+// Alert records taken out of text: the error details of a run, or what somebody has pasted.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "platform/win32.h"
+
+namespace varnelctl {
+
+struct RecordText {
+  DWORD number;           ///< from 1, in the order of varnel::alert::All()
+  std::string_view text;  ///< without the lists that may follow; borrowed
+};
+
+/// Every record of the text, in its order.
+std::vector<RecordText> RecordsIn(std::string_view text);
+
+/// The value of a field; empty without one.
+std::string_view FieldOf(const RecordText& record, std::string_view key);
+
+/// The call that a record of a failed call (1) begins with, such as "m_pVssObject->AddComponent()".
+std::string_view CallOf(const RecordText& record);
+
+/// What a call's text calls: "AddComponent" of the above.
+std::string_view MethodOf(std::string_view call);
+
+}  // namespace varnelctl
