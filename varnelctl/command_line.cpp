@@ -48,9 +48,9 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& options, std::string& logLev
       ->check(RefuseEmpty)
       ->needs(host);
   const auto asks = [&options](Format format) { return [&options, format] { options.format = format; }; };
-  CLI::Option* json = app.add_flag_callback(kJson, asks(Format::Json),
+  CLI::Option* json = app.add_flag_callback(kJson, asks(Format::OneDocument),
                                             "Print one JSON document instead of text (varnelctl --json disks)");
-  app.add_flag_callback(kJsonLines, asks(Format::JsonLines),
+  app.add_flag_callback(kJsonLines, asks(Format::Lines),
                         "Print what happens as JSON, one document a line, the last of which holds the whole")
       ->excludes(json);
   app.add_flag("--verbose", options.verbose, "Tell more: the library's function beside each step of a snapshot");
@@ -112,8 +112,8 @@ Format FormatAskedFor(const std::vector<std::string>& arguments) {
   const auto has = [&](const char* option) {
     return std::find(arguments.begin(), arguments.end(), option) != arguments.end();
   };
-  if (has(kJson)) return Format::Json;
-  return has(kJsonLines) ? Format::JsonLines : Format::Text;
+  if (has(kJson)) return Format::OneDocument;
+  return has(kJsonLines) ? Format::Lines : Format::Text;
 }
 
 Invocation ParseCommandLine(std::vector<std::string> arguments, Console& console) {

@@ -37,7 +37,7 @@ class PlanCommand final : public Command {
     PlanOutcome plan(options_);
     MakePlan(session, options_, plan);
     if (session.json) {
-      plan_ = PlanDocument(plan);
+      session.document.Set(name(), PlanDocument(plan));
     } else {
       PrintPlan(session.console, plan, session.verbose);
     }
@@ -48,7 +48,7 @@ class PlanCommand final : public Command {
     return verdict_ ? VerdictNow(*verdict_, session).Text() : std::string();
   }
   void Conclude(Session& session) override {
-    if (verdict_) TellVerdict(session, *verdict_, name(), std::move(plan_));
+    if (verdict_) TellVerdict(session, VerdictNow(*verdict_, session));
   }
 
  private:
@@ -68,7 +68,6 @@ class PlanCommand final : public Command {
 
   SnapshotOptions options_;
   std::optional<Verdict> verdict_;  // of a plan that was made
-  Json plan_;                       // its document without the verdict, where one is wanted
 };
 
 }  // namespace

@@ -77,7 +77,7 @@ class SnapshotCommand final : public Command {
     return verdict_ ? VerdictNow(*verdict_, session).Text() : std::string();
   }
   void Conclude(Session& session) override {
-    if (verdict_) TellVerdict(session, *verdict_, name(), std::move(outcome_));
+    if (verdict_) TellVerdict(session, VerdictNow(*verdict_, session));
   }
   std::string WhatStands() const override { return whatStands_; }
 
@@ -99,7 +99,7 @@ class SnapshotCommand final : public Command {
     whatStands_ = DescribeSet(outcome);
     verdict_ = VerdictOf(outcome);
     if (session.json) {
-      outcome_ = SnapshotDocument(outcome);
+      session.document.Set(name(), SnapshotDocument(outcome));
     } else {
       PrintSnapshot(session.console, outcome, *verdict_, session.verbose);
     }
@@ -109,7 +109,6 @@ class SnapshotCommand final : public Command {
   SnapshotOptions options_;
   std::string whatStands_;
   std::optional<Verdict> verdict_;  // nothing before a run
-  Json outcome_;                    // the document without the verdict, where one is wanted
 };
 
 }  // namespace

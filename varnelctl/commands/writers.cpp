@@ -93,17 +93,17 @@ bool IsOnAVolume(const VssFileDescriptor& file) {
   return file.volumeName.starts_with(L"\\\\?\\");
 }
 
-void WarnOfComponents(const VssWriter& writer, Console& console) {
+void WarnOfComponents(const VssWriter& writer, Session& session) {
   std::map<std::wstring_view, std::size_t> times;
   for (const VssComponent& component : writer.components) {
     const std::string name = Printable(component.fullPath) + " (" + Printable(writer.name) + ")";
     if (++times[component.fullPath] == 2) {
-      console.Warning("two components have the path " + name + ": a request cannot tell them apart");
+      session.Warn({"samePath", "two components have the path " + name + ": a request cannot tell them apart"});
     }
     const auto lost = std::find_if_not(component.files.begin(), component.files.end(), IsOnAVolume);
     if (lost == component.files.end()) continue;
-    console.Warning("no volume of this host holds " + Printable(lost->path) + " of " + name +
-                    ": no snapshot set can hold the component");
+    session.Warn({"noVolume", "no volume of this host holds " + Printable(lost->path) + " of " + name +
+                                  ": no snapshot set can hold the component"});
   }
 }
 
@@ -201,7 +201,7 @@ class WritersCommand final : public Command {
     } catch (const TesselCommonClasses::ExceptionCommon& error) {
       session.Warn({"disksUnknown", OneLine(error.what()) + "; disks are not shown"});
     }
-    for (const VssWriter& writer : requestor.GetWriters()) WarnOfComponents(writer, session.console);
+    for (const VssWriter& writer : requestor.GetWriters()) WarnOfComponents(writer, session);
     VolumeLocations locations(enumerator);
     if (session.json) {
       const auto writerJson = [&](const VssWriter& writer) { return WriterJson(writer, locations); };

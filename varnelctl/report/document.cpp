@@ -39,6 +39,10 @@ void Document::Set(std::string_view kind, Json keys) {
   keys_ = std::make_unique<Json>(std::move(keys));
 }
 
+void Document::Add(const char* key, Json value) {
+  if (keys_) (*keys_)[key] = std::move(value);
+}
+
 void Document::Fail(const Failure& failure, std::string errorDetails) {
   if (failure_) return;
   failure_ = failure;
@@ -46,12 +50,12 @@ void Document::Fail(const Failure& failure, std::string errorDetails) {
 }
 
 void Document::End(ExitStatus status) {
-  if (format_ == Format::Json) console_.Document(Whole(status));
-  if (format_ == Format::JsonLines) Event("end", {{"document", Whole(status)}});
+  if (format_ == Format::OneDocument) console_.Document(Whole(status));
+  if (format_ == Format::Lines) Event("end", {{"document", Whole(status)}});
 }
 
 void Document::Event(std::string_view event, const Json& keys) {
-  if (format_ != Format::JsonLines) return;
+  if (format_ != Format::Lines) return;
   Json line = {{"event", event}};
   line.update(keys);
   console_.DocumentLine(line);

@@ -17,9 +17,9 @@ namespace varnelctl {
 
 /// How the results of a run leave the program.
 enum class Format {
-  Text,       ///< for people
-  Json,       ///< one document
-  JsonLines,  ///< one document a line, the last of which holds the whole
+  Text,         ///< for people
+  OneDocument,  ///< JSON
+  Lines,        ///< JSON, one document a line, the last of which holds the whole
 };
 
 /// The document of one run. With Format::Text nothing of it is printed.
@@ -40,6 +40,8 @@ class Document {
   void Step(std::string_view name, std::string_view state, unsigned long long milliseconds);
   /// What the run has found. \param kind of the document: the command's name.
   void Set(std::string_view kind, Json keys);
+  /// One more key of it; nothing happens where nothing was found.
+  void Add(const char* key, Json value);
   /// What the run failed over; the first one counts. \param errorDetails alert records, UTF-8.
   void Fail(const Failure& failure, std::string errorDetails);
   /// Null without one.

@@ -179,12 +179,9 @@ Verdict VerdictNow(Verdict verdict, const Session& session) {
   return verdict;
 }
 
-void TellVerdict(Session& session, const Verdict& verdict, std::string_view kind, Json document) {
-  const Verdict now = VerdictNow(verdict, session);
-  if (!session.json) return session.console.Line(now.Text(), ToneOf(now));
-  if (document.is_null()) return;
-  document["verdict"] = VerdictJson(now);
-  session.document.Set(kind, std::move(document));
+void TellVerdict(Session& session, const Verdict& verdict) {
+  if (!session.json) return session.console.Line(verdict.Text(), ToneOf(verdict));
+  session.document.Add("verdict", VerdictJson(verdict));
 }
 
 }  // namespace varnelctl

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "varnelctl/console/console.h"
 #include "varnelctl/report/verdict.h"
@@ -16,11 +15,10 @@ Json CatalogDocument(const SnapshotOutcome& outcome);
 /// \param verbose everything rather than a few lines.
 void PrintSnapshot(Console& console, const SnapshotOutcome& outcome, const Verdict& verdict, bool verbose);
 
-/// With what went wrong since.
+/// The verdict with what went wrong after the run's own end.
 Verdict VerdictNow(Verdict verdict, const Session& session);
-/// The last word, once nothing more can go wrong: the verdict in its line or, where a document is wanted, in that.
-/// \param kind the document's. \param document null where there is none.
-void TellVerdict(Session& session, const Verdict& verdict, std::string_view kind, Json document);
+/// The last word, once nothing more can go wrong: in its line or, where a document is wanted, in that.
+void TellVerdict(Session& session, const Verdict& verdict);
 
 /// What the writers were told of the backup and what they make of it: a sentence without its end. Of a set that was
 /// taken.
