@@ -46,7 +46,7 @@ class ForwardingObject : public Interface {
 
  private:
   /// The wrapped object's own answer to a question for another interface.
-  virtual void NoteAnswer(REFIID /*id*/, ComPtr<IUnknown> /*answer*/) {}
+  virtual void NoteAnswer(REFIID /*id*/, const ComPtr<IUnknown>& /*answer*/) {}
 
   ComPtr<Wrapped> inner_;
   std::atomic<ULONG> references_ = 1;
@@ -282,7 +282,7 @@ class ForwardingBackup : public ForwardingObject<IVssBackupComponentsEx4, IVssBa
 
  private:
   // The newest version that was asked for has the methods of the older ones too.
-  void NoteAnswer(REFIID id, ComPtr<IUnknown> answer) override {
+  void NoteAnswer(REFIID id, const ComPtr<IUnknown>& answer) override {
     static constexpr GUID kOldestFirst[] = {kIidUnknown,
                                             kIidVssBackupComponents,
                                             kIidVssBackupComponentsEx,
@@ -292,7 +292,7 @@ class ForwardingBackup : public ForwardingObject<IVssBackupComponentsEx4, IVssBa
     const auto version = std::find(std::begin(kOldestFirst), std::end(kOldestFirst), id) - std::begin(kOldestFirst);
     if (version <= newest_) return;
     newest_ = version;
-    version_ = std::move(answer);
+    version_ = answer;
   }
   template <class Interface>
   Interface& Version() const {
