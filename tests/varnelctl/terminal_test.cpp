@@ -370,10 +370,10 @@ TEST_F(Transcript, NothingNastyOfAHostFileIsPrinted) {
 
 TEST_F(Transcript, NothingNastyIsWrittenToTheLog) {
   hostFile["writers"][0]["components"][0]["name"] = kNasty;
-  const std::string log = folder.File("run.log");
-  Snapshot({"--log", log, "--log-level", "verbose"});
+  const std::string file = folder.File("run.log");
+  Snapshot({"--log", file, "--log-level", "verbose"});
 
-  const std::string text = ReadFile(log);
+  const std::string text = ReadFile(file);
   EXPECT_THAT(text, HasSubstr(kTame));
   for (const char* raw : {"\x1b", "\x07", "\u202e", "\u2066", "\u0085", "\u061c", "\u2028"}) {
     EXPECT_THAT(text, Not(HasSubstr(raw)));
@@ -426,16 +426,16 @@ TEST_F(Abandoned, TheBackupIsCompletedWhateverWasReached) {
     SCOPED_TRACE(flushes);
     const std::string calls = folder.File("calls.txt");
     const CliResult result = RunWith(flushes, EPIPE, Whole({"--calls", calls}));
-    const std::string log = ReadFile(calls);
+    const std::string made = ReadFile(calls);
     if (result.status == 0) {
-      EXPECT_THAT(log, HasSubstr("IVssBackupComponents::DoSnapshotSet("));
+      EXPECT_THAT(made, HasSubstr("IVssBackupComponents::DoSnapshotSet("));
       return;
     }
     EXPECT_THAT(result.status, testing::AnyOf(1, 18)) << "18 where the set stands and its text is lost";
     EXPECT_EQ(result.err, "");
-    if (log.find("IVssBackupComponents::SetBackupState(") == log.npos) continue;
-    EXPECT_THAT(log, testing::AnyOf(HasSubstr("IVssBackupComponents::AbortBackup("),
-                                    HasSubstr("IVssBackupComponents::BackupComplete(")));
+    if (made.find("IVssBackupComponents::SetBackupState(") == made.npos) continue;
+    EXPECT_THAT(made, testing::AnyOf(HasSubstr("IVssBackupComponents::AbortBackup("),
+                                     HasSubstr("IVssBackupComponents::BackupComplete(")));
   }
   FAIL() << "every run was cut";
 }

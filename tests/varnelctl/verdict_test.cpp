@@ -197,10 +197,10 @@ TEST_F(VerdictOfRun, AnObjectOfADeletedSetIsNotCaptured) {
 }
 
 TEST_F(VerdictOfRun, AnInterruptionIsTheCause) {
-  class InterruptedAtOnce final : public varnelctl::Interruption {
+  class InterruptedFromTheStart final : public varnelctl::Interruption {
     bool Requested() const override { return true; }
   };
-  EXPECT_EQ(Verdict({}, 1, [] { return std::make_unique<InterruptedAtOnce>(); }),
+  EXPECT_EQ(Verdict({}, 1, [] { return std::make_unique<InterruptedFromTheStart>(); }),
             "FAILED: nothing was captured: interrupted before anything was done");
 }
 

@@ -11,7 +11,6 @@
 namespace varnelctl {
 namespace {
 
-using varnel::Utf8ToWideLossy;
 using varnel::WideToUtf8Lossy;
 
 Json ReasonJson(Reason reason) {

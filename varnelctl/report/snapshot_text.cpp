@@ -100,7 +100,8 @@ void PrintFailedObjects(Console& console, const SnapshotOutcome& outcome, bool v
     const VssComponent& component = FailedComponentOf(object);
     std::string line = object.name + ": " + FailureName(component);
     const std::string words = WritersWords(component, outcome.errorDetails);
-    lines.push_back(words.empty() ? line : line + ": " + words);
+    if (!words.empty()) line.append(": ").append(words);
+    lines.push_back(std::move(line));
   }
   PrintLines(console, "In the set, but failed by their writer", lines, NounFor(outcome.options.application), verbose);
 }
