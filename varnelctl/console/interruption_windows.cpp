@@ -1,5 +1,4 @@
 #include <atomic>
-#include <cerrno>
 
 #include "platform/win32.h"
 #include "varnelctl/console/interruption.h"
@@ -57,9 +56,10 @@ std::unique_ptr<Interruption> WatchProcess() {
   return std::make_unique<ConsoleWatch>();
 }
 
-// The runtime knows the one of the two errors by its own name, of the other only the system's.
+// What it is called depends on who closed the pipe; the runtime knows only one of the three by a name of its own.
 bool LastWriteHadNoReader() {
-  return errno == EPIPE || ::GetLastError() == ERROR_NO_DATA;
+  const DWORD error = ::GetLastError();
+  return error == ERROR_BROKEN_PIPE || error == ERROR_NO_DATA || error == ERROR_PIPE_NOT_CONNECTED;
 }
 
 }  // namespace varnelctl
