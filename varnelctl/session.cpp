@@ -38,11 +38,13 @@ ExitStatus Session::Report(Failure failure) {
 
 ExitStatus Session::ReportUndone(const std::string& what, ExitStatus status) {
   console.Error(what);
-  PrintNextStep(console, *FindAdvice(advice::kOutputLost));
   undone_.push_back(what);
   Failure failure;
   failure.status = status == ExitStatus::Done ? ExitStatus::NotAllDone : status;
   failure.message = what;
+  failure.explain = advice::kOutputLost;
+  Advise(failure, {});
+  PrintLines(console, failure.remedy, failure.explain);
   document.Fail(failure, {});
   return failure.status;
 }

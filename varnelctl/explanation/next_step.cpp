@@ -66,7 +66,7 @@ std::string Shown(std::string_view field) {
 
 // A machine's component is named by an identifier; people know its name.
 std::string NameOfComponent(std::string_view path, Objects objects) {
-  const std::string shown = Shown(path);
+  std::string shown = Shown(path);
   for (const ApplicationObject& object : objects) {
     const bool isIt = Printable(object.component->fullPath) == shown;
     if (isIt && object.name != shown) return object.name + " (" + shown + ")";
@@ -76,7 +76,7 @@ std::string NameOfComponent(std::string_view path, Objects objects) {
 
 // What a writer or a component says of itself outweighs what its alert means in general.
 Choice OfFailedWriter(int alertCode, const Records& records, Objects objects) {
-  const Choice general = Of(FindAdvice(AdviceKind::Alert, static_cast<DWORD>(alertCode)));
+  Choice general = Of(FindAdvice(AdviceKind::Alert, static_cast<DWORD>(alertCode)));
   const RecordText* component = First(records, 3);
   const RecordText* record = component == nullptr ? First(records, 2) : component;
   if (record == nullptr) return general;

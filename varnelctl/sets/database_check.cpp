@@ -42,9 +42,9 @@ class LastProgram final : public varnel::ForwardingProcesses {
   DWORD exitCode_ = 0;
 };
 
-class WatchedHost final : public varnel::ForwardingHost {
+class CheckerHost final : public varnel::ForwardingHost {
  public:
-  explicit WatchedHost(varnel::Host& inner) : ForwardingHost(inner), last_(inner.processes()) {}
+  explicit CheckerHost(varnel::Host& inner) : ForwardingHost(inner), last_(inner.processes()) {}
   varnel::Processes& processes() override { return last_; }
   const LastProgram& last() const { return last_; }
 
@@ -95,7 +95,7 @@ std::string CheckedFile(const CVarnel& requestor, const std::wstring& commandLin
 void VerifyExchangeFiles(CVarnel& requestor) {
   const std::wstring folder = ExchangeProgramFolder();
   const ProgramSearch search(folder);
-  WatchedHost host(varnel::CurrentHost());
+  CheckerHost host(varnel::CurrentHost());
   const varnel::ScopedHost current(host);
   try {
     requestor.VerifySnapShotData();
