@@ -46,11 +46,11 @@ function(varnel_test_of_sanitized target)
   target_link_options(${target} PRIVATE LINKER:--whole-archive,${archives},--no-whole-archive)
 endfunction()
 
-# varnel_precompile(TARGET HEADER...): headers that nearly every unit of the target includes, compiled once.
-# clang-tidy goes without and so finds includes that are missing.
+# varnel_precompile(TARGET PRIVATE HEADER...), varnel_precompile(TARGET REUSE_FROM OTHER): headers that nearly every unit of
+# the target includes, compiled once. clang-tidy goes without and so finds includes that are missing.
 function(varnel_precompile target)
   if(VARNEL_PRECOMPILE)
-    target_precompile_headers(${target} PRIVATE ${ARGN})
+    target_precompile_headers(${target} ${ARGN})
   endif()
 endfunction()
 

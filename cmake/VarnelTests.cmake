@@ -11,7 +11,7 @@ endmacro()
 # Makes GTest::gmock_main available: the installed package, or its sources where there is none for the target platform.
 function(varnel_find_googletest)
   if(NOT CMAKE_CROSSCOMPILING)
-    find_package(GTest CONFIG QUIET)
+    find_package(GTest CONFIG QUIET GLOBAL)
     if(TARGET GTest::gmock_main)
       return()
     endif()
@@ -26,7 +26,7 @@ function(varnel_find_googletest)
   set(gtest_force_shared_crt ON)
   add_subdirectory(${VARNEL_GOOGLETEST_SOURCE_DIR} ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
   foreach(target gtest gtest_main gmock gmock_main)
-    target_compile_options(${target} PRIVATE $<IF:$<BOOL:${MSVC}>,/w,-w>)
+    target_compile_options(${target} PRIVATE $<IF:$<BOOL:${MSVC}>,/w,-w;-O0;-g0>)
     if(WIN32)
       target_compile_definitions(${target} PUBLIC _WIN32_WINNT=0x0603)
     endif()
@@ -64,12 +64,13 @@ function(varnel_precompile_test_headers target library)
     <sstream> [["core/varnel.h"]] [["tests/support/host_fixture.h"]] [["tests/support/snapshot_request.h"]])
 endfunction()
 
-# varnel_add_test(NAME [WINDOWS_ONLY] [PRODUCT] [SWEEP] [SECONDS N] SOURCES FILE... [LIBRARIES TARGET...]): a GoogleTest
+# varnel_add_test(NAME [WINDOWS_ONLY] [PRODUCT] [SWEEP | LONG_SWEEP] [SECONDS N] SOURCES FILE... [LIBRARIES TARGET...]): a GoogleTest
 # room. The sources belong to the folder of the calling CMakeLists.txt; SECONDS is the time allowed (600). A room of
 # PRODUCT links the library as its users do, on Windows varnel.dll; the others have it in themselves, private parts
-# included. A SWEEP makes so many runs that only an optimised build makes them all.
+# included. A SWEEP makes so many runs that only an optimised build makes them all, a LONG_SWEEP so many that not even that
+# one does unless it is asked to.
 function(varnel_add_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 room "WINDOWS_ONLY;PRODUCT;SWEEP" "SECONDS" "SOURCES;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 1 room "WINDOWS_ONLY;PRODUCT;SWEEP;LONG_SWEEP" "SECONDS" "SOURCES;LIBRARIES")
   if(room_UNPARSED_ARGUMENTS OR NOT room_SOURCES)
     message(FATAL_ERROR "varnel_add_test(${name}): SOURCES wanted, got ${ARGN}")
   endif()
@@ -87,6 +88,8 @@ function(varnel_add_test name)
   set(headers varnel_test_headers)
   if(room_PRODUCT)
     set(library varnel)
+  endif()
+  if(room_PRODUCT AND WIN32)
     set(headers varnel_product_test_headers)
   endif()
   target_link_libraries(${name} PRIVATE ${room_LIBRARIES} varnel::simulator ${library} varnel_options
@@ -100,8 +103,12 @@ function(varnel_add_test name)
   endif()
 
   set(kind gtest)
-  if(room_SWEEP)
+  if(room_LONG_SWEEP)
+    set(kind long-sweep)
+  elseif(room_SWEEP)
     set(kind sweep)
+  endif()
+  if(kind MATCHES sweep)
     add_dependencies(release_rooms ${name})
   endif()
   set_property(GLOBAL APPEND PROPERTY VARNEL_ROOMS "${name}\t${kind}\t${room_SECONDS}\t$<TARGET_FILE:${name}>")

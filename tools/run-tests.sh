@@ -9,14 +9,14 @@
 # no test. Exit status: 0 when nothing failed.
 #
 # Each build lists its rooms in tests.txt, fields parted by tabs: name, kind, seconds allowed, command. A room of kind
-# "gtest" is a GoogleTest binary; "sweep" is one that makes many thousand runs; "run" is one test that passes when its
-# command exits with 0; "release" is such a test of an optimised build. What a room counts besides its tests it writes as
-# "[    TOTAL ] ...", shown beside its result.
+# "gtest" is a GoogleTest binary; "sweep" is one that makes many thousand runs, "long-sweep" one that makes many more;
+# "run" is one test that passes when its command exits with 0; "release" is such a test of an optimised build. What a room
+# counts besides its tests it writes as "[    TOTAL ] ...", shown beside its result.
 #
-# The optimised build runs "release" and "sweep" only, the sweeps whole; the one with ThreadSanitizer builds and runs
-# threads_test only. The others run all but "release", and of the sweeps one run in VARNEL_SAMPLE (50), chosen by
-# VARNEL_SAMPLE_SEED (another one each time, which is told). --thorough runs the sweeps whole everywhere, with
-# VARNEL_HOSTS (20,000) random hosts.
+# The optimised build runs "release" and the sweeps only, these whole, but of a long one one run in VARNEL_LONG_SAMPLE (5);
+# the one with ThreadSanitizer builds and runs threads_test only. The others run all but "release", and of every sweep one
+# run in VARNEL_SAMPLE (50). Which runs VARNEL_SAMPLE_SEED decides (another one each time, which is told). --thorough runs
+# the sweeps whole everywhere, with VARNEL_HOSTS (20,000) random hosts.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
@@ -49,8 +49,9 @@ while (($#)); do
   shift
 done
 ((${#builds[@]})) || builds=(sanitize native threads windows)
-if [[ $thorough ]]; then export VARNEL_HOSTS=${VARNEL_HOSTS:-20000} VARNEL_SAMPLE=1; fi
+if [[ $thorough ]]; then export VARNEL_HOSTS=${VARNEL_HOSTS:-20000} VARNEL_SAMPLE=1 VARNEL_LONG_SAMPLE=1; fi
 export VARNEL_SAMPLE=${VARNEL_SAMPLE:-50} VARNEL_SAMPLE_SEED=${VARNEL_SAMPLE_SEED:-$RANDOM}
+readonly long_sample=${VARNEL_LONG_SAMPLE:-5}
 
 # Documents captured from real servers are no part of the checkout; tests that read them skip where they are absent.
 find_captures() {
@@ -64,7 +65,7 @@ find_captures() {
 rooms_of() { # BUILD
   awk -F '\t' -v build="$1" -v room="$only_room" '
     room != "" && $1 != room { next }
-    build == "native" ? $2 == "sweep" || $2 == "release" : build == "threads" ? $1 == "threads_test" : $2 != "release"
+    build == "native" ? $2 ~ /sweep/ || $2 == "release" : build == "threads" ? $1 == "threads_test" : $2 != "release"
   ' "build/$1/tests.txt"
 }
 
@@ -134,13 +135,13 @@ run_room() { # BUILD ROOM KIND SECONDS COMMAND...
   local log=$results/$room.log report=$results/$room.json status=0
   local passed=0 failed=0 skipped=0 note= running=
   trap '[[ -z $running ]] || kill "$running"; exit 143' TERM
-  if [[ $kind == gtest || $kind == sweep ]]; then
+  if [[ $kind == gtest || $kind == *sweep ]]; then
     judge=judge_gtest
     command+=("--gtest_output=json:$report" --gtest_color=no)
     if [[ $build == windows ]]; then command=(tools/wine.sh "${command[@]}"); fi
     if [[ $build == threads ]]; then command=("${fixed_addresses[@]}" "${command[@]}"); fi
   fi
-  if [[ $build == native ]]; then unset VARNEL_SAMPLE; fi
+  if [[ $build == native ]]; then VARNEL_SAMPLE=$([[ $kind == long-sweep ]] && echo "$long_sample" || echo 1); fi
 
   local begin=${EPOCHREALTIME//[^0-9]/}
   timeout --kill-after=10 "$seconds" "${command[@]}" >"$log" 2>&1 </dev/null &
@@ -248,7 +249,7 @@ for build in "${builds[@]}"; do
 done
 
 if ((${#ready[@]})); then
-  echo "== tests (VARNEL_SAMPLE=$VARNEL_SAMPLE VARNEL_SAMPLE_SEED=$VARNEL_SAMPLE_SEED)"
+  echo "== tests (VARNEL_SAMPLE=$VARNEL_SAMPLE VARNEL_LONG_SAMPLE=$long_sample VARNEL_SAMPLE_SEED=$VARNEL_SAMPLE_SEED)"
   run_rooms
 else
   troubles+=("no test was run")
