@@ -98,7 +98,7 @@ class FileSink final : public LogSink {
     file_.open(path, std::ios::app);
     if (!file_) {
       throw std::system_error(errno == 0 ? EIO : errno, std::generic_category(),
-                              "cannot open the log file " + WideToUtf8Lossy(path.wstring()));
+                              "cannot open the log file " + WideToUtf8Lossy(WideFileName(path.native())));
     }
   }
 

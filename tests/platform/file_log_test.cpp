@@ -229,7 +229,7 @@ TEST_F(LogFile, ThatCannotBeOpenedIsAnError) {
     FAIL() << "a file in a missing folder was opened";
   } catch (const std::system_error& error) {
     EXPECT_EQ(error.code(), std::errc::no_such_file_or_directory);
-    EXPECT_THAT(error.what(), HasSubstr("cannot open the log file " + WideToUtf8Lossy(missing.wstring())));
+    EXPECT_THAT(error.what(), HasSubstr("cannot open the log file " + WideToUtf8Lossy(WideFileName(missing.native()))));
   }
   try {
     OpenLogFile(std::filesystem::temp_directory_path(), CFileLog::Verbose);

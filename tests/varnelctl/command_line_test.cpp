@@ -99,6 +99,7 @@ TEST_F(CommandLine, TheLogHasTheLinesOfTheLevelAskedForAndAbove) {
 
 TEST_F(CommandLine, ALogThatCannotBeOpenedIsAUsageError) {
   ExpectRefused(Run({"disks", "--log", folder.File("no/such/folder.log")}), "varnelctl: cannot open the log file ");
+  ExpectRefused(Run({"disks", "--log", folder.File("no/\u00fc.log")}), "varnelctl: cannot open the log file ");
 }
 
 // Host files that cannot be used

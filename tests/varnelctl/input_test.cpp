@@ -5,7 +5,6 @@
 namespace varnel::test {
 namespace {
 
-using testing::EndsWith;
 using testing::Not;
 using testing::StartsWith;
 

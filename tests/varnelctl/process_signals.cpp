@@ -183,7 +183,7 @@ class RunningProgram : public SnapshotCommand {
     EXPECT_GT(patience, 0) << "it never came so far";
   }
   /// How it ended, as waitpid tells it.
-  int Wait() {
+  int Wait() const {
     int status = -1;
     EXPECT_EQ(::waitpid(process, &status, 0), process);
     return status;

@@ -64,8 +64,8 @@ std::string EndOf(const std::string& out) {
   return begin == out.npos ? out : out.substr(begin + 2);
 }
 
-std::string RunOnSample(const SampleCommand& command, const Arguments& more) {
-  Arguments arguments = {"--host", std::string(VARNEL_EXAMPLES "/hosts/") + command.sample + ".json", "snapshot"};
+std::string RunOnSample(const SampleCommand& command, const Arguments& more, const char* name = "snapshot") {
+  Arguments arguments = {"--host", std::string(VARNEL_EXAMPLES "/hosts/") + command.sample + ".json", name};
   arguments.insert(arguments.end(), command.arguments.begin(), command.arguments.end());
   arguments.insert(arguments.end(), more.begin(), more.end());
   return RunCli(arguments).out;
@@ -84,6 +84,26 @@ TEST_P(SampleVerdict, IsTheLastLineAndTheSameInJson) {
 
   EXPECT_EQ(json::parse(RunOnSample(GetParam(), {"--json"})).at("verdict").at("text"), last);
   EXPECT_EQ(LastLine(RunOnSample(GetParam(), {"--verbose"})), last);
+}
+
+// Writers that fail after the selection are no part of a plan.
+TEST_P(SampleVerdict, IsWhatThePlanSaid) {
+  SampleCommand command = GetParam();
+  std::erase(command.arguments, "--verify");
+  const json snapshot = json::parse(RunOnSample(command, {"--json"}));
+  const json plan = json::parse(RunOnSample(command, {"--json"}, "plan"));
+
+  const bool failedLater = snapshot["status"] == 10 || snapshot["status"] == 11;
+  EXPECT_EQ(plan["status"], failedLater ? json(0) : snapshot["status"]);
+  if (!failedLater) {
+    EXPECT_EQ(plan["verdict"]["captured"], snapshot["verdict"]["captured"]);
+  }
+  ASSERT_EQ(plan["objects"].size(), snapshot["objects"].size());
+  for (std::size_t i = 0; i < plan["objects"].size(); ++i) {
+    for (const char* key : {"name", "reason", "missingDisks", "disks"}) {
+      EXPECT_EQ(plan["objects"][i][key], snapshot["objects"][i][key]) << key;
+    }
+  }
 }
 
 TEST_P(SampleVerdict, FitsAScreen) {

@@ -15,7 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string Shown(const fs::path& path) {
-  return Printable(path.wstring());
+  return Printable(varnel::WideFileName(path.native()));
 }
 
 // Why the call before failed.
@@ -41,7 +41,8 @@ bool IsOpenAlready(const fs::path& path) {
 
 bool IsDevice(const fs::path& path) {
   std::error_code ignored;
-  if (fs::absolute(path, ignored).wstring().starts_with(L"\\\\.\\")) return true;  // as Windows names them
+  if (varnel::WideFileName(fs::absolute(path, ignored).native()).starts_with(L"\\\\.\\"))
+    return true;  // as Windows names them
   const fs::file_status status = fs::status(path, ignored);
   return fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status);
 }
@@ -52,7 +53,8 @@ std::wstring KeyOf(const fs::path& path) {
   fs::path whole = fs::weakly_canonical(fs::absolute(path, ignored), ignored);
   whole = whole.empty() ? path : whole.make_preferred();
   constexpr bool kAnyCase = fs::path::preferred_separator == '\\';
-  return kAnyCase ? varnel::ascii::ToLower(whole.wstring()) : whole.wstring();
+  std::wstring key = varnel::WideFileName(whole.native());
+  return kAnyCase ? varnel::ascii::ToLower(key) : key;
 }
 
 bool AreOneFile(const std::string& a, const std::string& b) {
