@@ -7,7 +7,6 @@
 #include <regex>
 #include <set>
 
-#include "core/alerts.h"
 #include "core/varnel.h"
 #include "tests/support/golden.h"
 #include "text/unicode.h"
@@ -29,12 +28,6 @@ using varnelctl::AllAdvice;
 using varnelctl::ExitStatus;
 using varnelctl::Failure;
 using varnelctl::FindAdvice;
-
-std::string TagWord(const AlertRecord& record) {
-  const std::string tag = record.tag == nullptr ? "COMMError" : record.tag;
-  const std::string prefix = "RequestStatus=";
-  return tag.starts_with(prefix) ? tag.substr(prefix.size()) : tag;
-}
 
 TEST(Advice, EveryEntryIsWholeAndFoundByItsKeyAlone) {
   std::set<std::string> keys;
@@ -66,15 +59,6 @@ TEST(Advice, EveryAlertCodeAndResultOfAValidationHasSome) {
   }
 }
 
-TEST(Advice, EveryRecordHasSomeUnderTheWordOfItsTag) {
-  const auto records = alert::All();
-  for (std::size_t i = 0; i < records.size(); ++i) {
-    const Advice* advice = FindAdvice(AdviceKind::Record, static_cast<DWORD>(i + 1));
-    ASSERT_NE(advice, nullptr) << i + 1;
-    EXPECT_EQ(advice->name, TagWord(*records[i]));
-  }
-}
-
 // The library's own name of a code; empty where it has none and the system's text would do.
 std::string LibrarysName(HRESULT hr) {
   std::string name = WideToUtf8Lossy(CVarnel::HResult2String(hr));
@@ -84,8 +68,8 @@ std::string LibrarysName(HRESULT hr) {
 
 TEST(Advice, EveryNameOfAnHResultHasSomeOrTheGeneralStep) {
   int names = 0;
-  for (long low = 0; low <= 0xFFFF; ++low) {
-    for (const long high : {0L, 0x00040000L, 0x80000000L, 0x80040000L, 0x80070000L}) {
+  for (DWORD low = 0; low <= 0xFFFF; ++low) {
+    for (const DWORD high : {0U, 0x00040000U, 0x80000000U, 0x80040000U, 0x80070000U}) {
       const std::string name = LibrarysName(static_cast<HRESULT>(high | low));
       if (name.empty()) continue;
       ++names;
@@ -245,16 +229,6 @@ TEST(Advise, WhoeverKnowsTheCaseHasChosen) {
 }
 
 // ---- records in a text ----
-
-TEST(RecordsInText, AreEveryRecordOfTheTableInItsOrder) {
-  std::string text = "writer=0,";
-  for (const AlertRecord* record : alert::All()) {
-    WriteAlert(*record, {"one", "two", "three", "four", "five", "six"}, {text});
-  }
-  const auto records = varnelctl::RecordsIn(text);
-  ASSERT_EQ(records.size(), alert::All().size());
-  for (std::size_t i = 0; i < records.size(); ++i) EXPECT_EQ(records[i].number, i + 1);
-}
 
 TEST(RecordsInText, HaveTheirFieldsAndTheirCall) {
   const std::string text =

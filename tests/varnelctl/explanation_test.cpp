@@ -20,7 +20,6 @@ using varnelctl::Application;
 using varnelctl::ApplicationObject;
 using varnelctl::ComponentExplanation;
 using varnelctl::Explanation;
-using varnelctl::Place;
 using varnelctl::Reason;
 
 constexpr wchar_t kSqlWriter[] = L"{a65faa63-5ea8-4ebc-9dbd-a0c4db26912a}";

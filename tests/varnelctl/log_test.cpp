@@ -18,8 +18,8 @@ class LogOfVarnelctl : public CliFixture {
   }
   std::vector<std::string> Lines() const {
     std::vector<std::string> lines;
-    std::istringstream text(ReadFile(file_));
-    for (std::string line; std::getline(text, line);) lines.push_back(line.substr(kTime.size()));
+    std::ifstream file(PathOf(file_));
+    for (std::string line; std::getline(file, line);) lines.push_back(line.substr(kTime.size()));
     return lines;
   }
 

@@ -6,12 +6,8 @@ namespace {
 
 using nlohmann::json;
 using testing::AllOf;
-using testing::Contains;
-using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 using testing::StartsWith;
 
 const char* const kServiceCalls[] = {"StartSnapshotSet", "AddToSnapshotSet",   "PrepareForBackup",

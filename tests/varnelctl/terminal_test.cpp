@@ -1,4 +1,5 @@
 // What terminals of every width are given, and what they never are.
+#include "platform/win32.h"
 #include "tests/varnelctl/snapshot_support.h"
 #include "text/unicode.h"
 #include "varnelctl/commands/command.h"
@@ -397,6 +398,14 @@ TEST_F(Transcript, NothingNastyIsWrittenToTheLog) {
 // A reader that goes away
 
 // Takes some flushes and then fails like a pipe without a reader, or like a full disk.
+// As a write that failed leaves it.
+void Leave(int error) {
+  errno = error;
+#ifdef _WIN32
+  ::SetLastError(error == EPIPE ? ERROR_NO_DATA : ERROR_DISK_FULL);
+#endif
+}
+
 class FailingStream final : public std::stringbuf {
  public:
   FailingStream(int flushes, int error) : left_(flushes), error_(error) {}
@@ -404,7 +413,7 @@ class FailingStream final : public std::stringbuf {
  protected:
   int sync() override {
     if (left_-- > 0) return 0;
-    errno = error_;
+    Leave(error_);
     return -1;
   }
 

@@ -75,7 +75,8 @@ Json Document::Whole(ExitStatus status) const {
 
 // What a command says of its own failure comes before what failed after it.
 bool Document::IsFailureTold() const {
-  return keys_ && keys_->contains("result") && (!failure_ || keys_->at("result").at("message") != "");
+  if (!keys_ || !keys_->contains("result")) return false;
+  return !failure_ || !keys_->at("result").at("message").get_ref<const std::string&>().empty();
 }
 
 std::string Hex(HRESULT hr) {

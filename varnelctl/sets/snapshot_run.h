@@ -36,8 +36,8 @@ enum class SetState {
 /// While it lives its host is the current one.
 struct SnapshotOutcome {
   explicit SnapshotOutcome(const SnapshotOptions& snapshotOptions);
-  /// Of a plan.
-  SnapshotOutcome(const SnapshotOptions& snapshotOptions, std::unique_ptr<CVarnel> planner);
+  /// With a requestor of another kind.
+  SnapshotOutcome(const SnapshotOptions& snapshotOptions, std::unique_ptr<CVarnel> made);
   SnapshotOutcome(const SnapshotOutcome&) = delete;
   SnapshotOutcome& operator=(const SnapshotOutcome&) = delete;
 
