@@ -8,8 +8,10 @@
 
 #include "platform/tessel/TesselCommonClasses.h"
 #include "tests/faults/reference_scenario.h"
+#include "tests/faults/sample.h"
 #include "tests/support/host_fixture.h"
 #include "tests/support/random.h"
+#include "tests/support/total.h"
 #include "text/ascii_case.h"
 #include "varnelctl/run.h"
 
@@ -125,7 +127,7 @@ bool AnyTorn(const json& plan) {
 }
 
 TEST_F(PlansOfRandomHosts, SayWhatTheSnapshotThenDoes) {
-  const std::vector<unsigned> seeds = Seeds(kHosts);
+  const std::vector<unsigned> seeds = Sample().Of(Seeds(kHosts));
   std::map<int, unsigned> statuses;
   unsigned torn = 0;
   for (const unsigned seed : seeds) {
@@ -154,7 +156,7 @@ TEST_F(PlansOfRandomHosts, SayWhatTheSnapshotThenDoes) {
     ASSERT_EQ(plan.document["verdict"]["captured"], snapshot.document["verdict"]["captured"]);
     ASSERT_EQ(plan.document["verdict"]["of"], snapshot.document["verdict"]["of"]);
   }
-  std::printf("%s\n", HostsText(seeds).c_str());
+  TellTotal(HostsText(seeds) + Sample::Text());
   for (const auto& [status, count] : statuses) std::printf("plans that end with %d: %u\n", status, count);
   std::printf("torn: %u\n", torn);
 }
@@ -242,7 +244,7 @@ std::string PlaceAndReason(const json& component) {
 
 TEST_F(PlansOfRandomHosts, GiveEveryComponentTheReasonOfThePlainRules) {
   std::map<std::string, unsigned> counts;
-  for (const unsigned seed : Seeds(kHosts)) {
+  for (const unsigned seed : Sample().Of(Seeds(kHosts))) {
     SCOPED_TRACE(SeedText(seed));
     Make(seed);
     const json plan = Run(Request("plan")).document;
