@@ -104,6 +104,13 @@ std::wstring LowerCase(const json& text) {
   return ascii::ToLower(Utf8ToWide(text.get<std::string>()));
 }
 
+// As the service reads it: a component without a name has the path of its logical path.
+std::wstring ServicePath(const json& component) {
+  std::wstring path = LowerCase(component.at("fullPath"));
+  while (path.ends_with(L'\\')) path.pop_back();
+  return path;
+}
+
 bool IsLeftOut(const json& component) {
   return component.contains("place") && component.at("place") == "leftOut";
 }
@@ -117,10 +124,10 @@ bool AnyTorn(const json& plan) {
     for (const json& component : writer.at("components")) {
       if (!component.contains("place") || IsLeftOut(component)) continue;
       if (!component.at("reason").is_null()) return true;
-      captured.insert(LowerCase(component.at("fullPath")));
+      captured.insert(ServicePath(component));
     }
     for (const json& component : writer.at("components")) {
-      if (IsLeftOut(component) && captured.contains(LowerCase(component.at("fullPath")))) return true;
+      if (IsLeftOut(component) && captured.contains(ServicePath(component))) return true;
     }
   }
   return false;
