@@ -137,8 +137,8 @@ TEST(Explain, WhatNobodyKnowsIsRefusedWithTheNearestName) {
                 "\"VSS_E_HOLD_WRITES_TIMEOUT\"? ");
   ExpectRefused(RunCli({"explain", "status=LunMissmatch"}),
                 "varnelctl: nothing is known of \"status=LunMissmatch\"; did you mean \"LunMismatch\"? ");
-  for (const std::string question : {"", "999", "exit:5", "exit:", "record:18", "99999999999", "0x", "0x1ffffffff", "-",
-                                     "\x1b[2J", "\xff", "other", "0x-5", "12 13", "nothing of the kind"}) {
+  for (const std::string question : {"", "98765", "exit:5", "exit:", "record:18", "99999999999", "0x", "0x1ffffffff",
+                                     "-", "\x1b[2J", "\xff", "other", "0x-5", "12 13", "nothing of the kind"}) {
     ExpectRefused(RunCli({"explain", question}), "varnelctl: nothing is known of \"",
                   "(varnelctl explain lists what there is)\n");
     EXPECT_EQ(RunCli({"explain", question}).err.find('\x1b'), std::string::npos);
