@@ -115,19 +115,28 @@ bool IsLeftOut(const json& component) {
   return component.contains("place") && component.at("place") == "leftOut";
 }
 
+// One without a name is, to the service, the parent of all below its logical path.
+bool IsBelowNameless(const json& component, const json& captured) {
+  const std::wstring parent = LowerCase(captured.at("fullPath"));
+  return parent.ends_with(L'\\') && LowerCase(component.at("fullPath")).starts_with(parent);
+}
+
 // A writer may find files outside the set, and fails after the snapshot then, which no plan can know for sure: those of
 // a parent that takes part for the sake of another, and those of a component that is left out and has the path of one
-// that is not.
+// that is not, or lies below one without a name.
 bool AnyTorn(const json& plan) {
   for (const json& writer : plan.at("writers")) {
-    std::set<std::wstring> captured;
+    std::vector<json> captured;
     for (const json& component : writer.at("components")) {
       if (!component.contains("place") || IsLeftOut(component)) continue;
       if (!component.at("reason").is_null()) return true;
-      captured.insert(ServicePath(component));
+      captured.push_back(component);
     }
     for (const json& component : writer.at("components")) {
-      if (IsLeftOut(component) && captured.contains(ServicePath(component))) return true;
+      if (!IsLeftOut(component)) continue;
+      for (const json& other : captured) {
+        if (ServicePath(component) == ServicePath(other) || IsBelowNameless(component, other)) return true;
+      }
     }
   }
   return false;
