@@ -47,6 +47,15 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& options, std::string& logLev
       ->type_name("FILE")
       ->check(RefuseEmpty)
       ->needs(host);
+  CLI::Option* journal =
+      app.add_option("--journal", options.journalFolder,
+                     "Remember requests in this folder, where sets and snapshot look for them (--journal D:\\varnel); "
+                     "unless given one for all of this machine, and of a simulated host FILE.sets beside its state")
+          ->type_name("DIR")
+          ->check(RefuseEmpty);
+  app.add_flag("--no-journal", options.noJournal,
+               "Remember nothing: a set that a run leaves which is killed is then listed by nobody")
+      ->excludes(journal);
   const auto asks = [&options](Format format) { return [&options, format] { options.format = format; }; };
   CLI::Option* json = app.add_flag_callback(kJson, asks(Format::OneDocument),
                                             "Print one JSON document instead of text (varnelctl --json disks)");

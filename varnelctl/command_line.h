@@ -14,6 +14,8 @@ namespace varnelctl {
 struct GlobalOptions {
   std::optional<std::string> hostFile;
   std::optional<std::string> stateFile;
+  std::optional<std::string> journalFolder;
+  bool noJournal = false;
   Format format = Format::Text;
   bool verbose = false;
   std::optional<std::string> logFile;

@@ -90,10 +90,17 @@ ExitStatus Guarded(Session& session, Action action) {
   }
 }
 
+std::optional<Journal> JournalOf(const GlobalOptions& options, const TargetHost& host) {
+  if (options.noJournal) return std::nullopt;
+  if (options.journalFolder) return Journal(std::filesystem::absolute(PathOf(*options.journalFolder)));
+  return host.journalFolder() ? std::optional(Journal(*host.journalFolder())) : std::nullopt;
+}
+
 ExitStatus RunOnHost(const Invocation& invocation, Session& session, const LogOfRun& log) {
   if (!invocation.command->NeedsHost()) return invocation.command->Run(session);
   TargetHost host(invocation.options.hostFile, invocation.options.stateFile);
   session.calls = host.calls();
+  session.journal = JournalOf(invocation.options, host);
   TellHeader(session, invocation, log);
   // A failure of the command is described while its host is still there.
   return Guarded(session, [&] { return invocation.command->Run(session); });

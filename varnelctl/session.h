@@ -14,6 +14,7 @@
 #include "varnelctl/explanation/advice.h"
 #include "varnelctl/explanation/failure.h"
 #include "varnelctl/report/document.h"
+#include "varnelctl/sets/journal.h"
 
 namespace varnelctl {
 
@@ -39,6 +40,8 @@ class Session {
   Document document;
   /// The simulated host's call log, null on a real machine. Borrowed while the command runs.
   const varnel::simulator::CallLog* calls = nullptr;
+  /// Where requests on this host are remembered; nothing where they are not.
+  std::optional<Journal> journal;
   /// The library's error-details argument: the alert records collected so far.
   std::string errorDetails;
   /// The step that failed, until the failure is noted.

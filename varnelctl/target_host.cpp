@@ -1,6 +1,7 @@
 #include "varnelctl/target_host.h"
 
 #include "varnelctl/console/text.h"
+#include "varnelctl/sets/journal.h"
 
 namespace varnelctl {
 
@@ -8,11 +9,14 @@ TargetHost::TargetHost(const std::optional<std::string>& hostFile, const std::op
   varnel::Host* const current = varnel::CurrentHostOrNull();
   if (hostFile) {
     Simulate(varnel::simulator::LoadHostFile(PathOf(*hostFile)));
-    if (stateFile) simulated_->KeepStateIn(PathOf(*stateFile));
+    if (!stateFile) return;
+    simulated_->KeepStateIn(PathOf(*stateFile));
+    journalFolder_ = std::filesystem::absolute(PathOf(*stateFile)) += ".sets";
   } else if (current == nullptr) {
     Simulate(varnel::simulator::SampleHost());
   } else if (current == varnel::MachineHost()) {
     machine_.emplace();
+    journalFolder_ = DefaultJournalFolder();
   }
 }
 

@@ -1,6 +1,7 @@
 // The host that a command asks: the one of a host file, this machine, or the built-in sample.
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 
@@ -20,6 +21,9 @@ class TargetHost {
   TargetHost(const TargetHost&) = delete;
   TargetHost& operator=(const TargetHost&) = delete;
 
+  /// Where requests on this host are remembered; nothing for a simulated host that ends with its process, and for a
+  /// host that was installed before.
+  const std::optional<std::filesystem::path>& journalFolder() const { return journalFolder_; }
   /// The call log of a simulated host that this object made, else null.
   const varnel::simulator::CallLog* calls() { return simulated_ ? &simulated_->calls() : nullptr; }
 
@@ -29,6 +33,7 @@ class TargetHost {
   std::optional<MachineSession> machine_;
   std::optional<varnel::simulator::SimulatedHost> simulated_;
   std::optional<varnel::ScopedHost> current_;
+  std::optional<std::filesystem::path> journalFolder_;
 };
 
 }  // namespace varnelctl

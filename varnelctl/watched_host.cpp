@@ -66,7 +66,10 @@ class WatchedBackup final : public varnel::ForwardingBackup {
                  [&] { return ForwardingBackup::AddComponent(instance, writer, type, logicalPath, name); });
   }
   HRESULT STDMETHODCALLTYPE StartSnapshotSet(VSS_ID* setId) override {
-    return Watch(ServiceCall::StartSnapshotSet, [&] { return ForwardingBackup::StartSnapshotSet(setId); });
+    const HRESULT result =
+        Watch(ServiceCall::StartSnapshotSet, [&] { return ForwardingBackup::StartSnapshotSet(setId); });
+    if (watcher_ != nullptr && SUCCEEDED(result) && setId != nullptr) watcher_->AfterStartSnapshotSet(*setId);
+    return result;
   }
   HRESULT STDMETHODCALLTYPE AddToSnapshotSet(VSS_PWSZ volume, VSS_ID provider, VSS_ID* snapshot) override {
     const HRESULT result = Watch(ServiceCall::AddToSnapshotSet,

@@ -38,6 +38,8 @@ class RequestWatcher {
   /// The call was answered. For one that starts an operation: the operation has ended, or could not be started, waited
   /// for or asked. Must not throw.
   virtual void After(ServiceCall /*call*/, HRESULT /*result*/) {}
+  /// Follows the After of StartSnapshotSet that named a set. Must not throw.
+  virtual void AfterStartSnapshotSet(const VSS_ID& /*setId*/) {}
   /// Follows the After of AddToSnapshotSet. `volume` is its unique name. Must not throw.
   virtual void AfterAddToSnapshotSet(std::wstring_view /*volume*/, HRESULT /*result*/) {}
 };

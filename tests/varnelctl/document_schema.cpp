@@ -13,36 +13,49 @@ namespace {
 
 using Adapter = valijson::adapters::NlohmannJsonAdapter;
 
+nlohmann::json ReadSchema(const char* path) {
+  std::ifstream file(path, std::ios::binary);
+  return nlohmann::json::parse(file);
+}
+
 class CompiledSchema {
  public:
-  CompiledSchema() { valijson::SchemaParser().populateSchema(Adapter(DocumentSchema()), schema_); }
-  const valijson::Schema& Get() const { return schema_; }
+  CompiledSchema(const char* name, const nlohmann::json& schema) : name_(name) {
+    valijson::SchemaParser().populateSchema(Adapter(schema), schema_);
+  }
+
+  std::vector<std::string> Errors(const nlohmann::json& document) const {
+    valijson::ValidationResults results;
+    valijson::Validator().validate(schema_, Adapter(document), &results);
+    std::vector<std::string> errors;
+    for (const valijson::ValidationResults::Error& error : results) {
+      std::string text;
+      for (const std::string& place : error.context) text += place;
+      errors.push_back(text + ": " + error.description + " (docs/" + name_ + ")");
+    }
+    return errors;
+  }
 
  private:
+  std::string name_;
   valijson::Schema schema_;
 };
 
 }  // namespace
 
 const nlohmann::json& DocumentSchema() {
-  static const nlohmann::json schema = [] {
-    std::ifstream file(VARNEL_DOCUMENT_SCHEMA, std::ios::binary);
-    return nlohmann::json::parse(file);
-  }();
+  static const nlohmann::json schema = ReadSchema(VARNEL_DOCS "/varnelctl.schema.json");
   return schema;
 }
 
 std::vector<std::string> SchemaErrors(const nlohmann::json& document) {
-  static const CompiledSchema schema;
-  valijson::ValidationResults results;
-  valijson::Validator().validate(schema.Get(), Adapter(document), &results);
-  std::vector<std::string> errors;
-  for (const valijson::ValidationResults::Error& error : results) {
-    std::string text;
-    for (const std::string& place : error.context) text += place;
-    errors.push_back(text + ": " + error.description + " (docs/varnelctl.schema.json)");
-  }
-  return errors;
+  static const CompiledSchema schema("varnelctl.schema.json", DocumentSchema());
+  return schema.Errors(document);
+}
+
+std::vector<std::string> JournalSchemaErrors(const nlohmann::json& entry) {
+  static const CompiledSchema schema("journal.schema.json", ReadSchema(VARNEL_DOCS "/journal.schema.json"));
+  return schema.Errors(entry);
 }
 
 }  // namespace varnel::test

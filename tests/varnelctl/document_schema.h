@@ -14,4 +14,7 @@ const nlohmann::json& DocumentSchema();
 /// there. A key that the schema does not know is named.
 std::vector<std::string> SchemaErrors(const nlohmann::json& document);
 
+/// The same of docs/journal.schema.json against an entry of the journal.
+std::vector<std::string> JournalSchemaErrors(const nlohmann::json& entry);
+
 }  // namespace varnel::test

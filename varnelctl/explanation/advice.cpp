@@ -648,6 +648,12 @@ constexpr Advice kAdvice[] = {
      "stands, "
      "so do not take it again only for this.",
      kHost},
+    {AdviceKind::Case, 0, advice::kJournal,
+     "The journal, where every request is remembered so that no set is lost, cannot be read or written.",
+     "Make room and access for the folder of the message: it must belong to the administrators, the system or who runs "
+     "varnelctl. Or name another with --journal DIR. With --no-journal a set that a killed run leaves is listed by "
+     "nobody.",
+     kHost},
     {AdviceKind::Case, 0, advice::kInterrupted, "Somebody ended the run, and the request was completed as a failure.",
      "Run the command again. What is left of the set is listed with the message.", kNobody},
     {AdviceKind::Case, 0, advice::kOtherCode, "A code that varnelctl has no advice for.",

@@ -41,6 +41,7 @@ inline constexpr std::string_view kCheckerFailed = "checker-failed";
 inline constexpr std::string_view kCopiesLeft = "copies-left";
 inline constexpr std::string_view kSessionOpen = "session-open";
 inline constexpr std::string_view kOutputLost = "output-lost";
+inline constexpr std::string_view kJournal = "journal";
 inline constexpr std::string_view kInterrupted = "interrupted";
 inline constexpr std::string_view kOtherCode = "other-code";
 }  // namespace advice

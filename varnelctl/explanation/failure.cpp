@@ -88,6 +88,18 @@ Failure Ended(const Interrupted& interrupted) {
   return failure;
 }
 
+Failure Unremembered(const JournalError& error) {
+  Failure failure = Plain(ExitStatus::Usage, error.what());
+  failure.explain = advice::kJournal;
+  return failure;
+}
+
+Failure Missing(const NotContained& error) {
+  Failure failure = Plain(ExitStatus::NotContained, error.what());
+  failure.details = error.objects();
+  return failure;
+}
+
 Failure Check(const FailedCheck& check) {
   Failure failure;
   failure.status = ExitStatus::VerificationFailure;
@@ -151,10 +163,10 @@ Failure DescribeFailure(const std::exception_ptr& exception, std::string_view ca
     return Check(check);
   } catch (const UsageError& error) {
     return Plain(ExitStatus::Usage, error.what());
+  } catch (const JournalError& error) {
+    return Unremembered(error);
   } catch (const NotContained& error) {
-    Failure failure = Plain(ExitStatus::NotContained, error.what());
-    failure.details = error.objects();
-    return failure;
+    return Missing(error);
   } catch (const ValidationFailure& error) {
     return Refusal(error);
   } catch (const varnel::simulator::HostFileError& error) {

@@ -90,6 +90,12 @@ struct Failure {
   int backupStatus = -1;  ///< what SetBackupStatus is told: the alert code or the thrown HRESULT, else -1
 };
 
+/// What a request does cannot be remembered: names the place, the reason and what to do.
+class JournalError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 /// A set was taken, but what was asked for besides was not done, or nobody can say whether it was.
 class NotAllDone : public std::runtime_error {
  public:

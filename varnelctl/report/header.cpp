@@ -15,14 +15,6 @@ namespace {
 
 using Ticks = std::chrono::duration<long long, std::ratio<1, 10'000'000>>;  // FILETIME's
 
-std::optional<std::string> ComputerName(varnel::Host& host) {
-  std::array<wchar_t, 256> name{};
-  auto characters = static_cast<DWORD>(name.size());
-  // Of the machine itself: a cluster may have this process go by another name.
-  if (!host.system().GetComputerNameExW(ComputerNamePhysicalDnsHostname, name.data(), &characters)) return std::nullopt;
-  return varnel::WideToUtf8Lossy(name.data());
-}
-
 std::chrono::sys_time<Ticks> TimeOf(varnel::Host* host) {
   using std::chrono::sys_days;
   if (host == nullptr) return std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now());
@@ -67,12 +59,23 @@ std::string RequestLine(const RequestedSet& request) {
 
 }  // namespace
 
+std::optional<std::string> ComputerName() {
+  varnel::Host* const host = varnel::CurrentHostOrNull();
+  if (host == nullptr) return std::nullopt;
+  std::array<wchar_t, 256> name{};
+  auto characters = static_cast<DWORD>(name.size());
+  // Of the machine itself: a cluster may have this process go by another name.
+  if (!host->system().GetComputerNameExW(ComputerNamePhysicalDnsHostname, name.data(), &characters))
+    return std::nullopt;
+  return varnel::WideToUtf8Lossy(name.data());
+}
+
 Header ReadHeader(const std::vector<std::string>& arguments, std::optional<RequestedSet> request) {
   varnel::Host* const host = varnel::CurrentHostOrNull();
   Header header{VARNELCTL_VERSION, {}, {}, Iso8601(TimeOf(host)), {}, std::move(request)};
   for (const std::string& argument : arguments) header.commandLine.push_back(Utf8(argument));
   if (host != nullptr) {
-    header.host = ComputerName(*host);
+    header.host = ComputerName();
     header.process = host->processes().GetCurrentProcessId();
   }
   return header;

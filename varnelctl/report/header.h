@@ -28,6 +28,9 @@ struct Header {
   std::optional<RequestedSet> request;
 };
 
+/// As the current host says it, of itself; nothing where it does not, or there is none.
+std::optional<std::string> ComputerName();
+
 /// Asks the current host, if there is one; without one the time is this process's. Throws nothing for what a host does
 /// not say.
 Header ReadHeader(const std::vector<std::string>& arguments, std::optional<RequestedSet> request);

@@ -2,6 +2,7 @@
 
 #include "varnelctl/sets/database_check.h"
 #include "varnelctl/sets/follow_up.h"
+#include "varnelctl/sets/request_journal.h"
 #include "varnelctl/sets/request_run.h"
 #include "varnelctl/sets/snapshot_steps.h"
 
@@ -11,14 +12,21 @@ namespace {
 class SnapshotRun final : private RequestRun, private RequestWatcher {
  public:
   SnapshotRun(Session& session, const SnapshotOptions& options, SnapshotOutcome& outcome)
-      : RequestRun(session, options, outcome), followUp_(session, options, outcome, phases_) {}
+      : RequestRun(session, options, outcome),
+        followUp_(session, options, outcome, phases_),
+        journal_(session, options, outcome) {}
 
   void Run() {
-    Attempt([&] { Sequence(); });
+    Attempt([&] {
+      journal_.BeginRequest();
+      Sequence();
+    });
     ExplainFailure(refusedVolume_);
     Complete();
+    Attempt([&] { journal_.BeginFollowUp(); });
     followUp_.Run();
     followUp_.TellWhatIsLeft();
+    journal_.NoteEnd();
     Conclude();
     if (outcome_.taken) FindProvider();
   }
@@ -26,6 +34,7 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
  private:
   // Each call belongs to the step that it begins, or to the one at hand.
   void Before(ServiceCall call) override {
+    Remember(call);
     switch (call) {
       case ServiceCall::AddComponent:
         return phases_.Enter(step::kAdding);
@@ -44,7 +53,14 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
   }
   void After(ServiceCall call, HRESULT result) override {
     if (call == ServiceCall::GatherWriterMetadata && SUCCEEDED(result)) phases_.Enter(step::kSelecting);
+    if (call == ServiceCall::DoSnapshotSet && SUCCEEDED(result)) journal_.NoteTaken();
   }
+  // The identifier is remembered before anything is done to the set.
+  void Remember(ServiceCall call) {
+    if (const auto setId = std::exchange(newSet_, std::nullopt)) journal_.NameSet(*setId);
+    if (call == ServiceCall::DoSnapshotSet) journal_.BeginSnapshot();
+  }
+  void AfterStartSnapshotSet(const VSS_ID& setId) override { newSet_ = setId; }
   void AfterAddToSnapshotSet(std::wstring_view volume, HRESULT result) override {
     if (FAILED(result)) refusedVolume_ = volume;
   }
@@ -88,9 +104,11 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
     const int code = outcome_.failure ? outcome_.failure->backupStatus : 0;
     outcome_.gotThrough = outcome_.taken && (!outcome_.failure || GotThrough(*outcome_.failure));
     Attempt([&] { outcome_.shadowCopies = FindShadowCopies(requestor_, locations_, outcome_.enumerator); });
+    journal_.NoteCopies();
     followUp_.LookBeforeCompletion();
     Attempt([&] { phases_.RunAnyway(step::kCompleting, [&] { TellWriters(code); }); });
     followUp_.LookAfterCompletion();
+    journal_.NoteCompleted();
   }
 
   // Messages are no failure of the completion: the writers were told, and the set is there.
@@ -116,7 +134,9 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
   }
 
   FollowUp followUp_;
-  std::wstring refusedVolume_;  // that AddToSnapshotSet failed for
+  RequestJournal journal_;
+  std::optional<VSS_ID> newSet_;  // not yet remembered
+  std::wstring refusedVolume_;    // that AddToSnapshotSet failed for
   const WatchedHost::Watching watching_{outcome_.host, *this};
 };
 
