@@ -49,7 +49,8 @@ class Reader {
     const CLI::App* const command = CommandNamed(word);
     const bool wanted = command_ == nullptr || command_->get_name() == "help";
     if (wanted && command == nullptr) return word.starts_with('/') ? UnknownOption(word) : UnknownCommand(word);
-    if (!wanted) return command == nullptr ? UnknownArgument(word) : OneAtATime(*command);
+    if (!wanted && command == nullptr) return TakesWords() ? std::string() : UnknownArgument(word);
+    if (!wanted) return OneAtATime(*command);
     if (command_ == nullptr) command_ = command;
     return {};
   }
@@ -80,6 +81,13 @@ class Reader {
   const CLI::Option* OptionNamed(const std::string& name) const {
     const CLI::Option* const own = command_ == nullptr ? nullptr : command_->get_option_no_throw(name);
     return own != nullptr ? own : app_.get_option_no_throw(name);
+  }
+
+  // The command says itself what is wrong with its words.
+  bool TakesWords() const {
+    const std::vector<const CLI::Option*> options = command_->get_options();
+    return std::any_of(options.begin(), options.end(),
+                       [](const CLI::Option* option) { return option->get_positional(); });
   }
 
   // With two dashes each.

@@ -1,36 +1,14 @@
 // A program that makes a request on a host with a state file and may kill itself at a call: see killed_request.h. With
 // "rounds N" in place of where to end it makes N requests, each as soon as other processes let it.
-#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <thread>
 
+#include "tests/faults/kill_here.h"
 #include "tests/faults/killed_request.h"
-
-#ifndef _WIN32
-#include <csignal>
-#endif
 
 namespace varnel::test {
 namespace {
-
-[[noreturn]] void KillThisProcess() {
-#ifdef _WIN32
-  ::TerminateProcess(::GetCurrentProcess(), 137);
-#else
-  std::raise(SIGKILL);
-#endif
-  std::abort();
-}
-
-void KillAt(simulator::SimulatedHost& host, std::string_view where, int number) {
-  host.faults().TellCallsTo([=](int call) {
-    if (where == kBeforeCall && call == number) KillThisProcess();
-  });
-  host.calls().SendTo([=, line = 0](const std::string&) mutable {
-    if (++line == number && where == kAfterCall) KillThisProcess();
-  });
-}
 
 void TakeOneWhenPossible() {
   for (;;) {

@@ -12,9 +12,7 @@
 
 namespace varnel::test {
 
-/// What the killed program is told: SCENARIO STATE-FILE, and WHERE NUMBER for its end.
-inline constexpr std::string_view kBeforeCall = "before";  // the nth call that the fault plan counts
-inline constexpr std::string_view kAfterCall = "after";    // the nth line of the call log: done, and not yet told
+// The killed program is told: SCENARIO STATE-FILE, and WHERE NUMBER for its end.
 
 /// "plain" goes with its process; the others are persistent, and "kept", broken, masked or deleted at the end. Those
 /// whose name ends in "-complete" are on a host that completes what was under way.

@@ -9,6 +9,7 @@
 #include "simulator/machine/shared_state.h"
 #include "simulator/vss/snapshot_service.h"
 #include "tests/faults/child_program.h"
+#include "tests/faults/kill_here.h"
 #include "tests/faults/killed_request.h"
 #include "tests/faults/sample.h"
 #include "tests/support/host_fixture.h"

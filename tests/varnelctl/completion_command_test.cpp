@@ -127,7 +127,7 @@ TEST_F(Completion, ASetThatIsKeptOutlivesTheProgram) {
   EXPECT_EQ(SnapshotJson({"--context", "app-rollback"})["setState"], "kept");
   EXPECT_EQ(ListedCopies(), 2u);
   EXPECT_THAT(Snapshot({"--context", "app-rollback"}).out,
-              HasSubstr("}: kept until it is deleted\n  end it with diskshadow: delete shadows set {"));
+              HasSubstr("}: kept until it is deleted\n  end it with varnelctl sets delete {"));
 }
 
 TEST_F(Completion, AThrownCodeIsPassedOnAsItIs) {
@@ -288,8 +288,8 @@ TEST_F(Completion, ShadowCopiesThatCannotBeDeletedAreTold) {
   EXPECT_THAT(result.err, HasSubstr("warning: --then mask is left out: the request failed\n"));
   EXPECT_THAT(result.err,
               HasSubstr("\n  left of snapshot set {00000002-5e1f-4c3d-9a0b-000000000000}: F:\\ (shadow copy "
-                        "{00000004-5e1f-4c3d-9a0b-000000000000}); to be deleted in diskshadow with: delete "
-                        "shadows set {00000002-5e1f-4c3d-9a0b-000000000000}\n"));
+                        "{00000004-5e1f-4c3d-9a0b-000000000000}); to be deleted with: varnelctl sets "
+                        "delete {00000002-5e1f-4c3d-9a0b-000000000000}\n"));
   EXPECT_EQ(ListedCopies(), 1u);
 }
 
@@ -318,8 +318,8 @@ TEST_F(Completion, ShadowCopiesThatMayGoWithTheProgramAreToldSo) {
   host().faults().FailDeletion({L"TSL0001", VSS_E_PROVIDER_VETO});
 
   EXPECT_THAT(Snapshot({}, 10).err, AllOf(HasSubstr(": E:\\ (shadow copy "), HasSubstr(", F:\\ (shadow copy "),
-                                          HasSubstr("; what is still there after this program has ended is deleted in "
-                                                    "diskshadow with: delete shadows set {")));
+                                          HasSubstr("; what is still there after this program has ended is deleted "
+                                                    "with: varnelctl sets delete {")));
 }
 
 TEST_F(Completion, AnInterruptedRunWhoseSetIsLeftKeepsItsStatus) {
@@ -449,7 +449,7 @@ TEST_F(Completion, ADeletionThatStopsHalfwayTellsWhatIsLeft) {
   EXPECT_EQ(result.err,
             "varnelctl: deleting the set failed: VSS_E_PROVIDER_VETO (0x80042306)\n"
             "  left of snapshot set {00000002-5e1f-4c3d-9a0b-000000000000}: F:\\ (shadow copy "
-            "{00000004-5e1f-4c3d-9a0b-000000000000}); to be deleted in diskshadow with: delete shadows set "
+            "{00000004-5e1f-4c3d-9a0b-000000000000}); to be deleted with: varnelctl sets delete "
             "{00000002-5e1f-4c3d-9a0b-000000000000}\n");
   EXPECT_THAT(result.out, HasSubstr("}: kept until it is deleted, because 1 shadow copy could not be deleted\n"));
 }

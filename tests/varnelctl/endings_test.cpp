@@ -122,8 +122,8 @@ TEST_F(EndingCommand, ADeletionThatLeavesCopiesAlthoughItSucceedsIs18) {
                                     "there\n  left of snapshot set ") +
                             kSet +
                             ": E:\\ (shadow copy {00000003-5e1f-4c3d-9a0b-000000000000}), F:\\ (shadow copy "
-                            "{00000004-5e1f-4c3d-9a0b-000000000000}); to be deleted in diskshadow with: delete "
-                            "shadows set " +
+                            "{00000004-5e1f-4c3d-9a0b-000000000000}); to be deleted with: varnelctl sets "
+                            "delete " +
                             kSet + "\n");
   EXPECT_THAT(result.out, HasSubstr("deleting the set: failed (0 ms)\n"));
   EXPECT_THAT(result.out, HasSubstr("}: kept until it is deleted, because 2 shadow copies could not be deleted\n"));

@@ -46,6 +46,7 @@ std::unique_ptr<Command> MakeDisksCommand();
 std::unique_ptr<Command> MakeExplainCommand();
 std::unique_ptr<Command> MakePlanCommand();
 std::unique_ptr<Command> MakeProvidersCommand();
+std::unique_ptr<Command> MakeSetsCommand();
 std::unique_ptr<Command> MakeSnapshotCommand();
 std::unique_ptr<Command> MakeWritersCommand();
 

@@ -633,15 +633,21 @@ constexpr Advice kAdvice[] = {
      "database or restore it. --skip-db-verification only keeps a copy of the damaged state.",
      kApplication},
     {AdviceKind::Case, 0, advice::kCopiesLeft, "Shadow copies of the set could not be deleted and take up room.",
-     "In diskshadow, started elevated: delete shadows set {ID}, with the set's identifier of the message. If that "
-     "fails "
-     "too, close what uses the copies' disks, and delete them in the array's management.",
+     "varnelctl sets delete {ID}, with the set's identifier of the message, deletes them. If that fails too, close "
+     "what "
+     "uses the copies' disks and try again; the last resort is to delete them in the array's management.",
      kArray},
     {AdviceKind::Case, 0, advice::kSessionOpen, "An iSCSI session of the set's disks did not end.",
      "Close what uses its disks (an Explorer window, a backup, a check) and bring them offline in disk management. "
      "Then "
      "iscsicli SessionList names the session of the message's target, and iscsicli LogoutTarget SESSIONID ends it.",
      kHost},
+    {AdviceKind::Case, 0, advice::kSetElsewhere,
+     "A set could not be ended from here: this host does not see its disks, or the service or the initiator refused.",
+     "Look at it with varnelctl sets show {ID}. What failed for a while is ended by another varnelctl sets clean-up. A "
+     "set whose disks are not seen here is deleted in the array's management, and then the journal's file of the "
+     "message.",
+     kArray},
     {AdviceKind::Case, 0, advice::kOutputLost,
      "A file, the log or the output was not written whole: part of the results is lost.",
      "Make room where it was written, or name another place. What the command did is done: a set that was taken "

@@ -40,6 +40,7 @@ inline constexpr std::string_view kCheckerMissing = "checker-missing";
 inline constexpr std::string_view kCheckerFailed = "checker-failed";
 inline constexpr std::string_view kCopiesLeft = "copies-left";
 inline constexpr std::string_view kSessionOpen = "session-open";
+inline constexpr std::string_view kSetElsewhere = "set-elsewhere";
 inline constexpr std::string_view kOutputLost = "output-lost";
 inline constexpr std::string_view kJournal = "journal";
 inline constexpr std::string_view kInterrupted = "interrupted";

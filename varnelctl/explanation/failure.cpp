@@ -120,6 +120,10 @@ Failure Thrown(std::string_view call, long hr) {
 
 }  // namespace
 
+std::string Describe(const CallFailure& failure) {
+  return FailedCall(failure.what(), failure.hresult()).message;
+}
+
 void ThrowLastError(const char* call) {
   throw CallFailure(call, varnel::HResultFromWin32(varnel::LastErrorOrGeneric()));
 }

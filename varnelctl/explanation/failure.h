@@ -31,6 +31,9 @@ class CallFailure : public std::exception {
   HRESULT hr_;
 };
 
+/// "CALL failed: NAME (0x...)"
+std::string Describe(const CallFailure& failure);
+
 /// Throws CallFailure for a failed call.
 inline void CheckCall(const char* call, HRESULT hr) {
   if (FAILED(hr)) throw CallFailure(call, hr);
@@ -107,6 +110,16 @@ class NotAllDone : public std::runtime_error {
  private:
   std::optional<HRESULT> hresult_;
 };
+
+/// What `question` answers; a failure of it is told as one to find out `what`. Throws NotAllDone.
+template <class Question>
+auto Checked(const std::string& what, Question question) {
+  try {
+    return question();
+  } catch (const CallFailure& failure) {
+    throw NotAllDone(what + " could not be checked: " + Describe(failure), failure.hresult());
+  }
+}
 
 /// Whether it is mere messages about a set that exists.
 bool GotThrough(const Failure& failure);

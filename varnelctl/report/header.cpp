@@ -15,13 +15,16 @@ namespace {
 
 using Ticks = std::chrono::duration<long long, std::ratio<1, 10'000'000>>;  // FILETIME's
 
+std::chrono::sys_time<Ticks> TimeAt(long long ticks) {
+  return std::chrono::sys_days(std::chrono::year(1601) / 1 / 1) + Ticks(ticks);
+}
+
 std::chrono::sys_time<Ticks> TimeOf(varnel::Host* host) {
-  using std::chrono::sys_days;
   if (host == nullptr) return std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now());
   FILETIME time{};
   host->time().GetSystemTimeAsFileTime(&time);
   const auto ticks = static_cast<unsigned long long>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
-  return sys_days(std::chrono::year(1601) / 1 / 1) + Ticks(static_cast<long long>(ticks));
+  return TimeAt(static_cast<long long>(ticks));
 }
 
 std::string Iso8601(std::chrono::sys_time<Ticks> time) {
@@ -58,6 +61,16 @@ std::string RequestLine(const RequestedSet& request) {
 }
 
 }  // namespace
+
+std::string UtcText(long long fileTime) {
+  return Iso8601(TimeAt(fileTime));
+}
+
+std::string CommandLineText(const std::vector<std::string>& arguments) {
+  std::string line = "varnelctl";
+  for (const std::string& argument : arguments) line += ' ' + Shown(argument);
+  return line;
+}
 
 std::optional<std::string> ComputerName() {
   varnel::Host* const host = varnel::CurrentHostOrNull();

@@ -28,6 +28,12 @@ struct Header {
   std::optional<RequestedSet> request;
 };
 
+/// "2026-11-20T18:52:44.123Z" \param fileTime 100 ns since 1601.
+std::string UtcText(long long fileTime);
+
+/// "varnelctl snapshot --disk \"A B\"": for people.
+std::string CommandLineText(const std::vector<std::string>& arguments);
+
 /// As the current host says it, of itself; nothing where it does not, or there is none.
 std::optional<std::string> ComputerName();
 

@@ -7,6 +7,7 @@
 #include "varnelctl/console/text.h"
 #include "varnelctl/report/document.h"
 #include "varnelctl/report/not_in_set.h"
+#include "varnelctl/report/sets_report.h"
 
 namespace varnelctl {
 namespace {
@@ -68,12 +69,6 @@ Json ShadowCopyJson(const ShadowCopyView& copy) {
           {"device", WideToUtf8Lossy(copy.volume.snapshotDeviceName)},
           {"disk", WideToUtf8Lossy(copy.disk.diskName)},
           {"serialNumber", WideToUtf8Lossy(copy.disk.serialNumber)}};
-}
-
-Json ListedCopyJson(const ListedCopy& copy) {
-  return {{"snapshotId", WideToUtf8Lossy(copy.snapshotId)},
-          {"volume", WideToUtf8Lossy(copy.volume)},
-          {"device", WideToUtf8Lossy(copy.device)}};
 }
 
 Json SessionJson(const IscsiSession& session) {

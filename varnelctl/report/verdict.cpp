@@ -30,14 +30,10 @@ std::string LifetimeOf(const SnapshotOutcome& outcome) {
                                  : "unknown, as the service did not say whether it is still there";
 }
 
-std::string CountedCopies(const std::vector<ListedCopy>& copies) {
-  return std::to_string(copies.size()) + (copies.size() == 1 ? " shadow copy" : " shadow copies");
-}
-
 // Why the set is in this state after a failure.
 std::string WhyIn(const SnapshotOutcome& outcome) {
   if (!outcome.copiesLeft.empty()) {
-    return ", because " + CountedCopies(outcome.copiesLeft) + " could not be deleted";
+    return ", because " + CountedCopies(outcome.copiesLeft.size()) + " could not be deleted";
   }
   if (outcome.gotThrough) return {};
   switch (outcome.setState) {
@@ -58,7 +54,7 @@ std::string SetName(const SnapshotOutcome& outcome) {
 }
 
 std::string CopiesLeft(const SnapshotOutcome& outcome) {
-  return CountedCopies(outcome.copiesLeft) + " of " + SetName(outcome) +
+  return CountedCopies(outcome.copiesLeft.size()) + " of " + SetName(outcome) +
          (outcome.copiesLeft.size() == 1 ? " is left" : " are left");
 }
 
@@ -176,7 +172,7 @@ const char* WordFor(SetState state) {
 }
 
 std::string CommandThatEnds(const std::string& setId) {
-  return "diskshadow: delete shadows set " + setId;
+  return "varnelctl sets delete " + setId;
 }
 
 std::string_view FirstSentence(std::string_view message) {

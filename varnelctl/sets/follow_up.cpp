@@ -5,6 +5,7 @@
 
 #include "varnelctl/console/text.h"
 #include "varnelctl/explanation/advice.h"
+#include "varnelctl/report/verdict.h"
 #include "varnelctl/sets/snapshot_steps.h"
 
 namespace varnelctl {
@@ -16,22 +17,6 @@ struct FollowUp::Step {
   std::optional<SetState> result;  // nothing: the set stays what it is
   std::function<void()> action;
 };
-
-namespace {
-
-// What `question` answers; a failure of it is told as one to find out `what`.
-template <class Question>
-auto Checked(const char* what, Question question) {
-  try {
-    return question();
-  } catch (const CallFailure& failure) {
-    throw NotAllDone(std::string(what) +
-                         " could not be checked: " + DescribeFailure(std::current_exception(), failure.what()).message,
-                     failure.hresult());
-  }
-}
-
-}  // namespace
 
 void FollowUp::LookBeforeCompletion() {
   if (!outcome_.gotThrough && MayBeListed()) copiesBefore_ = AskForCopies();
@@ -85,30 +70,21 @@ void FollowUp::TellWhatIsLeft() {
 }
 
 void FollowUp::TellCopiesLeft() {
-  const std::string setId = Printable(requestor_.GetSnapShotSetId());
-  std::string copies;
-  for (const ListedCopy& copy : outcome_.copiesLeft) {
-    copies +=
-        (copies.empty() ? "" : ", ") + Printable(SourceOf(copy)) + " (shadow copy " + Printable(copy.snapshotId) + ")";
-  }
+  const std::wstring setId = requestor_.GetSnapShotSetId();
+  std::vector<std::wstring> sources;
+  for (const ListedCopy& copy : outcome_.copiesLeft) sources.push_back(SourceOf(copy));
   const char* const remedy = outcome_.setState == SetState::Released
-                                 ? "; what is still there after this program has ended is deleted in diskshadow with: "
-                                 : "; to be deleted in diskshadow with: ";
-  outcome_.failure->details.push_back("left of snapshot set " + setId + ": " + copies + remedy + "delete shadows set " +
-                                      setId);
+                                 ? "; what is still there after this program has ended is deleted with: "
+                                 : "; to be deleted with: ";
+  outcome_.failure->details.push_back(CopiesLeftText(setId, outcome_.copiesLeft, sources) + remedy +
+                                      CommandThatEnds(Printable(setId)));
 }
 
 void FollowUp::TellSessionsLeft() {
   for (const IscsiSession& session : outcome_.sessionsLeft) {
     std::string disks;
-    for (const auto& disk : session.disks) {
-      disks += (disks.empty() ? "" : ", ") +
-               (disk.serialNumber.empty() ? Printable(disk.diskName) : Quoted(disk.serialNumber));
-    }
-    outcome_.failure->details.push_back("iSCSI session " + session.sessionId + " to target " +
-                                        Printable(session.targetName) + " carries " + disks +
-                                        ": end what holds the disk, then log out with: iscsicli LogoutTarget " +
-                                        session.sessionId + " (iscsicli SessionList shows what is open)");
+    for (const auto& disk : session.disks) disks += (disks.empty() ? "" : ", ") + NameOfDisk(disk);
+    outcome_.failure->details.push_back(SessionLeftText(session.sessionId, session.targetName, disks));
   }
 }
 
@@ -179,11 +155,7 @@ std::vector<FollowUp::Step> FollowUp::StepsWanted() {
 
 void FollowUp::Delete() {
   requestor_.DeleteSnapshotSet(session_.errorDetails);
-  if (!MayBeListed()) return;
-  const auto ask = [&] { return ListShadowCopies(requestor_.GetSnapShotSetId()); };
-  if (!Checked("whether the set is gone", ask).empty()) {
-    throw NotAllDone("the deletion succeeded, but shadow copies of the set are still there");
-  }
+  if (MayBeListed()) RequireGone(requestor_.GetSnapShotSetId());
 }
 
 // The library gives up on a session that does not end and tells of it in its log alone.

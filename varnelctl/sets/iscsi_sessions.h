@@ -1,12 +1,33 @@
-// The iSCSI sessions of this host that carry disks of a set.
+// The iSCSI sessions of this host, and which of them carry disks of a set.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "platform/iscsi.h"
 #include "platform/tessel/TesselCommonClasses.h"
 
 namespace varnelctl {
+
+/// A device of a session, by what the initiator tells of it.
+struct SessionDevice {
+  std::wstring name;          ///< empty where it was not told
+  std::optional<DWORD> disk;  ///< its number; nothing when it is no disk
+};
+
+struct OpenSession {
+  std::wstring targetName;
+  std::string sessionId;  ///< as iscsicli writes and takes it
+  varnel::iscsi::UniqueSessionId id{};
+  std::vector<SessionDevice> devices;
+};
+
+/// The open sessions. One that is busy is asked again. Throws CallFailure.
+std::vector<OpenSession> ListSessions();
+
+/// Ends a session, as the library does: tries five times, which its log tells. \return whether it has ended.
+bool LogOut(OpenSession& session);
 
 /// An open session and those of the disks that it carries.
 struct IscsiSession {
@@ -15,7 +36,13 @@ struct IscsiSession {
   std::vector<TesselCommonClasses::WindowsDiskDevice> disks;
 };
 
-/// The open sessions that carry one of these disks. A session that is busy is asked again. Throws CallFailure.
+/// The open sessions that carry one of these disks. Throws CallFailure.
 std::vector<IscsiSession> FindSessionsOf(const std::vector<TesselCommonClasses::WindowsDiskDevice>& disks);
+
+/// How people know a disk: by its serial number, which stands in quotes, or else by its name.
+std::string NameOfDisk(const TesselCommonClasses::WindowsDiskDevice& disk);
+
+/// What to do about a session that is left. \param carries disks for people.
+std::string SessionLeftText(const std::string& sessionId, const std::wstring& targetName, const std::string& carries);
 
 }  // namespace varnelctl

@@ -66,7 +66,8 @@ struct JournalEntry {
   std::vector<std::string> disks;  ///< the serial numbers that were asked for
   std::uint32_t context = 0;
   JournalStage stage = JournalStage::Begun;
-  std::optional<JournalEnd> end;  ///< with the last stage
+  /// With the last stage. Kept also while such a set is broken or masked: it is not ended for that.
+  std::optional<JournalEnd> end;
   std::wstring setId;             ///< "{...}", empty before StartSnapshotSet
   bool disconnected = false;      ///< its iSCSI sessions were ended
   std::vector<JournalCopy> copies;

@@ -106,7 +106,9 @@ void RequireVersion(const JsonNode& document) {
 }
 
 void RequireSense(const JsonNode& document, const JournalEntry& entry) {
-  if ((entry.stage == JournalStage::Ended) != entry.end.has_value()) {
+  const bool mayGoOn = entry.stage == JournalStage::Breaking || entry.stage == JournalStage::Masking;
+  const bool isKept = mayGoOn && entry.end == JournalEnd::Kept;
+  if ((entry.stage == JournalStage::Ended) != entry.end.has_value() && !isKept) {
     document.Fail("\"end\" stands with the stage \"ended\", and only there");
   }
   const bool hasSet = entry.stage != JournalStage::Begun && entry.end != JournalEnd::Nothing;

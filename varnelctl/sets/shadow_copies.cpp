@@ -1,36 +1,11 @@
 #include "varnelctl/sets/shadow_copies.h"
 
-#include "core/alerts.h"
-#include "core/vss_call.h"
-#include "platform/host.h"
-#include "platform/owners.h"
-#include "text/guid.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/explanation/failure.h"
-#include "varnelctl/vss_object.h"
 
 namespace varnelctl {
-namespace {
 
 using TesselCommonClasses::DiskAndVolumeEnumerator;
-using varnel::ComPtr;
-
-// Asks an object of its own: the requestor's has a context, and the service lists to it only what was made in that one.
-ComPtr<IVssEnumObject> QueryAllShadowCopies(ComPtr<IVssBackupComponents>& vss) {
-  CheckCall("CreateVssBackupComponents",
-            varnel::Delivered(varnel::CurrentHost().vss().CreateVssBackupComponents(vss.Put()), vss));
-  CheckCall("IVssBackupComponents::InitializeForBackup", vss->InitializeForBackup(nullptr));
-  CheckCall("IVssBackupComponents::SetContext", vss->SetContext(static_cast<LONG>(VSS_CTX_ALL)));
-  ComPtr<IVssEnumObject> list;
-  CheckCall("IVssBackupComponents::Query", vss->Query(GUID{}, VSS_OBJECT_NONE, VSS_OBJECT_SNAPSHOT, list.Put()));
-  return list;
-}
-
-std::wstring TextOrEmpty(const wchar_t* text) {
-  return text == nullptr ? L"" : text;
-}
-
-}  // namespace
 
 std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor, VolumeLocations& locations,
                                              DiskAndVolumeEnumerator& enumerator) {
@@ -62,18 +37,28 @@ std::string VolumesOfSet(const CVarnel& requestor, VolumeLocations& locations) {
   return all;
 }
 
+// Asks an object of its own: the requestor's has a context, and the service lists to it only what was made in that one.
 std::vector<ListedCopy> ListShadowCopies(const std::wstring& setId) {
-  ComPtr<IVssBackupComponents> vss;
-  const ComPtr<IVssEnumObject> list = QueryAllShadowCopies(vss);
-  std::vector<ListedCopy> copies;
-  if (!list) return copies;
-  ForEachVssObject(*list, [&](const varnel::VssObject& object) {
-    const VSS_SNAPSHOT_PROP* copy = object.snapshot();
-    if (copy == nullptr || varnel::FormatGuid(copy->m_SnapshotSetId) != setId) return;
-    copies.push_back({varnel::FormatGuid(copy->m_SnapshotId), TextOrEmpty(copy->m_pwszOriginalVolumeName),
-                      TextOrEmpty(copy->m_pwszSnapshotDeviceObject)});
-  });
-  return copies;
+  return SetService().List(setId);
+}
+
+void RequireGone(const std::wstring& setId) {
+  if (Checked("whether the set is gone", [&] { return ListShadowCopies(setId); }).empty()) return;
+  throw NotAllDone("the deletion succeeded, but shadow copies of the set are still there");
+}
+
+std::string CountedCopies(std::size_t count) {
+  return std::to_string(count) + (count == 1 ? " shadow copy" : " shadow copies");
+}
+
+std::string CopiesLeftText(const std::wstring& setId, const std::vector<ListedCopy>& copies,
+                           const std::vector<std::wstring>& sources) {
+  std::string text;
+  for (std::size_t i = 0; i < copies.size(); ++i) {
+    text +=
+        (text.empty() ? "" : ", ") + Printable(sources[i]) + " (shadow copy " + Printable(copies[i].snapshotId) + ")";
+  }
+  return "left of snapshot set " + Printable(setId) + ": " + text;
 }
 
 }  // namespace varnelctl

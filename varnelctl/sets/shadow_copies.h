@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/varnel.h"
+#include "varnelctl/sets/set_service.h"
 #include "varnelctl/storage_view.h"
 
 namespace varnelctl {
@@ -26,15 +27,18 @@ std::vector<ShadowCopyView> FindShadowCopies(const CVarnel& requestor, VolumeLoc
 /// \param locations of the volumes.
 std::string VolumesOfSet(const CVarnel& requestor, VolumeLocations& locations);
 
-/// A shadow copy as the service lists it.
-struct ListedCopy {
-  std::wstring snapshotId;
-  std::wstring volume;  ///< the source
-  std::wstring device;
-};
-
 /// The shadow copies of this set that the service lists on this host. Transportable and broken ones it does not list.
 /// Throws CallFailure.
 std::vector<ListedCopy> ListShadowCopies(const std::wstring& setId);
+
+/// After a deletion that succeeded. Throws NotAllDone where copies of the set are there, or the service does not say.
+void RequireGone(const std::wstring& setId);
+
+/// "1 shadow copy", "3 shadow copies"
+std::string CountedCopies(std::size_t count);
+
+/// "left of snapshot set {...}: E:\ (shadow copy {...}), ..." \param sources of the copies, as people know them.
+std::string CopiesLeftText(const std::wstring& setId, const std::vector<ListedCopy>& copies,
+                           const std::vector<std::wstring>& sources);
 
 }  // namespace varnelctl
