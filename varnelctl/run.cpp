@@ -11,6 +11,7 @@
 #include "varnelctl/console/console.h"
 #include "varnelctl/console/output_file.h"
 #include "varnelctl/console/printable_log.h"
+#include "varnelctl/console/shared_watch.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/session.h"
 #include "varnelctl/target_host.h"
@@ -101,6 +102,7 @@ ExitStatus RunOnHost(const Invocation& invocation, Session& session, const LogOf
   TargetHost host(invocation.options.hostFile, invocation.options.stateFile);
   session.calls = host.calls();
   session.journal = JournalOf(invocation.options, host);
+  session.requestLock = host.requestLock();
   TellHeader(session, invocation, log);
   // A failure of the command is described while its host is still there.
   return Guarded(session, [&] { return invocation.command->Run(session); });
@@ -143,7 +145,7 @@ ExitStatus ParseAndRun(const std::vector<std::string>& arguments, Console& conso
   }
   if (!invocation.command) return ExitStatus::Done;
   const GlobalOptions& options = invocation.options;
-  Session session(console, options.format, options.verbose, arguments, std::move(interruption));
+  Session session(console, options.format, options.verbose, arguments, SharedWatch(std::move(interruption)));
   return Finish(session, invocation, RunCommand(invocation, session));
 }
 

@@ -42,6 +42,8 @@ class Session {
   const varnel::simulator::CallLog* calls = nullptr;
   /// Where requests on this host are remembered; nothing where they are not.
   std::optional<Journal> journal;
+  /// The name of the lock that requests of this host hold one at a time (sets/request_lock.h); empty for none.
+  std::string requestLock;
   /// The library's error-details argument: the alert records collected so far.
   std::string errorDetails;
   /// The step that failed, until the failure is noted.

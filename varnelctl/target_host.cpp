@@ -2,6 +2,7 @@
 
 #include "varnelctl/console/text.h"
 #include "varnelctl/sets/journal.h"
+#include "varnelctl/sets/request_lock.h"
 
 namespace varnelctl {
 
@@ -12,11 +13,13 @@ TargetHost::TargetHost(const std::optional<std::string>& hostFile, const std::op
     if (!stateFile) return;
     simulated_->KeepStateIn(PathOf(*stateFile));
     journalFolder_ = std::filesystem::absolute(PathOf(*stateFile)) += ".sets";
+    requestLock_ = RequestLockOfState(*stateFile);
   } else if (current == nullptr) {
     Simulate(varnel::simulator::SampleHost());
   } else if (current == varnel::MachineHost()) {
     machine_.emplace();
     journalFolder_ = DefaultJournalFolder();
+    requestLock_ = RequestLockOfMachine();
   }
 }
 

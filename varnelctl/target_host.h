@@ -26,10 +26,13 @@ class TargetHost {
   const std::optional<std::filesystem::path>& journalFolder() const { return journalFolder_; }
   /// The call log of a simulated host that this object made, else null.
   const varnel::simulator::CallLog* calls() { return simulated_ ? &simulated_->calls() : nullptr; }
+  /// The lock of its requests: a simulated host that only this process has needs none, nor does another's host.
+  const std::string& requestLock() const { return requestLock_; }
 
  private:
   void Simulate(varnel::simulator::HostModel model);
 
+  std::string requestLock_;  // empty for none
   std::optional<MachineSession> machine_;
   std::optional<varnel::simulator::SimulatedHost> simulated_;
   std::optional<varnel::ScopedHost> current_;

@@ -10,6 +10,7 @@
 #include "platform/win32.h"
 #include "text/unicode.h"
 #else
+#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,6 +32,8 @@ class ChildProgram {
 
   /// Its exit status, kKilled where it was killed. Once.
   int Wait();
+  /// Ends it at once, as an administrator would.
+  void Kill();
 
  private:
 #ifdef _WIN32
@@ -64,6 +67,10 @@ inline int ChildProgram::Wait() {
   return static_cast<int>(status);
 }
 
+inline void ChildProgram::Kill() {
+  ::TerminateProcess(process_, kKilled);
+}
+
 #else
 
 inline ChildProgram::ChildProgram(std::vector<std::string> arguments) {
@@ -80,6 +87,10 @@ inline int ChildProgram::Wait() {
   int status = 0;
   ::waitpid(std::exchange(process_, 0), &status, 0);
   return WIFSIGNALED(status) ? kKilled : WEXITSTATUS(status);
+}
+
+inline void ChildProgram::Kill() {
+  ::kill(process_, SIGKILL);
 }
 
 #endif

@@ -5,7 +5,7 @@
 #include "varnelctl/console/output_file.h"
 #include "varnelctl/report/snapshot_report.h"
 #include "varnelctl/sets/snapshot_options.h"
-#include "varnelctl/sets/snapshot_run.h"
+#include "varnelctl/sets/tries.h"
 
 namespace varnelctl {
 namespace {
@@ -82,14 +82,18 @@ class SnapshotCommand final : public Command {
   std::string WhatStands() const override { return whatStands_; }
 
  private:
-  ExitStatus TakeAndShow(Session& session, Outputs& outputs) {
-    SnapshotOutcome outcome(options_);
+  TriedSnapshot Take(Session& session) {
     try {
-      TakeSnapshot(session, options_, outcome);
+      return TakeSnapshotInTries(session, options_);
     } catch (const UsageError& error) {
       verdict_ = VerdictOfRefusal(error.what());
       throw;
     }
+  }
+
+  ExitStatus TakeAndShow(Session& session, Outputs& outputs) {
+    const TriedSnapshot tried = Take(session);
+    SnapshotOutcome& outcome = *tried.outcome;
     const std::string xml = varnel::WideToUtf8Lossy(outcome.requestor->GetBackupDocument());
     if (!xml.empty()) outcome.Attempt(session, [&] { outputs.document.Write(xml); });
     if (outcome.taken) {
@@ -100,6 +104,7 @@ class SnapshotCommand final : public Command {
     verdict_ = VerdictOf(outcome);
     if (session.json) {
       session.document.Set(name(), SnapshotDocument(outcome));
+      session.document.Add("tries", TriesJson(tried.tries));
     } else {
       PrintSnapshot(session.console, outcome, *verdict_, session.verbose);
     }

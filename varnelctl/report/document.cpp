@@ -30,6 +30,11 @@ void Document::Warn(const Warning& warning) {
   Event("warning", WarningJson(warning));
 }
 
+void Document::ForgetWarnings(std::size_t first, std::size_t last) {
+  const auto at = [&](std::size_t n) { return warnings_.begin() + static_cast<std::ptrdiff_t>(n); };
+  warnings_.erase(at(first), at(last));
+}
+
 void Document::Step(std::string_view name, std::string_view state, unsigned long long milliseconds) {
   Event("step", {{"name", name}, {"state", state}, {"milliseconds", milliseconds}});
 }

@@ -36,6 +36,9 @@ class Document {
   /// Nothing before Begin.
   const std::optional<Header>& header() const { return header_; }
   void Warn(const Warning& warning);
+  std::size_t warningCount() const { return warnings_.size(); }
+  /// Takes these back, where they are about something that is done anew: the whole does not have them.
+  void ForgetWarnings(std::size_t first, std::size_t last);
   /// \param state "started", "done" or "failed". \param milliseconds since it started.
   void Step(std::string_view name, std::string_view state, unsigned long long milliseconds);
   /// What the run has found. \param kind of the document: the command's name.

@@ -168,6 +168,18 @@ Json SnapshotDocument(const SnapshotOutcome& outcome) {
       {"document", WideToUtf8Lossy(outcome.requestor->GetBackupDocument())}};
 }
 
+Json TriesJson(const std::vector<Try>& tries) {
+  Json list = Json::array();
+  for (const Try& made : tries) {
+    list.push_back({{"number", list.size() + 1},
+                    {"start", made.start},
+                    {"status", static_cast<int>(made.failure ? made.failure->status : ExitStatus::Done)},
+                    {"result", ResultJson(made.failure)},
+                    {"pause", made.pause ? Json(*made.pause) : Json(nullptr)}});
+  }
+  return list;
+}
+
 Verdict VerdictNow(Verdict verdict, const Session& session) {
   for (const std::string& what : session.undone()) verdict.NoteUndone(what);
   return verdict;

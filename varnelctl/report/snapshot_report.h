@@ -6,11 +6,12 @@
 
 #include "varnelctl/console/console.h"
 #include "varnelctl/report/verdict.h"
-#include "varnelctl/sets/snapshot_run.h"
+#include "varnelctl/sets/tries.h"
 
 namespace varnelctl {
 
 Json SnapshotDocument(const SnapshotOutcome& outcome);
+Json TriesJson(const std::vector<Try>& tries);
 Json CatalogDocument(const SnapshotOutcome& outcome);
 /// \param verbose everything rather than a few lines.
 void PrintSnapshot(Console& console, const SnapshotOutcome& outcome, const Verdict& verdict, bool verbose);

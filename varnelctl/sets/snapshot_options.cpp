@@ -106,6 +106,20 @@ std::optional<DWORD> ParseTestPoints(std::string_view text) {
   return mask && (*mask & ~kAll) == 0 ? mask : std::nullopt;
 }
 
+constexpr char kSecondsFault[] = "no number of seconds from 0 to 86400, a day";
+
+std::optional<DWORD> ParseSeconds(std::string_view text) {
+  constexpr DWORD kDay = 86400;
+  const std::optional<DWORD> seconds = ParseNumber(text);
+  return seconds && *seconds <= kDay ? seconds : std::nullopt;
+}
+
+std::optional<DWORD> ParseRetries(std::string_view text) {
+  constexpr DWORD kMost = 3;
+  const std::optional<DWORD> retries = ParseNumber(text);
+  return retries && *retries <= kMost ? retries : std::nullopt;
+}
+
 // An option whose value `parse` understands; `fault` says what a text is that it does not.
 template <class Parse>
 CLI::Option* AddParsed(CLI::App& app, const char* option, DWORD& target, Parse parse, const std::string& fault,
@@ -203,6 +217,26 @@ void AddCompletionOptions(CLI::App& app, SnapshotOptions& options) {
                "anything else. A deleted set has no disks left to disconnect");
 }
 
+// When a request is made again.
+void AddTryOptions(CLI::App& app, SnapshotOptions& options) {
+  AddParsed(app, "--wait-for-others", options.waitForOthers, ParseSeconds, kSecondsFault,
+            "While another backup of this host is in progress, try again for so many seconds (--wait-for-others 1800); "
+            "600 unless given, 0 not at all")
+      ->type_name("SECONDS");
+  CLI::Option* retries =
+      AddParsed(
+          app, "--retries", options.retries, ParseRetries, "no number of retries from 0 to 3",
+          "Make the request again, at most so many times, when it failed of what is known to pass: a writer of "
+          "VSS_E_WRITERERROR_RETRYABLE, _TIMEOUT or _OUTOFRESOURCES, DoSnapshotSet of VSS_E_FLUSH_WRITES_TIMEOUT, "
+          "VSS_E_HOLD_WRITES_TIMEOUT, VSS_E_PROVIDER_VETO or VSS_E_UNEXPECTED_PROVIDER_ERROR (--retries 2); 0 "
+          "unless given. Each try costs an Identify of every writer; one whose set cannot be ended is the last")
+          ->type_name("0|1|2|3");
+  AddParsed(app, "--retry-wait", options.retryWait, ParseSeconds, kSecondsFault,
+            "The seconds before each retry (--retries 2 --retry-wait 60); 600 unless given")
+      ->type_name("SECONDS")
+      ->needs(retries);
+}
+
 void AddOutputOptions(CLI::App& app, SnapshotOptions& options) {
   app.add_option("--document", options.documentFile,
                  "Write the backup components document there (--document backup.xml)")
@@ -256,6 +290,7 @@ void AddSnapshotOptions(CLI::App& app, SnapshotOptions& options) {
   AddRequestOptions(app, options);
   AddTestPoints(app, options);
   AddCompletionOptions(app, options);
+  AddTryOptions(app, options);
   AddOutputOptions(app, options);
 }
 

@@ -38,6 +38,9 @@ struct SnapshotOptions {
   bool acceptExtraVolumes = false;
   Then then = Then::Keep;
   bool disconnect = false;
+  DWORD waitForOthers = 600;  ///< seconds
+  DWORD retries = 0;
+  DWORD retryWait = 600;  ///< seconds
   std::optional<std::string> documentFile;
   std::optional<std::string> catalogFile;
   std::optional<std::string> callsFile;

@@ -3,6 +3,7 @@
 #include "varnelctl/sets/database_check.h"
 #include "varnelctl/sets/follow_up.h"
 #include "varnelctl/sets/request_journal.h"
+#include "varnelctl/sets/request_lock.h"
 #include "varnelctl/sets/request_run.h"
 #include "varnelctl/sets/snapshot_steps.h"
 
@@ -52,6 +53,7 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
     }
   }
   void After(ServiceCall call, HRESULT result) override {
+    if (FAILED(result) && !outcome_.failedCall) outcome_.failedCall = {call, result};
     if (call == ServiceCall::GatherWriterMetadata && SUCCEEDED(result)) phases_.Enter(step::kSelecting);
     if (call == ServiceCall::DoSnapshotSet && SUCCEEDED(result)) journal_.NoteTaken();
   }
@@ -67,10 +69,16 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
 
   void Sequence() {
     Begin();
-    phases_.Run(step::kGathering, [&] { Create(); });
+    TakeSet();
     phases_.Run(step::kCataloguing, [&] { ReadResults(); });
     if (options_.verify) Verify();
     phases_.ThrowIfInterrupted();
+  }
+
+  // Requests of varnelctl wait for each other so long and no longer: what follows may take hours.
+  void TakeSet() {
+    const auto turn = TakeTurn(session_, phases_, std::chrono::seconds(options_.waitForOthers));
+    phases_.Run(step::kGathering, [&] { Create(); });
   }
 
   // A set that exists with messages is shown like one without.

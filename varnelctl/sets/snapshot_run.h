@@ -32,6 +32,12 @@ enum class SetState {
   Unknown,  ///< nobody could say
 };
 
+/// A call of the service that failed.
+struct FailedServiceCall {
+  ServiceCall call;
+  HRESULT result;
+};
+
 /// What came of a request. Keeps the requestor: a set whose context releases it stays until the results were shown.
 /// While it lives its host is the current one.
 struct SnapshotOutcome {
@@ -65,9 +71,10 @@ struct SnapshotOutcome {
   std::vector<Phase> phases;
   std::vector<Step> steps;
   std::optional<Failure> failure;
-  bool taken = false;       ///< a set was taken, whatever became of it
-  bool gotThrough = false;  ///< with or without messages: the set is not deleted for a failure
-  bool completed = false;   ///< the service was told how it ended, and told the writers
+  std::optional<FailedServiceCall> failedCall;  ///< the first of those that are watched
+  bool taken = false;                           ///< a set was taken, whatever became of it
+  bool gotThrough = false;                      ///< with or without messages: the set is not deleted for a failure
+  bool completed = false;                       ///< the service was told how it ended, and told the writers
   SetState setState = SetState::None;
   std::vector<ListedCopy> copiesLeft;      ///< of a set that could not be deleted whole; empty for any other
   std::vector<IscsiSession> sessionsLeft;  ///< that carried disks of the set after --disconnect
