@@ -29,7 +29,7 @@ ExitStatus Session::Report(Failure failure) {
   if (isTold) console.Error(failure.message);
   for (const std::string& detail : failure.details) console.Detail("  " + detail);
   const std::string records = FromLibrary(errorDetails);
-  console.Detail(records);
+  if (isTold) console.Detail(records);
   // The message of a usage error says itself what to do.
   if (isTold) PrintLines(console, failure.status == ExitStatus::Usage ? "" : failure.remedy, failure.explain);
   document.Fail(failure, records);

@@ -48,6 +48,8 @@ class Session {
   std::string errorDetails;
   /// The step that failed, until the failure is noted.
   std::optional<StepName> failedStep;
+  /// When the run has to be over, as GetTickCount64 counts; nothing while it has no deadline.
+  std::optional<unsigned long long> deadline;
 
   /// What the run says of itself. The first time it is read off the current host, and the document begins with it.
   const Header& TellHeader(std::optional<RequestedSet> request);

@@ -1,5 +1,8 @@
 #include "varnelctl/watched_host.h"
 
+#include <chrono>
+#include <optional>
+#include <thread>
 #include <utility>
 
 namespace varnelctl {
@@ -7,29 +10,102 @@ namespace {
 
 using varnel::ComPtr;
 
-// Where the host keeps its watcher; null while there is none.
-using Watcher = RequestWatcher* const&;
+using Listeners = const WatchedHost::Listeners&;
 
-void TellBefore(Watcher watcher, ServiceCall call) {
-  if (watcher != nullptr) watcher->Before(call);
+constexpr DWORD kSliceMilliseconds = 500;
+
+const char* NameOf(ServiceCall call) {
+  switch (call) {
+    case ServiceCall::InitializeForBackup:
+      return "IVssBackupComponents::InitializeForBackup";
+    case ServiceCall::GatherWriterMetadata:
+      return "IVssBackupComponents::GatherWriterMetadata";
+    case ServiceCall::AddComponent:
+      return "IVssBackupComponents::AddComponent";
+    case ServiceCall::StartSnapshotSet:
+      return "IVssBackupComponents::StartSnapshotSet";
+    case ServiceCall::AddToSnapshotSet:
+      return "IVssBackupComponents::AddToSnapshotSet";
+    case ServiceCall::PrepareForBackup:
+      return "IVssBackupComponents::PrepareForBackup";
+    case ServiceCall::DoSnapshotSet:
+      return "IVssBackupComponents::DoSnapshotSet";
+    case ServiceCall::GatherWriterStatus:
+      return "IVssBackupComponents::GatherWriterStatus";
+    case ServiceCall::SaveAsXML:
+      return "IVssBackupComponents::SaveAsXML";
+    case ServiceCall::GetSnapshotProperties:
+      return "IVssBackupComponents::GetSnapshotProperties";
+    case ServiceCall::BackupComplete:
+      return "IVssBackupComponents::BackupComplete";
+    case ServiceCall::AbortBackup:
+      return "IVssBackupComponents::AbortBackup";
+    case ServiceCall::DeleteSnapshots:
+      return "IVssBackupComponents::DeleteSnapshots";
+  }
+  return "IVssBackupComponents";
 }
 
-void TellAfter(Watcher watcher, ServiceCall call, HRESULT result) {
-  if (watcher != nullptr) watcher->After(call, result);
+void TellBefore(Listeners listeners, ServiceCall call) {
+  if (listeners.watcher != nullptr) listeners.watcher->Before(call);
 }
 
-// Tells the end of its operation once.
+void TellAfter(Listeners listeners, ServiceCall call, HRESULT result) {
+  if (listeners.watcher != nullptr) listeners.watcher->After(call, result);
+}
+
+bool Refuses(Listeners listeners, ServiceCall call) {
+  return listeners.limits != nullptr && listeners.limits->Refuses(call);
+}
+
+template <class Action>
+HRESULT Timed(Listeners listeners, const char* method, Action action) {
+  if (listeners.limits != nullptr) listeners.limits->Begin(method);
+  const HRESULT result = action();
+  if (listeners.limits != nullptr) listeners.limits->End();
+  return result;
+}
+
+// An endless wait in slices.
+class Patience {
+ public:
+  explicit Patience(CallLimits& limits) : limits_(limits) {}
+
+  /// After a slice that was not the last one.
+  bool IsOver() {
+    if (limits_.GivesUp(Now() - begun_)) return true;
+    // A clock that jumps would make this a loop without a pause.
+    if (++slices_ > kSlicesWithoutPause) std::this_thread::sleep_until(sliceBegun_ + kSlice);
+    sliceBegun_ = std::chrono::steady_clock::now();
+    return false;
+  }
+
+ private:
+  static constexpr std::chrono::milliseconds kSlice{kSliceMilliseconds};
+  static constexpr int kSlicesWithoutPause = 10'000;
+
+  static unsigned long long Now() { return varnel::CurrentHost().time().GetTickCount64(); }
+
+  CallLimits& limits_;
+  const unsigned long long begun_ = Now();
+  std::chrono::steady_clock::time_point sliceBegun_ = std::chrono::steady_clock::now();
+  int slices_ = 0;
+};
+
+// Tells the end of its operation once. Where the wait is limited the status that ended it answers the next question for
+// one, so that the service is asked no more often than without limits.
 class WatchedAsync final : public varnel::ForwardingAsync {
  public:
-  WatchedAsync(ComPtr<IVssAsync> operation, ServiceCall call, Watcher watcher)
-      : ForwardingAsync(std::move(operation)), call_(call), watcher_(watcher) {}
+  WatchedAsync(ComPtr<IVssAsync> operation, ServiceCall call, Listeners listeners)
+      : ForwardingAsync(std::move(operation)), call_(call), listeners_(listeners) {}
   HRESULT STDMETHODCALLTYPE Wait(DWORD milliseconds) override {
-    const HRESULT result = ForwardingAsync::Wait(milliseconds);
+    const bool limited = milliseconds == INFINITE && listeners_.limits != nullptr && listeners_.limits->MayGiveUp();
+    const HRESULT result = limited ? WaitInSlices() : WaitFor(milliseconds);
     if (FAILED(result)) End(result);
     return result;
   }
   HRESULT STDMETHODCALLTYPE QueryStatus(HRESULT* status, INT* reserved) override {
-    const HRESULT result = ForwardingAsync::QueryStatus(status, reserved);
+    const HRESULT result = answer_ ? Answer(status, reserved) : Ask(status, reserved);
     if (FAILED(result)) {
       End(result);
     } else if (*status != VSS_S_ASYNC_PENDING) {
@@ -39,19 +115,73 @@ class WatchedAsync final : public varnel::ForwardingAsync {
   }
 
  private:
+  struct Status {
+    HRESULT result = S_OK;  // of the question
+    HRESULT status = VSS_S_ASYNC_PENDING;
+
+    bool IsPending() const { return SUCCEEDED(result) && status == VSS_S_ASYNC_PENDING; }
+  };
+
+  HRESULT WaitFor(DWORD milliseconds) {
+    return Timed(listeners_, "IVssAsync::Wait", [&] { return ForwardingAsync::Wait(milliseconds); });
+  }
+  HRESULT Ask(HRESULT* status, INT* reserved) {
+    return Timed(listeners_, "IVssAsync::QueryStatus", [&] { return ForwardingAsync::QueryStatus(status, reserved); });
+  }
+  Status Ask() {
+    Status answer;
+    answer.result = Ask(&answer.status, nullptr);
+    return answer;
+  }
+  HRESULT Answer(HRESULT* status, INT* reserved) const {
+    if (status == nullptr) return E_INVALIDARG;
+    *status = answer_->status;
+    if (reserved != nullptr) *reserved = 0;
+    return answer_->result;
+  }
+
+  HRESULT WaitInSlices() {
+    Patience patience(*listeners_.limits);
+    for (bool first = true;; first = false) {
+      const HRESULT waited = WaitFor(kSliceMilliseconds);
+      if (waited == E_INVALIDARG && first) return WaitFor(INFINITE);  // Server 2003 knows no other wait
+      if (FAILED(waited)) return waited;
+      if (const Status answer = Ask(); !answer.IsPending()) {
+        answer_ = answer;
+        return S_OK;
+      }
+      if (patience.IsOver()) return GiveUp();
+    }
+  }
+
+  // An operation that is cancelled may need a moment, and may have ended well all the same: then there is what it made.
+  HRESULT GiveUp() {
+    constexpr int kMostSlices = 20;
+    HRESULT ended = Timed(listeners_, "IVssAsync::Cancel", [&] { return ForwardingAsync::Cancel(); });
+    for (int slice = 0; ended == S_OK && slice < kMostSlices; ++slice) {
+      const Status answer = Ask();
+      ended = SUCCEEDED(answer.result) && !answer.IsPending() ? answer.status : answer.result;
+      if (answer.IsPending()) WaitFor(kSliceMilliseconds);
+    }
+    listeners_.limits->Cancelled(call_, ended == VSS_S_ASYNC_FINISHED);
+    answer_ = {S_OK, E_ABORT};
+    return E_ABORT;
+  }
+
   void End(HRESULT result) {
-    if (!std::exchange(ended_, true)) TellAfter(watcher_, call_, result);
+    if (!std::exchange(ended_, true)) TellAfter(listeners_, call_, result);
   }
 
   ServiceCall call_;
-  Watcher watcher_;
+  Listeners listeners_;
+  std::optional<Status> answer_;
   bool ended_ = false;
 };
 
 class WatchedBackup final : public varnel::ForwardingBackup {
  public:
-  WatchedBackup(ComPtr<IVssBackupComponents> backup, Watcher watcher)
-      : ForwardingBackup(std::move(backup)), watcher_(watcher) {}
+  WatchedBackup(ComPtr<IVssBackupComponents> backup, Listeners listeners)
+      : ForwardingBackup(std::move(backup)), listeners_(listeners) {}
 
   HRESULT STDMETHODCALLTYPE InitializeForBackup(BSTR xml) override {
     return Watch(ServiceCall::InitializeForBackup, [&] { return ForwardingBackup::InitializeForBackup(xml); });
@@ -68,13 +198,18 @@ class WatchedBackup final : public varnel::ForwardingBackup {
   HRESULT STDMETHODCALLTYPE StartSnapshotSet(VSS_ID* setId) override {
     const HRESULT result =
         Watch(ServiceCall::StartSnapshotSet, [&] { return ForwardingBackup::StartSnapshotSet(setId); });
-    if (watcher_ != nullptr && SUCCEEDED(result) && setId != nullptr) watcher_->AfterStartSnapshotSet(*setId);
+    const bool isTold = SUCCEEDED(result) && listeners_.watcher != nullptr && setId != nullptr;
+    if (isTold) listeners_.watcher->AfterStartSnapshotSet(*setId);
     return result;
   }
   HRESULT STDMETHODCALLTYPE AddToSnapshotSet(VSS_PWSZ volume, VSS_ID provider, VSS_ID* snapshot) override {
-    const HRESULT result = Watch(ServiceCall::AddToSnapshotSet,
-                                 [&] { return ForwardingBackup::AddToSnapshotSet(volume, provider, snapshot); });
-    if (watcher_ != nullptr && volume != nullptr) watcher_->AfterAddToSnapshotSet(volume, result);
+    bool made = false;
+    const HRESULT result = Watch(ServiceCall::AddToSnapshotSet, [&] {
+      made = true;
+      return ForwardingBackup::AddToSnapshotSet(volume, provider, snapshot);
+    });
+    const bool isTold = made && listeners_.watcher != nullptr && volume != nullptr;
+    if (isTold) listeners_.watcher->AfterAddToSnapshotSet(volume, result);
     return result;
   }
   HRESULT STDMETHODCALLTYPE PrepareForBackup(IVssAsync** async) override {
@@ -110,31 +245,46 @@ class WatchedBackup final : public varnel::ForwardingBackup {
  private:
   template <class Action>
   HRESULT Watch(ServiceCall call, Action action) {
-    TellBefore(watcher_, call);
-    const HRESULT result = action();
-    TellAfter(watcher_, call, result);
+    if (Refuses(listeners_, call)) return E_ABORT;
+    TellBefore(listeners_, call);
+    const HRESULT result = Timed(listeners_, NameOf(call), action);
+    TellAfter(listeners_, call, result);
     return result;
   }
   // An operation that was started tells its end itself.
   template <class Start>
   HRESULT WatchOperation(ServiceCall call, IVssAsync** async, Start start) {
-    TellBefore(watcher_, call);
-    const HRESULT result = start();
+    if (Refuses(listeners_, call)) return E_ABORT;
+    TellBefore(listeners_, call);
+    const HRESULT result = Timed(listeners_, NameOf(call), start);
     if (SUCCEEDED(result) && *async != nullptr) {
-      *async = new WatchedAsync(ComPtr<IVssAsync>::Attach(*async), call, watcher_);
+      *async = new WatchedAsync(ComPtr<IVssAsync>::Attach(*async), call, listeners_);
     } else {
-      TellAfter(watcher_, call, result);
+      TellAfter(listeners_, call, result);
     }
     return result;
   }
 
-  Watcher watcher_;
+  Listeners listeners_;
 };
 
 }  // namespace
 
 IVssBackupComponents* WatchedHost::Vss::Wrap(ComPtr<IVssBackupComponents> backup) {
-  return new WatchedBackup(std::move(backup), watcher_);
+  return new WatchedBackup(std::move(backup), listeners_);
+}
+
+DWORD WatchedHost::Programs::WaitForSingleObject(HANDLE handle, DWORD milliseconds) {
+  CallLimits* const limits = listeners_.limits;
+  const bool limited = milliseconds == INFINITE && limits != nullptr && limits->MayGiveUp();
+  if (!limited) return ForwardingProcesses::WaitForSingleObject(handle, milliseconds);
+  for (Patience patience(*limits);;) {
+    limits->Begin("WaitForSingleObject");
+    const DWORD waited = ForwardingProcesses::WaitForSingleObject(handle, kSliceMilliseconds);
+    limits->End();
+    if (waited != WAIT_TIMEOUT) return waited;
+    if (patience.IsOver()) return WAIT_FAILED;
+  }
 }
 
 }  // namespace varnelctl

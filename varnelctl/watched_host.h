@@ -1,5 +1,6 @@
 // The host as a request sees it: every call is passed on, and a watcher hears of those of the Volume Shadow Copy
-// service that a request is made of. The service is asked nothing more.
+// service that a request is made of. Limits, where there are any, end a request that lasts too long. The service is
+// asked nothing more, but for the end of an operation that is given up.
 #pragma once
 
 #include <string_view>
@@ -44,21 +45,59 @@ class RequestWatcher {
   virtual void AfterAddToSnapshotSet(std::wstring_view /*volume*/, HRESULT /*result*/) {}
 };
 
+/// Says what of a request goes on. Asked on the thread that makes the calls.
+class CallLimits {
+ public:
+  virtual ~CallLimits() = default;
+  /// Before a watched call. Where it is true the call is not made and is answered with E_ABORT; what is thrown takes
+  /// the place of the call. The watcher does not hear of it then.
+  virtual bool Refuses(ServiceCall call) = 0;
+  /// Whether endless waits, for operations and for programs, are made in slices, after each of which GivesUp is asked.
+  virtual bool MayGiveUp() const = 0;
+  /// Where it is true what is waited for since so many milliseconds is cancelled, or left to itself where it is a
+  /// program, and its wait fails; an operation with E_ABORT, whatever becomes of it.
+  virtual bool GivesUp(unsigned long long waited) = 0;
+  /// An operation was cancelled. \param finished it had ended well all the same.
+  virtual void Cancelled(ServiceCall operation, bool finished) = 0;
+  /// Around each watched call, and each of an operation: it has the name of the service's method.
+  virtual void Begin(const char* method) = 0;
+  virtual void End() = 0;
+};
+
 /// To be installed (ScopedHost) around a request; must outlive everything that is obtained meanwhile.
 class WatchedHost final : public varnel::ForwardingHost {
  public:
   /// The host is borrowed.
-  explicit WatchedHost(varnel::Host& inner) : ForwardingHost(inner), vss_(inner.vss(), watcher_) {}
+  explicit WatchedHost(varnel::Host& inner)
+      : ForwardingHost(inner), vss_(inner.vss(), listeners_), processes_(inner.processes(), listeners_) {}
   varnel::VssService& vss() override { return vss_; }
+  varnel::Processes& processes() override { return processes_; }
+
+  /// Null while there is none.
+  struct Listeners {
+    RequestWatcher* watcher = nullptr;
+    CallLimits* limits = nullptr;
+  };
 
   /// Lets one watcher hear of the calls while it lives; without one they are only passed on.
   class Watching {
    public:
     /// Both are borrowed.
-    Watching(WatchedHost& host, RequestWatcher& watcher) : host_(host) { host_.watcher_ = &watcher; }
-    ~Watching() { host_.watcher_ = nullptr; }
+    Watching(WatchedHost& host, RequestWatcher& watcher) : host_(host) { host_.listeners_.watcher = &watcher; }
+    ~Watching() { host_.listeners_.watcher = nullptr; }
     Watching(const Watching&) = delete;
     Watching& operator=(const Watching&) = delete;
+
+   private:
+    WatchedHost& host_;
+  };
+  /// The same for limits.
+  class Limiting {
+   public:
+    Limiting(WatchedHost& host, CallLimits& limits) : host_(host) { host_.listeners_.limits = &limits; }
+    ~Limiting() { host_.listeners_.limits = nullptr; }
+    Limiting(const Limiting&) = delete;
+    Limiting& operator=(const Limiting&) = delete;
 
    private:
     WatchedHost& host_;
@@ -67,16 +106,27 @@ class WatchedHost final : public varnel::ForwardingHost {
  private:
   class Vss final : public varnel::ForwardingVss {
    public:
-    Vss(varnel::VssService& inner, RequestWatcher* const& watcher) : ForwardingVss(inner), watcher_(watcher) {}
+    Vss(varnel::VssService& inner, const Listeners& listeners) : ForwardingVss(inner), listeners_(listeners) {}
 
    private:
     IVssBackupComponents* Wrap(varnel::ComPtr<IVssBackupComponents> backup) override;
 
-    RequestWatcher* const& watcher_;
+    const Listeners& listeners_;
+  };
+  // A program may run for hours.
+  class Programs final : public varnel::ForwardingProcesses {
+   public:
+    Programs(varnel::Processes& inner, const Listeners& listeners)
+        : ForwardingProcesses(inner), listeners_(listeners) {}
+    DWORD WaitForSingleObject(HANDLE handle, DWORD milliseconds) override;
+
+   private:
+    const Listeners& listeners_;
   };
 
-  RequestWatcher* watcher_ = nullptr;
+  Listeners listeners_;
   Vss vss_;
+  Programs processes_;
 };
 
 }  // namespace varnelctl

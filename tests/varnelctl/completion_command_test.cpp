@@ -22,18 +22,27 @@ const GUID kExchangeWriter = GuidOrNull<GUID>(kExchangeWriterId);
 const GUID kHyperVWriter = GuidOrNull<GUID>(kHyperVWriterId);
 
 // Answers the nth question, and every one after it, with yes.
-class InterruptedAtBoundary final : public varnelctl::Interruption {
+class InterruptedAtQuestion final : public varnelctl::Interruption {
  public:
-  explicit InterruptedAtBoundary(int n) : left_(n) {}
+  explicit InterruptedAtQuestion(int n) : left_(n) {}
   bool Requested() const override { return --left_ <= 0; }
 
  private:
   mutable int left_;
 };
 
-varnelctl::InterruptionSource InterruptAtBoundary(int n) {
-  return [n] { return std::make_unique<InterruptedAtBoundary>(n); };
-}
+// Wants to end the run as soon as a call has been made so often.
+class InterruptedAfter final : public varnelctl::Interruption {
+ public:
+  InterruptedAfter(const simulator::CallLog& calls, std::string call, std::size_t times)
+      : calls_(calls), call_(std::move(call)), times_(times) {}
+  bool Requested() const override { return calls_.Of(call_).size() >= times_; }
+
+ private:
+  const simulator::CallLog& calls_;
+  const std::string call_;
+  const std::size_t times_;
+};
 
 // A small host whose writer has components on both array disks. Each shadow copy has an iSCSI session of its own, and
 // so have the originals.
@@ -76,6 +85,14 @@ class Completion : public SnapshotFixture {
 
   void InstallExchange() { Install(HostWithWriter(kExchangeWriter)); }
   void InstallFailingMachine() { Install(HostWithWriter(kHyperVWriter)).faults().FailWriter(OneComponentFails()); }
+  /// From the moment on when a call has been made so often.
+  varnelctl::InterruptionSource InterruptAfter(const std::string& call, std::size_t times) {
+    return [this, call, times] { return std::make_unique<InterruptedAfter>(host().calls(), call, times); };
+  }
+  varnelctl::InterruptionSource InterruptAfterTheSnapshot() {
+    constexpr std::size_t kLast = 4;  // of two volumes, each twice
+    return InterruptAfter("IVssBackupComponents::GetSnapshotProperties", kLast);
+  }
   std::size_t SurfacedCopies() { return host().machine().snapshots->SurfacedCopies().size(); }
   std::size_t ListedCopies() {
     return host().machine().snapshots->CopiesOfContext(static_cast<LONG>(VSS_CTX_ALL)).size();
@@ -324,8 +341,7 @@ TEST_F(Completion, ShadowCopiesThatMayGoWithTheProgramAreToldSo) {
 
 TEST_F(Completion, AnInterruptedRunWhoseSetIsLeftKeepsItsStatus) {
   host().faults().FailDeletion({L"TSL0001", VSS_E_PROVIDER_VETO});
-  constexpr int kAfterTheSnapshot = 7;
-  const json outcome = SnapshotJson({"--context", "app-rollback"}, 1, InterruptAtBoundary(kAfterTheSnapshot));
+  const json outcome = SnapshotJson({"--context", "app-rollback"}, 17, InterruptAfterTheSnapshot());
 
   EXPECT_EQ(outcome["copiesLeft"].size(), 2u);
 }
@@ -540,8 +556,7 @@ TEST_F(Completion, NothingCanBeDoneToATransportableSetHere) {
 // Ctrl-C
 
 TEST_F(Completion, AnInterruptionEndsTheRunAfterThePresentPhaseAndCompletesItAsAFailure) {
-  constexpr int kAfterTheSnapshot = 7;
-  const CliResult result = Snapshot({"--then", "mask"}, 1, InterruptAtBoundary(kAfterTheSnapshot));
+  const CliResult result = Snapshot({"--then", "mask"}, 17, InterruptAfterTheSnapshot());
 
   EXPECT_THAT(result.out, HasSubstr("reading the results: done (0 ms)\ncompleting the backup: done (0 ms)\n"));
   EXPECT_THAT(result.out, HasSubstr("}: deleted, because the request failed\n"));
@@ -553,9 +568,8 @@ TEST_F(Completion, AnInterruptionEndsTheRunAfterThePresentPhaseAndCompletesItAsA
 }
 
 TEST_F(Completion, AnInterruptionAfterTheCompletionLeavesTheSetAsItIs) {
-  constexpr int kAfterTheCompletion = 9;
-  const CliResult result = Snapshot({"--then", "mask", "--disconnect", "--context", "app-rollback"}, 1,
-                                    InterruptAtBoundary(kAfterTheCompletion));
+  const CliResult result = Snapshot({"--then", "mask", "--disconnect", "--context", "app-rollback"}, 17,
+                                    InterruptAfter("IVssBackupComponents::BackupComplete", 1));
 
   EXPECT_EQ(result.err,
             "varnelctl: warning: --disconnect is left out: the run was interrupted\n"
@@ -565,20 +579,20 @@ TEST_F(Completion, AnInterruptionAfterTheCompletionLeavesTheSetAsItIs) {
   EXPECT_EQ(StatusLine(), CalledWith(0));
 }
 
-TEST_F(Completion, AnInterruptionBetweenAnyTwoPhasesLeavesTheServiceFree) {
-  constexpr int kMoreThanAnyRun = 50;
-  for (int boundary = 1; boundary < kMoreThanAnyRun; ++boundary) {
-    SCOPED_TRACE(boundary);
+TEST_F(Completion, AnInterruptionAtAnyPlaceLeavesTheServiceFree) {
+  constexpr int kMoreThanAnyRun = 100;
+  for (int question = 1; question < kMoreThanAnyRun; ++question) {
+    SCOPED_TRACE(question);
     InstallExchange();
-    const CliResult result =
-        Run(Whole({"--app", "exchange", "--verify", "--then", "break", "--disconnect"}), InterruptAtBoundary(boundary));
+    const CliResult result = Run(Whole({"--app", "exchange", "--verify", "--then", "break", "--disconnect"}),
+                                 [&] { return std::make_unique<InterruptedAtQuestion>(question); });
     EXPECT_EQ(host().live().Describe(), "");
     Snapshot();  // the next run
     if (result.status == 0) {
-      EXPECT_EQ(boundary, 12);
+      EXPECT_EQ(question, 27);
       return;
     }
-    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.status, 17);
     EXPECT_THAT(result.err, HasSubstr("varnelctl: interrupted "));
   }
   FAIL() << "every run was interrupted";

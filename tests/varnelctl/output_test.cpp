@@ -88,7 +88,7 @@ TEST_F(OutputCommand, AFailedRunLeavesNoFileWhereThereWasNone) {
 
 TEST_F(OutputCommand, AnInterruptedRunRemovesTheFilesOfAnEarlierOne) {
   WriteAll("yesterday");
-  const CliResult result = Snapshot(all, 1, [] { return std::make_unique<InterruptedAtOnce>(); });
+  const CliResult result = Snapshot(all, 17, [] { return std::make_unique<InterruptedAtOnce>(); });
 
   EXPECT_FALSE(Exists(document));
   EXPECT_FALSE(Exists(catalog));

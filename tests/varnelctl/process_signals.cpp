@@ -6,8 +6,11 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <tuple>
+#include <utility>
 
 #include "tests/varnelctl/snapshot_support.h"
+#include "tests/varnelctl/started_program.h"
 #include "varnelctl/console/interruption.h"
 
 namespace varnel::test {
@@ -76,7 +79,7 @@ TEST(EndOfTheTerminal, EndsTheProcessWhenNobodyWatches) {
 
 TEST_F(SnapshotCommand, ASignalEndsTheRunAfterThePresentPhase) {
   testing::internal::CaptureStderr();
-  const CliResult result = Snapshot({}, 1, [] {
+  const CliResult result = Snapshot({}, 17, [] {
     auto watch = varnelctl::WatchProcess();
     std::raise(SIGINT);
     return watch;
@@ -115,6 +118,7 @@ class Pipe {
   Pipe(const Pipe&) = delete;
   Pipe& operator=(const Pipe&) = delete;
 
+  void Swap(Pipe& other) { std::swap(ends_, other.ends_); }
   int writer() const { return ends_[1]; }
   void CloseReader() { Close(ends_[0]); }
   void CloseWriter() { Close(ends_[1]); }
@@ -158,15 +162,19 @@ class Pipe {
 // reads.
 class RunningProgram : public SnapshotCommand {
  protected:
-  void Start() {
-    constexpr int kRoom = 240;  // for the steps up to the first one or two of the request
-    constexpr int kLongestStep = 45;
-    const Arguments arguments = {VARNEL_PROGRAM, "--host",         folder.Write("host.json", hostFile.dump()),
-                                 "snapshot",     "--app",          "none",
-                                 "--disk",       "TSL0001",        "TSL0002",
-                                 "--calls",      folder.File("c"), "--context",
-                                 "app-rollback"};
-    const int filled = out.FillUpTo(kRoom);
+  // Room for the steps before those.
+  static constexpr int kInSelection = 240;
+  static constexpr int kAfterTheSnapshot = 440;
+  static constexpr int kLongestStep = 45;  // of those that may be at hand then
+
+  void Start(int room) {
+    const int filled = out.FillUpTo(room);
+    Execute({"--calls", folder.File("c"), "--context", "app-rollback"});
+    AwaitBytes(filled + room - kLongestStep);
+  }
+  void Execute(const Arguments& more) {
+    Arguments arguments = {VARNEL_PROGRAM, "--host", folder.Write("host.json", hostFile.dump())};
+    for (const std::string& argument : Whole(more)) arguments.push_back(argument);
     std::vector<char*> words;
     for (const std::string& argument : arguments) words.push_back(const_cast<char*>(argument.c_str()));
     words.push_back(nullptr);
@@ -179,8 +187,11 @@ class RunningProgram : public SnapshotCommand {
     }
     out.CloseWriter();
     trouble.CloseWriter();
+  }
+  /// Until there are more.
+  void AwaitBytes(int bytes) const {
     int patience = Pipe::kPatience;
-    while (out.BytesWaiting() <= filled + kRoom - kLongestStep && patience-- > 0) ::usleep(1000);
+    while (out.BytesWaiting() <= bytes && patience-- > 0) ::usleep(1000);
     EXPECT_GT(patience, 0) << "it never came so far";
   }
   /// How it ended, as waitpid tells it.
@@ -189,13 +200,16 @@ class RunningProgram : public SnapshotCommand {
     EXPECT_EQ(::waitpid(process, &status, 0), process);
     return status;
   }
-  void ExpectCompleted(int status) {
+  /// As a failure: before there was a set, or with the set deleted and its writers told.
+  void ExpectCompleted(int status, int room) {
     ASSERT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
-    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_EQ(WEXITSTATUS(status), 17);
     const std::string calls = ReadFile(folder.File("c"));
+    const bool hasSet = room == kAfterTheSnapshot;
     for (const char* call : {"DoSnapshotSet(", "DeleteSnapshots(", "BackupComplete("}) {
-      EXPECT_THAT(calls, HasSubstr(std::string("IVssBackupComponents::") + call));
+      EXPECT_EQ(calls.find(std::string("IVssBackupComponents::") + call) != calls.npos, hasSet) << call;
     }
+    EXPECT_EQ(calls.find("IVssBackupComponents::AbortBackup(") != calls.npos, !hasSet);
   }
 
   Pipe out;
@@ -203,32 +217,55 @@ class RunningProgram : public SnapshotCommand {
   pid_t process = -1;
 };
 
-class SignalledProgram : public RunningProgram, public testing::WithParamInterface<int> {};
+class SignalledProgram : public RunningProgram, public testing::WithParamInterface<std::tuple<int, int>> {};
 
 TEST_P(SignalledProgram, EndsAfterThePresentStep) {
-  Start();
-  ASSERT_EQ(::kill(process, GetParam()), 0);
+  const auto [signal, room] = GetParam();
+  Start(room);
+  ASSERT_EQ(::kill(process, signal), 0);
   trouble.Await();  // it has noted the signal
   const std::string text = out.ReadAll();
   const int status = Wait();
   const std::string said = trouble.ReadAll();
 
-  ExpectCompleted(status);
+  ExpectCompleted(status, room);
   EXPECT_THAT(said, testing::StartsWith(varnelctl::kInterruptionNotice));
-  EXPECT_THAT(said, HasSubstr("varnelctl: interrupted after "));
-  EXPECT_THAT(text, HasSubstr("} was deleted: interrupted after "));
+  EXPECT_THAT(said, HasSubstr("varnelctl: interrupted "));
+  EXPECT_THAT(text, HasSubstr(room == kInSelection ? "nothing was captured: interrupted while "
+                                                   : "} was deleted: interrupted "));
 }
 
-INSTANTIATE_TEST_SUITE_P(Signals, SignalledProgram, testing::Values(SIGINT, SIGTERM, SIGHUP));
+INSTANTIATE_TEST_SUITE_P(Signals, SignalledProgram,
+                         testing::Combine(testing::Values(SIGINT, SIGTERM, SIGHUP), testing::Values(240, 440)));
 
 TEST_F(RunningProgram, EndsInOrderAndQuietlyWhenNobodyReadsOn) {
-  Start();
-  out.CloseReader();
-  const int status = Wait();
+  for (const int room : {kInSelection, kAfterTheSnapshot}) {
+    Pipe().Swap(out);
+    Pipe().Swap(trouble);
+    Start(room);
+    out.CloseReader();
+    const int status = Wait();
 
-  ExpectCompleted(status);
-  EXPECT_EQ(trouble.ReadAll(), "");
+    ExpectCompleted(status, room);
+    EXPECT_EQ(trouble.ReadAll(), "");
+  }
 }
+
+// The service never ends what the program waits for.
+class HungProgram : public SnapshotCommand, public testing::WithParamInterface<int> {};
+
+TEST_P(HungProgram, EndsInTheWait) {
+  hostFile["faults"] = {{{"async", "PrepareForBackup"}, {"hangs", true}}};
+  StartedProgram program(folder, "p", hostFile, Whole({}));
+  program.AwaitOut("adding the components and volumes: done");
+  ASSERT_EQ(::kill(program.id(), GetParam()), 0);
+
+  EXPECT_EQ(program.Wait(), 17);
+  EXPECT_THAT(program.Err(), HasSubstr("varnelctl: interrupted while asking the writers to prepare\n"));
+  EXPECT_THAT(program.Out(), HasSubstr("FAILED: nothing was captured: interrupted "));
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, HungProgram, testing::Values(SIGINT, SIGTERM, SIGHUP));
 
 }  // namespace
 }  // namespace varnel::test

@@ -222,7 +222,7 @@ TEST_F(VerdictOfRun, AnInterruptionIsTheCause) {
   class InterruptedFromTheStart final : public varnelctl::Interruption {
     bool Requested() const override { return true; }
   };
-  EXPECT_EQ(Verdict({}, 1, [] { return std::make_unique<InterruptedFromTheStart>(); }),
+  EXPECT_EQ(Verdict({}, 17, [] { return std::make_unique<InterruptedFromTheStart>(); }),
             "FAILED: nothing was captured: interrupted before anything was done");
 }
 

@@ -1,9 +1,11 @@
+#include <poll.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 
 #include "varnelctl/console/interruption.h"
 
@@ -57,6 +59,15 @@ class SignalWatch final : public Interruption {
 
 std::unique_ptr<Interruption> WatchProcess() {
   return std::make_unique<SignalWatch>();
+}
+
+void EndProcess(std::string_view words, int status) {
+  constexpr int kPatience = 1000;  // milliseconds
+  pollfd error{STDERR_FILENO, POLLOUT, 0};
+  if (::poll(&error, 1, kPatience) == 1) {
+    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, words.data(), words.size());
+  }
+  std::_Exit(status);
 }
 
 bool LastWriteHadNoReader() {

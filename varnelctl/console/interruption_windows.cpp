@@ -1,4 +1,7 @@
 #include <atomic>
+#include <cstdlib>
+#include <optional>
+#include <thread>
 
 #include "platform/win32.h"
 #include "varnelctl/console/interruption.h"
@@ -34,11 +37,97 @@ BOOL WINAPI OnControl(DWORD event) {
   return TRUE;
 }
 
+class Event {
+ public:
+  Event() : handle_(::CreateEventW(nullptr, TRUE, FALSE, nullptr)) {}
+  ~Event() { ::CloseHandle(handle_); }
+  Event(const Event&) = delete;
+  Event& operator=(const Event&) = delete;
+  void Set() const { ::SetEvent(handle_); }
+  void Reset() const { ::ResetEvent(handle_); }
+  void Wait() const { ::WaitForSingleObject(handle_, INFINITE); }
+
+ private:
+  HANDLE handle_;
+};
+
+// Once user32.dll is loaded, which it is by whoever takes the command line apart, no console handler hears of the end
+// of the session or of the system: a window does, which nobody sees.
+class SessionWindow {
+ public:
+  SessionWindow() {
+    if (IsServiceSession()) return;
+    Over().Reset();
+    const Event ready;
+    thread_ = std::thread([&] { Live(ready); });
+    ready.Wait();
+  }
+  // A session that ends waits for the end of the process.
+  ~SessionWindow() {
+    if (!thread_.joinable()) return;
+    if (goes) {
+      thread_.detach();
+      return;
+    }
+    Over().Set();
+    if (window_ != nullptr) ::PostMessageW(window_, WM_CLOSE, 0, 0);
+    thread_.join();
+  }
+  SessionWindow(const SessionWindow&) = delete;
+  SessionWindow& operator=(const SessionWindow&) = delete;
+
+ private:
+  // Set when nobody watches any longer.
+  static const Event& Over() {
+    static const Event over;
+    return over;
+  }
+
+  static LRESULT CALLBACK OnMessage(HWND window, UINT message, WPARAM word, LPARAM more) {
+    switch (message) {
+      case WM_QUERYENDSESSION:
+        if (!requested.exchange(true)) Acknowledge();
+        return TRUE;
+      case WM_ENDSESSION:
+        if (word == FALSE) return 0;  // somebody else kept the session
+        goes = true;
+        Over().Wait();  // as OnControl does, but for a watch that has just ended
+        return 0;
+      case WM_DESTROY:
+        ::PostQuitMessage(0);
+        return 0;
+      default:
+        return ::DefWindowProcW(window, message, word, more);
+    }
+  }
+
+  // Where there is no desktop there is no window, and no session of a user that could end.
+  void Live(const Event& ready) {
+    const HINSTANCE module = ::GetModuleHandleW(nullptr);
+    WNDCLASSW kind{};
+    kind.lpfnWndProc = OnMessage;
+    kind.hInstance = module;
+    kind.lpszClassName = kSessionWindow;
+    ::RegisterClassW(&kind);  // once is enough
+    window_ =
+        ::CreateWindowExW(0, kSessionWindow, L"varnelctl", WS_POPUP, 0, 0, 0, 0, nullptr, nullptr, module, nullptr);
+    if (window_ != nullptr) ::ShutdownBlockReasonCreate(window_, L"A backup is being completed; it ends by itself.");
+    const bool lives = window_ != nullptr;
+    ready.Set();
+    MSG message{};
+    while (lives && ::GetMessageW(&message, nullptr, 0, 0) > 0) ::DispatchMessageW(&message);
+  }
+
+  HWND window_ = nullptr;
+  std::thread thread_;
+};
+
 class ConsoleWatch final : public Interruption {
  public:
   ConsoleWatch() {
     requested = false;
     ::SetConsoleCtrlHandler(OnControl, TRUE);
+    window_.emplace();
   }
   // A handler that waits for the end stays.
   ~ConsoleWatch() override {
@@ -48,12 +137,30 @@ class ConsoleWatch final : public Interruption {
   ConsoleWatch& operator=(const ConsoleWatch&) = delete;
 
   bool Requested() const override { return requested; }
+
+ private:
+  std::optional<SessionWindow> window_;
 };
 
 }  // namespace
 
 std::unique_ptr<Interruption> WatchProcess() {
   return std::make_unique<ConsoleWatch>();
+}
+
+void EndProcess(std::string_view words, int status) {
+  constexpr DWORD kPatience = 1000;  // milliseconds
+  const auto tell = [](void* text) -> DWORD {
+    const auto& said = *static_cast<const std::string_view*>(text);
+    DWORD written = 0;
+    ::WriteFile(::GetStdHandle(STD_ERROR_HANDLE), said.data(), static_cast<DWORD>(said.size()), &written, nullptr);
+    return 0;
+  };
+  if (const HANDLE teller = ::CreateThread(nullptr, 0, tell, &words, 0, nullptr)) {
+    ::WaitForSingleObject(teller, kPatience);
+  }
+  ::TerminateProcess(::GetCurrentProcess(), static_cast<UINT>(status));  // ExitProcess would wait for the libraries
+  std::abort();
 }
 
 // What it is called depends on who closed the pipe; the runtime knows only one of the three by a name of its own.

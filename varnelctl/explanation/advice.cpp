@@ -22,9 +22,9 @@ constexpr Advice kAdvice[] = {
      "such a "
      "run ends with 19 instead.",
      kNobody},
-    {AdviceKind::ExitStatus, 1, "unexpected", "varnelctl met something that it has no status for, or was interrupted.",
-     "Read the message: it is all that is known. After an interruption run the command again. Otherwise run it again "
-     "with --log FILE --log-level verbose and hand the log to support.",
+    {AdviceKind::ExitStatus, 1, "unexpected", "varnelctl met something that it has no status for.",
+     "Read the message: it is all that is known. Run the command again with --log FILE --log-level verbose and hand "
+     "the log to support.",
      kAgent},
     {AdviceKind::ExitStatus, 2, "usage", "The command line, or a file that it names, cannot be used. Nothing was done.",
      "Correct what the message names. varnelctl COMMAND --help lists every option with an example.", kNobody},
@@ -61,6 +61,11 @@ constexpr Advice kAdvice[] = {
     {AdviceKind::ExitStatus, 16, "validation",
      "The volumes do not go together, or the host cannot take part (250 to 255). Nothing was asked of the writers.",
      "Look up the status word in the last record: varnelctl explain STATUS.", kHost},
+    {AdviceKind::ExitStatus, 17, "stopped",
+     "Somebody ended the run, or it was past the deadline that it was given, before it was done.",
+     "The last line tells what there is of the set. See the step that the message names: varnelctl explain interrupted "
+     "or varnelctl explain past-deadline tells what to do.",
+     kHost},
     {AdviceKind::ExitStatus, 18, "not-all-done",
      "The set was taken, but what was to happen to it or to its results afterwards did not all happen.",
      "The snapshot itself is good: do not take it again for this. Do by hand what the message names: delete the "
@@ -662,6 +667,14 @@ constexpr Advice kAdvice[] = {
      kHost},
     {AdviceKind::Case, 0, advice::kInterrupted, "Somebody ended the run, and the request was completed as a failure.",
      "Run the command again. What is left of the set is listed with the message.", kNobody},
+    {AdviceKind::Case, 0, advice::kPastDeadline,
+     "A step did not end in the time that --deadline or --deadline-step gave it, so it was cancelled and the request "
+     "was completed as a failure.",
+     "See the step that the message names. While gathering, preparing or completing it is a writer that does not "
+     "answer: vssadmin list writers shows those that are failed or wait; restart their services. While taking the "
+     "snapshot it is a writer's freeze or the array's provider: see their entries in the Application event log and the "
+     "array's log of that minute. Then run the command again, with a longer deadline where the host is only slow.",
+     kHost},
     {AdviceKind::Case, 0, advice::kOtherCode, "A code that varnelctl has no advice for.",
      "Read the newest entries of source VSS, of the provider and of the application in the event logs of that minute. "
      "If they do not tell, run the command again with --log FILE --log-level verbose and hand the log to support.",

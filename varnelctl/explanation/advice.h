@@ -44,6 +44,7 @@ inline constexpr std::string_view kSetElsewhere = "set-elsewhere";
 inline constexpr std::string_view kOutputLost = "output-lost";
 inline constexpr std::string_view kJournal = "journal";
 inline constexpr std::string_view kInterrupted = "interrupted";
+inline constexpr std::string_view kPastDeadline = "past-deadline";
 inline constexpr std::string_view kOtherCode = "other-code";
 }  // namespace advice
 

@@ -17,6 +17,7 @@ enum class ExitStatus : int {
   ExtraVolumes = 14,
   FailedCall = 15,
   Validation = 16,
+  Stopped = 17,
   NotAllDone = 18,
   NotContained = 19,
 };
@@ -29,7 +30,7 @@ struct ExitStatusText {
 /// Every status in ascending order, as the help lists them.
 inline constexpr std::array kExitStatuses = {
     ExitStatusText{ExitStatus::Done, "done"},
-    ExitStatusText{ExitStatus::Unexpected, "unexpected failure, or interrupted"},
+    ExitStatusText{ExitStatus::Unexpected, "unexpected failure"},
     ExitStatusText{ExitStatus::Usage, "usage error or unreadable input"},
     ExitStatusText{ExitStatus::WriterFailure, "writers failed (alert 600)"},
     ExitStatusText{ExitStatus::PartialSuccess, "got through, with messages (alert 601)"},
@@ -38,6 +39,7 @@ inline constexpr std::array kExitStatuses = {
     ExitStatusText{ExitStatus::ExtraVolumes, "extra volumes in the collection (alert 701)"},
     ExitStatusText{ExitStatus::FailedCall, "a platform call failed with an HRESULT"},
     ExitStatusText{ExitStatus::Validation, "validation refused the volumes or the host (250-255)"},
+    ExitStatusText{ExitStatus::Stopped, "interrupted, or past its deadline (--deadline, --deadline-step)"},
     ExitStatusText{ExitStatus::NotAllDone, "taken, but what was asked for afterwards is not all done"},
     ExitStatusText{ExitStatus::NotContained, "not everything that was required would be in the set (--require)"},
 };

@@ -82,8 +82,10 @@ Failure Refusal(const ValidationFailure& refusal) {
 }
 
 Failure Ended(const Interrupted& interrupted) {
-  Failure failure = Plain(ExitStatus::Unexpected, interrupted.what());
-  failure.explain = advice::kInterrupted;
+  Failure failure = Plain(ExitStatus::Stopped, interrupted.what());
+  failure.details = interrupted.details();
+  const bool isLate = dynamic_cast<const PastDeadline*>(&interrupted) != nullptr;
+  failure.explain = isLate ? advice::kPastDeadline : advice::kInterrupted;
   failure.quiet = dynamic_cast<const Abandoned*>(&interrupted) != nullptr;
   return failure;
 }

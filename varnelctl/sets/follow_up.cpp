@@ -111,9 +111,10 @@ void FollowUp::Run() {
     try {
       phases_.Run(step.name, step.action);
       outcome_.setState = step.result.value_or(outcome_.setState);
-    } catch (const Interrupted&) {
+    } catch (const Interrupted& ending) {
       outcome_.NoteFailure(session_);
-      reason = "the run was interrupted";
+      const bool isLate = dynamic_cast<const PastDeadline*>(&ending) != nullptr;
+      reason = isLate ? "the deadline was past" : "the run was interrupted";
       phases_.Warn({"leftOut", step.option + " is left out: " + reason});
     } catch (...) {
       outcome_.NoteFailure(session_, ExitStatus::NotAllDone);

@@ -29,7 +29,7 @@ void NameStep(Failure& failure, Session& session) {
   if (!step) return;
   failure.step = step->key;
   const bool namesIt = failure.message.starts_with(session.call()) || failure.status == ExitStatus::NotAllDone ||
-                       failure.status == ExitStatus::NotContained;
+                       failure.status == ExitStatus::NotContained || failure.status == ExitStatus::Stopped;
   if (namesIt) return;
   failure.details.insert(failure.details.begin(), "while " + session.call());
 }

@@ -1,6 +1,7 @@
 // What a request and a plan of one have in common: the checks before, the beginning, and what is told of it at the end.
 #pragma once
 
+#include "varnelctl/sets/limits.h"
 #include "varnelctl/sets/snapshot_run.h"
 
 namespace varnelctl {
@@ -13,7 +14,7 @@ class RequestRun {
 
  protected:
   RequestRun(Session& session, const SnapshotOptions& options, SnapshotOutcome& outcome)
-      : session_(session), options_(options), outcome_(outcome), phases_(session) {}
+      : session_(session), options_(options), outcome_(outcome), phases_(session, options.deadlines) {}
   ~RequestRun() = default;
 
   /// Up to Initialize, in the host agent's order of calls. Throws what the steps throw.
@@ -32,7 +33,7 @@ class RequestRun {
 
   template <class Action>
   void Attempt(Action action) {
-    outcome_.Attempt(session_, action);
+    outcome_.Attempt(session_, [&] { limits_.Explain(action); });
   }
 
   Session& session_;
@@ -41,6 +42,7 @@ class RequestRun {
   CVarnel& requestor_ = *outcome_.requestor;
   std::string& details_ = session_.errorDetails;
   Phases phases_;
+  Limits limits_{session_, phases_, outcome_.watchdog};
   std::vector<std::wstring> serialNumbers_;
   VolumeLocations locations_{outcome_.enumerator};  ///< as they were before the snapshot
 
@@ -55,6 +57,7 @@ class RequestRun {
   Explanation ExplainSelection();
 
   std::size_t requestTextLength_ = 0;
+  const WatchedHost::Limiting limiting_{outcome_.host, limits_};
 };
 
 }  // namespace varnelctl

@@ -12,6 +12,7 @@
 #include "text/guid.h"
 #include "text/unicode.h"
 #include "varnelctl/explanation/failure.h"
+#include "varnelctl/sets/limits.h"
 #include "varnelctl/sets/requested_disks.h"
 
 namespace varnelctl {
@@ -200,6 +201,28 @@ void AddTestPoints(CLI::App& app, SnapshotOptions& options) {
       ->type_name("MASK");
 }
 
+void AddDeadlines(CLI::App& app, SnapshotOptions& options) {
+  constexpr unsigned kMostSeconds = 86'400;
+  app.add_option("--deadline", options.deadlines.seconds,
+                 "Give the request up that is not done in so many seconds: it is cancelled and completed as a failure, "
+                 "with exit status 17 (--deadline 1800)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1U, kMostSeconds));
+  const auto read = [&](const std::vector<std::string>& texts) {
+    for (const std::string& text : texts) {
+      if (const std::string fault = ReadStepDeadline(text, options.deadlines); !fault.empty()) {
+        throw CLI::ValidationError("--deadline-step", fault);
+      }
+    }
+  };
+  app.add_option_function<std::vector<std::string>>(
+         "--deadline-step", read,
+         "The same for a step, again for each (--deadline-step prepare=120). Steps: " + DeadlineStepNames())
+      ->type_name("NAME=SECONDS")
+      ->expected(1, -1)
+      ->check(NoOption);
+}
+
 // What happens to a set after it was taken.
 void AddCompletionOptions(CLI::App& app, SnapshotOptions& options) {
   app.add_flag("--verify", options.verify,
@@ -289,6 +312,7 @@ void AddSnapshotOptions(CLI::App& app, SnapshotOptions& options) {
   AddTarget(app, options)->required();
   AddRequestOptions(app, options);
   AddTestPoints(app, options);
+  AddDeadlines(app, options);
   AddCompletionOptions(app, options);
   AddTryOptions(app, options);
   AddOutputOptions(app, options);

@@ -7,6 +7,7 @@
 
 #include "platform/vss.h"
 #include "varnelctl/application.h"
+#include "varnelctl/console/phases.h"
 #include "varnelctl/report/header.h"
 
 namespace CLI {
@@ -36,6 +37,7 @@ struct SnapshotOptions {
   bool verify = false;
   bool skipDbVerification = false;
   bool acceptExtraVolumes = false;
+  Deadlines deadlines;
   Then then = Then::Keep;
   bool disconnect = false;
   DWORD waitForOthers = 600;  ///< seconds

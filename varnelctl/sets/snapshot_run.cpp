@@ -109,11 +109,13 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
   }
 
   void Complete() {
+    limits_.BeginCompletion();
     const int code = outcome_.failure ? outcome_.failure->backupStatus : 0;
     outcome_.gotThrough = outcome_.taken && (!outcome_.failure || GotThrough(*outcome_.failure));
     Attempt([&] { outcome_.shadowCopies = FindShadowCopies(requestor_, locations_, outcome_.enumerator); });
     journal_.NoteCopies();
     followUp_.LookBeforeCompletion();
+    if (limits_.LeftSet() && !options_.IsTransportable()) Attempt([&] { requestor_.DeleteSnapshotSet(details_); });
     Attempt([&] { phases_.RunAnyway(step::kCompleting, [&] { TellWriters(code); }); });
     followUp_.LookAfterCompletion();
     journal_.NoteCompleted();

@@ -9,6 +9,7 @@
 
 #include "core/varnel.h"
 #include "varnelctl/console/phases.h"
+#include "varnelctl/console/watchdog.h"
 #include "varnelctl/explanation/explanation.h"
 #include "varnelctl/explanation/failure.h"
 #include "varnelctl/explanation/objects.h"
@@ -44,6 +45,8 @@ struct SnapshotOutcome {
   explicit SnapshotOutcome(const SnapshotOptions& snapshotOptions);
   /// With a requestor of another kind.
   SnapshotOutcome(const SnapshotOptions& snapshotOptions, std::unique_ptr<CVarnel> made);
+  /// What is released then may not return.
+  ~SnapshotOutcome() { watchdog.BeginEnd(); }
   SnapshotOutcome(const SnapshotOutcome&) = delete;
   SnapshotOutcome& operator=(const SnapshotOutcome&) = delete;
 
@@ -62,7 +65,8 @@ struct SnapshotOutcome {
     }
   }
 
-  WatchedHost host{varnel::CurrentHost()};  ///< first: what was obtained through it goes before it
+  Watchdog watchdog;                        ///< first: it watches the others' end
+  WatchedHost host{varnel::CurrentHost()};  ///< before what is obtained through it, which goes before it
   const varnel::ScopedHost current{host};
   TesselCommonClasses::DiskAndVolumeEnumerator enumerator;  ///< the requestor's
   const std::unique_ptr<CVarnel> requestor;                 ///< never null
