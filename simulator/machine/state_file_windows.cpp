@@ -30,6 +30,21 @@ DWORD WriteNewFile(const std::filesystem::path& path, std::string_view content) 
   return error == ERROR_SUCCESS && written != content.size() ? DWORD{ERROR_DISK_FULL} : error;
 }
 
+// Who looks at the file at the wrong moment, another program as it starts or a search for viruses, keeps it from being
+// replaced. A Win32 code.
+DWORD PutInPlace(const std::filesystem::path& beside, const std::filesystem::path& path) {
+  constexpr DWORD kAtOnce = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
+  constexpr DWORD kPause = 5;
+  DWORD error = ERROR_SUCCESS;
+  for (DWORD waited = 0; waited < 500; waited += kPause) {
+    if (::MoveFileExW(beside.c_str(), path.c_str(), kAtOnce) != FALSE) return ERROR_SUCCESS;
+    error = ::GetLastError();
+    if (error != ERROR_ACCESS_DENIED && error != ERROR_SHARING_VIOLATION) return error;
+    ::Sleep(kPause);
+  }
+  return error;
+}
+
 }  // namespace
 
 LockFile::LockFile(const std::filesystem::path& path)
@@ -76,8 +91,7 @@ DWORD ReplaceContent(const std::filesystem::path& path, std::string_view content
   std::filesystem::path beside = path;
   beside += L".new";
   DWORD error = WriteNewFile(beside, content);
-  constexpr DWORD kAtOnce = MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH;
-  if (error == ERROR_SUCCESS && ::MoveFileExW(beside.c_str(), path.c_str(), kAtOnce) == FALSE) error = ::GetLastError();
+  if (error == ERROR_SUCCESS) error = PutInPlace(beside, path);
   if (error != ERROR_SUCCESS) ::DeleteFileW(beside.c_str());
   return error;
 }

@@ -1,6 +1,7 @@
 // Programs that a test starts.
 #pragma once
 
+#include <csignal>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -10,7 +11,6 @@
 #include "platform/win32.h"
 #include "text/unicode.h"
 #else
-#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -32,8 +32,8 @@ class ChildProgram {
 
   /// Its exit status, kKilled where it was killed. Once.
   int Wait();
-  /// Ends it at once, as an administrator would.
-  void Kill();
+  /// Ends it at once, as an administrator would. Nothing happens after Wait.
+  void Kill() const;
 
  private:
 #ifdef _WIN32
@@ -67,8 +67,8 @@ inline int ChildProgram::Wait() {
   return static_cast<int>(status);
 }
 
-inline void ChildProgram::Kill() {
-  ::TerminateProcess(process_, kKilled);
+inline void ChildProgram::Kill() const {
+  if (process_ != nullptr) ::TerminateProcess(process_, kKilled);
 }
 
 #else
@@ -89,8 +89,8 @@ inline int ChildProgram::Wait() {
   return WIFSIGNALED(status) ? kKilled : WEXITSTATUS(status);
 }
 
-inline void ChildProgram::Kill() {
-  ::kill(process_, SIGKILL);
+inline void ChildProgram::Kill() const {
+  if (process_ != 0) ::kill(process_, SIGKILL);
 }
 
 #endif

@@ -295,6 +295,14 @@ TEST_F(CleanUp, ADiskWithTheNumberOfACopyIsNotTakenForIt) {
   EXPECT_THAT(Targets(), ElementsAre("originals", "copy-1"));
 }
 
+TEST_F(CleanUp, TheDisksOfASetThatCameLaterAreNotTakenForThoseBefore) {
+  const std::string set = LeftSet(Stage::Completed);
+  TakeAway(set);
+  KeptSet();  // with the same numbers and, on a simulated host, the same serial numbers
+  EXPECT_THAT(CleanOne().at("text").get<std::string>(), HasSubstr("stays, as it carries \"SHADOW-TSL0001\""));
+  EXPECT_THAT(Targets(), SizeIs(3));
+}
+
 TEST_F(CleanUp, ACopyOnItsSourcesDiskEndsNoSessionOfThat) {
   const std::string set = LeftSet(Stage::Completed);
   TakeAway(set);
@@ -412,6 +420,35 @@ TEST_F(CleanUp, NothingIsDeletedWhereItCannotBeRecorded) {
   EXPECT_EQ(EntryOf(set).stage, Stage::Completed);
 }
 
+TEST_F(CleanUp, WhateverCallFailsTheNextCleanUpEndsTheRest) {
+  constexpr int kMoreThanAnyRun = 1000;
+  const std::string kept = KeptSet();
+  const std::string set = LeftSet(Stage::Completed);
+  const simulator::ServiceState sets = host().machine().snapshots->State();
+  const auto files = JournalFiles();
+  // Where sweeps make a sample of their runs (VARNEL_SAMPLE), every fifth.
+  const int step = EnvironmentNumber("VARNEL_SAMPLE").value_or(1) > 1 ? 5 : 1;
+  int n = 1 + static_cast<int>(EnvironmentNumber("VARNEL_SAMPLE_SEED").value_or(0)) % step;
+  for (; n < kMoreThanAnyRun; n += step) {
+    Install(Model()).machine().snapshots->SetState(sets);
+    for (const auto& [name, bytes] : files) folder.Write("sets/" + name, bytes);
+    host().faults().FailNthCall(n, static_cast<DWORD>(E_FAIL));
+    const CliResult result = Run(Journalled({"sets", "clean-up"}));
+    SCOPED_TRACE("call " + std::to_string(n) + ": " + host().faults().firedAt());
+    if (!host().faults().fired()) break;
+    EXPECT_THAT(result.status, testing::AnyOf(0, 15, 18)) << result.err;
+    EXPECT_EQ(host().live().Describe(), "");
+    EXPECT_EQ(IsJournalled(set) ? 0 : CopiesOf(set), 0u) << "what is there is remembered";
+    Sets({"clean-up"});
+    EXPECT_EQ(CopiesOf(set), 0u);
+    EXPECT_FALSE(IsJournalled(set));
+    EXPECT_EQ(CopiesOf(kept), 2u);
+    EXPECT_EQ(EntryOf(kept).end, End::Kept);
+  }
+  EXPECT_GT(n, 30);
+  EXPECT_LT(n, kMoreThanAnyRun);
+}
+
 // A dry run, and what else it tells
 
 TEST_F(CleanUp, ADryRunSaysWhatWouldBeDoneAndTouchesNothing) {
@@ -464,7 +501,7 @@ TEST_F(CleanUp, LeftoversAreTold) {
     varnelctl::Console console(out, err);
     varnelctl::Session session(console, varnelctl::Format::Text, false, {}, {});
     session.journal = journal;
-    varnelctl::TellLeftovers(session);
+    varnelctl::TellLeftovers(session, session.journal->Read());
     EXPECT_EQ(out.str(), "");
     return err.str();
   };

@@ -357,6 +357,18 @@ TEST_F(JournalledRequest, WhoseSetCouldNotBeDeletedIsToBeEnded) {
   EXPECT_EQ(entry.at("end"), "toBeEnded");
 }
 
+TEST_F(JournalledRequest, TellsAtItsStartWhatEarlierOnesLeft) {
+  JournalEntry entry = Entry();
+  entry.stage = JournalStage::Taken;
+  entry.end.reset();
+  ++entry.process.start;
+  journal.Write(entry);
+  Write("fault.json", "{");
+  EXPECT_THAT(Snapshot(Journalled({})).err,
+              AllOf(StartsWith("varnelctl: warning: 1 earlier request may have left sets behind: "),
+                    HasSubstr("varnelctl: warning: 1 file of the journal cannot be read and may remember a set: ")));
+}
+
 TEST_F(JournalledRequest, MakesNoFurtherCallOfTheService) {
   const auto calls = [&](const Arguments& arguments) {
     Restart("kept");

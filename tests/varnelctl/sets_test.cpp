@@ -7,7 +7,7 @@ namespace {
 using nlohmann::json;
 using testing::AllOf;
 
-constexpr char kUnknown[] = "{99999999-5e1f-4c3d-9a0b-000000000000}";
+constexpr char kNoSet[] = "{99999999-5e1f-4c3d-9a0b-000000000000}";
 
 class SetsCommand : public SetsFixture {
  protected:
@@ -48,8 +48,8 @@ TEST_F(SetsCommand, AnUnknownSetIsRefusedWithTheNearestOne) {
                                                  "\"? (varnelctl sets list names those that are)");
   TakeAway(set);
   std::filesystem::remove_all(journal.folder());
-  ExpectRefusal({"break", kUnknown},
-                std::string("no set ") + kUnknown + " is known here (varnelctl sets list names those that are)");
+  ExpectRefusal({"break", kNoSet},
+                std::string("no set ") + kNoSet + " is known here (varnelctl sets list names those that are)");
 }
 
 TEST_F(SetsCommand, TakesAnIdentifierWithOrWithoutBracesInAnyCase) {
@@ -153,7 +153,8 @@ TEST_F(SetsCommand, CountsWhatIsToBeEnded) {
 
 TEST_F(SetsCommand, NamesFaultyFilesOfTheJournalAndLeavesThem) {
   KeptSet();
-  const std::string torn = folder.Write("sets/torn.json", "{\"version\": 1");
+  folder.Write("sets/torn.json", "{\"version\": 1");
+  const std::string torn = (journal.folder() / "torn.json").string();
   const auto files = JournalFiles();
   const CliResult result = Sets({"list"});
   EXPECT_THAT(result.err, StartsWith("varnelctl: warning: the journal's " + torn + " is left as it is: "));
@@ -188,7 +189,8 @@ TEST_F(SetsCommand, AServiceThatCannotBeAskedIs15) {
   const std::string set = KeptSet();
   for (const Arguments& arguments : std::vector<Arguments>{{"list"}, {"show", set}, {"delete", set}, {"clean-up"}}) {
     Fail("IVssBackupComponents::Query", E_ACCESSDENIED, 0);
-    EXPECT_THAT(Sets(arguments, 15).err, StartsWith("varnelctl: IVssBackupComponents::Query failed: Error: 0x80070005 (0x80070005)\n"));
+    EXPECT_THAT(Sets(arguments, 15).err,
+                StartsWith("varnelctl: IVssBackupComponents::Query failed: Error: 0x80070005 (0x80070005)\n"));
   }
 }
 
@@ -528,7 +530,7 @@ TEST_F(SetsCommand, ASessionThatDoesNotEndIsTriedFiveTimesAndNamed) {
 
 TEST_F(SetsCommand, EveryCallOfAListMayFail) {
   FailEachCall(Model(), Journalled({"sets", "list"}),
-               [&](const CliResult& result) { EXPECT_THAT(result.status, testing::AnyOf(0, 1, 15)) << result.err; });
+               [&](const CliResult& result) { EXPECT_THAT(result.status, testing::AnyOf(0, 15)) << result.err; });
 }
 
 }  // namespace

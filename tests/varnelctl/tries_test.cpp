@@ -204,10 +204,20 @@ TEST_F(Tries, ARequestThatGotThroughIsNotMadeAgain) {
 }
 
 TEST_F(Tries, MessagesAboutASetAreNoFailure) {
-  const CliResult result = RunCli({"--host", VARNEL_EXAMPLES "/hosts/hyperv-one-of-twenty.json", "snapshot", "--app",
-                                   "hyperv", "--disk", "TSL2001", "TSL2002", "--retries", "3", "--json"});
+  const std::string host = VARNEL_EXAMPLES "/hosts/hyperv-one-of-twenty.json";
+  const CliResult result = RunCli(
+      {"--host", host, "snapshot", "--app", "hyperv", "--disk", "TSL2001", "TSL2002", "--retries", "3", "--json"});
   EXPECT_EQ(result.status, 11) << result.err;
   EXPECT_THAT(StatusesOf(json::parse(result.out)), ElementsAre(11));
+}
+
+TEST_F(Tries, AnInterruptedRequestIsNotMadeAgainWhateverTheServiceSaidLast) {
+  varnelctl::SnapshotOutcome outcome{varnelctl::SnapshotOptions()};
+  outcome.failedCall = {varnelctl::ServiceCall::DoSnapshotSet, VSS_E_PROVIDER_VETO};
+  outcome.failure = varnelctl::DescribeFailure(std::make_exception_ptr(long{VSS_E_PROVIDER_VETO}), "");
+  EXPECT_EQ(varnelctl::PassingOf(outcome), varnelctl::Passing::Failure);
+  outcome.failure = varnelctl::DescribeFailure(std::make_exception_ptr(varnelctl::Interrupted("")), "");
+  EXPECT_EQ(varnelctl::PassingOf(outcome), varnelctl::Passing::No);
 }
 
 // What is left of a try
@@ -321,8 +331,22 @@ TEST_F(Tries, ItIsNotWaitedForWhereNobodyWantsThat) {
   EXPECT_EQ(slept(), 0u);
 }
 
-TEST_F(Tries, OnlyTheStartOfASetTellsOfAnotherBackup) {
+TEST_F(Tries, ADeadlineEndsAPause) {
+  FailCall(kStart, VSS_E_SNAPSHOT_SET_IN_PROGRESS, 0);
+  const json outcome = SnapshotJson({"--deadline", "30"}, 17);
+  EXPECT_THAT(outcome["result"]["message"].get<std::string>(),
+              testing::MatchesRegex("the deadline of .*30 seconds.* passed before the next try"));
+  EXPECT_GE(slept(), 30000u);
+  EXPECT_LE(slept(), 31000u);
+}
+
+TEST_F(Tries, OneThatAVolumeTellsOfIsWaitedForToo) {
   FailCall("IVssBackupComponents::AddToSnapshotSet", VSS_E_SNAPSHOT_SET_IN_PROGRESS);
+  EXPECT_THAT(StatusesOf(SnapshotJson()), ElementsAre(15, 0));
+}
+
+TEST_F(Tries, NoOtherCallTellsOfAnotherBackup) {
+  FailCall("IVssBackupComponents::PrepareForBackup", VSS_E_SNAPSHOT_SET_IN_PROGRESS);
   EXPECT_THAT(StatusesOf(SnapshotJson({}, 15)), ElementsAre(15));
 }
 

@@ -22,7 +22,7 @@ using varnelctl::BackupText;
 using varnelctl::ContextName;
 using varnelctl::TallyText;
 
-constexpr char kSetId[] = "{00000002-5e1f-4c3d-9a0b-000000000000}";
+constexpr char kIdInVerdict[] = "{00000002-5e1f-4c3d-9a0b-000000000000}";
 constexpr char kSetName[] = "set {00000002-5e1f-4c3d-9a0b-000000000000}";
 
 std::string LastLine(const std::string& text) {
@@ -148,9 +148,9 @@ TEST_F(VerdictOfRun, AKeptSetTellsWhatEndsIt) {
               EndsWith("\nSnapshot " + std::string(kSetName) +
                        ": kept until it is deleted\n"
                        "  end it with varnelctl sets delete " +
-                       kSetId + "\nCAPTURED 2 of 3 components; " + kSetName + " kept until it is deleted\n"));
+                       kIdInVerdict + "\nCAPTURED 2 of 3 components; " + kSetName + " kept until it is deleted\n"));
   const json verdict = VerdictJson({"--context", "app-rollback"});
-  EXPECT_EQ(verdict["endWith"], std::string("varnelctl sets delete ") + kSetId);
+  EXPECT_EQ(verdict["endWith"], std::string("varnelctl sets delete ") + kIdInVerdict);
   EXPECT_EQ(verdict["lifetime"], "kept until it is deleted");
 }
 
@@ -181,7 +181,7 @@ TEST_F(VerdictOfRun, WhatIsNotDoneAfterwardsIsNoSuccess) {
                         "(0x80042306); 2 shadow copies of ") +
                 kSetName + " are left");
   EXPECT_EQ(verdict["status"], 18);
-  EXPECT_EQ(verdict["endWith"], std::string("varnelctl sets delete ") + kSetId);
+  EXPECT_EQ(verdict["endWith"], std::string("varnelctl sets delete ") + kIdInVerdict);
 }
 
 TEST_F(VerdictOfRun, ASetThatNobodyCanTellOfIsToldSo) {

@@ -23,15 +23,15 @@ struct KindText {
   const char* heading;
 };
 
-constexpr KindText kKinds[] = {{SetKind::There, "there", "In the journal and on this host"},
-                               {SetKind::NotVisible, "notVisible", "In the journal, not visible on this host"},
-                               {SetKind::NotJournalled, "notJournalled", "On this host, not in the journal"}};
+constexpr KindText kSetKinds[] = {{SetKind::There, "there", "In the journal and on this host"},
+                                  {SetKind::NotVisible, "notVisible", "In the journal, not visible on this host"},
+                                  {SetKind::NotJournalled, "notJournalled", "On this host, not in the journal"}};
 
 const char* WordFor(SetKind kind) {
-  return kKinds[static_cast<std::size_t>(kind)].word;
+  return kSetKinds[static_cast<std::size_t>(kind)].word;
 }
 
-Json PathJson(const std::filesystem::path& path) {
+Json FileJson(const std::filesystem::path& path) {
   return WideToUtf8Lossy(varnel::WideFileName(path.native()));
 }
 
@@ -48,7 +48,7 @@ std::string MakerOf(const KnownSet& set, const KnownSets& known) {
          ", provider " + known.NameOfProvider(provider);
 }
 
-std::string CopyText(const KnownCopy& copy) {
+std::string KnownCopyText(const KnownCopy& copy) {
   std::string text = Printable(copy.Source()) + " on disk " + Quoted(copy.sourceDisk) + ": ";
   if (!copy.listed) {
     text += "not listed";
@@ -64,7 +64,7 @@ void PrintShort(Console& console, const KnownSet& set, const KnownSets& known) {
   console.Line(
       "  " + Created(set) + ", " +
       (set.entry ? "application " + Printable(varnel::Utf8ToWideLossy(set.entry->application)) : MakerOf(set, known)));
-  for (const KnownCopy& copy : set.copies) console.Line("  " + CopyText(copy));
+  for (const KnownCopy& copy : set.copies) console.Line("  " + KnownCopyText(copy));
 }
 
 std::vector<std::string> NextCommands(const KnownSet& set, const KnownSets& known) {
@@ -82,7 +82,7 @@ std::vector<std::string> NextCommands(const KnownSet& set, const KnownSets& know
   return commands;
 }
 
-Json CopyJson(const KnownCopy& copy) {
+Json KnownCopyJson(const KnownCopy& copy) {
   Json json = {{"snapshotId", WideToUtf8Lossy(copy.snapshotId)},
                {"volume", WideToUtf8Lossy(copy.volume)},
                {"mountPoint", WideToUtf8Lossy(copy.mountPoint)},
@@ -101,7 +101,7 @@ Json CopyJson(const KnownCopy& copy) {
   return json;
 }
 
-Json JournalSessionJson(const JournalSession& session) {
+Json RecordedSessionJson(const JournalSession& session) {
   return {{"targetName", WideToUtf8Lossy(session.targetName)},
           {"sessionId", session.sessionId},
           {"disks", ArrayOf(session.disks, WideToUtf8Lossy)}};
@@ -109,7 +109,7 @@ Json JournalSessionJson(const JournalSession& session) {
 
 Json EntryJson(const KnownSet& set) {
   const JournalEntry& entry = *set.entry;
-  return {{"file", PathJson(entry.file)},
+  return {{"file", FileJson(entry.file)},
           {"start", entry.start},
           {"application", entry.application},
           {"commandLine", entry.commandLine},
@@ -121,7 +121,7 @@ Json EntryJson(const KnownSet& set) {
           {"end", entry.end ? Json(WordFor(*entry.end)) : Json(nullptr)},
           {"transportable", entry.IsTransportable()},
           {"disconnected", entry.disconnected},
-          {"sessions", ArrayOf(entry.sessions, JournalSessionJson)}};
+          {"sessions", ArrayOf(entry.sessions, RecordedSessionJson)}};
 }
 
 Json SetJson(const KnownSet& set, const KnownSets& known) {
@@ -130,11 +130,11 @@ Json SetJson(const KnownSet& set, const KnownSets& known) {
           {"state", DescribeState(set)},
           {"leftover", set.IsLeftover()},
           {"journal", set.entry ? EntryJson(set) : Json(nullptr)},
-          {"copies", ArrayOf(set.copies, CopyJson)},
+          {"copies", ArrayOf(set.copies, KnownCopyJson)},
           {"next", NextCommands(set, known)}};
 }
 
-Json SessionJson(const SessionOfSet& session) {
+Json SessionOfSetJson(const SessionOfSet& session) {
   return {{"targetName", WideToUtf8Lossy(session.session.targetName)},
           {"sessionId", session.session.sessionId},
           {"disks", ArrayOf(session.own, [](const auto& disk) { return WideToUtf8Lossy(disk.serialNumber); })},
@@ -142,7 +142,7 @@ Json SessionJson(const SessionOfSet& session) {
 }
 
 Json FaultJson(const JournalFault& fault) {
-  return {{"file", PathJson(fault.file)}, {"reason", fault.reason}};
+  return {{"file", FileJson(fault.file)}, {"reason", fault.reason}};
 }
 
 void PrintEntry(Console& console, const KnownSet& set) {
@@ -156,7 +156,7 @@ void PrintEntry(Console& console, const KnownSet& set) {
 }
 
 void PrintWholeCopy(Console& console, const KnownCopy& copy, const KnownSets& known) {
-  console.Line("  " + CopyText(copy));
+  console.Line("  " + KnownCopyText(copy));
   console.Line("    volume       " + Printable(copy.volume));
   console.Line("    shadow copy  " + (copy.snapshotId.empty() ? "none" : Printable(copy.snapshotId)));
   if (!copy.device.empty()) console.Line("    device       " + Printable(copy.device));
@@ -192,7 +192,7 @@ void PrintSessions(Console& console, const ShownSet& shown) {
 }  // namespace
 
 void PrintSets(Console& console, const KnownSets& known, const std::optional<Journal>& journal) {
-  for (const KindText& kind : kKinds) {
+  for (const KindText& kind : kSetKinds) {
     bool isFirst = true;
     for (const KnownSet& set : known.sets()) {
       if (set.Kind() != kind.kind) continue;
@@ -209,7 +209,7 @@ void PrintSets(Console& console, const KnownSets& known, const std::optional<Jou
 }
 
 Json SetsDocument(const KnownSets& known, const std::optional<Journal>& journal) {
-  return {{"journal", journal ? PathJson(journal->folder()) : Json(nullptr)},
+  return {{"journal", journal ? FileJson(journal->folder()) : Json(nullptr)},
           {"sets", ArrayOf(known.sets(), [&](const KnownSet& set) { return SetJson(set, known); })},
           {"faults", ArrayOf(known.faults(), FaultJson)}};
 }
@@ -229,7 +229,7 @@ void PrintSet(Console& console, const ShownSet& shown, const KnownSets& known) {
 }
 
 Json SetDocument(const ShownSet& shown, const KnownSets& known) {
-  return {{"set", SetJson(shown.set, known)}, {"sessions", ArrayOf(shown.sessions, SessionJson)}};
+  return {{"set", SetJson(shown.set, known)}, {"sessions", ArrayOf(shown.sessions, SessionOfSetJson)}};
 }
 
 void PrintPlan(Console& console, const ActionOutcome& outcome) {
@@ -244,7 +244,7 @@ Json ActionDocument(const ActionOutcome& outcome, bool dryRun, const std::string
           {"text", outcome.text},
           {"plan", outcome.plan},
           {"copiesLeft", ArrayOf(outcome.copiesLeft, ListedCopyJson)},
-          {"sessionsLeft", ArrayOf(outcome.sessionsLeft, SessionJson)},
+          {"sessionsLeft", ArrayOf(outcome.sessionsLeft, SessionOfSetJson)},
           {"errorDetails", errorDetails}};
 }
 
@@ -259,11 +259,11 @@ void PrintCleanUp(Console& console, const std::vector<CleanUpOutcome>& outcomes)
 Json CleanUpDocument(const std::vector<CleanUpOutcome>& outcomes, bool dryRun) {
   const auto outcomeJson = [](const CleanUpOutcome& outcome) -> Json {
     return {{"setId", outcome.setId.empty() ? Json(nullptr) : Json(WideToUtf8Lossy(outcome.setId))},
-            {"file", PathJson(outcome.file)},
+            {"file", FileJson(outcome.file)},
             {"outcome", WordFor(outcome.result)},
             {"text", outcome.text},
             {"copiesLeft", ArrayOf(outcome.copiesLeft, ListedCopyJson)},
-            {"sessionsLeft", ArrayOf(outcome.sessionsLeft, SessionJson)}};
+            {"sessionsLeft", ArrayOf(outcome.sessionsLeft, SessionOfSetJson)}};
   };
   return {{"dryRun", dryRun}, {"text", DescribeCleanUp(outcomes, dryRun)}, {"sets", ArrayOf(outcomes, outcomeJson)}};
 }

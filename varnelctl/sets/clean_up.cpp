@@ -15,7 +15,7 @@ using varnel::CurrentHost;
 
 // A set whose requestor died in DoSnapshotSet may still be made.
 constexpr DWORD kMayComeMilliseconds = 60'000;
-constexpr DWORD kPauseMilliseconds = 1'000;
+constexpr DWORD kAskAgainMilliseconds = 1'000;
 
 // Its request may have left a set.
 bool MayHaveSet(const JournalEntry& entry) {
@@ -122,13 +122,13 @@ class CleanUpRun {
   // How many there were. Throws what the deletion throws; NotAllDone when copies are still there.
   std::size_t DeleteCopies(const KnownSet& set, JournalEntry& entry) {
     const bool mayCome = entry.stage == JournalStage::TakingSnapshot && !set.IsElsewhere();
-    std::size_t listed = Record(entry);
+    std::size_t listed = Record(set.id, entry);
     for (bool again = true; again;) {
       const bool found = Delete(set.id);
       if (found) RequireGone(set.id);
       if (found) return std::max<std::size_t>(listed, 1);
       again = mayCome && WaitForCopies(set);
-      if (again) listed = Record(entry);
+      if (again) listed = Record(set.id, entry);
     }
     RequireGone(set.id);
     return 0;
@@ -155,25 +155,32 @@ class CleanUpRun {
                                          "the service is asked again for 60 seconds"});
     }
     while (time.GetTickCount64() < *deadline_) {
-      time.Sleep(kPauseMilliseconds);
+      time.Sleep(kAskAgainMilliseconds);
       if (!service_.List(set.id).empty()) return true;
     }
     return false;
   }
 
   // What is there now is remembered before anything of it goes. \return how many copies are listed.
-  std::size_t Record(JournalEntry& entry) {
+  std::size_t Record(const std::wstring& setId, JournalEntry& entry) {
     const KnownSets known(service_, journal_);
     std::size_t listed = 0;
     for (const KnownSet& set : known.sets()) {
-      if (!set.entry || set.entry->file != entry.file || !set.IsListed()) continue;
-      entry.copies.clear();
-      for (const KnownCopy& copy : set.copies) entry.copies.push_back(ForJournal(copy));
+      if (set.id != setId || !set.IsListed()) continue;
       listed = set.Listed().size();
+      RecordCopies(set, entry);
       RecordSessions(set, known, entry);
     }
     journal_.Write(entry);
     return listed;
+  }
+
+  static void RecordCopies(const KnownSet& set, JournalEntry& entry) {
+    for (const KnownCopy& copy : set.copies) {
+      if (!copy.listed) continue;
+      std::erase_if(entry.copies, [&](const JournalCopy& recorded) { return recorded.volume == copy.volume; });
+      entry.copies.push_back(ForJournal(copy));
+    }
   }
 
   // Where the initiator does not answer nothing is to be remembered.
@@ -307,18 +314,21 @@ std::optional<Failure> FailureOf(const std::vector<CleanUpOutcome>& outcomes) {
   return failure;
 }
 
-void TellLeftovers(Session& session) {
-  if (!session.journal) return;
-  const Journal::Content content = session.journal->Read();
+void TellLeftovers(Session& session, const Journal::Content& content) {
   const auto isLeftover = [](const JournalEntry& entry) {
     return entry.IsLeftover() && MayHaveSet(entry) && !IsRunning(entry.process);
   };
   const auto count =
       static_cast<std::size_t>(std::count_if(content.entries.begin(), content.entries.end(), isLeftover));
-  if (count == 0) return;
-  session.Warn({"leftovers", Counted(count, "earlier request") +
-                                 " may have left sets behind: varnelctl sets list shows them, varnelctl sets clean-up "
-                                 "ends them"});
+  if (count != 0) {
+    session.Warn({"leftovers", Counted(count, "earlier request") +
+                                   " may have left sets behind: varnelctl sets list shows them, varnelctl sets "
+                                   "clean-up ends them"});
+  }
+  if (content.faults.empty()) return;
+  session.Warn({"journalFault", Counted(content.faults.size(), "file") +
+                                    " of the journal cannot be read and may remember a set: varnelctl sets list names "
+                                    "each with its reason"});
 }
 
 }  // namespace varnelctl

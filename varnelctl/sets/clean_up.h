@@ -41,7 +41,7 @@ std::vector<CleanUpOutcome> CleanUp(Session& session, bool dryRun);
 /// The failure of a clean-up that left something; nothing where it did not.
 std::optional<Failure> FailureOf(const std::vector<CleanUpOutcome>& outcomes);
 
-/// Warns of requests that may have left sets behind. Asks the journal alone. Throws JournalError.
-void TellLeftovers(Session& session);
+/// Warns of requests that may have left sets behind, and of files of the journal that cannot be read.
+void TellLeftovers(Session& session, const Journal::Content& content);
 
 }  // namespace varnelctl

@@ -111,12 +111,15 @@ void Journal::Remove(const JournalEntry& entry) const {
   }
 }
 
-void Journal::Tidy() const {
-  for (const JournalEntry& entry : Read().entries) {
-    if (!entry.IsOver() || IsRunning(entry.process)) continue;
+Journal::Content Journal::Tidy() const {
+  Content content = Read();
+  std::erase_if(content.entries, [](const JournalEntry& entry) {
+    if (!entry.IsOver() || IsRunning(entry.process)) return false;
     std::error_code ignored;
     std::filesystem::remove(entry.file, ignored);
-  }
+    return true;
+  });
+  return content;
 }
 
 }  // namespace varnelctl

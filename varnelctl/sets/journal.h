@@ -68,8 +68,8 @@ struct JournalEntry {
   JournalStage stage = JournalStage::Begun;
   /// With the last stage. Kept also while such a set is broken or masked: it is not ended for that.
   std::optional<JournalEnd> end;
-  std::wstring setId;             ///< "{...}", empty before StartSnapshotSet
-  bool disconnected = false;      ///< its iSCSI sessions were ended
+  std::wstring setId;         ///< "{...}", empty before StartSnapshotSet
+  bool disconnected = false;  ///< its iSCSI sessions were ended
   std::vector<JournalCopy> copies;
   std::vector<JournalSession> sessions;
 
@@ -110,7 +110,8 @@ class Journal {
   /// Takes the entry's file away. Throws JournalError.
   void Remove(const JournalEntry& entry) const;
   /// Takes away the entries that are over and whose process is gone. What cannot be taken away stays.
-  void Tidy() const;
+  /// Returns the others. Throws JournalError for a folder that cannot be read.
+  Content Tidy() const;
 
  private:
   std::filesystem::path folder_;

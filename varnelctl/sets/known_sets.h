@@ -53,8 +53,8 @@ struct KnownSet {
   bool WouldBeListed() const;
   /// The listed copies of it.
   std::vector<ListedCopy> Listed() const;
-  /// Their sources, as people know them.
-  std::vector<std::wstring> Sources(const std::vector<ListedCopy>& copies) const;
+  /// The sources of these copies, as people know them.
+  std::vector<std::wstring> Sources(const std::vector<ListedCopy>& of) const;
   /// The copies' own disks, also those that the journal alone knows.
   std::vector<TesselCommonClasses::WindowsDiskDevice> Disks() const;
 };

@@ -5,6 +5,7 @@
 #include "text/guid.h"
 #include "text/unicode.h"
 #include "varnelctl/explanation/failure.h"
+#include "varnelctl/sets/clean_up.h"
 #include "varnelctl/sets/iscsi_sessions.h"
 
 namespace varnelctl {
@@ -23,7 +24,7 @@ RequestJournal::~RequestJournal() {
 
 void RequestJournal::BeginRequest() {
   if (!session_.journal) return;
-  session_.journal->Tidy();
+  TellLeftovers(session_, session_.journal->Tidy());
   const Header& header = session_.TellHeader(Requested(options_));
   entry_.host = header.host.value_or("");
   entry_.process = ThisProcess();

@@ -99,10 +99,11 @@ std::string RequestLockOfMachine() {
 
 // The name of a mutex takes no path.
 std::string RequestLockOfState(const std::string& stateFile) {
+  // By its name alone: a file that is open at the wrong moment cannot be replaced by the process that uses the state.
   std::error_code error;
-  std::filesystem::path path = std::filesystem::weakly_canonical(PathOf(stateFile), error);
+  std::filesystem::path path = std::filesystem::absolute(PathOf(stateFile), error);
   if (error) path = PathOf(stateFile);
-  const std::uint64_t hash = HashOf(varnel::ascii::ToLower(path.wstring()));
+  const std::uint64_t hash = HashOf(varnel::ascii::ToLower(path.lexically_normal().wstring()));
   return kMachine +
          varnel::FormatNarrow("-%08x%08x", {static_cast<std::uint32_t>(hash >> 32), static_cast<std::uint32_t>(hash)});
 }

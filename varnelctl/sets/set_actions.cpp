@@ -4,7 +4,6 @@
 
 #include "core/logging.h"
 #include "core/varnel.h"
-#include "text/unicode.h"
 #include "varnelctl/console/phases.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/explanation/advice.h"
@@ -15,20 +14,18 @@
 namespace varnelctl {
 namespace {
 
-using varnel::WideToUtf8Lossy;
-
 // What belongs to an action.
-struct Kind {
-  SetAction action;
-  const char* word;
-  const char* done;  // "it is ..."
-  StepName step;
-  JournalStage stage;  // while it is done
-  JournalEnd end;
-  const char* call;
+struct ActionKind {
+  SetAction action = SetAction::Delete;
+  const char* word = "";
+  const char* done = "";  // "it is ..."
+  StepName step = step::kDeleting;
+  JournalStage stage = JournalStage::Ended;  // while it is done
+  JournalEnd end = JournalEnd::Kept;
+  const char* call = "";
 };
 
-constexpr Kind kKinds[] = {
+constexpr ActionKind kActionKinds[] = {
     {SetAction::Break, "break", "broken", step::kBreaking, JournalStage::Breaking, JournalEnd::Broken,
      "IVssBackupComponents::BreakSnapshotSet"},
     {SetAction::Mask, "mask", "masked", step::kMasking, JournalStage::Masking, JournalEnd::Masked,
@@ -39,11 +36,11 @@ constexpr Kind kKinds[] = {
      "IVssBackupComponents::DeleteSnapshots, by force,"},
 };
 
-const Kind& Of(SetAction action) {
-  return kKinds[static_cast<std::size_t>(action)];
+const ActionKind& KindOf(SetAction action) {
+  return kActionKinds[static_cast<std::size_t>(action)];
 }
 
-bool Has(const ListedCopy& copy, LONG attributes) {
+bool HasAny(const ListedCopy& copy, LONG attributes) {
   return (copy.attributes & attributes) != 0;
 }
 
@@ -55,38 +52,38 @@ std::string WhyInUse(const KnownSet& set) {
 
 // A set that no varnelctl remembers may be in use by anybody.
 std::string WhyNotOurs(SetAction action, const KnownSet& set, const KnownSets& known) {
-  const std::string all = std::string("; with --force it is ") + Of(action).done + " all the same";
+  const std::string all = std::string("; with --force it is ") + KindOf(action).done + " all the same";
   for (const KnownCopy& copy : set.copies) {
     if (copy.listed->provider == CVarnel::TesselVssProviderID) continue;
     return NameOf(set) + " was not made by varnelctl: its shadow copy of " + Printable(copy.Source()) +
            " is of provider " + known.NameOfProvider(copy.listed->provider) + all;
   }
-  const bool stays = Has(*set.copies.front().listed, VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE);
+  const bool stays = HasAny(*set.copies.front().listed, VSS_VOLSNAP_ATTR_NO_AUTO_RELEASE);
   return stays ? std::string()
                : NameOf(set) + " goes by itself when the program that made it ends, which may need it" + all;
 }
 
 std::string WhyNotBroken(SetAction action, const KnownSet& set) {
-  const std::string cannot = NameOf(set) + " cannot be " + Of(action).done;
+  const std::string cannot = NameOf(set) + " cannot be " + KindOf(action).done;
   if (!set.IsListed()) return cannot + " here, as the service does not list it: " + DescribeState(set);
   for (const KnownCopy& copy : set.copies) {
     if (!copy.listed) continue;
     const std::string which = cannot + ": its shadow copy of " + Printable(copy.Source());
-    if (!Has(*copy.listed, VSS_VOLSNAP_ATTR_HARDWARE_ASSISTED)) {
+    if (!HasAny(*copy.listed, VSS_VOLSNAP_ATTR_HARDWARE_ASSISTED)) {
       return which + " is no hardware copy and has no disk of its own";
     }
-    if (Has(*copy.listed, VSS_VOLSNAP_ATTR_NOT_SURFACED)) return which + " is transportable and not on this host";
+    if (HasAny(*copy.listed, VSS_VOLSNAP_ATTR_NOT_SURFACED)) return which + " is transportable and not on this host";
   }
   return {};
 }
 
-std::string CopyText(const KnownCopy& copy) {
+std::string CopyAndDisk(const KnownCopy& copy) {
   std::string text = "shadow copy " + Printable(copy.snapshotId) + " of " + Printable(copy.Source());
   if (!copy.disk.diskName.empty()) text += " on disk " + NameOfDisk(copy.disk);
   return text;
 }
 
-std::string SessionText(const SessionOfSet& session) {
+std::string SessionAndDisks(const SessionOfSet& session) {
   return "iSCSI session " + session.session.sessionId + " to target " + Printable(session.session.targetName) +
          ", which carries " + session.Carries();
 }
@@ -95,7 +92,7 @@ class ActionRun {
  public:
   ActionRun(Session& session, SetAction action, const std::string& id, bool force)
       : session_(session),
-        kind_(Of(action)),
+        kind_(KindOf(action)),
         known_(service_, session.journal),
         set_(known_.Find(id)),
         entry_(set_.entry) {
@@ -130,12 +127,12 @@ class ActionRun {
   void PlanCopies() {
     outcome_.plan.push_back(std::string("would call ") + kind_.call + " for " + NameOf(set_));
     for (const KnownCopy& copy : set_.copies) {
-      outcome_.plan.push_back((copy.listed ? "  " : "  not listed: ") + CopyText(copy));
+      outcome_.plan.push_back((copy.listed ? "  " : "  not listed: ") + CopyAndDisk(copy));
     }
   }
   void PlanSessions() {
     for (const SessionOfSet& session : SessionsOfDisks()) {
-      outcome_.plan.push_back((session.others.empty() ? "would end " : "would leave ") + SessionText(session));
+      outcome_.plan.push_back((session.others.empty() ? "would end " : "would leave ") + SessionAndDisks(session));
     }
     if (outcome_.plan.empty()) outcome_.plan.emplace_back("no iSCSI session carries a disk of it");
   }
@@ -268,7 +265,7 @@ class ActionRun {
   }
 
   Session& session_;
-  const Kind& kind_;
+  const ActionKind& kind_;
   const SetService service_;
   const KnownSets known_;
   const KnownSet& set_;
@@ -282,7 +279,7 @@ class ActionRun {
 }  // namespace
 
 const char* WordFor(SetAction action) {
-  return Of(action).word;
+  return KindOf(action).word;
 }
 
 std::string WhyNot(SetAction action, const KnownSet& set, const KnownSets& known, bool force) {

@@ -206,7 +206,7 @@ void AddDeadlines(CLI::App& app, SnapshotOptions& options) {
   app.add_option("--deadline", options.deadlines.seconds,
                  "Give the request up that is not done in so many seconds: it is cancelled and completed as a failure, "
                  "with exit status 17 (--deadline 1800)")
-      ->type_name("SECONDS")
+      ->option_text("SECONDS")
       ->check(CLI::Range(1U, kMostSeconds));
   const auto read = [&](const std::vector<std::string>& texts) {
     for (const std::string& text : texts) {

@@ -55,10 +55,7 @@ std::string Seconds(unsigned long long milliseconds) {
 class Tries {
  public:
   Tries(Session& session, const SnapshotOptions& options)
-      : session_(session),
-        options_(options),
-        interruption_(session.watchInterruption ? session.watchInterruption() : nullptr),
-        retriesLeft_(options.retries) {}
+      : session_(session), options_(options), watch_(session, options.deadlines), retriesLeft_(options.retries) {}
 
   TriedSnapshot Run() {
     for (;;) {
@@ -155,14 +152,17 @@ class Tries {
   }
 
   void ThrowIfInterrupted() const {
-    constexpr char kText[] = "interrupted before the next try";
-    if (session_.console.IsAbandoned()) throw Abandoned(kText);
-    if (interruption_ != nullptr && interruption_->Requested()) throw Interrupted(kText);
+    std::optional<Ending> ending = watch_.WhyToEnd();
+    if (!ending) return;
+    const bool isLate = ending->cause == Ending::Cause::PastDeadline;
+    ending->text =
+        (isLate ? "the deadline of " + watch_.TimeLeft()->words + " passed" : "interrupted") + " before the next try";
+    ThrowEnding(*ending);
   }
 
   Session& session_;
   const SnapshotOptions& options_;
-  const std::unique_ptr<Interruption> interruption_;  // null when nobody can interrupt
+  const Phases watch_;  // of the pauses
   const unsigned long long start_ = Clock();
   std::vector<Try> tries_;
   DWORD retriesLeft_;
@@ -182,7 +182,9 @@ Passing PassingOf(const SnapshotOutcome& outcome) {
   }
   if (!outcome.failedCall || failure.hresult != outcome.failedCall->result) return Passing::No;
   const auto& [call, result] = *outcome.failedCall;
-  if (call == ServiceCall::StartSnapshotSet && result == VSS_E_SNAPSHOT_SET_IN_PROGRESS) return Passing::OtherBackup;
+  // Another node of a cluster may be taking a set of a shared volume.
+  const bool beginsSet = call == ServiceCall::StartSnapshotSet || call == ServiceCall::AddToSnapshotSet;
+  if (beginsSet && result == VSS_E_SNAPSHOT_SET_IN_PROGRESS) return Passing::OtherBackup;
   return call == ServiceCall::DoSnapshotSet && PassesAtSnapshot(result) ? Passing::Failure : Passing::No;
 }
 
