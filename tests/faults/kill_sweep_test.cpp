@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "platform/owners.h"
 #include "simulator/vss/snapshot_service.h"
 #include "tests/faults/child_program.h"
 #include "tests/faults/kill_here.h"

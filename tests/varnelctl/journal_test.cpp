@@ -20,7 +20,6 @@ namespace {
 
 using nlohmann::json;
 using testing::AllOf;
-using testing::AnyOf;
 using varnelctl::Journal;
 using varnelctl::JournalEnd;
 using varnelctl::JournalEntry;

@@ -1,6 +1,7 @@
 // A host with sets that are remembered in a journal, and what `varnelctl sets` does with them.
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <string>
@@ -77,10 +78,9 @@ class SetsFixture : public SnapshotFixture {
     return {};
   }
   bool IsJournalled(const std::string& setId) const {
-    for (const Entry& entry : journal.Read().entries) {
-      if (WideToUtf8Lossy(entry.setId) == setId) return true;
-    }
-    return false;
+    const auto entries = journal.Read().entries;
+    return std::any_of(entries.begin(), entries.end(),
+                       [&](const Entry& entry) { return WideToUtf8Lossy(entry.setId) == setId; });
   }
   void Change(const std::string& setId, const std::function<void(Entry& entry)>& change) const {
     Entry entry = EntryOf(setId);

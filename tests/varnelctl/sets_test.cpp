@@ -28,7 +28,8 @@ std::string Bare(const std::string& setId) {
 TEST_F(SetsCommand, SaysWhatItTakes) {
   const std::string actions = "list, show SET, break SET, mask SET, disconnect SET, delete SET or clean-up";
   ExpectRefusal({}, "sets takes " + actions);
-  ExpectRefusal({"lst"}, "sets has no \"lst\"; it takes " + actions);
+  ExpectRefusal({"dlete"}, "sets has no \"dlete\"; did you mean \"delete\"? It takes " + actions);
+  ExpectRefusal({"everything"}, "sets has no \"everything\"; it takes " + actions);
   ExpectRefusal({"delete"}, "sets delete takes the identifier of one set (varnelctl sets list)");
   ExpectRefusal({"show", "a", "b"}, "sets show takes the identifier of one set (varnelctl sets list)");
   ExpectRefusal({"list", "a"}, "sets list takes no set");

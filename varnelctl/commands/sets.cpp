@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 
+#include "text/nearest_name.h"
 #include "varnelctl/commands/command.h"
 #include "varnelctl/console/json.h"
 #include "varnelctl/report/sets_report.h"
@@ -17,6 +18,13 @@ std::optional<SetAction> ActionCalled(const std::string& word) {
     if (WordFor(action) == word) return action;
   }
   return std::nullopt;
+}
+
+std::string NearestAction(const std::string& word) {
+  std::vector<std::string_view> words = {"list", "show", "clean-up"};
+  for (const SetAction action : kSetActions) words.emplace_back(WordFor(action));
+  const std::string nearest = varnel::DidYouMean(word, words);
+  return nearest.empty() ? "; it takes " : nearest + " It takes ";
 }
 
 class SetsCommand final : public Command {
@@ -58,7 +66,7 @@ class SetsCommand final : public Command {
     const std::string& word = words_[0];
     const bool takesSet = word == "show" || ActionCalled(word);
     if (!takesSet && word != "list" && word != "clean-up") {
-      throw UsageError("sets has no \"" + word + "\"; it takes " + kActions);
+      throw UsageError("sets has no \"" + word + "\"" + NearestAction(word) + kActions);
     }
     if (takesSet != (words_.size() == 2) || words_.size() > 2) {
       throw UsageError(takesSet ? "sets " + word + " takes the identifier of one set (varnelctl sets list)"

@@ -87,7 +87,7 @@ ProcessIdentity ProcessOf(const JsonNode& node) {
 }
 
 std::wstring SetIdOf(const JsonNode& node) {
-  const std::wstring id = node.Text();
+  std::wstring id = node.Text();
   if (!id.empty()) node.Guid();
   return id;
 }
