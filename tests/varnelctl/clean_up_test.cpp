@@ -182,6 +182,54 @@ TEST_F(CleanUp, ASetThatMayComeIsWaitedForOnceAndSixtySecondsInAll) {
   EXPECT_THAT(JournalFiles(), IsEmpty());
 }
 
+// Somebody breaks one, and another clean-up ends one.
+TEST_F(CleanUp, WhatBecameOfASetWhileAnotherWasWaitedForHolds) {
+  LeftSet(Stage::TakingSnapshot);
+  LeftSet(Stage::Completed);
+  LeftSet(Stage::Completed);
+  const auto entries = journal.Read().entries;
+  ASSERT_THAT(entries, SizeIs(3));
+  const std::string late = WideToUtf8Lossy(entries[0].setId);
+  const std::string broken = WideToUtf8Lossy(entries[1].setId);
+  const std::string gone = WideToUtf8Lossy(entries[2].setId);
+  TakeAway(late);
+  HostThatChanges changing(host(), 30'000, [&] {
+    Leave(broken, Stage::Ended, End::Broken);
+    TakeAway(broken);
+    journal.Remove(EntryOf(gone));
+    TakeAway(gone);
+  });
+  const ScopedHost current(changing);
+  host().calls().Clear();
+  const json document = SetsJson({"clean-up"});
+  ASSERT_THAT(document.at("sets"), SizeIs(1));
+  EXPECT_EQ(document.at("sets")[0].at("setId"), late);
+  for (const std::string& call : CallsOf("IVssBackupComponents::DeleteSnapshots")) EXPECT_THAT(call, HasSubstr(late));
+  EXPECT_EQ(EntryOf(broken).end, End::Broken);
+  EXPECT_THAT(journal.Read().entries, SizeIs(1));
+}
+
+// The service may still be breaking it when its process has died.
+TEST_F(CleanUp, ASetThatIsBrokenBeforeItIsDeletedCountsAsBroken) {
+  const std::string set = LeftSet(Stage::Breaking);
+  BeforeEachCall([&] {
+    if (EntryOf(set).process == varnelctl::ThisProcess()) TakeAway(set);
+  });
+  const json outcome = CleanOne();
+  EXPECT_EQ(outcome.at("outcome"), "broken");
+  EXPECT_EQ(EntryOf(set).end, End::Broken);
+  EXPECT_EQ(EntryOf(set).process.id, 4242u);
+}
+
+TEST_F(CleanUp, ASetThatWasBeingBrokenAndCannotBeDeletedIsStillBeingBroken) {
+  const std::string set = LeftSet(Stage::Breaking);
+  Fail("IVssBackupComponents::DeleteSnapshots", VSS_E_PROVIDER_VETO);
+  CleanOne(18);
+  EXPECT_EQ(EntryOf(set).stage, Stage::Breaking);
+  TakeAway(set);
+  EXPECT_EQ(CleanOne().at("outcome"), "broken");
+}
+
 TEST_F(CleanUp, ASetInAnotherStageIsNotWaitedFor) {
   TakeAway(LeftSet(Stage::Taken));
   HostThatChanges watched(host(), 0, {});

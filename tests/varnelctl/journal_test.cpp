@@ -1,6 +1,7 @@
 // What is remembered of requests: the journal's files, and when a request writes them.
 #include "varnelctl/sets/journal.h"
 
+#include <array>
 #include <map>
 
 #include "tests/faults/killed_request.h"
@@ -217,6 +218,62 @@ TEST(ProcessIdentities, AProcessThatHasEndedIsGoneBeforeItsParentAsks) {
   ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOWAIT), 0);
   EXPECT_FALSE(varnelctl::IsRunning({static_cast<std::uint32_t>(child), 0}));
   ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+}
+
+// It keeps its set and ends while the journal is read.
+TEST_F(JournalFolder, TheLastWordOfAProcessThatEndsMeanwhileIsRead) {
+  constexpr int kProcesses = 200;
+  JournalEntry entry = Entry();
+  for (int i = 0; i < kProcesses; ++i) {
+    std::array<int, 2> ready{};
+    ASSERT_EQ(::pipe(ready.data()), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+      entry.process = varnelctl::ThisProcess();
+      entry.stage = JournalStage::Completed;
+      entry.end.reset();
+      journal.Write(entry);
+      [[maybe_unused]] const auto told = ::write(ready[1], "", 1);
+      entry.stage = JournalStage::Ended;
+      entry.end = JournalEnd::Kept;
+      journal.Write(entry);
+      ::_exit(0);
+    }
+    char any = 0;
+    ASSERT_EQ(::read(ready[0], &any, 1), 1);
+    for (bool runs = true; runs;) {
+      const Journal::Content content = journal.Read();
+      ASSERT_THAT(content.entries, SizeIs(1));
+      runs = content.entries[0].isRunning;
+      if (!runs) ASSERT_FALSE(content.entries[0].IsLeftover());
+    }
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    for (const int end : ready) ::close(end);
+    std::filesystem::remove_all(journal.folder());
+  }
+}
+
+TEST_F(JournalFolder, AFileThatGoesWhileTheJournalIsReadIsNoFault) {
+  JournalEntry entry = Entry();
+  journal.Write(entry);
+  const std::filesystem::path away = PathOf(folder.File("away"));
+  const pid_t child = ::fork();
+  while (child == 0) {
+    ::rename(entry.file.c_str(), away.c_str());
+    ::rename(away.c_str(), entry.file.c_str());
+  }
+  constexpr int kTimes = 20'000;
+  std::size_t read = 0;
+  std::vector<varnelctl::JournalFault> faults;
+  for (int i = 0; i < kTimes && faults.empty(); ++i) {
+    Journal::Content content = journal.Read();
+    read += content.entries.size();
+    faults = std::move(content.faults);
+  }
+  ::kill(child, SIGKILL);
+  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+  EXPECT_NE(read, 0u);
+  EXPECT_THAT(faults, IsEmpty());
 }
 
 TEST(JournalFolders, AreWhereTheXdgDirectoriesSay) {

@@ -36,8 +36,8 @@ class CleanUpRun {
     std::vector<CleanUpOutcome> outcomes;
     const KnownSets known(service_, journal_);
     for (const Warning& warning : known.warnings()) session_.Warn(warning);
-    for (const KnownSet& set : known.sets()) {
-      if (!set.IsLeftover()) continue;
+    for (KnownSet set : known.sets()) {
+      if (!set.IsLeftover() || (!dryRun && !IsStillLeftover(set))) continue;
       CleanUpOutcome& outcome = outcomes.emplace_back();
       outcome.setId = set.id;
       outcome.file = set.entry->file;
@@ -48,6 +48,17 @@ class CleanUpRun {
   }
 
  private:
+  // Others may have seen to it while this run waited for another set.
+  bool IsStillLeftover(KnownSet& set) const {
+    for (JournalEntry& entry : journal_.Read().entries) {
+      if (entry.file != set.entry->file) continue;
+      set.isProcessRunning = entry.isRunning;
+      set.entry = std::move(entry);
+      return set.IsLeftover();
+    }
+    return false;
+  }
+
   static void Tell(CleanUpOutcome& outcome, CleanUpResult result, std::string text) {
     outcome.result = result;
     outcome.text = std::move(text);
@@ -95,6 +106,10 @@ class CleanUpRun {
     if (WasBeingBroken(entry) && !set.IsListed()) return CountAsBroken(entry, outcome);
     entry.process = ThisProcess();  // nobody else works on it meanwhile
     const std::size_t deleted = DeleteCopies(set, entry);
+    if (deleted == 0 && WasBeingBroken(entry)) {
+      entry.process = set.entry->process;
+      return CountAsBroken(entry, outcome);
+    }
     if (deleted == 0 && set.IsElsewhere()) {
       throw NotAllDone("it cannot be ended here: " + DescribeState(set) +
                        "; when it is ended where it is, delete the journal's file " + ShownPath(entry.file));
@@ -245,7 +260,7 @@ class CleanUpRun {
       outcome.copiesLeft = service_.List(set.id);
       entry.process = set.entry->process;
       const bool mayCome = entry.stage == JournalStage::TakingSnapshot && !isGone_;
-      if (!mayCome || !outcome.copiesLeft.empty()) {
+      if (!WasBeingBroken(entry) && (!mayCome || !outcome.copiesLeft.empty())) {
         entry.stage = JournalStage::Ended;
         entry.end = JournalEnd::ToBeEnded;
       }
@@ -316,7 +331,7 @@ std::optional<Failure> FailureOf(const std::vector<CleanUpOutcome>& outcomes) {
 
 void TellLeftovers(Session& session, const Journal::Content& content) {
   const auto isLeftover = [](const JournalEntry& entry) {
-    return entry.IsLeftover() && MayHaveSet(entry) && !IsRunning(entry.process);
+    return entry.IsLeftover() && MayHaveSet(entry) && !entry.isRunning;
   };
   const auto count =
       static_cast<std::size_t>(std::count_if(content.entries.begin(), content.entries.end(), isLeftover));

@@ -36,13 +36,24 @@ std::filesystem::path FreeFile(const std::filesystem::path& folder, const Journa
   return file;
 }
 
+// A process may write once more and end before it is asked for: its last word is what stands there afterwards.
 JournalEntry ReadEntry(const std::filesystem::path& file, const std::string& host) {
-  JournalEntry entry = ParseJournalEntry(ReadPrivateFile(file, kLargestFile));
-  if (entry.host != host) {
-    throw std::runtime_error("it is of the host \"" + entry.host + "\", and this one is \"" + host + "\"");
+  for (std::optional<ProcessIdentity> ended;;) {
+    JournalEntry entry = ParseJournalEntry(ReadPrivateFile(file, kLargestFile));
+    if (entry.host != host) {
+      throw std::runtime_error("it is of the host \"" + entry.host + "\", and this one is \"" + host + "\"");
+    }
+    entry.file = file;
+    entry.isRunning = IsRunning(entry.process);
+    if (entry.isRunning || entry.process == ended) return entry;
+    ended = entry.process;
   }
-  entry.file = file;
-  return entry;
+}
+
+// Another process may have taken it away since the folder was read.
+bool IsMissingFile(const std::exception& error) {
+  const auto* const system = dynamic_cast<const std::system_error*>(&error);
+  return system != nullptr && system->code() == std::errc::no_such_file_or_directory;
 }
 
 std::vector<std::filesystem::path> FilesIn(const std::filesystem::path& folder) {
@@ -83,6 +94,7 @@ Journal::Content Journal::Read() const {
     try {
       content.entries.push_back(ReadEntry(file, host));
     } catch (const std::exception& error) {
+      if (IsMissingFile(error)) continue;
       content.faults.push_back({file, OneLine(error.what())});
     }
   }
@@ -114,7 +126,7 @@ void Journal::Remove(const JournalEntry& entry) const {
 Journal::Content Journal::Tidy() const {
   Content content = Read();
   std::erase_if(content.entries, [](const JournalEntry& entry) {
-    if (!entry.IsOver() || IsRunning(entry.process)) return false;
+    if (!entry.IsOver() || entry.isRunning) return false;
     std::error_code ignored;
     std::filesystem::remove(entry.file, ignored);
     return true;

@@ -60,6 +60,7 @@ struct JournalEntry {
   std::filesystem::path file;  ///< where it stands; empty until it was written
   std::string host;            ///< the computer's name; empty where it was not told
   ProcessIdentity process;
+  bool isRunning = false;                ///< its process, when it was read; where it is not, this is its last word
   std::string start;                     ///< UTC, "2026-11-20T18:52:44.123Z"
   std::vector<std::string> commandLine;  ///< the arguments
   std::string application;

@@ -94,7 +94,6 @@ std::wstring SetIdOf(const JsonNode& node) {
 
 void RequireVersion(const JsonNode& document) {
   if (!document.HasMember("version")) document.Fail("has no version: it is no entry of a journal");
-  const nlohmann::json any;
   for (const auto& [key, value] : document.Members()) {
     if (key != "version") continue;
     const DWORD version = value.Number();

@@ -206,7 +206,7 @@ void KnownSets::Add(JournalEntry entry, std::vector<ListedCopy>& listed) {
                std::move(entry),
                false,
                {}};
-  set.isProcessRunning = IsRunning(set.entry->process);
+  set.isProcessRunning = set.entry->isRunning;
   if (!set.id.empty()) {
     for (const ListedCopy& copy : Take(set.id, listed)) set.copies.push_back(Locate(copy));
   }

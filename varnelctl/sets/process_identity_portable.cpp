@@ -15,7 +15,7 @@ namespace {
 constexpr char kEnded = 'Z';
 
 struct Status {
-  char state = kEnded;
+  char state = 0;  // where it may not be asked for
   std::uint64_t start = 0;
 };
 
@@ -48,7 +48,7 @@ bool IsRunning(const ProcessIdentity& process) {
   if (process.id == 0) return false;
   const bool known = ::kill(static_cast<pid_t>(process.id), 0) == 0 || errno == EPERM;
   const Status status = StatusOf(process.id);
-  return known && status.state != kEnded && status.start == process.start;
+  return known && status.state != kEnded && (status.state == 0 || status.start == process.start);
 }
 
 }  // namespace varnelctl

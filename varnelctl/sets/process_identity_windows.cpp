@@ -40,8 +40,9 @@ ProcessIdentity ThisProcess() {
 bool IsRunning(const ProcessIdentity& identity) {
   if (identity.id == 0) return false;
   const Process process(identity.id);
-  if (!process) return ::GetLastError() == ERROR_ACCESS_DENIED;
-  return !process.HasEnded() && process.Start() == identity.start;
+  if (!process) return ::GetLastError() != ERROR_INVALID_PARAMETER;
+  const std::uint64_t start = process.Start();
+  return !process.HasEnded() && (start == 0 || start == identity.start);
 }
 
 }  // namespace varnelctl
