@@ -156,16 +156,22 @@ class WatchedAsync final : public varnel::ForwardingAsync {
 
   // An operation that is cancelled may need a moment, and may have ended well all the same: then there is what it made.
   HRESULT GiveUp() {
-    constexpr int kMostSlices = 20;
-    HRESULT ended = Timed(listeners_, "IVssAsync::Cancel", [&] { return ForwardingAsync::Cancel(); });
-    for (int slice = 0; ended == S_OK && slice < kMostSlices; ++slice) {
-      const Status answer = Ask();
-      ended = SUCCEEDED(answer.result) && !answer.IsPending() ? answer.status : answer.result;
-      if (answer.IsPending()) WaitFor(kSliceMilliseconds);
-    }
-    listeners_.limits->Cancelled(call_, ended == VSS_S_ASYNC_FINISHED);
+    const HRESULT asked = Timed(listeners_, "IVssAsync::Cancel", [&] { return ForwardingAsync::Cancel(); });
+    std::optional<HRESULT> ended;
+    if (SUCCEEDED(asked)) ended = asked == S_OK ? AwaitCancelled() : asked;
+    listeners_.limits->Cancelled(call_, ended);
     answer_ = {S_OK, E_ABORT};
     return E_ABORT;
+  }
+  std::optional<HRESULT> AwaitCancelled() {
+    constexpr int kMostSlices = 20;
+    for (int slice = 0; slice < kMostSlices; ++slice) {
+      const Status answer = Ask();
+      if (FAILED(answer.result)) return std::nullopt;
+      if (!answer.IsPending()) return answer.status;
+      WaitFor(kSliceMilliseconds);
+    }
+    return std::nullopt;
   }
 
   void End(HRESULT result) {

@@ -3,6 +3,7 @@
 // asked nothing more, but for the end of an operation that is given up.
 #pragma once
 
+#include <optional>
 #include <string_view>
 
 #include "platform/forwarding_host.h"
@@ -57,8 +58,9 @@ class CallLimits {
   /// Where it is true what is waited for since so many milliseconds is cancelled, or left to itself where it is a
   /// program, and its wait fails; an operation with E_ABORT, whatever becomes of it.
   virtual bool GivesUp(unsigned long long waited) = 0;
-  /// An operation was cancelled. \param finished it had ended well all the same.
-  virtual void Cancelled(ServiceCall operation, bool finished) = 0;
+  /// An operation was cancelled. \param status how it has ended, which may be well all the same; nothing where that is
+  /// not known: it may still go on.
+  virtual void Cancelled(ServiceCall operation, std::optional<HRESULT> status) = 0;
   /// Around each watched call, and each of an operation: it has the name of the service's method.
   virtual void Begin(const char* method) = 0;
   virtual void End() = 0;

@@ -10,6 +10,7 @@
 #include "simulator/vss/snapshot_service.h"
 #include "tests/support/applications.h"
 #include "tests/varnelctl/snapshot_support.h"
+#include "varnelctl/sets/journal.h"
 
 namespace varnel::test {
 namespace {
@@ -209,6 +210,20 @@ TEST_F(Limited, ACancellationThatFailsEndsTheRunAllTheSame) {
 
   EXPECT_THAT(result.err, StartsWith("varnelctl: asking the writers to prepare, under way for 30 seconds"));
   EXPECT_EQ(Made("DoSnapshotSet"), 0u);
+}
+
+// What the service may still be making is not forgotten.
+TEST_F(Limited, ASnapshotThatMayStillComeStaysJournalled) {
+  Hang("DoSnapshotSet");
+  FailCall("IVssAsync::Cancel", E_ACCESSDENIED);
+  const json outcome =
+      SnapshotJson({"--deadline", "30", "--context", "app-rollback", "--journal", folder.File("sets")}, 17);
+
+  EXPECT_EQ(outcome["setState"], "unknown");
+  const auto entries = varnelctl::Journal(PathOf(folder.File("sets"))).Read().entries;
+  ASSERT_THAT(entries, SizeIs(1));
+  EXPECT_EQ(entries[0].stage, varnelctl::JournalStage::TakingSnapshot);
+  EXPECT_TRUE(entries[0].IsLeftover());
 }
 
 // Calls

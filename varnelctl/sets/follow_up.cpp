@@ -47,7 +47,7 @@ SetState FollowUp::StateAfterFailure() {
     return begun ? SetState::Unknown : SetState::None;
   }
   if (!copiesBefore_) return SetState::Unknown;
-  if (copiesBefore_->empty()) return SetState::None;
+  if (copiesBefore_->empty()) return outcome_.mayCome ? SetState::Unknown : SetState::None;
   const Copies copiesAfter = AskForCopies();
   if (!copiesAfter) return SetState::Unknown;
   if (copiesAfter->empty()) return SetState::Deleted;

@@ -133,8 +133,10 @@ bool Limits::GivesUp(unsigned long long waited) {
   return untold_.has_value();
 }
 
-void Limits::Cancelled(ServiceCall operation, bool finished) {
-  if (operation == ServiceCall::DoSnapshotSet && finished) leftSet_ = true;
+void Limits::Cancelled(ServiceCall operation, std::optional<HRESULT> status) {
+  if (operation != ServiceCall::DoSnapshotSet) return;
+  leftSet_ = status == VSS_S_ASYNC_FINISHED;
+  mayLeaveSet_ = !status;
 }
 
 std::optional<Ending> Limits::WhyToGiveUpCompletion(unsigned long long waited) const {

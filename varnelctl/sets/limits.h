@@ -46,11 +46,13 @@ class Limits final : public CallLimits {
   void BeginCompletion() { isCreating_ = false; }
   /// DoSnapshotSet was given up and had succeeded: the library knows of no set.
   bool LeftSet() const { return leftSet_; }
+  /// DoSnapshotSet was given up and may still go on.
+  bool MayLeaveSet() const { return mayLeaveSet_; }
 
   bool Refuses(ServiceCall call) override;
   bool MayGiveUp() const override { return phases_.MayHaveToEnd(); }
   bool GivesUp(unsigned long long waited) override;
-  void Cancelled(ServiceCall operation, bool finished) override;
+  void Cancelled(ServiceCall operation, std::optional<HRESULT> status) override;
   void Begin(const char* method) override;
   void End() override;
 
@@ -65,6 +67,7 @@ class Limits final : public CallLimits {
   Watchdog& watchdog_;
   bool isCreating_ = true;
   bool leftSet_ = false;
+  bool mayLeaveSet_ = false;
   std::optional<Ending> stopped_;  // why no more of the set is made
   std::optional<Ending> untold_;   // what was thrown for it is yet to be explained
 };

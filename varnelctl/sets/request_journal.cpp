@@ -82,6 +82,7 @@ void RequestJournal::NoteCompleted() {
 
 void RequestJournal::NoteEnd() {
   if (entry_.file.empty()) return;
+  if (outcome_.mayCome && outcome_.setState == SetState::Unknown) return;  // as if the process had ended there
   entry_.end = End();
   entry_.disconnected = options_.disconnect && outcome_.gotThrough && outcome_.sessionsLeft.empty();
   Note(JournalStage::Ended);

@@ -113,6 +113,7 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
     const int code = outcome_.failure ? outcome_.failure->backupStatus : 0;
     outcome_.gotThrough = outcome_.taken && (!outcome_.failure || GotThrough(*outcome_.failure));
     Attempt([&] { outcome_.shadowCopies = FindShadowCopies(requestor_, locations_, outcome_.enumerator); });
+    outcome_.mayCome = limits_.MayLeaveSet();
     journal_.NoteCopies();
     followUp_.LookBeforeCompletion();
     if (limits_.LeftSet() && !options_.IsTransportable()) Attempt([&] { requestor_.DeleteSnapshotSet(details_); });

@@ -77,6 +77,7 @@ struct SnapshotOutcome {
   std::optional<Failure> failure;
   std::optional<FailedServiceCall> failedCall;  ///< the first of those that are watched
   bool taken = false;                           ///< a set was taken, whatever became of it
+  bool mayCome = false;                         ///< nobody could say whether the set is still being taken
   bool gotThrough = false;                      ///< with or without messages: the set is not deleted for a failure
   bool completed = false;                       ///< the service was told how it ended, and told the writers
   SetState setState = SetState::None;
