@@ -469,6 +469,28 @@ TEST_F(JournalledRequest, SaysWhatItCouldNotRememberOfASetThatIsThere) {
   EXPECT_THAT(result.out, HasSubstr("CAPTURED"));
 }
 
+TEST_F(JournalledRequest, LeavesOutWhatItCannotRemember) {
+  LoseTheJournalAfter("BackupComplete");
+  const CliResult result = Run(Whole(Journalled({"--then", "break", "--disconnect"})));
+  EXPECT_EQ(result.status, 18);
+  EXPECT_THAT(result.err, AllOf(HasSubstr("--then break is left out: the journal cannot be written"),
+                                HasSubstr("--disconnect is left out: the journal cannot be written")));
+  EXPECT_THAT(calls_, Not(Contains(HasSubstr("BreakSnapshotSet"))));
+}
+
+// A set of which the sessions are open is one that this host sees.
+TEST_F(JournalledRequest, SaysWhetherItsSessionsWereEnded) {
+  const auto disconnected = [&](const Arguments& arguments, int status) {
+    std::filesystem::remove_all(journal.folder());
+    Snapshot(Journalled(arguments), status);
+    return EntryNow().at("disconnected");
+  };
+  EXPECT_EQ(disconnected({"--disconnect"}, 0), true);
+  Restart("kept");
+  FailCall("IVssBackupComponents::BreakSnapshotSet", VSS_E_PROVIDER_VETO);
+  EXPECT_EQ(disconnected({"--then", "break", "--disconnect"}, 18), false) << "the disconnection was left out";
+}
+
 TEST_F(JournalledRequest, HasItsJournalBesideTheStateOfASimulatedHostAndNoneWithoutAState) {
   hostFile = SmallHostJson();
   Snapshot({"--context", "app-rollback", "--state", folder.File("host.state")});

@@ -101,8 +101,8 @@ std::wstring FollowUp::SourceOf(const ListedCopy& copy) const {
   return view == nullptr || view->mountPoint.empty() ? copy.volume : view->mountPoint;
 }
 
-void FollowUp::Run() {
-  std::string reason = WhyNothingFollows();
+void FollowUp::Run(std::string reason) {
+  if (reason.empty()) reason = WhyNothingFollows();
   for (const Step& step : StepsWanted()) {
     if (!reason.empty()) {
       phases_.Warn({"leftOut", step.option + " is left out: " + reason});
@@ -161,6 +161,7 @@ void FollowUp::Delete() {
 
 // The library gives up on a session that does not end and tells of it in its log alone.
 void FollowUp::Disconnect() {
+  outcome_.disconnected = true;
   requestor_.DisconnectSnapshotLuns(session_.errorDetails);
   LookForSessions();
   const std::size_t left = outcome_.sessionsLeft.size();

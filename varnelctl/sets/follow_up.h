@@ -22,7 +22,8 @@ class FollowUp {
   void LookBeforeCompletion();
   void LookAfterCompletion();
   /// Does what --then and --disconnect ask for and looks whether it is done, or warns that it is left out.
-  void Run();
+  /// \param reason why it is left out; empty for none.
+  void Run(std::string reason);
   /// Adds the copies and sessions that are left to the failure, each with its remedy: the library tells of them in its
   /// log alone.
   void TellWhatIsLeft();

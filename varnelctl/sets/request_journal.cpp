@@ -84,7 +84,9 @@ void RequestJournal::NoteEnd() {
   if (entry_.file.empty()) return;
   if (outcome_.mayCome && outcome_.setState == SetState::Unknown) return;  // as if the process had ended there
   entry_.end = End();
-  entry_.disconnected = options_.disconnect && outcome_.gotThrough && outcome_.sessionsLeft.empty();
+  const std::size_t open = outcome_.sessionsLeft.size();
+  const bool allOpen = open != 0 && open >= entry_.sessions.size();
+  entry_.disconnected = outcome_.disconnected && !allOpen;
   Note(JournalStage::Ended);
 }
 

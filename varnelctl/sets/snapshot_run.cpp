@@ -24,8 +24,7 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
     });
     ExplainFailure(refusedVolume_);
     Complete();
-    Attempt([&] { journal_.BeginFollowUp(); });
-    followUp_.Run();
+    followUp_.Run(WhyNotRemembered());
     followUp_.TellWhatIsLeft();
     journal_.NoteEnd();
     Conclude();
@@ -131,6 +130,17 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
       outcome_.NoteFailure(session_);
     }
     outcome_.completed = true;
+  }
+
+  // What is not remembered is not begun.
+  std::string WhyNotRemembered() {
+    try {
+      journal_.BeginFollowUp();
+      return {};
+    } catch (const JournalError&) {
+      outcome_.NoteFailure(session_, ExitStatus::NotAllDone);
+      return "the journal cannot be written";
+    }
   }
 
   // For its name alone.

@@ -81,6 +81,7 @@ struct SnapshotOutcome {
   bool gotThrough = false;                      ///< with or without messages: the set is not deleted for a failure
   bool completed = false;                       ///< the service was told how it ended, and told the writers
   SetState setState = SetState::None;
+  bool disconnected = false;               ///< the end of its iSCSI sessions was begun
   std::vector<ListedCopy> copiesLeft;      ///< of a set that could not be deleted whole; empty for any other
   std::vector<IscsiSession> sessionsLeft;  ///< that carried disks of the set after --disconnect
   std::string errorDetails;                ///< the alert records, without the request text before them
