@@ -220,6 +220,17 @@ TEST(ProcessIdentities, AProcessThatHasEndedIsGoneBeforeItsParentAsks) {
   ASSERT_EQ(::waitpid(child, nullptr, 0), child);
 }
 
+TEST_F(JournalFolder, AnotherUsersLinkIsNotFollowed) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root gives files away";
+  std::filesystem::create_directories(PathOf(folder.File("elsewhere")));
+  std::filesystem::create_directory_symlink("elsewhere", journal.folder());
+  JournalEntry entry = Entry();
+  journal.Write(entry);
+  ASSERT_EQ(::lchown(journal.folder().c_str(), 12345, 12345), 0);
+  JournalEntry other = Entry();
+  EXPECT_THROW(journal.Write(other), JournalError);
+}
+
 // It keeps its set and ends while the journal is read.
 TEST_F(JournalFolder, TheLastWordOfAProcessThatEndsMeanwhileIsRead) {
   constexpr int kProcesses = 200;

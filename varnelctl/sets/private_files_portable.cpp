@@ -93,6 +93,8 @@ void MakePrivateFolder(const std::filesystem::path& folder) {
   if (::mkdir(folder.c_str(), kFolderMode) == 0) return;
   Require(errno == EEXIST);
   struct stat status {};
+  Require(::lstat(folder.c_str(), &status) == 0);
+  if (!IsTrusted(status)) Throw(EPERM);  // whoever owns a link says where it leads
   Require(::stat(folder.c_str(), &status) == 0);
   if (!S_ISDIR(status.st_mode)) Throw(ENOTDIR);
   if (!IsTrusted(status)) Throw(EPERM);

@@ -114,7 +114,10 @@ void MakePrivateFolder(const std::filesystem::path& folder) {
   SECURITY_ATTRIBUTES security{sizeof security, access.get(), FALSE};
   if (::CreateDirectoryW(folder.c_str(), &security)) return;
   if (::GetLastError() != ERROR_ALREADY_EXISTS) Throw(::GetLastError());
-  const File there(folder, READ_CONTROL | FILE_READ_ATTRIBUTES, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+  constexpr DWORD kAsk = READ_CONTROL | FILE_READ_ATTRIBUTES;
+  const File link(folder, kAsk, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT);
+  RequireTrusted(link.Get());  // whoever owns a link says where it leads
+  const File there(folder, kAsk, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
   if ((AttributesOf(there.Get()) & FILE_ATTRIBUTE_DIRECTORY) == 0) Throw(ERROR_DIRECTORY);
   RequireTrusted(there.Get());
 }
