@@ -461,7 +461,8 @@ TEST_F(CleanUp, NothingIsDeletedBeforeItIsRecorded) {
 
 TEST_F(CleanUp, NothingIsDeletedWhereItCannotBeRecorded) {
   const std::string set = LeftSet(Stage::Completed);
-  std::filesystem::create_directory(EntryOf(set).file.string() + ".new");
+  std::filesystem::create_directory(EntryOf(set).file.string() + "." + std::to_string(varnelctl::ThisProcess().id) +
+                                    ".new");
   const CliResult result = Sets({"clean-up"}, 18);
   EXPECT_THAT(result.err, HasSubstr(" cannot be written: "));
   EXPECT_EQ(CopiesOf(set), 2u);

@@ -231,6 +231,25 @@ TEST_F(JournalFolder, AnotherUsersLinkIsNotFollowed) {
   EXPECT_THROW(journal.Write(other), JournalError);
 }
 
+// A clean-up may write an entry while another one does.
+TEST_F(JournalFolder, ProcessesThatWriteOneEntryDoNotDisturbEachOther) {
+  JournalEntry entry = Entry();
+  journal.Write(entry);
+  const pid_t child = ::fork();
+  while (child == 0) journal.Write(entry);
+  constexpr int kTimes = 500;
+  std::string failure;
+  try {
+    for (int i = 0; i < kTimes; ++i) journal.Write(entry);
+  } catch (const JournalError& error) {
+    failure = error.what();
+  }
+  ::kill(child, SIGKILL);
+  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+  EXPECT_EQ(failure, "");
+  EXPECT_THAT(journal.Read().entries, SizeIs(1));
+}
+
 // It keeps its set and ends while the journal is read.
 TEST_F(JournalFolder, TheLastWordOfAProcessThatEndsMeanwhileIsRead) {
   constexpr int kProcesses = 200;

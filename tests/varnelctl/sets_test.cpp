@@ -393,7 +393,8 @@ TEST_F(SetsCommand, TheJournalSaysWhatIsBeingDoneWhileItIsDone) {
 
 TEST_F(SetsCommand, NothingIsDoneWhereTheJournalCannotBeWritten) {
   const std::string set = KeptSet();
-  std::filesystem::create_directory(EntryOf(set).file.string() + ".new");
+  std::filesystem::create_directory(EntryOf(set).file.string() + "." + std::to_string(varnelctl::ThisProcess().id) +
+                                    ".new");
   host().calls().Clear();
   const CliResult result = Sets({"delete", set}, 2);
   EXPECT_THAT(result.err, HasSubstr(" cannot be written: "));
@@ -475,7 +476,9 @@ TEST_F(SetsCommand, AJournalThatCannotSayWhatBecameOfASetIs18) {
   const std::string file = EntryOf(set).file.string();
   host().calls().Clear();
   BeforeEachCall([&] {
-    if (!CallsOf("IVssBackupComponents::DeleteSnapshots").empty()) std::filesystem::create_directory(file + ".new");
+    if (!CallsOf("IVssBackupComponents::DeleteSnapshots").empty()) {
+      std::filesystem::create_directory(file + "." + std::to_string(varnelctl::ThisProcess().id) + ".new");
+    }
   });
   EXPECT_THAT(Sets({"delete", set}, 18).err,
               StartsWith("varnelctl: what became of set " + set + " is not remembered: the journal "));

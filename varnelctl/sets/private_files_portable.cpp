@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <string>
 #include <system_error>
 #include <utility>
 
@@ -108,7 +109,7 @@ std::string ReadPrivateFile(const std::filesystem::path& path, std::size_t limit
 
 void ReplaceDurably(const std::filesystem::path& path, std::string_view content) {
   std::filesystem::path beside = path;
-  beside += ".new";
+  beside += "." + std::to_string(::getpid()) + ".new";  // another process may write the same file
   try {
     WriteNew(beside, content);
     Require(::rename(beside.c_str(), path.c_str()) == 0);

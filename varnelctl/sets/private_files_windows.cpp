@@ -3,6 +3,7 @@
 
 #include <array>
 #include <memory>
+#include <string>
 #include <system_error>
 
 #include "platform/win32.h"
@@ -139,7 +140,7 @@ std::string ReadPrivateFile(const std::filesystem::path& path, std::size_t limit
 
 void ReplaceDurably(const std::filesystem::path& path, std::string_view content) {
   std::filesystem::path beside = path;
-  beside += L".new";
+  beside += L"." + std::to_wstring(::GetCurrentProcessId()) + L".new";  // another process may write the same file
   try {
     WriteNew(beside, content);
     MoveOver(beside, path);
