@@ -236,7 +236,9 @@ TEST_F(JournalFolder, ProcessesThatWriteOneEntryDoNotDisturbEachOther) {
   JournalEntry entry = Entry();
   journal.Write(entry);
   const pid_t child = ::fork();
-  while (child == 0) journal.Write(entry);
+  if (child == 0) {
+    for (;;) journal.Write(entry);
+  }
   constexpr int kTimes = 500;
   std::string failure;
   try {
@@ -288,9 +290,11 @@ TEST_F(JournalFolder, AFileThatGoesWhileTheJournalIsReadIsNoFault) {
   journal.Write(entry);
   const std::filesystem::path away = PathOf(folder.File("away"));
   const pid_t child = ::fork();
-  while (child == 0) {
-    ::rename(entry.file.c_str(), away.c_str());
-    ::rename(away.c_str(), entry.file.c_str());
+  if (child == 0) {
+    for (;;) {
+      ::rename(entry.file.c_str(), away.c_str());
+      ::rename(away.c_str(), entry.file.c_str());
+    }
   }
   constexpr int kTimes = 20'000;
   std::size_t read = 0;
