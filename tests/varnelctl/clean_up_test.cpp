@@ -415,7 +415,8 @@ TEST_F(CleanUp, ASetThatThisHostDoesNotSeeStaysJournalledWithWords) {
     const CliResult result = Sets({"clean-up"}, 18);
     EXPECT_THAT(result.next, HasSubstr("explain set-elsewhere"));
     EXPECT_THAT(result.err,
-                HasSubstr("; when it is ended where it is, delete the journal's file " + EntryOf(set).file.string()));
+                HasSubstr("; when it is ended where it is, the journal forgets it with: varnelctl sets delete " + set +
+                          " --force"));
     EXPECT_TRUE(IsJournalled(set));
     std::filesystem::remove_all(journal.folder());
     return result.err;

@@ -436,11 +436,22 @@ TEST_F(SetsCommand, CopiesThatAreThereAfterADeletionAreNamed) {
                          "snapshot set "));
 }
 
-TEST_F(SetsCommand, ASetThatTheServiceNoLongerKnowsWasGoneAlready) {
-  const std::string set = KeptSet();
+TEST_F(SetsCommand, ASetThatNobodyWantsAndTheServiceNoLongerKnowsWasGoneAlready) {
+  const std::string set = LeftSet(Stage::Completed);
   TakeAway(set);
   EXPECT_THAT(Sets({"delete", set}).out, EndsWith("set " + set + " was gone already: the service knows it no more\n"));
   EXPECT_EQ(EntryOf(set).end, End::Deleted);
+}
+
+TEST_F(SetsCommand, ASetThatTheServiceDoesNotKnowIsForgottenByForceAlone) {
+  for (const End end : {End::Kept, End::Broken, End::Masked, End::ToBeEnded}) {
+    const std::string set = KeptSet();
+    Change(set, [&](Entry& entry) { entry.end = end; });
+    TakeAway(set);
+    EXPECT_THAT(Sets({"delete", set, "--force"}).out,
+                EndsWith("set " + set + " was gone already: the service knows it no more\n"));
+    EXPECT_EQ(EntryOf(set).end, End::Deleted);
+  }
 }
 
 TEST_F(SetsCommand, ASetThatThisHostDoesNotSeeIsNotGone) {
@@ -452,13 +463,15 @@ TEST_F(SetsCommand, ASetThatThisHostDoesNotSeeIsNotGone) {
     const CliResult result = Sets({"delete", set}, 18);
     EXPECT_EQ(JournalFiles(), files);
     EXPECT_THAT(result.err, AllOf(StartsWith("varnelctl: set " + set + " cannot be deleted here: "),
-                                  HasSubstr("; when it is ended where it is, delete the journal's file " +
-                                            EntryOf(set).file.string() + "\n")));
+                                  HasSubstr("; when it is ended where it is, the journal forgets it with: varnelctl "
+                                            "sets delete " +
+                                            set + " --force\n")));
     return result.err;
   };
   EXPECT_THAT(refused([](Entry& entry) { entry.context |= VSS_VOLSNAP_ATTR_TRANSPORTABLE; }),
               HasSubstr("the array knows it"));
   EXPECT_THAT(refused([](Entry& entry) { entry.disconnected = true; }), HasSubstr("its iSCSI sessions were ended"));
+  EXPECT_THAT(refused([](Entry& /*entry*/) {}), HasSubstr("its disks are not seen here now, or somebody else has"));
   EXPECT_THAT(refused([](Entry& entry) { entry.end = End::Broken; }), HasSubstr("ordinary disks of this host"));
   EXPECT_THAT(refused([](Entry& entry) { entry.end = End::Masked; }), HasSubstr("hidden from this host"));
 }

@@ -44,7 +44,10 @@ class SetsCommand final : public Command {
         ->type_name("ACTION")
         ->expected(0, -1);
     app.add_flag("--dry-run", dryRun_, "Say what break, mask, disconnect, delete or clean-up would do, and do nothing");
-    app.add_flag("--force", force_, "Take a set that another program or product has made");
+    app.add_flag(
+        "--force", force_,
+        "Take a set that another program or product has made; with delete, have the journal forget one that this "
+        "host does not see");
   }
 
   ExitStatus Run(Session& session) override {

@@ -650,8 +650,8 @@ constexpr Advice kAdvice[] = {
     {AdviceKind::Case, 0, advice::kSetElsewhere,
      "A set could not be ended from here: this host does not see its disks, or the service or the initiator refused.",
      "Look at it with varnelctl sets show {ID}. What failed for a while is ended by another varnelctl sets clean-up. A "
-     "set whose disks are not seen here is deleted in the array's management, and then the journal's file of the "
-     "message.",
+     "set whose disks are not seen here is deleted in the array's management; varnelctl sets delete {ID} --force then "
+     "makes the journal forget it.",
      kArray},
     {AdviceKind::Case, 0, advice::kOutputLost,
      "A file, the log or the output was not written whole: part of the results is lost.",

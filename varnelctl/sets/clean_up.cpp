@@ -3,8 +3,10 @@
 #include <algorithm>
 
 #include "platform/host.h"
+#include "text/unicode.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/explanation/advice.h"
+#include "varnelctl/report/verdict.h"
 #include "varnelctl/sets/set_actions.h"
 #include "varnelctl/sets/shadow_copies.h"
 
@@ -112,7 +114,8 @@ class CleanUpRun {
     }
     if (deleted == 0 && set.IsElsewhere()) {
       throw NotAllDone("it cannot be ended here: " + DescribeState(set) +
-                       "; when it is ended where it is, delete the journal's file " + ShownPath(entry.file));
+                       "; when it is ended where it is, the journal forgets it with: " +
+                       CommandThatEnds(varnel::WideToUtf8Lossy(set.id)) + " --force");
     }
     deleted == 0 ? Tell(outcome, CleanUpResult::Gone, "gone: the service knows it no more")
                  : Tell(outcome, CleanUpResult::Deleted, "deleted: " + CountedCopies(deleted));

@@ -87,10 +87,7 @@ void WriteNew(const std::filesystem::path& path, std::string_view content) {
 
 }  // namespace
 
-void MakePrivateFolder(const std::filesystem::path& folder) {
-  if (folder.has_parent_path() && !std::filesystem::exists(folder.parent_path())) {
-    MakePrivateFolder(folder.parent_path());
-  }
+void MakeOnePrivateFolder(const std::filesystem::path& folder) {
   if (::mkdir(folder.c_str(), kFolderMode) == 0) return;
   Require(errno == EEXIST);
   struct stat status {};

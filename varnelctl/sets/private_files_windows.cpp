@@ -107,10 +107,7 @@ void MoveOver(const std::filesystem::path& from, const std::filesystem::path& to
 
 }  // namespace
 
-void MakePrivateFolder(const std::filesystem::path& folder) {
-  if (folder.has_parent_path() && !std::filesystem::exists(folder.parent_path())) {
-    MakePrivateFolder(folder.parent_path());
-  }
+void MakeOnePrivateFolder(const std::filesystem::path& folder) {
   const Descriptor access = DescriptorOf(kFolderAccess);
   SECURITY_ATTRIBUTES security{sizeof security, access.get(), FALSE};
   if (::CreateDirectoryW(folder.c_str(), &security)) return;

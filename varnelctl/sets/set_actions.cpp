@@ -8,6 +8,7 @@
 #include "varnelctl/console/text.h"
 #include "varnelctl/explanation/advice.h"
 #include "varnelctl/explanation/next_step.h"
+#include "varnelctl/report/verdict.h"
 #include "varnelctl/sets/shadow_copies.h"
 #include "varnelctl/sets/snapshot_steps.h"
 
@@ -93,6 +94,7 @@ class ActionRun {
   ActionRun(Session& session, SetAction action, const std::string& id, bool force)
       : session_(session),
         kind_(KindOf(action)),
+        force_(force),
         known_(service_, session.journal),
         set_(known_.Find(id)),
         entry_(set_.entry) {
@@ -161,10 +163,16 @@ class ActionRun {
       service_.Delete(set_.id);
     } catch (long hr) {
       if (static_cast<HRESULT>(hr) != VSS_E_OBJECT_NOT_FOUND) throw;
-      if (!set_.IsListed() && !set_.WouldBeListed()) throw NotAllDone(WhyNotFound(), VSS_E_OBJECT_NOT_FOUND);
+      if (!MayCountAsGone()) throw NotAllDone(WhyNotFound(), VSS_E_OBJECT_NOT_FOUND);
       wasGone_ = true;
     }
     RequireGone(set_.id);
+  }
+
+  // Where the service knows no such set. One that somebody wants may only be out of sight.
+  bool MayCountAsGone() const {
+    const bool isWanted = entry_ && entry_->end == JournalEnd::Kept;
+    return force_ || set_.IsListed() || (set_.WouldBeListed() && !isWanted);
   }
 
   std::string WhyNotFound() const {
@@ -172,7 +180,8 @@ class ActionRun {
       return NameOf(set_) + " cannot be deleted now: " + DescribeState(set_) + "; varnelctl sets clean-up sees to it";
     }
     return NameOf(set_) + " cannot be deleted here: " + DescribeState(set_) +
-           "; when it is ended where it is, delete the journal's file " + ShownPath(set_.entry->file);
+           "; when it is ended where it is, the journal forgets it with: " +
+           CommandThatEnds(varnel::WideToUtf8Lossy(set_.id)) + " --force";
   }
 
   void Disconnect() {
@@ -193,7 +202,7 @@ class ActionRun {
       entry_->disconnected = true;
       return session_.journal->Write(*entry_);
     }
-    if (!set_.IsListed() && !set_.WouldBeListed()) return;
+    if (!MayCountAsGone()) return;
     entry_->process = ThisProcess();
     entry_->stage = kind_.stage;
     if (kind_.action == SetAction::Delete || entry_->end != JournalEnd::Kept) entry_->end.reset();
@@ -223,7 +232,7 @@ class ActionRun {
     } else if (!outcome_.failure) {
       End(kind_.end);
     } else if (kind_.action == SetAction::Delete) {
-      if (set_.IsListed() || set_.WouldBeListed()) End(JournalEnd::ToBeEnded);
+      if (MayCountAsGone()) End(JournalEnd::ToBeEnded);
     } else if (!areCopiesKnown_ || !outcome_.copiesLeft.empty()) {
       entry_->stage = set_.entry->stage;
       entry_->end = set_.entry->end;
@@ -266,6 +275,7 @@ class ActionRun {
 
   Session& session_;
   const ActionKind& kind_;
+  const bool force_;
   const SetService service_;
   const KnownSets known_;
   const KnownSet& set_;
