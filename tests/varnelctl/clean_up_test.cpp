@@ -113,7 +113,7 @@ TEST_F(CleanUp, ASetThatIsThereIsDeletedAndItsSessionsEndInEveryStage) {
     EXPECT_EQ(outcome.at("setId"), set);
     EXPECT_EQ(outcome.at("text"), "deleted: 2 shadow copies; 2 iSCSI sessions ended");
     EXPECT_EQ(CopiesOf(set), 0u);
-    EXPECT_THAT(Targets(), ElementsAre("originals"));
+    EXPECT_THAT(OpenTargets(), ElementsAre("originals"));
     EXPECT_THAT(JournalFiles(), IsEmpty());
     host().calls().Clear();
     EXPECT_EQ(Sets({"clean-up"}).out, "nothing is to be cleaned up\n");
@@ -131,7 +131,7 @@ TEST_F(CleanUp, ASetThatTheServiceNoLongerKnowsIsGone) {
     EXPECT_EQ(outcome.at("outcome"), "gone");
     EXPECT_EQ(outcome.at("text"), "gone: the service knows it no more; 2 iSCSI sessions ended")
         << "as they were recorded, and carry nothing now";
-    EXPECT_THAT(Targets(), ElementsAre("originals"));
+    EXPECT_THAT(OpenTargets(), ElementsAre("originals"));
     EXPECT_THAT(JournalFiles(), IsEmpty());
   }
 }
@@ -306,7 +306,7 @@ TEST_F(CleanUp, OthersSetsOfTheSameDisksStayWithTheirSessions) {
   EXPECT_EQ(CopiesOf(set), 0u);
   EXPECT_EQ(CopiesOf(bystander), 2u);
   EXPECT_EQ(CopiesOf(foreign), 1u);
-  EXPECT_THAT(Targets(), SizeIs(3));
+  EXPECT_THAT(OpenTargets(), SizeIs(3));
   EXPECT_THAT(JournalFiles(), SizeIs(1));
 }
 
@@ -318,7 +318,7 @@ TEST_F(CleanUp, ASessionThatMeanwhileCarriesAnotherDiskStays) {
   EXPECT_EQ(CleanOne().at("text"),
             "deleted: 2 shadow copies; 1 iSCSI session ended; iSCSI session ffff800000000000-4000013700000002 stays, "
             "as it carries \"TSL0002\"");
-  EXPECT_THAT(Targets(), ElementsAre("originals", "copy-1"));
+  EXPECT_THAT(OpenTargets(), ElementsAre("originals", "copy-1"));
   EXPECT_THAT(JournalFiles(), IsEmpty()) << "nothing of the set is left";
 }
 
@@ -330,7 +330,7 @@ TEST_F(CleanUp, ASessionWhoseTargetOrIdentifierIsAnotherNowStays) {
     entry.sessions[1].sessionId = "ffff800000000000-4000013700000009";
   });
   EXPECT_EQ(CleanOne().at("text"), "gone: the service knows it no more");
-  EXPECT_THAT(Targets(), SizeIs(3));
+  EXPECT_THAT(OpenTargets(), SizeIs(3));
 }
 
 TEST_F(CleanUp, ADiskWithTheNumberOfACopyIsNotTakenForIt) {
@@ -340,7 +340,7 @@ TEST_F(CleanUp, ADiskWithTheNumberOfACopyIsNotTakenForIt) {
   host().model().disks.push_back(MakeDisk(L"OTHER", 3, L"G:\\"));
   host().model().iscsiSessions[1].devices = {{L"OTHER"}};
   EXPECT_THAT(CleanOne().at("text").get<std::string>(), HasSubstr("stays, as it carries \"OTHER\""));
-  EXPECT_THAT(Targets(), ElementsAre("originals", "copy-1"));
+  EXPECT_THAT(OpenTargets(), ElementsAre("originals", "copy-1"));
 }
 
 TEST_F(CleanUp, TheDisksOfASetThatCameLaterAreNotTakenForThoseBefore) {
@@ -348,7 +348,7 @@ TEST_F(CleanUp, TheDisksOfASetThatCameLaterAreNotTakenForThoseBefore) {
   TakeAway(set);
   KeptSet();  // with the same numbers and, on a simulated host, the same serial numbers
   EXPECT_THAT(CleanOne().at("text").get<std::string>(), HasSubstr("stays, as it carries \"SHADOW-TSL0001\""));
-  EXPECT_THAT(Targets(), SizeIs(3));
+  EXPECT_THAT(OpenTargets(), SizeIs(3));
 }
 
 TEST_F(CleanUp, ACopyOnItsSourcesDiskEndsNoSessionOfThat) {
@@ -361,7 +361,7 @@ TEST_F(CleanUp, ACopyOnItsSourcesDiskEndsNoSessionOfThat) {
     entry.sessions[0].sessionId = "ffff800000000000-4000013700000001";
   });
   CleanOne();
-  EXPECT_THAT(Targets(), testing::Contains("originals"));
+  EXPECT_THAT(OpenTargets(), testing::Contains("originals"));
 }
 
 TEST_F(CleanUp, ASessionThatDoesNotEndStaysJournalledAndIsEndedTheNextTime) {
@@ -401,7 +401,7 @@ TEST_F(CleanUp, CopiesThatCannotBeDeletedStayJournalledAndAreNamed) {
                             ": deleting the set failed: VSS_E_PROVIDER_VETO (0x80042306)\n  left of snapshot set " +
                             set + ": F:\\ (shadow copy {00000004-5e1f-4c3d-9a0b-000000000000})\n");
   EXPECT_THAT(result.next, HasSubstr("explain copies-left"));
-  EXPECT_THAT(Targets(), SizeIs(3)) << "the sessions of a set that is there stay";
+  EXPECT_THAT(OpenTargets(), SizeIs(3)) << "the sessions of a set that is there stay";
   EXPECT_EQ(EntryOf(set).end, End::ToBeEnded);
   EXPECT_THAT(EntryOf(set).sessions, SizeIs(2));
   EXPECT_THAT(CleanOne(18).at("copiesLeft"), SizeIs(1));

@@ -3,6 +3,7 @@
 
 #include "core/varnel.h"
 #include "simulator/vss/snapshot_service.h"
+#include "tests/varnelctl/open_sessions.h"
 #include "tests/varnelctl/snapshot_support.h"
 #include "text/guid.h"
 #include "text/unicode.h"
@@ -96,16 +97,6 @@ class Completion : public SnapshotFixture {
   std::size_t SurfacedCopies() { return host().machine().snapshots->SurfacedCopies().size(); }
   std::size_t ListedCopies() {
     return host().machine().snapshots->CopiesOfContext(static_cast<LONG>(VSS_CTX_ALL)).size();
-  }
-  std::vector<std::string> SessionsLeft() {
-    ULONG bytes = 0;
-    ULONG count = 0;
-    host().iscsi().GetIScsiSessionListW(&bytes, &count, nullptr);
-    std::vector<iscsi::SessionInfo> buffer(bytes / sizeof(iscsi::SessionInfo) + 1);
-    EXPECT_EQ(host().iscsi().GetIScsiSessionListW(&bytes, &count, buffer.data()), DWORD{ERROR_SUCCESS});
-    std::vector<std::string> targets;
-    for (ULONG i = 0; i < count; ++i) targets.push_back(WideToUtf8Lossy(buffer[i].TargetName));
-    return targets;
   }
   /// A run whose phases after the getters and whose set's state in the end are these.
   json Completed(const Arguments& arguments, std::vector<std::string> phases, const char* state, int status = 0) {
@@ -420,14 +411,14 @@ TEST_F(Completion, DisconnectingEndsTheSessionsThatCarryShadowDisksBeforeTheseAr
   Completed({"--then", "mask", "--disconnect"}, {"SetBackupStatus", "DisconnectSnapshotLuns", "MaskSnapshotSet"},
             "masked");
 
-  EXPECT_THAT(SessionsLeft(), ElementsAre("originals"));
+  EXPECT_THAT(OpenTargets(), ElementsAre("originals"));
 }
 
 TEST_F(Completion, DisconnectingComesAfterABreak) {
   Completed({"--then", "break", "--disconnect"}, {"SetBackupStatus", "BreakSnapshotSet", "DisconnectSnapshotLuns"},
             "broken");
 
-  EXPECT_THAT(SessionsLeft(), ElementsAre("originals"));
+  EXPECT_THAT(OpenTargets(), ElementsAre("originals"));
 }
 
 TEST_F(Completion, ADeletedSetHasNoDisksLeftToDisconnect) {
@@ -442,7 +433,7 @@ TEST_F(Completion, ADeletedSetHasNoDisksLeftToDisconnect) {
 TEST_F(Completion, ASetThatIsKeptCanBeDisconnected) {
   Completed({"--disconnect", "--context", "app-rollback"}, {"SetBackupStatus", "DisconnectSnapshotLuns"}, "kept");
 
-  EXPECT_THAT(SessionsLeft(), ElementsAre("originals"));
+  EXPECT_THAT(OpenTargets(), ElementsAre("originals"));
 }
 
 TEST_F(Completion, ABreakThatFailsIsTheRunsFailureAndNothingIsDisconnected) {
@@ -455,7 +446,7 @@ TEST_F(Completion, ABreakThatFailsIsTheRunsFailureAndNothingIsDisconnected) {
             "m_pVssObject->BreakSnapshotSet()=Failed, error=VSS_E_PROVIDER_VETO, rc=COMMError, "
             "ca=ContactTechSupport;\n");
   EXPECT_THAT(result.out, HasSubstr("}: kept until it is deleted\n"));
-  EXPECT_EQ(SessionsLeft().size(), 3u);
+  EXPECT_EQ(OpenTargets().size(), 3u);
 }
 
 TEST_F(Completion, ADeletionThatStopsHalfwayTellsWhatIsLeft) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "simulator/vss/snapshot_service.h"
+#include "tests/varnelctl/open_sessions.h"
 #include "tests/varnelctl/snapshot_support.h"
 #include "text/guid.h"
 #include "text/unicode.h"
@@ -107,17 +108,6 @@ class SetsFixture : public SnapshotFixture {
   }
   std::size_t CopiesOf(const std::string& setId) {
     return host().machine().snapshots->CopiesOfSet(GuidOrNull<GUID>(Utf8ToWideLossy(setId))).size();
-  }
-  /// The targets of the sessions that are open.
-  std::vector<std::string> Targets() {
-    ULONG bytes = 0;
-    ULONG count = 0;
-    host().iscsi().GetIScsiSessionListW(&bytes, &count, nullptr);
-    std::vector<iscsi::SessionInfo> buffer(bytes / sizeof(iscsi::SessionInfo) + 1);
-    EXPECT_EQ(host().iscsi().GetIScsiSessionListW(&bytes, &count, buffer.data()), DWORD{ERROR_SUCCESS});
-    std::vector<std::string> targets;
-    for (ULONG i = 0; i < count; ++i) targets.push_back(WideToUtf8Lossy(buffer[i].TargetName));
-    return targets;
   }
 
   /// Looks before every call of the host, and may ask the host itself.

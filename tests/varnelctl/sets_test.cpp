@@ -503,7 +503,7 @@ TEST_F(SetsCommand, AJournalThatCannotSayWhatBecameOfASetIs18) {
 TEST_F(SetsCommand, DisconnectsASet) {
   const std::string set = KeptSet();
   EXPECT_THAT(Sets({"disconnect", set}).out, EndsWith("set " + set + " is disconnected: 2 iSCSI sessions ended\n"));
-  EXPECT_THAT(Targets(), ElementsAre("originals"));
+  EXPECT_THAT(OpenTargets(), ElementsAre("originals"));
   EXPECT_TRUE(EntryOf(set).disconnected);
   EXPECT_EQ(EntryOf(set).end, End::Kept);
   EXPECT_THAT(Sets({"disconnect", set}).out,
@@ -521,7 +521,7 @@ TEST_F(SetsCommand, ASessionThatCarriesAnotherDiskStays) {
             "ffff800000000000-4000013700000002 (iscsicli SessionList shows what is open); it stays, as it carries "
             "\"TSL0002\" besides\n");
   EXPECT_THAT(result.next, HasSubstr("next: varnelctl explain session-open"));
-  EXPECT_THAT(Targets(), ElementsAre("originals", "copy-1"));
+  EXPECT_THAT(OpenTargets(), ElementsAre("originals", "copy-1"));
   EXPECT_THAT(SetsJson({"disconnect", set}, 18).at("sessionsLeft")[0].at("others"), ElementsAre("\"TSL0002\""));
 }
 
@@ -529,10 +529,10 @@ TEST_F(SetsCommand, ASessionThatCarriesACopyOfAnotherSetStays) {
   const std::string set = KeptSet();
   const std::string bystander = KeptSet();
   EXPECT_THAT(Sets({"disconnect", set}, 18).err, HasSubstr("2 iSCSI sessions of the set's disks did not end"));
-  EXPECT_THAT(Targets(), SizeIs(3));
+  EXPECT_THAT(OpenTargets(), SizeIs(3));
   Sets({"delete", bystander});
   Sets({"disconnect", set});
-  EXPECT_THAT(Targets(), ElementsAre("originals"));
+  EXPECT_THAT(OpenTargets(), ElementsAre("originals"));
 }
 
 TEST_F(SetsCommand, ASessionThatDoesNotEndIsTriedFiveTimesAndNamed) {

@@ -116,7 +116,7 @@ Json EntryJson(const KnownSet& set) {
           {"disks", entry.disks},
           {"context", entry.context},
           {"process", entry.process.id},
-          {"isRunning", set.isProcessRunning},
+          {"isRunning", set.IsProcessRunning()},
           {"stage", WordFor(entry.stage)},
           {"end", entry.end ? Json(WordFor(*entry.end)) : Json(nullptr)},
           {"transportable", entry.IsTransportable()},
@@ -149,7 +149,7 @@ void PrintEntry(Console& console, const KnownSet& set) {
   const JournalEntry& entry = *set.entry;
   console.Line("Request");
   console.Line("  " + CommandLineText(entry.commandLine));
-  console.Line("  " + ProcessText(entry) + (set.isProcessRunning ? ", still runs" : ", has ended"));
+  console.Line("  " + ProcessText(entry) + (set.IsProcessRunning() ? ", still runs" : ", has ended"));
   console.Line("  application " + Printable(varnel::Utf8ToWideLossy(entry.application)) + ", context " +
                ContextName(entry.context));
   console.Line("  journal " + ShownPath(entry.file));

@@ -54,7 +54,6 @@ class CleanUpRun {
   bool IsStillLeftover(KnownSet& set) const {
     for (JournalEntry& entry : journal_.Read().entries) {
       if (entry.file != set.entry->file) continue;
-      set.isProcessRunning = entry.isRunning;
       set.entry = std::move(entry);
       return set.IsLeftover();
     }

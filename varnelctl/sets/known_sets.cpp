@@ -25,7 +25,7 @@ std::vector<ListedCopy> Take(const std::wstring& setId, std::vector<ListedCopy>&
 
 std::string StateOfUnfinished(const KnownSet& set) {
   const JournalEntry& entry = *set.entry;
-  const bool runs = set.isProcessRunning;
+  const bool runs = set.IsProcessRunning();
   const std::string process = ProcessText(entry) + (runs ? ", still runs" : ", has ended");
   switch (entry.stage) {
     case JournalStage::Begun:
@@ -55,8 +55,8 @@ std::string StateOfEnd(const KnownSet& set) {
     case JournalEnd::Nothing:
       return "nothing was taken";
     case JournalEnd::Released:
-      return set.isProcessRunning ? "it goes when its process ends: " + ProcessText(*set.entry)
-                                  : "it went with its process: " + ProcessText(*set.entry);
+      return set.IsProcessRunning() ? "it goes when its process ends: " + ProcessText(*set.entry)
+                                    : "it went with its process: " + ProcessText(*set.entry);
     case JournalEnd::Kept:
       return "kept until it is deleted";
     case JournalEnd::Broken:
@@ -97,11 +97,11 @@ SetKind KnownSet::Kind() const {
 }
 
 bool KnownSet::IsInUse() const {
-  return entry && isProcessRunning && (entry->stage != JournalStage::Ended || entry->end == JournalEnd::Released);
+  return IsProcessRunning() && (entry->stage != JournalStage::Ended || entry->end == JournalEnd::Released);
 }
 
 bool KnownSet::IsLeftover() const {
-  return entry && !isProcessRunning && entry->IsLeftover();
+  return entry && !IsProcessRunning() && entry->IsLeftover();
 }
 
 bool KnownSet::IsElsewhere() const {
@@ -147,7 +147,7 @@ std::string DescribeState(const KnownSet& set) {
   const std::string state = hasEnded ? StateOfEnd(set) : StateOfUnfinished(set);
   if (!set.IsListed()) return state + WhyNotListed(set);
   const bool shouldBeGone =
-      hasEnded && !set.isProcessRunning && !set.entry->IsLeftover() && set.entry->end != JournalEnd::Kept;
+      hasEnded && !set.IsProcessRunning() && !set.entry->IsLeftover() && set.entry->end != JournalEnd::Kept;
   return shouldBeGone ? state + "; yet the service lists it" : state;
 }
 
@@ -183,7 +183,7 @@ KnownSets::KnownSets(const SetService& service, const std::optional<Journal>& jo
   std::stable_sort(listed.begin(), listed.end(),
                    [](const ListedCopy& a, const ListedCopy& b) { return a.created < b.created; });
   while (!listed.empty()) {
-    KnownSet set{listed.front().setId, {}, false, {}};
+    KnownSet set{listed.front().setId, {}, {}};
     for (const ListedCopy& copy : Take(set.id, listed)) set.copies.push_back(Locate(copy));
     sets_.push_back(std::move(set));
   }
@@ -202,11 +202,8 @@ void KnownSets::RememberVolumes() {
 }
 
 void KnownSets::Add(JournalEntry entry, std::vector<ListedCopy>& listed) {
-  KnownSet set{entry.setId.empty() ? L"" : varnel::FormatGuid(varnel::GuidOrNull<GUID>(entry.setId)),
-               std::move(entry),
-               false,
-               {}};
-  set.isProcessRunning = set.entry->isRunning;
+  KnownSet set{
+      entry.setId.empty() ? L"" : varnel::FormatGuid(varnel::GuidOrNull<GUID>(entry.setId)), std::move(entry), {}};
   if (!set.id.empty()) {
     for (const ListedCopy& copy : Take(set.id, listed)) set.copies.push_back(Locate(copy));
   }

@@ -38,9 +38,9 @@ enum class SetKind { There, NotVisible, NotJournalled };
 struct KnownSet {
   std::wstring id;  ///< "{...}"; empty of a request that has none yet
   std::optional<JournalEntry> entry;
-  bool isProcessRunning = false;  ///< the entry's
   std::vector<KnownCopy> copies;  ///< the listed ones first
 
+  bool IsProcessRunning() const { return entry && entry->isRunning; }
   bool IsListed() const { return !copies.empty() && copies.front().listed.has_value(); }
   SetKind Kind() const;
   /// Its request is not done, or the set goes with the process.

@@ -1,5 +1,4 @@
 #include <aclapi.h>
-#include <sddl.h>
 
 #include <array>
 #include <memory>
@@ -7,6 +6,7 @@
 #include <system_error>
 
 #include "platform/win32.h"
+#include "varnelctl/sets/access_list.h"
 #include "varnelctl/sets/private_files.h"
 
 namespace varnelctl {
@@ -22,17 +22,6 @@ constexpr wchar_t kFileAccess[] = L"D:P(A;;FA;;;SY)(A;;FA;;;BA)";
 
 void Require(bool done) {
   if (!done) Throw(::GetLastError());
-}
-
-struct LocalMemory {
-  void operator()(void* block) const { ::LocalFree(block); }
-};
-using Descriptor = std::unique_ptr<void, LocalMemory>;
-
-Descriptor DescriptorOf(const wchar_t* text) {
-  PSECURITY_DESCRIPTOR descriptor = nullptr;
-  Require(::ConvertStringSecurityDescriptorToSecurityDescriptorW(text, SDDL_REVISION_1, &descriptor, nullptr));
-  return Descriptor(descriptor);
 }
 
 class File {
@@ -69,7 +58,7 @@ void RequireTrusted(HANDLE file) {
   const DWORD error = ::GetSecurityInfo(file, SE_FILE_OBJECT, OWNER_SECURITY_INFORMATION, &owner, nullptr, nullptr,
                                         nullptr, &descriptor);
   if (error != ERROR_SUCCESS) Throw(error);
-  const Descriptor freed(descriptor);
+  const std::unique_ptr<void, decltype(&::LocalFree)> freed(descriptor, ::LocalFree);
   const bool trusted = ::IsWellKnownSid(owner, WinBuiltinAdministratorsSid) ||
                        ::IsWellKnownSid(owner, WinLocalSystemSid) || IsThisUser(owner);
   if (!trusted) Throw(ERROR_INVALID_OWNER);
@@ -83,8 +72,8 @@ DWORD AttributesOf(HANDLE file) {
 }
 
 void WriteNew(const std::filesystem::path& path, std::string_view content) {
-  const Descriptor access = DescriptorOf(kFileAccess);
-  SECURITY_ATTRIBUTES security{sizeof security, access.get(), FALSE};
+  const AccessList access(kFileAccess);
+  SECURITY_ATTRIBUTES security = access.Attributes();
   ::DeleteFileW(path.c_str());  // a file that was there would keep its access list
   const File file(path, GENERIC_WRITE, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, &security);
   DWORD written = 0;
@@ -108,8 +97,8 @@ void MoveOver(const std::filesystem::path& from, const std::filesystem::path& to
 }  // namespace
 
 void MakeOnePrivateFolder(const std::filesystem::path& folder) {
-  const Descriptor access = DescriptorOf(kFolderAccess);
-  SECURITY_ATTRIBUTES security{sizeof security, access.get(), FALSE};
+  const AccessList access(kFolderAccess);
+  SECURITY_ATTRIBUTES security = access.Attributes();
   if (::CreateDirectoryW(folder.c_str(), &security)) return;
   if (::GetLastError() != ERROR_ALREADY_EXISTS) Throw(::GetLastError());
   constexpr DWORD kAsk = READ_CONTROL | FILE_READ_ATTRIBUTES;

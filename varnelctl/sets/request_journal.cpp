@@ -25,12 +25,13 @@ RequestJournal::~RequestJournal() {
 void RequestJournal::BeginRequest() {
   if (!session_.journal) return;
   TellLeftovers(session_, session_.journal->Tidy());
-  const Header& header = session_.TellHeader(Requested(options_));
+  const RequestedSet requested = Requested(options_);
+  const Header& header = session_.TellHeader(requested);
   entry_.host = header.host.value_or("");
   entry_.process = ThisProcess();
   entry_.start = header.start;
   entry_.commandLine = header.commandLine;
-  entry_.application = Requested(options_).application;
+  entry_.application = requested.application;
   entry_.disks = options_.disks;
   entry_.context = options_.context;
   Write(JournalStage::Begun);

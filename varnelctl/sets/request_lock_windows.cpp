@@ -7,17 +7,16 @@
 #include "text/format.h"
 #include "text/unicode.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/sets/access_list.h"
 #include "varnelctl/sets/request_lock.h"
-// clang-format off
-#include <sddl.h>
-// clang-format on
 
 namespace varnelctl {
 namespace {
 
 constexpr char kMachine[] = "Global\\varnel-request";
 constexpr DWORD kAccess = SYNCHRONIZE | MUTEX_MODIFY_STATE;
-// To wait for it and to give it back, for the system, administrators and backup operators.
+// To wait for it and to give it back, for the system, administrators and backup operators: only those who may take a
+// set of this machine may hold up others that do.
 constexpr wchar_t kAccessList[] = L"D:P(A;;0x00100001;;;SY)(A;;0x00100001;;;BA)(A;;0x00100001;;;BO)";
 static_assert(kAccess == 0x00100001, "as in the access list");
 
@@ -25,29 +24,10 @@ static_assert(kAccess == 0x00100001, "as in the access list");
   throw std::system_error(static_cast<int>(::GetLastError()), std::system_category());
 }
 
-// Only those who may take a set of this machine may hold up others that do.
-class AccessList {
- public:
-  AccessList() {
-    if (::ConvertStringSecurityDescriptorToSecurityDescriptorW(kAccessList, SDDL_REVISION_1, &descriptor_, nullptr) ==
-        FALSE) {
-      ThrowLastError();
-    }
-  }
-  ~AccessList() { ::LocalFree(descriptor_); }
-  AccessList(const AccessList&) = delete;
-  AccessList& operator=(const AccessList&) = delete;
-
-  SECURITY_ATTRIBUTES Attributes() const { return {sizeof(SECURITY_ATTRIBUTES), descriptor_, FALSE}; }
-
- private:
-  PSECURITY_DESCRIPTOR descriptor_ = nullptr;
-};
-
 HANDLE OpenMutexCalled(const std::string& name) {
   const std::wstring wide = varnel::Utf8ToWideLossy(name);
   if (name != kMachine) return ::CreateMutexExW(nullptr, wide.c_str(), 0, kAccess);
-  const AccessList list;
+  const AccessList list(kAccessList);
   SECURITY_ATTRIBUTES attributes = list.Attributes();
   return ::CreateMutexExW(&attributes, wide.c_str(), 0, kAccess);
 }
