@@ -18,9 +18,12 @@ bool IsServiceSession() {
   return ::ProcessIdToSessionId(::GetCurrentProcessId(), &session) && session == 0;
 }
 
-void Acknowledge() {
+// Whether somebody had asked before.
+bool Interrupt() {
+  if (requested.exchange(true)) return true;
   DWORD written = 0;
   ::WriteFile(::GetStdHandle(STD_ERROR_HANDLE), kInterruptionNotice, sizeof kInterruptionNotice - 1, &written, nullptr);
+  return false;
 }
 
 // Runs in a thread of its own. Where it answers FALSE the system's handler ends the process. When the console or the
@@ -29,11 +32,10 @@ void Acknowledge() {
 BOOL WINAPI OnControl(DWORD event) {
   const bool byUser = event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT;
   if (event == CTRL_LOGOFF_EVENT && IsServiceSession()) return FALSE;
-  const bool again = requested.exchange(true);
-  if (byUser && again) return FALSE;
-  if (!byUser) goes = true;
-  if (!again) Acknowledge();
-  if (!byUser) ::Sleep(INFINITE);
+  if (byUser) return Interrupt() ? FALSE : TRUE;
+  goes = true;  // before the run can end for it
+  Interrupt();
+  ::Sleep(INFINITE);
   return TRUE;
 }
 
@@ -86,11 +88,12 @@ class SessionWindow {
   static LRESULT CALLBACK OnMessage(HWND window, UINT message, WPARAM word, LPARAM more) {
     switch (message) {
       case WM_QUERYENDSESSION:
-        if (!requested.exchange(true)) Acknowledge();
+        Interrupt();
         return TRUE;
       case WM_ENDSESSION:
         if (word == FALSE) return 0;  // somebody else kept the session
         goes = true;
+        Interrupt();    // a session that is made to end asks nobody before
         Over().Wait();  // as OnControl does, but for a watch that has just ended
         return 0;
       case WM_DESTROY:
