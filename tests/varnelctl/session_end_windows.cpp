@@ -23,6 +23,7 @@ class Desktop {
   ~Desktop() {
     ::SetThreadDesktop(before_);
     ::CloseDesktop(desktop_);
+    ::RegDeleteKeyValueW(HKEY_CURRENT_USER, kKey, L"Graphics");  // other programs are to have none
   }
   Desktop(const Desktop&) = delete;
   Desktop& operator=(const Desktop&) = delete;
