@@ -516,15 +516,9 @@ TEST_F(DropInTest, AnInitiatorWithoutAServiceBesideItTakesTheOneThatTheProcessHa
   EXPECT_EQ(SessionsOf(initiator).size(), 1u);
 }
 
-// rundll32 has no service of its own; it calls the function with other arguments, which the function refuses: a window
-// is the first, of which there is none, but for the time in which another program has a desktop.
 TEST_F(DropInTest, InAProcessWithoutAServiceTheInitiatorLoadsTheOneBesideIt) {
-  constexpr int kTries = 60;
-  constexpr DWORD kPause = 500;
-  for (int i = 0; i < kTries && Calls().empty(); ++i) {
-    if (i != 0) ::Sleep(kPause);
-    RunProgram(L"rundll32.exe " + InitiatorFile().wstring() + L",GetIScsiSessionListW");
-  }
+  const std::filesystem::path caller = VARNEL_INITIATOR_CALLER;
+  RunProgram(L"\"" + caller.wstring() + L"\" \"" + InitiatorFile().wstring() + L"\"");
   EXPECT_THAT(Calls(), ElementsAre("GetIScsiSessionListW() = error 87"));
 }
 
