@@ -25,9 +25,11 @@ snapshot: setup ## build varnelctl and take a snapshot on the simulated sample h
 	build/native/bin/varnelctl $(VARNELCTL_ARGUMENTS)
 
 test: setup ## build and run every test, natively with sanitizers and under Wine
+	-@$(SETUP) browser
 	@tools/run-tests.sh
 
 test-thorough: setup ## the same with every sweep made whole under sanitizers and Wine, on more random hosts
+	-@$(SETUP) browser
 	@tools/run-tests.sh --thorough
 
 coverage: setup ## run the native tests and list the lines of the library that none of them reaches
@@ -71,7 +73,7 @@ format: ## format every source file in place
 tidy: setup ## check every unit with clang-tidy; units without findings are left out until they change
 	@$(SETUP) format
 	@$(configure) tidy
-	@cmake --build build/tidy --target simulator/generated/sample_host.inc
+	@cmake --build build/tidy --target simulator/generated/sample_host.inc varnelctl/generated/page.css.inc varnelctl/generated/page.js.inc
 	@tools/tidy.py build/tidy
 
 clean: ## remove everything that was built

@@ -10,7 +10,7 @@
 #
 # Each build lists its rooms in tests.txt, fields parted by tabs: name, kind, seconds allowed, command. A room of kind
 # "gtest" is a GoogleTest binary; "sweep" is one that makes many thousand runs, "long-sweep" one that makes many more;
-# "run" is one test that passes when its command exits with 0; "release" is such a test of an optimised build. What a room
+# "run" is one test that passes when its command exits with 0, and is skipped when that is 77; "release" is such a test of an optimised build. What a room
 # counts besides its tests it writes as "[    TOTAL ] ...", shown beside its result.
 #
 # The optimised build runs "release" and the sweeps only, these whole, but of a long one one run in VARNEL_LONG_SAMPLE (5);
@@ -117,9 +117,12 @@ last_test() { # LOG
   echo "${name:-its start}"
 }
 
-judge_run() { # STATUS SECONDS
+judge_run() { # STATUS SECONDS LOG
   if (($1 == 0)); then
     passed=1
+  elif (($1 == 77)); then
+    skipped=1
+    note=$(tail -n 1 "$3")
   else
     failed=1
     note="exit status $1"

@@ -4,7 +4,7 @@
 #   tools/setup.sh [GROUP...]
 #
 # Groups: build (the default: build and test on both platforms), format (clang-format and clang-tidy), fuzz (clang with
-# libFuzzer), instructions (valgrind), coverage (gcovr). Installs as root or with a password-less sudo; otherwise, and on
+# libFuzzer), instructions (valgrind), coverage (gcovr), browser (what the tests of report pages need). Installs as root or with a password-less sudo; otherwise, and on
 # any other system, prints what is missing and exits with 1.
 set -euo pipefail
 
@@ -19,8 +19,14 @@ packages_of() {
     fuzz) echo clang ;;
     instructions) echo valgrind ;;
     coverage) echo gcovr ;;
+    browser)
+      # Node.js may have come from elsewhere, and then brings npm itself.
+      echo chromium
+      command -v node >/dev/null || echo nodejs
+      command -v npm >/dev/null || echo npm
+      ;;
     *)
-      echo "setup: no such group: $1 (build, format, fuzz, instructions, coverage)" >&2
+      echo "setup: no such group: $1 (build, format, fuzz, instructions, coverage, browser)" >&2
       return 2
       ;;
   esac
@@ -37,7 +43,7 @@ is_debian() {
 wanted=()
 for group in "${@:-build}"; do
   packages=$(packages_of "$group")
-  read -r -a packages <<<"$packages"
+  read -r -d '' -a packages <<<"$packages" || true
   wanted+=("${packages[@]}")
 done
 

@@ -13,6 +13,7 @@
 #include "varnelctl/console/printable_log.h"
 #include "varnelctl/console/shared_watch.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/report/html/run_report.h"
 #include "varnelctl/session.h"
 #include "varnelctl/target_host.h"
 
@@ -68,15 +69,17 @@ class LogOfRun {
 
 // Once: as soon as the host is there, whose own words are in it, or when there will be none.
 void TellHeader(Session& session, const Invocation& invocation, const LogOfRun& log) {
-  if (session.document.header() || !(session.json || log.isOpen())) return;
+  if (session.document.header() || !(session.keepsDocument || log.isOpen())) return;
   const Header& header = session.TellHeader(invocation.command->Requested());
   if (log.isOpen()) log.Begin(header);
 }
 
 void RequireDifferentFiles(const Invocation& invocation) {
   const GlobalOptions& options = invocation.options;
-  std::vector<FileOption> files = {
-      {"--host", options.hostFile}, {"--state", options.stateFile}, {"--log", options.logFile}};
+  std::vector<FileOption> files = {{"--host", options.hostFile},
+                                   {"--state", options.stateFile},
+                                   {"--log", options.logFile},
+                                   {"--report", invocation.command->ReportFile()}};
   for (FileOption& file : invocation.command->Files()) files.push_back(std::move(file));
   RequireDifferentFiles(files);
 }
@@ -116,10 +119,13 @@ std::string LastWord(const Invocation& invocation, const Session& session) {
 ExitStatus RunCommand(const Invocation& invocation, Session& session) {
   return Guarded(session, [&] {
     RequireDifferentFiles(invocation);
+    RunReport report(session, invocation.command->ReportFile());
     const LogOfRun log(invocation.options.logFile, invocation.options.lowestLogCategory);
     ExitStatus status = Guarded(session, [&] { return RunOnHost(invocation, session, log); });
     TellHeader(session, invocation, log);
     status = log.End(session, status, LastWord(invocation, session));
+    if (session.keepsDocument) invocation.command->NoteLastWord(session);
+    status = report.Write(status);
     session.console.Flush();  // on a terminal trouble comes before the last word
     invocation.command->Conclude(session);
     return status;

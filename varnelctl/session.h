@@ -25,6 +25,7 @@ class Session {
           InterruptionSource source)
       : console(sessionConsole),
         json(format != Format::Text),
+        keepsDocument(json),
         verbose(tellMore),
         watchInterruption(std::move(source)),
         document(sessionConsole, format),
@@ -34,6 +35,7 @@ class Session {
 
   Console& console;
   const bool json;     ///< people are told nothing on standard output
+  bool keepsDocument;  ///< commands set what they have found: it is printed, or a page is made of it
   const bool verbose;  ///< tells the library's functions, too
   /// Empty when nobody can interrupt.
   const InterruptionSource watchInterruption;

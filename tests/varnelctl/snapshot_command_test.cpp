@@ -73,8 +73,13 @@ TEST_F(SnapshotCommand, JsonIsOneDocumentWithTheWholeOutcome) {
   EXPECT_THAT(PathsOf(outcome["writers"][0], "added"), ElementsAre("\\SQL01\\sales", "\\SQL01\\crm"));
   EXPECT_EQ(outcome["writers"][0]["components"][1], json::parse(R"({"fullPath":"\\SQL01\\crm","caption":"crm",
       "excluded":false,"added":true,"failed":false,"failureCode":"0x00000000","disks":["TSL0001","TSL0002"],
-      "place":"captured","reason":null,"because":null,"missingDisks":[],"files":[]})"));
+      "volumes":["\\\\?\\Volume{00000001-0000-0000-0000-000000000000}\\",
+      "\\\\?\\Volume{00000002-0000-0000-0000-000000000000}\\"],
+      "place":"captured","reason":null,"why":null,"because":null,"missingDisks":[],"files":[]})"));
+  EXPECT_EQ(outcome["writers"][0]["components"][2]["why"], "disk \"SYS\" holds the system");
   ASSERT_EQ(outcome["snapshots"].size(), 2u);
+  EXPECT_EQ(outcome["snapshots"][1]["mountPoint"], "F:\\");
+  EXPECT_EQ(outcome["snapshots"][1]["sourceSerialNumber"], "TSL0002");
   EXPECT_EQ(outcome["snapshots"][1]["device"], "\\\\?\\GLOBALROOT\\Device\\HarddiskVolumeShadowCopy2\\");
   EXPECT_EQ(outcome["snapshots"][1]["disk"], "\\\\.\\PhysicalDrive4");
   EXPECT_EQ(outcome["snapshots"][1]["serialNumber"], "SHADOW-TSL0002");

@@ -242,9 +242,11 @@ TEST_F(VerdictOfRun, TheDocumentHasEachObject) {
 
   ASSERT_EQ(objects.size(), 3u);
   EXPECT_EQ(objects[1], json::parse(R"({"name": "SQL01\\crm", "writer": "Demo Writer", "path": "\\SQL01\\crm",
-      "captured": true, "failed": false, "reason": null, "missingDisks": [], "disks": ["TSL0001", "TSL0002"]})"));
+      "captured": true, "failed": false, "reason": null, "why": null, "missingDisks": [],
+      "disks": ["TSL0001", "TSL0002"]})"));
   EXPECT_EQ(objects[2], json::parse(R"({"name": "SQL01\\tools", "writer": "Demo Writer", "path": "\\SQL01\\tools",
-      "captured": false, "failed": false, "reason": "systemDisk", "missingDisks": [], "disks": ["SYS"]})"));
+      "captured": false, "failed": false, "reason": "systemDisk",
+      "why": "disk \"SYS\" holds the system", "missingDisks": [], "disks": ["SYS"]})"));
 }
 
 TEST_F(VerdictOfRun, TheDocumentHasTheBackupAndItsProvider) {

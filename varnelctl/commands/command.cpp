@@ -10,6 +10,7 @@ std::vector<std::unique_ptr<Command>> MakeCommands() {
   commands.push_back(MakePlanCommand());
   commands.push_back(MakeSnapshotCommand());
   commands.push_back(MakeSetsCommand());
+  commands.push_back(MakeReportCommand());
   commands.push_back(MakeExplainCommand());
   return commands;
 }

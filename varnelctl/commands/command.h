@@ -34,6 +34,10 @@ class Command {
   /// What the run comes to, in one line; what went wrong since Run ended is in the session. Empty for a command that
   /// says no such thing.
   virtual std::string LastWord(const Session& /*session*/) const { return {}; }
+  /// The file that the page of the run goes to; nothing where nobody wants one.
+  virtual std::optional<std::string> ReportFile() const { return std::nullopt; }
+  /// Puts the last word into the document of the run.
+  virtual void NoteLastWord(Session& /*session*/) const {}
   /// Says the last word, when nothing more can go wrong.
   virtual void Conclude(Session& /*session*/) {}
   /// The files that its options name.
@@ -47,6 +51,7 @@ std::unique_ptr<Command> MakeExplainCommand();
 std::unique_ptr<Command> MakePlanCommand();
 std::unique_ptr<Command> MakeProvidersCommand();
 std::unique_ptr<Command> MakeSetsCommand();
+std::unique_ptr<Command> MakeReportCommand();
 std::unique_ptr<Command> MakeSnapshotCommand();
 std::unique_ptr<Command> MakeWritersCommand();
 

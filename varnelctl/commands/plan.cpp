@@ -2,6 +2,7 @@
 
 #include "varnelctl/commands/command.h"
 #include "varnelctl/explanation/requirement.h"
+#include "varnelctl/report/html/run_report.h"
 #include "varnelctl/report/plan_report.h"
 #include "varnelctl/report/snapshot_report.h"
 #include "varnelctl/sets/disks_for.h"
@@ -22,7 +23,10 @@ class PlanCommand final : public Command {
            "  varnelctl plan --app sql --disk TSL0001 TSL0002 --require all\n"
            "  varnelctl plan --app sql --for sales crm\n";
   }
-  void AddOptions(CLI::App& app) override { AddPlanOptions(app, options_); }
+  void AddOptions(CLI::App& app) override {
+    AddPlanOptions(app, options_);
+    AddReportOption(app, report_);
+  }
 
   std::optional<RequestedSet> Requested() const override {
     return options_.disks.empty() ? std::nullopt : std::optional(varnelctl::Requested(options_));
@@ -32,17 +36,19 @@ class PlanCommand final : public Command {
     if (options_.disks.empty() == options_.wanted.empty()) {
       throw UsageError("plan takes either --disk, whose snapshot is planned, or --for, whose disks are told");
     }
+    if (!options_.wanted.empty() && report_) throw UsageError("--report shows a plan of --disk, and --for makes none");
     if (!options_.wanted.empty()) return TellDisks(session);
     CheckSnapshotOptions(options_, session.calls != nullptr);
     PlanOutcome plan(options_);
     MakePlan(session, options_, plan);
-    if (session.json) {
-      session.document.Set(name(), PlanDocument(plan));
-    } else {
-      PrintPlan(session.console, plan, session.verbose);
-    }
+    if (session.keepsDocument) session.document.Set(name(), PlanDocument(plan));
+    if (!session.json) PrintPlan(session.console, plan, session.verbose);
     verdict_ = VerdictOfPlan(plan);
     return plan.failure ? session.ReportOutcome(*plan.failure) : ExitStatus::Done;
+  }
+  std::optional<std::string> ReportFile() const override { return report_; }
+  void NoteLastWord(Session& session) const override {
+    if (verdict_) NoteVerdict(session, VerdictNow(*verdict_, session));
   }
   std::string LastWord(const Session& session) const override {
     return verdict_ ? VerdictNow(*verdict_, session).Text() : std::string();
@@ -67,6 +73,7 @@ class PlanCommand final : public Command {
   }
 
   SnapshotOptions options_;
+  std::optional<std::string> report_;
   std::optional<Verdict> verdict_;  // of a plan that was made
 };
 

@@ -3,6 +3,7 @@
 #include "text/unicode.h"
 #include "varnelctl/commands/command.h"
 #include "varnelctl/console/output_file.h"
+#include "varnelctl/report/html/run_report.h"
 #include "varnelctl/report/snapshot_report.h"
 #include "varnelctl/sets/snapshot_options.h"
 #include "varnelctl/sets/tries.h"
@@ -50,7 +51,10 @@ class SnapshotCommand final : public Command {
            "--disconnect\n"
            "  varnelctl snapshot --app none --disk TSL0001 --json --document backup.xml --catalog catalog.json\n";
   }
-  void AddOptions(CLI::App& app) override { AddSnapshotOptions(app, options_); }
+  void AddOptions(CLI::App& app) override {
+    AddSnapshotOptions(app, options_);
+    AddReportOption(app, report_);
+  }
 
   std::optional<RequestedSet> Requested() const override { return varnelctl::Requested(options_); }
 
@@ -72,6 +76,10 @@ class SnapshotCommand final : public Command {
   std::vector<FileOption> Files() const override {
     return {
         {"--document", options_.documentFile}, {"--catalog", options_.catalogFile}, {"--calls", options_.callsFile}};
+  }
+  std::optional<std::string> ReportFile() const override { return report_; }
+  void NoteLastWord(Session& session) const override {
+    if (verdict_) NoteVerdict(session, VerdictNow(*verdict_, session));
   }
   std::string LastWord(const Session& session) const override {
     return verdict_ ? VerdictNow(*verdict_, session).Text() : std::string();
@@ -102,16 +110,16 @@ class SnapshotCommand final : public Command {
     }
     whatStands_ = DescribeSet(outcome);
     verdict_ = VerdictOf(outcome);
-    if (session.json) {
+    if (session.keepsDocument) {
       session.document.Set(name(), SnapshotDocument(outcome));
       session.document.Add("tries", TriesJson(tried.tries));
-    } else {
-      PrintSnapshot(session.console, outcome, *verdict_, session.verbose);
     }
+    if (!session.json) PrintSnapshot(session.console, outcome, *verdict_, session.verbose);
     return outcome.failure ? session.ReportOutcome(*outcome.failure) : ExitStatus::Done;
   }
 
   SnapshotOptions options_;
+  std::optional<std::string> report_;
   std::string whatStands_;
   std::optional<Verdict> verdict_;  // nothing before a run
 };

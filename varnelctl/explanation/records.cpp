@@ -73,6 +73,22 @@ std::string_view FieldOf(const RecordText& record, std::string_view key) {
   return {};
 }
 
+std::vector<RecordField> FieldsOf(const RecordText& record) {
+  const std::string_view text = record.text.substr(0, record.text.find_last_not_of(" ;\r\n") + 1);
+  std::vector<RecordField> fields;
+  for (std::size_t at = text.find_first_not_of(" ,;\n"); at != text.npos;) {
+    const std::size_t afterKey = text.find_first_of("=,;", at);
+    if (afterKey == text.npos) break;
+    std::size_t end = afterKey + 1;
+    if (text[afterKey] == '=') {
+      end = EndOfValue(text, afterKey + 1);
+      fields.push_back({text.substr(at, afterKey - at), text.substr(afterKey + 1, end - afterKey - 1)});
+    }
+    at = text.find_first_not_of(" ,;\n", end);
+  }
+  return fields;
+}
+
 std::string_view CallOf(const RecordText& record) {
   const std::size_t end = record.text.find("=Failed, error=");
   if (record.number != kFailedCall || end == record.text.npos) return {};

@@ -19,6 +19,14 @@ std::vector<RecordText> RecordsIn(std::string_view text);
 /// The value of a field; empty without one.
 std::string_view FieldOf(const RecordText& record, std::string_view key);
 
+struct RecordField {
+  std::string_view key;
+  std::string_view value;  ///< without what ends the record
+};
+
+/// Every field of a record, in its order.
+std::vector<RecordField> FieldsOf(const RecordText& record);
+
 /// The call that a record of a failed call (1) begins with, such as "m_pVssObject->AddComponent()".
 std::string_view CallOf(const RecordText& record);
 

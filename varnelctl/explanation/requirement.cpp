@@ -44,7 +44,7 @@ std::string NameIn(Application application, const ApplicationObject& object) {
 
 std::string Why(const ApplicationObject& object, const ComponentExplanation& part, Application application) {
   const std::string remedy = RemedyFor(part.reason, object, application);
-  return NameIn(application, object) + ": " + ReasonText(part) + (remedy.empty() ? "" : " (" + remedy + ")");
+  return ReasonText(part) + (remedy.empty() ? "" : " (" + remedy + ")");
 }
 
 }  // namespace
@@ -60,11 +60,16 @@ std::string DiskOption(const std::vector<std::wstring>& serialNumbers) {
   return option;
 }
 
-std::string WhyNotCaptured(const ApplicationObject& object, Application application) {
-  if (object.leftOut == nullptr) return NameIn(application, object);
+std::string WhyLeftOut(const ApplicationObject& object, Application application) {
+  if (object.leftOut == nullptr) return {};
   ComponentExplanation leftOut = *object.leftOut;
   leftOut.missingDisks = object.missingDisks;  // those of all its parts
   return Why(object, leftOut, application);
+}
+
+std::string WhyNotCaptured(const ApplicationObject& object, Application application) {
+  const std::string why = WhyLeftOut(object, application);
+  return NameIn(application, object) + (why.empty() ? why : ": " + why);
 }
 
 std::string WhyNotHeld(const ApplicationObject& object, Application application) {
@@ -72,7 +77,7 @@ std::string WhyNotHeld(const ApplicationObject& object, Application application)
     if (part->ofFiles == Reason::None || part->ofFiles == Reason::DiskNotInSet) continue;
     ComponentExplanation alone = *part;
     alone.reason = part->ofFiles;
-    return Why(object, alone, application);
+    return NameIn(application, object) + ": " + Why(object, alone, application);
   }
   return NameIn(application, object);
 }

@@ -36,6 +36,9 @@ std::string DiskOption(const std::vector<std::wstring>& serialNumbers);
 /// Why no set of disks could hold the object: "NAME: REASON (REMEDY)".
 std::string WhyNotHeld(const ApplicationObject& object, Application application);
 
+/// "REASON (REMEDY)"; empty of one that is in the set.
+std::string WhyLeftOut(const ApplicationObject& object, Application application);
+
 /// Why the object is not in the set, and what to do about it: "NAME: REASON (REMEDY)"; of one that is, its name.
 std::string WhyNotCaptured(const ApplicationObject& object, Application application);
 

@@ -49,12 +49,13 @@ class Document {
   void Fail(const Failure& failure, std::string errorDetails);
   /// Null without one.
   const std::optional<Failure>& failure() const { return failure_; }
+  /// The document of a run that ends so, as End prints it.
+  Json Whole(ExitStatus status) const;
   /// Comes last, once: prints the document.
   void End(ExitStatus status);
 
  private:
   void Event(std::string_view event, const Json& keys);
-  Json Whole(ExitStatus status) const;
   bool IsFailureTold() const;
 
   Console& console_;

@@ -1,10 +1,14 @@
 #include "varnelctl/report/snapshot_report.h"
 
+#include <set>
+#include <string_view>
+
 #include "text/format.h"
 #include "text/guid.h"
 #include "text/unicode.h"
 #include "varnelctl/console/json.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/explanation/requirement.h"
 #include "varnelctl/report/document.h"
 #include "varnelctl/report/not_in_set.h"
 #include "varnelctl/report/sets_report.h"
@@ -18,6 +22,20 @@ Json ReasonJson(Reason reason) {
   return reason == Reason::None ? Json(nullptr) : Json(WordFor(reason));
 }
 
+// Each once, in the order of the files.
+Json VolumesJson(const VssComponent& component) {
+  Json volumes = Json::array();
+  std::set<std::wstring_view> told;
+  for (const VssFileDescriptor& file : component.files) {
+    if (told.insert(file.volumeName).second) volumes.push_back(WideToUtf8Lossy(file.volumeName));
+  }
+  return volumes;
+}
+
+Json TextOrNull(std::string text) {
+  return text.empty() ? Json(nullptr) : Json(std::move(text));
+}
+
 Json ComponentJson(const VssComponent& component) {
   return {{"fullPath", WideToUtf8Lossy(component.fullPath)},
           {"caption", WideToUtf8Lossy(component.caption)},
@@ -25,7 +43,8 @@ Json ComponentJson(const VssComponent& component) {
           {"added", component.added},
           {"failed", component.failed},
           {"failureCode", Hex(static_cast<HRESULT>(component.failureCode))},
-          {"disks", ArrayOf(component.affectedSerialNumbers, WideToUtf8Lossy)}};
+          {"disks", ArrayOf(component.affectedSerialNumbers, WideToUtf8Lossy)},
+          {"volumes", VolumesJson(component)}};
 }
 
 Json PathJson(const VssComponent* component) {
@@ -36,6 +55,7 @@ Json ComponentJson(const ComponentExplanation& explained) {
   Json json = ComponentJson(*explained.component);
   json["place"] = WordFor(explained.place);
   json["reason"] = ReasonJson(explained.reason);
+  json["why"] = TextOrNull(ReasonText(explained));
   json["because"] = PathJson(explained.because);
   json["missingDisks"] = ArrayOf(explained.missingDisks, WideToUtf8Lossy);
   json["files"] = ArrayOf(explained.files, WideToUtf8Lossy);
@@ -50,6 +70,7 @@ Json WriterJson(const WriterExplanation& explained) {
           {"instanceId", WideToUtf8Lossy(writer.instanceId)},
           {"excluded", writer.excluded},
           {"reason", ReasonJson(explained.reason)},
+          {"why", TextOrNull(ReasonText(explained))},
           {"components",
            whole ? ArrayOf(writer.components, [](const VssComponent& c) { return ComponentJson(c); })
                  : ArrayOf(explained.components, [](const ComponentExplanation& c) { return ComponentJson(c); })}};
@@ -65,6 +86,8 @@ Json WritersJson(const Explanation& explanation) {
 
 Json ShadowCopyJson(const ShadowCopyView& copy) {
   return {{"volume", WideToUtf8Lossy(copy.volume.volumeName)},
+          {"mountPoint", WideToUtf8Lossy(copy.mountPoint)},
+          {"sourceSerialNumber", WideToUtf8Lossy(copy.sourceSerialNumber)},
           {"snapshotId", WideToUtf8Lossy(copy.volume.snapshotId)},
           {"device", WideToUtf8Lossy(copy.volume.snapshotDeviceName)},
           {"disk", WideToUtf8Lossy(copy.disk.diskName)},
@@ -93,13 +116,14 @@ Json ObjectsJson(const ApplicationObjectMeatadataInfo& info) {
           {"otherObjectNames", ArrayOf(info.otherObjectNames, FromLibrary)}};
 }
 
-Json ObjectJson(const ApplicationObject& object, bool isTaken) {
+Json ObjectJson(const ApplicationObject& object, const SnapshotOutcome& outcome) {
   return {{"name", object.name},
           {"writer", WideToUtf8Lossy(object.writer->name)},
           {"path", WideToUtf8Lossy(object.component->fullPath)},
-          {"captured", isTaken && object.IsCaptured()},
+          {"captured", outcome.gotThrough && object.IsCaptured()},
           {"failed", object.failed},
           {"reason", object.leftOut == nullptr ? Json(nullptr) : ReasonJson(object.leftOut->reason)},
+          {"why", TextOrNull(WhyLeftOut(object, outcome.options.application))},
           {"missingDisks", ArrayOf(object.missingDisks, WideToUtf8Lossy)},
           {"disks", ArrayOf(object.disks, WideToUtf8Lossy)}};
 }
@@ -148,24 +172,23 @@ Json CatalogDocument(const SnapshotOutcome& outcome) {
 }
 
 Json SnapshotDocument(const SnapshotOutcome& outcome) {
-  return {
-      {"snapshotSetId", WideToUtf8Lossy(outcome.requestor->GetSnapShotSetId())},
-      {"setState", WordFor(outcome.setState)},
-      {"result", ResultJson(outcome.failure)},
-      {"errorDetails", FromLibrary(outcome.errorDetails)},
-      {"writers", WritersJson(outcome.explanation)},
-      {"objects", ArrayOf(outcome.objects, [&](const auto& object) { return ObjectJson(object, outcome.gotThrough); })},
-      {"otherWriters", ArrayOf(OtherWriters(outcome.explanation), [](const auto& name) { return Json(name); })},
-      {"backup", BackupJson(outcome)},
-      {"provider", ProviderOfSetJson(outcome.provider)},
-      {"snapshots", ArrayOf(outcome.shadowCopies, ShadowCopyJson)},
-      {"copiesLeft", ArrayOf(outcome.copiesLeft, ListedCopyJson)},
-      {"sessionsLeft", ArrayOf(outcome.sessionsLeft, SessionJson)},
-      {"catalog", CatalogDocument(outcome)},
-      {"databases", FromLibrary(outcome.databases)},
-      {"phases", ArrayOf(outcome.phases, PhaseJson)},
-      {"steps", ArrayOf(outcome.steps, StepJson)},
-      {"document", WideToUtf8Lossy(outcome.requestor->GetBackupDocument())}};
+  return {{"snapshotSetId", WideToUtf8Lossy(outcome.requestor->GetSnapShotSetId())},
+          {"setState", WordFor(outcome.setState)},
+          {"result", ResultJson(outcome.failure)},
+          {"errorDetails", FromLibrary(outcome.errorDetails)},
+          {"writers", WritersJson(outcome.explanation)},
+          {"objects", ArrayOf(outcome.objects, [&](const auto& object) { return ObjectJson(object, outcome); })},
+          {"otherWriters", ArrayOf(OtherWriters(outcome.explanation), [](const auto& name) { return Json(name); })},
+          {"backup", BackupJson(outcome)},
+          {"provider", ProviderOfSetJson(outcome.provider)},
+          {"snapshots", ArrayOf(outcome.shadowCopies, ShadowCopyJson)},
+          {"copiesLeft", ArrayOf(outcome.copiesLeft, ListedCopyJson)},
+          {"sessionsLeft", ArrayOf(outcome.sessionsLeft, SessionJson)},
+          {"catalog", CatalogDocument(outcome)},
+          {"databases", FromLibrary(outcome.databases)},
+          {"phases", ArrayOf(outcome.phases, PhaseJson)},
+          {"steps", ArrayOf(outcome.steps, StepJson)},
+          {"document", WideToUtf8Lossy(outcome.requestor->GetBackupDocument())}};
 }
 
 Json TriesJson(const std::vector<Try>& tries) {
@@ -185,9 +208,13 @@ Verdict VerdictNow(Verdict verdict, const Session& session) {
   return verdict;
 }
 
-void TellVerdict(Session& session, const Verdict& verdict) {
-  if (!session.json) return session.console.Line(verdict.Text(), ToneOf(verdict));
+void NoteVerdict(Session& session, const Verdict& verdict) {
   session.document.Add("verdict", VerdictJson(verdict));
+}
+
+void TellVerdict(Session& session, const Verdict& verdict) {
+  NoteVerdict(session, verdict);
+  if (!session.json) session.console.Line(verdict.Text(), ToneOf(verdict));
 }
 
 }  // namespace varnelctl

@@ -18,6 +18,8 @@ void PrintSnapshot(Console& console, const SnapshotOutcome& outcome, const Verdi
 
 /// The verdict with what went wrong after the run's own end.
 Verdict VerdictNow(Verdict verdict, const Session& session);
+/// Into the document of the run.
+void NoteVerdict(Session& session, const Verdict& verdict);
 /// The last word, once nothing more can go wrong: in its line or, where a document is wanted, in that.
 void TellVerdict(Session& session, const Verdict& verdict);
 

@@ -1,0 +1,72 @@
+// varnelctl snapshot --report: the page of the run at hand.
+#include "tests/varnelctl/report_support.h"
+
+namespace varnel::test {
+namespace {
+
+using nlohmann::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+using RunReport = SnapshotCommand;
+
+TEST_F(RunReport, AStoredRunAndTheRunItselfGiveTheSamePage) {
+  const std::string page = folder.File("page.html");
+  const json document = SnapshotJson({"--report", page});
+  ASSERT_EQ(RunCli({"report", folder.Write("run.json", document.dump(2))}).status, 0);
+
+  EXPECT_EQ(ReadFile(page), ReadFile(folder.File("run.html")));
+  EXPECT_THAT(DocumentsOfPage(ReadFile(page)), ElementsAre(document));
+}
+
+TEST_F(RunReport, ARunThatPrintsTextHasAPageToo) {
+  const std::string page = folder.File("page.html");
+  const std::string out = Snapshot({"--report", page}).out;
+
+  const json document = DocumentsOfPage(ReadFile(page)).at(0);
+
+  EXPECT_THAT(SchemaErrors(document), IsEmpty());
+  EXPECT_THAT(out, testing::EndsWith(document.at("verdict").at("text").get<std::string>() + "\n"));
+}
+
+TEST_F(RunReport, ARefusedRunHasAPageThatSaysWhy) {
+  const std::string page = folder.File("page.html");
+  const CliResult result = Run({"snapshot", "--app", "none", "--disk", "TSL0009", "--report", page, "--json"});
+
+  EXPECT_EQ(result.status, 2);
+  EXPECT_TRUE(Shows(ReadFile(page), ">FAILED<"));
+  EXPECT_EQ(DocumentsOfPage(ReadFile(page)).at(0), json::parse(result.out));
+}
+
+TEST_F(RunReport, AnUnfinishedRunHasAPageToo) {
+  const std::string page = folder.File("page.html");
+  hostFile["faults"] = json::array({{{"call", "IVssBackupComponents::PrepareForBackup"}, {"result", "E_FAIL"}}});
+
+  const json document = SnapshotJson({"--report", page}, 15);
+
+  EXPECT_THAT(DocumentsOfPage(ReadFile(page)), ElementsAre(document));
+  EXPECT_TRUE(Shows(ReadFile(page), "asking the writers to prepare <span class=\"mark\">failed</span>"));
+}
+
+TEST_F(RunReport, TwoFilesAreNeverOne) {
+  const std::string page = folder.File("page.html");
+  ExpectRefused(Run(Whole({"--report", page, "--document", page})),
+                "varnelctl: --report and --document name one file, ");
+}
+
+TEST_F(RunReport, AFolderThatIsNotThereIsToldBeforeAnythingIsDone) {
+  const CliResult result = Snapshot({"--report", folder.File("nowhere/page.html")}, 2);
+
+  EXPECT_THAT(result.err, HasSubstr("--report " + folder.File("nowhere/page.html") + ": there is no folder"));
+  EXPECT_EQ(result.out, "");
+}
+
+#ifndef _WIN32
+TEST_F(RunReport, APageThatIsNotWholeIsToldInTheVerdict) {
+  EXPECT_THAT(Snapshot({"--report", "/dev/full"}, 18).out, HasSubstr("NOT ALL DONE: --report /dev/full was not"));
+}
+#endif
+
+}  // namespace
+}  // namespace varnel::test

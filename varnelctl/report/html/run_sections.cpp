@@ -1,0 +1,266 @@
+#include "varnelctl/report/html/run_sections.h"
+
+#include <algorithm>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "text/format.h"
+#include "varnelctl/console/text.h"
+#include "varnelctl/report/html/alert_section.h"
+#include "varnelctl/report/html/markup.h"
+#include "varnelctl/report/html/timeline.h"
+
+namespace varnelctl::html {
+namespace {
+
+using nlohmann::json;
+
+std::string TextAt(const json& object, const char* key) {
+  const auto found = object.find(key);
+  return found == object.end() || !found->is_string() ? std::string() : found->get<std::string>();
+}
+
+// The texts one after another.
+std::string Joined(const json& texts, std::string_view between) {
+  std::string joined;
+  for (const json& text : texts) joined.append(joined.empty() ? "" : between).append(text.get<std::string>());
+  return joined;
+}
+
+// An argument as a shell takes it.
+std::string CommandLine(const json& arguments) {
+  std::string line = "varnelctl";
+  for (const json& argument : arguments) {
+    const std::string text = argument.get<std::string>();
+    const bool isPlain = !text.empty() && text.find_first_of(" \"'") == text.npos;
+    line += " " + (isPlain ? text : '"' + text + '"');
+  }
+  return line;
+}
+
+std::string Fact(std::string_view name, const std::string& value) {
+  return value.empty() ? value : Element("dt", name) + Element("dd", value) + "\n";
+}
+
+std::string ProviderText(const json& run) {
+  if (!run.contains("provider")) return TextAt(run["header"], "provider");
+  const json& provider = run["provider"];
+  const std::string name = TextAt(provider, "name");
+  return name.empty() ? TextAt(provider, "id") + ", not registered" : name + " " + TextAt(provider, "version");
+}
+
+std::string BackupFacts(const json& run) {
+  if (!run.contains("backup")) return {};
+  const json& backup = run["backup"];
+  return Fact("Backup", TextAt(backup, "type") + ", context " + TextAt(backup, "context")) +
+         Fact("Effect", TextAt(backup, "effect"));
+}
+
+std::string SetFacts(const json& run) {
+  const json verdict = run.value("verdict", json::object());
+  return Fact("Set", TextAt(run, "snapshotSetId")) + Fact("Lifetime", TextAt(verdict, "lifetime")) +
+         Fact("End it with", TextAt(verdict, "endWith"));
+}
+
+std::string Facts(const json& run) {
+  const json& header = run["header"];
+  const json process = header.value("process", json());
+  return "<dl class=\"facts\">\n" + Fact("Host", TextAt(header, "host")) + Fact("Started", TimeText(header["start"])) +
+         Fact("Application", TextAt(header, "application")) +
+         Fact("Disks", header.contains("disks") ? Joined(header["disks"], ", ") : "") + BackupFacts(run) +
+         Fact("Provider", ProviderText(run)) + SetFacts(run) +
+         Fact("Exit status", std::to_string(run["status"].get<int>())) +
+         Fact("varnelctl",
+              header["version"].get<std::string>() +
+                  (process.is_number_integer() ? ", process " + std::to_string(process.get<long long>()) : "")) +
+         "<dt>Command line</dt><dd><code>" + Escaped(CommandLine(header["commandLine"])) + "</code></dd>\n</dl>\n";
+}
+
+// The first words large, the rest of the sentence smaller.
+std::string Verdict(const json& run, int level) {
+  const std::string text = VerdictText(run);
+  constexpr std::size_t kBetween = 2;
+  const std::size_t end = std::min({text.find(": "), text.find("; "), text.size()});
+  const std::string tag = "h" + std::to_string(level);
+  std::string heading = "<" + tag + " class=\"verdict\">" + Escaped(text.substr(0, end));
+  if (end != text.size()) {
+    heading += "<span class=\"hidden\">" + Escaped(text.substr(end, kBetween)) + "</span><span class=\"rest\">" +
+               Escaped(text.substr(end + kBetween)) + "</span>";
+  }
+  return heading + "</" + tag + ">\n";
+}
+
+std::string Cause(const json& run) {
+  const json& result = run["result"];
+  const std::string message = TextAt(result, "message");
+  if (message.empty()) return {};
+  const bool isInVerdict = VerdictText(run).find(message) != std::string::npos;
+  std::string text = "<div class=\"cause\">\n" + (isInVerdict ? "" : Element("p", message, "message") + "\n");
+  std::vector<std::string> details;
+  for (const json& detail : result["details"]) details.push_back(detail);
+  text += ListOf(details, "details");
+  if (const std::string remedy = TextAt(result, "remedy"); !remedy.empty()) {
+    text += "<p><strong>What to do.</strong> " + Escaped(remedy) + "</p>\n";
+  }
+  std::string codes;
+  if (const int alert = result["alertCode"]; alert != 0) codes += "alert " + std::to_string(alert) + ", ";
+  if (const std::string hresult = TextAt(result, "hresult"); !hresult.empty()) codes += hresult + ", ";
+  return text + "<p class=\"quiet\">" + Escaped(codes) + "more with <code>varnelctl explain " +
+         Escaped(TextAt(result, "explain")) + "</code></p>\n</div>\n";
+}
+
+// Names after their common reason.
+struct NotCaptured {
+  std::string why;
+  std::vector<std::string> names;
+};
+
+// Empty of an object that is captured, or that only the end of the request kept out.
+std::string WhyNot(const json& object) {
+  const std::string reason = TextAt(object, "reason");
+  if (reason == "requestEnded") return {};
+  if (reason.empty()) return object["failed"].get<bool>() ? "failed by its writer" : "";
+  const std::string why = TextAt(object, "why");
+  return why.empty() ? reason : why;
+}
+
+std::vector<NotCaptured> NotCapturedByReason(const json& run) {
+  std::vector<NotCaptured> groups;
+  std::map<std::string, std::size_t> places;
+  for (const json& object : run.value("objects", json::array())) {
+    const std::string why = WhyNot(object);
+    if (why.empty()) continue;
+    const auto [place, isNew] = places.emplace(why, groups.size());
+    if (isNew) groups.push_back({why, {}});
+    groups[place->second].names.push_back(object["name"]);
+  }
+  return groups;
+}
+
+std::string Names(const std::vector<std::string>& names) {
+  constexpr std::size_t kMostNamed = 20;
+  std::string text;
+  for (std::size_t i = 0; i < std::min(names.size(), kMostNamed); ++i) text += (i == 0 ? "" : ", ") + names[i];
+  const std::size_t more = names.size() - std::min(names.size(), kMostNamed);
+  return more == 0 ? text : text + " and " + std::to_string(more) + " more";
+}
+
+std::string NotCapturedList(const json& run) {
+  const std::vector<NotCaptured> groups = NotCapturedByReason(run);
+  if (groups.empty()) return {};
+  std::string list = "<dl class=\"reasons\">\n";
+  const std::size_t listed = std::min(groups.size(), kMostListed);
+  for (std::size_t i = 0; i < listed; ++i) {
+    list += Element("dt", Names(groups[i].names)) + Element("dd", groups[i].why) + "\n";
+  }
+  return list + "</dl>\n" + AndMore(groups.size() - listed);
+}
+
+std::string Warnings(const json& run) {
+  std::vector<std::string> lines;
+  for (const json& warning : run["warnings"]) lines.push_back(warning["text"]);
+  return ListOf(lines, "warnings");
+}
+
+std::string Section(const std::string& id, int level, const std::string& heading, const std::string& content,
+                    std::string_view className = {}) {
+  if (content.empty()) return {};
+  const std::string tag = "h" + std::to_string(level);
+  return "<section class=\"" + std::string(className) + "\">\n<" + tag + " id=\"" + id + "\">" + Escaped(heading) +
+         "</" + tag + ">\n" + content + "</section>\n";
+}
+
+std::string CountedObjects(const json& run) {
+  std::string noun = run["verdict"]["noun"];
+  noun += noun.ends_with('s') ? "es" : "s";
+  noun.front() = static_cast<char>(noun.front() - 'a' + 'A');
+  return noun;
+}
+
+// What the script fills.
+std::string Place(const std::string& kind) {
+  return "<div class=\"filled\" data-fill=\"" + kind + "\"></div>\n";
+}
+
+std::string InteractiveSections(const json& run, const std::string& id, int level) {
+  if (!run.contains("verdict")) return {};
+  return "<noscript><p class=\"quiet\">The map and the tables of this page need its script, which this browser does "
+         "not "
+         "run.</p></noscript>\n" +
+         Section(id + "-map", level, "What lies where", Place("map"), "wide") +
+         Section(id + "-objects", level, run["objects"].empty() ? "" : CountedObjects(run),
+                 run["objects"].empty() ? "" : Place("objects"), "wide") +
+         Section(id + "-components", level, "Writers and components", Place("components"), "wide");
+}
+
+}  // namespace
+
+std::string ListOf(const std::vector<std::string>& entries, std::string_view className) {
+  if (entries.empty()) return {};
+  std::string list = "<ul class=\"" + std::string(className) + "\">\n";
+  const std::size_t listed = std::min(entries.size(), kMostListed);
+  for (std::size_t i = 0; i < listed; ++i) list += Element("li", entries[i]) + "\n";
+  return list + "</ul>\n" + AndMore(entries.size() - listed);
+}
+
+std::string AndMore(std::size_t count) {
+  return count == 0 ? std::string() : Element("p", "and " + std::to_string(count) + " more", "quiet") + "\n";
+}
+
+Standing StandingOf(const json& run) {
+  if (!run.contains("verdict")) return Standing::Failed;
+  const json& verdict = run["verdict"];
+  const std::string& text = verdict["text"].get_ref<const std::string&>();
+  if (text.starts_with("FAILED") || text.starts_with("WOULD FAIL")) return Standing::Failed;
+  return run["status"] == 0 && verdict["captured"] == verdict["of"] ? Standing::Whole : Standing::Partial;
+}
+
+std::string_view ClassOf(Standing standing) {
+  switch (standing) {
+    case Standing::Whole:
+      return "good";
+    case Standing::Partial:
+      return "partial";
+    default:
+      return "bad";
+  }
+}
+
+std::string VerdictText(const json& run) {
+  if (run.contains("verdict")) return run["verdict"]["text"];
+  const std::string message = TextAt(run["result"], "message");
+  return message.empty() ? "done" : "FAILED: " + message;
+}
+
+std::string TimeText(const std::string& start) {
+  constexpr std::size_t kDate = 10;
+  constexpr std::size_t kSeconds = 19;
+  if (start.size() < kSeconds) return start;
+  return start.substr(0, kDate) + " " + start.substr(kDate + 1, kSeconds - kDate - 1) + " UTC";
+}
+
+std::string TitleOf(const json& run) {
+  const std::string kind = run["kind"];
+  const std::string what = kind == "plan" ? "Plan" : kind == "snapshot" ? "Snapshot" : "Run";
+  const std::string host = TextAt(run["header"], "host");
+  return what + (host.empty() ? "" : " of " + host) + ", " + TimeText(run["header"]["start"]);
+}
+
+std::string RunArticle(const json& run, const std::string& id, int level) {
+  const int below = level + 1;
+  std::string article = "<article id=\"" + id + "\" class=\"run " + std::string(ClassOf(StandingOf(run))) + "\">\n";
+  article +=
+      "<header>\n" + Element("p", TitleOf(run), "eyebrow") + "\n" + Verdict(run, level) + Cause(run) + "</header>\n";
+  article += Section(id + "-missing", below, "Not captured", NotCapturedList(run));
+  article += InteractiveSections(run, id, below);
+  article += Section(id + "-steps", below, "Steps", Timeline(run));
+  article +=
+      Section(id + "-alerts", below, "Alert records", AlertSection(run["errorDetails"].get_ref<const std::string&>()));
+  article += Section(id + "-warnings", below, "Warnings", Warnings(run));
+  article += Section(id + "-facts", below, "The run", Facts(run));
+  article += "<script type=\"application/json\" class=\"document\">" + EscapedJson(run) + "</script>\n";
+  return article + "</article>\n";
+}
+
+}  // namespace varnelctl::html

@@ -1,0 +1,35 @@
+// What a page says of one run, readable without a script.
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace varnelctl::html {
+
+/// Lists of a page end after so many entries and say how many more there are: the tables hold them all.
+inline constexpr std::size_t kMostListed = 200;
+
+/// How a run stands: everything captured, or something is missing, or nothing is there.
+enum class Standing { Whole, Partial, Failed };
+
+Standing StandingOf(const nlohmann::json& run);
+/// The class of an element that says so.
+std::string_view ClassOf(Standing standing);
+/// What the run comes to, in one line.
+std::string VerdictText(const nlohmann::json& run);
+/// "Snapshot of SQL01, 2026-01-01 00:00:00 UTC"
+std::string TitleOf(const nlohmann::json& run);
+/// "2026-01-01 00:00:00 UTC" of the start in a header.
+std::string TimeText(const std::string& start);
+
+/// All of a run. \param id of the run, which begins the identifiers of its elements. \param level of its heading.
+std::string RunArticle(const nlohmann::json& run, const std::string& id, int level);
+
+/// `<li>` each, at most kMostListed, in a list; empty where there are none.
+std::string ListOf(const std::vector<std::string>& entries, std::string_view className = {});
+/// What ends a list that is cut off; empty for 0.
+std::string AndMore(std::size_t count);
+
+}  // namespace varnelctl::html
