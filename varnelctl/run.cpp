@@ -104,6 +104,7 @@ ExitStatus RunOnHost(const Invocation& invocation, Session& session, const LogOf
   if (!invocation.command->NeedsHost()) return invocation.command->Run(session);
   TargetHost host(invocation.options.hostFile, invocation.options.stateFile);
   session.calls = host.calls();
+  session.writerEvents = host.writerEvents();
   session.journal = JournalOf(invocation.options, host);
   session.requestLock = host.requestLock();
   TellHeader(session, invocation, log);

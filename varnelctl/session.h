@@ -16,6 +16,10 @@
 #include "varnelctl/report/document.h"
 #include "varnelctl/sets/journal.h"
 
+namespace varnel::simulator {
+struct RaisedEvent;
+}
+
 namespace varnelctl {
 
 class Session {
@@ -42,6 +46,8 @@ class Session {
   Document document;
   /// The simulated host's call log, null on a real machine. Borrowed while the command runs.
   const varnel::simulator::CallLog* calls = nullptr;
+  /// What the simulated host's writers were told, null on a real machine. Borrowed while the command runs.
+  const std::vector<varnel::simulator::RaisedEvent>* writerEvents = nullptr;
   /// Where requests on this host are remembered; nothing where they are not.
   std::optional<Journal> journal;
   /// The name of the lock that requests of this host hold one at a time (sets/request_lock.h); empty for none.

@@ -23,6 +23,10 @@ TargetHost::TargetHost(const std::optional<std::string>& hostFile, const std::op
   }
 }
 
+const std::vector<varnel::simulator::RaisedEvent>* TargetHost::writerEvents() {
+  return simulated_ ? &simulated_->machine().snapshots->raisedEvents : nullptr;
+}
+
 void TargetHost::Simulate(varnel::simulator::HostModel model) {
   simulated_.emplace(std::move(model));
   current_.emplace(*simulated_);

@@ -7,6 +7,7 @@
 
 #include "platform/host.h"
 #include "simulator/simulated_host.h"
+#include "simulator/vss/snapshot_service.h"
 #include "varnelctl/machine_session.h"
 
 namespace varnelctl {
@@ -26,6 +27,8 @@ class TargetHost {
   const std::optional<std::filesystem::path>& journalFolder() const { return journalFolder_; }
   /// The call log of a simulated host that this object made, else null.
   const varnel::simulator::CallLog* calls() { return simulated_ ? &simulated_->calls() : nullptr; }
+  /// What the writers of such a host were told, else null.
+  const std::vector<varnel::simulator::RaisedEvent>* writerEvents();
   /// The lock of its requests: a simulated host that only this process has needs none, nor does another's host.
   const std::string& requestLock() const { return requestLock_; }
 

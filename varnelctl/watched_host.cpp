@@ -184,6 +184,10 @@ class WatchedAsync final : public varnel::ForwardingAsync {
   bool ended_ = false;
 };
 
+std::wstring TextOf(BSTR text) {
+  return text == nullptr ? L"" : text;
+}
+
 class WatchedBackup final : public varnel::ForwardingBackup {
  public:
   WatchedBackup(ComPtr<IVssBackupComponents> backup, Listeners listeners)
@@ -228,6 +232,17 @@ class WatchedBackup final : public varnel::ForwardingBackup {
   HRESULT STDMETHODCALLTYPE GatherWriterStatus(IVssAsync** async) override {
     return WatchOperation(ServiceCall::GatherWriterStatus, async,
                           [&] { return ForwardingBackup::GatherWriterStatus(async); });
+  }
+  HRESULT STDMETHODCALLTYPE GetWriterStatusEx(UINT index, VSS_ID* instance, VSS_ID* writer, BSTR* name,
+                                              VSS_WRITER_STATE* state, HRESULT* failure, HRESULT* applicationResult,
+                                              BSTR* applicationMessage) override {
+    const HRESULT result = ForwardingBackup::GetWriterStatusEx(index, instance, writer, name, state, failure,
+                                                               applicationResult, applicationMessage);
+    if (SUCCEEDED(result) && listeners_.watcher != nullptr) {
+      listeners_.watcher->AfterGetWriterStatus(
+          {*instance, *writer, TextOf(*name), *state, *failure, *applicationResult, TextOf(*applicationMessage)});
+    }
+    return result;
   }
   HRESULT STDMETHODCALLTYPE SaveAsXML(BSTR* xml) override {
     return Watch(ServiceCall::SaveAsXML, [&] { return ForwardingBackup::SaveAsXML(xml); });

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "platform/forwarding_host.h"
@@ -28,6 +29,17 @@ enum class ServiceCall {
   DeleteSnapshots,
 };
 
+/// What the service said of one writer.
+struct WriterStatusTold {
+  VSS_ID instanceId{};
+  VSS_ID writerId{};
+  std::wstring name;
+  VSS_WRITER_STATE state = VSS_WS_UNKNOWN;
+  HRESULT failure = S_OK;
+  HRESULT applicationResult = S_OK;
+  std::wstring applicationMessage;
+};
+
 /// Hears of the calls in their order, on the thread that makes them. A watcher may itself call the host; it hears of
 /// that too.
 class RequestWatcher {
@@ -44,6 +56,8 @@ class RequestWatcher {
   virtual void AfterStartSnapshotSet(const VSS_ID& /*setId*/) {}
   /// Follows the After of AddToSnapshotSet. `volume` is its unique name. Must not throw.
   virtual void AfterAddToSnapshotSet(std::wstring_view /*volume*/, HRESULT /*result*/) {}
+  /// The status of a writer was read. Must not throw.
+  virtual void AfterGetWriterStatus(WriterStatusTold /*status*/) {}
 };
 
 /// Says what of a request goes on. Asked on the thread that makes the calls.

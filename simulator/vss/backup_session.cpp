@@ -140,6 +140,7 @@ HRESULT BackupSession::RunAsync(std::string_view name, IVssAsync** async, Work&&
   before_ = Before{stage_, gathered_};
   hungMilliseconds_ = 0;
   operation->result = Prevents(forced) ? *forced : work();
+  service_.raisedLater = 0;
   operation->endsAt = machine_->now + hungMilliseconds_;
   if (forced && SUCCEEDED(operation->result)) operation->result = *forced;
   HandOut(std::move(operation), async);
@@ -331,6 +332,7 @@ std::optional<WriterFault> BackupSession::JudgeDatabases(const GatheredWriter& w
 // Writers are told at the same time: an event lasts as long as the one that hangs longest.
 void BackupSession::RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed) {
   ULONGLONG longest = 0;
+  service_.raisedLater = hungMilliseconds_ + windowMilliseconds_;
   for (GatheredWriter& writer : writers_.writers()) {
     longest = std::max(longest, RaiseAt(writer, event, reached, failed));
   }
@@ -339,6 +341,7 @@ void BackupSession::RaiseAtAll(WriterEvent event, VSS_WRITER_STATE reached, VSS_
 
 void BackupSession::RaiseAtParticipants(WriterEvent event, VSS_WRITER_STATE reached, VSS_WRITER_STATE failed) {
   ULONGLONG longest = 0;
+  service_.raisedLater = hungMilliseconds_ + windowMilliseconds_;
   for (GatheredWriter& writer : writers_.writers()) {
     if (writer.takesPart) longest = std::max(longest, RaiseAt(writer, event, reached, failed));
   }
@@ -452,9 +455,11 @@ void BackupSession::FreezeWriters() {
 }
 
 void BackupSession::FailFrozenWriters(ULONGLONG milliseconds) {
+  const ULONGLONG frozen = service_.raisedLater;
   for (GatheredWriter& writer : writers_.writers()) {
     if (!writer.takesPart || writer.status.HasFailed()) continue;
     if (milliseconds <= writer.data->timeoutMilliseconds) continue;
+    service_.raisedLater = frozen + writer.data->timeoutMilliseconds;
     writers_.Fail(writer, VSS_WS_FAILED_AT_FREEZE, VSS_E_WRITERERROR_TIMEOUT);
     writers_.Abort(writer);
   }
@@ -487,6 +492,7 @@ HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
     result = VSS_E_HOLD_WRITES_TIMEOUT;
   }
   if (result == S_OK) result = service_.CommitSet(id_);
+  windowMilliseconds_ = SnapshotMilliseconds();
   if (result != S_OK) {
     EndSnapshot();
     return result;
@@ -519,6 +525,8 @@ HRESULT BackupSession::DoSnapshotSet(IVssAsync** async) {
   before_.reset();
   hungMilliseconds_ = 0;
   snapshotOperation_->result = TakeSnapshots(ResultOf(fault));
+  windowMilliseconds_ = 0;
+  service_.raisedLater = 0;
   snapshotOperation_->endsAt = machine_->now + SnapshotMilliseconds() + hungMilliseconds_;
   HandOut(snapshotOperation_, async);
   return S_OK;

@@ -187,6 +187,7 @@ class BackupSession {
   std::shared_ptr<AsyncOperation> pending_;
   std::shared_ptr<AsyncOperation> snapshotOperation_;
   std::optional<Before> before_;          // the pending operation, unless that takes the snapshot
+  ULONGLONG windowMilliseconds_ = 0;      // from Freeze on, within the snapshot that is being worked out
   ULONGLONG hungMilliseconds_ = 0;        // how long writers kept the operation that was started last
   std::optional<ULONGLONG> hungSince_{};  // when the commit began that does not end
   WriterSession writers_;

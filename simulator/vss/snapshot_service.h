@@ -71,11 +71,12 @@ struct ServiceState {
   std::vector<KnownSession> sessions;
 };
 
-/// A writer that was told of an event; for tests that ask who heard what.
+/// A writer that was told of an event.
 struct RaisedEvent {
   std::wstring writer;
   std::optional<WriterEvent> event;  // nothing: Abort
   HRESULT failure = 0;
+  ULONGLONG time = 0;  // of GetTickCount64
 };
 
 /// One per machine. Sessions (backup components objects) are known by their identifiers. Results are those of the call
@@ -154,7 +155,12 @@ class SnapshotService {
   ServiceState State() const;
   void SetState(ServiceState state);
 
+  /// Notes that a writer was told of an event.
+  void NoteRaised(std::wstring writer, std::optional<WriterEvent> event, HRESULT failure = 0);
+
   std::vector<RaisedEvent> raisedEvents;
+  /// How long after now the events are that are raised: an operation is worked out when it begins.
+  ULONGLONG raisedLater = 0;
 
  private:
   struct Location {

@@ -91,18 +91,20 @@ void SnapshotService::EndOrphans(const std::function<bool(DWORD process)>& isAli
   for (const KnownSession& orphan : orphans) EndOrphan(orphan);
 }
 
+void SnapshotService::NoteRaised(std::wstring writer, std::optional<WriterEvent> event, HRESULT failure) {
+  raisedEvents.push_back({std::move(writer), event, failure, machine_.now + raisedLater});
+}
+
 void SnapshotService::EndOrphan(const KnownSession& session) {
   if (session.setUnderWay != GUID{}) {
     const bool complete = machine_.model().orphanedSnapshot == OrphanedSnapshot::complete;
     if (complete && OpenSetOf(session.id) != nullptr) MakeCopies(session.id);
     if (!complete) {
       Withdraw(session.setUnderWay);
-      for (const std::wstring& writer : session.writers) raisedEvents.push_back({writer, std::nullopt, S_OK});
+      for (const std::wstring& writer : session.writers) NoteRaised(writer, std::nullopt);
     }
   }
-  for (const std::wstring& writer : session.writers) {
-    raisedEvents.push_back({writer, WriterEvent::backupShutdown, S_OK});
-  }
+  for (const std::wstring& writer : session.writers) NoteRaised(writer, WriterEvent::backupShutdown);
   EndSession(session.id);
 }
 

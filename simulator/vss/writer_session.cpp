@@ -97,8 +97,7 @@ ULONGLONG WriterSession::Identify() {
   for (const Writer& writer : machine_.model().writers) {
     if (!IsAllowed(writer)) continue;
     const WriterFault* fault = machine_.faults.OnWriterEvent(writer.name, WriterEvent::identify);
-    machine_.snapshots->raisedEvents.push_back(
-        {writer.name, WriterEvent::identify, fault == nullptr ? S_OK : FailureOf(*fault)});
+    machine_.snapshots->NoteRaised(writer.name, WriterEvent::identify, fault == nullptr ? S_OK : FailureOf(*fault));
     if (fault != nullptr) {
       if (fault->hangs) longest = HangLimit(writer, WriterEvent::identify);
       continue;
@@ -130,7 +129,7 @@ const WriterFault* WriterSession::Raise(GatheredWriter& writer, WriterEvent even
   if (writer.status.HasFailed()) return nullptr;
   const WriterFault* planned = machine_.faults.OnWriterEvent(writer.data->name, event);
   const WriterFault* fault = planned != nullptr ? planned : own;
-  machine_.snapshots->raisedEvents.push_back({writer.data->name, event, fault == nullptr ? S_OK : FailureOf(*fault)});
+  machine_.snapshots->NoteRaised(writer.data->name, event, fault == nullptr ? S_OK : FailureOf(*fault));
   if (fault == nullptr) {
     writer.status.state = reached;
     return nullptr;
@@ -154,7 +153,7 @@ void WriterSession::Abort() {
 }
 
 void WriterSession::Abort(GatheredWriter& writer) const {
-  machine_.snapshots->raisedEvents.push_back({writer.data->name, std::nullopt, S_OK});
+  machine_.snapshots->NoteRaised(writer.data->name, std::nullopt);
   if (!writer.status.HasFailed()) writer.status.state = VSS_WS_STABLE;
 }
 

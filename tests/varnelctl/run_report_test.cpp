@@ -49,6 +49,50 @@ TEST_F(RunReport, AnUnfinishedRunHasAPageToo) {
   EXPECT_TRUE(Shows(ReadFile(page), "asking the writers to prepare <span class=\"mark\">failed</span>"));
 }
 
+TEST_F(RunReport, TheWritersStatesAreThereAsOftenAsTheyWereRead) {
+  const json document = SnapshotJson();
+
+  std::vector<std::string> read;
+  for (const json& states : document.at("writerStates")) {
+    const json& status = states.at("writers").at(0);
+    read.push_back(states.at("step").get<std::string>() + " " + status.at("state").get<std::string>() + " " +
+                   status.at("failure").get<std::string>());
+  }
+
+  EXPECT_EQ(document.at("writerStates").at(0).at("writers").at(0).at("name"), "Demo Writer");
+  EXPECT_THAT(read, ElementsAre("preparing VSS_WS_STABLE 0x00000000",
+                                "snapshot VSS_WS_WAITING_FOR_BACKUP_COMPLETE 0x00000000",
+                                "completing VSS_WS_STABLE 0x00000000"));
+}
+
+TEST_F(RunReport, ShowsWhatAWriterWasToldAndHowItStoodAfterEachStep) {
+  hostFile["timing"] = {{"freezeMilliseconds", 61'000}};
+  const std::string page = folder.File("page.html");
+
+  const json document = SnapshotJson({"--report", page}, 10);
+
+  std::vector<std::string> told;
+  for (const json& moment : document.at("moments")) {
+    told.push_back(std::to_string(moment.at("time").get<int>()) + " " + moment.at("event").get<std::string>());
+  }
+  EXPECT_THAT(told, ElementsAre("0 Identify", "0 PrepareBackup", "0 PrepareSnapshot", "0 Freeze", "60000 Abort"));
+  EXPECT_TRUE(Shows(ReadFile(page), "<th scope=\"col\">Prepared</th><th scope=\"col\">After the snapshot</th>"));
+  EXPECT_TRUE(Shows(ReadFile(page), "<td>stable</td><td>failed at freeze; 0x800423f2</td>"));
+  EXPECT_TRUE(Shows(ReadFile(page), "What the writers of this simulated host were told (5 events)"));
+  EXPECT_TRUE(Shows(ReadFile(page), "<td class=\"number\">60.0 s</td><td>Abort</td><td>Demo Writer</td>"));
+}
+
+// Of a run that an older varnelctl stored.
+TEST_F(RunReport, ADocumentWithoutStatesIsARunToo) {
+  json document = SnapshotJson();
+  document.erase("writerStates");
+  document.erase("moments");
+
+  ASSERT_EQ(RunCli({"report", folder.Write("run.json", document.dump(2))}).status, 0);
+
+  EXPECT_TRUE(Shows(ReadFile(folder.File("run.html")), "<td>no failure told</td>"));
+}
+
 TEST_F(RunReport, TwoFilesAreNeverOne) {
   const std::string page = folder.File("page.html");
   ExpectRefused(Run(Whole({"--report", page, "--document", page})),

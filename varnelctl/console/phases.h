@@ -86,6 +86,12 @@ class Phases {
   void Run(const StepName& first, const std::function<void()>& action);
   /// The same for a phase that nobody can interrupt.
   void RunAnyway(const StepName& first, const std::function<void()>& action);
+  /// The step at hand, which has not ended; null between the steps.
+  const Step* AtHand() const { return current_ ? &*current_ : nullptr; }
+  /// When the run began, as GetTickCount64 counts.
+  unsigned long long start() const { return runStart_; }
+  /// Milliseconds since then.
+  unsigned long long Now() const;
   /// Within a phase: the step at hand is done, and this one begins. Nothing happens where it is the one at hand.
   void Enter(const StepName& next);
   /// Throws Interrupted when the user wants to end the run, nobody reads on, or a deadline is past.
@@ -119,7 +125,6 @@ class Phases {
   const std::vector<Step>& steps() const { return steps_; }
 
  private:
-  unsigned long long Now() const;
   void Begin(const StepName& step);
   void End(bool failed);
   void EndPhase(unsigned long long start, bool failed);

@@ -53,8 +53,8 @@ std::vector<std::string> VolumeLines(const PlanOutcome& plan) {
 
 Json PlanDocument(const PlanOutcome& plan) {
   Json document = SnapshotDocument(plan);
-  for (const char* key :
-       {"snapshotSetId", "setState", "snapshots", "copiesLeft", "sessionsLeft", "catalog", "databases", "document"}) {
+  for (const char* key : {"snapshotSetId", "setState", "writerStates", "moments", "snapshots", "copiesLeft",
+                          "sessionsLeft", "catalog", "databases", "document"}) {
     document.erase(key);
   }
   document["volumes"] = ArrayOf(plan.volumes, VolumeJson);

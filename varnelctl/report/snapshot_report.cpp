@@ -109,6 +109,48 @@ Json StepJson(const Step& step) {
       {"name", step.name.key}, {"start", step.start}, {"end", step.end}, {"result", step.failed ? "failed" : "done"}};
 }
 
+// "VSS_WS_STABLE"
+std::string NameOf(VSS_WRITER_STATE state) {
+  static constexpr const char* kNames[] = {"UNKNOWN",
+                                           "STABLE",
+                                           "WAITING_FOR_FREEZE",
+                                           "WAITING_FOR_THAW",
+                                           "WAITING_FOR_POST_SNAPSHOT",
+                                           "WAITING_FOR_BACKUP_COMPLETE",
+                                           "FAILED_AT_IDENTIFY",
+                                           "FAILED_AT_PREPARE_BACKUP",
+                                           "FAILED_AT_PREPARE_SNAPSHOT",
+                                           "FAILED_AT_FREEZE",
+                                           "FAILED_AT_THAW",
+                                           "FAILED_AT_POST_SNAPSHOT",
+                                           "FAILED_AT_BACKUP_COMPLETE",
+                                           "FAILED_AT_PRE_RESTORE",
+                                           "FAILED_AT_POST_RESTORE",
+                                           "FAILED_AT_BACKUPSHUTDOWN"};
+  const auto number = static_cast<std::size_t>(state);
+  return number < std::size(kNames) ? std::string("VSS_WS_") + kNames[number] : std::to_string(number);
+}
+
+Json WriterStatusJson(const WriterStatusTold& status) {
+  return {{"name", WideToUtf8Lossy(status.name)},
+          {"instanceId", WideToUtf8Lossy(varnel::FormatGuid(status.instanceId))},
+          {"state", NameOf(status.state)},
+          {"failure", Hex(status.failure)},
+          {"applicationResult", Hex(status.applicationResult)},
+          {"applicationMessage", WideToUtf8Lossy(status.applicationMessage)}};
+}
+
+Json WriterStatesJson(const WriterStates& states) {
+  return {{"step", states.step}, {"time", states.time}, {"writers", ArrayOf(states.writers, WriterStatusJson)}};
+}
+
+Json MomentJson(const WriterMoment& moment) {
+  return {{"time", moment.time},
+          {"writer", WideToUtf8Lossy(moment.writer)},
+          {"event", moment.event},
+          {"failure", Hex(moment.failure)}};
+}
+
 Json ObjectsJson(const ApplicationObjectMeatadataInfo& info) {
   return {{"appObjectIds", ArrayOf(info.appObjectIds, FromLibrary)},
           {"appObjectNames", ArrayOf(info.appObjectNames, FromLibrary)},
@@ -188,6 +230,8 @@ Json SnapshotDocument(const SnapshotOutcome& outcome) {
           {"databases", FromLibrary(outcome.databases)},
           {"phases", ArrayOf(outcome.phases, PhaseJson)},
           {"steps", ArrayOf(outcome.steps, StepJson)},
+          {"writerStates", ArrayOf(outcome.writerStates, WriterStatesJson)},
+          {"moments", ArrayOf(outcome.moments, MomentJson)},
           {"document", WideToUtf8Lossy(outcome.requestor->GetBackupDocument())}};
 }
 

@@ -62,6 +62,7 @@ void RequestRun::Conclude() {
   outcome_.objects = ObjectsOf(outcome_.explanation, options_.application);
   outcome_.phases = phases_.list();
   outcome_.steps = phases_.steps();
+  outcome_.moments = moments_.Since(phases_.start());
   outcome_.errorDetails = details_.erase(0, requestTextLength_);
   if (!outcome_.failure) return;
   Advise(*outcome_.failure, outcome_.errorDetails, ObjectsOf(outcome_.explanation, options_.application));

@@ -3,6 +3,7 @@
 
 #include "varnelctl/sets/limits.h"
 #include "varnelctl/sets/snapshot_run.h"
+#include "varnelctl/sets/writer_moments.h"
 
 namespace varnelctl {
 
@@ -43,6 +44,7 @@ class RequestRun {
   std::string& details_ = session_.errorDetails;
   Phases phases_;
   Limits limits_{session_, phases_, outcome_.watchdog};
+  const WriterMoments moments_{session_};
   std::vector<std::wstring> serialNumbers_;
   VolumeLocations locations_{outcome_.enumerator};  ///< as they were before the snapshot
 

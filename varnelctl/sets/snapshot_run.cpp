@@ -35,6 +35,7 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
   // Each call belongs to the step that it begins, or to the one at hand.
   void Before(ServiceCall call) override {
     Remember(call);
+    if (call == ServiceCall::GatherWriterStatus) BeginStates();
     switch (call) {
       case ServiceCall::AddComponent:
         return phases_.Enter(step::kAdding);
@@ -64,6 +65,14 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
   void AfterStartSnapshotSet(const VSS_ID& setId) override { newSet_ = setId; }
   void AfterAddToSnapshotSet(std::wstring_view volume, HRESULT result) override {
     if (FAILED(result)) refusedVolume_ = volume;
+  }
+
+  void AfterGetWriterStatus(WriterStatusTold status) override {
+    if (!outcome_.writerStates.empty()) outcome_.writerStates.back().writers.push_back(std::move(status));
+  }
+  void BeginStates() {
+    const Step* const step = phases_.AtHand();
+    outcome_.writerStates.push_back({step == nullptr ? "" : step->name.key, phases_.Now(), {}});
   }
 
   void Sequence() {

@@ -39,6 +39,21 @@ struct FailedServiceCall {
   HRESULT result;
 };
 
+/// The writers' states as the request read them once.
+struct WriterStates {
+  const char* step;         ///< at whose end, or beginning, they were read
+  unsigned long long time;  ///< milliseconds since the run began
+  std::vector<WriterStatusTold> writers;
+};
+
+/// What a writer of a simulated host was told, which no requestor hears of.
+struct WriterMoment {
+  unsigned long long time;  ///< milliseconds since the run began
+  std::wstring writer;
+  const char* event;  ///< as the documentation of writers names it
+  HRESULT failure;
+};
+
 /// What came of a request. Keeps the requestor: a set whose context releases it stays until the results were shown.
 /// While it lives its host is the current one.
 struct SnapshotOutcome {
@@ -74,6 +89,8 @@ struct SnapshotOutcome {
   const bool isTransportable;
   std::vector<Phase> phases;
   std::vector<Step> steps;
+  std::vector<WriterStates> writerStates;  ///< in the order in which they were read
+  std::vector<WriterMoment> moments;       ///< none on a real machine
   std::optional<Failure> failure;
   std::optional<FailedServiceCall> failedCall;  ///< the first of those that are watched
   bool taken = false;                           ///< a set was taken, whatever became of it

@@ -50,7 +50,7 @@ std::string Tail() {
 
 std::string EarlierRun(const StoredRun& run, const std::string& id) {
   return "<details class=\"earlier\"><summary>" + Escaped(TitleOf(run.document)) + "</summary>\n" +
-         RunArticle(run.document, id, 2) + "</details>\n";
+         RunArticle(run, id, 2) + "</details>\n";
 }
 
 std::string ComparingPage(const std::vector<StoredRun>& runs) {
@@ -58,7 +58,7 @@ std::string ComparingPage(const std::vector<StoredRun>& runs) {
   page += Comparison(runs);
   for (std::size_t i = runs.size(); i-- > 0;) {
     const std::string id = "run-" + std::to_string(i);
-    page += i + 1 == runs.size() ? RunArticle(runs[i].document, id, 2) : EarlierRun(runs[i], id);
+    page += i + 1 == runs.size() ? RunArticle(runs[i], id, 2) : EarlierRun(runs[i], id);
   }
   return page + Tail();
 }
@@ -71,7 +71,7 @@ std::string ReportPage(std::vector<StoredRun> runs) {
   });
   if (runs.size() > 1) return ComparingPage(runs);
   const nlohmann::json& run = runs.front().document;
-  return Head(TitleOf(run) + ": " + VerdictText(run)) + RunArticle(run, "run-0", 1) + Tail();
+  return Head(TitleOf(run) + ": " + VerdictText(run)) + RunArticle(runs.front(), "run-0", 1) + Tail();
 }
 
 }  // namespace varnelctl::html

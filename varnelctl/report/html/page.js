@@ -512,11 +512,52 @@
     }
   }
 
+  // ---- the log ----
+
+  const LEVELS = [["V", "everything"], ["I", "information and worse"], ["W", "warnings and errors"], ["E", "errors"]];
+  const BEGIN = /^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} ([VIWE]) /;
+  const rankOf = (letter) => LEVELS.findIndex(([known]) => known === letter);
+
+  // A text of several lines has the level of its first.
+  function entriesOf(log) {
+    const entries = [];
+    for (const line of log.split(/\r?\n/).filter(Boolean)) {
+      const level = BEGIN.exec(line)?.[1];
+      if (level || !entries.length) entries.push({ rank: rankOf(level ?? "I"), text: shown(line) });
+      else entries.at(-1).text += `\n${shown(line)}`;
+    }
+    for (const entry of entries) entry.hay = entry.text.toLowerCase();
+    return entries;
+  }
+
+  function fillLog(place, log) {
+    const entries = entriesOf(log);
+    const text = make("input", { type: "search", autocomplete: "off", spellcheck: "false" });
+    const level = make("select", {}, ...LEVELS.map(([letter, words]) => make("option", { value: letter }, words)));
+    const count = make("p", { class: "count", role: "status" });
+    const lines = make("pre", { class: "log-lines", tabindex: "0", role: "group", "aria-label": "Lines of the log" });
+    const show = () => {
+      const words = text.value.toLowerCase().split(/\s+/).filter(Boolean);
+      const found = entries.filter((entry) =>
+        entry.rank >= rankOf(level.value) && words.every((word) => entry.hay.includes(word)));
+      lines.textContent = found.map((entry) => entry.text).join("\n");
+      count.textContent = `${found.length.toLocaleString("en")} of ${counted(entries.length, "line")}`;
+    };
+    text.addEventListener("input", show);
+    level.addEventListener("change", show);
+    level.value = entries.some((entry) => entry.rank >= rankOf("W")) ? "W" : "I";
+    place.append(make("div", { class: "controls", role: "group", "aria-label": "Log" },
+      make("label", {}, "Filter", text), make("label", {}, "Level", level), count), lines);
+    show();
+  }
+
   // ---- the page ----
 
   function fill(article) {
     const places = new Map([...article.querySelectorAll("[data-fill]")].map((place) => [place.dataset.fill, place]));
     if (!places.size || article.dataset.filled) return;
+    if (places.has("log")) fillLog(places.get("log"), JSON.parse(article.querySelector("script.log-text").textContent));
+    if (!places.has("map")) return;
     article.dataset.filled = "yes";
     const run = JSON.parse(article.querySelector("script.document").textContent);
     const headingOf = (place) => place.parentElement.querySelector("h2, h3");

@@ -66,6 +66,13 @@ constexpr Field kBackup[] = {{"type", Type::Text}, {"context", Type::Text}, {"ef
 constexpr Field kProvider[] = {{"id", Type::Text}, {"name", Type::TextOrNull}, {"version", Type::TextOrNull}};
 constexpr Field kStep[] = {
     {"name", Type::Text}, {"start", Type::Number}, {"end", Type::Number}, {"result", Type::Text}};
+constexpr Field kWriterStatus[] = {
+    {"name", Type::Text},    {"instanceId", Type::Text},        {"state", Type::Text},
+    {"failure", Type::Text}, {"applicationResult", Type::Text}, {"applicationMessage", Type::Text}};
+constexpr Field kWriterStates[] = {
+    {"step", Type::Text}, {"time", Type::Number}, {"writers", Type::Objects, kWriterStatus}};
+constexpr Field kMoment[] = {
+    {"time", Type::Number}, {"writer", Type::Text}, {"event", Type::Text}, {"failure", Type::Text}};
 constexpr Field kVerdict[] = {{"text", Type::Text},
                               {"captured", Type::Number},
                               {"of", Type::Number},
@@ -93,6 +100,8 @@ constexpr Field kFound[] = {{"verdict", Type::Object, kVerdict},
                             {"backup", Type::Object, kBackup},
                             {"provider", Type::Object, kProvider},
                             {"steps", Type::Objects, kStep},
+                            {"writerStates", Type::Objects, kWriterStates, kOptional},
+                            {"moments", Type::Objects, kMoment, kOptional},
                             {"snapshots", Type::Objects, kShadowCopy, kOptional},
                             {"volumes", Type::Objects, kVolume, kOptional},
                             {"snapshotSetId", Type::Text, {}, kOptional}};

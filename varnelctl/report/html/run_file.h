@@ -12,6 +12,7 @@ namespace varnelctl::html {
 struct StoredRun {
   std::string name;  ///< of its file, for people
   nlohmann::json document;
+  std::string log = {};  ///< the lines of its log as a log file has them; empty where nobody kept them
 };
 
 /// The run of a document, or of the last line of --json-lines. Throws UsageError, which names the place, for text that

@@ -183,6 +183,12 @@ std::string Place(const std::string& kind) {
   return "<div class=\"filled\" data-fill=\"" + kind + "\"></div>\n";
 }
 
+std::string LogSection(const std::string& log, const std::string& id, int level) {
+  if (log.empty()) return {};
+  return Section(id, level, "Log", Place("log"), "wide log") + "<script type=\"application/json\" class=\"log-text\">" +
+         EscapedJson(log) + "</script>\n";
+}
+
 std::string InteractiveSections(const json& run, const std::string& id, int level) {
   if (!run.contains("verdict")) return {};
   return "<noscript><p class=\"quiet\">The map and the tables of this page need its script, which this browser does "
@@ -247,7 +253,8 @@ std::string TitleOf(const json& run) {
   return what + (host.empty() ? "" : " of " + host) + ", " + TimeText(run["header"]["start"]);
 }
 
-std::string RunArticle(const json& run, const std::string& id, int level) {
+std::string RunArticle(const StoredRun& stored, const std::string& id, int level) {
+  const json& run = stored.document;
   const int below = level + 1;
   std::string article = "<article id=\"" + id + "\" class=\"run " + std::string(ClassOf(StandingOf(run))) + "\">\n";
   article +=
@@ -259,6 +266,7 @@ std::string RunArticle(const json& run, const std::string& id, int level) {
       Section(id + "-alerts", below, "Alert records", AlertSection(run["errorDetails"].get_ref<const std::string&>()));
   article += Section(id + "-warnings", below, "Warnings", Warnings(run));
   article += Section(id + "-facts", below, "The run", Facts(run));
+  article += LogSection(stored.log, id + "-log", below);
   article += "<script type=\"application/json\" class=\"document\">" + EscapedJson(run) + "</script>\n";
   return article + "</article>\n";
 }

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "varnelctl/report/html/run_file.h"
+
 namespace varnelctl::html {
 
 /// Lists of a page end after so many entries and say how many more there are: the tables hold them all.
@@ -25,7 +27,7 @@ std::string TitleOf(const nlohmann::json& run);
 std::string TimeText(const std::string& start);
 
 /// All of a run. \param id of the run, which begins the identifiers of its elements. \param level of its heading.
-std::string RunArticle(const nlohmann::json& run, const std::string& id, int level);
+std::string RunArticle(const StoredRun& stored, const std::string& id, int level);
 
 /// `<li>` each, at most kMostListed, in a list; empty where there are none.
 std::string ListOf(const std::vector<std::string>& entries, std::string_view className = {});
