@@ -133,17 +133,21 @@ TEST_F(Tries, WithoutRetriesThereIsOne) {
   EXPECT_EQ(slept(), 0u);
 }
 
-// Every result that has a name, at a writer and at DoSnapshotSet, whether it starts or ends so.
+// Every result that has a name, at a writer and at DoSnapshotSet, whether it starts or ends so. Where sweeps make a
+// sample of their runs (VARNEL_SAMPLE), one in five of those that do not pass.
 TEST_F(Tries, OnlyWhatIsDocumentedToPassIsTriedAgain) {
   const std::set<HRESULT> writers = {VSS_E_WRITERERROR_RETRYABLE, VSS_E_WRITERERROR_TIMEOUT,
                                      VSS_E_WRITERERROR_OUTOFRESOURCES};
   const std::set<HRESULT> snapshot = {VSS_E_FLUSH_WRITES_TIMEOUT, VSS_E_HOLD_WRITES_TIMEOUT, VSS_E_PROVIDER_VETO,
                                       VSS_E_UNEXPECTED_PROVIDER_ERROR};
   const Arguments arguments = {"--retries", "1", "--json"};
+  const unsigned step = EnvironmentNumber("VARNEL_SAMPLE").value_or(1) > 1 ? 5 : 1;
+  unsigned number = EnvironmentNumber("VARNEL_SAMPLE_SEED").value_or(0);
   std::size_t passing = 0;
   for (const std::string_view name : simulator::ResultNames()) {
     const auto code = static_cast<HRESULT>(simulator::ParseResult(name).value());
-    if (SUCCEEDED(code)) continue;
+    const bool passes = writers.contains(code) || snapshot.contains(code);
+    if (SUCCEEDED(code) || (++number % step != 0 && !passes)) continue;
     SCOPED_TRACE(name);
     StartOver();
     WriterFails(code);
