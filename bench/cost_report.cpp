@@ -13,8 +13,10 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -185,63 +187,164 @@ void PrintTable(const ordered_json& all) {
 
 // ---- Plot ----
 
+// What a curve looks like in light and in dark, and the mark of its points: an SVG path around the origin. Colour alone
+// tells nothing apart.
+struct Manner {
+  const char* light;
+  const char* dark;
+  const char* mark;
+};
+
+constexpr std::array kManners = {
+    Manner{"#1b6ca8", "#6cb6ff", "M-4,-4H4V4H-4Z"},
+    Manner{"#c0392b", "#ff8a7a", "M0,-5L5,4H-5Z"},
+    Manner{"#8e44ad", "#d2a8ff", "M0,-6L6,0L0,6L-6,0Z"},
+    Manner{"#1e8449", "#5fd38d", "M0,5L5,-4H-5Z"},
+    Manner{"#9a5f00", "#e3b341", "M-4,0A4,4 0 1 0 4,0A4,4 0 1 0 -4,0Z"},
+    Manner{"#111111", "#f0f0f0", "M-5,-2H-2V-5H2V-2H5V2H2V5H-2V2H-5Z"},
+    Manner{"#5d6d6e", "#b3bfc0", "M-6,-3H6V3H-6Z"},
+};
+
+using Points = std::vector<std::pair<double, double>>;
+
+// A workload's requestor, or its floor.
+struct Curve {
+  std::string name;
+  std::size_t manner;
+  bool isFloor;
+  Points points;
+};
+
+// "74 million"
+std::string Millions(double instructions) {
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%.0f million", instructions / 1e6);
+  return text.data();
+}
+
 // Logarithmic on both axes.
 class Plot {
  public:
-  explicit Plot(std::ostream& out) : out_(out) {}
+  Plot(std::ostream& out, std::vector<Curve> curves) : out_(out), curves_(std::move(curves)) {
+    for (const Curve& curve : curves_) {
+      for (const auto& [n, instructions] : curve.points) Include(n, instructions);
+    }
+    if (sizes_.size() < 2) throw std::runtime_error("too few sizes for a plot");
+  }
+
+  void Write() const {
+    out_ << R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 860 520" font-family="sans-serif" font-size="13" )"
+         << "role=\"img\" aria-labelledby=\"title desc\">\n"
+         << "<title id=\"title\">Instructions of a snapshot request</title>\n<desc id=\"desc\">" << Described()
+         << "</desc>\n";
+    Style();
+    out_ << R"(<rect class="paper" width="860" height="520"/>)" << '\n';
+    Axes();
+    for (const Curve& curve : curves_) Draw(curve);
+    Labels();
+    out_ << "</svg>\n";
+  }
+
+ private:
+  static constexpr double kLeft = 70;
+  static constexpr double kRight = 660;
+  static constexpr double kTop = 45;
+  static constexpr double kBottom = 455;
+  static constexpr double kLabels = 700;
+  static constexpr double kLabelHeight = 17;
 
   void Include(double n, double instructions) {
     left_ = std::min(left_, n);
     right_ = std::max(right_, n);
     bottom_ = std::min(bottom_, instructions);
     top_ = std::max(top_, instructions);
+    sizes_.insert(n);
   }
 
-  void Begin() const {
-    out_ << R"(<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 860 520" font-family="sans-serif" font-size="13">)"
-         << "\n<title>Instructions of a snapshot request</title>\n"
-         << R"(<rect width="860" height="520" fill="#ffffff"/>)" << '\n';
+  std::string Described() const {
+    std::string text =
+        "Both axes are logarithmic. The curve of each requestor is solid with filled marks, that of its floor, a bare "
+        "requestor that makes the same calls, dashed with empty ones.";
+    for (const Curve& curve : curves_) {
+      text += " " + Name(curve) + ": " + Millions(curve.points.front().second) +
+              " instructions at n = " + std::to_string(std::lround(curve.points.front().first)) + ", " +
+              Millions(curve.points.back().second) + " at " + std::to_string(std::lround(curve.points.back().first)) +
+              ".";
+    }
+    return text;
   }
-  void End() const { out_ << "</svg>\n"; }
+
+  void Style() const {
+    out_ << "<style>\n"
+            ".paper{fill:#fff}text{fill:#222}.grid{stroke:#ddd}.axis{stroke:#333}\n"
+            "polyline{fill:none;stroke-width:2}.floor polyline{stroke-dasharray:5 4}.floor path{fill:#fff}\n";
+    for (std::size_t i = 0; i < kManners.size(); ++i) Colour(i, kManners[i].light);
+    out_ << "@media (prefers-color-scheme: dark){\n"
+            ".paper,.floor path{fill:#16181c}text{fill:#e6e6e6}.grid{stroke:#3a3f47}.axis{stroke:#aaa}\n";
+    for (std::size_t i = 0; i < kManners.size(); ++i) Colour(i, kManners[i].dark);
+    out_ << "}\n</style>\n";
+  }
+  void Colour(std::size_t manner, const char* colour) const {
+    const std::string name = ".m" + std::to_string(manner);
+    out_ << name << "{stroke:" << colour << "}.requestor" << name << " path{fill:" << colour << "}\n";
+  }
 
   // A line for every power of ten, and the sizes that were measured.
-  void Axes(const std::vector<std::size_t>& sizes) const {
+  void Axes() const {
     const auto highest = std::lround(std::floor(std::log10(top_)));
     for (auto power = std::lround(std::ceil(std::log10(bottom_))); power <= highest; ++power) {
       const double y = Y(std::pow(10, power));
-      Line(kLeft, y, kRight, y, "#dddddd");
+      Line(kLeft, y, kRight, y, "grid");
       Text(kLeft - 8, y + 4, "end", Power(power));
     }
-    for (const std::size_t n : sizes) {
-      const double x = X(static_cast<double>(n));
-      Line(x, kTop, x, kBottom, "#eeeeee");
-      Text(x, kBottom + 18, "middle", std::to_string(n));
+    for (const double n : sizes_) {
+      Line(X(n), kTop, X(n), kBottom, "grid");
+      Text(X(n), kBottom + 18, "middle", std::to_string(std::lround(n)));
     }
-    Line(kLeft, kBottom, kRight, kBottom, "#333333");
-    Line(kLeft, kTop, kLeft, kBottom, "#333333");
+    Line(kLeft, kBottom, kRight, kBottom, "axis");
+    Line(kLeft, kTop, kLeft, kBottom, "axis");
     Text((kLeft + kRight) / 2, kBottom + 42, "middle", "n: databases, machines or files");
-    Text(kLeft, kTop - 14, "start", "instructions of one request: requestor (solid) and floor (dashed)");
+    Text(kLeft, kTop - 14, "start",
+         "instructions of one request: requestor (solid, filled marks) and floor (dashed, empty marks)");
   }
 
-  void Curve(const std::vector<std::pair<double, double>>& points, const char* colour, bool dashed) const {
-    out_ << R"(<polyline fill="none" stroke=")" << colour << R"(" stroke-width="2")";
-    if (dashed) out_ << R"( stroke-dasharray="5 4" stroke-opacity="0.7")";
-    out_ << R"( points=")";
-    for (const auto& [n, instructions] : points) out_ << X(n) << ',' << Y(instructions) << ' ';
-    out_ << "\"/>\n";
+  void Draw(const Curve& curve) const {
+    Begin(curve);
+    out_ << "<polyline points=\"";
+    for (const auto& [n, instructions] : curve.points) out_ << X(n) << ',' << Y(instructions) << ' ';
+    out_ << "\"/>";
+    for (const auto& [n, instructions] : curve.points) Mark(curve, X(n), Y(instructions));
+    out_ << "</g>\n";
   }
 
-  void Legend(std::size_t row, const std::string& name, const char* colour) const {
-    const double y = kTop + 10 + 22 * static_cast<double>(row);
-    Line(kRight + 18, y, kRight + 44, y, colour, 3);
-    Text(kRight + 52, y + 4, "start", name);
+  // Each curve's name beside its end, as near to it as the others' allow, with its mark and a line to it.
+  void Labels() const {
+    std::vector<std::pair<double, const Curve*>> ends;
+    for (const Curve& curve : curves_) ends.emplace_back(Y(curve.points.back().second), &curve);
+    std::sort(ends.begin(), ends.end());
+    const double lowest = kBottom - kLabelHeight * static_cast<double>(ends.size() - 1);
+    double y = 0;
+    for (std::size_t i = 0; i < ends.size(); ++i) {
+      const auto& [end, curve] = ends[i];
+      // Room for those that follow.
+      y = std::max(y, std::min(end, lowest + kLabelHeight * static_cast<double>(i)));
+      Line(X(curve->points.back().first) + 6, end, kLabels - 10, y, "grid");
+      Begin(*curve);
+      Mark(*curve, kLabels, y);
+      out_ << "</g>\n";
+      Text(kLabels + 12, y + 4, "start", Name(*curve));
+      y += kLabelHeight;
+    }
   }
 
- private:
-  static constexpr double kLeft = 70;
-  static constexpr double kRight = 700;
-  static constexpr double kTop = 45;
-  static constexpr double kBottom = 455;
+  static std::string Name(const Curve& curve) { return curve.name + (curve.isFloor ? " floor" : ""); }
+
+  void Begin(const Curve& curve) const {
+    out_ << "<g class=\"" << (curve.isFloor ? "floor" : "requestor") << " m" << curve.manner << "\">";
+  }
+  void Mark(const Curve& curve, double x, double y) const {
+    out_ << "<path transform=\"translate(" << x << ',' << y << ")\" d=\"" << kManners[curve.manner].mark << "\"/>";
+  }
 
   static double Between(double value, double low, double high) {
     return (std::log10(value) - std::log10(low)) / (std::log10(high) - std::log10(low));
@@ -252,22 +355,22 @@ class Plot {
   static std::string Power(long power) {
     return "10<tspan dy=\"-5\" font-size=\"10\">" + std::to_string(power) + "</tspan>";
   }
-  void Line(double x1, double y1, double x2, double y2, const char* colour, int width = 1) const {
-    out_ << "<line x1=\"" << x1 << "\" y1=\"" << y1 << "\" x2=\"" << x2 << "\" y2=\"" << y2 << "\" stroke=\"" << colour
-         << "\" stroke-width=\"" << width << "\"/>\n";
+  void Line(double x1, double y1, double x2, double y2, const char* kind) const {
+    out_ << "<line class=\"" << kind << "\" x1=\"" << x1 << "\" y1=\"" << y1 << "\" x2=\"" << x2 << "\" y2=\"" << y2
+         << "\"/>\n";
   }
   void Text(double x, double y, const char* anchor, const std::string& text) const {
     out_ << "<text x=\"" << x << "\" y=\"" << y << "\" text-anchor=\"" << anchor << "\">" << text << "</text>\n";
   }
 
   std::ostream& out_;
+  std::vector<Curve> curves_;
+  std::set<double> sizes_;
   double left_ = 1e300;
   double right_ = 0;
   double bottom_ = 1e300;
   double top_ = 0;
 };
-
-using Points = std::vector<std::pair<double, double>>;
 
 Points PointsOf(const Workload& workload, const char* who) {
   Points points;
@@ -278,30 +381,15 @@ Points PointsOf(const Workload& workload, const char* who) {
 }
 
 void WritePlot(const std::vector<Workload>& workloads, std::ostream& out) {
-  constexpr std::array kColours = {"#1b6ca8", "#c0392b", "#8e44ad", "#1e8449", "#b9770e", "#111111", "#7f8c8d"};
-  Plot plot(out);
-  std::map<std::size_t, bool> sizes;
-  for (const Workload& workload : workloads) {
+  std::vector<Curve> curves;
+  for (std::size_t i = 0; i < workloads.size(); ++i) {
     for (const char* who : {"floor", "quiet"}) {
-      for (const auto& [n, instructions] : PointsOf(workload, who)) {
-        plot.Include(n, instructions);
-        sizes[static_cast<std::size_t>(n)] = true;
-      }
+      Points points = PointsOf(workloads[i], who);
+      const bool isFloor = std::string_view(who) == "floor";
+      if (!points.empty()) curves.push_back({workloads[i].name, i % kManners.size(), isFloor, std::move(points)});
     }
   }
-  if (sizes.size() < 2) throw std::runtime_error("too few sizes for a plot");
-  std::vector<std::size_t> ticks;
-  ticks.reserve(sizes.size());
-  for (const auto& [n, measured] : sizes) ticks.push_back(n);
-  plot.Begin();
-  plot.Axes(ticks);
-  for (std::size_t i = 0; i < workloads.size(); ++i) {
-    const char* colour = kColours[i % kColours.size()];
-    plot.Curve(PointsOf(workloads[i], "floor"), colour, true);
-    plot.Curve(PointsOf(workloads[i], "quiet"), colour, false);
-    plot.Legend(i, workloads[i].name, colour);
-  }
-  plot.End();
+  Plot(out, std::move(curves)).Write();
 }
 
 void Report(const char* runs, const char* json, const char* svg) {

@@ -25,6 +25,10 @@ class ForwardingHost : public Host {
   Heap& heap() override { return inner_.heap(); }
   Time& time() override { return inner_.time(); }
   MetadataService& metadata() override { return inner_.metadata(); }
+  EventLog& eventLog() override { return inner_.eventLog(); }
+  ServiceManager& services() override { return inner_.services(); }
+  ProcessSecurity& security() override { return inner_.security(); }
+  VolumeSpace& space() override { return inner_.space(); }
   DWORD GetLastError() override { return inner_.GetLastError(); }
 
  private:
@@ -161,6 +165,42 @@ class ForwardingMessages : public Messages {
 
  private:
   Messages& inner_;
+};
+
+class ForwardingEventLog : public EventLog {
+ public:
+  explicit ForwardingEventLog(EventLog& inner) : inner_(inner) {}
+  EVT_HANDLE EvtQuery(EVT_HANDLE session, LPCWSTR path, LPCWSTR query, DWORD flags) override {
+    return inner_.EvtQuery(session, path, query, flags);
+  }
+  BOOL EvtNext(EVT_HANDLE results, DWORD count, EVT_HANDLE* events, DWORD milliseconds, DWORD flags,
+               DWORD* returned) override {
+    return inner_.EvtNext(results, count, events, milliseconds, flags, returned);
+  }
+  BOOL EvtRender(EVT_HANDLE context, EVT_HANDLE event, DWORD flags, DWORD bytes, void* buffer, DWORD* used,
+                 DWORD* properties) override {
+    return inner_.EvtRender(context, event, flags, bytes, buffer, used, properties);
+  }
+  EVT_HANDLE EvtOpenPublisherMetadata(EVT_HANDLE session, LPCWSTR publisher, LPCWSTR logFile, DWORD locale,
+                                      DWORD flags) override {
+    return inner_.EvtOpenPublisherMetadata(session, publisher, logFile, locale, flags);
+  }
+  BOOL EvtFormatMessage(EVT_HANDLE publisher, EVT_HANDLE event, DWORD message, DWORD count, EVT_VARIANT* values,
+                        DWORD flags, DWORD characters, LPWSTR buffer, DWORD* used) override {
+    return inner_.EvtFormatMessage(publisher, event, message, count, values, flags, characters, buffer, used);
+  }
+  BOOL EvtClose(EVT_HANDLE object) override { return inner_.EvtClose(object); }
+  HANDLE RegisterEventSourceW(LPCWSTR server, LPCWSTR source) override {
+    return inner_.RegisterEventSourceW(server, source);
+  }
+  BOOL ReportEventW(HANDLE log, WORD type, WORD category, DWORD id, void* user, WORD count, DWORD dataBytes,
+                    LPCWSTR* texts, void* data) override {
+    return inner_.ReportEventW(log, type, category, id, user, count, dataBytes, texts, data);
+  }
+  BOOL DeregisterEventSource(HANDLE log) override { return inner_.DeregisterEventSource(log); }
+
+ private:
+  EventLog& inner_;
 };
 
 }  // namespace varnel

@@ -192,6 +192,67 @@ class MetadataService {
   virtual std::string GetClusterName(const std::string& name) = 0;
 };
 
+/// The event log: what its channels hold, and sources that write to it. Each handle of the Evt functions is given back
+/// to EvtClose.
+class EventLog {
+ public:
+  virtual ~EventLog() = default;
+  /// Null when it fails. With 0 as the last error this machine has no event log that could be read: nothing else of the
+  /// Evt functions may be called then.
+  virtual EVT_HANDLE EvtQuery(EVT_HANDLE session, LPCWSTR path, LPCWSTR query, DWORD flags) = 0;
+  virtual BOOL EvtNext(EVT_HANDLE results, DWORD count, EVT_HANDLE* events, DWORD milliseconds, DWORD flags,
+                       DWORD* returned) = 0;
+  /// Sizes are in bytes.
+  virtual BOOL EvtRender(EVT_HANDLE context, EVT_HANDLE event, DWORD flags, DWORD bytes, void* buffer, DWORD* used,
+                         DWORD* properties) = 0;
+  virtual EVT_HANDLE EvtOpenPublisherMetadata(EVT_HANDLE session, LPCWSTR publisher, LPCWSTR logFile, DWORD locale,
+                                              DWORD flags) = 0;
+  /// Sizes are in characters, with the NUL.
+  virtual BOOL EvtFormatMessage(EVT_HANDLE publisher, EVT_HANDLE event, DWORD message, DWORD count, EVT_VARIANT* values,
+                                DWORD flags, DWORD characters, LPWSTR buffer, DWORD* used) = 0;
+  virtual BOOL EvtClose(EVT_HANDLE object) = 0;
+  /// A source that no log knows writes to Application.
+  virtual HANDLE RegisterEventSourceW(LPCWSTR server, LPCWSTR source) = 0;
+  virtual BOOL ReportEventW(HANDLE log, WORD type, WORD category, DWORD id, void* user, WORD count, DWORD dataBytes,
+                            LPCWSTR* texts, void* data) = 0;
+  virtual BOOL DeregisterEventSource(HANDLE log) = 0;
+};
+
+/// The services of Windows, asked and not changed. Each handle is given back to CloseServiceHandle.
+class ServiceManager {
+ public:
+  virtual ~ServiceManager() = default;
+  virtual SC_HANDLE OpenSCManagerW(LPCWSTR machine, LPCWSTR database, DWORD access) = 0;
+  virtual SC_HANDLE OpenServiceW(SC_HANDLE manager, LPCWSTR name, DWORD access) = 0;
+  /// `bytes` is the size of what `configuration` points to, texts included.
+  virtual BOOL QueryServiceConfigW(SC_HANDLE service, QUERY_SERVICE_CONFIGW* configuration, DWORD bytes,
+                                   DWORD* needed) = 0;
+  virtual BOOL QueryServiceStatus(SC_HANDLE service, SERVICE_STATUS* status) = 0;
+  virtual BOOL CloseServiceHandle(SC_HANDLE handle) = 0;
+};
+
+/// What this process may do, and what it lets others do.
+class ProcessSecurity {
+ public:
+  virtual ~ProcessSecurity() = default;
+  /// Whether its token is elevated: OpenProcessToken and GetTokenInformation in one.
+  virtual BOOL GetTokenElevation(BOOL* elevated) = 0;
+  /// Whether it is a 32-bit process of a 64-bit Windows.
+  virtual BOOL IsWow64Process(BOOL* wow64) = 0;
+  /// Once for the process, before its first call through COM.
+  virtual HRESULT CoInitializeSecurity(void* descriptor, LONG services, void* list, DWORD authentication,
+                                       DWORD impersonation, void* authenticationList, DWORD capabilities) = 0;
+};
+
+/// The room on volumes.
+class VolumeSpace {
+ public:
+  virtual ~VolumeSpace() = default;
+  /// `directory` ends in a backslash. Sizes are in bytes.
+  virtual BOOL GetDiskFreeSpaceExW(LPCWSTR directory, ULARGE_INTEGER* freeToCaller, ULARGE_INTEGER* size,
+                                   ULARGE_INTEGER* free) = 0;
+};
+
 /// One machine: the one the process runs on, or a simulated one.
 class Host {
  public:
@@ -212,6 +273,10 @@ class Host {
   virtual Heap& heap() = 0;
   virtual Time& time() = 0;
   virtual MetadataService& metadata() = 0;
+  virtual EventLog& eventLog() = 0;
+  virtual ServiceManager& services() = 0;
+  virtual ProcessSecurity& security() = 0;
+  virtual VolumeSpace& space() = 0;
   /// The last error of the calling thread on this host.
   virtual DWORD GetLastError() = 0;
 

@@ -30,8 +30,20 @@ void Key::Release(Host& host, HKEY key) {
   host.registry().RegCloseKey(key);
 }
 
+void ServiceObject::Release(Host& host, SC_HANDLE handle) {
+  host.services().CloseServiceHandle(handle);
+}
+
 void LoadedModule::Release(Host& host, HMODULE module) {
   host.messages().FreeLibrary(module);
+}
+
+void EventObject::Release(Host& host, EVT_HANDLE object) {
+  host.eventLog().EvtClose(object);
+}
+
+void EventSource::Release(Host& host, HANDLE log) {
+  host.eventLog().DeregisterEventSource(log);
 }
 
 void Text::Release(Host& host, LPWSTR text) {

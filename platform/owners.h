@@ -148,8 +148,17 @@ struct Process : NullIsNone<PROCESS_INFORMATION> {
 struct Key : NullIsNone<HKEY> {
   VARNEL_API static void Release(Host& host, HKEY key);
 };
+struct ServiceObject : NullIsNone<SC_HANDLE> {
+  VARNEL_API static void Release(Host& host, SC_HANDLE handle);
+};
 struct LoadedModule : NullIsNone<HMODULE> {
   VARNEL_API static void Release(Host& host, HMODULE module);
+};
+struct EventObject : NullIsNone<EVT_HANDLE> {
+  VARNEL_API static void Release(Host& host, EVT_HANDLE object);
+};
+struct EventSource : NullIsNone<HANDLE> {
+  VARNEL_API static void Release(Host& host, HANDLE log);
 };
 struct Text : NullIsNone<LPWSTR> {
   VARNEL_API static void Release(Host& host, LPWSTR text);
@@ -178,8 +187,14 @@ using VolumeSearch = Owned<owned::Search>;
 using ProcessHandles = Owned<owned::Process>;
 /// An open key of the registry.
 using RegistryKey = Owned<owned::Key>;
+/// The service manager, or a service.
+using ServiceHandle = Owned<owned::ServiceObject>;
 /// A counted module handle.
 using Module = Owned<owned::LoadedModule>;
+/// The results of a query of the event log, an event, or what describes a source's events.
+using EventHandle = Owned<owned::EventObject>;
+/// A source that writes to the event log.
+using EventSource = Owned<owned::EventSource>;
 /// A property structure of a shadow copy; the strings in it are the owner's.
 using SnapshotProperties = Owned<owned::Properties>;
 

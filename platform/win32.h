@@ -12,6 +12,7 @@
 #include <windows.h>
 #include <winioctl.h>
 #include <winver.h>
+#include <winevt.h>
 #include <objbase.h>
 #include <oleauto.h>
 // clang-format on

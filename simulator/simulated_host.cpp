@@ -5,12 +5,16 @@
 #include "simulator/machine/shared_state.h"
 #include "simulator/services/kernel_objects.h"
 #include "simulator/services/simulated_cluster.h"
+#include "simulator/services/simulated_event_log.h"
 #include "simulator/services/simulated_iscsi.h"
 #include "simulator/services/simulated_messages.h"
 #include "simulator/services/simulated_metadata.h"
 #include "simulator/services/simulated_processes.h"
 #include "simulator/services/simulated_registry.h"
 #include "simulator/services/simulated_runtime.h"
+#include "simulator/services/simulated_security.h"
+#include "simulator/services/simulated_service_manager.h"
+#include "simulator/services/simulated_space.h"
 #include "simulator/services/simulated_storage.h"
 #include "simulator/services/simulated_system.h"
 #include "simulator/services/simulated_vss.h"
@@ -32,7 +36,11 @@ SimulatedHost::SimulatedHost(HostModel model)
       files_(MakeFileVersions(*machine_)),
       heap_(MakeHeap(*machine_)),
       time_(MakeTime(*machine_)),
-      metadata_(MakeMetadataService(*machine_)) {}
+      metadata_(MakeMetadataService(*machine_)),
+      eventLog_(MakeEventLog(*machine_)),
+      services_(MakeServiceManager(*machine_)),
+      security_(MakeProcessSecurity(*machine_)),
+      space_(MakeVolumeSpace(*machine_)) {}
 
 SimulatedHost::~SimulatedHost() {
   machine_->faults.hangs().EndAndJoin();

@@ -49,6 +49,10 @@ class SimulatedHost final : public Host {
   Heap& heap() override { return *heap_; }
   Time& time() override { return *time_; }
   MetadataService& metadata() override { return *metadata_; }
+  EventLog& eventLog() override { return *eventLog_; }
+  ServiceManager& services() override { return *services_; }
+  ProcessSecurity& security() override { return *security_; }
+  VolumeSpace& space() override { return *space_; }
   DWORD GetLastError() override { return machine_->lastError; }
 
   /// For changes that are made before the next call.
@@ -76,6 +80,10 @@ class SimulatedHost final : public Host {
   std::unique_ptr<Heap> heap_;
   std::unique_ptr<Time> time_;
   std::unique_ptr<MetadataService> metadata_;
+  std::unique_ptr<EventLog> eventLog_;
+  std::unique_ptr<ServiceManager> services_;
+  std::unique_ptr<ProcessSecurity> security_;
+  std::unique_ptr<VolumeSpace> space_;
 };
 
 }  // namespace varnel::simulator

@@ -28,6 +28,8 @@ class Planner final : public Requestor {
     if (this->m_lastException.GetAlertCode() != VarnelException::None) throw VarnelException(this->m_lastException);
   }
 
+  IVssBackupComponents* Service() const { return this->m_pVssObject.Get(); }
+
  private:
   // Those of the files, then those of the extra disks, each once.
   void ListVolumes() {
@@ -62,9 +64,9 @@ template <class Requestor>
 PlanningRequestor MakePlanner() {
   auto planner = std::make_unique<Planner<Requestor>>();
   Planner<Requestor>& borrowed = *planner;
-  return {std::move(planner), [&borrowed](SelectionWatcher& watcher, std::string& errorDetails) {
-            borrowed.Select(watcher, errorDetails);
-          }};
+  return {std::move(planner),
+          [&borrowed](SelectionWatcher& watcher, std::string& errorDetails) { borrowed.Select(watcher, errorDetails); },
+          [&borrowed] { return borrowed.Service(); }};
 }
 
 }  // namespace

@@ -40,6 +40,8 @@ struct PlanningRequestor {
   /// identifiers). Asks the service whether the array's provider supports them; nothing is asked of a writer. Throws
   /// what CreateVssSnapshotSet would throw for it, VarnelException 701 at the end included.
   std::function<void(SelectionWatcher& watcher, std::string& errorDetails)> select;
+  /// Its object of the service; null before Initialize.
+  std::function<IVssBackupComponents*()> service;
 };
 PlanningRequestor MakePlanningRequestor(Application application);
 

@@ -3,17 +3,27 @@
 
 #include <string>
 
+#include "platform/win32.h"
+
 namespace varnelctl {
 
 /// Why a process cannot use the service, in one sentence; empty when it can.
 std::string WhyUnfit(bool elevated, bool matchesSystem, bool hasService);
 
-/// COM in the multithreaded apartment and its security, as the Volume Shadow Copy service wants them of a requestor.
-/// Throws CallFailure, and UnfitMachine where the service would answer this process nothing: without elevation, as a
-/// 32-bit process, or without the service. Where there is no such machine it is never made.
+/// COM security of this process on the current host, once: writers call back into the requestor under their own
+/// accounts, so no access list is set, and the cloaking lets the service see the caller's identity.
+HRESULT SetComSecurity();
+
+/// Whether the process must be one that the service answers, or finds out by itself what is wrong with it.
+enum class Fitness { Required, Examined };
+
+/// COM in the multithreaded apartment and its security, as the Volume Shadow Copy service wants them of a requestor;
+/// with Fitness::Examined COM alone. Throws CallFailure, and where fitness is required UnfitMachine where the service
+/// would answer this process nothing: without elevation, as a 32-bit process, or without the service. Where there is no
+/// such machine it is never made.
 class MachineSession {
  public:
-  MachineSession();
+  explicit MachineSession(Fitness fitness);
   ~MachineSession();  // NOLINT(performance-trivially-destructible): on Windows it has work to do
   MachineSession(const MachineSession&) = delete;
   MachineSession& operator=(const MachineSession&) = delete;

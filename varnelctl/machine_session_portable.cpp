@@ -3,7 +3,7 @@
 
 namespace varnelctl {
 
-MachineSession::MachineSession() {
+MachineSession::MachineSession(Fitness /*fitness*/) {
   throw varnel::NoHostError();
 }
 

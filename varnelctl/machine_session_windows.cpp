@@ -7,36 +7,15 @@
 namespace varnelctl {
 namespace {
 
-// Writers call back into the requestor under their own accounts, so no access list is set; the cloaking lets the
-// service see the caller's identity.
-HRESULT SetSecurity() {
-  return ::CoInitializeSecurity(nullptr, -1, nullptr, nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY, RPC_C_IMP_LEVEL_IDENTIFY,
-                                nullptr, EOAC_DYNAMIC_CLOAKING, nullptr);
-}
-
-class Token {
- public:
-  Token() { ::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &handle_); }
-  ~Token() {
-    if (handle_ != nullptr) ::CloseHandle(handle_);
-  }
-  Token(const Token&) = delete;
-  Token& operator=(const Token&) = delete;
+bool IsElevated() {
+  BOOL elevated = FALSE;
   // A token that does not tell counts as elevated: the service then says itself what it refuses.
-  bool IsElevated() const {
-    TOKEN_ELEVATION elevation{};
-    DWORD bytes = 0;
-    return !::GetTokenInformation(handle_, TokenElevation, &elevation, sizeof elevation, &bytes) ||
-           elevation.TokenIsElevated != 0;
-  }
-
- private:
-  HANDLE handle_ = nullptr;
-};
+  return !varnel::CurrentHost().security().GetTokenElevation(&elevated) || elevated;
+}
 
 bool IsWow64() {
   BOOL wow64 = FALSE;
-  return ::IsWow64Process(::GetCurrentProcess(), &wow64) && wow64;
+  return varnel::CurrentHost().security().IsWow64Process(&wow64) && wow64;
 }
 
 bool HasService() {
@@ -45,7 +24,7 @@ bool HasService() {
 }
 
 void RequireFitMachine() {
-  const bool elevated = Token().IsElevated();
+  const bool elevated = IsElevated();
   const bool matchesSystem = !IsWow64();
   const bool hasService = HasService();
   const std::string reason = WhyUnfit(elevated, matchesSystem, hasService);
@@ -58,10 +37,11 @@ void RequireFitMachine() {
 
 }  // namespace
 
-MachineSession::MachineSession() {
-  RequireFitMachine();
+MachineSession::MachineSession(Fitness fitness) {
+  if (fitness == Fitness::Required) RequireFitMachine();
   CheckCall("CoInitializeEx", ::CoInitializeEx(nullptr, COINIT_MULTITHREADED));
-  if (const HRESULT hr = SetSecurity(); FAILED(hr)) {
+  if (fitness == Fitness::Examined) return;
+  if (const HRESULT hr = SetComSecurity(); FAILED(hr)) {
     ::CoUninitialize();
     throw CallFailure("CoInitializeSecurity", hr);
   }

@@ -13,6 +13,8 @@
 #include "varnelctl/console/printable_log.h"
 #include "varnelctl/console/shared_watch.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/event_log/writer.h"
+#include "varnelctl/evidence/run_evidence.h"
 #include "varnelctl/report/html/run_report.h"
 #include "varnelctl/session.h"
 #include "varnelctl/target_host.h"
@@ -24,15 +26,12 @@ namespace {
 // a run begins and how it ends, whatever the lowest category is.
 class LogOfRun {
  public:
-  LogOfRun(const std::optional<std::string>& file, int lowestCategory) {
-    if (!file) return;
-    name_ = Printable(varnel::Utf8ToWideLossy(*file));
-    if (name_.empty()) throw UsageError("--log: a file name is missing");
-    try {
-      sink_ = MakePrintableLog(varnel::OpenLogFile(PathOf(*file), lowestCategory));
-    } catch (const std::system_error& error) {
-      throw UsageError(OneLine(error.what()));
-    }
+  /// \param kept takes all of it; null where nobody does.
+  LogOfRun(const std::optional<std::string>& file, int lowestCategory, KeptLog* kept) {
+    if (file) Open(*file, lowestCategory);
+    if (kept != nullptr) sink_ = MakeKeepingLog(std::move(sink_), *kept);
+    if (!sink_) return;
+    sink_ = MakePrintableLog(std::move(sink_));
     current_.emplace(*sink_);
   }
 
@@ -58,6 +57,15 @@ class LogOfRun {
  private:
   static constexpr std::size_t kRuler = 80;
 
+  void Open(const std::string& file, int lowestCategory) {
+    name_ = Printable(varnel::Utf8ToWideLossy(file));
+    if (name_.empty()) throw UsageError("--log: a file name is missing");
+    try {
+      sink_ = varnel::OpenLogFile(PathOf(file), lowestCategory);
+    } catch (const std::system_error& error) {
+      throw UsageError(OneLine(error.what()));
+    }
+  }
   void Write(int category, const std::string& text) const {
     sink_->Write(category, L"varnelctl", 0, varnel::Utf8ToWideLossy(text));
   }
@@ -79,9 +87,11 @@ void RequireDifferentFiles(const Invocation& invocation) {
   std::vector<FileOption> files = {{"--host", options.hostFile},
                                    {"--state", options.stateFile},
                                    {"--log", options.logFile},
-                                   {"--report", invocation.command->ReportFile()}};
+                                   {"--report", invocation.command->ReportFile()},
+                                   {"--evidence", invocation.command->Evidence().folder}};
   for (FileOption& file : invocation.command->Files()) files.push_back(std::move(file));
   RequireDifferentFiles(files);
+  RequireOutside(invocation.command->Evidence().folder, files);
 }
 
 // Ends every exception: `action`'s status, or that of the failure, which is then printed.
@@ -100,16 +110,21 @@ std::optional<Journal> JournalOf(const GlobalOptions& options, const TargetHost&
   return host.journalFolder() ? std::optional(Journal(*host.journalFolder())) : std::nullopt;
 }
 
-ExitStatus RunOnHost(const Invocation& invocation, Session& session, const LogOfRun& log) {
+// \param host is made for the run and outlives it, unless the command needs none.
+ExitStatus RunOnHost(const Invocation& invocation, Session& session, const LogOfRun& log, RunEvidence& evidence,
+                     std::optional<TargetHost>& host) {
   if (!invocation.command->NeedsHost()) return invocation.command->Run(session);
-  TargetHost host(invocation.options.hostFile, invocation.options.stateFile);
-  session.calls = host.calls();
-  session.writerEvents = host.writerEvents();
-  session.journal = JournalOf(invocation.options, host);
-  session.requestLock = host.requestLock();
+  host.emplace(invocation.options.hostFile, invocation.options.stateFile, invocation.command->NeededFitness());
+  session.calls = host->calls();
+  session.writerEvents = host->writerEvents();
+  session.journal = JournalOf(invocation.options, *host);
+  session.requestLock = host->requestLock();
   TellHeader(session, invocation, log);
   // A failure of the command is described while its host is still there.
-  return Guarded(session, [&] { return invocation.command->Run(session); });
+  const ExitStatus status = Guarded(session, [&] { return invocation.command->Run(session); });
+  if (session.keepsDocument) invocation.command->NoteLastWord(session);  // the evidence may never come to its end
+  evidence.AskHost(status);
+  return status;
 }
 
 std::string LastWord(const Invocation& invocation, const Session& session) {
@@ -117,16 +132,37 @@ std::string LastWord(const Invocation& invocation, const Session& session) {
   return session.document.failure() ? session.document.failure()->message : "done";
 }
 
+// How the run ends whose events are in the log of its host; without one, of this machine.
+ExitStatus WriteEventsOf(const Invocation& invocation, Session& session, ExitStatus status, bool hasHost) {
+  const std::optional<DWORD> events = invocation.command->Events();
+  const bool isOnMachine = !invocation.options.hostFile && varnel::CurrentHostOrNull() != nullptr;
+  if (!events || !(hasHost || isOnMachine)) return status;
+  try {
+    WriteEvents(
+        {*events, status, LastWord(invocation, session), FromLibrary(session.errorDetails), session.CommandLine()});
+    return status;
+  } catch (const NotAllDone& failure) {
+    return session.ReportUndone(failure.what(), status);
+  }
+}
+
 ExitStatus RunCommand(const Invocation& invocation, Session& session) {
   return Guarded(session, [&] {
     RequireDifferentFiles(invocation);
-    RunReport report(session, invocation.command->ReportFile());
-    const LogOfRun log(invocation.options.logFile, invocation.options.lowestLogCategory);
-    ExitStatus status = Guarded(session, [&] { return RunOnHost(invocation, session, log); });
+    KeptLog kept;
+    RunReport report(session, invocation.command->ReportFile(), kept);
+    RunEvidence evidence(session, invocation.command->Evidence(), kept);
+    const bool keepsLog = report.isWanted() || evidence.isWanted();
+    const LogOfRun log(invocation.options.logFile, invocation.options.lowestLogCategory, keepsLog ? &kept : nullptr);
+    std::optional<TargetHost> host;
+    ExitStatus status = Guarded(session, [&] { return RunOnHost(invocation, session, log, evidence, host); });
     TellHeader(session, invocation, log);
     status = log.End(session, status, LastWord(invocation, session));
+    status = WriteEventsOf(invocation, session, status, host.has_value());
+    status = evidence.WriteFound(status);
     if (session.keepsDocument) invocation.command->NoteLastWord(session);
     status = report.Write(status);
+    status = evidence.WriteRun(status);
     session.console.Flush();  // on a terminal trouble comes before the last word
     invocation.command->Conclude(session);
     return status;

@@ -1,6 +1,7 @@
 // One run of one command: where it prints, and what it has asked the library so far.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,6 +23,8 @@ struct RaisedEvent;
 
 namespace varnelctl {
 
+class FoundEvidence;
+
 class Session {
  public:
   /// \param arguments as varnelctl was given them.
@@ -40,6 +43,10 @@ class Session {
   Console& console;
   const bool json;     ///< people are told nothing on standard output
   bool keepsDocument;  ///< commands set what they have found: it is printed, or a page is made of it
+  /// Takes what belongs into the evidence of the run; null where nobody wants any. Borrowed.
+  FoundEvidence* evidence = nullptr;
+  /// Where something is to be saved of a run that hangs: is called, on another thread, before the process ends.
+  std::function<void(const std::string& words)> beforeEnd;
   const bool verbose;  ///< tells the library's functions, too
   /// Empty when nobody can interrupt.
   const InterruptionSource watchInterruption;
@@ -61,6 +68,9 @@ class Session {
 
   /// What the run says of itself. The first time it is read off the current host, and the document begins with it.
   const Header& TellHeader(std::optional<RequestedSet> request);
+
+  /// What varnelctl was called with, in one line of UTF-8.
+  std::string CommandLine() const { return CommandLineText(arguments_); }
 
   /// Asks something of the library under the name that a failure report gives it.
   template <class Action>

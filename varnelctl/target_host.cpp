@@ -6,7 +6,8 @@
 
 namespace varnelctl {
 
-TargetHost::TargetHost(const std::optional<std::string>& hostFile, const std::optional<std::string>& stateFile) {
+TargetHost::TargetHost(const std::optional<std::string>& hostFile, const std::optional<std::string>& stateFile,
+                       Fitness fitness) {
   varnel::Host* const current = varnel::CurrentHostOrNull();
   if (hostFile) {
     Simulate(varnel::simulator::LoadHostFile(PathOf(*hostFile)));
@@ -17,7 +18,7 @@ TargetHost::TargetHost(const std::optional<std::string>& hostFile, const std::op
   } else if (current == nullptr) {
     Simulate(varnel::simulator::SampleHost());
   } else if (current == varnel::MachineHost()) {
-    machine_.emplace();
+    machine_.emplace(fitness);
     journalFolder_ = DefaultJournalFolder();
     requestLock_ = RequestLockOfMachine();
   }

@@ -18,7 +18,9 @@ class TargetHost {
   /// With a host file the simulated host that it describes (throws simulator::HostFileError), which keeps its state in
   /// the state file if there is one (throws simulator::StateFileError); else the current host, which is this machine
   /// unless another is installed; else the sample host.
-  TargetHost(const std::optional<std::string>& hostFile, const std::optional<std::string>& stateFile);
+  /// \param fitness of this process for this machine.
+  TargetHost(const std::optional<std::string>& hostFile, const std::optional<std::string>& stateFile,
+             Fitness fitness = Fitness::Required);
   TargetHost(const TargetHost&) = delete;
   TargetHost& operator=(const TargetHost&) = delete;
 

@@ -184,7 +184,7 @@ class WatchedAsync final : public varnel::ForwardingAsync {
   bool ended_ = false;
 };
 
-std::wstring TextOf(BSTR text) {
+std::wstring TextOf(const wchar_t* text) {
   return text == nullptr ? L"" : text;
 }
 

@@ -57,7 +57,7 @@ class RequestWatcher {
   /// Follows the After of AddToSnapshotSet. `volume` is its unique name. Must not throw.
   virtual void AfterAddToSnapshotSet(std::wstring_view /*volume*/, HRESULT /*result*/) {}
   /// The status of a writer was read. Must not throw.
-  virtual void AfterGetWriterStatus(WriterStatusTold /*status*/) {}
+  virtual void AfterGetWriterStatus(const WriterStatusTold& /*status*/) {}
 };
 
 /// Says what of a request goes on. Asked on the thread that makes the calls.

@@ -32,9 +32,11 @@ using LPCWSTR = const wchar_t*;
 using PCWSTR = const wchar_t*;
 using BSTR = wchar_t*;
 using HANDLE = void*;
+using EVT_HANDLE = HANDLE;
 using HMODULE = struct HINSTANCE__*;
 using HINSTANCE = HMODULE;
 using HKEY = struct HKEY__*;
+using SC_HANDLE = struct SC_HANDLE__*;
 using LSTATUS = LONG;
 using REGSAM = DWORD;
 
@@ -73,6 +75,9 @@ enum COMPUTER_NAME_FORMAT {
 
 struct LARGE_INTEGER {
   LONGLONG QuadPart;
+};
+struct ULARGE_INTEGER {
+  ULONGLONG QuadPart;
 };
 
 constexpr BOOL TRUE = 1;
@@ -129,6 +134,12 @@ constexpr DWORD ERROR_NO_UNICODE_TRANSLATION = 1113;
 constexpr DWORD ERROR_RESOURCE_DATA_NOT_FOUND = 1812;
 constexpr DWORD ERROR_RESOURCE_TYPE_NOT_FOUND = 1813;
 constexpr DWORD ERROR_RESOURCE_NAME_NOT_FOUND = 1814;
+constexpr DWORD ERROR_EVT_INVALID_QUERY = 15001;
+constexpr DWORD ERROR_EVT_PUBLISHER_METADATA_NOT_FOUND = 15002;
+constexpr DWORD ERROR_EVT_CHANNEL_NOT_FOUND = 15007;
+constexpr DWORD ERROR_EVT_MESSAGE_NOT_FOUND = 15027;
+constexpr DWORD ERROR_EVT_UNRESOLVED_VALUE_INSERT = 15029;
+constexpr DWORD ERROR_EVT_UNRESOLVED_PARAMETER_INSERT = 15030;
 
 constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x100;
 constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x200;
@@ -148,8 +159,59 @@ constexpr DWORD WAIT_OBJECT_0 = 0;
 constexpr DWORD WAIT_TIMEOUT = 258;
 constexpr DWORD WAIT_FAILED = 0xFFFFFFFF;
 
+// The event log. Values that an event has are never looked at one by one.
+struct EVT_VARIANT;
+constexpr DWORD EvtQueryChannelPath = 0x1;
+constexpr DWORD EvtQueryForwardDirection = 0x100;
+constexpr DWORD EvtQueryReverseDirection = 0x200;
+constexpr DWORD EvtRenderEventXml = 1;
+constexpr DWORD EvtFormatMessageEvent = 1;
+constexpr WORD EVENTLOG_SUCCESS = 0;
+constexpr WORD EVENTLOG_ERROR_TYPE = 1;
+constexpr WORD EVENTLOG_WARNING_TYPE = 2;
+constexpr WORD EVENTLOG_INFORMATION_TYPE = 4;
+
 constexpr DWORD CLSCTX_INPROC_SERVER = 0x1;
 constexpr DWORD CLSCTX_ALL = 0x17;
+constexpr DWORD RPC_C_AUTHN_LEVEL_PKT_PRIVACY = 6;
+constexpr DWORD RPC_C_IMP_LEVEL_IDENTIFY = 2;
+constexpr DWORD EOAC_DYNAMIC_CLOAKING = 0x40;
+
+constexpr DWORD SC_MANAGER_CONNECT = 0x1;
+constexpr DWORD SERVICE_QUERY_CONFIG = 0x1;
+constexpr DWORD SERVICE_QUERY_STATUS = 0x4;
+constexpr DWORD SERVICE_WIN32_OWN_PROCESS = 0x10;
+constexpr DWORD SERVICE_BOOT_START = 0;
+constexpr DWORD SERVICE_SYSTEM_START = 1;
+constexpr DWORD SERVICE_AUTO_START = 2;
+constexpr DWORD SERVICE_DEMAND_START = 3;
+constexpr DWORD SERVICE_DISABLED = 4;
+constexpr DWORD SERVICE_STOPPED = 1;
+constexpr DWORD SERVICE_START_PENDING = 2;
+constexpr DWORD SERVICE_STOP_PENDING = 3;
+constexpr DWORD SERVICE_RUNNING = 4;
+constexpr DWORD SERVICE_PAUSED = 7;
+
+struct QUERY_SERVICE_CONFIGW {
+  DWORD dwServiceType;
+  DWORD dwStartType;
+  DWORD dwErrorControl;
+  LPWSTR lpBinaryPathName;
+  LPWSTR lpLoadOrderGroup;
+  DWORD dwTagId;
+  LPWSTR lpDependencies;
+  LPWSTR lpServiceStartName;
+  LPWSTR lpDisplayName;
+};
+struct SERVICE_STATUS {
+  DWORD dwServiceType;
+  DWORD dwCurrentState;
+  DWORD dwControlsAccepted;
+  DWORD dwWin32ExitCode;
+  DWORD dwServiceSpecificExitCode;
+  DWORD dwCheckPoint;
+  DWORD dwWaitHint;
+};
 
 constexpr DWORD IOCTL_STORAGE_QUERY_PROPERTY = 0x2D1400;
 constexpr DWORD IOCTL_STORAGE_GET_DEVICE_NUMBER = 0x2D1080;

@@ -1,11 +1,8 @@
 #include "platform/tessel/FileLog.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <chrono>
 #include <cstdarg>
-#include <ctime>
 #include <fstream>
 #include <mutex>
 #include <new>
@@ -15,6 +12,7 @@
 
 #include "platform/tessel/log_sink.h"
 #include "text/format.h"
+#include "text/log_line.h"
 #include "text/unicode.h"
 
 namespace varnel {
@@ -24,61 +22,6 @@ std::atomic<LogSink*> currentSink{nullptr};
 
 std::wstring_view TextOf(const wchar_t* text) {
   return text == nullptr ? std::wstring_view() : text;
-}
-
-char LetterOf(int category) {
-  switch (category) {
-    case CFileLog::Verbose:
-      return 'V';
-    case CFileLog::Information:
-      return 'I';
-    case CFileLog::Warning:
-      return 'W';
-    case CFileLog::Error:
-      return 'E';
-    default:
-      return '?';
-  }
-}
-
-// Local time, "2026-11-20 18:52:44.123". Asks for the time zone once a second.
-class TimeStamp {
- public:
-  void AppendTo(std::string& text) {
-    const auto now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
-    const std::time_t second = std::chrono::system_clock::to_time_t(now);
-    if (second != second_) Render(second);
-    const auto fraction = now - std::chrono::floor<std::chrono::seconds>(now);
-    const std::string milliseconds = std::to_string(fraction.count() + 1000);  // a leading digit too many
-    text.append(rendered_).append(1, '.').append(milliseconds, 1);
-  }
-
- private:
-  void Render(std::time_t second) {
-    static std::mutex mutex;  // the result of std::localtime is the process's
-    const std::lock_guard<std::mutex> lock(mutex);
-    char text[32] = "";
-    if (const std::tm* local = std::localtime(&second)) std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", local);
-    rendered_ = text;
-    second_ = second;
-  }
-
-  std::time_t second_ = -1;
-  std::string rendered_;  // of second_
-};
-
-// A line break of the text must not look like the start of another line of the log: what follows it is indented, and
-// one at the very end is dropped, for the line ends there anyway.
-void AppendAsOneLine(std::string& line, std::wstring_view text) {
-  text = text.substr(0, text.find_last_not_of(L"\r\n") + 1);
-  const auto isBreak = [](wchar_t c) { return c == L'\r' || c == L'\n'; };
-  for (;;) {
-    const auto end = static_cast<std::size_t>(std::find_if(text.begin(), text.end(), isBreak) - text.begin());
-    AppendUtf8Lossy(line, text.substr(0, end));
-    if (end == text.size()) return;
-    line += "\n    ";
-    text.remove_prefix(end + (text.substr(end, 2) == L"\r\n" ? 2 : 1));
-  }
 }
 
 // Nothing when there is no memory for the line: what it tells of goes on without it.
@@ -126,12 +69,7 @@ class FileSink final : public LogSink {
  private:
   void WriteLine(int category, std::wstring_view source, int line, std::wstring_view text) {
     line_.assign(torn_ ? "\n" : "");
-    timeStamp_.AppendTo(line_);
-    line_.append(1, ' ').append(1, LetterOf(category)).append(1, ' ');
-    AppendUtf8Lossy(line_, source);
-    line_.append(1, '(').append(std::to_string(line)).append(") ");
-    AppendAsOneLine(line_, text);
-    line_ += '\n';
+    lines_.AppendTo(line_, LetterOf(category), source, line, text);
     // Each line leaves the process at once, as there is no buffer: what the log says last may be all that is known of a
     // crash. One that fails does not keep back those after it.
     errno = 0;
@@ -149,7 +87,7 @@ class FileSink final : public LogSink {
   const int lowestCategory_;
   mutable std::mutex mutex_;  // lines of two threads do not mix
   std::ofstream file_;
-  TimeStamp timeStamp_;
+  LogLines lines_;
   std::string line_;  // room that is kept from line to line
   LostLines lost_;
   bool torn_ = false;  // a part of the line before may be in the file

@@ -9,8 +9,16 @@
 #include <system_error>
 
 #include "platform/export.h"
+#include "platform/tessel/FileLog.h"
 
 namespace varnel {
+
+/// How a category (CFileLog::Category) is written in a line.
+inline char LetterOf(int category) {
+  constexpr std::string_view kLetters = "VIWE";
+  const bool isKnown = category >= CFileLog::Verbose && category <= CFileLog::Error;
+  return isKnown ? kLetters[static_cast<std::size_t>(category - CFileLog::Verbose)] : '?';
+}
 
 /// Lines that never reached a log.
 struct LostLines {

@@ -151,6 +151,54 @@ class MachineMetadata final : public MetadataService {
   static constexpr char kNotAvailable[] = "the array's metadata service is not available on this machine";
 };
 
+class MachineServices final : public ServiceManager {
+ public:
+  SC_HANDLE OpenSCManagerW(LPCWSTR machine, LPCWSTR database, DWORD access) override {
+    return ::OpenSCManagerW(machine, database, access);
+  }
+  SC_HANDLE OpenServiceW(SC_HANDLE manager, LPCWSTR name, DWORD access) override {
+    return ::OpenServiceW(manager, name, access);
+  }
+  BOOL QueryServiceConfigW(SC_HANDLE service, QUERY_SERVICE_CONFIGW* configuration, DWORD bytes,
+                           DWORD* needed) override {
+    return ::QueryServiceConfigW(service, configuration, bytes, needed);
+  }
+  BOOL QueryServiceStatus(SC_HANDLE service, SERVICE_STATUS* status) override {
+    return ::QueryServiceStatus(service, status);
+  }
+  BOOL CloseServiceHandle(SC_HANDLE handle) override { return ::CloseServiceHandle(handle); }
+};
+
+class MachineSecurity final : public ProcessSecurity {
+ public:
+  BOOL GetTokenElevation(BOOL* elevated) override {
+    HANDLE token = nullptr;
+    if (!::OpenProcessToken(::GetCurrentProcess(), TOKEN_QUERY, &token)) return FALSE;
+    TOKEN_ELEVATION elevation{};
+    DWORD bytes = 0;
+    const BOOL told = ::GetTokenInformation(token, TokenElevation, &elevation, sizeof elevation, &bytes);
+    const DWORD error = ::GetLastError();
+    ::CloseHandle(token);
+    *elevated = elevation.TokenIsElevated != 0;
+    if (!told) ::SetLastError(error);
+    return told;
+  }
+  BOOL IsWow64Process(BOOL* wow64) override { return ::IsWow64Process(::GetCurrentProcess(), wow64); }
+  HRESULT CoInitializeSecurity(void* descriptor, LONG services, void* list, DWORD authentication, DWORD impersonation,
+                               void* authenticationList, DWORD capabilities) override {
+    return ::CoInitializeSecurity(descriptor, services, static_cast<SOLE_AUTHENTICATION_SERVICE*>(list), nullptr,
+                                  authentication, impersonation, authenticationList, capabilities, nullptr);
+  }
+};
+
+class MachineSpace final : public VolumeSpace {
+ public:
+  BOOL GetDiskFreeSpaceExW(LPCWSTR directory, ULARGE_INTEGER* freeToCaller, ULARGE_INTEGER* size,
+                           ULARGE_INTEGER* free) override {
+    return ::GetDiskFreeSpaceExW(directory, freeToCaller, size, free);
+  }
+};
+
 class Machine final : public Host {
  public:
   VssService& vss() override { return windows::MachineVss(); }
@@ -166,6 +214,10 @@ class Machine final : public Host {
   Heap& heap() override { return heap_; }
   Time& time() override { return time_; }
   MetadataService& metadata() override { return metadata_; }
+  EventLog& eventLog() override { return windows::MachineEventLog(); }
+  ServiceManager& services() override { return services_; }
+  ProcessSecurity& security() override { return security_; }
+  VolumeSpace& space() override { return space_; }
   DWORD GetLastError() override { return ::GetLastError(); }
 
  private:
@@ -177,6 +229,9 @@ class Machine final : public Host {
   MachineHeap heap_;
   MachineTime time_;
   MachineMetadata metadata_;
+  MachineServices services_;
+  MachineSecurity security_;
+  MachineSpace space_;
 };
 
 }  // namespace

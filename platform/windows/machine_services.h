@@ -14,6 +14,8 @@ IscsiInitiator& MachineIscsi();
 Cluster& MachineCluster();
 /// version.dll.
 FileVersions& MachineFiles();
+/// wevtapi.dll, and the functions that write.
+EventLog& MachineEventLog();
 /// The WMI class MSFT_Disk. COM must be initialised by the process.
 WmiDisks& MachineWmi();
 

@@ -1,7 +1,10 @@
 #include <algorithm>
+#include <chrono>
 
+#include "simulator/host_file/host_words.h"
 #include "simulator/host_file/json_reader.h"
 #include "simulator/host_file/read_disks.h"
+#include "simulator/host_file/read_events.h"
 #include "simulator/host_file/read_faults.h"
 #include "simulator/host_file/read_writers.h"
 #include "simulator/host_file/text_file.h"
@@ -13,17 +16,6 @@
 
 namespace varnel::simulator {
 namespace {
-
-constexpr Word<VSS_PROVIDER_TYPE> kProviderTypes[] = {
-    {"system", VSS_PROV_SYSTEM},       {"software", VSS_PROV_SOFTWARE}, {"hardware", VSS_PROV_HARDWARE},
-    {"fileshare", VSS_PROV_FILESHARE}, {"unknown", VSS_PROV_UNKNOWN},
-};
-
-constexpr Word<LONG> kCopyKinds[] = {
-    {"transportable", VSS_VOLSNAP_ATTR_TRANSPORTABLE},
-    {"differential", VSS_VOLSNAP_ATTR_DIFFERENTIAL},
-    {"plex", VSS_VOLSNAP_ATTR_PLEX},
-};
 
 constexpr Word<ProviderStep> kProviderSteps[] = {
     {"beginPrepare", ProviderStep::beginPrepare},
@@ -154,6 +146,52 @@ Command ReadCommand(const JsonNode& node) {
   return command;
 }
 
+Service ReadService(const JsonNode& node) {
+  const JsonObject object(node, {"start", "state"});
+  Service service{SERVICE_DEMAND_START, SERVICE_STOPPED};
+  object.Read("start", service.startType, kServiceStarts).Read("state", service.state, kServiceStates);
+  return service;
+}
+
+void ReadServices(const JsonObject& root, HostModel& model) {
+  UniqueNames names("service");
+  for (const auto& [name, node] : root.MembersOf("services")) {
+    names.Add(Utf8ToWide(name), node);
+    model.services.emplace(Utf8ToWide(name), node.IsNull() ? std::nullopt : std::optional(ReadService(node)));
+  }
+}
+
+void ReadProcess(const JsonNode& node, Process& process) {
+  const JsonObject object(node, {"elevated", "bits"});
+  DWORD bits = 64;
+  object.Read("elevated", process.elevated).Read("bits", bits);
+  if (bits != 32 && bits != 64) object.At("bits").Fail("expected 32 or 64");
+  process.is32Bit = bits == 32;
+}
+
+// "2026-01-01T00:00:00Z", in FILETIME's units.
+LONGLONG ReadTime(const JsonNode& node) {
+  constexpr std::string_view kPattern = "0000-00-00T00:00:00Z";
+  const std::string& text = node.Utf8();
+  const auto number = [&](std::size_t at, std::size_t digits) { return std::stoi(text.substr(at, digits)); };
+  bool fits = text.size() == kPattern.size();
+  for (std::size_t at = 0; fits && at < text.size(); ++at) {
+    fits = kPattern[at] == '0' ? text[at] >= '0' && text[at] <= '9' : text[at] == kPattern[at];
+  }
+  if (!fits) node.Refuse("is no time (2026-01-31T12:00:00Z)");
+  const auto date = std::chrono::year(number(0, 4)) / number(5, 2) / number(8, 2);
+  const int hour = number(11, 2);
+  const int minute = number(14, 2);
+  const int second = number(17, 2);
+  const std::chrono::sys_days epoch(std::chrono::year(1601) / 1 / 1);
+  if (!date.ok() || hour > 23 || minute > 59 || second > 59 || std::chrono::sys_days(date) < epoch) {
+    node.Refuse("is no time from 1601 on");
+  }
+  const std::chrono::seconds passed = std::chrono::sys_days(date) - epoch + std::chrono::hours(hour) +
+                                      std::chrono::minutes(minute) + std::chrono::seconds(second);
+  return LONGLONG{passed.count()} * 10'000'000;
+}
+
 std::map<DWORD, std::wstring> ReadMessages(const JsonObject& root, std::string_view key) {
   std::map<DWORD, std::wstring> messages;
   for (const auto& [id, node] : root.MembersOf(key)) {
@@ -171,7 +209,7 @@ void ReadTiming(const JsonNode& node, HostModel& model) {
 }
 
 // What the rest refers to comes first.
-void ReadService(const JsonObject& root, HostModel& model, const std::filesystem::path& directory) {
+void ReadStorageAndWriters(const JsonObject& root, HostModel& model, const std::filesystem::path& directory) {
   model.disks = ReadDisks(root.At("disks"));
   ReadProviders(root, model);
   model.writers = ReadWriters(root, directory);
@@ -195,19 +233,24 @@ HostModel ReadHost(const JsonNode& node, const std::filesystem::path& directory)
   const JsonObject root(node, {"seed",      "computerName",  "domain", "systemDirectory", "environment",
                                "os",        "cluster",       "disks",  "providers",       "writers",
                                "databases", "iscsiSessions", "files",  "registry",        "commands",
-                               "messages",  "vssMessages",   "faults", "timing",          "orphanedSnapshot"});
+                               "messages",  "vssMessages",   "faults", "timing",          "orphanedSnapshot",
+                               "services",  "process",       "clock",  "events"});
   HostModel model;
   ReadIdentity(root, model);
   root.Read("systemDirectory", model.systemDirectory);
   model.environment = ReadTexts(root, "environment", "variable");
   if (const auto os = root.Find("os")) ReadOs(*os, model.os);
   if (const auto cluster = root.Find("cluster")) model.cluster = ReadCluster(*cluster);
-  ReadService(root, model, directory);
+  ReadStorageAndWriters(root, model, directory);
   ReadFileVersions(root, model);
   ReadRegistry(root, model);
   root.ReadList("commands", model.commands, ReadCommand);
+  ReadServices(root, model);
+  if (const auto process = root.Find("process")) ReadProcess(*process, model.process);
+  if (const auto clock = root.Find("clock")) model.clock = ReadTime(*clock);
   model.messages = ReadMessages(root, "messages");
   if (root.Has("vssMessages")) model.vssMessages = ReadMessages(root, "vssMessages");
+  root.ReadList("events", model.events, ReadEvent);
   if (const auto faults = root.Find("faults")) {
     for (const JsonNode& fault : faults->Elements()) ReadFault(fault, model);
   }

@@ -24,9 +24,11 @@ bool IsMountPoint(std::wstring_view path) {
 class DiskReader {
  public:
   Disk Read(const JsonNode& node, DWORD index) {
-    const JsonObject object(node, {"serial", "number", "vendor", "system", "clustered", "volumes"});
+    const JsonObject object(node, {"serial", "duplicateSerial", "number", "vendor", "system", "clustered", "volumes"});
     Disk disk;
-    ReadSerial(object.At("serial"), disk);
+    bool duplicate = false;
+    object.Read("duplicateSerial", duplicate);
+    ReadSerial(object.At("serial"), duplicate, disk);
     disk.number = index;
     object.Read("number", disk.number);
     numbers_.Add(std::to_wstring(disk.number), node);
@@ -39,10 +41,11 @@ class DiskReader {
   void Finish(std::vector<Disk>& disks) const {
     for (const Span& span : spans_) {
       for (const JsonNode& serial : span.serials.Elements()) {
-        const DWORD number = ReadDiskOf(disks, serial).number;
+        const DWORD number = ReadNumberOf(disks, serial);
         std::vector<DWORD>& others = disks[span.disk].volumes[span.volume].otherDisks;
         if (number == disks[span.disk].number || std::find(others.begin(), others.end(), number) != others.end()) {
-          serial.Refuse("already holds a part of the volume");
+          constexpr char kWhy[] = "already holds a part of the volume";
+          serial.IsText() ? serial.Refuse(kWhy) : serial.Fail("disk " + std::to_string(number) + " " + kWhy);
         }
         others.push_back(number);
       }
@@ -50,11 +53,20 @@ class DiskReader {
   }
 
  private:
-  void ReadSerial(const JsonNode& node, Disk& disk) {
+  void ReadSerial(const JsonNode& node, bool duplicate, Disk& disk) {
     disk.reportsSerial = !node.IsNull();
     if (!disk.reportsSerial) return;
     disk.serial = node.Text();
-    if (!disk.serial.empty()) serials_.Add(disk.serial, node);
+    if (!disk.serial.empty() && !duplicate) serials_.Add(disk.serial, node);
+  }
+
+  // Of a disk that is named by its serial number or, where that would not do, by its number.
+  static DWORD ReadNumberOf(const std::vector<Disk>& disks, const JsonNode& node) {
+    if (node.IsText()) return ReadDiskOf(disks, node).number;
+    const DWORD number = node.Number();
+    const bool known = std::any_of(disks.begin(), disks.end(), [&](const Disk& disk) { return disk.number == number; });
+    if (!known) node.Fail("no disk has the number " + std::to_string(number));
+    return number;
   }
 
   // Disks may be named before they come, so they are looked up at the end.
@@ -65,7 +77,8 @@ class DiskReader {
   };
 
   Volume ReadVolume(const JsonNode& node, std::size_t disk, std::size_t place) {
-    const JsonObject object(node, {"name", "mountPoints", "csv", "label", "otherDisks"});
+    const JsonObject object(node,
+                            {"name", "mountPoints", "csv", "label", "otherDisks", "sizeMegabytes", "freeMegabytes"});
     if (const auto serials = object.Find("otherDisks")) spans_.push_back({disk, place, *serials});
     Volume volume;
     const JsonNode name = object.At("name");
@@ -78,7 +91,8 @@ class DiskReader {
       mountPoints_.Add(path, mountPoint);
       return path;
     });
-    object.Read("csv", volume.csv).Read("label", volume.label);
+    object.Read("csv", volume.csv).Read("label", volume.label).Read("sizeMegabytes", volume.sizeMegabytes);
+    if (const auto free = object.Find("freeMegabytes")) volume.freeMegabytes = free->Number(volume.sizeMegabytes);
     return volume;
   }
 

@@ -2,24 +2,12 @@
 
 #include <algorithm>
 
+#include "simulator/host_file/host_words.h"
 #include "simulator/host_file/read_disks.h"
 #include "simulator/machine/call_names.h"
 
 namespace varnel::simulator {
 namespace {
-
-constexpr Word<WriterEvent> kWriterEvents[] = {
-    {"identify", WriterEvent::identify},
-    {"prepareBackup", WriterEvent::prepareBackup},
-    {"prepareSnapshot", WriterEvent::prepareSnapshot},
-    {"freeze", WriterEvent::freeze},
-    {"thaw", WriterEvent::thaw},
-    {"postSnapshot", WriterEvent::postSnapshot},
-    {"backupComplete", WriterEvent::backupComplete},
-    {"backupShutdown", WriterEvent::backupShutdown},
-    {"preRestore", WriterEvent::preRestore},
-    {"postRestore", WriterEvent::postRestore},
-};
 
 std::string ReadName(const JsonNode& node, std::span<const std::string_view> names, const char* what) {
   if (std::find(names.begin(), names.end(), node.Utf8()) == names.end()) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "simulator/host_file/documents.h"
+#include "simulator/host_file/host_words.h"
 #include "simulator/host_file/text_file.h"
 #include "text/guid.h"
 #include "text/unicode.h"
@@ -108,11 +109,19 @@ void ReadTimeout(const JsonNode& node, Writer& writer) {
   if (writer.timeoutMilliseconds == 0) node.Fail("a writer cannot freeze in no time");
 }
 
+LastFailure ReadLastFailure(const JsonNode& node) {
+  const JsonObject object(node, {"event", "failure"});
+  const JsonNode failure = object.At("failure");
+  LastFailure last{object.At("event").OneOf(kFailedStates), static_cast<HRESULT>(failure.Result())};
+  if (SUCCEEDED(last.failure)) failure.Fail("the result is no failure");
+  return last;
+}
+
 Writer ReadInlineWriter(const JsonNode& node, std::size_t index) {
   const JsonObject object(
       node, {"name", "writerId", "instanceId", "instanceName", "usage", "source", "majorVersion", "minorVersion",
              "backupSchema", "restoreMethod", "service", "userProcedure", "writerRestore", "rebootRequired",
-             "excludeFiles", "excludeFilesFromSnapshot", "components", "timeoutMilliseconds"});
+             "excludeFiles", "excludeFilesFromSnapshot", "components", "timeoutMilliseconds", "lastFailure"});
   Writer writer;
   writer.name = object.At("name").Text();
   writer.writerId = object.At("writerId").Guid();
@@ -126,6 +135,7 @@ Writer ReadInlineWriter(const JsonNode& node, std::size_t index) {
   object.ReadList("excludeFilesFromSnapshot", writer.excludeFilesFromSnapshot, ReadFileSpec);
   object.ReadList("components", writer.components, ReadComponent);
   if (const auto timeout = object.Find("timeoutMilliseconds")) ReadTimeout(*timeout, writer);
+  if (const auto failure = object.Find("lastFailure")) writer.lastFailure = ReadLastFailure(*failure);
   return writer;
 }
 
@@ -152,9 +162,10 @@ Writer ReadDocument(const JsonNode& node, const std::filesystem::path& directory
 }
 
 Writer ReadDocumentedWriter(const JsonNode& node, const std::filesystem::path& directory) {
-  const JsonObject object(node, {"document", "components", "timeoutMilliseconds"});
+  const JsonObject object(node, {"document", "components", "timeoutMilliseconds", "lastFailure"});
   Writer writer = ReadDocument(object.At("document"), directory);
   if (const auto timeout = object.Find("timeoutMilliseconds")) ReadTimeout(*timeout, writer);
+  if (const auto failure = object.Find("lastFailure")) writer.lastFailure = ReadLastFailure(*failure);
   if (const auto components = object.Find("components")) {
     for (const JsonNode& component : components->Elements()) ReadComponentOf(writer, component);
   }

@@ -33,6 +33,7 @@ struct Document {
   Fingerprint host;
   std::vector<EndedSession> endedSessions;
   ServiceState service;
+  std::vector<LoggedEvent> events;
 };
 
 // What each of them consists of, for reading and for writing.
@@ -67,6 +68,11 @@ void ListFields(auto& fields, ListedAs<EndedSession> auto& session) {
   fields("session", session.session)("targetName", session.targetName);
 }
 
+void ListFields(auto& fields, ListedAs<LoggedEvent> auto& event) {
+  fields("channel", event.channel)("source", event.source)("id", event.id)("level", event.level)("time", event.time);
+  fields("computer", event.computer)("texts", event.texts)("data", event.data)("message", event.message);
+}
+
 void ListFields(auto& fields, ListedAs<Fingerprint> auto& host) {
   fields("computerName", host.computerName)("disks", host.disks);
 }
@@ -76,6 +82,7 @@ void ListFields(auto& fields, ListedAs<Document> auto& document) {
   fields("version", document.version)("host", document.host)("endedSessions", document.endedSessions);
   fields("devices", service.devices)("imported", service.imported)("sessions", service.sessions);
   fields("openSet", service.openSet)("copies", service.copies);
+  fields.IfAny("events", document.events);
 }
 
 // Straight into the text: by way of a document of nlohmann's a change among a thousand copies takes 10 ms instead of 4.
@@ -89,6 +96,12 @@ class FieldWriter {
     text_.append(name) += "\":";
     Put(value);
     return *this;
+  }
+
+  // A list that has no member while it is empty.
+  template <class List>
+  void IfAny(std::string_view name, const List& list) {
+    if (!list.empty()) (*this)(name, list);
   }
 
   void Put(bool value) { text_ += value ? "true" : "false"; }
@@ -162,6 +175,10 @@ class FieldReader {
     members_.erase(found);
     return *this;
   }
+  template <class List>
+  void IfAny(std::string_view name, List& list) {
+    if (node_.HasMember(name)) (*this)(name, list);
+  }
   void End() const {
     if (!members_.empty()) members_.front().second.Fail("unknown key");
   }
@@ -175,8 +192,8 @@ class FieldReader {
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), time);
     if (error != std::errc() || end != digits.data() + digits.size()) node.Refuse("is no whole number");
   }
-  template <std::integral Number>
-  static void Get(const JsonNode& node, Number& number) {
+  template <class Number>
+  requires(std::is_integral_v<Number> || std::is_enum_v<Number>) static void Get(const JsonNode& node, Number& number) {
     number = static_cast<Number>(node.Number());
   }
   template <class Value>
@@ -246,7 +263,7 @@ void ResolveProviders(OpenSet& set, const HostModel& model) {
 }  // namespace
 
 std::string FormatHostState(HostState state, const HostModel& model) {
-  Document document{kVersion, FingerprintOf(model), {}, std::move(state.service)};
+  Document document{kVersion, FingerprintOf(model), {}, std::move(state.service), std::move(state.newEvents)};
   for (const std::size_t session : state.endedSessions) {
     document.endedSessions.push_back({static_cast<DWORD>(session), model.iscsiSessions[session].targetName});
   }
@@ -270,7 +287,7 @@ HostState ParseHostState(const std::string& text, const HostModel& model) {
   fields.End();
   ExpectHost(document.host, model);
   if (document.service.openSet) ResolveProviders(*document.service.openSet, model);
-  return {std::move(document.service), SessionsOf(document.endedSessions, model)};
+  return {std::move(document.service), SessionsOf(document.endedSessions, model), std::move(document.events)};
 }
 
 }  // namespace varnel::simulator

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "simulator/machine/model.h"
 #include "simulator/vss/snapshot_service.h"
@@ -13,6 +14,7 @@ namespace varnel::simulator {
 struct HostState {
   ServiceState service;
   std::set<std::size_t> endedSessions;  // by index in the model's iscsiSessions
+  std::vector<LoggedEvent> newEvents;
 };
 
 /// The text of a state, and which host it is of.

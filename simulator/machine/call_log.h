@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -57,6 +58,8 @@ class CallLog {
   /// From now on lines go there, each as it is added, and neither they nor arguments are kept here.
   void SendTo(Sink sink) { sink_ = std::move(sink); }
   const std::vector<std::string>& lines() const { return lines_; }
+  /// The same as text, each with a line end. Also while calls are made.
+  std::string Text() const;
   const CallArguments& arguments() const { return arguments_; }
   void Clear();
   /// The lines whose call is `call`.
@@ -65,6 +68,7 @@ class CallLog {
   bool enabled = true;
 
  private:
+  mutable std::mutex mutex_;  // of the lines
   Sink sink_;
   std::vector<std::string> lines_;
   CallArguments arguments_;

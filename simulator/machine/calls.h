@@ -11,6 +11,7 @@
 #include "platform/vss.h"
 #include "simulator/machine/machine.h"
 #include "simulator/machine/result_names.h"
+#include "simulator/machine/service_events.h"
 #include "simulator/machine/shared_state.h"
 
 namespace varnel::simulator {
@@ -77,6 +78,7 @@ HRESULT Call(Machine& machine, std::string_view name, Rendered&& arguments, Body
   const Turn turn(machine);
   const std::optional<DWORD> forced = machine.faults.OnCall(name);
   const HRESULT result = forced ? static_cast<HRESULT>(*forced) : body();
+  if (forced) LogCallFailure(machine, name, result);
   RecordCall(machine, name, arguments, [&] { return " = " + ResultName(result); });
   return result;
 }

@@ -34,7 +34,7 @@ GUID RandomId() {
 
 }  // namespace
 
-Machine::Machine(HostModel model) : model_(std::move(model)) {
+Machine::Machine(HostModel model) : model_(std::move(model)), started_(SystemTime()) {
   lastError = ERROR_SUCCESS;
   faults.Load(model_.faults);
   snapshots = std::make_unique<SnapshotService>(*this);
@@ -54,9 +54,14 @@ const VolumeIndex& Machine::volumes() const {
 
 LONGLONG Machine::SystemTime() const {
   const LONGLONG passed = static_cast<LONGLONG>(now) * kTicksPerMillisecond;
+  if (model_.clock) return *model_.clock + passed;
   if (model_.seed) return kStartOfHost + passed;
   const auto clock = std::chrono::system_clock::now().time_since_epoch();
   return kUnixEpoch + std::chrono::duration_cast<Ticks>(clock).count() + passed;
+}
+
+LONGLONG Machine::StartTime() const {
+  return model_.seed ? kStartOfHost : started_;
 }
 
 GUID Machine::NewId() {

@@ -50,6 +50,8 @@ class Machine : public std::enable_shared_from_this<Machine> {
   std::unique_ptr<SnapshotService> snapshots;
   /// The iSCSI sessions that were logged out, by index in the model.
   std::set<std::size_t> endedSessions;
+  /// What was written to the event log since the host started.
+  std::vector<LoggedEvent> newEvents;
   /// Null while the state ends with the process.
   std::unique_ptr<SharedState> shared;
 
@@ -65,9 +67,11 @@ class Machine : public std::enable_shared_from_this<Machine> {
   ULONGLONG now = 0;
   /// The part of it spent in Sleep.
   ULONGLONG slept = 0;
-  /// In FILETIME's units: with the model's seed 2026-01-01 when the host started, else this machine's clock; in both
-  /// cases what has passed on the virtual clock is added.
+  /// In FILETIME's units: when the host started the model's clock, with its seed 2026-01-01, else this machine's clock;
+  /// what has passed on the virtual clock is added.
   LONGLONG SystemTime() const;
+  /// What that was when the host started.
+  LONGLONG StartTime() const;
 
   /// Off where callers give BSTRs and task memory back to the system itself, so that nobody could count them.
   bool countsSystemMemory = true;
@@ -96,6 +100,7 @@ class Machine : public std::enable_shared_from_this<Machine> {
   mutable std::recursive_mutex mutex_;
   HostModel model_;
   mutable std::unique_ptr<const VolumeIndex> volumes_;  // made when it is first needed
+  LONGLONG started_ = 0;
   std::uint32_t ids_ = 0;
   std::unordered_map<const void*, std::string_view> blocks_;  // what callers still hold, and its kind
 };

@@ -60,6 +60,12 @@ struct RestoreMethod {
   bool rebootRequired = false;
 };
 
+/// A failure that a writer has not recovered from.
+struct LastFailure {
+  VSS_WRITER_STATE state = VSS_WS_UNKNOWN;
+  HRESULT failure = 0;
+};
+
 /// A writer: the content of its Writer Metadata Document.
 struct Writer {
   std::wstring name;
@@ -78,6 +84,8 @@ struct Writer {
   std::vector<WriterComponent> components;
   /// The Writer Metadata Document that it came from, as it was written (UTF-8); null for a writer without one.
   std::shared_ptr<const std::string> document;
+  /// How it stands since an earlier backup; absent for a writer that is stable.
+  std::optional<LastFailure> lastFailure;
 };
 
 struct Volume {
@@ -86,6 +94,20 @@ struct Volume {
   bool csv = false;
   std::wstring label;
   std::vector<DWORD> otherDisks{};  // numbers of the disks, besides its own, that hold a part of it
+  DWORD sizeMegabytes = 102400;
+  std::optional<DWORD> freeMegabytes{};  // half of its size where absent
+};
+
+/// A service of Windows.
+struct Service {
+  DWORD startType = 0;  // SERVICE_AUTO_START and so on
+  DWORD state = 0;      // SERVICE_RUNNING and so on
+};
+
+/// The requestor's process.
+struct Process {
+  bool elevated = true;
+  bool is32Bit = false;
 };
 
 struct Disk {
@@ -206,6 +228,23 @@ struct DeletionFault {
 /// What becomes of a snapshot set whose requestor dies while DoSnapshotSet is under way.
 enum class OrphanedSnapshot { abandon, complete };
 
+/// How much an event of the log matters, as its XML tells it.
+enum class EventLevel : DWORD { always = 0, critical = 1, error = 2, warning = 3, information = 4 };
+
+/// An entry of the event log.
+struct LoggedEvent {
+  std::wstring channel = L"Application";
+  std::wstring source;
+  DWORD id = 0;  // with the qualifiers in its upper half
+  EventLevel level = EventLevel::information;
+  std::optional<LONGLONG> time{};     // UTC, in FILETIME's units; absent: as the host starts
+  std::wstring computer{};            // that wrote it; empty: the host
+  std::vector<std::wstring> texts{};  // that are inserted into the message
+  std::wstring data{};                // of the source's own, two digits of 0-9, A-F for each byte
+  /// The whole text; absent where the source brought no message of this number.
+  std::optional<std::wstring> message{};
+};
+
 struct Faults {
   std::vector<CallFault> calls;
   std::vector<AsyncFault> asyncs;
@@ -234,9 +273,15 @@ struct HostModel {
   std::map<std::wstring, std::wstring> fileVersions;                      // path -> "6.3.9600.17120"
   std::map<std::wstring, std::map<std::wstring, std::wstring>> registry;  // full key -> value name -> text
   std::vector<Command> commands;
+  /// By name; null for one that is not there. Those of the service itself are as usual where they are absent.
+  std::map<std::wstring, std::optional<Service>> services;
+  Process process;
+  std::optional<LONGLONG> clock;           // when the host started, in FILETIME's units
   std::map<DWORD, std::wstring> messages;  // the system's message table
   /// The message table of vsstrace.dll; without one that module does not exist here.
   std::optional<std::map<DWORD, std::wstring>> vssMessages;
+  /// The event log as the host starts. Channels of none of them and none of Windows' own are not there.
+  std::vector<LoggedEvent> events;
   Faults faults;
   /// How long each writer's freeze and the provider's commit take on the virtual clock, in milliseconds.
   DWORD freezeMilliseconds = 0;

@@ -41,12 +41,13 @@ void SharedState::Take(const std::string& text) {
   HostState state = text.empty() ? HostState() : ParseHostState(text, machine_.model());
   machine_.snapshots->SetState(std::move(state.service));
   machine_.endedSessions = std::move(state.endedSessions);
+  machine_.newEvents = std::move(state.newEvents);
   text_ = text;
   changed_ = false;
 }
 
 std::string SharedState::Describe() const {
-  return FormatHostState({machine_.snapshots->State(), machine_.endedSessions}, machine_.model());
+  return FormatHostState({machine_.snapshots->State(), machine_.endedSessions, machine_.newEvents}, machine_.model());
 }
 
 void SharedState::Enter() {

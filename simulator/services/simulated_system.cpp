@@ -92,13 +92,15 @@ class SimulatedSystem final : public OnMachine<SystemInformation> {
 
   BOOL GetComputerNameW(LPWSTR name, DWORD* characters) override {
     return Win32Call(machine_, "GetComputerNameW", NoArguments, BOOL{FALSE},
-                     [&] { return TellComputerName(name, characters, ERROR_BUFFER_OVERFLOW); });
+                     [&] { return TellName(model().computerName, name, characters, ERROR_BUFFER_OVERFLOW); });
   }
 
-  // The host has one name, and no domain.
-  BOOL GetComputerNameExW(COMPUTER_NAME_FORMAT, LPWSTR name, DWORD* characters) override {
-    return Win32Call(machine_, "GetComputerNameExW", NoArguments, BOOL{FALSE},
-                     [&] { return TellComputerName(name, characters, ERROR_MORE_DATA); });
+  // The host's short name is the same in NetBIOS and DNS.
+  BOOL GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR name, DWORD* characters) override {
+    return Win32Call(machine_, "GetComputerNameExW", NoArguments, BOOL{FALSE}, [&] {
+      const std::wstring& text = format == ComputerNameDnsDomain ? model().domain : model().computerName;
+      return TellName(text, name, characters, ERROR_MORE_DATA);
+    });
   }
 
   UINT GetSystemDirectoryW(LPWSTR directory, UINT characters) override {
@@ -170,8 +172,7 @@ class SimulatedSystem final : public OnMachine<SystemInformation> {
   }
 
  private:
-  BOOL TellComputerName(LPWSTR name, DWORD* characters, DWORD noRoom) {
-    const std::wstring& text = model().computerName;
+  BOOL TellName(const std::wstring& text, LPWSTR name, DWORD* characters, DWORD noRoom) {
     if (characters == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     const bool fits = name != nullptr && *characters >= text.size() + 1;
     *characters = static_cast<DWORD>(fits ? text.size() : text.size() + 1);
@@ -186,21 +187,31 @@ class SimulatedFileVersions final : public OnMachine<FileVersions> {
   using OnMachine::OnMachine;
 
   BOOL GetFileVersion(LPCWSTR path, VS_FIXEDFILEINFO* version) override {
-    constexpr DWORD kSignature = 0xFEEF04BD;
     return Win32Call(machine_, "GetFileVersionInfoW", Shown(path), BOOL{FALSE}, [&] {
       if (path == nullptr || version == nullptr) return Fail(ERROR_INVALID_PARAMETER);
       for (const auto& [file, text] : model().fileVersions) {
         if (!ascii::EqualIgnoringCase(file, path)) continue;
         const std::optional<FileVersion> parts = ParseFileVersion(Show(text));
         if (!parts) break;
-        *version = {};
-        version->dwSignature = kSignature;
-        version->dwFileVersionMS = (*parts)[0] << 16 | (*parts)[1];
-        version->dwFileVersionLS = (*parts)[2] << 16 | (*parts)[3];
-        return TRUE;
+        return Give((*parts)[0], (*parts)[1], (*parts)[2], (*parts)[3], version);
       }
-      return Fail(ERROR_FILE_NOT_FOUND);
+      return IsKernel(path) ? Give(model().os.major, model().os.minor, model().os.build, 0, version)
+                            : Fail(ERROR_FILE_NOT_FOUND);
     });
+  }
+
+ private:
+  // It has the version of the system.
+  bool IsKernel(std::wstring_view path) const {
+    return ascii::EqualIgnoringCase(path, model().systemDirectory + L"\\kernel32.dll");
+  }
+  static BOOL Give(DWORD major, DWORD minor, DWORD build, DWORD revision, VS_FIXEDFILEINFO* version) {
+    constexpr DWORD kSignature = 0xFEEF04BD;
+    *version = {};
+    version->dwSignature = kSignature;
+    version->dwFileVersionMS = major << 16 | minor;
+    version->dwFileVersionLS = build << 16 | revision;
+    return TRUE;
   }
 };
 

@@ -2,7 +2,9 @@
 
 #include <utility>
 
+#include "simulator/machine/win32_codes.h"
 #include "simulator/services/on_machine.h"
+#include "simulator/services/simulated_service_manager.h"
 #include "simulator/vss/com_object.h"
 #include "simulator/vss/vss_backup.h"
 #include "simulator/vss/vss_enum.h"
@@ -18,8 +20,9 @@ class SimulatedVss final : public OnMachine<VssService> {
 
   HRESULT CreateVssBackupComponents(IVssBackupComponents** backup) override {
     Clear(backup);
-    return Call(machine_, "CreateVssBackupComponents", NoArguments, [&] {
+    return Call(machine_, "CreateVssBackupComponents", NoArguments, [&]() -> HRESULT {
       if (backup == nullptr) return E_INVALIDARG;
+      if (const HRESULT refused = Refused(); FAILED(refused)) return refused;
       *backup = MakeBackupComponents(shared_);
       return S_OK;
     });
@@ -34,6 +37,7 @@ class SimulatedVss final : public OnMachine<VssService> {
       if (classId != kClsidVssCoordinator) return REGDB_E_CLASSNOTREG;
       if (outer != nullptr) return kNoAggregation;
       if (interfaceId != kIidVssAdmin && interfaceId != kIidUnknown) return E_NOINTERFACE;
+      if (const HRESULT refused = Refused(); FAILED(refused)) return refused;
       *object = MakeAdmin(shared_);
       return S_OK;
     });
@@ -58,6 +62,14 @@ class SimulatedVss final : public OnMachine<VssService> {
   void CoTaskMemFree(void* block) override { machine_.FreeTask(block); }
 
  private:
+  // The service answers administrators only, and none where it cannot start.
+  HRESULT Refused() const {
+    if (!model().process.elevated) return E_ACCESSDENIED;
+    const std::optional<Service> service = FindService(model(), L"VSS");
+    if (!service) return HResultFromWin32(ERROR_SERVICE_DOES_NOT_EXIST);
+    return service->startType == SERVICE_DISABLED ? HResultFromWin32(kErrorServiceDisabled) : S_OK;
+  }
+
   std::shared_ptr<Machine> shared_;
 };
 

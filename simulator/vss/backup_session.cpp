@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "simulator/machine/service_events.h"
 #include "simulator/vss/snapshot_service.h"
 #include "simulator/vss/torn_databases.h"
 #include "text/unicode.h"
@@ -139,6 +140,7 @@ HRESULT BackupSession::RunAsync(std::string_view name, IVssAsync** async, Work&&
   operation->hangs = fault != nullptr && fault->hangs;
   before_ = Before{stage_, gathered_};
   hungMilliseconds_ = 0;
+  if (Prevents(forced)) LogOperationFailure(*machine_, name, *forced, {});
   operation->result = Prevents(forced) ? *forced : work();
   service_.raisedLater = 0;
   operation->endsAt = machine_->now + hungMilliseconds_;
@@ -460,7 +462,7 @@ void BackupSession::FailFrozenWriters(ULONGLONG milliseconds) {
     if (!writer.takesPart || writer.status.HasFailed()) continue;
     if (milliseconds <= writer.data->timeoutMilliseconds) continue;
     service_.raisedLater = frozen + writer.data->timeoutMilliseconds;
-    writers_.Fail(writer, VSS_WS_FAILED_AT_FREEZE, VSS_E_WRITERERROR_TIMEOUT);
+    writers_.FailFrozen(writer);
     writers_.Abort(writer);
   }
 }
@@ -491,6 +493,7 @@ HRESULT BackupSession::TakeSnapshots(const std::optional<HRESULT>& forced) {
   if (result == S_OK && machine_->model().commitMilliseconds > kHoldLimitMilliseconds) {
     result = VSS_E_HOLD_WRITES_TIMEOUT;
   }
+  if (result != S_OK) LogOperationFailure(*machine_, "DoSnapshotSet", result, setVolumes_);
   if (result == S_OK) result = service_.CommitSet(id_);
   windowMilliseconds_ = SnapshotMilliseconds();
   if (result != S_OK) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "simulator/machine/service_events.h"
 #include "text/ascii_case.h"
 
 namespace varnel::simulator {
@@ -154,7 +155,10 @@ HRESULT SnapshotService::AddVolume(const GUID& session, std::wstring_view volume
   if (set->copies.size() == kMaxVolumesPerSet) return VSS_E_MAXIMUM_NUMBER_OF_VOLUMES_REACHED;
   const Provider* chosen = nullptr;
   if (const HRESULT result = ChooseProvider(provider, set->context, name, chosen); FAILED(result)) return result;
-  if (chosen->veto == ProviderStep::beginPrepare) return VSS_E_PROVIDER_VETO;
+  if (chosen->veto == ProviderStep::beginPrepare) {
+    LogProviderFailure(machine_, chosen->id, L"BeginPrepareSnapshot", VSS_E_PROVIDER_VETO);
+    return VSS_E_PROVIDER_VETO;
+  }
   if (ReachedLimit(*chosen, set->context, name)) return VSS_E_MAXIMUM_NUMBER_OF_SNAPSHOTS_REACHED;
   copyId = machine_.NewId();
   set->copies.push_back({copyId, *chosen, name});
@@ -169,7 +173,11 @@ HRESULT SnapshotService::AskProviders(const GUID& session, ProviderStep step) {
   const OpenSet* set = OpenSetOf(session);
   if (set == nullptr) return VSS_E_BAD_STATE;
   const auto refuses = [&](const PlannedCopy& copy) { return copy.provider.veto == step; };
-  return std::any_of(set->copies.begin(), set->copies.end(), refuses) ? VSS_E_PROVIDER_VETO : S_OK;
+  const auto refused = std::find_if(set->copies.begin(), set->copies.end(), refuses);
+  if (refused == set->copies.end()) return S_OK;
+  const wchar_t* routine = step == ProviderStep::commit ? L"CommitSnapshots" : L"EndPrepareSnapshots";
+  LogProviderFailure(machine_, refused->provider.id, routine, VSS_E_PROVIDER_VETO);
+  return VSS_E_PROVIDER_VETO;
 }
 
 std::vector<std::wstring> SnapshotService::VolumesOfOpenSet(const GUID& session) const {
@@ -284,7 +292,9 @@ HRESULT SnapshotService::DeleteEach(const GUID& id, VSS_OBJECT_TYPE type, LONG& 
 
 HRESULT SnapshotService::AskToDelete(const ShadowCopy& copy) const {
   if (FindProvider(copy.providerId) == nullptr) return VSS_E_UNEXPECTED_PROVIDER_ERROR;
-  return machine_.faults.OnDeletion(copy.originalSerial).value_or(S_OK);
+  const HRESULT result = machine_.faults.OnDeletion(copy.originalSerial).value_or(S_OK);
+  if (FAILED(result)) LogProviderFailure(machine_, copy.providerId, L"DeleteSnapshots", result);
+  return result;
 }
 
 HRESULT SnapshotService::CanBreak(const GUID& setId) const {

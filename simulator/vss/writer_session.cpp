@@ -5,6 +5,7 @@
 
 #include "text/ascii_case.h"
 
+#include "simulator/machine/service_events.h"
 #include "simulator/vss/snapshot_service.h"
 
 namespace varnel::simulator {
@@ -99,11 +100,14 @@ ULONGLONG WriterSession::Identify() {
     const WriterFault* fault = machine_.faults.OnWriterEvent(writer.name, WriterEvent::identify);
     machine_.snapshots->NoteRaised(writer.name, WriterEvent::identify, fault == nullptr ? S_OK : FailureOf(*fault));
     if (fault != nullptr) {
+      LogRejection(machine_, writer, WriterEvent::identify, FailureOf(*fault), fault);
       if (fault->hangs) longest = HangLimit(writer, WriterEvent::identify);
       continue;
     }
     // A copy, once per gathering: objects that were handed out outlive changes to the model.
-    writers_.push_back({std::make_shared<const Writer>(writer), {}, false, nullptr});
+    WriterStatus status;
+    if (writer.lastFailure) status = {writer.lastFailure->state, writer.lastFailure->failure, S_OK, {}};
+    writers_.push_back({std::make_shared<const Writer>(writer), std::move(status), false, nullptr});
   }
   return longest;
 }
@@ -134,16 +138,22 @@ const WriterFault* WriterSession::Raise(GatheredWriter& writer, WriterEvent even
     writer.status.state = reached;
     return nullptr;
   }
-  Fail(writer, fault->state.value_or(failed), FailureOf(*fault));
+  Fail(writer, event, fault->state.value_or(failed), FailureOf(*fault), fault);
   writer.status.applicationResult = fault->applicationResult;
   if (!fault->applicationMessage.empty()) writer.status.applicationMessage = fault->applicationMessage;
   return fault;
 }
 
-void WriterSession::Fail(GatheredWriter& writer, VSS_WRITER_STATE failed, HRESULT failure) {
-  if (writer.status.HasFailed()) return;
+void WriterSession::Fail(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE failed, HRESULT failure,
+                         const WriterFault* fault) {
   writer.status.state = failed;
   writer.status.failure = failure;
+  LogRejection(machine_, *writer.data, event, failure, fault);
+}
+
+void WriterSession::FailFrozen(GatheredWriter& writer) {
+  if (writer.status.HasFailed()) return;
+  Fail(writer, WriterEvent::freeze, VSS_WS_FAILED_AT_FREEZE, VSS_E_WRITERERROR_TIMEOUT, nullptr);
 }
 
 void WriterSession::Abort() {

@@ -74,8 +74,8 @@ class WriterSession {
                            const WriterFault* own = nullptr);
   /// After how many milliseconds the service gives up a writer that hangs in this event.
   ULONGLONG HangLimit(const Writer& writer, WriterEvent event) const;
-  /// A failure that the service finds at a writer that has not failed.
-  void Fail(GatheredWriter& writer, VSS_WRITER_STATE failed, HRESULT failure);
+  /// A writer that has not failed holds its writes back for too long.
+  void FailFrozen(GatheredWriter& writer);
   /// Raises Abort at the writers that take part; those that have not failed become stable.
   void Abort();
   void Abort(GatheredWriter& writer) const;
@@ -84,6 +84,8 @@ class WriterSession {
 
  private:
   bool IsAllowed(const Writer& writer) const;
+  void Fail(GatheredWriter& writer, WriterEvent event, VSS_WRITER_STATE failed, HRESULT failure,
+            const WriterFault* fault);
 
   Machine& machine_;
   std::optional<std::vector<GUID>> enabledClasses_;

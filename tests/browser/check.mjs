@@ -6,8 +6,8 @@
 // what it checked, a line each. Exit status: 0 when all is well, 1 when not, 77 when a program that it needs is missing.
 import assert from "node:assert/strict";
 import { execFileSync, spawnSync } from "node:child_process";
-import { existsSync, mkdirSync, readFileSync, writeFileSync } from "node:fs";
-import { join, resolve } from "node:path";
+import { existsSync, mkdirSync, readdirSync, readFileSync, rmSync, writeFileSync } from "node:fs";
+import { dirname, join, resolve } from "node:path";
 import { Browser } from "./browser.mjs";
 
 const SKIPPED = 77;
@@ -55,6 +55,25 @@ function make(name, hostFile, command, ...args) {
   const made = run("report", join(folder, `${name}.json`));
   assert.equal(made.status, 0, made.stderr);
   return name;
+}
+
+// The index page of the evidence of a run on a host.
+function makeEvidence(name, ...args) {
+  const evidence = join(folder, `${name}-evidence`);
+  rmSync(evidence, { recursive: true, force: true });
+  run("--host", host(name), "--no-journal", "snapshot", "--evidence", evidence, ...args);
+  return `${name}-evidence/index`;
+}
+
+function evidence() {
+  return [
+    makeEvidence("sql-server", "--app", "sql", "--disk", "TSL0001", "TSL0002"),
+    makeEvidence("sql-server-freeze-timeout", "--app", "sql", "--disk", "TSL0001", "TSL0003"),
+    makeEvidence("exchange-damaged", "--app", "exchange", "--disk", "TSL1001", "TSL1002", "--verify"),
+    makeEvidence("hyperv-one-of-twenty", "--app", "hyperv", "--disk", "TSL2001", "TSL2002"),
+    makeEvidence("hyperv-missing-hotfix", "--app", "hyperv", "--disk", "TSL2901"),
+    makeEvidence("plain", "--app", "none", "--disk", "TSL3001", "TSL3999"),
+  ];
 }
 
 const EVIL = "<script>alert(1)</script>";
@@ -142,6 +161,17 @@ async function checkPage(browser, axeText, name, documents) {
   assert.match(pdf.toString("latin1"), /\/MediaBox \[0 0 59[45][.\d]* 84[12][.\d]*\]/, `${name}: A4`);
   assert.deepEqual(seen.troubles, [], `${name}: nothing on the console`);
   assert.deepEqual(seen.requests, [`file://${page(name)}`], `${name}: nothing is asked for but the page`);
+}
+
+// It lists every file of its folder, and the page of the run beside it is one that works.
+async function checkEvidence(browser, axeText, name) {
+  const evidenceFolder = join(folder, dirname(name));
+  const listed = readdirSync(evidenceFolder).filter((file) => file !== "index.html");
+  await checkPage(browser, axeText, name, [{ ...JSON.parse(readFileSync(join(evidenceFolder, "run.json"), "utf8")), objects: [] }]);
+  const linked = await browser.evaluate(`[...document.querySelectorAll("main a")].map((link) => link.getAttribute("href"))`);
+  assert.deepEqual(linked.sort(), listed.sort(), `${name}: every file is linked`);
+  const seen = await browser.open(join(evidenceFolder, "report.html"));
+  assert.deepEqual(seen.troubles, [], `${name}: nothing on the console of the report`);
 }
 
 const OBJECTS = "[data-fill=objects]";
@@ -245,6 +275,35 @@ async function checkLarge(browser) {
   assert.deepEqual(seen.troubles, []);
 }
 
+// The page of a run as it ended has its log.
+async function checkLog(browser, axeText) {
+  const made = run("--host", host("sql-server-freeze-timeout"), "--no-journal", "snapshot", "--app", "sql", "--disk", "TSL0001", "TSL0003",
+    "--report", page("log"));
+  assert.equal(made.status, 10, made.stderr);
+  await browser.look("light", 1280);
+  const seen = await browser.open(page("log"));
+  const lines = async () => (await textOf(browser, ".log-lines")).split("\n");
+  const choose = (level) => browser.evaluate(`{
+    const select = document.querySelector("[data-fill=log] select");
+    select.value = "${level}";
+    select.dispatchEvent(new Event("change"));
+  }`);
+  await choose("V");
+  const all = await lines();
+  await choose("E");
+  const errors = await lines();
+  assert.ok(errors.length < all.length && errors.some((line) => / E varnelctl\(0\) ends with exit status 10/.test(line)), "errors alone");
+  await choose("V");
+  await setFilter(browser, "[data-fill=log]", "add component");
+  assert.deepEqual(await lines(), all.filter((line) => /add component/i.test(line)));
+  await setFilter(browser, "[data-fill=log]", "");
+  for (const scheme of ["light", "dark"]) {
+    await browser.look(scheme, 1280);
+    await checkAccess(browser, axeText, `log, ${scheme}`);
+  }
+  assert.deepEqual(seen.troubles, []);
+}
+
 async function checkComparison(browser, axeText) {
   const runs = ["sql-server", "sql-server-whole"].map((name) => join(folder, `${name}.json`));
   assert.equal(run("report", ...runs, "--output", page("comparison")).status, 0);
@@ -271,6 +330,12 @@ async function main() {
     for (const check of [checkTables, checkKeyboard, checkStates, checkDark, checkLarge]) {
       await check(browser);
       console.log(`${check.name}: done`);
+    }
+    await checkLog(browser, axeText);
+    console.log("checkLog: done");
+    for (const name of evidence()) {
+      await checkEvidence(browser, axeText, name);
+      console.log(`${name}: done`);
     }
     await checkComparison(browser, axeText);
     console.log("checkComparison: done");

@@ -122,7 +122,8 @@ class WrappingHost final : public ForwardingHost {
         processes_(inner.processes()),
         registry_(inner.registry()),
         cluster_(inner.cluster()),
-        messages_(inner.messages()) {}
+        messages_(inner.messages()),
+        eventLog_(inner.eventLog()) {}
   VssService& vss() override { return vss_; }
   Storage& storage() override { return storage_; }
   IscsiInitiator& iscsi() override { return iscsi_; }
@@ -130,6 +131,7 @@ class WrappingHost final : public ForwardingHost {
   Registry& registry() override { return registry_; }
   Cluster& cluster() override { return cluster_; }
   Messages& messages() override { return messages_; }
+  EventLog& eventLog() override { return eventLog_; }
 
  private:
   WrappingVss vss_;
@@ -139,6 +141,7 @@ class WrappingHost final : public ForwardingHost {
   ForwardingRegistry registry_;
   ForwardingCluster cluster_;
   ForwardingMessages messages_;
+  ForwardingEventLog eventLog_;
 };
 
 class Forwarding : public HostFixture {
@@ -494,6 +497,38 @@ Results AskMessagesAndNetwork() {
                  cluster.ClusterIsPathOnSharedVolume(L"E:\\")};
 }
 
+Results AskTheEventLog() {
+  EventLog& log = CurrentHost().eventLog();
+  constexpr wchar_t kQuery[] =
+      L"*[System[TimeCreated[@SystemTime>='2026-01-01T00:00:00.000Z' and @SystemTime<='2099-01-01T00:00:00.000Z']]]";
+  const EventHandle results(log.EvtQuery(nullptr, L"System", kQuery, EvtQueryChannelPath | EvtQueryReverseDirection));
+  std::array<EVT_HANDLE, 2> next{};
+  DWORD count = 0;
+  DWORD used = 0;
+  DWORD properties = 0;
+  std::array<wchar_t, 2000> text{};
+  const auto bytes = static_cast<DWORD>(sizeof text);
+  const BOOL found = log.EvtNext(results.Get(), 2, next.data(), 0, 0, &count);
+  const EventHandle event(next[0]);
+  const EventHandle publisher(log.EvtOpenPublisherMetadata(nullptr, L"disk", nullptr, 0, 0));
+  const BOOL rendered = log.EvtRender(nullptr, event.Get(), EvtRenderEventXml, bytes, text.data(), &used, &properties);
+  const auto first = static_cast<DWORD>(std::hash<std::wstring>()(text.data()));
+  const BOOL formatted = log.EvtFormatMessage(publisher.Get(), event.Get(), 0, 0, nullptr, EvtFormatMessageEvent,
+                                              static_cast<DWORD>(text.size()), text.data(), &used);
+  const EventSource source(log.RegisterEventSourceW(nullptr, L"varnel"));
+  std::array<LPCWSTR, 1> texts = {L"text"};
+  return Results{found,
+                 count,
+                 rendered,
+                 first,
+                 formatted,
+                 used,
+                 static_cast<DWORD>(text[0]),
+                 log.ReportEventW(source.Get(), EVENTLOG_ERROR_TYPE, 1, 2, nullptr, 1, 0, texts.data(), nullptr),
+                 log.EvtClose(nullptr),
+                 log.DeregisterEventSource(nullptr)};
+}
+
 Results AskTheHost() {
   Host& host = CurrentHost();
   std::array<wchar_t, 300> text{};
@@ -504,6 +539,12 @@ Results AskTheHost() {
   std::string error;
   const HeapBlock block(7);
   host.time().Sleep(17);
+  BOOL elevated = FALSE;
+  BOOL wow64 = TRUE;
+  ULARGE_INTEGER free{};
+  SERVICE_STATUS status{};
+  const ServiceHandle manager(host.services().OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+  const ServiceHandle service(host.services().OpenServiceW(manager.Get(), L"VSS", SERVICE_QUERY_STATUS));
   return Results{host.system().GetComputerNameW(text.data(), &room),
                  host.wmi().QueryDisks(disks),
                  disks.size(),
@@ -511,7 +552,13 @@ Results AskTheHost() {
                  host.GetLastError(),
                  host.time().GetTickCount64(),
                  host.metadata().FindDatabasesToQuiesce("TSL0001", databases, error),
-                 databases.size()};
+                 databases.size(),
+                 host.security().GetTokenElevation(&elevated),
+                 host.security().IsWow64Process(&wow64),
+                 host.services().QueryServiceStatus(service.Get(), &status),
+                 status.dwCurrentState,
+                 host.space().GetDiskFreeSpaceExW(L"E:\\", nullptr, nullptr, &free),
+                 free.QuadPart};
 }
 
 Results AskTheService() {
@@ -526,7 +573,12 @@ Results AskTheService() {
 TEST_F(Forwarding, ServicesPassEveryCallOn) {
   HostModel model = VssHost();
   model.iscsiSessions = {{L"target", {{L"TSL0001", false}}, 0, 0}};
-  for (const auto ask : {AskStorage, AskProcesses, AskRegistry, AskMessagesAndNetwork, AskTheHost, AskTheService}) {
+  simulator::LoggedEvent event{L"System", L"disk", 7};
+  event.message = L"A message.";
+  model.seed = 1;
+  model.events = {event};
+  for (const auto ask :
+       {AskStorage, AskProcesses, AskRegistry, AskMessagesAndNetwork, AskTheEventLog, AskTheHost, AskTheService}) {
     ExpectTheSame(model, ask);
   }
 }

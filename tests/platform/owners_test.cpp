@@ -267,6 +267,13 @@ struct Key {
   static constexpr const char* kName = "Key";
   static void Fill(Owner& owner) { OpenKey(owner.Put()); }
 };
+struct ServiceObject {
+  using Owner = ServiceHandle;
+  static constexpr const char* kName = "ServiceObject";
+  static void Fill(Owner& owner) {
+    owner = ServiceHandle(CurrentHost().services().OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+  }
+};
 struct LoadedModule {
   using Owner = Module;
   static constexpr const char* kName = "LoadedModule";
@@ -338,8 +345,8 @@ class EveryOwner : public test::HostFixture {
   long long Held() { return host().live().Count(); }
 };
 
-using Kinds = testing::Types<File, Search, Process, Key, LoadedModule, Text, Block, BasicString, Properties,
-                             ProviderObject, SnapshotObject>;
+using Kinds = testing::Types<File, Search, Process, Key, ServiceObject, LoadedModule, Text, Block, BasicString,
+                             Properties, ProviderObject, SnapshotObject>;
 TYPED_TEST_SUITE(EveryOwner, Kinds, NameOfKind);
 
 TYPED_TEST(EveryOwner, GivesBackWhatItHoldsOnce) {

@@ -29,6 +29,11 @@ std::filesystem::path SourceFolder() {
   return std::filesystem::path(__FILE__).parent_path().parent_path().parent_path();
 }
 
+// A host with an event of these keys.
+std::string WithEvent(const std::string& keys) {
+  return R"({"disks": [], "events": [{)" + keys + "}]}";
+}
+
 // Disks A and C; a volume of A lies on these too.
 std::string WithVolumeOn(const std::string& otherDisks) {
   return R"({"disks": [{"serial": "A", "volumes": [{"otherDisks": )" + otherDisks +
@@ -68,6 +73,16 @@ class TemporaryFolder {
   std::filesystem::path path_;
 };
 
+TEST(HostFile, HasASerialNumberTwiceWhereItSaysSo) {
+  const std::string disks =
+      R"({"disks": [{"serial": "A", "volumes": [{"name": "\\\\?\\Volume{6f1c0a20-0000-0000-0000-000000000001}\\",
+                                                                       "otherDisks": [1]}]},
+                                          {"serial": "a", "duplicateSerial": true}]})";
+  const HostModel model = ParseHostFile(disks, "host.json", ".");
+  EXPECT_EQ(model.disks[1].serial, L"a");
+  EXPECT_EQ(model.disks[0].volumes[0].otherDisks, std::vector<DWORD>{1});
+}
+
 TEST(HostFile, NeedsOnlyItsDisks) {
   const HostModel model = ParseHostFile("{ \"disks\": [ { \"serial\": \"A\" }, { \"serial\": null } ] }", "h", {});
   ASSERT_THAT(model.disks, SizeIs(2));
@@ -92,11 +107,13 @@ const char kFullHost[] = R"json({
   "cluster": { "name": "CLU01", "networkNames": { "sqlvirt": "sqlnet" } },
   "disks": [ { "serial": "TSL0001", "number": 4, "vendor": "Tessel", "system": true, "clustered": true,
                "volumes": [ { "name": "\\\\?\\Volume{00000004-0000-0000-0000-000000000000}\\",
-                              "mountPoints": ["E:\\", "C:\\mnt\\"], "csv": true, "label": "data" } ] } ],
+                              "mountPoints": ["E:\\", "C:\\mnt\\"], "csv": true, "label": "data",
+                              "sizeMegabytes": 5000, "freeMegabytes": 10 } ] } ],
   "providers": [ { "id": "{374579AD-285c-49b9-ab8a-950e0e252de2}", "name": "P", "type": "hardware", "version": "1.0",
                    "supports": [ "transportable", "plex" ], "unsupportedVolumes": [ "c:\\MNT\\" ], "veto": "endPrepare",
                    "hangs": true } ],
-  "writers": [ { "name": "W", "timeoutMilliseconds": 20000, "writerId": "{00000000-0000-0000-0000-000000000001}", "instanceName": "I",
+  "writers": [ { "name": "W", "timeoutMilliseconds": 20000,
+                 "lastFailure": { "event": "freeze", "failure": "VSS_E_WRITERERROR_TIMEOUT" }, "writerId": "{00000000-0000-0000-0000-000000000001}", "instanceName": "I",
                  "usage": "systemService", "source": "nonTransactedDb", "majorVersion": 1, "minorVersion": 2,
                  "backupSchema": 3, "restoreMethod": "restoreStopStart", "service": "s", "userProcedure": "u",
                  "writerRestore": "ifReplaceFails", "rebootRequired": true,
@@ -128,8 +145,27 @@ const char kFullHost[] = R"json({
               { "writer": "W", "event": "freeze", "hangs": true },
               { "writer": "W", "event": "thaw", "hangs": false, "failure": "VSS_E_WRITERERROR_TIMEOUT" } ],
   "timing": { "freezeMilliseconds": 100, "commitMilliseconds": 200, "eventLimitMilliseconds": 300 },
+  "services": { "VSS": { "start": "disabled", "state": "stopping" }, "Other": {}, "swprv": null },
+  "process": { "elevated": false, "bits": 32 },
+  "clock": "2031-02-28T23:59:58Z",
   "orphanedSnapshot": "complete"
 })json";
+
+TEST(HostFile, FillsWhatTheMachinesConditionIs) {
+  const HostModel model = ParseHostFile(kFullHost, "h", {});
+  EXPECT_EQ(model.disks.at(0).volumes.at(0).sizeMegabytes, 5000u);
+  EXPECT_EQ(model.disks[0].volumes[0].freeMegabytes, 10u);
+  EXPECT_EQ(model.writers.at(0).lastFailure->state, VSS_WS_FAILED_AT_FREEZE);
+  EXPECT_EQ(model.writers[0].lastFailure->failure, VSS_E_WRITERERROR_TIMEOUT);
+  EXPECT_EQ(model.services.at(L"VSS")->startType, SERVICE_DISABLED);
+  EXPECT_EQ(model.services.at(L"VSS")->state, SERVICE_STOP_PENDING);
+  EXPECT_EQ(model.services.at(L"Other")->startType, SERVICE_DEMAND_START);
+  EXPECT_EQ(model.services.at(L"Other")->state, SERVICE_STOPPED);
+  EXPECT_FALSE(model.services.at(L"swprv"));
+  EXPECT_FALSE(model.process.elevated);
+  EXPECT_TRUE(model.process.is32Bit);
+  EXPECT_EQ(model.clock, 135'745'631'980'000'000);
+}
 
 TEST(HostFile, FillsTheMachinePartOfTheModel) {
   const HostModel model = ParseHostFile(kFullHost, "h", {});
@@ -196,6 +232,35 @@ TEST(HostFile, FillsTheServicePartOfTheModel) {
   EXPECT_EQ(model.faults.writers[0].components.at(0).fullPath, L"\\c");
   EXPECT_EQ(model.faults.deletions.at(0).shadowOf, L"TSL0001");
   EXPECT_EQ(model.faults.deletions[0].result, VSS_E_PROVIDER_VETO);
+}
+
+TEST(HostFile, FillsTheEventLog) {
+  const HostModel model = ParseHostFile(WithEvent(R"("channel": "System", "source": "disk", "id": 3221487623,
+      "level": "warning", "time": "2026-01-01T00:00:05.25Z", "computer": "OLD", "texts": ["a", ""], "data": "00FF",
+      "message": "m")") + "\n",
+                                        "h", {});
+  const LoggedEvent& event = model.events.at(0);
+  EXPECT_EQ(event.channel, L"System");
+  EXPECT_EQ(event.source, L"disk");
+  EXPECT_EQ(event.id, 0xC0040007u);
+  EXPECT_EQ(event.level, EventLevel::warning);
+  EXPECT_EQ(event.time, 134116992052500000);
+  EXPECT_EQ(event.computer, L"OLD");
+  EXPECT_THAT(event.texts, ElementsAre(L"a", L""));
+  EXPECT_EQ(event.data, L"00FF");
+  EXPECT_EQ(event.message, L"m");
+}
+
+TEST(HostFile, AnEventNeedsOnlySourceAndNumber) {
+  const HostModel model = ParseHostFile(WithEvent(R"("source": "VSS", "id": 8193)"), "h", {});
+  const LoggedEvent& event = model.events.at(0);
+  EXPECT_EQ(event.channel, L"Application");
+  EXPECT_EQ(event.level, EventLevel::information);
+  EXPECT_EQ(event.time, std::nullopt);
+  EXPECT_EQ(event.computer, L"");
+  EXPECT_THAT(event.texts, IsEmpty());
+  EXPECT_EQ(event.data, L"");
+  EXPECT_EQ(event.message, std::nullopt);
 }
 
 TEST(HostFile, TellsWhatHangs) {
@@ -304,6 +369,10 @@ INSTANTIATE_TEST_SUITE_P(
                     WithVolumes(NamedVolume(1, R"(, "mountPoints": ["E:\\"])") + "," +
                                 NamedVolume(2, R"(, "mountPoints": ["e:\\"])")),
                     "/disks/0/volumes/1/mountPoints/0: duplicate mount point \"e:\\\""},
+        BadHostFile{"PartOnNoDisk", WithVolumes(NamedVolume(1, R"(, "otherDisks": [7])")),
+                    "/disks/0/volumes/0/otherDisks/0: no disk has the number 7"},
+        BadHostFile{"PartOnItsOwnDisk", WithVolumes(NamedVolume(1, R"(, "otherDisks": [0])")),
+                    "/disks/0/volumes/0/otherDisks/0: disk 0 already holds a part of the volume"},
         BadHostFile{"BadVersion", R"({"disks": [], "os": {"version": "10"}})",
                     "/os/version: \"10\" is no version (major.minor.build)"},
         BadHostFile{"BadGuid", R"({"disks": [], "providers": [{"id": "374579ad"}]})",
@@ -395,6 +464,24 @@ INSTANTIATE_TEST_SUITE_P(
                     "/writers/0/timeoutMilliseconds: expected a whole number from 0 to 60000"},
         BadHostFile{"WriterWithoutTime", WithWriter(R"(, "timeoutMilliseconds": 0)"),
                     "/writers/0/timeoutMilliseconds: a writer cannot freeze in no time"},
+        BadHostFile{"MoreRoomThanTheVolumeHas",
+                    WithVolumes(NamedVolume(1, R"(, "sizeMegabytes": 5, "freeMegabytes": 6)")),
+                    "/disks/0/volumes/0/freeMegabytes: expected a whole number from 0 to 5"},
+        BadHostFile{"FailureThatIsNone", WithWriter(R"(, "lastFailure": {"event": "freeze", "failure": "S_OK"})"),
+                    "/writers/0/lastFailure/failure: the result is no failure"},
+        BadHostFile{"FailureAtAnUnknownEvent", WithWriter(R"(, "lastFailure": {"event": "thaws", "failure": 5})"),
+                    "/writers/0/lastFailure/event: \"thaws\" is none of prepareBackup, prepareSnapshot, freeze, thaw, "
+                    "postSnapshot, backupComplete, backupShutdown, preRestore, postRestore; did you mean \"thaw\"?"},
+        BadHostFile{"ServiceThatStartsOddly", R"({"disks": [], "services": {"VSS": {"start": "off"}}})",
+                    "/services/VSS/start: \"off\" is none of boot, system, automatic, manual, disabled"},
+        BadHostFile{"ServiceTwice", R"({"disks": [], "services": {"VSS": {}, "vss": null}})",
+                    "/services/vss: duplicate service \"vss\""},
+        BadHostFile{"ProcessOfOddBits", R"({"disks": [], "process": {"bits": 16}})",
+                    "/process/bits: expected 32 or 64"},
+        BadHostFile{"ClockThatIsNone", R"({"disks": [], "clock": "2026-01-01"})",
+                    "/clock: \"2026-01-01\" is no time (2026-01-31T12:00:00Z)"},
+        BadHostFile{"ClockOfNoDay", R"({"disks": [], "clock": "2026-02-30T00:00:00Z"})",
+                    "/clock: \"2026-02-30T00:00:00Z\" is no time from 1601 on"},
         BadHostFile{"FaultOfAnUnknownWriter",
                     R"({"disks": [], "faults": [{"writer": "V", "event": "freeze", "failure": 5}]})",
                     "/faults/0/writer: no writer is named \"V\""},
@@ -445,7 +532,26 @@ INSTANTIATE_TEST_SUITE_P(
                         "writerId": "{00000000-0000-0000-0000-000000000001}"}],
                         "faults": [{"writer": "SQLServer Writer", "event": "freeze", "failure": 5}]})",
                     "/faults/0/writer: no writer is named \"SQLServer Writer\"; did you mean "
-                    "\"SqlServerWriter\"?"}),
+                    "\"SqlServerWriter\"?"},
+        BadHostFile{"EventWithoutSource", WithEvent(R"("id": 1)"), "/events/0: missing key \"source\""},
+        BadHostFile{"EventWithoutNumber", WithEvent(R"("source": "VSS")"), "/events/0: missing key \"id\""},
+        BadHostFile{"EventWithAnEmptyName", WithEvent(R"("source": "", "id": 1)"),
+                    "/events/0/source: a name is not empty"},
+        BadHostFile{"EventOfAnEmptyChannel", WithEvent(R"("source": "VSS", "id": 1, "channel": "")"),
+                    "/events/0/channel: a name is not empty"},
+        BadHostFile{"EventWithAnUnknownKey", WithEvent(R"("source": "VSS", "id": 1, "text": [])"),
+                    "/events/0/text: unknown key; did you mean \"texts\"?"},
+        BadHostFile{"EventOfAnUnknownLevel", WithEvent(R"("source": "VSS", "id": 1, "level": "eror")"),
+                    "/events/0/level: \"eror\" is none of critical, error, warning, information, always; did you "
+                    "mean \"error\"?"},
+        BadHostFile{"EventAtNoTime", WithEvent(R"("source": "VSS", "id": 1, "time": "2026-02-30T00:00:00Z")"),
+                    "/events/0/time: \"2026-02-30T00:00:00Z\" is no time in UTC (2026-01-01T00:00:05Z)"},
+        BadHostFile{"EventWithHalfAByte", WithEvent(R"("source": "VSS", "id": 1, "data": "00F")"),
+                    "/events/0/data: \"00F\" is no data (two digits of 0-9, A-F for each byte)"},
+        BadHostFile{"EventWithDataThatIsNone", WithEvent(R"("source": "VSS", "id": 1, "data": "0x")"),
+                    "/events/0/data: \"0x\" is no data (two digits of 0-9, A-F for each byte)"},
+        BadHostFile{"EventWithATextThatIsNone", WithEvent(R"("source": "VSS", "id": 1, "texts": [1])"),
+                    "/events/0/texts/0: expected string, found number"}),
     [](const testing::TestParamInfo<BadHostFile>& test) { return std::string(test.param.name); });
 
 TEST(HostFile, TextThatIsNoJsonIsReportedWithLineAndColumn) {

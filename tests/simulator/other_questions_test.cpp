@@ -53,6 +53,16 @@ TEST_F(OtherQuestionsTest, AFileTellsItsFixedVersion) {
   EXPECT_THAT(host().files().GetFileVersion(L"Vmms.exe", &version), FailsWith(ERROR_FILE_NOT_FOUND));
 }
 
+TEST_F(OtherQuestionsTest, TheKernelHasTheVersionOfTheSystemUnlessItSaysOtherwise) {
+  VS_FIXEDFILEINFO version{};
+  ASSERT_EQ(host().files().GetFileVersion(L"C:\\Windows\\System32\\KERNEL32.dll", &version), TRUE);
+  EXPECT_EQ(version.dwFileVersionMS, 10u << 16);
+  EXPECT_EQ(version.dwFileVersionLS, 17763u << 16);
+  model().fileVersions[L"C:\\Windows\\system32\\kernel32.dll"] = L"6.2.9200.7";
+  ASSERT_EQ(host().files().GetFileVersion(L"C:\\Windows\\System32\\KERNEL32.dll", &version), TRUE);
+  EXPECT_EQ(version.dwFileVersionMS, 6u << 16 | 2u);
+}
+
 TEST_F(OtherQuestionsTest, SleepingMovesTheVirtualClock) {
   const ULONGLONG before = host().time().GetTickCount64();
   host().time().Sleep(500);
@@ -131,6 +141,104 @@ TEST_F(OtherQuestionsTest, TextsOfTheCallerAreCountedLikeTheServicesOwn) {
   host().vss().SysFreeString(text);
   host().faults().FailCall("SysAllocStringLen", static_cast<DWORD>(E_OUTOFMEMORY));
   EXPECT_EQ(host().vss().SysAllocStringLen(L"abc", 3), nullptr);
+}
+
+ServiceHandle OpenService(const wchar_t* name) {
+  ServiceManager& services = CurrentHost().services();
+  const ServiceHandle manager(services.OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+  return ServiceHandle(services.OpenServiceW(manager.Get(), name, SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS));
+}
+
+TEST_F(OtherQuestionsTest, AServiceTellsHowItStartsAndStands) {
+  model().services = {{L"Vss", Service{SERVICE_DISABLED, SERVICE_STOP_PENDING}}, {L"swprv", std::nullopt}};
+  const ServiceHandle service = OpenService(L"VSS");
+  ServiceManager& services = host().services();
+  SERVICE_STATUS status{};
+  ASSERT_TRUE(services.QueryServiceStatus(service.Get(), &status));
+  EXPECT_EQ(status.dwCurrentState, SERVICE_STOP_PENDING);
+  DWORD needed = 0;
+  EXPECT_THAT(services.QueryServiceConfigW(service.Get(), nullptr, 0, &needed), FailsWith(ERROR_INSUFFICIENT_BUFFER));
+  std::vector<QUERY_SERVICE_CONFIGW> room(needed / sizeof(QUERY_SERVICE_CONFIGW) + 1);
+  ASSERT_TRUE(services.QueryServiceConfigW(service.Get(), room.data(), needed, &needed));
+  EXPECT_EQ(room[0].dwStartType, SERVICE_DISABLED);
+  EXPECT_STREQ(room[0].lpDisplayName, L"VSS");
+  EXPECT_THAT(OpenService(L"swprv").Get(), FailsWith(ERROR_SERVICE_DOES_NOT_EXIST));
+  EXPECT_TRUE(OpenService(L"eventsystem")) << "every Windows has it";
+}
+
+TEST_F(OtherQuestionsTest, AServiceIsAskedThroughItsOwnHandle) {
+  ServiceManager& services = host().services();
+  const ServiceHandle manager(services.OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+  const ServiceHandle service(services.OpenServiceW(manager.Get(), L"VSS", SERVICE_QUERY_STATUS));
+  SERVICE_STATUS status{};
+  DWORD needed = 0;
+  EXPECT_THAT(services.QueryServiceStatus(manager.Get(), &status), FailsWith(ERROR_INVALID_HANDLE));
+  EXPECT_THAT(services.QueryServiceConfigW(manager.Get(), nullptr, 0, &needed), FailsWith(ERROR_INVALID_HANDLE));
+  EXPECT_THAT(services.OpenServiceW(service.Get(), L"VSS", SERVICE_QUERY_STATUS), FailsWith(ERROR_INVALID_HANDLE));
+  EXPECT_THAT(services.OpenServiceW(manager.Get(), L"", SERVICE_QUERY_STATUS), FailsWith(ERROR_INVALID_NAME));
+  EXPECT_THAT(services.QueryServiceStatus(service.Get(), nullptr), FailsWith(ERROR_INVALID_PARAMETER));
+  EXPECT_THAT(services.QueryServiceConfigW(service.Get(), nullptr, 0, nullptr), FailsWith(ERROR_INVALID_PARAMETER));
+}
+
+TEST_F(OtherQuestionsTest, TheProcessIsElevatedAndOf64BitsUnlessTheHostSaysOtherwise) {
+  BOOL elevated = FALSE;
+  BOOL wow64 = TRUE;
+  ASSERT_TRUE(host().security().GetTokenElevation(&elevated));
+  ASSERT_TRUE(host().security().IsWow64Process(&wow64));
+  EXPECT_EQ(elevated, TRUE);
+  EXPECT_EQ(wow64, FALSE);
+  model().process = {false, true};
+  ASSERT_TRUE(host().security().GetTokenElevation(&elevated));
+  ASSERT_TRUE(host().security().IsWow64Process(&wow64));
+  EXPECT_EQ(elevated, FALSE);
+  EXPECT_EQ(wow64, TRUE);
+  EXPECT_THAT(host().security().GetTokenElevation(nullptr), FailsWith(ERROR_INVALID_PARAMETER));
+  EXPECT_EQ(host().security().CoInitializeSecurity(nullptr, -1, nullptr, 6, 2, nullptr, 0x40), S_OK);
+  EXPECT_THAT(Calls("CoInitializeSecurity"), ElementsAre("CoInitializeSecurity(6, 2, 64) = S_OK"));
+}
+
+TEST_F(OtherQuestionsTest, TheServiceAnswersNobodyWhoMayNotAskOrThatCannotStartIt) {
+  const auto ask = [&] {
+    ComPtr<IVssBackupComponents> backup;
+    ComPtr<IUnknown> coordinator;
+    const HRESULT created = host().vss().CreateVssBackupComponents(backup.Put());
+    EXPECT_EQ(host().vss().CoCreateInstance(kClsidVssCoordinator, nullptr, CLSCTX_ALL, kIidVssAdmin,
+                                            reinterpret_cast<void**>(coordinator.Put())),
+              created);
+    return created;
+  };
+  EXPECT_EQ(ask(), S_OK);
+  model().services = {{L"VSS", Service{SERVICE_DISABLED, SERVICE_STOPPED}}};
+  EXPECT_EQ(ask(), static_cast<HRESULT>(0x80070422));
+  model().services = {{L"VSS", std::nullopt}};
+  EXPECT_EQ(ask(), static_cast<HRESULT>(0x80070424));
+  model().process.elevated = false;
+  EXPECT_EQ(ask(), E_ACCESSDENIED);
+}
+
+TEST_F(OtherQuestionsTest, AVolumeTellsItsRoomByAnyPathOnIt) {
+  model().disks[1].volumes[0].sizeMegabytes = 8192;
+  model().disks[1].volumes[0].freeMegabytes = 5;
+  ULARGE_INTEGER size{};
+  ULARGE_INTEGER free{};
+  ULARGE_INTEGER toCaller{};
+  for (const std::wstring& path : {VolumeName(1), std::wstring(L"C:\\ClusterStorage\\Volume1\\")}) {
+    ASSERT_TRUE(host().space().GetDiskFreeSpaceExW(path.c_str(), &toCaller, &size, &free));
+    EXPECT_EQ(size.QuadPart, ULONGLONG{8192} << 20);
+    EXPECT_EQ(free.QuadPart, ULONGLONG{5} << 20);
+    EXPECT_EQ(toCaller.QuadPart, free.QuadPart);
+  }
+  ASSERT_TRUE(host().space().GetDiskFreeSpaceExW(L"F:\\", nullptr, nullptr, &free));
+  EXPECT_EQ(free.QuadPart, ULONGLONG{51200} << 20) << "half of what a volume has that does not say";
+  EXPECT_THAT(host().space().GetDiskFreeSpaceExW(L"X:\\", nullptr, &size, &free), FailsWith(ERROR_PATH_NOT_FOUND));
+}
+
+TEST_F(OtherQuestionsTest, TheClockIsTheModelsOwnWhereItHasOne) {
+  model().clock = 130'000'000'000'000'000;
+  host().time().Sleep(1);
+  FILETIME time{};
+  host().time().GetSystemTimeAsFileTime(&time);
+  EXPECT_EQ(static_cast<LONGLONG>(ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime), 130'000'000'000'010'000);
 }
 
 TEST_F(OtherQuestionsTest, ASuccessLeavesTheLastErrorAlone) {

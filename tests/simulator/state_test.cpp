@@ -1,4 +1,5 @@
 // A host whose state outlives its processes: what they see of each other, and what stays of one that died.
+#include <array>
 #include <set>
 #include <thread>
 
@@ -63,6 +64,54 @@ TEST_F(StateFixture, APersistentSetIsThereInTheNextProcess) {
   EXPECT_EQ(found.m_tsCreationTimestamp, 134116992000000000);
   EXPECT_TRUE(HasDisk(3));
   EXPECT_TRUE(HasDisk(4));
+}
+
+std::vector<std::wstring> Sources(Process& process) {
+  std::vector<std::wstring> sources;
+  for (const simulator::LoggedEvent& event : process.host().machine().newEvents) sources.push_back(event.source);
+  return sources;
+}
+
+TEST_F(StateFixture, TheEventLogIsOneOfAllProcesses) {
+  {
+    EventLog& log = CurrentHost().eventLog();
+    const EventSource source(log.RegisterEventSourceW(nullptr, L"first"));
+    std::array<LPCWSTR, 1> texts = {L"\x00FC"};
+    std::array<char, 2> data = {'\x00', '\xFF'};
+    ASSERT_TRUE(
+        log.ReportEventW(source.Get(), EVENTLOG_WARNING_TYPE, 0, 0xC0000001, nullptr, 1, 2, texts.data(), data.data()));
+  }
+  EXPECT_THAT(StateText(), HasSubstr("\"events\":[{\"channel\":\"Application\",\"source\":\"first\""));
+  InSecond();
+  second().host().faults().FailCall("IVssBackupComponents::StartSnapshotSet", static_cast<DWORD>(VSS_E_UNEXPECTED));
+  Expect(StartSet(), VSS_E_UNEXPECTED);
+  InFirst();
+  GUID id{};
+  Backup(Phase::gathered)->StartSnapshotSet(&id);
+  EXPECT_THAT(Sources(first()), ElementsAre(L"first", L"VSS"));
+  Begin(VssHost());
+  CurrentHost().time().GetTickCount64();
+  Listed();
+  ASSERT_THAT(Sources(first()), ElementsAre(L"first", L"VSS"));
+  const std::vector<simulator::LoggedEvent>& events = first().host().machine().newEvents;
+  EXPECT_EQ(events[0].id, 0xC0000001u);
+  EXPECT_EQ(events[0].level, simulator::EventLevel::warning);
+  EXPECT_TRUE(events[0].time.has_value());
+  EXPECT_THAT(events[0].texts, ElementsAre(L"\x00FC"));
+  EXPECT_EQ(events[0].data, L"00FF");
+  EXPECT_EQ(events[0].message, std::nullopt);
+  EXPECT_EQ(events[1].message->find(L"An unexpected error"), 0u);
+}
+
+TEST_F(StateFixture, AReportThatCannotBeWrittenDownFails) {
+  Listed();
+  BlockWrites();
+  EventLog& log = CurrentHost().eventLog();
+  const EventSource source(log.RegisterEventSourceW(nullptr, L"first"));
+  EXPECT_FALSE(log.ReportEventW(source.Get(), EVENTLOG_WARNING_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr));
+  EXPECT_NE(CurrentHost().GetLastError(), DWORD{ERROR_SUCCESS});
+  AllowWrites();
+  EXPECT_THAT(Sources(first()), IsEmpty());
 }
 
 TEST_F(StateFixture, AnotherProcessDeletesASetAndTheFirstSeesItAtItsNextCall) {

@@ -36,6 +36,18 @@ TEST_F(SystemTest, TheComputerNameIsTheHostsInEveryFormat) {
   EXPECT_STREQ(name.data(), L"HOST");
 }
 
+TEST_F(SystemTest, TheDomainIsTheNameOfThatFormat) {
+  std::array<wchar_t, 16> name{};
+  DWORD size = name.size();
+  EXPECT_EQ(host().system().GetComputerNameExW(ComputerNameDnsDomain, name.data(), &size), TRUE);
+  EXPECT_EQ(size, 0u);
+  model().domain = L"corp.example";
+  size = name.size();
+  EXPECT_EQ(host().system().GetComputerNameExW(ComputerNameDnsDomain, name.data(), &size), TRUE);
+  EXPECT_EQ(size, 12u);
+  EXPECT_STREQ(name.data(), L"corp.example");
+}
+
 TEST_F(SystemTest, TheSystemDirectoryTellsTheRoomItNeeds) {
   std::array<wchar_t, MAX_PATH> directory{};
   EXPECT_EQ(host().system().GetSystemDirectoryW(directory.data(), 5), 20u);

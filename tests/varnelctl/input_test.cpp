@@ -223,7 +223,7 @@ TEST(TypingErrors, AreAnsweredWithWhatWasMeant) {
       {{"disks", "--jsno"}, "disks has no option --jsno; did you mean \"--json\"? (varnelctl disks"},
       {{"disks", "--all"}, "disks has no option --all; it is one of writers (varnelctl disks"},
       {{"--disk", "X", "snapshot"},
-       "there is no option --disk; it is one of plan and of snapshot and stands after it (varnelctl"},
+       "there is no option --disk; it is one of doctor and of plan and of snapshot and stands after it (varnelctl"},
       {{"writers", "/all"}, "writers has no option /all; did you mean \"--all\"? (varnelctl writers"},
       {{"/all", "writers"}, "there is no option /all (varnelctl"},
       {{"disks", "json"}, "disks takes no argument \"json\"; did you mean \"--json\"? (varnelctl disks"},

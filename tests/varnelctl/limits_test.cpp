@@ -475,6 +475,29 @@ TEST_F(WatchdogTest, WakesForWhatEndsSooner) {
   EXPECT_EQ(words_.get(), "second");
 }
 
+TEST_F(WatchdogTest, DoesFirstWhatItWasTold) {
+  std::string first;
+  dog.DoFirst([&](const std::string& words) { first = words; });
+  dog.Watch(In(kSoon), "words");
+  EXPECT_EQ(words_.get(), "words");
+  EXPECT_EQ(first, "words");
+}
+
+TEST_F(WatchdogTest, DoesNotWaitForEverForWhatItDoesFirst) {
+  std::promise<void> hang;
+  dog.DoFirst([over = hang.get_future().share()](const std::string&) { over.wait(); }, kSoon);
+  dog.Watch(In(kSoon), "words");
+  constexpr std::chrono::seconds kAtMost{30};
+  EXPECT_TRUE(HasBitten(kAtMost));
+  hang.set_value();
+}
+
+TEST_F(WatchdogTest, EndsAlsoWhereWhatItDoesFirstFails) {
+  dog.DoFirst([](const std::string&) { throw std::bad_alloc(); });
+  dog.Watch(In(kSoon), "words");
+  EXPECT_EQ(words_.get(), "words");
+}
+
 TEST_F(WatchdogTest, WatchesTheEndOnlyOnceItHasBegun) {
   dog.BeginEnd();
   dog.WatchAtEnd(In(kSoon), kSoon, "the end");

@@ -1,5 +1,6 @@
 // varnelctl snapshot --report: the page of the run at hand.
 #include "tests/varnelctl/report_support.h"
+#include "varnelctl/report/html/page.h"
 
 namespace varnel::test {
 namespace {
@@ -11,13 +12,47 @@ using testing::IsEmpty;
 
 using RunReport = SnapshotCommand;
 
-TEST_F(RunReport, AStoredRunAndTheRunItselfGiveTheSamePage) {
+TEST_F(RunReport, AStoredRunAndTheRunItselfGiveTheSamePageButForTheLog) {
   const std::string page = folder.File("page.html");
   const json document = SnapshotJson({"--report", page});
   ASSERT_EQ(RunCli({"report", folder.Write("run.json", document.dump(2))}).status, 0);
 
-  EXPECT_EQ(ReadFile(page), ReadFile(folder.File("run.html")));
-  EXPECT_THAT(DocumentsOfPage(ReadFile(page)), ElementsAre(document));
+  std::string own = ReadFile(page);
+  const std::size_t log = own.find("<section class=\"wide log\">");
+  ASSERT_NE(log, own.npos);
+  own.erase(log, own.find("<script type=\"application/json\" class=\"document\">") - log);
+
+  EXPECT_EQ(own, ReadFile(folder.File("run.html")));
+  EXPECT_THAT(DocumentsOfPage(own), ElementsAre(document));
+}
+
+// A name of the host must not end the script element that holds the log.
+TEST_F(RunReport, HasTheLogAtFullDetailAlsoWhereNobodyAskedForOne) {
+  hostFile["writers"][0]["name"] = "</script><b>Demo";
+  const std::string page = folder.File("page.html");
+  SnapshotJson({"--report", page});
+
+  const std::string text = ReadFile(page);
+  constexpr std::string_view kBegin = "<script type=\"application/json\" class=\"log-text\">";
+  const std::size_t begin = text.find(kBegin) + kBegin.size();
+  const std::string log = json::parse(text.substr(begin, text.find("</script>", begin) - begin));
+
+  EXPECT_THAT(log, HasSubstr(" I varnelctl(0) ends with exit status 0: CAPTURED"));
+  EXPECT_THAT(log, HasSubstr("</script><b>Demo"));
+  EXPECT_THAT(log, HasSubstr(" W varnel(215) Volume not in input list, State=NotEligible\n"));
+}
+
+TEST_F(RunReport, OfALongLogThePageHasTheBeginningAndTheEnd) {
+  varnelctl::html::StoredRun run = varnelctl::html::ReadRun("run.json", SnapshotJson().dump());
+  for (int i = 0; i < 30'000; ++i)
+    run.log += "2026-01-01 00:00:00.000 I here(1) line " + std::to_string(i) + '\n' + std::string(60, '.');
+
+  const std::string page = varnelctl::html::ReportPage({run});
+
+  EXPECT_TRUE(Shows(page, "line 0\\n"));
+  EXPECT_TRUE(Shows(page, "line 29999\\n"));
+  EXPECT_TRUE(Shows(page, " lines left out here ..."));
+  EXPECT_THAT(page.size(), testing::Lt(2'200'000u));
 }
 
 TEST_F(RunReport, ARunThatPrintsTextHasAPageToo) {
@@ -60,9 +95,9 @@ TEST_F(RunReport, TheWritersStatesAreThereAsOftenAsTheyWereRead) {
   }
 
   EXPECT_EQ(document.at("writerStates").at(0).at("writers").at(0).at("name"), "Demo Writer");
-  EXPECT_THAT(read, ElementsAre("preparing VSS_WS_STABLE 0x00000000",
-                                "snapshot VSS_WS_WAITING_FOR_BACKUP_COMPLETE 0x00000000",
-                                "completing VSS_WS_STABLE 0x00000000"));
+  EXPECT_THAT(
+      read, ElementsAre("preparing VSS_WS_STABLE 0x00000000", "snapshot VSS_WS_WAITING_FOR_BACKUP_COMPLETE 0x00000000",
+                        "completing VSS_WS_STABLE 0x00000000"));
 }
 
 TEST_F(RunReport, ShowsWhatAWriterWasToldAndHowItStoodAfterEachStep) {

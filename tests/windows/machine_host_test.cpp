@@ -41,6 +41,22 @@ TEST(MachineHost, IsTheCurrentHostUntilAnotherIsInstalled) {
   EXPECT_EQ(&CurrentHost(), MachineHost());
 }
 
+// Wine has no event log that could be read: a query fails without a reason.
+TEST(MachineEventLog, IsReadOrSaysThatItCannotBe) {
+  EventLog& log = CurrentHost().eventLog();
+  ::SetLastError(ERROR_GEN_FAILURE);
+  const EventHandle results(log.EvtQuery(nullptr, L"Application", L"*[System[EventID=1]]", EvtQueryChannelPath));
+  EXPECT_EQ(results ? DWORD{ERROR_SUCCESS} : CurrentHost().GetLastError(), DWORD{ERROR_SUCCESS});
+}
+
+TEST(MachineEventLog, TakesReports) {
+  EventLog& log = CurrentHost().eventLog();
+  const EventSource source(log.RegisterEventSourceW(nullptr, L"varnel test"));
+  ASSERT_TRUE(source);
+  std::array<LPCWSTR, 1> texts = {L"text"};
+  EXPECT_TRUE(log.ReportEventW(source.Get(), EVENTLOG_INFORMATION_TYPE, 0, 1, nullptr, 1, 0, texts.data(), nullptr));
+}
+
 TEST(MachineSystem, ExpandsEnvironmentVariables) {
   ASSERT_TRUE(::SetEnvironmentVariableW(L"VARNEL_TEST_VALUE", L"E:\\data"));
   std::array<wchar_t, MAX_PATH> text{};
@@ -548,6 +564,36 @@ TEST(MachineWmi, AnswersWithDisksOrWithAFailureAndNone) {
   } else {
     for (const WmiDisk& disk : disks) EXPECT_LT(disk.number, 10000u);
   }
+}
+
+TEST(MachineServices, AnswerOrSayWhyNot) {
+  ServiceManager& services = CurrentHost().services();
+  const ServiceHandle manager(services.OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
+  ASSERT_TRUE(manager) << ::GetLastError();
+  EXPECT_FALSE(ServiceHandle(services.OpenServiceW(manager.Get(), L"varnel-is-no-service", SERVICE_QUERY_STATUS)));
+  EXPECT_EQ(::GetLastError(), DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
+  SERVICE_STATUS status{};
+  EXPECT_FALSE(services.QueryServiceStatus(nullptr, &status));
+  DWORD needed = 0;
+  EXPECT_FALSE(services.QueryServiceConfigW(nullptr, nullptr, 0, &needed));
+}
+
+TEST(MachineSecurity, KnowsThisProcess) {
+  BOOL elevated = -1;
+  ASSERT_TRUE(CurrentHost().security().GetTokenElevation(&elevated));
+  EXPECT_TRUE(elevated == TRUE || elevated == FALSE);
+  BOOL wow64 = -1;
+  ASSERT_TRUE(CurrentHost().security().IsWow64Process(&wow64));
+  EXPECT_EQ(wow64, FALSE) << "a 64-bit test";
+}
+
+TEST(MachineSpace, KnowsTheRoomOfTheSystemDrive) {
+  ULARGE_INTEGER size{};
+  ULARGE_INTEGER free{};
+  const std::wstring drive = SystemDirectory().substr(0, 3);
+  ASSERT_TRUE(CurrentHost().space().GetDiskFreeSpaceExW(drive.c_str(), nullptr, &size, &free));
+  EXPECT_GE(size.QuadPart, free.QuadPart);
+  EXPECT_FALSE(CurrentHost().space().GetDiskFreeSpaceExW(L"?:\\", nullptr, &size, &free));
 }
 
 TEST(MachineTime, GoesForwardWhileTheProcessSleeps) {

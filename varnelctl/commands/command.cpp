@@ -7,10 +7,12 @@ std::vector<std::unique_ptr<Command>> MakeCommands() {
   commands.push_back(MakeWritersCommand());
   commands.push_back(MakeProvidersCommand());
   commands.push_back(MakeDisksCommand());
+  commands.push_back(MakeDoctorCommand());
   commands.push_back(MakePlanCommand());
   commands.push_back(MakeSnapshotCommand());
   commands.push_back(MakeSetsCommand());
   commands.push_back(MakeReportCommand());
+  commands.push_back(MakeCaptureCommand());
   commands.push_back(MakeExplainCommand());
   return commands;
 }

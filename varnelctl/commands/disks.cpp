@@ -1,28 +1,11 @@
-#include "text/unicode.h"
 #include "varnelctl/commands/command.h"
 #include "varnelctl/console/json.h"
 #include "varnelctl/console/text.h"
+#include "varnelctl/report/host_json.h"
 #include "varnelctl/storage_view.h"
 
 namespace varnelctl {
 namespace {
-
-using varnel::WideToUtf8Lossy;
-
-Json VolumeJson(const VolumeView& volume) {
-  Json json = {{"name", WideToUtf8Lossy(volume.name)}, {"mountPoints", ArrayOf(volume.mountPoints, WideToUtf8Lossy)}};
-  if (!volume.severalDisks.empty()) json["severalDisks"] = volume.severalDisks;
-  return json;
-}
-
-Json DiskJson(const DiskView& disk) {
-  return {{"name", WideToUtf8Lossy(disk.device.diskName)},
-          {"number", disk.device.diskNumber},
-          {"serialNumber", WideToUtf8Lossy(disk.device.serialNumber)},
-          {"system", disk.system},
-          {"clustered", disk.device.isClustered},
-          {"volumes", ArrayOf(disk.volumes, VolumeJson)}};
-}
 
 void Print(Console& console, const VolumeView& volume) {
   std::string line = "  " + Printable(volume.name);
@@ -69,9 +52,7 @@ class DisksCommand final : public Command {
     const StorageView storage = ReadStorage();
     for (const Warning& warning : storage.warnings) session.Warn(warning);
     if (session.json) {
-      session.document.Set(name(), {{"disks", ArrayOf(storage.disks, DiskJson)},
-                                    {"volumesOnSeveralDisks", ArrayOf(storage.volumesOnSeveralDisks, VolumeJson)},
-                                    {"volumesWithoutDisk", ArrayOf(storage.volumesWithoutDisk, VolumeJson)}});
+      session.document.Set(name(), StorageJson(storage));
     } else {
       Print(session.console, storage);
     }

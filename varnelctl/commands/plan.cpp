@@ -1,6 +1,9 @@
 #include <nlohmann/json.hpp>
 
 #include "varnelctl/commands/command.h"
+#include "varnelctl/event_log/event_ids.h"
+#include "varnelctl/event_log/writer.h"
+#include "varnelctl/evidence/names.h"
 #include "varnelctl/explanation/requirement.h"
 #include "varnelctl/report/html/run_report.h"
 #include "varnelctl/report/plan_report.h"
@@ -26,6 +29,8 @@ class PlanCommand final : public Command {
   void AddOptions(CLI::App& app) override {
     AddPlanOptions(app, options_);
     AddReportOption(app, report_);
+    AddEvidenceOptions(app, evidence_);
+    AddEventLogOption(app, writesEvents_);
   }
 
   std::optional<RequestedSet> Requested() const override {
@@ -37,16 +42,27 @@ class PlanCommand final : public Command {
       throw UsageError("plan takes either --disk, whose snapshot is planned, or --for, whose disks are told");
     }
     if (!options_.wanted.empty() && report_) throw UsageError("--report shows a plan of --disk, and --for makes none");
+    if (!options_.wanted.empty() && evidence_.folder) {
+      throw UsageError("--evidence is of a plan of --disk, and --for makes none");
+    }
+    if (!options_.wanted.empty() && writesEvents_) {
+      throw UsageError("--event-log takes the verdict of a plan of --disk, and --for makes none");
+    }
     if (!options_.wanted.empty()) return TellDisks(session);
     CheckSnapshotOptions(options_, session.calls != nullptr);
     PlanOutcome plan(options_);
     MakePlan(session, options_, plan);
+    if (session.evidence != nullptr && session.evidence->wantsNames) {
+      session.evidence->writers = WritersOf(plan.requestor->GetWriters());
+    }
     if (session.keepsDocument) session.document.Set(name(), PlanDocument(plan));
     if (!session.json) PrintPlan(session.console, plan, session.verbose);
     verdict_ = VerdictOfPlan(plan);
     return plan.failure ? session.ReportOutcome(*plan.failure) : ExitStatus::Done;
   }
   std::optional<std::string> ReportFile() const override { return report_; }
+  EvidenceOptions Evidence() const override { return evidence_; }
+  std::optional<DWORD> Events() const override { return writesEvents_ ? std::optional(kPlanEvents) : std::nullopt; }
   void NoteLastWord(Session& session) const override {
     if (verdict_) NoteVerdict(session, VerdictNow(*verdict_, session));
   }
@@ -74,6 +90,8 @@ class PlanCommand final : public Command {
 
   SnapshotOptions options_;
   std::optional<std::string> report_;
+  EvidenceOptions evidence_;
+  bool writesEvents_ = false;
   std::optional<Verdict> verdict_;  // of a plan that was made
 };
 

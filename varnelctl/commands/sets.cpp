@@ -4,6 +4,8 @@
 #include "text/nearest_name.h"
 #include "varnelctl/commands/command.h"
 #include "varnelctl/console/json.h"
+#include "varnelctl/event_log/event_ids.h"
+#include "varnelctl/event_log/writer.h"
 #include "varnelctl/report/sets_report.h"
 #include "varnelctl/sets/clean_up.h"
 #include "varnelctl/sets/set_actions.h"
@@ -48,6 +50,7 @@ class SetsCommand final : public Command {
         "--force", force_,
         "Take a set that another program or product has made; with delete, have the journal forget one that this "
         "host does not see");
+    AddEventLogOption(app, writesEvents_);
   }
 
   ExitStatus Run(Session& session) override {
@@ -59,6 +62,7 @@ class SetsCommand final : public Command {
     return Act(session, *ActionCalled(word));
   }
   std::string LastWord(const Session& /*session*/) const override { return lastWord_; }
+  std::optional<DWORD> Events() const override { return writesEvents_ ? std::optional(kSetsEvents) : std::nullopt; }
   void Conclude(Session& session) override {
     if (!session.json && !lastWord_.empty()) session.console.Line(lastWord_, tone_);
   }
@@ -77,6 +81,7 @@ class SetsCommand final : public Command {
     }
     const bool changes = ActionCalled(word) || word == "clean-up";
     if (dryRun_ && !changes) throw UsageError("sets " + word + " changes nothing: it takes no --dry-run");
+    if (writesEvents_ && !changes) throw UsageError("sets " + word + " changes nothing: it takes no --event-log");
     if (force_ && !ActionCalled(word)) throw UsageError("sets " + word + " takes no --force");
   }
 
@@ -144,6 +149,7 @@ class SetsCommand final : public Command {
   std::vector<std::string> words_;
   bool dryRun_ = false;
   bool force_ = false;
+  bool writesEvents_ = false;
   std::string lastWord_;  // of what changes something
   Tone tone_ = Tone::Plain;
 };

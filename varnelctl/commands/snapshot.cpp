@@ -3,6 +3,10 @@
 #include "text/unicode.h"
 #include "varnelctl/commands/command.h"
 #include "varnelctl/console/output_file.h"
+#include "varnelctl/event_log/event_ids.h"
+#include "varnelctl/event_log/writer.h"
+#include "varnelctl/evidence/collectors.h"
+#include "varnelctl/evidence/names.h"
 #include "varnelctl/report/html/run_report.h"
 #include "varnelctl/report/snapshot_report.h"
 #include "varnelctl/sets/snapshot_options.h"
@@ -54,6 +58,8 @@ class SnapshotCommand final : public Command {
   void AddOptions(CLI::App& app) override {
     AddSnapshotOptions(app, options_);
     AddReportOption(app, report_);
+    AddEvidenceOptions(app, evidence_);
+    AddEventLogOption(app, writesEvents_);
   }
 
   std::optional<RequestedSet> Requested() const override { return varnelctl::Requested(options_); }
@@ -64,10 +70,8 @@ class SnapshotCommand final : public Command {
     const ExitStatus status = TakeAndShow(session, outputs);
     if (!options_.callsFile) return status;
     // After the requestor's end, which makes calls too.
-    std::string log;
-    for (const std::string& line : session.calls->lines()) log += line + "\n";
     try {
-      outputs.calls.Write(log);
+      outputs.calls.Write(session.calls->Text());
     } catch (const NotAllDone& failure) {
       return session.ReportUndone(failure.what(), status);
     }
@@ -78,6 +82,8 @@ class SnapshotCommand final : public Command {
         {"--document", options_.documentFile}, {"--catalog", options_.catalogFile}, {"--calls", options_.callsFile}};
   }
   std::optional<std::string> ReportFile() const override { return report_; }
+  EvidenceOptions Evidence() const override { return evidence_; }
+  std::optional<DWORD> Events() const override { return writesEvents_ ? std::optional(kSnapshotEvents) : std::nullopt; }
   void NoteLastWord(Session& session) const override {
     if (verdict_) NoteVerdict(session, VerdictNow(*verdict_, session));
   }
@@ -99,6 +105,13 @@ class SnapshotCommand final : public Command {
     }
   }
 
+  static void HandOver(const SnapshotOutcome& outcome, const std::string& xml, FoundEvidence& evidence) {
+    evidence.Add(DocumentEvidence(xml));
+    if (outcome.taken) evidence.Add(CatalogEvidence(CatalogDocument(outcome)));
+    evidence.providers = outcome.providers;
+    if (evidence.wantsNames) evidence.writers = WritersOf(outcome.requestor->GetWriters());
+  }
+
   ExitStatus TakeAndShow(Session& session, Outputs& outputs) {
     const TriedSnapshot tried = Take(session);
     SnapshotOutcome& outcome = *tried.outcome;
@@ -108,6 +121,7 @@ class SnapshotCommand final : public Command {
       constexpr int kIndent = 2;
       outcome.Attempt(session, [&] { outputs.catalog.Write(CatalogDocument(outcome).dump(kIndent) + "\n"); });
     }
+    if (session.evidence != nullptr) HandOver(outcome, xml, *session.evidence);
     whatStands_ = DescribeSet(outcome);
     verdict_ = VerdictOf(outcome);
     if (session.keepsDocument) {
@@ -120,6 +134,8 @@ class SnapshotCommand final : public Command {
 
   SnapshotOptions options_;
   std::optional<std::string> report_;
+  EvidenceOptions evidence_;
+  bool writesEvents_ = false;
   std::string whatStands_;
   std::optional<Verdict> verdict_;  // nothing before a run
 };

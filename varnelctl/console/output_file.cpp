@@ -152,4 +152,15 @@ void RequireDifferentFiles(const std::vector<FileOption>& files) {
   }
 }
 
+void RequireOutside(const std::optional<std::string>& folder, const std::vector<FileOption>& files) {
+  if (!folder) return;
+  std::wstring within = KeyOf(PathOf(*folder));
+  if (within.back() != fs::path::preferred_separator) within += fs::path::preferred_separator;
+  for (const FileOption& file : files) {
+    if (!file.path || !KeyOf(PathOf(*file.path)).starts_with(within)) continue;
+    throw UsageError(file.option + " names a file in the folder " + Printable(varnel::Utf8ToWideLossy(*folder)) +
+                     ", which keeps its own: name another place");
+  }
+}
+
 }  // namespace varnelctl

@@ -44,5 +44,7 @@ struct FileOption {
 
 /// Throws UsageError when two options name one file, by the same name or another. A device may be named twice.
 void RequireDifferentFiles(const std::vector<FileOption>& files);
+/// Throws UsageError when an option names a file in the folder, if there is one: that has its own.
+void RequireOutside(const std::optional<std::string>& folder, const std::vector<FileOption>& files);
 
 }  // namespace varnelctl

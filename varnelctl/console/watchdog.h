@@ -25,6 +25,10 @@ class Watchdog {
   Watchdog(const Watchdog&) = delete;
   Watchdog& operator=(const Watchdog&) = delete;
 
+  /// Is called with the words before the process ends, on a thread of its own; what is watched may go on meanwhile, but
+  /// not to a normal end. The process ends after `patience` also where the deed is not done. One at a time, none where
+  /// it is empty.
+  void DoFirst(Bite deed, Clock::duration patience = std::chrono::seconds(10));
   /// Unless this or Rest is called again until then, the words are told and the process ends.
   void Watch(Clock::time_point until, std::string words);
   /// Nothing is watched until Watch is called again.
@@ -39,6 +43,8 @@ class Watchdog {
   const Bite bite_;
   std::mutex mutex_;  // of what follows
   std::condition_variable changed_;
+  Bite first_;
+  Clock::duration patience_{};  // with it
   std::optional<Clock::time_point> until_;
   Clock::time_point wakesAt_ = Clock::time_point::max();  // a later end needs no word to the thread
   std::string words_;

@@ -537,6 +537,11 @@ constexpr Advice kAdvice[] = {
      "Set the services \"Volume Shadow Copy\" (VSS) and the provider's own to start by hand (services.msc), then try "
      "again.",
      kHost},
+    {AdviceKind::Code, 0x80070424, "ERROR_SERVICE_DOES_NOT_EXIST", "A service that is needed is not installed.",
+     "Install the part of Windows or of the application that brings it; the Volume Shadow Copy service belongs to "
+     "every "
+     "Windows (sfc /scannow repairs it).",
+     kHost},
     {AdviceKind::Code, 0x80070426, "ERROR_SERVICE_NOT_ACTIVE", "A service that is needed does not run.",
      "Start it: \"Microsoft iSCSI Initiator Service\" (MSiSCSI) when sessions were to be ended, \"Cluster Service\" "
      "(ClusSvc) when a cluster was asked, otherwise the provider's own.",
@@ -675,39 +680,63 @@ constexpr Advice kAdvice[] = {
      "snapshot it is a writer's freeze or the array's provider: see their entries in the Application event log and the "
      "array's log of that minute. Then run the command again, with a longer deadline where the host is only slow.",
      kHost},
+    {AdviceKind::Case, 0, advice::kWrongBitness,
+     "A 32-bit program runs on a 64-bit Windows, whose service does not answer it.",
+     "Install the 64-bit varnelctl, or build the agent for 64 bits.", kHost},
+    {AdviceKind::Case, 0, advice::kDcomOff,
+     "DCOM is switched off on this host, so that no writer can call back into the program that takes the snapshot.",
+     "Run dcomcnfg, open the properties of the computer, and check \"Enable Distributed COM on this computer\" (or set "
+     "EnableDCOM below HKEY_LOCAL_MACHINE\\SOFTWARE\\Microsoft\\Ole to Y), then restart the host.",
+     kHost},
+    {AdviceKind::Case, 0, advice::kNoManifest,
+     "Windows tells a program without a manifest that it is an older Windows, and Hyper-V sets are then refused (254).",
+     "Give the agent's program a manifest that names the versions of Windows it supports, as varnel's own does; a "
+     "varnelctl.exe that lacks it is not as it was installed.",
+     kAgent},
+    {AdviceKind::Case, 0, advice::kNoSerialNumber,
+     "A disk tells no serial number, by which alone the array and this host know what they both mean.",
+     "Nothing, when it is no disk of the array. Otherwise let the array's management show the number, check the driver "
+     "(multipath, virtual machine settings such as disk.EnableUUID), and rescan the disks.",
+     kArray},
+    {AdviceKind::Case, 0, advice::kSameSerialNumber,
+     "Two disks tell the same serial number, so that nobody can say which of them a set is to hold.",
+     "When both are paths to one disk, set up multipath (MPIO) for the array. Otherwise one is a clone or an exposed "
+     "copy: take it away from this host, or have the array give it a number of its own.",
+     kArray},
+    {AdviceKind::Case, 0, advice::kSeveralDisks,
+     "A volume lies on several disks, and no snapshot of one of them holds it whole.",
+     "Move what is on it to a volume on one disk of the array, and grow that disk on the array where it is too small. "
+     "varnelctl disks shows which disks the volume lies on.",
+     kHost},
+    {AdviceKind::Case, 0, advice::kNotWhole,
+     "A database or machine is in a set only when all of its files lie on the set's disks.",
+     "Add the disks that its other files lie on (varnelctl plan --for NAME names them), or move the files onto disks "
+     "of the set.",
+     kHost},
+    {AdviceKind::Case, 0, advice::kOnOtherDisks,
+     "A database or machine lies on none of the disks that are asked for, so the set does not hold it.",
+     "Nothing, when it is not to be in the set. Otherwise add the disks that it lies on: varnelctl plan --for NAME "
+     "names them.",
+     kHost},
+    {AdviceKind::Case, 0, advice::kLeftoverSet,
+     "A request ended before it was done, and what it has taken may still be there.",
+     "varnelctl sets show {ID} tells what is left; varnelctl sets clean-up ends all that such requests have left.",
+     kHost},
+    {AdviceKind::Case, 0, advice::kClock,
+     "The clock of this host is not right: logs, events and shadow copies cannot be brought together by their times, "
+     "and the domain refuses the host.",
+     "Set the time (w32tm /resync, or w32tm /query /status for the reason) and check where a virtual machine takes it "
+     "from.",
+     kHost},
+    {AdviceKind::Case, 0, advice::kEventErrors,
+     "The event log of the last day has errors of something that takes part in a snapshot.",
+     "Read the entry in the event viewer, with those of the same minute: what it names is likely to fail again. One "
+     "that was seen to is of no concern.",
+     kHost},
     {AdviceKind::Case, 0, advice::kOtherCode, "A code that varnelctl has no advice for.",
      "Read the newest entries of source VSS, of the provider and of the application in the event logs of that minute. "
      "If they do not tell, run the command again with --log FILE --log-level verbose and hand the log to support.",
      kAgent},
-};
-
-constexpr CallOrder kCallOrders[] = {
-    {"InitializeForBackup", "a new object, and to be called once"},
-    {"SetContext", "InitializeForBackup before it; once, and before the gathering, a query or a set"},
-    {"SetBackupState", "InitializeForBackup before it, and to be called before PrepareForBackup"},
-    {"GatherWriterMetadata", "InitializeForBackup before it; once for each object"},
-    {"GetWriterMetadataCount", "a GatherWriterMetadata that has finished, and no FreeWriterMetadata yet"},
-    {"GetWriterMetadata", "a GatherWriterMetadata that has finished, and no FreeWriterMetadata yet"},
-    {"FreeWriterMetadata", "a GatherWriterMetadata that has finished"},
-    {"AddComponent", "a GatherWriterMetadata that has finished, and no PrepareForBackup yet"},
-    {"StartSnapshotSet",
-     "InitializeForBackup before it, every operation begun to have been waited for, and no set yet"},
-    {"AddToSnapshotSet", "StartSnapshotSet before it, and no PrepareForBackup or DoSnapshotSet yet"},
-    {"PrepareForBackup", "SetBackupState and StartSnapshotSet before it; once for each object"},
-    {"GatherWriterStatus", "a GatherWriterMetadata that has finished"},
-    {"GetWriterStatusCount", "a GatherWriterStatus that has finished, and no FreeWriterStatus yet"},
-    {"GetWriterStatusEx", "a GatherWriterStatus that has finished, and no FreeWriterStatus yet"},
-    {"DoSnapshotSet", "StartSnapshotSet before it, and with writers a PrepareForBackup that has finished"},
-    {"SaveAsXML", "a PrepareForBackup that has finished"},
-    {"GetWriterComponentsCount", "a PrepareForBackup that has finished"},
-    {"GetSnapshotProperties", "a DoSnapshotSet of the set that has finished"},
-    {"SetBackupSucceeded", "a DoSnapshotSet that has finished well, and no BackupComplete yet"},
-    {"BackupComplete", "a DoSnapshotSet that has finished well; once for each backup"},
-    {"AbortBackup", "InitializeForBackup before it"},
-    {"BreakSnapshotSet", "a DoSnapshotSet of the set that has finished"},
-    {"BreakSnapshotSetEx", "a DoSnapshotSet of the set that has finished"},
-    {"DeleteSnapshots", "InitializeForBackup before it"},
-    {"Query", "InitializeForBackup before it"},
 };
 
 }  // namespace
@@ -742,10 +771,6 @@ const Advice* FindAdvice(std::string_view key) {
   const auto* const found =
       std::find_if(std::begin(kAdvice), std::end(kAdvice), [&](const Advice& advice) { return advice.Key() == key; });
   return found == std::end(kAdvice) ? nullptr : found;
-}
-
-std::span<const CallOrder> CallOrders() {
-  return kCallOrders;
 }
 
 }  // namespace varnelctl

@@ -45,6 +45,17 @@ inline constexpr std::string_view kOutputLost = "output-lost";
 inline constexpr std::string_view kJournal = "journal";
 inline constexpr std::string_view kInterrupted = "interrupted";
 inline constexpr std::string_view kPastDeadline = "past-deadline";
+inline constexpr std::string_view kWrongBitness = "wrong-bitness";
+inline constexpr std::string_view kDcomOff = "dcom-off";
+inline constexpr std::string_view kNoManifest = "no-manifest";
+inline constexpr std::string_view kNoSerialNumber = "no-serial-number";
+inline constexpr std::string_view kSameSerialNumber = "same-serial-number";
+inline constexpr std::string_view kSeveralDisks = "several-disks";
+inline constexpr std::string_view kNotWhole = "not-whole";
+inline constexpr std::string_view kOnOtherDisks = "on-other-disks";
+inline constexpr std::string_view kLeftoverSet = "leftover-set";
+inline constexpr std::string_view kClock = "clock";
+inline constexpr std::string_view kEventErrors = "event-errors";
 inline constexpr std::string_view kOtherCode = "other-code";
 }  // namespace advice
 

@@ -15,7 +15,8 @@ constexpr DWORD kSessionMemory = 6;
 std::size_t EndOfRecord(std::string_view text, std::size_t reason) {
   const std::size_t nextReason = std::min(text.find(kReason, reason + 1), text.size());
   std::size_t end = reason;
-  for (std::size_t at = text.find(kAction, reason); at < nextReason; at = text.find(kAction, end)) {
+  const std::string_view before = text.substr(0, nextReason);
+  for (std::size_t at = before.find(kAction, reason); at != before.npos; at = before.find(kAction, end)) {
     const bool isUnended = text.substr(at).starts_with(kUnendedAction);
     end = isUnended ? at + kUnendedAction.size() : std::min(text.find_first_of(",;\r\n", at), text.size());
     if (text.substr(end, 2) != ", ") break;

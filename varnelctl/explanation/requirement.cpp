@@ -47,6 +47,22 @@ std::string Why(const ApplicationObject& object, const ComponentExplanation& par
   return ReasonText(part) + (remedy.empty() ? "" : " (" + remedy + ")");
 }
 
+// What the part's files alone say.
+std::string WhyOfFiles(const ApplicationObject& object, const ComponentExplanation& part, Application application) {
+  ComponentExplanation alone = part;
+  alone.reason = part.ofFiles;
+  alone.missingDisks = object.missingDisks;  // those of all its parts
+  return Why(object, alone, application);
+}
+
+// Null where there is none.
+const ComponentExplanation* PartThatMoreDisksDoNotHelp(const ApplicationObject& object) {
+  for (const ComponentExplanation* part : object.parts) {
+    if (part->ofFiles != Reason::None && part->ofFiles != Reason::DiskNotInSet) return part;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 std::string DiskOption(const std::vector<std::wstring>& serialNumbers) {
@@ -73,13 +89,19 @@ std::string WhyNotCaptured(const ApplicationObject& object, Application applicat
 }
 
 std::string WhyNotHeld(const ApplicationObject& object, Application application) {
-  for (const ComponentExplanation* part : object.parts) {
-    if (part->ofFiles == Reason::None || part->ofFiles == Reason::DiskNotInSet) continue;
-    ComponentExplanation alone = *part;
-    alone.reason = part->ofFiles;
-    return NameIn(application, object) + ": " + Why(object, alone, application);
+  const ComponentExplanation* const part = PartThatMoreDisksDoNotHelp(object);
+  if (part == nullptr) return NameIn(application, object);
+  return NameIn(application, object) + ": " + WhyOfFiles(object, *part, application);
+}
+
+std::string WhyNotWhole(const ApplicationObject& object, Application application) {
+  if (const ComponentExplanation* const part = PartThatMoreDisksDoNotHelp(object)) {
+    return WhyOfFiles(object, *part, application);
   }
-  return NameIn(application, object);
+  for (const ComponentExplanation* part : object.parts) {
+    if (part->ofFiles == Reason::DiskNotInSet) return WhyOfFiles(object, *part, application);
+  }
+  return {};
 }
 
 std::vector<const ApplicationObject*> ObjectsNamed(std::string_view name, const std::vector<ApplicationObject>& objects,

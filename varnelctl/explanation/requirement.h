@@ -36,6 +36,10 @@ std::string DiskOption(const std::vector<std::wstring>& serialNumbers);
 /// Why no set of disks could hold the object: "NAME: REASON (REMEDY)".
 std::string WhyNotHeld(const ApplicationObject& object, Application application);
 
+/// Why files of the object are not on the disks, whatever a request makes of it: "REASON (REMEDY)"; empty where all
+/// are.
+std::string WhyNotWhole(const ApplicationObject& object, Application application);
+
 /// "REASON (REMEDY)"; empty of one that is in the set.
 std::string WhyLeftOut(const ApplicationObject& object, Application application);
 

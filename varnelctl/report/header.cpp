@@ -19,14 +19,6 @@ std::chrono::sys_time<Ticks> TimeAt(long long ticks) {
   return std::chrono::sys_days(std::chrono::year(1601) / 1 / 1) + Ticks(ticks);
 }
 
-std::chrono::sys_time<Ticks> TimeOf(varnel::Host* host) {
-  if (host == nullptr) return std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now());
-  FILETIME time{};
-  host->time().GetSystemTimeAsFileTime(&time);
-  const auto ticks = static_cast<unsigned long long>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
-  return TimeAt(static_cast<long long>(ticks));
-}
-
 std::string Iso8601(std::chrono::sys_time<Ticks> time) {
   const auto midnight = std::chrono::floor<std::chrono::days>(time);
   const std::chrono::year_month_day date(midnight);
@@ -62,6 +54,16 @@ std::string RequestLine(const RequestedSet& request) {
 
 }  // namespace
 
+long long FileTimeNow() {
+  varnel::Host* const host = varnel::CurrentHostOrNull();
+  if (host == nullptr) {
+    return (std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now()) - TimeAt(0)).count();
+  }
+  FILETIME time{};
+  host->time().GetSystemTimeAsFileTime(&time);
+  return static_cast<long long>(static_cast<unsigned long long>(time.dwHighDateTime) << 32 | time.dwLowDateTime);
+}
+
 std::string UtcText(long long fileTime) {
   return Iso8601(TimeAt(fileTime));
 }
@@ -85,7 +87,8 @@ std::optional<std::string> ComputerName() {
 
 Header ReadHeader(const std::vector<std::string>& arguments, std::optional<RequestedSet> request) {
   varnel::Host* const host = varnel::CurrentHostOrNull();
-  Header header{VARNELCTL_VERSION, {}, {}, Iso8601(TimeOf(host)), {}, std::move(request)};
+  const long long now = FileTimeNow();
+  Header header{VARNELCTL_VERSION, {}, {}, UtcText(now), {}, std::move(request), now};
   for (const std::string& argument : arguments) header.commandLine.push_back(Utf8(argument));
   if (host != nullptr) {
     header.host = ComputerName();

@@ -26,7 +26,11 @@ struct Header {
   std::string start;                     ///< UTC: "2026-11-20T18:52:44.123Z"
   std::optional<unsigned long> process;  ///< nothing where there is no host
   std::optional<RequestedSet> request;
+  long long fileTime = 0;  ///< the start: UTC, 100 ns since 1601
 };
+
+/// By the current host's clock, without a host by this process's: UTC, 100 ns since 1601.
+long long FileTimeNow();
 
 /// "2026-11-20T18:52:44.123Z" \param fileTime 100 ns since 1601.
 std::string UtcText(long long fileTime);

@@ -19,11 +19,6 @@ using varnel::CurrentHost;
 constexpr DWORD kMayComeMilliseconds = 60'000;
 constexpr DWORD kAskAgainMilliseconds = 1'000;
 
-// Its request may have left a set.
-bool MayHaveSet(const JournalEntry& entry) {
-  return entry.stage != JournalStage::Begun && entry.stage != JournalStage::Started;
-}
-
 JournalCopy ForJournal(const KnownCopy& copy) {
   return {copy.snapshotId, copy.volume,        copy.mountPoint,       copy.sourceDisk,
           copy.device,     copy.disk.diskName, copy.disk.serialNumber};
@@ -77,7 +72,7 @@ class CleanUpRun {
     const std::string state = " (" + DescribeState(set) + ")";
     if (copies != 0) {
       Tell(outcome, CleanUpResult::Deleted, "would be deleted: " + CountedCopies(copies) + state);
-    } else if (!MayHaveSet(*set.entry)) {
+    } else if (!set.entry->MayHaveSet()) {
       Tell(outcome, CleanUpResult::NothingTaken, "would be forgotten" + state);
     } else if (WasBeingBroken(*set.entry)) {
       Tell(outcome, WhatBreakingCameTo(*set.entry), "would count as done" + state);
@@ -100,7 +95,7 @@ class CleanUpRun {
   }
 
   void EndSet(const KnownSet& set, JournalEntry& entry, CleanUpOutcome& outcome) {
-    if (!MayHaveSet(entry) && !set.IsListed()) {
+    if (!entry.MayHaveSet() && !set.IsListed()) {
       journal_.Remove(entry);
       return Tell(outcome, CleanUpResult::NothingTaken, "nothing was taken: its process ended before");
     }
@@ -333,7 +328,7 @@ std::optional<Failure> FailureOf(const std::vector<CleanUpOutcome>& outcomes) {
 
 void TellLeftovers(Session& session, const Journal::Content& content) {
   const auto isLeftover = [](const JournalEntry& entry) {
-    return entry.IsLeftover() && MayHaveSet(entry) && !entry.isRunning;
+    return entry.IsLeftover() && entry.MayHaveSet() && !entry.isRunning;
   };
   const auto count =
       static_cast<std::size_t>(std::count_if(content.entries.begin(), content.entries.end(), isLeftover));

@@ -45,9 +45,8 @@ SessionList ReadSessions() {
   return list;
 }
 
-std::vector<iscsi::DeviceOnSession> DevicesOf(iscsi::SessionInfo& session) {
+DWORD ReadDevices(iscsi::SessionInfo& session, std::vector<iscsi::DeviceOnSession>& devices) {
   constexpr DWORD kPauseMilliseconds = 500;
-  std::vector<iscsi::DeviceOnSession> devices;
   ULONG reported = 0;
   DWORD error = CurrentHost().iscsi().GetDevicesForIScsiSessionW(&session.SessionId, &reported, nullptr);
   for (int i = 0; i < kTries; ++i) {
@@ -61,9 +60,8 @@ std::vector<iscsi::DeviceOnSession> DevicesOf(iscsi::SessionInfo& session) {
     error = CurrentHost().iscsi().GetDevicesForIScsiSessionW(&session.SessionId, &reported,
                                                              devices.empty() ? nullptr : devices.data());
   }
-  CheckIscsiCall("GetDevicesForIScsiSessionW", error);
-  devices.resize(std::min<std::size_t>(reported, devices.size()));
-  return devices;
+  devices.resize(error == ERROR_SUCCESS ? std::min<std::size_t>(reported, devices.size()) : 0);
+  return error;
 }
 
 std::string IdOf(const iscsi::UniqueSessionId& id) {
@@ -102,13 +100,17 @@ bool IsDisk(const SessionDevice& device, const WindowsDiskDevice& disk) {
 
 }  // namespace
 
-std::vector<OpenSession> ListSessions() {
+std::vector<OpenSession> ListSessions(const DevicesFailed& failed) {
   std::vector<OpenSession> sessions;
   SessionList list = ReadSessions();
   for (std::size_t i = 0; i < list.count; ++i) {
     iscsi::SessionInfo& info = list.block[i];
     OpenSession session{info.TargetName == nullptr ? L"" : info.TargetName, IdOf(info.SessionId), info.SessionId, {}};
-    for (const iscsi::DeviceOnSession& device : DevicesOf(info)) session.devices.push_back(DeviceOf(device));
+    std::vector<iscsi::DeviceOnSession> devices;
+    const DWORD error = ReadDevices(info, devices);
+    if (error != ERROR_SUCCESS && failed) failed(session, error);
+    if (!failed) CheckIscsiCall("GetDevicesForIScsiSessionW", error);
+    for (const iscsi::DeviceOnSession& device : devices) session.devices.push_back(DeviceOf(device));
     sessions.push_back(std::move(session));
   }
   return sessions;

@@ -1,6 +1,7 @@
 // The iSCSI sessions of this host, and which of them carry disks of a set.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,8 +24,12 @@ struct OpenSession {
   std::vector<SessionDevice> devices;
 };
 
-/// The open sessions. One that is busy is asked again. Throws CallFailure.
-std::vector<OpenSession> ListSessions();
+/// Told of a session whose devices could not be asked, and of the error.
+using DevicesFailed = std::function<void(const OpenSession& session, DWORD error)>;
+
+/// The open sessions. One that is busy is asked again. Throws CallFailure, but not for the devices of a session where
+/// `failed` is there to be told: the session then has none.
+std::vector<OpenSession> ListSessions(const DevicesFailed& failed = nullptr);
 
 /// Ends a session, as the library does: tries five times, which its log tells. \return whether it has ended.
 bool LogOut(OpenSession& session);

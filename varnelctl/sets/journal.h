@@ -79,6 +79,8 @@ struct JournalEntry {
   bool IsPersistent() const;
   /// No set, or one that is gone, or that goes with its process.
   bool IsOver() const;
+  /// Its request may have left a set.
+  bool MayHaveSet() const { return stage != JournalStage::Begun && stage != JournalStage::Started; }
   /// It was not brought to its end, or its end left something. With its process gone nobody wants the set.
   bool IsLeftover() const;
 };

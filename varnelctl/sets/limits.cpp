@@ -98,6 +98,7 @@ std::string ReadStepDeadline(std::string_view text, Deadlines& deadlines) {
 Limits::Limits(Session& session, Phases& phases, Watchdog& watchdog)
     : session_(session), phases_(phases), watchdog_(watchdog) {
   phases_.WhenStepBegins([this] { End(); });
+  watchdog_.DoFirst(session_.beforeEnd);
 }
 
 // What is released after the run may hang as well.

@@ -17,11 +17,14 @@ struct PlanOutcome : SnapshotOutcome {
       : PlanOutcome(chosen, MakePlanningRequestor(chosen.application)) {}
 
   std::function<void(SelectionWatcher&, std::string&)> select;  ///< the requestor's
+  std::function<IVssBackupComponents*()> service;               ///< the requestor's
   std::vector<Volume> volumes;
 
  private:
   PlanOutcome(const SnapshotOptions& chosen, PlanningRequestor planner)
-      : SnapshotOutcome(chosen, std::move(planner.requestor)), select(std::move(planner.select)) {}
+      : SnapshotOutcome(chosen, std::move(planner.requestor)),
+        select(std::move(planner.select)),
+        service(std::move(planner.service)) {}
 };
 
 /// Goes as far as the selection. No writer hears more than Identify, no set is started and nothing is completed. A

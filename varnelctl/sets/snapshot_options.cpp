@@ -134,10 +134,12 @@ CLI::Option* AddParsed(CLI::App& app, const char* option, DWORD& target, Parse p
 }
 
 // An option whose value is one of these names.
-template <class Value, std::size_t n>
-CLI::Option* AddChoice(CLI::App& app, const char* option, Value& target, const Choice<Value> (&choices)[n],
+template <class Target, class Value, std::size_t n>
+CLI::Option* AddChoice(CLI::App& app, const char* option, Target& target, const Choice<Value> (&choices)[n],
                        const char* description) {
-  const auto read = [&](const std::string& name) { target = ValueOf(name, choices).value_or(target); };
+  const auto read = [&](const std::string& name) {
+    if (const std::optional<Value> value = ValueOf(name, choices)) target = *value;
+  };
   return app.add_option_function<std::string>(option, read, description)->check(CLI::IsMember(NamesOf(choices)));
 }
 
@@ -145,6 +147,21 @@ CLI::Option* AddChoice(CLI::App& app, const char* option, Value& target, const C
 std::string NoOption(const std::string& value) {
   const bool isOption = value.size() > 1 && value[0] == '-' && (value[1] < '0' || value[1] > '9');
   return isOption ? "no value stands before " + value : "";
+}
+
+CLI::Option* AddDisks(CLI::App& app, std::vector<std::string>& disks) {
+  return app
+      .add_option(
+          "--disk", disks,
+          "Serial numbers of the protection set's disks, as varnelctl disks shows them (--disk TSL0001 TSL0002)")
+      ->type_name("SERIAL")
+      ->expected(1, -1)
+      ->check(NoOption);
+}
+
+void AddUnknownDisks(CLI::App& app, bool& accept) {
+  app.add_flag("--accept-unknown-disks", accept,
+               "Take serial numbers that no disk of this host has: the array's set spans several hosts");
 }
 
 // Of which application and disks.
@@ -155,19 +172,12 @@ CLI::Option* AddTarget(CLI::App& app, SnapshotOptions& options) {
       "every writer")
       ->option_text("none|sql|exchange|hyperv REQUIRED")
       ->required();
-  return app
-      .add_option(
-          "--disk", options.disks,
-          "Serial numbers of the protection set's disks, as varnelctl disks shows them (--disk TSL0001 TSL0002)")
-      ->type_name("SERIAL")
-      ->expected(1, -1)
-      ->check(NoOption);
+  return AddDisks(app, options.disks);
 }
 
 // Which set is taken.
 void AddRequestOptions(CLI::App& app, SnapshotOptions& options) {
-  app.add_flag("--accept-unknown-disks", options.acceptUnknownDisks,
-               "Take serial numbers that no disk of this host has: the array's set spans several hosts");
+  AddUnknownDisks(app, options.acceptUnknownDisks);
   app.add_option("--require", options.required,
                  "Databases, mailbox databases or virtual machines that must be in the set whole, or all of the "
                  "application (--require sales crm): else nothing is taken, and no writer is asked to prepare")
@@ -301,6 +311,14 @@ std::string ContextName(DWORD context) {
 
 std::string BackupTypeName(VSS_BACKUP_TYPE type) {
   return NameOf(type, kBackupTypes);
+}
+
+void AddExaminationOptions(CLI::App& app, DoctorOptions& options) {
+  AddChoice(app, "--app", options.application, kApplications,
+            "The application whose snapshots are to succeed (--app sql); every one that has a writer here unless given")
+      ->option_text("none|sql|exchange|hyperv");
+  AddDisks(app, options.disks);
+  AddUnknownDisks(app, options.acceptUnknownDisks);
 }
 
 RequestedSet Requested(const SnapshotOptions& options) {

@@ -50,11 +50,21 @@ struct SnapshotOptions {
   bool IsTransportable() const { return (context & VSS_VOLSNAP_ATTR_TRANSPORTABLE) != 0; }
 };
 
+/// What an examination of the host is to look at.
+struct DoctorOptions {
+  std::optional<Application> application;  ///< every one that has a writer here unless given
+  std::vector<std::string> disks;          ///< the values of --disk
+  bool acceptUnknownDisks = false;
+};
+
 /// Declares the options; they are bound to `options`, which must outlive the parse.
 void AddSnapshotOptions(CLI::App& app, SnapshotOptions& options);
 
 /// The options of a plan: those of them that decide what a set would hold.
 void AddPlanOptions(CLI::App& app, SnapshotOptions& options);
+
+/// Those of an examination, of which none must be given.
+void AddExaminationOptions(CLI::App& app, DoctorOptions& options);
 
 /// In the words of the command line.
 RequestedSet Requested(const SnapshotOptions& options);

@@ -67,8 +67,8 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
     if (FAILED(result)) refusedVolume_ = volume;
   }
 
-  void AfterGetWriterStatus(WriterStatusTold status) override {
-    if (!outcome_.writerStates.empty()) outcome_.writerStates.back().writers.push_back(std::move(status));
+  void AfterGetWriterStatus(const WriterStatusTold& status) override {
+    if (!outcome_.writerStates.empty()) outcome_.writerStates.back().writers.push_back(status);
   }
   void BeginStates() {
     const Step* const step = phases_.AtHand();
@@ -155,8 +155,9 @@ class SnapshotRun final : private RequestRun, private RequestWatcher {
   // For its name alone.
   void FindProvider() {
     try {
-      for (Provider& provider : ReadProviders()) {
-        if (provider.IsArrayProvider()) outcome_.provider = std::move(provider);
+      outcome_.providers = ReadProviders();
+      for (const Provider& provider : outcome_.providers) {
+        if (provider.IsArrayProvider()) outcome_.provider = provider;
       }
     } catch (const CallFailure&) {
       return;  // its identifier is known all the same

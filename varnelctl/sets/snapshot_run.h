@@ -107,7 +107,8 @@ struct SnapshotOutcome {
   std::string databases;
   Explanation explanation;                 ///< borrows the requestor's writers
   std::vector<ApplicationObject> objects;  ///< borrows the explanation
-  std::optional<Provider> provider;        ///< the array's, of a set that was taken; nothing where it was not told
+  std::vector<Provider> providers;   ///< the registered ones, of a set that was taken; none where they were not told
+  std::optional<Provider> provider;  ///< the array's among them
 };
 
 /// Drives the outcome's requestor in the host agent's order of calls, through every phase. A failure ends the sequence,

@@ -51,4 +51,10 @@ if(WINDOWS)
      OR NOT text MATCHES "completing the backup: done")
     message(FATAL_ERROR "varnelctl snapshot without disks: exit status ${result}\n${text}\n${errors}")
   endif()
+  # The doctor tells what is wrong with this machine, and goes on after each question that is not answered.
+  execute_process(COMMAND ${EMULATOR} ${PROGRAM} doctor
+    RESULT_VARIABLE result OUTPUT_VARIABLE text ERROR_VARIABLE errors)
+  if(NOT result EQUAL 12 OR NOT text MATCHES "could not be asked" OR NOT text MATCHES "\n[0-9]+ checks: [0-9]+ error")
+    message(FATAL_ERROR "varnelctl doctor without the service: exit status ${result}\n${text}\n${errors}")
+  endif()
 endif()

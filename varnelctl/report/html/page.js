@@ -48,7 +48,7 @@
   function stateOf(component) {
     if (component.failed && component.failureCode !== "0x00000000") return "failed";
     if (component.place === undefined) return "other";
-    return component.place in STATES ? component.place : "leftOut";
+    return Object.hasOwn(STATES, component.place) ? component.place : "leftOut";
   }
 
   function reasonOf(component) {

@@ -13,8 +13,8 @@ void AddReportOption(CLI::App& app, std::optional<std::string>& file) {
       ->check(RefuseEmpty);
 }
 
-RunReport::RunReport(Session& session, const std::optional<std::string>& file)
-    : session_(session), file_("--report", file), isWanted_(file.has_value()) {
+RunReport::RunReport(Session& session, const std::optional<std::string>& file, const KeptLog& log)
+    : session_(session), log_(log), file_("--report", file), isWanted_(file.has_value()) {
   session_.keepsDocument = session_.json || isWanted_;
 }
 
@@ -23,7 +23,9 @@ ExitStatus RunReport::Write(ExitStatus status) {
   // From the text that --json prints, so that a stored run gives the same page.
   const std::string text = session_.document.Whole(status).dump(-1, ' ', false, Json::error_handler_t::replace);
   try {
-    file_.Write(html::ReportPage({html::ReadRun("this run", text)}));
+    html::StoredRun run = html::ReadRun("this run", text);
+    run.log = log_.Text();
+    file_.Write(html::ReportPage({std::move(run)}));
     return status;
   } catch (const NotAllDone& failure) {
     const ExitStatus now = session_.ReportUndone(failure.what(), status);

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "varnelctl/console/output_file.h"
+#include "varnelctl/evidence/kept_log.h"
 #include "varnelctl/session.h"
 
 namespace CLI {
@@ -19,8 +20,10 @@ void AddReportOption(CLI::App& app, std::optional<std::string>& file);
 class RunReport {
  public:
   /// Tries whether the file can be written, and has the session keep its document. Without a file nobody wants the
-  /// page. The session is borrowed. Throws UsageError.
-  RunReport(Session& session, const std::optional<std::string>& file);
+  /// page. The session is borrowed, and so is the log of the run. Throws UsageError.
+  RunReport(Session& session, const std::optional<std::string>& file, const KeptLog& log);
+
+  bool isWanted() const { return isWanted_; }
 
   /// Writes the page of the session's document. \return how the run ends then that ended with `status`: NotAllDone for
   /// a success whose page is not whole, which is told.
@@ -28,8 +31,9 @@ class RunReport {
 
  private:
   Session& session_;
+  const KeptLog& log_;
   OutputFile file_;
-  bool isWanted_;
+  const bool isWanted_;
 };
 
 }  // namespace varnelctl

@@ -183,10 +183,23 @@ std::string Place(const std::string& kind) {
   return "<div class=\"filled\" data-fill=\"" + kind + "\"></div>\n";
 }
 
+// Of a long log the beginning and the end, which is where a failure is: a page is not to weigh more than it tells.
+std::string PartOfLog(const std::string& log) {
+  constexpr std::size_t kBeginning = 500'000;
+  constexpr std::size_t kEnd = 1'500'000;
+  if (log.size() <= kBeginning + kEnd) return log;
+  const std::size_t first = log.rfind('\n', kBeginning) + 1;
+  const std::size_t last = log.find('\n', log.size() - kEnd) + 1;
+  const auto left = std::count(log.begin() + static_cast<std::ptrdiff_t>(first),
+                               log.begin() + static_cast<std::ptrdiff_t>(last), '\n');
+  return log.substr(0, first) + "... " + Counted(static_cast<std::size_t>(left), "line") + " left out here ...\n" +
+         log.substr(last);
+}
+
 std::string LogSection(const std::string& log, const std::string& id, int level) {
   if (log.empty()) return {};
   return Section(id, level, "Log", Place("log"), "wide log") + "<script type=\"application/json\" class=\"log-text\">" +
-         EscapedJson(log) + "</script>\n";
+         EscapedJson(PartOfLog(log)) + "</script>\n";
 }
 
 std::string InteractiveSections(const json& run, const std::string& id, int level) {
@@ -253,12 +266,15 @@ std::string TitleOf(const json& run) {
   return what + (host.empty() ? "" : " of " + host) + ", " + TimeText(run["header"]["start"]);
 }
 
+std::string RunHeader(const json& run, int level) {
+  return "<header>\n" + Element("p", TitleOf(run), "eyebrow") + "\n" + Verdict(run, level) + Cause(run) + "</header>\n";
+}
+
 std::string RunArticle(const StoredRun& stored, const std::string& id, int level) {
   const json& run = stored.document;
   const int below = level + 1;
   std::string article = "<article id=\"" + id + "\" class=\"run " + std::string(ClassOf(StandingOf(run))) + "\">\n";
-  article +=
-      "<header>\n" + Element("p", TitleOf(run), "eyebrow") + "\n" + Verdict(run, level) + Cause(run) + "</header>\n";
+  article += RunHeader(run, level);
   article += Section(id + "-missing", below, "Not captured", NotCapturedList(run));
   article += InteractiveSections(run, id, below);
   article += Section(id + "-steps", below, "Steps", Timeline(run));

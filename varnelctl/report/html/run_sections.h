@@ -26,6 +26,8 @@ std::string TitleOf(const nlohmann::json& run);
 /// "2026-01-01 00:00:00 UTC" of the start in a header.
 std::string TimeText(const std::string& start);
 
+/// What the run was, what it came to and why: the `header` of an article of class "run".
+std::string RunHeader(const nlohmann::json& run, int level);
 /// All of a run. \param id of the run, which begins the identifiers of its elements. \param level of its heading.
 std::string RunArticle(const StoredRun& stored, const std::string& id, int level);
 

@@ -115,7 +115,7 @@ std::string FailureText(const json& writer, const std::vector<RecordText>& recor
   const auto failed = std::count_if(components.begin(), components.end(), [](const json& component) {
     return component["failed"].get<bool>() && IsFailure(component["failureCode"]);
   });
-  const std::string state = StateOf(writer["name"], records);
+  std::string state = StateOf(writer["name"], records);
   if (failed == 0) return state;
   return (state.empty() ? "" : state + "; ") + "failed for " + Counted(static_cast<std::size_t>(failed), "component");
 }
@@ -184,8 +184,8 @@ std::string Moments(const json& run) {
   if (rows.empty()) return {};
   std::string listed;
   for (std::size_t i = 0; i < std::min(rows.size(), kMostListed); ++i) listed += rows[i];
-  return "<details class=\"told\"><summary>What the writers of this simulated host were told (" + Counted(rows.size(), "event") +
-         ")</summary>\n" +
+  return "<details class=\"told\"><summary>What the writers of this simulated host were told (" +
+         Counted(rows.size(), "event") + ")</summary>\n" +
          ScrollingTable("Events", "moments",
                         ColumnHead("At", true) + ColumnHead("Event") + ColumnHead("Writer") + ColumnHead("Result"),
                         listed) +
