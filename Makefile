@@ -38,7 +38,7 @@ coverage: setup ## run the native tests and list the lines of the library that n
 
 package: setup ## build the Windows package, build/windows/package/varnel-*.zip
 	@$(configure) windows
-	@cmake --build --preset windows --target varnel varnelctl
+	@cmake --build --preset windows --target varnel_product
 	@cd build/windows && cpack -G ZIP
 
 bench: build-benchmarks ## what whole requests cost and ask beside a bare requestor: tables, JSON and plot in build/bench

@@ -1,11 +1,12 @@
 // One whole snapshot request on one host, measured:
 //
-//   request_cost WORKLOAD N floor|quiet|logged|memory [CALLS.txt]
+//   request_cost WORKLOAD N floor|quiet|logged|memory|c [CALLS.txt]
 //
 // "floor" is the bare requestor, "quiet" the real one with logging off, "logged" the real one with its log at
-// information level in a file; "memory" is the real one on a host whose own memory does not count. Prints one JSON
+// information level in a file; "memory" is the real one on a host whose own memory does not count; "c" is the real one
+// with logging off through the C interface. Prints one JSON
 // object. With CALLS.txt the call log is written there (and costs).
-// Under callgrind, MeasuredRequest is the function to collect.
+// Under callgrind, MeasuredRequest and MeasuredRequestInC are the functions to collect.
 #include <malloc.h>
 #include <unistd.h>
 
@@ -24,10 +25,13 @@
 
 #include "bench/floor.h"
 #include "bench/workloads.h"
+#include "c/texts.h"
+#include "c/varnel-c.h"
 #include "platform/tessel/FileLog.h"
 #include "platform/tessel/log_sink.h"
 #include "simulator/simulated_host.h"
 #include "tests/faults/guarded_host.h"
+#include "text/unicode.h"
 
 // The C library's allocator with a count around it: what the program gets from malloc and from operator new alike.
 extern "C" {
@@ -117,8 +121,8 @@ Switch::~Switch() {
 namespace varnel::bench {
 
 // The host agent's order of calls. Not inlined: the profiler finds it by its name.
-[[gnu::noinline]] void MeasuredRequest(const Workload& workload, bool bare, const std::vector<std::wstring>& disks,
-                                       TesselCommonClasses::DiskAndVolumeEnumerator& enumerator) {
+[[gnu::noinline]] void MeasuredRequest(const Workload& workload, bool bare, const std::vector<std::wstring>& disks) {
+  TesselCommonClasses::DiskAndVolumeEnumerator enumerator;
   if (bare) {
     TakeBareSnapshot(workload.writerIds, disks, enumerator);
     return;
@@ -131,16 +135,32 @@ namespace varnel::bench {
   requestor->SetBackupStatus(0, errorDetails);
 }
 
+// The same through the C interface.
+[[gnu::noinline]] void MeasuredRequestInC(int application, const std::vector<const char*>& disks) {
+  varnel_request_options options = {};
+  options.size = sizeof options;
+  options.application = application;
+  varnel_request* request = nullptr;
+  int code = varnel_request_create(&options, &request);
+  if (code == VARNEL_DONE) code = varnel_request_add_disks(request, disks.data(), disks.size());
+  if (code == VARNEL_DONE) code = varnel_request_initialize(request);
+  if (code == VARNEL_DONE) code = varnel_request_snapshot(request);
+  if (code == VARNEL_DONE) code = varnel_request_complete(request, 0);
+  varnel_request_free(request);
+  if (code != VARNEL_DONE) throw std::runtime_error(varnel_code_text(code));
+}
+
 namespace {
 
-enum class Who { floor, quiet, logged, memory };
+enum class Who { floor, quiet, logged, memory, c };
 
 Who ParseWho(const std::string& text) {
   if (text == "floor") return Who::floor;
   if (text == "quiet") return Who::quiet;
   if (text == "logged") return Who::logged;
   if (text == "memory") return Who::memory;
-  throw std::invalid_argument("neither floor, quiet, logged nor memory: " + text);
+  if (text == "c") return Who::c;
+  throw std::invalid_argument("neither floor, quiet, logged, memory nor c: " + text);
 }
 
 // A log file that goes with the run.
@@ -169,6 +189,10 @@ void Measure(const std::string& name, std::size_t n, const std::string& who, con
   simulator::HostModel model = workload.makeHost(n);
   const std::size_t files = CountFiles(model);
   const std::vector<std::wstring> disks = DisksOf(model);
+  std::vector<std::string> narrow;
+  narrow.reserve(disks.size());
+  for (const std::wstring& disk : disks) narrow.push_back(WideToUtf8(disk));
+  const std::vector<const char*> texts = c::PointersTo(narrow);
   simulator::SimulatedHost host(std::move(model));
   host.calls().enabled = callsFile != nullptr;
   test::TextShortage noShortage(0, false);
@@ -176,14 +200,17 @@ void Measure(const std::string& name, std::size_t n, const std::string& who, con
   const ScopedHost current(ParseWho(who) == Who::memory ? static_cast<Host&>(guarded) : host);
   std::optional<TemporaryLog> log;
   if (ParseWho(who) == Who::logged) log.emplace();
-  TesselCommonClasses::DiskAndVolumeEnumerator enumerator;
 
   const auto start = std::chrono::steady_clock::now();
   BlockSet own;
   if (ParseWho(who) == Who::memory) allocations.own = &own;
   {
     const test::memory::Armed counting;
-    MeasuredRequest(workload, ParseWho(who) == Who::floor, disks, enumerator);
+    if (ParseWho(who) == Who::c) {
+      MeasuredRequestInC(workload.application, texts);
+    } else {
+      MeasuredRequest(workload, ParseWho(who) == Who::floor, disks);
+    }
   }
   allocations.own = nullptr;
   const std::chrono::duration<double, std::milli> elapsed = std::chrono::steady_clock::now() - start;
@@ -203,7 +230,7 @@ void Measure(const std::string& name, std::size_t n, const std::string& who, con
 int main(int argc, char** argv) {
   constexpr int kFewestArguments = 4;
   if (argc < kFewestArguments) {
-    std::cerr << "usage: request_cost WORKLOAD N floor|quiet|logged|memory [CALLS.txt]\n";
+    std::cerr << "usage: request_cost WORKLOAD N floor|quiet|logged|memory|c [CALLS.txt]\n";
     return 2;
   }
   try {

@@ -3,6 +3,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "c/varnel-c.h"
 #include "requestors/ExchReq.h"
 #include "requestors/HyperVReq.h"
 #include "requestors/SqlReq.h"
@@ -168,13 +169,23 @@ std::unique_ptr<CVarnel> Make() {
 
 const std::vector<Workload>& Workloads() {
   static const std::vector<Workload> workloads = {
-      {"sql", "databases of 3 files", SqlHost, {kSqlServerWriterId}, Make<SqlReq>},
-      {"hyperv", "machines of 6 files", HyperVHost, {kHyperVWriterId}, Make<HyperVReq>},
-      {"hyperv-csv", "machines of 6 files on CSVs", ClusterHost, {kClusterSharedVolumeWriterId}, Make<HyperVReq>},
-      {"exchange", "databases as trees of 3 files", ExchangeHost, {kExchangeWriterId}, Make<ExchangeReq>},
-      {"system", "files in one component", SystemHost, {}, Make<CVarnel>},
-      {"deep", "components in chains of 50", DeepHost, {}, Make<CVarnel>},
-      {"wide", "children of one parent", WideHost, {}, Make<CVarnel>},
+      {"sql", "databases of 3 files", SqlHost, {kSqlServerWriterId}, Make<SqlReq>, VARNEL_SQL_SERVER},
+      {"hyperv", "machines of 6 files", HyperVHost, {kHyperVWriterId}, Make<HyperVReq>, VARNEL_HYPER_V},
+      {"hyperv-csv",
+       "machines of 6 files on CSVs",
+       ClusterHost,
+       {kClusterSharedVolumeWriterId},
+       Make<HyperVReq>,
+       VARNEL_HYPER_V},
+      {"exchange",
+       "databases as trees of 3 files",
+       ExchangeHost,
+       {kExchangeWriterId},
+       Make<ExchangeReq>,
+       VARNEL_EXCHANGE},
+      {"system", "files in one component", SystemHost, {}, Make<CVarnel>, VARNEL_NO_APPLICATION},
+      {"deep", "components in chains of 50", DeepHost, {}, Make<CVarnel>, VARNEL_NO_APPLICATION},
+      {"wide", "children of one parent", WideHost, {}, Make<CVarnel>, VARNEL_NO_APPLICATION},
   };
   return workloads;
 }

@@ -18,6 +18,7 @@ struct Workload {
   std::function<simulator::HostModel(std::size_t n)> makeHost;
   std::vector<std::wstring> writerIds;  ///< of the writers that take part; empty: all
   std::function<std::unique_ptr<CVarnel>()> makeRequestor;
+  int application;  ///< that requestor's in the C interface
 };
 
 const std::vector<Workload>& Workloads();

@@ -41,7 +41,7 @@ function(varnel_interface_headers result)
   set(${result} ${found} PARENT_SCOPE)
 endfunction()
 
-varnel_interface_headers(headers core/varnel.h requestors/ExchReq.h requestors/HyperVReq.h requestors/SqlReq.h
+varnel_interface_headers(headers core/provider.h core/varnel.h requestors/ExchReq.h requestors/HyperVReq.h requestors/SqlReq.h
   platform/ansi.h platform/tessel/FileLog.h platform/tessel/log_sink.h platform/tessel/MetadataWrapper.h
   platform/tessel/TesselCommonClasses.h)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${headers})
@@ -50,6 +50,7 @@ foreach(header IN LISTS headers)
   install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${varnel_headers}/${folder})
 endforeach()
 
+include(VarnelInstallKit)
 install(EXPORT varnelTargets NAMESPACE varnel:: DESTINATION ${varnel_package})
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/varnelConfig.cmake.in
   ${PROJECT_BINARY_DIR}/varnelConfig.cmake INSTALL_DESTINATION ${varnel_package})

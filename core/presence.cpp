@@ -4,6 +4,7 @@
 #include "core/logging.h"
 #include "core/metadata_bridge.h"
 #include "core/metadata_reader.h"
+#include "core/provider.h"
 #include "core/varnel.h"
 #include "core/vss_call.h"
 #include "platform/host.h"
@@ -56,7 +57,7 @@ bool CVarnel::IsTesselVSSProviderPresent() {
                 object.Put(), &fetched);
     if (fetched == 0) return false;
     const VSS_PROVIDER_PROP* provider = object.provider();
-    if (provider != nullptr && provider->m_ProviderId == TesselVssProviderID) return true;
+    if (provider != nullptr && provider->m_ProviderId == varnel::ArrayProviderId()) return true;
   }
 }
 

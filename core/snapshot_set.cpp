@@ -5,6 +5,7 @@
 
 #include "core/alerts.h"
 #include "core/configuration.h"
+#include "core/provider.h"
 #include "core/varnel.h"
 #include "core/vss_call.h"
 #include "text/ascii_case.h"
@@ -65,7 +66,7 @@ void CVarnel::AddToSnapshotSet(std::string& errorDetails) {
     kLog.Info(L"Add Volume=%s, SnapshotSetID=%s ", volume.volumeName, m_snapshotSetId);
     VSS_ID snapshotId{};
     varnel::CheckedCall(AlertAndThrow("m_pVssObject->AddToSnapshotSet()", errorDetails), m_pVssObject,
-                        &IVssBackupComponents::AddToSnapshotSet, volume.volumeName.data(), TesselVssProviderID,
+                        &IVssBackupComponents::AddToSnapshotSet, volume.volumeName.data(), varnel::ArrayProviderId(),
                         &snapshotId);
     volume.snapshotId = varnel::FormatGuid(snapshotId);
   }

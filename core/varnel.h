@@ -200,7 +200,7 @@ class VARNEL_API CVarnel {
   /// The volumes of the set in the order added, for display.
   const std::vector<SnapshotVolumeInfo>& GetSnapshotVolumes() const { return m_snapshotVolumes; }
 
-  /// The array's VSS hardware provider.
+  /// The array's VSS hardware provider, as the library was built with it. core/provider.h names another at run time.
   static const GUID TesselVssProviderID;
 
  private:

@@ -66,4 +66,16 @@ while read -r workload n who allowed; do
   fi
   printf 'budget: %s n=%s %s: %d instructions, %s %%, %s\n' "$workload" "$n" "$who" "$counted" "$growth" "$verdict"
 done < <(entries)
+
+# The C interface costs next to nothing beside the classes, of which "quiet" is the same request.
+while read -r workload n _; do
+  added=$(awk -v c="$(cut -d ' ' -f 1 "$scratch/$workload-$n-c")" -v classes="$(cut -d ' ' -f 1 "$scratch/$workload-$n-quiet")" \
+    'BEGIN { printf "%+.2f", (c / classes - 1) * 100 }')
+  verdict=ok
+  if awk -v added="$added" 'BEGIN { exit !(added >= 1) }'; then
+    verdict="OVER BUDGET, which allows 1 %"
+    status=1
+  fi
+  printf 'budget: %s n=%s: the C interface adds %s %%, %s\n' "$workload" "$n" "$added" "$verdict"
+done < <(entries | awk '$3 == "c"')
 exit "$status"

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Counts the instructions of one snapshot request under callgrind:
 #
-#   tools/count-request.sh PROGRAM WORKLOAD N floor|quiet|logged
+#   tools/count-request.sh PROGRAM WORKLOAD N floor|quiet|logged|c
 #
 # PROGRAM is the built request_cost. Prints two numbers: all instructions of the request, and those of them that the
 # simulated host used. The numbers do not depend on the machine's load, but on the compiler and the C library.

@@ -4,6 +4,7 @@
 #include <unordered_set>
 
 #include "core/configuration.h"
+#include "core/provider.h"
 #include "requestors/ExchReq.h"
 #include "requestors/HyperVReq.h"
 #include "requestors/SqlReq.h"
@@ -54,7 +55,7 @@ class Planner final : public Requestor {
   void CheckVolume(const std::wstring& volume, std::string& errorDetails) {
     BOOL supported = TRUE;
     std::wstring name = volume;  // the service takes a text that it might change
-    HRESULT hr = this->m_pVssObject->IsVolumeSupported(CVarnel::TesselVssProviderID, name.data(), &supported);
+    HRESULT hr = this->m_pVssObject->IsVolumeSupported(varnel::ArrayProviderId(), name.data(), &supported);
     if (SUCCEEDED(hr) && !supported) hr = VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER;
     this->CheckCommError(hr, "m_pVssObject->AddToSnapshotSet()", errorDetails);
   }

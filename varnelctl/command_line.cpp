@@ -34,6 +34,14 @@ std::string ExitStatusFooter() {
   return footer;
 }
 
+void AddProviderOption(CLI::App& app, GlobalOptions& options) {
+  app.add_option("--provider-id", options.providerId,
+                 "Take the VSS hardware provider of this identifier for the array's, in place of the built-in one "
+                 "(varnelctl providers lists them)")
+      ->type_name("GUID")
+      ->check(RefuseNoGuid);
+}
+
 // Global options may also follow the command's name.
 void AddGlobalOptions(CLI::App& app, GlobalOptions& options, std::string& logLevel) {
   app.set_help_flag("-h,--help", "Print this help, or after a command its own, and exit");
@@ -56,6 +64,7 @@ void AddGlobalOptions(CLI::App& app, GlobalOptions& options, std::string& logLev
   app.add_flag("--no-journal", options.noJournal,
                "Remember nothing: a set that a run leaves which is killed is then listed by nobody")
       ->excludes(journal);
+  AddProviderOption(app, options);
   const auto asks = [&options](Format format) { return [&options, format] { options.format = format; }; };
   CLI::Option* json = app.add_flag_callback(kJson, asks(Format::OneDocument),
                                             "Print one JSON document instead of text (varnelctl --json disks)");

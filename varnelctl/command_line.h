@@ -18,6 +18,7 @@ struct GlobalOptions {
   bool noJournal = false;
   Format format = Format::Text;
   bool verbose = false;
+  std::optional<std::string> providerId;  ///< a GUID in braces
   std::optional<std::string> logFile;
   int lowestLogCategory = 0;  ///< CFileLog::Category
 };

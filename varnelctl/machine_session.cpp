@@ -1,7 +1,5 @@
 #include "varnelctl/machine_session.h"
 
-#include "platform/host.h"
-
 namespace varnelctl {
 
 std::string WhyUnfit(bool elevated, bool matchesSystem, bool hasService) {
@@ -11,11 +9,6 @@ std::string WhyUnfit(bool elevated, bool matchesSystem, bool hasService) {
   }
   if (!elevated) return "the Volume Shadow Copy service answers administrators only: start varnelctl elevated";
   return {};
-}
-
-HRESULT SetComSecurity() {
-  return varnel::CurrentHost().security().CoInitializeSecurity(
-      nullptr, -1, nullptr, RPC_C_AUTHN_LEVEL_PKT_PRIVACY, RPC_C_IMP_LEVEL_IDENTIFY, nullptr, EOAC_DYNAMIC_CLOAKING);
 }
 
 }  // namespace varnelctl

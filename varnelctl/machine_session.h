@@ -3,16 +3,10 @@
 
 #include <string>
 
-#include "platform/win32.h"
-
 namespace varnelctl {
 
 /// Why a process cannot use the service, in one sentence; empty when it can.
 std::string WhyUnfit(bool elevated, bool matchesSystem, bool hasService);
-
-/// COM security of this process on the current host, once: writers call back into the requestor under their own
-/// accounts, so no access list is set, and the cloaking lets the service see the caller's identity.
-HRESULT SetComSecurity();
 
 /// Whether the process must be one that the service answers, or finds out by itself what is wrong with it.
 enum class Fitness { Required, Examined };

@@ -1,3 +1,4 @@
+#include "platform/com_security.h"
 #include "platform/host.h"
 #include "platform/owners.h"
 #include "platform/win32.h"
@@ -41,7 +42,7 @@ MachineSession::MachineSession(Fitness fitness) {
   if (fitness == Fitness::Required) RequireFitMachine();
   CheckCall("CoInitializeEx", ::CoInitializeEx(nullptr, COINIT_MULTITHREADED));
   if (fitness == Fitness::Examined) return;
-  if (const HRESULT hr = SetComSecurity(); FAILED(hr)) {
+  if (const HRESULT hr = varnel::SetComSecurity(varnel::CurrentHost()); FAILED(hr)) {
     ::CoUninitialize();
     throw CallFailure("CoInitializeSecurity", hr);
   }

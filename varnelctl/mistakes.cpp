@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "platform/win32.h"
+#include "text/guid.h"
 #include "text/nearest_name.h"
 
 namespace varnelctl {
@@ -158,6 +160,11 @@ std::vector<std::string> WithHelpAsOption(std::vector<std::string> arguments) {
     if (argument == "/?" || argument == "-?" || argument == "-help") argument = "--help";
   }
   return arguments;
+}
+
+std::string RefuseNoGuid(const std::string& text) {
+  if (varnel::TryParseGuid<GUID>(std::string_view(text))) return {};
+  return "no identifier in braces ({374579ad-285c-49b9-ab8a-950e0e252de2}): \"" + text + "\"";
 }
 
 std::string RefuseEmpty(const std::string& name) {

@@ -22,6 +22,9 @@ Mistake FindMistake(const CLI::App& app, const std::vector<std::string>& argumen
 /// The arguments with the usual ways to ask for help ("/?", "-?", "-help") as --help.
 std::vector<std::string> WithHelpAsOption(std::vector<std::string> arguments);
 
+/// What is wrong with the identifier of a provider; empty when nothing is.
+std::string RefuseNoGuid(const std::string& text);
+
 /// What is wrong with the name of a file that is to be read, before anybody looks for it; empty when nothing is.
 std::string RefuseEmpty(const std::string& name);
 

@@ -1,7 +1,7 @@
 #include "varnelctl/providers.h"
 
 #include "core/alerts.h"
-#include "core/varnel.h"
+#include "core/provider.h"
 #include "core/vss_call.h"
 #include "platform/host.h"
 #include "platform/owners.h"
@@ -13,7 +13,7 @@ namespace varnelctl {
 using varnel::ComPtr;
 
 bool Provider::IsArrayProvider() const {
-  return id == CVarnel::TesselVssProviderID;
+  return id == varnel::ArrayProviderId();
 }
 
 std::vector<Provider> ReadProviders() {

@@ -4,8 +4,10 @@
 #include <optional>
 #include <system_error>
 
+#include "core/provider.h"
 #include "platform/tessel/FileLog.h"
 #include "platform/tessel/log_sink.h"
+#include "text/guid.h"
 #include "text/unicode.h"
 #include "varnelctl/command_line.h"
 #include "varnelctl/console/console.h"
@@ -188,6 +190,8 @@ ExitStatus ParseAndRun(const std::vector<std::string>& arguments, Console& conso
   }
   if (!invocation.command) return ExitStatus::Done;
   const GlobalOptions& options = invocation.options;
+  std::optional<varnel::ScopedProvider> provider;
+  if (options.providerId) provider.emplace(varnel::TryParseGuid<GUID>(std::string_view(*options.providerId)).value());
   Session session(console, options.format, options.verbose, arguments, SharedWatch(std::move(interruption)));
   return Finish(session, invocation, RunCommand(invocation, session));
 }

@@ -1,5 +1,6 @@
 #include <cstdlib>
 
+#include "platform/windows/catalog_module.h"
 #include "platform/windows/machine_services.h"
 #include "platform/windows/system_library.h"
 
@@ -117,7 +118,7 @@ class MachineMessages final : public Messages {
   HMODULE LoadLibraryW(LPCWSTR name) override { return windows::LoadSystemLibrary(name); }
   BOOL FreeLibrary(HMODULE module) override { return ::FreeLibrary(module); }
   BOOL GetModuleHandleExW(DWORD flags, LPCWSTR name, HMODULE* module) override {
-    return ::GetModuleHandleExW(flags, name, module);
+    return windows::FindCatalogModule(flags, name, module);
   }
   int LoadStringW(HMODULE module, UINT id, LPWSTR text, int characters) override {
     return ::LoadStringW(module, id, text, characters);

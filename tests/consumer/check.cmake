@@ -39,7 +39,7 @@ foreach(example IN LISTS examples)
   endif()
 endforeach()
 file(GLOB_RECURSE headers ${prefix}/include/*.h)
-list(FILTER headers EXCLUDE REGEX "/portable/[^/]*$")
+list(FILTER headers EXCLUDE REGEX "/portable/[^/]*$|/simulator/|/varnel-c[^/]*$") # neither the library's nor C++
 if(NOT headers)
   message(FATAL_ERROR "No headers below ${prefix}")
 endif()

@@ -25,7 +25,10 @@ file(GLOB root ${SCRATCH_DIR}/unpacked/*)
 foreach(path bin/varnel.dll bin/varnelctl.exe bin/libstdc++-6.dll bin/libgcc_s_seh-1.dll bin/libwinpthread-1.dll
         lib/libvarnel.dll.a lib/cmake/varnel/varnelConfig.cmake include/varnel/core/varnel.h
         include/varnel/requestors/SqlReq.h include/varnel/platform/vss.h share/varnel/README.md
-        share/varnel/manifest/agent.rc share/varnel/manifest/agent.manifest share/varnel/docs/host-file.md share/varnel/hosts/sql-server.json)
+        share/varnel/manifest/agent.rc share/varnel/manifest/agent.manifest share/varnel/docs/host-file.md share/varnel/hosts/sql-server.json
+        bin/varnel-c.dll lib/libvarnel-c.dll.a lib/varnel-c.def include/varnel-c.h include/varnel-c-simulator.h
+        lib/libvarnel_simulator.a include/varnel/simulator/simulated_host.h lib/varnel/dropin/varnel-c.dll
+        lib/varnel/dropin/vssapi.dll lib/varnel/dropin/iscsidsc.dll share/varnel/examples/agent/agent_test.cpp)
   if(NOT EXISTS ${root}/${path})
     message(FATAL_ERROR "The package lacks ${path}")
   endif()
@@ -42,6 +45,7 @@ if(manifest MATCHES "activeCodePage")
   message(FATAL_ERROR "The manifest changes the code page")
 endif()
 file(GLOB_RECURSE sources ${root}/*.cpp)
+list(FILTER sources EXCLUDE REGEX "/share/varnel/examples/")
 if(sources)
   message(FATAL_ERROR "The package holds sources: ${sources}")
 endif()

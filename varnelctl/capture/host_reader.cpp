@@ -1,11 +1,11 @@
 #include "varnelctl/capture/host_reader.h"
 
 #include "core/hresult.h"
+#include "platform/com_security.h"
 #include "platform/host.h"
 #include "simulator/machine/result_names.h"
 #include "text/format.h"
 #include "varnelctl/capture/questions.h"
-#include "varnelctl/machine_session.h"
 
 namespace varnelctl {
 namespace capture {
@@ -36,7 +36,7 @@ CapturedHost ReadHost() {
   CapturedHost host;
   // Before any other question: the first call to another process, as WMI's is, would settle it, and writers under other
   // accounts could not answer.
-  if (const HRESULT result = SetComSecurity(); FAILED(result)) {
+  if (const HRESULT result = varnel::SetComSecurity(varnel::CurrentHost()); FAILED(result)) {
     capture::NoteFailure(host, "CoInitializeSecurity", "", result);
   }
   capture::AskMachine(host);

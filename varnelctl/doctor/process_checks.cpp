@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "core/varnel.h"
+#include "platform/com_security.h"
 #include "platform/host.h"
 #include "platform/owners.h"
 #include "text/ascii_case.h"
@@ -12,7 +13,6 @@
 #include "varnelctl/explanation/advice.h"
 #include "varnelctl/explanation/failure.h"
 #include "varnelctl/explanation/next_step.h"
-#include "varnelctl/machine_session.h"
 #include "varnelctl/report/document.h"
 
 namespace varnelctl {
@@ -149,7 +149,7 @@ void CheckProcess(Examination& /*examination*/, Told& told) {
 }
 
 void CheckComSecurity(Examination& /*examination*/, Told& told) {
-  if (const HRESULT hr = SetComSecurity(); FAILED(hr)) {
+  if (const HRESULT hr = varnel::SetComSecurity(varnel::CurrentHost()); FAILED(hr)) {
     told.Add(FoundCode(Severity::Error, "COM security of this process",
                        "CoInitializeSecurity failed: " + NameOfCode(hr) + " (" + Hex(hr) + ")",
                        "that writers may call back into this process", hr));

@@ -4,7 +4,7 @@
 #include <array>
 #include <iterator>
 
-#include "core/varnel.h"
+#include "core/provider.h"
 #include "text/guid.h"
 #include "text/unicode.h"
 #include "varnelctl/console/json.h"
@@ -43,7 +43,7 @@ std::string Created(const KnownSet& set) {
 // Of a set that no varnelctl remembers.
 std::string MakerOf(const KnownSet& set, const KnownSets& known) {
   const GUID& provider = set.copies.front().listed->provider;
-  const bool isArray = provider == CVarnel::TesselVssProviderID;
+  const bool isArray = provider == varnel::ArrayProviderId();
   return std::string(isArray ? "made by another program or without a journal" : "made by another product") +
          ", provider " + known.NameOfProvider(provider);
 }

@@ -3,6 +3,7 @@
 #include <set>
 #include <string_view>
 
+#include "core/provider.h"
 #include "text/format.h"
 #include "text/guid.h"
 #include "text/unicode.h"
@@ -177,9 +178,8 @@ Json BackupJson(const SnapshotOutcome& outcome) {
 }
 
 Json ProviderOfSetJson(const std::optional<Provider>& provider) {
-  Json json = {{"id", WideToUtf8Lossy(varnel::FormatGuid(CVarnel::TesselVssProviderID))},
-               {"name", nullptr},
-               {"version", nullptr}};
+  Json json = {
+      {"id", WideToUtf8Lossy(varnel::FormatGuid(varnel::ArrayProviderId()))}, {"name", nullptr}, {"version", nullptr}};
   if (provider) {
     json["name"] = WideToUtf8Lossy(provider->name);
     json["version"] = WideToUtf8Lossy(provider->version);

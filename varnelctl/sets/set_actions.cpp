@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "core/logging.h"
-#include "core/varnel.h"
+#include "core/provider.h"
 #include "varnelctl/console/phases.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/explanation/advice.h"
@@ -55,7 +55,7 @@ std::string WhyInUse(const KnownSet& set) {
 std::string WhyNotOurs(SetAction action, const KnownSet& set, const KnownSets& known) {
   const std::string all = std::string("; with --force it is ") + KindOf(action).done + " all the same";
   for (const KnownCopy& copy : set.copies) {
-    if (copy.listed->provider == CVarnel::TesselVssProviderID) continue;
+    if (copy.listed->provider == varnel::ArrayProviderId()) continue;
     return NameOf(set) + " was not made by varnelctl: its shadow copy of " + Printable(copy.Source()) +
            " is of provider " + known.NameOfProvider(copy.listed->provider) + all;
   }

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "core/configuration.h"
-#include "core/varnel.h"
+#include "core/provider.h"
 #include "text/format.h"
 #include "text/guid.h"
 #include "text/unicode.h"
@@ -323,7 +323,7 @@ void AddExaminationOptions(CLI::App& app, DoctorOptions& options) {
 
 RequestedSet Requested(const SnapshotOptions& options) {
   return {NameOf(options.application, kApplications), options.disks, BackupTypeName(options.backupType),
-          ContextName(options.context), varnel::WideToUtf8Lossy(varnel::FormatGuid(CVarnel::TesselVssProviderID))};
+          ContextName(options.context), varnel::WideToUtf8Lossy(varnel::FormatGuid(varnel::ArrayProviderId()))};
 }
 
 void AddSnapshotOptions(CLI::App& app, SnapshotOptions& options) {

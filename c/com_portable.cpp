@@ -1,0 +1,9 @@
+#include "c/com.h"
+
+namespace varnel::c {
+
+const ComCalls* MachineCom() noexcept {
+  return nullptr;
+}
+
+}  // namespace varnel::c
