@@ -14,7 +14,7 @@ sources = $(shell git ls-files --cached --others --exclude-standard -- '*.cpp' '
 configure = cmake --log-level=WARNING --preset
 
 .DEFAULT_GOAL := help
-.PHONY: help snapshot test test-thorough coverage package bench bench-budget bench-steps bench-instructions fuzz format tidy clean setup
+.PHONY: help snapshot test test-thorough coverage docs package bench bench-budget bench-steps bench-instructions fuzz format tidy clean setup
 
 help: ## this list
 	@sed -n 's/^\([a-z-]*\):.*## \(.*\)/\1\t\2/p' $(firstword $(MAKEFILE_LIST)) | expand -t 22
@@ -25,21 +25,25 @@ snapshot: setup ## build varnelctl and take a snapshot on the simulated sample h
 	build/native/bin/varnelctl $(VARNELCTL_ARGUMENTS)
 
 test: setup ## build and run every test, natively with sanitizers and under Wine
-	-@$(SETUP) browser
+	-@$(SETUP) browser docs package
 	@tools/run-tests.sh
 
 test-thorough: setup ## the same with every sweep made whole under sanitizers and Wine, on more random hosts
-	-@$(SETUP) browser
+	-@$(SETUP) browser docs package
 	@tools/run-tests.sh --thorough
 
 coverage: setup ## run the native tests and list the lines of the library that none of them reaches
 	@$(SETUP) coverage
 	@tools/coverage.sh
 
-package: setup ## build the Windows package, build/windows/package/varnel-*.zip
-	@$(configure) windows
-	@cmake --build --preset windows --target varnel_product
-	@cd build/windows && cpack -G ZIP
+docs: setup ## the reference of the library's headers, build/native/docs/html; no warning passes
+	@$(SETUP) docs
+	@$(configure) native
+	@cmake --build --preset native --target docs
+
+package: setup ## build every package of this version for Windows and Debian, build/package/*
+	@$(SETUP) package
+	@tools/package.sh
 
 bench: build-benchmarks ## what whole requests cost and ask beside a bare requestor: tables, JSON and plot in build/bench
 	@tools/measure-cost.sh build/native/bin/bench build/bench $(SIZES)

@@ -18,6 +18,10 @@ else()
       -Woverloaded-virtual -Wcast-qual -Wformat=2 -Wimplicit-fallthrough -Wextra-semi ${false_alarms}>
     $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<BOOL:${VARNEL_WARNINGS_AS_ERRORS}>>:-Werror>)
 endif()
+if(VARNEL_SYMBOLS)
+  target_compile_options(varnel_options INTERFACE 
+    "$<$<COMPILE_LANGUAGE:CXX>:-g;-ffile-prefix-map=${PROJECT_BINARY_DIR}=build;-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>")
+endif()
 if(VARNEL_SANITIZE)
   # But for what varnel_test_of_sanitized() names.
   target_compile_options(varnel_options INTERFACE $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<NOT:$<BOOL:$<TARGET_PROPERTY:VARNEL_UNSANITIZED>>>>:
@@ -69,7 +73,7 @@ if(MINGW)
     set(runtime_dll ${CMAKE_BINARY_DIR}/runtime/${name})
     file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/runtime)
     # The compiler's own copies carry their debug information, ten times the code.
-    execute_process(COMMAND ${CMAKE_STRIP} --strip-debug -o ${runtime_dll} ${file} COMMAND_ERROR_IS_FATAL ANY)
+    execute_process(COMMAND ${CMAKE_STRIP} --strip-debug --preserve-dates -o ${runtime_dll} ${file} COMMAND_ERROR_IS_FATAL ANY)
     list(APPEND VARNEL_RUNTIME_DLLS ${runtime_dll})
   endforeach()
 endif()
@@ -91,6 +95,19 @@ function(varnel_windows_version target file_name description)
   set(resource ${CMAKE_CURRENT_BINARY_DIR}/${target}_version.rc)
   configure_file(${PROJECT_SOURCE_DIR}/resources/version.rc.in ${resource} @ONLY)
   target_sources(${target} PRIVATE ${resource})
+endfunction()
+
+# varnel_keep_symbols(TARGET): with VARNEL_SYMBOLS the debug information of a program or DLL lies beside it, and it names that
+# file.
+function(varnel_keep_symbols target)
+  if(VARNEL_SYMBOLS)
+    set(symbols $<TARGET_FILE:${target}>.debug)
+    add_custom_command(TARGET ${target} POST_BUILD
+      COMMAND ${CMAKE_OBJCOPY} --preserve-dates --only-keep-debug $<TARGET_FILE:${target}> ${symbols}
+      COMMAND ${CMAKE_OBJCOPY} --preserve-dates --strip-debug --add-gnu-debuglink=${symbols} $<TARGET_FILE:${target}>
+      VERBATIM)
+    set_property(GLOBAL APPEND PROPERTY VARNEL_SYMBOL_FILES ${symbols})
+  endif()
 endfunction()
 
 # varnel::manifest: what a program of the library links to carry the manifest, our own programs included. Without it

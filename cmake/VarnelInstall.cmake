@@ -9,6 +9,9 @@ endif()
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
+# What nothing else is said of is for those who link the library.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
+
 set(varnel_headers ${CMAKE_INSTALL_INCLUDEDIR}/varnel)
 set(varnel_package ${CMAKE_INSTALL_LIBDIR}/cmake/varnel)
 
@@ -20,6 +23,12 @@ if(WIN32)
 endif()
 if(VARNEL_RUNTIME_DLLS)
   install(FILES ${VARNEL_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+set(VARNEL_RUNTIME_DLL_NAMES ${VARNEL_RUNTIME_DLLS})
+list(TRANSFORM VARNEL_RUNTIME_DLL_NAMES REPLACE ".*/" "")
+list(JOIN VARNEL_RUNTIME_DLL_NAMES " " VARNEL_RUNTIME_DLL_NAMES)
+if(MINGW AND CMAKE_CROSSCOMPILING)
+  install(FILES ${CMAKE_TOOLCHAIN_FILE} DESTINATION ${CMAKE_INSTALL_DATADIR}/varnel)
 endif()
 # varnel_interface_headers(RESULT HEADER...): these headers and all that they include, by their paths in the source tree.
 function(varnel_interface_headers result)
@@ -57,20 +66,30 @@ configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/varnelConfig.cmake.in
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/varnelConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/varnelConfig.cmake ${PROJECT_BINARY_DIR}/varnelConfigVersion.cmake
   DESTINATION ${varnel_package})
+configure_file(${CMAKE_CURRENT_LIST_DIR}/varnel.pc.in ${PROJECT_BINARY_DIR}/varnel.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/varnel.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 # What a host administrator gets beside the library: the host agent, hosts to try it on, and the documents.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME varnelctl)
 install(TARGETS varnelctl)
 install(DIRECTORY examples/hosts DESTINATION ${CMAKE_INSTALL_DATADIR}/varnel)
 install(FILES README.md CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DATADIR}/varnel)
 install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DATADIR}/varnel)
-
-if(WIN32)
-  set(CPACK_GENERATOR ZIP)
-else()
-  set(CPACK_GENERATOR TGZ)
+configure_file(varnelctl/shells/module/varnel.psd1.in ${PROJECT_BINARY_DIR}/module/varnel.psd1 @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/module/varnel.psd1 varnelctl/shells/module/varnel.psm1
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/varnel/powershell/varnel)
+if(NOT CMAKE_CROSSCOMPILING)
+  install(FILES ${PROJECT_BINARY_DIR}/varnelctl/generated/varnelctl.bash RENAME varnelctl
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+  install(FILES ${PROJECT_BINARY_DIR}/varnelctl/generated/varnelctl.man RENAME varnelctl.1
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()
-set(CPACK_PACKAGE_VENDOR "Tessel Storage")
-set(CPACK_PACKAGE_FILE_NAME varnel-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-x64)
-set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/package)
-set(CPACK_VERBATIM_VARIABLES ON)
-include(CPack)
+get_property(symbol_files GLOBAL PROPERTY VARNEL_SYMBOL_FILES)
+if(symbol_files)
+  install(FILES ${symbol_files} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT symbols)
+endif()
+include(VarnelBillOfMaterials)
+
+include(VarnelDocs)
+
+include(VarnelPackages)

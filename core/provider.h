@@ -14,6 +14,7 @@ VARNEL_API GUID ArrayProviderId() noexcept;
 /// do with the provider of this identifier. Other threads keep theirs. Guards of a thread end in reverse order.
 class VARNEL_API ScopedProvider {
  public:
+  /// \param id the registered identifier of the provider, which is copied.
   explicit ScopedProvider(const GUID& id) noexcept;
   ~ScopedProvider();
   ScopedProvider(const ScopedProvider&) = delete;

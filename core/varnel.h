@@ -23,8 +23,8 @@ class RequestorProbe;
 
 /// One volume of the snapshot set.
 struct SnapshotVolumeInfo {
-  std::wstring volumeName;
-  std::wstring snapshotId;
+  std::wstring volumeName;          ///< its unique name
+  std::wstring snapshotId;          ///< the GUID of its shadow copy in braces; empty before AddToSnapshotSet
   std::wstring snapshotDeviceName;  ///< the device object with a backslash at the end; empty until it is known
 };
 
@@ -53,9 +53,12 @@ class VARNEL_API CVarnel {
   CVarnel& operator=(const CVarnel&) = delete;
 
   /// Checks the volumes of a collection (names in the thread's ANSI code page) before a request.
+  /// \param volumes unique names or mount points.
   /// \param status receives the status word of the first rule broken.
-  /// \param serialNumbers and \param hostName are kept for application requestors; no check reads them.
-  /// \return 0 when they may be protected together, else the catalog id of the reason. Here: clears `errorDetails`.
+  /// \param errorDetails receives the alert record of that rule. Here: is cleared.
+  /// \param serialNumbers is kept for application requestors; no check reads it.
+  /// \param hostName the same.
+  /// \return 0 when they may be protected together, else the catalog id of the reason. Here: 0 for any.
   /// An application's check can throw E_POINTER as a `long` while no enumerator is set.
   virtual DWORD ValidateVolumes(const std::vector<std::string>& volumes, std::string& status, std::string& errorDetails,
                                 std::vector<std::string> serialNumbers, const std::string& hostName);
@@ -66,6 +69,7 @@ class VARNEL_API CVarnel {
   virtual bool IsWriterEligible(VssWriter& writer);
   /// Whether every file of the component lies on a disk of the protection set. Notes the serial numbers of its disks in
   /// the component, also of one that is not eligible in the end.
+  /// \param component one of a writer's that was gathered.
   /// \param volumeSerials serial numbers by volume, found so far.
   /// Throws what the disk and volume enumerator throws (TesselCommonClasses::ExceptionCommon), and
   /// std::invalid_argument or std::out_of_range for a writer code that is no number.
@@ -76,6 +80,8 @@ class VARNEL_API CVarnel {
   /// Creates the backup components object and prepares it. Once per object: a second call replaces the first's object.
   /// \param context VSS context; 0 leaves the service's default.
   /// \param backupDocumentXml a saved backup components document, or empty for a new backup.
+  /// \param backupType what the writers are to prepare for.
+  /// \param errorDetails receives the alert record of a failure.
   /// \param restore initialises for a restore; the context is then not set.
   /// \param enumerator borrowed; must outlive the requestor.
   /// Throws a `long` after a failed call. The members set so far then keep their values and the destructor still
@@ -132,6 +138,7 @@ class VARNEL_API CVarnel {
   /// \param snapErrorCode 0, or the alert code of the VarnelException that ended the request, or the HRESULT that was
   /// thrown, or -1. With anything but 0 and 601 the set is deleted first (a transportable one is kept) and the
   /// components are reported as failed.
+  /// \param errorDetails receives the alert records of what fails in the completion.
   ///
   /// Throws VarnelException 600 or 601 for what the writers said to BackupComplete, and a `long` when the components
   /// could not be marked or a call failed; BackupComplete has then been tried all the same. A set that could not be
@@ -185,6 +192,8 @@ class VARNEL_API CVarnel {
   /// The best text for the administrator; never empty. Never throws but for want of memory.
   void GetErrorString(long hr, std::wstring& text);
   /// Returns for a success code; otherwise writes the alert of the failed call and throws `hr` as a `long`.
+  /// \param hr what the call answered.
+  /// \param errorDetails receives the record.
   /// \param callName the call as it stands in the alert, such as "m_pVssObject->StartSnapshotSet()".
   void CheckCommError(long hr, std::string callName, std::string& errorDetails);
 
@@ -274,27 +283,50 @@ class VARNEL_API CVarnel {
   DWORD GetErrorMessageFromCatalog(int id, std::wstring& text, const Arguments&... arguments);
 
  protected:
+  /// Serial numbers of the array's disks on this host, as WMI lists them; empty before somebody asks.
   std::vector<std::wstring> m_systemDisks;
+  /// The databases that the metadata service named; empty where all take part.
   std::set<std::wstring> m_inputComponents;
+  /// What getSuccesfulDBList gives; the metadata bridge's.
   const char* m_successfulDBList;
+  /// The service's object of this request; null before Initialize.
   varnel::ComPtr<IVssBackupComponents> m_pVssObject;
+  /// The GUID of the set in braces; empty before it is started.
   std::wstring m_snapshotSetId;
+  /// Whether Initialize was called.
   bool m_initialized = false;
+  /// Whether the object was initialised for a restore.
   bool m_restoreMode = false;
+  /// The context given to Initialize.
   DWORD m_context = 0;
+  /// The writers of this host, and what of them was selected.
   std::vector<VssWriter> m_writers;
+  /// The volumes of the set in the order added.
   std::vector<SnapshotVolumeInfo> m_snapshotVolumes;
+  /// Serial numbers of the protection set's disks, as the agent gave them.
   std::vector<std::wstring> m_inputSerialNumbers;
+  /// Those of the disks that eligible components lie on.
   std::vector<std::wstring> m_eligibleSerialNumbers;
+  /// Whether the set was taken, whatever the writers said of it.
   bool m_snapshotDone = false;
+  /// What the failed writers said since the request, or its completion, began.
   std::wstring m_writerErrorText;
+  /// One entry per failed writer of those.
   std::vector<std::wstring> m_failedComponents;
+  /// The saved backup components document; null before one was saved.
   varnel::Bstr m_backupDocument;
+  /// Whether the service holds metadata that must be freed.
   bool m_metadataGathered = false;
+  /// The latest message of the catalog.
   std::unique_ptr<wchar_t[]> m_messageBuffer;
+  /// 601 or 701, to be thrown when the set is complete; None while there is no such message.
   VarnelException m_lastException;
+  /// Serial numbers of disks whose volumes were added although the application does not use them.
   std::vector<std::wstring> m_extraSerialNumbers;
+  /// The writer code of the request text.
   std::string m_writerCode;
+  /// Borrowed; null before Initialize or SetDiskAndVolumeEnumeratorObj.
   TesselCommonClasses::DiskAndVolumeEnumerator* m_diskAndVolumeEnumerator = nullptr;
+  /// The mask given to the constructor.
   DWORD m_testPoints;
 };

@@ -10,6 +10,7 @@
 
 /// One file entry of a writer or component.
 struct VssFileDescriptor {
+  /// Where the entry comes from.
   enum FileType : DWORD {
     ExcludeFile = 1,      ///< of the writer: not to be backed up
     File = 2,             ///< of a component
@@ -17,12 +18,12 @@ struct VssFileDescriptor {
     DatabaseLogFile = 4,  ///< of a component
   };
 
-  std::wstring path;          ///< as the writer reported it, environment variables not expanded
-  std::wstring filespec;      ///< a name or a wildcard pattern
-  std::wstring pathOnVolume;  ///< the expanded path after its mount point; empty when no volume was found
-  std::wstring reserved;      ///< always empty
-  bool recursive = false;     ///< always false: the flag that the writer reports is not kept
-  DWORD fileType = 0;
+  std::wstring path;                  ///< as the writer reported it, environment variables not expanded
+  std::wstring filespec;              ///< a name or a wildcard pattern
+  std::wstring pathOnVolume;          ///< the expanded path after its mount point; empty when no volume was found
+  std::wstring reserved;              ///< always empty
+  bool recursive = false;             ///< always false: the flag that the writer reports is not kept
+  DWORD fileType = 0;                 ///< a FileType
   std::wstring expandedPath;          ///< environment variables expanded, with a backslash at the end
   std::wstring volumeName;            ///< the unique volume name; the expanded path itself when no volume was found
   std::wstring snapshotDeviceName;    ///< the shadow copy's device object with a backslash at the end
@@ -32,13 +33,13 @@ struct VssFileDescriptor {
 
 /// One component of a writer.
 struct VssComponent {
-  std::wstring name;
-  std::wstring writerName;
-  std::wstring logicalPath;
-  std::wstring caption;
-  DWORD type = 0;  ///< VSS_COMPONENT_TYPE
-  bool selectable = false;
-  bool notifyOnBackupComplete = false;
+  std::wstring name;                     ///< unique within its logical path
+  std::wstring writerName;               ///< of the writer that it belongs to
+  std::wstring logicalPath;              ///< empty for a component at the root
+  std::wstring caption;                  ///< for people; often empty
+  DWORD type = 0;                        ///< VSS_COMPONENT_TYPE
+  bool selectable = false;               ///< a requestor may leave it out
+  bool notifyOnBackupComplete = false;   ///< its writer wants to hear of BackupComplete
   std::wstring fullPath;                 ///< "\logical path\name"
   bool topLevel = false;                 ///< no other component of the writer is its ancestor
   bool excluded = false;                 ///< takes no part in the backup
@@ -52,16 +53,16 @@ struct VssComponent {
 
 /// One writer.
 struct VssWriter {
-  std::wstring name;
-  std::wstring writerId;
-  std::wstring instanceId;
-  std::vector<VssComponent> components;
-  std::vector<VssFileDescriptor> excludeFiles;
-  DWORD writerRestore = 0;  ///< VSS_WRITERRESTORE_ENUM
-  bool restoreInvolvesWriter = false;
-  DWORD restoreMethod = 0;  ///< VSS_RESTOREMETHOD_ENUM
-  bool rebootRequiredAfterRestore = false;
-  bool excluded = false;  ///< takes no part in the backup
+  std::wstring name;                            ///< for people, such as "SqlServerWriter"
+  std::wstring writerId;                        ///< the GUID of its class in braces
+  std::wstring instanceId;                      ///< the GUID of this running writer in braces
+  std::vector<VssComponent> components;         ///< in the order that it reported them
+  std::vector<VssFileDescriptor> excludeFiles;  ///< what it wants nobody to back up
+  DWORD writerRestore = 0;                      ///< VSS_WRITERRESTORE_ENUM
+  bool restoreInvolvesWriter = false;           ///< it takes part in a restore: writerRestore is not VSS_WRE_NEVER
+  DWORD restoreMethod = 0;                      ///< VSS_RESTOREMETHOD_ENUM
+  bool rebootRequiredAfterRestore = false;      ///< the host must be restarted after one
+  bool excluded = false;                        ///< takes no part in the backup
 };
 
 namespace varnel {
@@ -76,6 +77,7 @@ inline bool HasFailed(const VssComponent& component) {
 
 /// The components that take part in the backup, in the writers' order.
 VARNEL_API std::vector<VssComponent*> SelectedComponents(std::vector<VssWriter>& writers);
+/// The same, to be looked at only.
 VARNEL_API std::vector<const VssComponent*> SelectedComponents(const std::vector<VssWriter>& writers);
 
 }  // namespace varnel

@@ -24,6 +24,8 @@ namespace varnel {
 class VssService {
  public:
   virtual ~VssService() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   virtual HRESULT CreateVssBackupComponents(IVssBackupComponents** backup) = 0;
   virtual HRESULT CoCreateInstance(REFCLSID classId, IUnknown* outer, DWORD context, REFIID interfaceId,
                                    void** object) = 0;
@@ -32,12 +34,15 @@ class VssService {
   virtual BSTR SysAllocStringLen(const wchar_t* text, UINT length) = 0;
   virtual void SysFreeString(BSTR text) = 0;
   virtual void CoTaskMemFree(void* block) = 0;
+  ///@}
 };
 
 /// Volumes, disks and their handles.
 class Storage {
  public:
   virtual ~Storage() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   virtual HANDLE CreateFileW(LPCWSTR name, DWORD access, DWORD share, void* security, DWORD disposition, DWORD flags,
                              HANDLE templateFile) = 0;
   virtual BOOL DeviceIoControl(HANDLE device, DWORD code, void* in, DWORD inBytes, void* out, DWORD outBytes,
@@ -51,12 +56,15 @@ class Storage {
   virtual BOOL FindVolumeClose(HANDLE search) = 0;
   /// `names` is a list of NUL-terminated texts with one more NUL after the last.
   virtual BOOL GetVolumePathNamesForVolumeNameW(LPCWSTR volumeName, LPWSTR names, DWORD characters, DWORD* needed) = 0;
+  ///@}
 };
 
 /// Processes.
 class Processes {
  public:
   virtual ~Processes() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   virtual BOOL CreateProcessW(LPCWSTR application, LPWSTR commandLine, void* processSecurity, void* threadSecurity,
                               BOOL inheritHandles, DWORD flags, void* environment, LPCWSTR directory,
                               STARTUPINFOW* startup, PROCESS_INFORMATION* process) = 0;
@@ -68,12 +76,15 @@ class Processes {
   virtual DWORD SearchPathW(LPCWSTR path, LPCWSTR file, LPCWSTR extension, DWORD characters, LPWSTR found,
                             LPWSTR* filePart) = 0;
   virtual DWORD GetCurrentProcessId() = 0;
+  ///@}
 };
 
 /// The registry. Functions return their Win32 error code.
 class Registry {
  public:
   virtual ~Registry() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   virtual LSTATUS RegOpenKeyExW(HKEY key, LPCWSTR subKey, DWORD options, REGSAM access, HKEY* result) = 0;
   virtual LSTATUS RegQueryInfoKeyW(HKEY key, LPWSTR className, DWORD* classCharacters, DWORD* reserved, DWORD* subKeys,
                                    DWORD* maxSubKeyLength, DWORD* maxClassLength, DWORD* values,
@@ -84,12 +95,15 @@ class Registry {
   virtual LSTATUS RegGetValueW(HKEY key, LPCWSTR subKey, LPCWSTR value, DWORD flags, DWORD* type, void* data,
                                DWORD* bytes) = 0;
   virtual LSTATUS RegCloseKey(HKEY key) = 0;
+  ///@}
 };
 
 /// The machine's names and version, and this process's environment and current directory.
 class SystemInformation {
  public:
   virtual ~SystemInformation() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   virtual BOOL GetComputerNameW(LPWSTR name, DWORD* characters) = 0;
   virtual BOOL GetComputerNameExW(COMPUTER_NAME_FORMAT format, LPWSTR name, DWORD* characters) = 0;
   virtual UINT GetSystemDirectoryW(LPWSTR directory, UINT characters) = 0;
@@ -105,12 +119,15 @@ class SystemInformation {
   virtual BOOL SetCurrentDirectoryW(LPCWSTR directory) = 0;
   virtual BOOL VerifyVersionInfoW(OSVERSIONINFOEXW* version, DWORD typeMask, DWORDLONG conditionMask) = 0;
   virtual ULONGLONG VerSetConditionMask(ULONGLONG conditionMask, DWORD typeMask, BYTE condition) = 0;
+  ///@}
 };
 
 /// Message tables, modules and their string tables.
 class Messages {
  public:
   virtual ~Messages() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   /// With FORMAT_MESSAGE_ALLOCATE_BUFFER, `text` points at the pointer to set, cast as on Windows.
   virtual DWORD FormatMessageW(DWORD flags, const void* source, DWORD id, DWORD language, LPWSTR text, DWORD characters,
                                void* arguments) = 0;
@@ -120,48 +137,66 @@ class Messages {
   virtual BOOL FreeLibrary(HMODULE module) = 0;
   virtual BOOL GetModuleHandleExW(DWORD flags, LPCWSTR name, HMODULE* module) = 0;
   virtual int LoadStringW(HMODULE module, UINT id, LPWSTR text, int characters) = 0;
+  ///@}
 };
 
 /// The iSCSI initiator. Functions return their Win32 or ISDSC_ code.
 class IscsiInitiator {
  public:
   virtual ~IscsiInitiator() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   virtual DWORD GetIScsiSessionListW(ULONG* bytes, ULONG* sessions, iscsi::SessionInfo* list) = 0;
   virtual DWORD GetDevicesForIScsiSessionW(iscsi::UniqueSessionId* session, ULONG* devices,
                                            iscsi::DeviceOnSession* list) = 0;
   virtual DWORD LogoutIScsiTarget(iscsi::UniqueSessionId* session) = 0;
+  ///@}
 };
 
 /// The failover cluster as this node sees it.
 class Cluster {
  public:
   virtual ~Cluster() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   /// `state`: 0 no cluster software, 1 not configured, 3 not running, 0x13 running.
   virtual DWORD GetNodeClusterState(LPCWSTR node, DWORD* state) = 0;
   virtual BOOL ClusterIsPathOnSharedVolume(LPCWSTR path) = 0;
+  ///@}
 };
 
 /// One disk of the WMI class MSFT_Disk.
 struct WmiDisk {
+  /// The property of MSFT_Disk with this name.
+  ///@{
   DWORD number = 0;
   std::wstring serialNumber;
   std::wstring manufacturer;
   bool isSystem = false;
   bool isClustered = false;
+  ///@}
 };
 
+/// Disks as WMI lists them.
 class WmiDisks {
  public:
   virtual ~WmiDisks() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   /// Every MSFT_Disk instance in the class's order; on failure `disks` is empty.
   virtual HRESULT QueryDisks(std::vector<WmiDisk>& disks) = 0;
+  ///@}
 };
 
+/// Version resources of files.
 class FileVersions {
  public:
   virtual ~FileVersions() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   /// The fixed version resource of a file: GetFileVersionInfoSizeW, GetFileVersionInfoW and VerQueryValueW in one.
   virtual BOOL GetFileVersion(LPCWSTR path, VS_FIXEDFILEINFO* version) = 0;
+  ///@}
 };
 
 /// The C runtime's heap, for buffers whose size the machine names: a request for one may fail.
@@ -170,16 +205,21 @@ class Heap {
   virtual ~Heap() = default;
   /// Null only when there is no memory, also for 0 bytes.
   virtual void* Malloc(std::size_t bytes) = 0;
+  /// Takes a block of Malloc back; null is none.
   virtual void Free(void* block) = 0;
 };
 
+/// The clock, and waiting for it.
 class Time {
  public:
   virtual ~Time() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   virtual void Sleep(DWORD milliseconds) = 0;
   virtual ULONGLONG GetTickCount64() = 0;
   /// UTC.
   virtual void GetSystemTimeAsFileTime(FILETIME* time) = 0;
+  ///@}
 };
 
 /// The array's metadata service, which knows which databases a protection set holds. Texts are UTF-8.
@@ -197,6 +237,8 @@ class MetadataService {
 class EventLog {
  public:
   virtual ~EventLog() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   /// Null when it fails. With 0 as the last error this machine has no event log that could be read: nothing else of the
   /// Evt functions may be called then.
   virtual EVT_HANDLE EvtQuery(EVT_HANDLE session, LPCWSTR path, LPCWSTR query, DWORD flags) = 0;
@@ -216,12 +258,15 @@ class EventLog {
   virtual BOOL ReportEventW(HANDLE log, WORD type, WORD category, DWORD id, void* user, WORD count, DWORD dataBytes,
                             LPCWSTR* texts, void* data) = 0;
   virtual BOOL DeregisterEventSource(HANDLE log) = 0;
+  ///@}
 };
 
 /// The services of Windows, asked and not changed. Each handle is given back to CloseServiceHandle.
 class ServiceManager {
  public:
   virtual ~ServiceManager() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   virtual SC_HANDLE OpenSCManagerW(LPCWSTR machine, LPCWSTR database, DWORD access) = 0;
   virtual SC_HANDLE OpenServiceW(SC_HANDLE manager, LPCWSTR name, DWORD access) = 0;
   /// `bytes` is the size of what `configuration` points to, texts included.
@@ -229,12 +274,15 @@ class ServiceManager {
                                    DWORD* needed) = 0;
   virtual BOOL QueryServiceStatus(SC_HANDLE service, SERVICE_STATUS* status) = 0;
   virtual BOOL CloseServiceHandle(SC_HANDLE handle) = 0;
+  ///@}
 };
 
 /// What this process may do, and what it lets others do.
 class ProcessSecurity {
  public:
   virtual ~ProcessSecurity() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   /// Whether its token is elevated: OpenProcessToken and GetTokenInformation in one.
   virtual BOOL GetTokenElevation(BOOL* elevated) = 0;
   /// Whether it is a 32-bit process of a 64-bit Windows.
@@ -242,24 +290,31 @@ class ProcessSecurity {
   /// Once for the process, before its first call through COM.
   virtual HRESULT CoInitializeSecurity(void* descriptor, LONG services, void* list, DWORD authentication,
                                        DWORD impersonation, void* authenticationList, DWORD capabilities) = 0;
+  ///@}
 };
 
 /// The room on volumes.
 class VolumeSpace {
  public:
   virtual ~VolumeSpace() = default;
+  /// As the function of Windows with this name: its arguments, its results and its error codes.
+  ///@{
   /// `directory` ends in a backslash. Sizes are in bytes.
   virtual BOOL GetDiskFreeSpaceExW(LPCWSTR directory, ULARGE_INTEGER* freeToCaller, ULARGE_INTEGER* size,
                                    ULARGE_INTEGER* free) = 0;
+  ///@}
 };
 
 /// One machine: the one the process runs on, or a simulated one.
 class Host {
  public:
+  /// For the hosts themselves.
   Host() = default;
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
   virtual ~Host() = default;
+  /// What answers questions of this kind; the host's own, as long as it lives.
+  ///@{
   virtual VssService& vss() = 0;
   virtual Storage& storage() = 0;
   virtual Processes& processes() = 0;
@@ -277,6 +332,7 @@ class Host {
   virtual ServiceManager& services() = 0;
   virtual ProcessSecurity& security() = 0;
   virtual VolumeSpace& space() = 0;
+  ///@}
   /// The last error of the calling thread on this host.
   virtual DWORD GetLastError() = 0;
 
@@ -290,6 +346,7 @@ class Host {
 /// Thrown where a machine is needed and none is installed (only possible outside Windows).
 class NoHostError : public std::logic_error {
  public:
+  /// Says what to install.
   NoHostError()
       : std::logic_error("no host: this platform has no Volume Shadow Copy service; install a simulated host first") {}
 };
@@ -309,6 +366,7 @@ inline DWORD LastErrorOrGeneric() {
 /// other thread installs one or works on the current one.
 class VARNEL_API ScopedHost {
  public:
+  /// Borrows `host`.
   explicit ScopedHost(Host& host) noexcept;
   ~ScopedHost();
   ScopedHost(const ScopedHost&) = delete;

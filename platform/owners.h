@@ -23,7 +23,9 @@ VARNEL_API std::weak_ptr<Host> CurrentHostReference() noexcept;
 template <class T>
 class ComPtr {
  public:
+  /// No reference.
   ComPtr() noexcept = default;
+  /// No reference.
   ComPtr(std::nullptr_t) noexcept {}
   /// Takes over one reference without adding one.
   static ComPtr Attach(T* object) noexcept {
@@ -31,26 +33,35 @@ class ComPtr {
     owner.object_ = object;
     return owner;
   }
+  /// Adds a reference.
   ComPtr(const ComPtr& other) noexcept : object_(other.object_) {
     if (object_ != nullptr) Counted()->AddRef();
   }
+  /// Takes the reference over; `other` has none then.
   ComPtr(ComPtr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+  /// Releases the held reference once `other`'s is taken.
   ComPtr& operator=(ComPtr other) noexcept {
     std::swap(object_, other.object_);
     return *this;
   }
   ~ComPtr() { Reset(); }
 
+  /// Releases the reference, if there is one.
   void Reset() noexcept {
     if (T* object = std::exchange(object_, nullptr)) AsCounted(object)->Release();
   }
+  /// Releases the held reference and gives the place for another, which is then owned.
   T** Put() noexcept {
     Reset();
     return &object_;
   }
+  /// The object, still owned by this; null without one.
   T* Get() const noexcept { return object_; }
+  /// Only where there is an object.
   T* operator->() const noexcept { return object_; }
+  /// Only where there is an object.
   T& operator*() const noexcept { return *object_; }
+  /// Whether there is an object.
   explicit operator bool() const noexcept { return object_ != nullptr; }
   /// Gives the reference away.
   T* Detach() noexcept { return std::exchange(object_, nullptr); }
@@ -80,12 +91,16 @@ inline std::wstring_view ViewOf(BSTR text) noexcept {
 template <class Kind>
 class Owned {
  public:
-  using Value = typename Kind::Value;
+  using Value = typename Kind::Value;  ///< a handle, a pointer, or a structure that holds some
 
+  /// Nothing.
   Owned() noexcept = default;
+  /// Takes over what the current host has handed out.
   explicit Owned(Value value) noexcept : value_(value), host_(CurrentHostReference()) {}
+  /// Takes the resource over; `other` has none then.
   Owned(Owned&& other) noexcept
       : value_(std::exchange(other.value_, Kind::None())), host_(std::exchange(other.host_, {})) {}
+  /// Gives back what is held and takes the other's over.
   Owned& operator=(Owned&& other) noexcept {
     Owned taken(std::move(other));
     std::swap(value_, taken.value_);
@@ -94,6 +109,7 @@ class Owned {
   }
   ~Owned() { Reset(); }
 
+  /// Gives the resource back to its host, if there is one.
   void Reset() noexcept {
     const std::weak_ptr<Host> owner = std::exchange(host_, {});
     Value value = std::exchange(value_, Kind::None());
@@ -112,8 +128,11 @@ class Owned {
     host_ = CurrentHostReference();
     return &value_;
   }
+  /// The resource, still owned by this.
   Value Get() const noexcept { return value_; }
+  /// The members of a structure.
   const Value* operator->() const noexcept requires std::is_class_v<Value> { return &value_; }
+  /// Whether there is a resource.
   explicit operator bool() const noexcept requires std::is_pointer_v<Value> { return value_ != Kind::None(); }
 
  private:
@@ -201,12 +220,14 @@ using SnapshotProperties = Owned<owned::Properties>;
 /// Text that FormatMessageW allocated.
 class LocalText : public Owned<owned::Text> {
  public:
+  /// The place for the text, as FormatMessageW takes it: in the disguise of a buffer.
   LPWSTR AsBuffer() noexcept { return reinterpret_cast<LPWSTR>(Put()); }
 };
 
 /// A block of the host's heap.
 class HeapBlock : public Owned<owned::Block> {
  public:
+  /// No block.
   HeapBlock() noexcept = default;
   /// Empty when there is no memory.
   VARNEL_API explicit HeapBlock(std::size_t bytes);
@@ -215,6 +236,7 @@ class HeapBlock : public Owned<owned::Block> {
 /// An owned BSTR, freed by the platform when its host is gone.
 class Bstr : public Owned<owned::BasicString> {
  public:
+  /// A null BSTR.
   Bstr() noexcept = default;
   /// Throws std::bad_alloc without memory.
   VARNEL_API explicit Bstr(std::wstring_view text);
@@ -229,6 +251,7 @@ class VssObject : public Owned<owned::Object> {
   const VSS_PROVIDER_PROP* provider() const noexcept {
     return (*this)->Type == VSS_OBJECT_PROVIDER ? &(*this)->Obj.Prov : nullptr;
   }
+  /// Null when the object is something else.
   const VSS_SNAPSHOT_PROP* snapshot() const noexcept {
     return (*this)->Type == VSS_OBJECT_SNAPSHOT ? &(*this)->Obj.Snap : nullptr;
   }

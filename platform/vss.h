@@ -34,6 +34,8 @@ using VssBool = bool;
 
 namespace varnel {
 
+/// The identifiers of the service's interfaces and of its class, by the interfaces' names.
+///@{
 inline constexpr GUID kIidUnknown = ParseGuid<GUID>("{00000000-0000-0000-C000-000000000046}");
 inline constexpr GUID kIidVssAsync = ParseGuid<GUID>("{507C37B4-CF5B-4E95-B0AF-14EB9767467E}");
 inline constexpr GUID kIidVssEnumObject = ParseGuid<GUID>("{AE1C7110-2F60-11D3-8A39-00C04F72D8E3}");
@@ -50,5 +52,6 @@ inline constexpr GUID kIidVssComponent = ParseGuid<GUID>("{D2C72C96-C121-4518-B6
 inline constexpr GUID kIidVssComponentEx = ParseGuid<GUID>("{156C8B5E-F131-4BD7-9C97-D1923BE7E1FA}");
 inline constexpr GUID kIidVssComponentEx2 = ParseGuid<GUID>("{3B5BE0F2-07A9-4E4B-BDD3-CFDC8E2C0D2D}");
 inline constexpr GUID kClsidVssCoordinator = ParseGuid<GUID>("{E579AB5F-1CC4-44B4-BED9-DE0991FF0623}");
+///@}
 
 }  // namespace varnel

@@ -12,6 +12,7 @@ class VARNEL_API ExchangeReq : public CVarnel {
  public:
   /// \param testPoints as for CVarnel.
   explicit ExchangeReq(DWORD testPoints);
+  /// \param testPoints as for CVarnel.
   /// \param flag is kept for the host agent; nothing here reads it.
   ExchangeReq(DWORD testPoints, bool flag);
   ~ExchangeReq() override;

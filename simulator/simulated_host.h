@@ -32,10 +32,13 @@ class KernelObjects;
 /// Any thread may call it; install it and change its model, fault plan and logs while no other thread does.
 class SimulatedHost final : public Host {
  public:
+  /// A host as the model says, with nothing done on it yet.
   explicit SimulatedHost(HostModel model);
   /// Ends what hangs, and waits until the calls that hung are over.
   ~SimulatedHost() override;
 
+  /// As varnel::Host says.
+  ///@{
   VssService& vss() override { return *vss_; }
   Storage& storage() override { return *storage_; }
   Processes& processes() override { return *processes_; }
@@ -54,14 +57,19 @@ class SimulatedHost final : public Host {
   ProcessSecurity& security() override { return *security_; }
   VolumeSpace& space() override { return *space_; }
   DWORD GetLastError() override { return machine_->lastError; }
+  ///@}
 
   /// For changes that are made before the next call.
   HostModel& model() { return machine_->ChangeModel(); }
   /// Shares the state with every process that names this file, from now on. Throws StateFileError.
   void KeepStateIn(const std::filesystem::path& file);
+  /// What is to fail.
   FaultPlan& faults() { return machine_->faults; }
+  /// What was called.
   CallLog& calls() { return machine_->calls; }
+  /// What was handed out and not given back.
   LiveObjects& live() { return machine_->live; }
+  /// The parts of the host, for tests that look into it.
   Machine& machine() { return *machine_; }
 
  private:

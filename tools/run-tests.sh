@@ -10,8 +10,9 @@
 #
 # Each build lists its rooms in tests.txt, fields parted by tabs: name, kind, seconds allowed, command. A room of kind
 # "gtest" is a GoogleTest binary; "sweep" is one that makes many thousand runs, "long-sweep" one that makes many more;
-# "run" is one test that passes when its command exits with 0, and is skipped when that is 77; "release" is such a test of an optimised build. What a room
-# counts besides its tests it writes as "[    TOTAL ] ...", shown beside its result.
+# "run" is one test that passes when its command exits with 0, and is skipped when that is 77; "release" is such a test of
+# an optimised build, "thorough" one for --thorough alone. What a room counts besides its tests it writes as
+# "[    TOTAL ] ...", shown beside its result.
 #
 # The optimised build runs "release" and the sweeps only, these whole, but of a long one one run in VARNEL_LONG_SAMPLE (5);
 # the one with ThreadSanitizer builds and runs threads_test only. The others run all but "release", and of every sweep one
@@ -63,8 +64,9 @@ find_captures() {
 
 # The rooms that the build runs.
 rooms_of() { # BUILD
-  awk -F '\t' -v build="$1" -v room="$only_room" '
+  awk -F '\t' -v build="$1" -v room="$only_room" -v thorough="$thorough" '
     room != "" && $1 != room { next }
+    $2 == "thorough" { if (build == "native" && (thorough || room != "")) print; next }
     build == "native" ? $2 ~ /sweep/ || $2 == "release" : build == "threads" ? $1 == "threads_test" : $2 != "release"
   ' "build/$1/tests.txt"
 }

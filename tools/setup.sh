@@ -4,8 +4,9 @@
 #   tools/setup.sh [GROUP...]
 #
 # Groups: build (the default: build and test on both platforms), format (clang-format and clang-tidy), fuzz (clang with
-# libFuzzer), instructions (valgrind), coverage (gcovr), browser (what the tests of report pages need). Installs as root or with a password-less sudo; otherwise, and on
-# any other system, prints what is missing and exits with 1.
+# libFuzzer), instructions (valgrind), coverage (gcovr), browser (what the tests of report pages need), docs (doxygen and
+# what checks the manual page), package (installer and Debian packages). Installs as
+# root or with a password-less sudo; otherwise, and on any other system, prints what is missing and exits with 1.
 set -euo pipefail
 
 packages_of() {
@@ -19,6 +20,8 @@ packages_of() {
     fuzz) echo clang ;;
     instructions) echo valgrind ;;
     coverage) echo gcovr ;;
+    docs) echo doxygen mandoc ;;
+    package) echo nsis dpkg-dev pkg-config ;;
     browser)
       # Node.js may have come from elsewhere, and then brings npm itself.
       echo chromium
@@ -26,7 +29,7 @@ packages_of() {
       command -v npm >/dev/null || echo npm
       ;;
     *)
-      echo "setup: no such group: $1 (build, format, fuzz, instructions, coverage, browser)" >&2
+      echo "setup: no such group: $1 (build, format, fuzz, instructions, coverage, browser, docs, package)" >&2
       return 2
       ;;
   esac

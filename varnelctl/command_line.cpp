@@ -6,6 +6,7 @@
 #include "platform/tessel/FileLog.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/mistakes.h"
+#include "varnelctl/shells/shells.h"
 
 namespace varnelctl {
 namespace {
@@ -95,6 +96,18 @@ void AddCommands(CLI::App& app, const std::vector<std::unique_ptr<Command>>& com
       ->check(CLI::IsMember(std::move(names)))
       ->option_text("")
       ->description("The command, varnelctl itself unless given");
+  // Not in the help: shells and those who make packages ask for it.
+  app.add_subcommand("completion", "Print what completes the command line in a shell, or the manual page")
+      ->group("")
+      ->add_option("FORM")
+      ->required()
+      ->check(CLI::IsMember({"bash", "powershell", "man"}));
+}
+
+std::string CompletionText(const CLI::App& app, const std::string& form) {
+  const std::vector<CommandWords> commands = ReadCommandWords(app);
+  if (form == "bash") return BashCompletion(commands);
+  return form == "man" ? ManualPage(commands, VARNELCTL_VERSION, VARNELCTL_RELEASED) : PowerShellCompletion(commands);
 }
 
 // A word that is wrong comes before what the parser misses.
@@ -108,6 +121,11 @@ UsageError Refusal(const CLI::App& app, const std::vector<std::string>& argument
 bool Parse(CLI::App& app, const std::vector<std::string>& arguments, Console& console) {
   try {
     app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));  // the order that the parser wants
+    const CLI::App* const completion = app.get_subcommand("completion");
+    if (completion->parsed()) {
+      console.Text(CompletionText(app, completion->get_option("FORM")->results()[0]));
+      return false;
+    }
     const CLI::App* const help = app.get_subcommand("help");
     if (!help->parsed()) return true;
     const auto& names = help->get_option("COMMAND")->results();

@@ -22,7 +22,9 @@ std::string DidYouMeanOneOf(std::string_view wrong, const std::vector<std::strin
 
 std::vector<std::string> CommandsOf(const CLI::App& app) {
   std::vector<std::string> names;
-  for (const CLI::App* command : app.get_subcommands({})) names.push_back(command->get_name());
+  for (const CLI::App* command : app.get_subcommands({})) {
+    if (!command->get_group().empty()) names.push_back(command->get_name());
+  }
   return names;
 }
 

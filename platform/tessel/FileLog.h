@@ -10,6 +10,7 @@ class VARNEL_API CFileLog {
   /// is reported or thrown).
   enum Category { Verbose = 1, Information = 2, Warning = 3, Error = 4 };
 
+  /// The process's log, not the caller's; null while nobody listens (varnel::ScopedLog).
   static CFileLog* GetInstance();
 
   /// Writes one line. `format` is a wide printf format in which %s takes a wide and %S a narrow text. A line for which

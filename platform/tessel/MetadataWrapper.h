@@ -15,7 +15,9 @@
 /// requests run may read a text of theirs, or one that is gone. The setters, the getter and copies are not guarded.
 class VARNEL_API MetadataWrapper {
  public:
+  /// One that holds no texts.
   MetadataWrapper() = default;
+  /// Copies the five fields as they stand, as the assignment does.
   MetadataWrapper(const MetadataWrapper&) = default;
   /// Copies the five fields as they stand: both objects then point at the same texts.
   MetadataWrapper& operator=(const MetadataWrapper&) = default;
@@ -31,8 +33,11 @@ class VARNEL_API MetadataWrapper {
   /// The reason of the last failure, held by the wrapper; never null after one.
   char* W_GetErrorDetailStructurePtr();
 
+  /// Takes over `text` (allocated with malloc, or null) as the list of databases and frees the one before.
   void SetDbFilesToQuiescePtr(char* text) { Replace(dbFilesToQuiesce, text); }
+  /// Takes over `text` (allocated with malloc, or null) as the network name and frees the one before.
   void SetSqlClusterNamePtr(char* text) { Replace(sqlClusterName, text); }
+  /// The list of databases, held by the wrapper; null where it has none.
   char* GetdbFilesToQuiescePtr() { return dbFilesToQuiesce; }
 
  private:

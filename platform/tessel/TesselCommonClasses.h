@@ -13,14 +13,19 @@
 #include "platform/export.h"
 #include "platform/win32.h"
 
+/// The maker's common classes.
 namespace TesselCommonClasses {
 
 /// What the common classes throw.
 class VARNEL_API ExceptionCommon : public std::exception {
  public:
+  /// \param code a Win32 code or an HRESULT. \param message for people.
   ExceptionCommon(DWORD code, std::wstring message);
+  /// The message in UTF-8; valid as long as this object.
   const char* what() const noexcept override { return narrow_.c_str(); }
+  /// The Win32 code or HRESULT that it was made with.
   DWORD GetErrorCode() const noexcept { return code_; }
+  /// The message that it was made with.
   const std::wstring& GetErrorMessage() const noexcept { return message_; }
 
  private:
@@ -32,18 +37,18 @@ class VARNEL_API ExceptionCommon : public std::exception {
 /// One disk: its physical drive path and the serial number that the device reports.
 class VARNEL_API WindowsDiskDevice {
  public:
-  std::wstring diskName;
-  std::wstring serialNumber;
-  DWORD diskNumber = 0;
-  bool isClustered = false;
+  std::wstring diskName;          ///< such as "\\.\PhysicalDrive2"
+  std::wstring serialNumber;      ///< as it stands, blanks included; empty where the device reports none
+  DWORD diskNumber = 0;           ///< the 2 of its name
+  bool isClustered = false;       ///< a resource of a cluster
   bool isClusteredKnown = false;  ///< false when the disk could not be asked
 };
 
 /// One volume: its unique name and its first mount point, empty when it has none.
 class VARNEL_API WindowsVolumeInfo {
  public:
-  std::wstring uniqueVolumeName;
-  std::wstring mountPoint;
+  std::wstring uniqueVolumeName;  ///< "\\?\Volume{GUID}\"
+  std::wstring mountPoint;        ///< with a backslash at its end
 };
 
 /// Maps volumes to disks and disks to volumes. Asks the machine only for what a question needs, and nothing twice until
@@ -100,6 +105,7 @@ class VARNEL_API WMIDiskHelper {
   std::vector<WindowsDiskDevice> GetDiskDevices2k8(bool arrayDisksOnly);
 };
 
+/// The cluster that this host may be a node of.
 class VARNEL_API ClusterHelper {
  public:
   /// Whether this node belongs to a cluster; `checkRunning` also wants the cluster service to run.
@@ -110,8 +116,10 @@ class VARNEL_API ClusterHelper {
 /// A file version: four parts, the first counts most.
 class VARNEL_API Version {
  public:
+  /// 6.3.9600.17195 as four numbers.
   constexpr Version(unsigned short major, unsigned short minor, unsigned short build, unsigned short revision)
       : parts_{major, minor, build, revision} {}
+  /// By the first part that differs.
   // NOLINTNEXTLINE(modernize-use-nullptr): the defaulted comparison has no pointer
   friend constexpr auto operator<=>(const Version&, const Version&) = default;
 
@@ -119,12 +127,14 @@ class VARNEL_API Version {
   std::array<unsigned short, 4> parts_;
 };
 
+/// Versions of files on this host.
 class VARNEL_API VersionHelper {
  public:
   /// Whether every file exists and has at least its version. What is missing or older is logged as a warning.
   static bool VerifyFileVersions(const std::map<std::wstring, Version>& lowest);
 };
 
+/// Paths and volumes.
 class VARNEL_API UtilityClass {
  public:
   /// The text with a backslash at its end; the empty text gives "\".

@@ -22,7 +22,7 @@ inline char LetterOf(int category) {
 
 /// Lines that never reached a log.
 struct LostLines {
-  std::size_t count = 0;
+  std::size_t count = 0;   ///< how many
   std::error_code reason;  ///< of the first
 };
 
@@ -32,6 +32,8 @@ class LogSink {
   virtual ~LogSink() = default;
   /// The lowest category (CFileLog::Category) that is written; lines below it are never formatted.
   virtual int LowestCategory() const = 0;
+  /// Takes one line, without its end. \param category a CFileLog::Category. \param source and \param line say which
+  /// part of the library speaks; a line of 0 is none. \param text may hold any character. Must not throw.
   virtual void Write(int category, std::wstring_view source, int line, std::wstring_view text) = 0;
   /// There was no memory for a line.
   virtual void Lose() noexcept {}
@@ -43,6 +45,7 @@ class LogSink {
 /// where no other thread logs.
 class VARNEL_API ScopedLog {
  public:
+  /// Borrows `sink`, which must outlive the guard. The log before it comes back at the guard's end.
   explicit ScopedLog(LogSink& sink) noexcept;
   ~ScopedLog();
   ScopedLog(const ScopedLog&) = delete;

@@ -15,40 +15,61 @@ namespace varnel::simulator {
 /// Arguments that the lines of the call log leave out, in the order of the calls and whether these failed or not. For
 /// tests of how something asks, `host.calls().arguments().createFile.at(0).access`.
 struct CallArguments {
+  /// Of CreateFileW.
   struct CreateFile {
-    std::wstring name;  // empty for a null pointer
+    /// The argument of this name.
+    ///@{
+    std::wstring name;  ///< empty for a null pointer
     DWORD access;
     DWORD share;
     DWORD disposition;
     DWORD flags;
+    ///@}
   };
+  /// Of DeviceIoControl.
   struct DeviceIoControl {
+    /// The argument of this name.
+    ///@{
     DWORD code;
     DWORD outBytes;
+    ///@}
   };
+  /// Of CoCreateInstance.
   struct CoCreateInstance {
+    /// The argument of this name.
+    ///@{
     GUID classId;
     DWORD context;
     GUID interfaceId;
+    ///@}
   };
+  /// Of FormatMessageW.
   struct FormatMessage {
+    /// The argument of this name.
+    ///@{
     DWORD id;
     DWORD flags;
     DWORD language;
     DWORD characters;
+    ///@}
   };
 
+  /// Each call of this name.
+  ///@{
   std::vector<CreateFile> createFile;
   std::vector<DeviceIoControl> deviceIoControl;
   std::vector<CoCreateInstance> coCreateInstance;
   std::vector<FormatMessage> formatMessage;
+  ///@}
 };
 
 /// Every call with its arguments and result, one line each: `Interface::Method(arguments) = RESULT`.
 class CallLog {
  public:
+  /// Takes a line.
   using Sink = std::function<void(const std::string& line)>;
 
+  /// Adds a line, unless the log is off.
   void Add(std::string line);
   /// Keeps one call's arguments in its list: `Keep(&CallArguments::createFile, {name, access, ...})`.
   template <class Record>
@@ -57,10 +78,13 @@ class CallLog {
   }
   /// From now on lines go there, each as it is added, and neither they nor arguments are kept here.
   void SendTo(Sink sink) { sink_ = std::move(sink); }
+  /// Every line so far.
   const std::vector<std::string>& lines() const { return lines_; }
   /// The same as text, each with a line end. Also while calls are made.
   std::string Text() const;
+  /// Every argument that was kept so far.
   const CallArguments& arguments() const { return arguments_; }
+  /// Forgets lines and arguments.
   void Clear();
   /// The lines whose call is `call`.
   std::vector<std::string> Of(std::string_view call) const;
@@ -68,7 +92,7 @@ class CallLog {
   bool enabled = true;
 
  private:
-  mutable std::mutex mutex_;  // of the lines
+  mutable std::mutex mutex_;  ///< of the lines
   Sink sink_;
   std::vector<std::string> lines_;
   CallArguments arguments_;

@@ -22,13 +22,17 @@ class FaultPlan {
   void Load(const Faults& faults);
   /// From now on, the nth call (from 1) of any kind returns `result`; with `persistent` so do all after it.
   void FailNthCall(int n, DWORD result, bool persistent = false);
+  /// The call of this name ("Interface::Method", or the Win32 function's) returns `result`; 0 for every occurrence.
   void FailCall(std::string call, DWORD result, int occurrence = 1);
+  /// The operation that the method of this name starts ends with `result`; 0 for every occurrence.
   void FailAsync(std::string async, HRESULT result, int occurrence = 1);
   /// The call blocks its thread until the hangs are ended, and then does its work.
   void HangCall(std::string call, int occurrence = 1) { hangs_->Plan(std::move(call), occurrence); }
   /// The operation ends with its cancellation alone; an endless wait for it blocks its thread until then.
   void HangAsync(std::string async, int occurrence = 1);
+  /// A writer fails at an event.
   void FailWriter(WriterFault fault) { faults_.writers.push_back(std::move(fault)); }
+  /// Shadow copies of a disk are not deleted.
   void FailDeletion(DeletionFault fault) { faults_.deletions.push_back(std::move(fault)); }
 
   /// From now on `listener` is told the number of each call before it runs: for tests that end the process there.
@@ -43,6 +47,7 @@ class FaultPlan {
   /// Why a shadow copy of the disk with this serial number is not deleted; nothing when it is.
   std::optional<HRESULT> OnDeletion(std::wstring_view originalSerial) const;
 
+  /// What hangs.
   Hangs& hangs() { return *hangs_; }
   /// Lets every thread go on that hangs in a call or waits for an operation that does. What hangs later does not block
   /// either, until another hang is planned.
@@ -52,6 +57,7 @@ class FaultPlan {
   int callCount() const { return calls_; }
   /// Whether a fault of FailNthCall was used, and by which call.
   bool fired() const { return !firedAt_.empty(); }
+  /// That call; empty before.
   const std::string& firedAt() const { return firedAt_; }
 
  private:

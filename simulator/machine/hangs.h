@@ -17,6 +17,7 @@ class Hangs {
   /// Kept by a call while it runs.
   class Passage {
    public:
+    /// \param hangs null for a call that did not hang.
     explicit Passage(Hangs* hangs = nullptr) : hangs_(hangs) {}
     Passage(const Passage&) = delete;
     Passage& operator=(const Passage&) = delete;
@@ -41,6 +42,7 @@ class Hangs {
 
   /// Blocks while the flag is set.
   void WaitWhile(const std::atomic<bool>& hangs);
+  /// Clears the flag and wakes who waits for it.
   void Clear(std::atomic<bool>& hangs);
 
   /// Ends what hangs now or later, until a hang is planned again.

@@ -25,6 +25,7 @@ class SharedState;      // shared_state.h
 /// a call (calls.h) takes the lock itself. Tests that look at the parts do so while no other thread calls.
 class Machine : public std::enable_shared_from_this<Machine> {
  public:
+  /// A machine as the model says.
   explicit Machine(HostModel model);
   ~Machine();
 
@@ -38,15 +39,20 @@ class Machine : public std::enable_shared_from_this<Machine> {
     calls.Keep(list, std::move(record));
   }
 
+  /// What it was made of.
   const HostModel& model() const { return model_; }
   /// The model, for changes that are made before the next call.
   HostModel& ChangeModel();
   /// Of the model's disks as they are.
   const VolumeIndex& volumes() const;
 
+  /// What is to fail.
   FaultPlan faults;
+  /// What was called.
   CallLog calls;
+  /// What was handed out and not given back.
   LiveObjects live;
+  /// Snapshot sets and shadow copies.
   std::unique_ptr<SnapshotService> snapshots;
   /// The iSCSI sessions that were logged out, by index in the model.
   std::set<std::size_t> endedSessions;
@@ -83,13 +89,19 @@ class Machine : public std::enable_shared_from_this<Machine> {
   /// Memory is handed out in a call and may be given back outside. BSTRs are counted, see countsSystemMemory; so is
   /// every block that a caller must give to CoTaskMemFree.
   BSTR MakeBstr(std::wstring_view text);
+  /// Takes a text of MakeBstr back; null is none.
   void FreeBstr(BSTR text);
+  /// Text for CoTaskMemFree.
   wchar_t* MakeTaskText(std::wstring_view text);
+  /// Takes a block of CoTaskMemFree's kind back.
   void FreeTask(void* block);
   /// Text for LocalFree, with room for at least `characters`.
   wchar_t* MakeLocalText(std::wstring_view text, std::size_t characters);
+  /// Takes a text of MakeLocalText back.
   void FreeLocal(void* block);
+  /// A block of the C runtime's heap; null without memory.
   void* MakeHeapBlock(std::size_t bytes);
+  /// Takes a block of MakeHeapBlock back.
   void FreeHeapBlock(void* block);
 
  private:

@@ -51,21 +51,32 @@ if(SANITIZE)
   list(APPEND flags -DCMAKE_CXX_FLAGS=-fsanitize=address,undefined)
 endif()
 if(TOOLCHAIN_FILE)
-  # A cross build searches its own root only, and finds varnel.dll through Wine's path.
-  list(GET package 0 package_folder)
-  cmake_path(GET package_folder PARENT_PATH package_folder)
-  list(APPEND flags -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN_FILE}
-    -Dvarnel_DIR=${package_folder})
-  set(ENV{WINEPATH} "Z:${prefix}/bin")
+  list(APPEND flags -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN_FILE})
 else()
-  list(APPEND flags -DCMAKE_CXX_COMPILER=${CXX_COMPILER} -DCMAKE_PREFIX_PATH=${prefix})
+  list(APPEND flags -DCMAKE_CXX_COMPILER=${CXX_COMPILER})
 endif()
+list(APPEND flags -DCMAKE_PREFIX_PATH=${prefix})
 if(QUICK)
   list(APPEND flags -DHEADERS_LAUNCHER=${CMAKE_CURRENT_LIST_DIR}/../../tools/compile-with-clang.sh)
 endif()
 run(${CMAKE_COMMAND} -S ${PROJECT_DIR} -B ${SCRATCH_DIR}/build -G ${GENERATOR} ${flags})
 run(${CMAKE_COMMAND} --build ${SCRATCH_DIR}/build)
 run(${CMAKE_COMMAND} --build ${SCRATCH_DIR}/build --target run)
+
+# A build for the other platform is told what is wrong.
+set(other -DCMAKE_TOOLCHAIN_FILE=${CMAKE_CURRENT_LIST_DIR}/../../cmake/mingw-w64.cmake)
+set(reason "is for 64-bit Linux, and this build is for 64-bit Windows")
+if(TOOLCHAIN_FILE)
+  set(other "")
+  set(reason "is for 64-bit Windows, and this build is for 64-bit Linux")
+endif()
+execute_process(
+  COMMAND ${CMAKE_COMMAND} -S ${PROJECT_DIR} -B ${SCRATCH_DIR}/other -G ${GENERATOR} ${other} -DCMAKE_PREFIX_PATH=${prefix}
+  RESULT_VARIABLE result ERROR_VARIABLE errors OUTPUT_QUIET)
+string(REGEX REPLACE "[ \n]+" " " errors "${errors}")
+if(result EQUAL 0 OR NOT errors MATCHES "${reason}")
+  message(FATAL_ERROR "A build for another platform ends with ${result}:\n${errors}")
+endif()
 
 # Nor may what the headers define in place call what the library keeps to itself.
 file(GLOB_RECURSE objects ${SCRATCH_DIR}/build/CMakeFiles/inline.dir/*.obj)

@@ -22,7 +22,12 @@ endif()
 file(ARCHIVE_EXTRACT INPUT ${archives} DESTINATION ${SCRATCH_DIR}/unpacked)
 
 file(GLOB root ${SCRATCH_DIR}/unpacked/*)
+if(NOT root MATCHES "/varnel-${VERSION}-Windows-x64$")
+  message(FATAL_ERROR "The archive unpacks into ${root}")
+endif()
 foreach(path bin/varnel.dll bin/varnelctl.exe bin/libstdc++-6.dll bin/libgcc_s_seh-1.dll bin/libwinpthread-1.dll
+        share/varnel/varnel.spdx.json share/varnel/NOTICES.txt share/varnel/powershell/varnel/varnel.psd1
+        share/varnel/powershell/varnel/varnel.psm1 share/varnel/mingw-w64.cmake lib/pkgconfig/varnel.pc
         lib/libvarnel.dll.a lib/cmake/varnel/varnelConfig.cmake include/varnel/core/varnel.h
         include/varnel/requestors/SqlReq.h include/varnel/platform/vss.h share/varnel/README.md
         share/varnel/manifest/agent.rc share/varnel/manifest/agent.manifest share/varnel/docs/host-file.md share/varnel/hosts/sql-server.json

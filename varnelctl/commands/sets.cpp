@@ -43,7 +43,7 @@ class SetsCommand final : public Command {
   }
   void AddOptions(CLI::App& app) override {
     app.add_option("action", words_, std::string("What to do: ") + kActions + "; SET is a set's identifier")
-        ->type_name("ACTION")
+        ->type_name("list|show|break|mask|disconnect|delete|clean-up")
         ->expected(0, -1);
     app.add_flag("--dry-run", dryRun_, "Say what break, mask, disconnect, delete or clean-up would do, and do nothing");
     app.add_flag(

@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "core/configuration.h"
-#include "core/varnel.h"
+#include "core/provider.h"
 #include "core/vss_call.h"
 #include "platform/owners.h"
 #include "text/ascii_case.h"
@@ -172,7 +172,7 @@ void CheckProvider(Examination& /*examination*/, Told& told) {
                                 [](const Provider& provider) { return provider.IsArrayProvider(); });
   if (own == providers.end()) {
     return told.Add(Found(Severity::Error, "the array's VSS hardware provider", "it is not registered on this host",
-                          "provider " + varnel::WideToUtf8Lossy(varnel::FormatGuid(CVarnel::TesselVssProviderID)),
+                          "provider " + varnel::WideToUtf8Lossy(varnel::FormatGuid(varnel::ArrayProviderId())),
                           "VSS_E_PROVIDER_NOT_REGISTERED"));
   }
   told.saw = Printable(own->name) + " " + Printable(own->version);
@@ -235,7 +235,7 @@ void CheckVolumeSupport(Examination& examination, Told& told) {
       BOOL supported = TRUE;
       std::wstring name = volume.name;  // the service takes a text that it might change
       CheckCall("IVssBackupComponents::IsVolumeSupported",
-                service.IsVolumeSupported(CVarnel::TesselVssProviderID, name.data(), &supported));
+                service.IsVolumeSupported(varnel::ArrayProviderId(), name.data(), &supported));
       if (supported) continue;
       told.Add(Found(Severity::Error, NameOf(volume, disk), "the array's provider does not support it",
                      "a volume of the array", "VSS_E_VOLUME_NOT_SUPPORTED_BY_PROVIDER"));

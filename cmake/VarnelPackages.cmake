@@ -1,0 +1,52 @@
+# What cpack makes of what is installed. On Windows one archive of everything and one of the debug information; on Linux a
+# Debian package for those who run varnelctl and one for those who link the library. The installer for Windows is made of
+# the first archive's contents (tools/package.sh).
+
+set(CPACK_PACKAGE_VENDOR "Tessel Storage")
+set(CPACK_PACKAGE_CONTACT "Tessel Storage <support@tessel.example>")
+set(CPACK_PACKAGE_HOMEPAGE_URL "")
+set(CPACK_PACKAGE_FILE_NAME varnel-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-x64)
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/package)
+set(CPACK_VERBATIM_VARIABLES ON)
+
+# Each component that there is belongs to one package.
+get_cmake_property(CPACK_COMPONENTS_ALL COMPONENTS)
+list(REMOVE_ITEM CPACK_COMPONENTS_ALL Unspecified gmock gtest)
+set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+  string(TOUPPER ${component} name)
+  if(component STREQUAL symbols)
+    set(CPACK_COMPONENT_${name}_GROUP symbols)
+  elseif(WIN32)
+    set(CPACK_COMPONENT_${name}_GROUP product)
+  elseif(component STREQUAL varnelctl)
+    set(CPACK_COMPONENT_${name}_GROUP varnelctl)
+  else()
+    set(CPACK_COMPONENT_${name}_GROUP development)
+  endif()
+endforeach()
+
+if(WIN32)
+  set(CPACK_GENERATOR ZIP)
+  set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
+  set(CPACK_COMPONENT_INCLUDE_TOPLEVEL_DIRECTORY ON)
+  set(CPACK_ARCHIVE_PRODUCT_FILE_NAME ${CPACK_PACKAGE_FILE_NAME})
+  set(CPACK_ARCHIVE_SYMBOLS_FILE_NAME ${CPACK_PACKAGE_FILE_NAME}-symbols)
+else()
+  set(CPACK_GENERATOR DEB)
+  set(CPACK_DEB_COMPONENT_INSTALL ON)
+  set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+  set(CPACK_STRIP_FILES ON)
+  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_VARNELCTL_PACKAGE_NAME varnelctl)
+  set(CPACK_DEBIAN_VARNELCTL_PACKAGE_SECTION admin)
+  set(CPACK_COMPONENT_GROUP_VARNELCTL_DESCRIPTION
+    "application-consistent snapshots of simulated Windows hosts\nThe host agent varnelctl for the command line, sample hosts and documents.")
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvarnel-dev)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "cmake, g++")
+  set(CPACK_COMPONENT_GROUP_DEVELOPMENT_DESCRIPTION
+    "library for application-consistent snapshots of Windows hosts\nHeaders and archives to build and test an agent of a storage array with.")
+endif()
+include(CPack)
