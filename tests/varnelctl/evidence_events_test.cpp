@@ -65,6 +65,22 @@ TEST_F(EvidenceEvents, ThatNobodyWroteAreToldInTheIndex) {
   EXPECT_THAT(WhyNot(evidence, "events-System.txt"), HasSubstr("nothing of this kind was written"));
 }
 
+TEST_F(EvidenceEvents, ThatOthersHideByTheirNumberAreNotToldAsUnwritten) {
+  AddEvent("System", "disk", 7, "The device has a bad block");
+  const json dhcp = {{"channel", "System"},
+                     {"source", "Dhcp"},
+                     {"id", 1},
+                     {"level", "information"},
+                     {"time", "2026-01-01T00:00:00Z"},
+                     {"message", "A lease was given"}};
+  for (int i = 0; i < 5000; ++i) hostFile["events"].push_back(dhcp);
+
+  SnapshotWithEvidence();
+
+  EXPECT_THAT(WhyNot(evidence, "events-System.txt"),
+              EndsWith(": nothing of this kind is among the 5000 newest events of the time of the run"));
+}
+
 TEST_F(EvidenceEvents, OfTheApplicationComeFromItsChannels) {
   AddEvent("Microsoft-Windows-Hyper-V-VMMS-Admin", "Microsoft-Windows-Hyper-V-VMMS", 10150, "no room in the guest");
 

@@ -67,6 +67,24 @@ bool FillText(std::wstring& text, std::size_t unit, Fill&& fill) {
   return false;
 }
 
+ChannelState StateOf(DWORD error) {
+  switch (error) {
+    case ERROR_SUCCESS:
+      return ChannelState::notAvailable;
+    case ERROR_EVT_CHANNEL_NOT_FOUND:
+      return ChannelState::absent;
+    case ERROR_ACCESS_DENIED:
+      return ChannelState::accessDenied;
+    default:
+      return ChannelState::failed;
+  }
+}
+
+void Note(const ReadFailure& failure, ChannelEvents& result) {
+  result.state = StateOf(failure.error);
+  result.error = failure.error;
+}
+
 class ChannelReader {
  public:
   explicit ChannelReader(ChannelEvents& result) : result_(result), channel_(varnel::Utf8ToWideLossy(result.channel)) {}
@@ -83,12 +101,21 @@ class ChannelReader {
           result_.cutShort = true;
           return;
         }
-        result_.events.push_back(Render(event));
+        Take(event);
       }
     }
   }
 
  private:
+  // One that cannot be rendered ends nothing: the next ones may be those that matter.
+  void Take(const EventHandle& event) {
+    try {
+      result_.events.push_back(Render(event));
+    } catch (const ReadFailure& failure) {
+      if (result_.state == ChannelState::read) Note(failure, result_);
+    }
+  }
+
   std::vector<EventHandle> Next(const EventHandle& results) {
     std::array<EVT_HANDLE, kEventsPerAnswer> handles{};
     DWORD returned = 0;
@@ -149,19 +176,6 @@ class ChannelReader {
   std::map<std::string, EventHandle> publishers_;
 };
 
-ChannelState StateOf(DWORD error) {
-  switch (error) {
-    case ERROR_SUCCESS:
-      return ChannelState::notAvailable;
-    case ERROR_EVT_CHANNEL_NOT_FOUND:
-      return ChannelState::absent;
-    case ERROR_ACCESS_DENIED:
-      return ChannelState::accessDenied;
-    default:
-      return ChannelState::failed;
-  }
-}
-
 // Several queries' events in one order, and of them the newest.
 void PutInOrder(ChannelEvents& result) {
   const auto isOlder = [](const Event& a, const Event& b) {
@@ -187,8 +201,7 @@ ChannelEvents ReadEvents(const std::string& channel, const std::vector<std::stri
       first += kSourcesPerQuery;
     } while (first < sources.size());
   } catch (const ReadFailure& failure) {
-    result.state = StateOf(failure.error);
-    result.error = failure.error;
+    Note(failure, result);
   }
   PutInOrder(result);
   return result;

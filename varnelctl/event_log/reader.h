@@ -14,7 +14,7 @@ enum class ChannelState {
   absent,        ///< the host has no such channel
   accessDenied,  ///< for this account
   notAvailable,  ///< the system has no event log that programs could read
-  failed,        ///< a call failed; the events read before are there
+  failed,        ///< a call failed; what could be read is there
 };
 
 struct ChannelEvents {

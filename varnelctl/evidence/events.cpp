@@ -61,7 +61,9 @@ std::string FileNameOf(std::string channel) {
 
 std::string WhyNothing(const ChannelEvents& read) {
   if (std::string problem = ProblemOf(read); read.state != ChannelState::read && read.events.empty()) return problem;
-  return read.events.empty() ? "nothing of this kind was written in the time of the run" : "";
+  if (!read.events.empty()) return {};
+  if (!read.cutShort) return "nothing of this kind was written in the time of the run";
+  return "nothing of this kind is among the " + std::to_string(kMostEvents) + " newest events of the time of the run";
 }
 
 void AddChannel(const ChannelEvents& read, std::vector<EvidenceFile>& files) {
