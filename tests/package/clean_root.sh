@@ -18,9 +18,9 @@ mkdir -p "$scratch/root"
 # Made once; it is none of the sources'.
 base=$root/build/clean-root.tar
 if [[ ! -s $base ]]; then
-  mmdebstrap --variant=apt --include=cmake,make,g++,pkg-config bookworm "$base.new" >"$scratch/mmdebstrap.log" 2>&1 ||
+  mmdebstrap --variant=apt --include=cmake,make,g++,pkg-config bookworm "$base.new.tar" >"$scratch/mmdebstrap.log" 2>&1 ||
     skip "no mirror: $(tail -n 1 "$scratch/mmdebstrap.log")"
-  mv "$base.new" "$base"
+  mv "$base.new.tar" "$base"
 fi
 tar --extract --file="$base" --directory="$scratch/root" --exclude=./dev/*
 
