@@ -77,7 +77,7 @@ format: ## format every source file in place
 tidy: setup ## check every unit with clang-tidy; units without findings are left out until they change
 	@$(SETUP) format
 	@$(configure) tidy
-	@cmake --build build/tidy --target simulator/generated/sample_host.inc varnelctl/generated/page.css.inc varnelctl/generated/page.js.inc
+	@cmake --build build/tidy --target simulator/generated/sample_host.inc $(foreach part,run.css run.js fleet.css fleet.js,varnelctl/generated/$(part).inc)
 	@tools/tidy.py build/tidy
 
 clean: ## remove everything that was built

@@ -9,6 +9,7 @@ import { execFileSync, spawnSync } from "node:child_process";
 import { existsSync, mkdirSync, readdirSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import { dirname, join, resolve } from "node:path";
 import { Browser } from "./browser.mjs";
+import { makeFleet, nameOf } from "./fleet.mjs";
 
 const SKIPPED = 77;
 const AXE = "axe-core@4.10.3";
@@ -316,6 +317,88 @@ async function checkComparison(browser, axeText) {
   assert.equal(await browser.evaluate(`document.querySelector("#run-0 [data-fill=map] .node") !== null`), true, "an earlier run opens");
 }
 
+// The page of a folder of a fleet's runs, as checkPage knows pages.
+function makeFleetPage(name, size) {
+  const template = document("sql-server-kept");
+  makeFleet(join(folder, name), template, size);
+  const made = run("report", join(folder, name), "--output", page(name));
+  assert.equal(made.status, 0, made.stderr);
+  return name;
+}
+
+const HOSTS = "[data-fill=hosts]";
+
+async function checkFleet(browser, axeText) {
+  make("sql-server-kept", host("sql-server"), "snapshot", "--app", "sql", "--disk", "TSL0001", "TSL0002", "--context", "app-rollback");
+  await checkPage(browser, axeText, makeFleetPage("fleet", { hosts: 30, databases: 20, runs: 3, names: { 1: { name: EVIL }, 2: { name: "caf\u00e9" } } }), []);
+  await browser.look("light", 1280);
+  const seen = await browser.open(page("fleet"));
+  assert.match(await textOf(browser, "h1"), /^26 of 30 hosts protected, 9 of them in part; failed: sql-0003; /);
+  const rows = (place) => countOf(browser, `${place} tbody tr`);
+  const choose = (place, state) => browser.evaluate(`{
+    const select = document.querySelector("${place} select");
+    select.value = "${state}";
+    select.dispatchEvent(new Event("change"));
+  }`);
+  await choose(HOSTS, "unreachable");
+  assert.equal(await rows(HOSTS), 1);
+  assert.match(await textOf(browser, `${HOSTS} tbody`), /sql-0005.*no route to host/);
+  await choose(HOSTS, "");
+  await setFilter(browser, HOSTS, "archive 0008");
+  assert.equal(await textOf(browser, `${HOSTS} .count`), "1 of 30 rows");
+  assert.equal(await browser.evaluate(`document.querySelector("${HOSTS} tbody a").getAttribute("href")`),
+    "fleet/20261103T220000Z/hosts/sql-0008/snapshot.json");
+  await setFilter(browser, HOSTS, "<script>");
+  assert.equal(await rows(HOSTS), 1, "a name that is markup is found as text");
+  assert.equal(await countOf(browser, "main script:not([type])"), 0);
+  await setFilter(browser, OBJECTS, "sql-0007 database4");
+  assert.match(await textOf(browser, `${OBJECTS} tbody tr`),
+    /not takenuntil 2026-11-02 22:00:00 UTCno answer within 600 seconds.*last taken in the run of 2026-11-02 22:00:00 UTC/);
+  await setFilter(browser, OBJECTS, "sql-0008 database4");
+  assert.match(await textOf(browser, `${OBJECTS} tbody tr`), /protectedsince 2026-11-03 22:00:00 UTC$/);
+  await choose(OBJECTS, "left out");
+  await setFilter(browser, OBJECTS, "");
+  assert.equal(await textOf(browser, `${OBJECTS} .count`), "18 of 600 rows");
+  assert.deepEqual(seen.troubles, []);
+}
+
+async function checkFleetKeyboard(browser) {
+  const seen = await browser.open(page("fleet"));
+  const focused = () => browser.evaluate("document.activeElement.className + ' ' + document.activeElement.textContent");
+  for (let i = 0; i < 60 && (await focused()) !== "host sql-0000"; ++i) await browser.press("Tab");
+  assert.equal(await focused(), "host sql-0000", "a host is reached with the Tab key");
+  await browser.press("Enter");
+  assert.equal(await textOf(browser, `${OBJECTS} .count`), "20 of 600 rows", "it leads to its databases");
+  assert.equal(await browser.evaluate(`document.activeElement === document.querySelector("${OBJECTS} input")`), true);
+  for (let i = 0; i < 20 && !(await focused()).startsWith("sort"); ++i) await browser.press("Tab");
+  await browser.press("Enter");
+  assert.equal(await countOf(browser, `${OBJECTS} [aria-sort=ascending]`), 1, "a heading sorts with the Enter key");
+  assert.deepEqual(seen.troubles, []);
+}
+
+async function checkLargeFleet(browser) {
+  makeFleetPage("large-fleet", { hosts: 1000, databases: 20, runs: 2 });
+  assert.ok(readFileSync(page("large-fleet")).length < 2e6, "less than 2 MB");
+  await browser.look("light", 1280);
+  const seen = await browser.open(page("large-fleet"));
+  const opened = await browser.evaluate(`performance.getEntriesByType("navigation")[0].loadEventEnd`);
+  console.log(`a page of 1,000 hosts with 20 databases each opens within ${opened.toFixed(0)} ms`);
+  assert.ok(opened < 3000, "it is there within a second, or three on a busy machine");
+  assert.ok(await countOf(browser, "*") < 2000, "it has few elements");
+  const took = await browser.evaluate(`(() => {
+    const start = performance.now();
+    const input = document.querySelector("${OBJECTS} input");
+    input.value = "${nameOf(900)} 7";
+    input.dispatchEvent(new Event("input"));
+    document.body.getBoundingClientRect();
+    return performance.now() - start;
+  })()`);
+  console.log(`a filter of 20,000 databases takes ${took.toFixed(1)} ms`);
+  assert.ok(took < 200, "a filter is answered within 200 ms");
+  assert.equal(await countOf(browser, FIRST), 2);
+  assert.deepEqual(seen.troubles, []);
+}
+
 async function main() {
   mkdirSync(folder, { recursive: true });
   const program = chromium();
@@ -339,6 +422,12 @@ async function main() {
     }
     await checkComparison(browser, axeText);
     console.log("checkComparison: done");
+    await checkFleet(browser, axeText);
+    console.log("checkFleet: done");
+    for (const check of [checkFleetKeyboard, checkLargeFleet]) {
+      await check(browser);
+      console.log(`${check.name}: done`);
+    }
   } finally {
     await browser.stop();
   }

@@ -58,4 +58,9 @@ std::vector<std::string> JournalSchemaErrors(const nlohmann::json& entry) {
   return schema.Errors(entry);
 }
 
+std::vector<std::string> FleetSchemaErrors(const nlohmann::json& run) {
+  static const CompiledSchema schema("fleet.schema.json", ReadSchema(VARNEL_DOCS "/fleet.schema.json"));
+  return schema.Errors(run);
+}
+
 }  // namespace varnel::test

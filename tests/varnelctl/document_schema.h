@@ -17,4 +17,7 @@ std::vector<std::string> SchemaErrors(const nlohmann::json& document);
 /// The same of docs/journal.schema.json against an entry of the journal.
 std::vector<std::string> JournalSchemaErrors(const nlohmann::json& entry);
 
+/// The same of docs/fleet.schema.json against a fleet.json.
+std::vector<std::string> FleetSchemaErrors(const nlohmann::json& run);
+
 }  // namespace varnel::test

@@ -8,7 +8,7 @@
 #include "varnelctl/explanation/look_up.h"
 #include "varnelctl/explanation/records.h"
 #include "varnelctl/report/html/markup.h"
-#include "varnelctl/report/html/run_sections.h"
+#include "varnelctl/report/html/sections.h"
 
 namespace varnelctl::html {
 namespace {

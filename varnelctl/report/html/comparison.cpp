@@ -10,18 +10,13 @@
 #include "varnelctl/console/text.h"
 #include "varnelctl/report/html/markup.h"
 #include "varnelctl/report/html/run_sections.h"
+#include "varnelctl/report/html/sections.h"
 
 namespace varnelctl::html {
 namespace {
 
 using nlohmann::json;
 using NameList = std::vector<std::string>;
-
-// An object is known by its writer and path, whatever it is called.
-std::wstring KeyOf(const json& object) {
-  return varnel::ascii::ToLower(
-      varnel::Utf8ToWideLossy(object["writer"].get<std::string>() + "\n" + object["path"].get<std::string>()));
-}
 
 using ByKey = std::unordered_map<std::wstring, const json*>;
 
@@ -148,6 +143,11 @@ std::string WhatChanged(const json& before, const json& now) {
 }
 
 }  // namespace
+
+std::wstring KeyOf(const json& object) {
+  return varnel::ascii::ToLower(
+      varnel::Utf8ToWideLossy(object["writer"].get<std::string>() + "\n" + object["path"].get<std::string>()));
+}
 
 Changes ChangesOf(const json& before, const json& now) {
   Changes changes;

@@ -9,6 +9,9 @@
 
 namespace varnelctl::html {
 
+/// An object is known by its writer and path, whatever it is called.
+std::wstring KeyOf(const nlohmann::json& object);
+
 /// Each list names objects or disks by their order in the run that has them.
 struct Changes {
   std::vector<std::string> lost;          ///< captured then and not now: "NAME: REASON"

@@ -5,7 +5,7 @@
 
 namespace varnelctl::html {
 
-enum class Script { None, OfRuns };
+enum class Script { None, OfRuns, OfFleet };
 
 /// \param title plain text. \param content markup, what is in the page's `main`.
 std::string WholePage(const std::string& title, const std::string& content, Script script);

@@ -1,25 +1,20 @@
 #include "varnelctl/report/html/run_sections.h"
 
 #include <algorithm>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <vector>
 
-#include "text/format.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/report/html/alert_section.h"
 #include "varnelctl/report/html/markup.h"
+#include "varnelctl/report/html/sections.h"
+#include "varnelctl/report/html/shape.h"
 #include "varnelctl/report/html/timeline.h"
 
 namespace varnelctl::html {
 namespace {
 
 using nlohmann::json;
-
-std::string TextAt(const json& object, const char* key) {
-  const auto found = object.find(key);
-  return found == object.end() || !found->is_string() ? std::string() : found->get<std::string>();
-}
 
 // The texts one after another.
 std::string Joined(const json& texts, std::string_view between) {
@@ -37,10 +32,6 @@ std::string CommandLine(const json& arguments) {
     line += " " + (isPlain ? text : '"' + text + '"');
   }
   return line;
-}
-
-std::string Fact(std::string_view name, const std::string& value) {
-  return value.empty() ? value : Element("dt", name) + Element("dd", value) + "\n";
 }
 
 std::string ProviderText(const json& run) {
@@ -77,20 +68,6 @@ std::string Facts(const json& run) {
          "<dt>Command line</dt><dd><code>" + Escaped(CommandLine(header["commandLine"])) + "</code></dd>\n</dl>\n";
 }
 
-// The first words large, the rest of the sentence smaller.
-std::string Verdict(const json& run, int level) {
-  const std::string text = VerdictText(run);
-  constexpr std::size_t kBetween = 2;
-  const std::size_t end = std::min({text.find(": "), text.find("; "), text.size()});
-  const std::string tag = "h" + std::to_string(level);
-  std::string heading = "<" + tag + " class=\"verdict\">" + Escaped(text.substr(0, end));
-  if (end != text.size()) {
-    heading += "<span class=\"hidden\">" + Escaped(text.substr(end, kBetween)) + "</span><span class=\"rest\">" +
-               Escaped(text.substr(end + kBetween)) + "</span>";
-  }
-  return heading + "</" + tag + ">\n";
-}
-
 std::string Cause(const json& run) {
   const json& result = run["result"];
   const std::string message = TextAt(result, "message");
@@ -110,12 +87,6 @@ std::string Cause(const json& run) {
          Escaped(TextAt(result, "explain")) + "</code></p>\n</div>\n";
 }
 
-// Names after their common reason.
-struct NotCaptured {
-  std::string why;
-  std::vector<std::string> names;
-};
-
 // Empty of an object that is captured, or that only the end of the request kept out.
 std::string WhyNot(const json& object) {
   const std::string reason = TextAt(object, "reason");
@@ -125,36 +96,13 @@ std::string WhyNot(const json& object) {
   return why.empty() ? reason : why;
 }
 
-std::vector<NotCaptured> NotCapturedByReason(const json& run) {
-  std::vector<NotCaptured> groups;
-  std::map<std::string, std::size_t> places;
+std::string NotCapturedList(const json& run) {
+  ReasonList list;
   for (const json& object : run.value("objects", json::array())) {
     const std::string why = WhyNot(object);
-    if (why.empty()) continue;
-    const auto [place, isNew] = places.emplace(why, groups.size());
-    if (isNew) groups.push_back({why, {}});
-    groups[place->second].names.push_back(object["name"]);
+    if (!why.empty()) list.Add(object["name"], why);
   }
-  return groups;
-}
-
-std::string Names(const std::vector<std::string>& names) {
-  constexpr std::size_t kMostNamed = 20;
-  std::string text;
-  for (std::size_t i = 0; i < std::min(names.size(), kMostNamed); ++i) text += (i == 0 ? "" : ", ") + names[i];
-  const std::size_t more = names.size() - std::min(names.size(), kMostNamed);
-  return more == 0 ? text : text + " and " + std::to_string(more) + " more";
-}
-
-std::string NotCapturedList(const json& run) {
-  const std::vector<NotCaptured> groups = NotCapturedByReason(run);
-  if (groups.empty()) return {};
-  std::string list = "<dl class=\"reasons\">\n";
-  const std::size_t listed = std::min(groups.size(), kMostListed);
-  for (std::size_t i = 0; i < listed; ++i) {
-    list += Element("dt", Names(groups[i].names)) + Element("dd", groups[i].why) + "\n";
-  }
-  return list + "</dl>\n" + AndMore(groups.size() - listed);
+  return list.Markup();
 }
 
 std::string Warnings(const json& run) {
@@ -163,24 +111,11 @@ std::string Warnings(const json& run) {
   return ListOf(lines, "warnings");
 }
 
-std::string Section(const std::string& id, int level, const std::string& heading, const std::string& content,
-                    std::string_view className = {}) {
-  if (content.empty()) return {};
-  const std::string tag = "h" + std::to_string(level);
-  return "<section class=\"" + std::string(className) + "\">\n<" + tag + " id=\"" + id + "\">" + Escaped(heading) +
-         "</" + tag + ">\n" + content + "</section>\n";
-}
-
 std::string CountedObjects(const json& run) {
   std::string noun = run["verdict"]["noun"];
   noun += noun.ends_with('s') ? "es" : "s";
   noun.front() = static_cast<char>(noun.front() - 'a' + 'A');
   return noun;
-}
-
-// What the script fills.
-std::string Place(const std::string& kind) {
-  return "<div class=\"filled\" data-fill=\"" + kind + "\"></div>\n";
 }
 
 // Of a long log the beginning and the end, which is where a failure is: a page is not to weigh more than it tells.
@@ -214,18 +149,6 @@ std::string InteractiveSections(const json& run, const std::string& id, int leve
 }
 
 }  // namespace
-
-std::string ListOf(const std::vector<std::string>& entries, std::string_view className) {
-  if (entries.empty()) return {};
-  std::string list = "<ul class=\"" + std::string(className) + "\">\n";
-  const std::size_t listed = std::min(entries.size(), kMostListed);
-  for (std::size_t i = 0; i < listed; ++i) list += Element("li", entries[i]) + "\n";
-  return list + "</ul>\n" + AndMore(entries.size() - listed);
-}
-
-std::string AndMore(std::size_t count) {
-  return count == 0 ? std::string() : Element("p", "and " + std::to_string(count) + " more", "quiet") + "\n";
-}
 
 Standing StandingOf(const json& run) {
   if (!run.contains("verdict")) return Standing::Failed;
@@ -267,7 +190,8 @@ std::string TitleOf(const json& run) {
 }
 
 std::string RunHeader(const json& run, int level) {
-  return "<header>\n" + Element("p", TitleOf(run), "eyebrow") + "\n" + Verdict(run, level) + Cause(run) + "</header>\n";
+  return "<header>\n" + Element("p", TitleOf(run), "eyebrow") + "\n" + VerdictHeading(VerdictText(run), level) +
+         Cause(run) + "</header>\n";
 }
 
 std::string RunArticle(const StoredRun& stored, const std::string& id, int level) {

@@ -4,14 +4,10 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "varnelctl/report/html/run_file.h"
 
 namespace varnelctl::html {
-
-/// Lists of a page end after so many entries and say how many more there are: the tables hold them all.
-inline constexpr std::size_t kMostListed = 200;
 
 /// How a run stands: everything captured, or something is missing, or nothing is there.
 enum class Standing { Whole, Partial, Failed };
@@ -30,10 +26,5 @@ std::string TimeText(const std::string& start);
 std::string RunHeader(const nlohmann::json& run, int level);
 /// All of a run. \param id of the run, which begins the identifiers of its elements. \param level of its heading.
 std::string RunArticle(const StoredRun& stored, const std::string& id, int level);
-
-/// `<li>` each, at most kMostListed, in a list; empty where there are none.
-std::string ListOf(const std::vector<std::string>& entries, std::string_view className = {});
-/// What ends a list that is cut off; empty for 0.
-std::string AndMore(std::size_t count);
 
 }  // namespace varnelctl::html

@@ -6,11 +6,10 @@
 #include <vector>
 
 #include "text/ascii_case.h"
-#include "text/format.h"
 #include "varnelctl/console/text.h"
 #include "varnelctl/explanation/records.h"
 #include "varnelctl/report/html/markup.h"
-#include "varnelctl/report/html/run_sections.h"
+#include "varnelctl/report/html/sections.h"
 #include "varnelctl/sets/snapshot_steps.h"
 
 namespace varnelctl::html {
@@ -36,26 +35,10 @@ std::string WordsFor(const std::string& key) {
   return found == std::end(kSteps) ? key : found->words;
 }
 
-std::string Percent(unsigned long long part, unsigned long long whole) {
-  constexpr unsigned kTenths = 1000;
-  const auto tenths = static_cast<unsigned>(part * kTenths / whole);
-  return varnel::FormatNarrow("%u.%u%%", {tenths / 10, tenths % 10});
-}
-
 std::string TimeText(unsigned long long milliseconds) {
   constexpr unsigned long long kSecond = 1000;
   if (milliseconds < 10 * kSecond) return std::to_string(milliseconds) + " ms";
   return std::to_string(milliseconds / kSecond) + "." + std::to_string(milliseconds % kSecond / 100) + " s";
-}
-
-// A class instead of a style: the page allows none in elements.
-std::string Bar(unsigned long long start, unsigned long long end, unsigned long long whole) {
-  if (whole == 0) return {};
-  const unsigned long long least = std::max<unsigned long long>(whole / 200, 1);
-  const unsigned long long length = std::max(end - start, least);
-  return "<svg class=\"bar\" aria-hidden=\"true\" focusable=\"false\"><rect x=\"" +
-         Percent(std::min(start, whole - std::min(whole, length)), whole) + "\" width=\"" + Percent(length, whole) +
-         "\" height=\"100%\"/></svg>";
 }
 
 std::string Row(const json& step, unsigned long long whole) {
@@ -139,16 +122,6 @@ std::string ReadingHead(const std::string& key) {
   return "After " + WordsFor(key);
 }
 
-std::string ScrollingTable(const std::string& label, const std::string& className, const std::string& head,
-                           const std::string& rows) {
-  return "<div class=\"scroll\" role=\"group\" aria-label=\"" + label + "\" tabindex=\"0\"><table class=\"" +
-         className + "\">\n<thead><tr>" + head + "</tr></thead>\n<tbody>\n" + rows + "</tbody></table></div>\n";
-}
-
-std::string ColumnHead(const std::string& text, bool isNumber = false) {
-  return std::string("<th scope=\"col\"") + (isNumber ? " class=\"number\">" : ">") + Escaped(text) + "</th>";
-}
-
 // Those that take part.
 std::string Writers(const json& run) {
   const std::vector<RecordText> records = RecordsIn(run["errorDetails"].get_ref<const std::string&>());
@@ -193,6 +166,14 @@ std::string Moments(const json& run) {
 }
 
 }  // namespace
+
+long long EndOfSnapshot(const json& run) {
+  long long end = 0;
+  for (const json& step : run.value("steps", json::array())) {
+    if (step["name"] == step::kSnapshot.key) end = step["end"].get<long long>();
+  }
+  return end;
+}
 
 std::string Timeline(const json& run) {
   if (!run.contains("steps") || run["steps"].empty()) return {};
