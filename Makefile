@@ -9,12 +9,14 @@ SECONDS ?= 60
 FUZZER ?=
 # For `make bench`: the sizes to measure, ascending (100 to 10,000 when empty).
 SIZES ?=
+# For `make fleet`: how many hosts are simulated.
+HOSTS ?= 100
 
 sources = $(shell git ls-files --cached --others --exclude-standard -- '*.cpp' '*.h')
 configure = cmake --log-level=WARNING --preset
 
 .DEFAULT_GOAL := help
-.PHONY: help snapshot test test-thorough coverage docs package bench bench-budget bench-steps bench-instructions fuzz format tidy clean setup
+.PHONY: help snapshot fleet test test-thorough coverage docs package bench bench-budget bench-steps bench-instructions fuzz format tidy clean setup
 
 help: ## this list
 	@sed -n 's/^\([a-z-]*\):.*## \(.*\)/\1\t\2/p' $(firstword $(MAKEFILE_LIST)) | expand -t 22
@@ -24,12 +26,21 @@ snapshot: setup ## build varnelctl and take a snapshot on the simulated sample h
 	@cmake --build --preset native --target varnelctl
 	build/native/bin/varnelctl $(VARNELCTL_ARGUMENTS)
 
+fleet: setup ## take the sets of a hundred simulated hosts with Ansible, some of them broken, and make the page of them
+	@$(SETUP) fleet
+	@$(configure) native
+	@cmake --build --preset native --target varnelctl
+	@deploy/ansible/demo/make_fleet.py build/fleet --varnelctl $(CURDIR)/build/native/bin/varnelctl --hosts $(HOSTS)
+	@cd build/fleet && ansible-playbook --inventory inventory.yml --forks 20 tessel.varnel.protect \
+		|| { [ $$? -eq 2 ] && echo "Four of the hosts are broken on purpose."; }
+	@echo "The inventory: build/fleet/inventory.yml. The record and the page: build/fleet/runs."
+
 test: setup ## build and run every test, natively with sanitizers and under Wine
-	-@$(SETUP) browser docs package
+	-@$(SETUP) browser docs package fleet
 	@tools/run-tests.sh
 
 test-thorough: setup ## the same with every sweep made whole under sanitizers and Wine, on more random hosts
-	-@$(SETUP) browser docs package
+	-@$(SETUP) browser docs package fleet
 	@tools/run-tests.sh --thorough
 
 coverage: setup ## run the native tests and list the lines of the library that none of them reaches

@@ -5,7 +5,7 @@
 #
 # Groups: build (the default: build and test on both platforms), format (clang-format and clang-tidy), fuzz (clang with
 # libFuzzer), instructions (valgrind), coverage (gcovr), browser (what the tests of report pages need), docs (doxygen and
-# what checks the manual page), package (installer and Debian packages). Installs as
+# what checks the manual page), package (installer and Debian packages), fleet (Ansible and its checker). Installs as
 # root or with a password-less sudo; otherwise, and on any other system, prints what is missing and exits with 1.
 set -euo pipefail
 
@@ -22,6 +22,8 @@ packages_of() {
     coverage) echo gcovr ;;
     docs) echo doxygen mandoc ;;
     package) echo nsis dpkg-dev pkg-config ;;
+    # ansible brings the collection for Windows hosts, which a control node needs as well.
+    fleet) echo ansible-core ansible ansible-lint ;;
     browser)
       # Node.js may have come from elsewhere, and then brings npm itself.
       echo chromium
@@ -29,7 +31,7 @@ packages_of() {
       command -v npm >/dev/null || echo npm
       ;;
     *)
-      echo "setup: no such group: $1 (build, format, fuzz, instructions, coverage, browser, docs, package)" >&2
+      echo "setup: no such group: $1 (build, format, fuzz, instructions, coverage, browser, docs, package, fleet)" >&2
       return 2
       ;;
   esac
