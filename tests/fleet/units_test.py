@@ -143,7 +143,7 @@ class Documents(unittest.TestCase):
             "WOULD FAIL: no sales. a; b; c; and 2 more. What to do: Add it.")
         self.assertEqual(documents.message({"status": 10, "kind": "snapshot", "verdict": {"text": "FAILED: it hung"}, "result": {
             "message": "it hung. For long.", "details": ["long"], "remedy": "Wait"}}),
-            "FAILED: it hung. For long. What to do: Wait.")
+            "it hung. For long. What to do: Wait.")
         self.assertEqual(documents.message({"status": 2, "kind": "failure", "result": {"message": "no sals; sales?"}}),
                          "no sals; sales?")
         self.assertEqual(documents.message({"status": 12, "kind": "doctor", "result": {}, "findings": [

@@ -51,6 +51,7 @@ def message(document):
 def of_run(document):
     result = document.get("result") or {}
     verdict = (document.get("verdict") or {}).get("text") or document.get("text") or ""
+    verdict = verdict.removeprefix("FAILED: ")  # that a host failed is said where this is shown
     cause = result.get("message") or ""
     first, _dot, rest = cause.partition(". ")
     if verdict and first.rstrip(".") in verdict:
