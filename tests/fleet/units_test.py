@@ -214,6 +214,13 @@ class Groups(unittest.TestCase):
         self.assertEqual((outcome, "take" in tasks), ("incomplete", False))
         self.assertIn("8 were not run (0, 1, 2, 3, 4 and 3 more)", fleet["groups"][0]["message"])
 
+    def test_hosts_that_a_stopped_group_has_only_planned_are_told(self):
+        fleet = fleet_of({"a": "taken", "b": "failed", "c": "planned"}, "rolling", "keep")
+        fleet["hosts"][2]["steps"] = ["plan"]
+        self.decided(fleet, 10)
+        self.assertEqual(fleet["groups"][0]["message"],
+                         "1 of 3 hosts failed (b); 1 was planned only (c); 1 set is there")
+
     def test_what_a_task_came_to_is_noted_once(self):
         entry = fleet_of({"a": "notRun"})["hosts"][0]
         fleets.note_host(entry, {"plan": {"msg": "well", "seconds": 1.5}, "snapshot": {"skipped": True}})

@@ -169,10 +169,11 @@ def outcome_of_group(group, hosts, failed):
 
 def message_of_group(group, hosts):
     bad = [host for host in hosts if host["outcome"] in BAD]
-    left = [host for host in hosts if host["outcome"] == "notRun"]
     some = ["%d of %d hosts failed (%s)" % (len(bad), len(hosts), names(bad))] if bad else []
-    if left:
-        some.append("%d were not run (%s)" % (len(left), names(left)))
+    for outcome, what in (("planned", "planned only"), ("notRun", "not run")):
+        left = [host for host in hosts if host["outcome"] == outcome]
+        if left and not (outcome == "planned" and group["outcome"] in ("planned", "stopped")):
+            some.append("%d %s %s (%s)" % (len(left), "was" if len(left) == 1 else "were", what, names(left)))
     taken = sum(host["outcome"] == "taken" for host in hosts)
     last = {"stopped": "nothing was taken", "ended": "the sets of the others were ended",
             "incomplete": "%d set%s there" % (taken, " is" if taken == 1 else "s are")}
