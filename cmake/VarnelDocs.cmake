@@ -3,7 +3,7 @@
 
 set(VARNEL_DOCS_INPUT ${headers} ${simulator_headers} docs/alerts.md docs/windows.md docs/api)
 if(TARGET varnel_c)
-  list(APPEND VARNEL_DOCS_INPUT c/varnel-c.h simulator/dropin/varnel-c-simulator.h)
+  list(APPEND VARNEL_DOCS_INPUT docs/c-interface.md c/varnel-c.h simulator/dropin/varnel-c-simulator.h)
 endif()
 list(FILTER VARNEL_DOCS_INPUT EXCLUDE REGEX "^platform/portable/")
 list(TRANSFORM VARNEL_DOCS_INPUT PREPEND ${PROJECT_SOURCE_DIR}/)
