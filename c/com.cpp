@@ -13,6 +13,9 @@ constexpr auto kTooLate = static_cast<HRESULT>(0x80010119);  // RPC_E_TOO_LATE
 // Whether the process's security is ours: set once, it is there for every thread.
 std::atomic<bool> isOurs{false};
 
+// How often it was initialized here and not ended.
+thread_local int begun = 0;
+
 // A simulated host has no COM.
 bool IsSimulated() noexcept {
   const Host* const host = CurrentHostOrNull();
@@ -42,6 +45,7 @@ int varnel_initialize_com(int* hresult) {
   if (!IsSimulated()) {
     const ComCalls* const calls = MachineCom();
     code = calls == nullptr ? VARNEL_NO_HOST : InitializeCom(*calls, result);
+    if (code == VARNEL_DONE || code == VARNEL_COM_TOO_LATE) ++begun;
   }
   if (hresult != nullptr) *hresult = result;
   return code;
@@ -49,9 +53,12 @@ int varnel_initialize_com(int* hresult) {
 
 int varnel_uninitialize_com() {
   using namespace varnel::c;
-  if (IsSimulated()) return VARNEL_DONE;
   const ComCalls* const calls = MachineCom();
-  if (calls == nullptr) return VARNEL_NO_HOST;
-  calls->uninitialize();
-  return VARNEL_DONE;
+  if (begun > 0) {
+    --begun;
+    calls->uninitialize();
+    return VARNEL_DONE;
+  }
+  if (IsSimulated()) return VARNEL_DONE;
+  return calls == nullptr ? VARNEL_NO_HOST : VARNEL_BAD_ORDER;
 }

@@ -77,9 +77,9 @@ Request::Request(const varnel_request_options& options)
       backupType_(BackupTypeOf(options.backup_type)),
       restores_(options.restore != 0),
       document_(WideOf(options.document)),
-      requestText_("writer=" + std::to_string(options.writer_code) + ",") {
+      requestText_("writer=" + std::to_string(options.writer_code) + ","),
+      databases_(kAllDatabasesList) {
   SetProvider(options.provider_id);
-  NoteDatabases();
   requestor_->SetDiskAndVolumeEnumeratorObj(&enumerator_);
 }
 

@@ -213,7 +213,10 @@ VARNEL_C_API const char* varnel_code_text(int code);
  * simulated host in use nothing is done, and VARNEL_DONE returned. hresult may be null.
  */
 VARNEL_C_API int varnel_initialize_com(int* hresult);
-/** Ends what varnel_initialize_com did on this thread; after the last of its requests. */
+/**
+ * Ends what varnel_initialize_com did on this thread; after the last of its requests, and as often as that was called.
+ * VARNEL_BAD_ORDER: it has done nothing here that is not ended.
+ */
 VARNEL_C_API int varnel_uninitialize_com(void);
 
 /**

@@ -40,6 +40,7 @@ if(MINGW)
 elseif(TARGET varnel_c)
   # libvarnel-c.so has the C++ runtime in itself.
   varnel_material(libstdc++ libstdc++-12-dev ${gcc_license} STATIC_LINK)
+  varnel_material(libgcc libgcc-12-dev ${gcc_license} STATIC_LINK)
 endif()
 
 set(name varnel-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-x64)
@@ -69,6 +70,8 @@ if(WIN32)
   install(FILES ${PROJECT_BINARY_DIR}/NOTICES.txt DESTINATION ${CMAKE_INSTALL_DATADIR}/varnel)
 else()
   install(FILES ${PROJECT_BINARY_DIR}/NOTICES.txt RENAME copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/varnelctl)
+  install(FILES ${PROJECT_BINARY_DIR}/varnel.spdx.json DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libvarnel-dev
+    COMPONENT development)
   install(FILES ${PROJECT_BINARY_DIR}/NOTICES.txt RENAME copyright DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libvarnel-dev
     COMPONENT development)
 endif()

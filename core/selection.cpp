@@ -1,5 +1,6 @@
 // Which writers and components take part, and the writer code that can narrow them to named databases.
 #include <algorithm>
+#include <optional>
 #include <stdexcept>
 
 #include "core/alerts.h"
@@ -53,17 +54,29 @@ std::set<std::wstring> InputFor(const std::wstring& fullPath, const std::set<std
   return input;
 }
 
-// A bridge that cannot answer leaves the list as it is.
-void FetchDatabaseList(const std::string& serialNumber, const char*& list) {
+// Why it was not fetched, if so: a bridge that cannot answer leaves the list as it is.
+std::optional<std::string> FetchDatabaseList(const std::string& serialNumber, const char*& list) {
   MetadataWrapper* bridge = MetadataWrapper::GetMetadataWrapperInstance();
-  if (bridge != nullptr && bridge->W_FindDataBaseToQuiesce(serialNumber.c_str())) {
+  if (bridge == nullptr) return "the metadata bridge is not available";
+  if (bridge->W_FindDataBaseToQuiesce(serialNumber.c_str())) {
     list = bridge->GetdbFilesToQuiescePtr();
-  } else {
-    const char* reason =
-        bridge == nullptr ? "the metadata bridge is not available" : bridge->W_GetErrorDetailStructurePtr();
-    kLog.Info(L" GetdbFilesToQuiescePtr failed with error =%s", varnel::Widened{reason == nullptr ? "" : reason});
+    return std::nullopt;
   }
-  if (list == nullptr) kLog.Info(L" GetdbFilesToQuiescePtr failed ");
+  const char* const reason = bridge->W_GetErrorDetailStructurePtr();
+  return reason == nullptr ? "" : reason;
+}
+
+// The list as long as it is the caller's, and what is to be logged of it afterwards: whoever is told a line of the log
+// may want the bridge, too.
+std::string DatabaseListOf(const std::string& serialNumber, const char*& list) {
+  std::unique_lock held = varnel::HoldMetadataBridge();
+  const std::optional<std::string> failure = FetchDatabaseList(serialNumber, list);
+  const bool isThere = list != nullptr;
+  std::string databases = isThere ? list : "";
+  held.unlock();
+  if (failure) kLog.Info(L" GetdbFilesToQuiescePtr failed with error =%s", varnel::Widened{*failure});
+  if (!isThere) kLog.Info(L" GetdbFilesToQuiescePtr failed ");
+  return databases;
 }
 
 // "\network name\database" for the default instance of a host, "\network name\instance\database" for a named one.
@@ -239,10 +252,7 @@ void CVarnel::GetComponentsList(std::set<std::wstring>& components) {
     varnel::ThrowHResult(E_INVALIDARG);
   }
   const std::string serialNumber = wstringTostring(m_inputSerialNumbers.front().c_str());
-  std::unique_lock held = varnel::HoldMetadataBridge();
-  FetchDatabaseList(serialNumber, m_successfulDBList);
-  const std::wstring databases = stringToWstring(m_successfulDBList);
-  held.unlock();
+  const std::wstring databases = stringToWstring(DatabaseListOf(serialNumber, m_successfulDBList).c_str());
   if (databases == varnel::kAllDatabases) {
     components.insert(varnel::kAllDatabases);
     return;

@@ -94,6 +94,12 @@ FunctionEnd
 Section "varnel"
   SectionIn RO
   Call RemoveEarlier
+  ${If} ${FileExists} "$INSTDIR\bin\libstdc++-6.dll"
+    DetailPrint "$INSTDIR\bin holds another program's C++ runtime: choose another folder."
+    SetErrorLevel 5
+    Abort
+  ${EndIf}
+  AllowSkipFiles off
   SetOutPath "$INSTDIR"
   File /r "${STAGE}/*"
   WriteUninstaller "$INSTDIR\uninstall.exe"
@@ -122,6 +128,20 @@ Section /o "varnelctl on the PATH of every user"
   !insertmacro ClosePath
 SectionEnd
 
+; What is in use cannot be written to, nor removed.
+!macro RequireFree FILE
+  ${If} ${FileExists} "$INSTDIR\${FILE}"
+    ClearErrors
+    FileOpen $0 "$INSTDIR\${FILE}" a
+    ${If} ${Errors}
+      DetailPrint "${FILE} is in use, or may not be changed."
+      SetErrorLevel 4
+      Abort
+    ${EndIf}
+    FileClose $0
+  ${EndIf}
+!macroend
+
 ; Takes ";FOLDER\bin" out where it is a whole entry. $5 where it begins, $6 the text after it, $7 the character there.
 !macro RemoveFromPath
   !insertmacro OpenPath
@@ -147,19 +167,23 @@ SectionEnd
 
 Section "Uninstall"
   SetRegView 64
-  ReadRegDWORD $0 HKLM "${UNINSTALL}" "OnPath"
-  ${If} $0 == 1
-    !insertmacro RemoveFromPath
-  ${EndIf}
-  ; What was installed, and folders that are empty then.
+  ; Nothing is removed while a part of it is in use. Then what was installed, and folders that are empty then.
   !include "${REMOVALS}"
   ${If} ${FileExists} "$INSTDIR\bin\varnelctl.exe"
     DetailPrint "varnelctl is running, or may not be removed."
     SetErrorLevel 4
     Abort
   ${EndIf}
+  ReadRegDWORD $0 HKLM "${UNINSTALL}" "OnPath"
+  ${If} $0 == 1
+    !insertmacro RemoveFromPath
+  ${EndIf}
   Delete "$INSTDIR\uninstall.exe"
   RMDir "$INSTDIR"
-  DeleteRegKey HKLM "${EVENTS}"
+  ; Somebody may have registered another varnelctl.exe since.
+  ReadRegStr $0 HKLM "${EVENTS}" "EventMessageFile"
+  ${If} $0 == "$INSTDIR\bin\varnelctl.exe"
+    DeleteRegKey HKLM "${EVENTS}"
+  ${EndIf}
   DeleteRegKey HKLM "${UNINSTALL}"
 SectionEnd

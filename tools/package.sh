@@ -4,6 +4,7 @@
 # that of the release, unless SOURCE_DATE_EPOCH names another.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
+export TZ=UTC LC_ALL=C.UTF-8 # times of archives and the order of names are not the builder's
 
 release=$(sed -n 's/^## \([0-9.]*\) - \([0-9-]*\)$/\1 \2/p' CHANGELOG.md | head -n 1)
 version=${release% *}

@@ -52,6 +52,15 @@ void Use(const char* hostFile, const char* stateFile) {
   used.current.emplace(*used.host);
 }
 
+int Tell(const std::exception& error) noexcept {
+  try {
+    message = error.what();
+    return VARNEL_BAD_ARGUMENT;
+  } catch (const std::bad_alloc&) {
+    return VARNEL_NO_MEMORY;
+  }
+}
+
 // Does it unless a request holds something of the host, and tells what is thrown.
 template <class Action>
 int Attempt(Action action) noexcept {
@@ -65,8 +74,7 @@ int Attempt(Action action) noexcept {
   } catch (const std::range_error&) {
     return VARNEL_BAD_TEXT;
   } catch (const std::exception& error) {
-    message = error.what();
-    return VARNEL_BAD_ARGUMENT;
+    return Tell(error);
   }
 }
 
@@ -87,8 +95,11 @@ const char* varnel_simulator_message() {
 
 const char* varnel_simulator_calls() {
   varnel::simulator::CurrentlyUsed& used = varnel::simulator::Used();
-  used.calls.clear();
   if (!used.host) return "";
-  for (const std::string& line : used.host->calls().lines()) used.calls += line + '\n';
-  return used.calls.c_str();
+  try {
+    used.calls = used.host->calls().Text();
+    return used.calls.c_str();
+  } catch (const std::bad_alloc&) {
+    return "";
+  }
 }

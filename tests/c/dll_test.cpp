@@ -70,6 +70,7 @@ TEST_F(CDll, SecurityThatSomebodyElseHasSetIsTooLate) {
   EXPECT_EQ(hresult, again);
   EXPECT_EQ(code, again == RPC_E_TOO_LATE ? VARNEL_COM_TOO_LATE : VARNEL_DONE);
   EXPECT_EQ(DLL(varnel_uninitialize_com)(), VARNEL_DONE);
+  EXPECT_EQ(DLL(varnel_uninitialize_com)(), VARNEL_BAD_ORDER) << "that of the program is its own";
   ::CoUninitialize();
 }
 

@@ -92,6 +92,29 @@ TEST_F(CProcess, AnotherRequestMayBeUsedInTheLogFunction) {
   varnel_request_complete(second.request, -1);
 }
 
+TEST_F(CProcess, TheLogFunctionMayTakeASetWhereTheDatabasesOfAnotherCannotBeNamed) {
+  varnel_request_options options = {};
+  options.writer_code = 2;  // its databases are asked for, of which there is no list
+  struct Second {
+    varnel_request* request = nullptr;
+    int told = 0;
+    int code = -1;
+  } second{MakeReady(options)};
+  const auto tell = [](void* user, int, const char*, int, const char* text) {
+    auto& it = *static_cast<Second*>(user);
+    if (std::string_view(text).find("GetdbFilesToQuiescePtr failed") == std::string_view::npos) return;
+    if (it.told++ == 0) it.code = varnel_request_snapshot(it.request);
+  };
+  varnel_request* first = MakeReady(options);
+  ASSERT_EQ(varnel_set_log(tell, &second, VARNEL_LOG_VERBOSE), VARNEL_DONE);
+  EXPECT_EQ(varnel_request_snapshot(first), VARNEL_DONE);
+  varnel_set_log(nullptr, nullptr, 0);
+  EXPECT_EQ(second.told, 2);
+  EXPECT_EQ(second.code, VARNEL_DONE);
+  varnel_request_complete(first, 0);
+  varnel_request_complete(second.request, 0);
+}
+
 // COM as a test has it.
 struct FakeCom {
   static inline HRESULT initialized, secured;

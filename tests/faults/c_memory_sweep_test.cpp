@@ -25,7 +25,16 @@ struct CShortage {
 // The codes of one request, in the order of its functions.
 class CMemoryRun {
  public:
-  explicit CMemoryRun(const CShortage& shortage) : host_(Model()), guarded_(host_, texts_) {
+  explicit CMemoryRun(const CShortage& shortage) : host_(Model()), guarded_(host_, texts_) { Run(shortage); }
+
+  int requests = 0;
+  bool fired = false;
+  std::array<int, 16> codes{};
+  std::size_t count = 0;
+  std::string left;
+
+ private:
+  void Run(const CShortage& shortage) {
     const ScopedHost current(guarded_);
     memory::FailNth(shortage.request, shortage.persistent);
     {
@@ -38,13 +47,6 @@ class CMemoryRun {
     left = host_.live().Describe();
   }
 
-  int requests = 0;
-  bool fired = false;
-  std::array<int, 16> codes{};
-  std::size_t count = 0;
-  std::string left;
-
- private:
   static simulator::HostModel Model() {
     simulator::HostModel model = SmallHost();
     model.writers = {MakeWriter(L"Mail", 1, {MakeComponent(L"mail", L"db1", {L"E:\\db1"})})};
@@ -93,7 +95,7 @@ void Check(const CMemoryRun& run) {
 }
 
 TEST(CMemorySweep, EveryFunctionReturnsACodeAndNothingIsLeft) {
-  CMemoryRun({});  // makes what is made once for the process
+  [[maybe_unused]] const CMemoryRun first({});  // makes what is made once for the process
   const int requests = CMemoryRun({}).requests;
   ASSERT_GT(requests, 100);
   std::vector<CShortage> shortages;

@@ -29,7 +29,7 @@ done
 
 usr=$scratch/root/usr
 for path in bin/varnelctl share/man/man1/varnelctl.1 share/bash-completion/completions/varnelctl \
-  share/doc/varnelctl/copyright share/doc/libvarnel-dev/copyright share/varnel/varnel.spdx.json share/varnel/README.md \
+  share/doc/varnelctl/copyright share/doc/libvarnel-dev/copyright share/doc/libvarnel-dev/varnel.spdx.json share/varnel/varnel.spdx.json share/varnel/README.md \
   share/varnel/hosts/sql-server.json share/varnel/powershell/varnel/varnel.psd1 lib/libvarnel.a \
   lib/cmake/varnel/varnelConfig.cmake lib/pkgconfig/varnel.pc include/varnel/core/varnel.h; do
   [[ -f $usr/$path ]] || fail "the packages lack /usr/$path"

@@ -100,10 +100,20 @@ expect_files "$installed" "$scratch/stage" uninstall.exe
 mv "$installed/bin/varnelctl.exe" "$scratch/kept.exe"
 mkdir "$installed/bin/varnelctl.exe" # which nobody deletes as a file, as one that runs
 cp "$installed/uninstall.exe" "$scratch/uninstall.exe"
+before=$(find "$installed" | sort)
 status=0
 windows "$scratch/uninstall.exe" /S '_?=C:\agent' || status=$?
+[[ $(find "$installed" | sort) == "$before" ]] || fail "what is in use was taken apart"
 ((status == 4)) && has_key "$uninstall" && [[ -f $installed/uninstall.exe ]] || fail "what cannot be removed ends with $status"
 rmdir "$installed/bin/varnelctl.exe"
 remove
 [[ ! -e $installed ]] || fail "left: $(find "$installed")"
+
+echo "== into a folder of another program"
+mkdir -p "$installed/bin"
+echo theirs >"$installed/bin/libstdc++-6.dll"
+status=0
+windows "$scratch/varnel-this.exe" /S '/D=C:\agent' || status=$?
+((status == 5)) && ! has_key "$uninstall" || fail "over another program it ends with $status"
+[[ $(cat "$installed/bin/libstdc++-6.dll") == theirs ]] || fail "another program's file was overwritten"
 echo "all as it was"

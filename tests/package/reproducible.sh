@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes the packages twice, from two copies of the sources at two times, and compares the bytes: reproducible.sh SCRATCH.
+# Makes the packages twice, from two copies of the sources at two times in two time zones, and compares the bytes: reproducible.sh SCRATCH.
 set -euo pipefail
 
 scratch=$1
@@ -8,7 +8,7 @@ rm -rf "$scratch"
 for copy in one another-folder; do
   mkdir -p "$scratch/$copy"
   (cd "$root" && git ls-files -z --cached --others --exclude-standard | xargs -0 cp --parents --target-directory="$scratch/$copy")
-  (cd "$scratch/$copy" && SETUP=: SOURCE_DATE_EPOCH= tools/package.sh >package.log 2>&1) ||
+  (cd "$scratch/$copy" && SETUP=: SOURCE_DATE_EPOCH= TZ=$([[ $copy == one ]] && echo UTC || echo Asia/Tokyo) tools/package.sh >package.log 2>&1) ||
     { tail -n 40 "$scratch/$copy/package.log" && exit 1; }
   rm -rf "$scratch/$copy/build/release" "$scratch/$copy/build/release-windows"
 done

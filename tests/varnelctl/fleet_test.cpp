@@ -162,6 +162,21 @@ TEST_F(FleetReport, ARunThatOnlyPlansSaysSo) {
                                               "sql-1 SQL01\\tools: left out, disk \"SYS\" holds the system"));
 }
 
+TEST_F(FleetReport, ARunThatBrokeOffAfterItsPlansTookNothingForCertain) {
+  json run = FleetRunJson();
+  run["plan"] = false;
+  run["endedAt"] = nullptr;
+  run["groups"][0]["outcome"] = "planned";
+  run["hosts"].push_back(FleetHostJson("sql-1", "planned"));
+  StoreRun("a", run);
+
+  const std::string page = Page();
+
+  EXPECT_EQ(told["fleet"]["headline"], "0 of 1 host protected; planned: sql-1");
+  EXPECT_EQ(told["fleet"]["runs"][0]["isPlan"], false);
+  EXPECT_FALSE(Shows(page, "<article class=\"run fleet good\">"));
+}
+
 // ---- databases ----
 
 TEST_F(FleetReport, EachDatabaseSaysWhetherItIsProtectedAndWhyNot) {

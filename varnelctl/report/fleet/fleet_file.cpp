@@ -39,6 +39,7 @@ constexpr Field kHost[] = {
 constexpr Field kRun[] = {{"fleet", Type::Text},
                           {"startedAt", Type::Text},
                           {"endedAt", Type::TextOrNull},
+                          {"plan", Type::Flag, {}, kOptional},
                           {"groups", Type::Objects, kGroup},
                           {"hosts", Type::Objects, kHost}};
 
@@ -124,6 +125,12 @@ void CheckVersion(const json& document) {
                                         ", which this version reads");
 }
 
+// A run that does not say whether it only plans, plans all of its groups or none.
+bool HasPlannedGroup(const Run& run) {
+  return std::any_of(run.groups.begin(), run.groups.end(),
+                     [](const Group& group) { return group.outcome == GroupOutcome::Planned; });
+}
+
 Run RunOf(const json& document) {
   CheckVersion(document);
   html::Check(document, kRun, "");
@@ -134,6 +141,7 @@ Run RunOf(const json& document) {
   for (const json& group : document["groups"]) {
     run.groups.push_back(GroupOf(group, "/groups/" + std::to_string(run.groups.size())));
   }
+  run.isPlan = document.contains("plan") ? document["plan"].get<bool>() : HasPlannedGroup(run);
   std::map<std::string, std::size_t> names;
   for (const json& object : document["hosts"]) {
     const std::string pointer = "/hosts/" + std::to_string(run.hosts.size());

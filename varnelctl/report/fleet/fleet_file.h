@@ -42,6 +42,7 @@ struct Run {
   std::string fleet;                ///< name of the inventory
   LONGLONG startedAt = 0;           ///< FILETIME, as every time here
   std::optional<LONGLONG> endedAt;  ///< nothing for one that broke off
+  bool isPlan = false;              ///< nothing was to be taken
   std::vector<Group> groups;
   std::vector<Host> hosts;
 };

@@ -43,19 +43,13 @@ void Relate(HostResult& result, Known& known, LONGLONG startOfRun) {
   known.objects = result.objects;
 }
 
-// A run plans all of its groups or none.
-bool IsPlan(const Run& run) {
-  return std::any_of(run.groups.begin(), run.groups.end(),
-                     [](const Group& group) { return group.outcome == GroupOutcome::Planned; });
-}
-
 std::size_t CountOf(const std::vector<HostResult>& results, HostState state) {
   return static_cast<std::size_t>(
       std::count_if(results.begin(), results.end(), [&](const HostResult& result) { return result.state == state; }));
 }
 
 Summary SummaryOf(const Run& run, const std::vector<HostResult>& results) {
-  Summary summary = {run.name, run.startedAt, run.endedAt, IsPlan(run), run.hosts.size()};
+  Summary summary = {run.name, run.startedAt, run.endedAt, run.isPlan, run.hosts.size()};
   summary.part = CountOf(results, HostState::Partly);
   summary.protectedHosts = CountOf(results, HostState::Protected) + summary.part;
   for (const HostResult& result : results) {

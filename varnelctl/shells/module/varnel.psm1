@@ -19,14 +19,23 @@ Runs varnelctl with these arguments and gives its document as an object.
 function Invoke-Varnelctl {
     param([Parameter(Mandatory, ValueFromRemainingArguments)][string[]] $ArgumentList)
     $program = Find-Program
-    $encoding = [Console]::OutputEncoding
+    # A remote session has no console, and no encoding of it.
+    $encoding = $null
     try {
+        $before = [Console]::OutputEncoding
         [Console]::OutputEncoding = New-Object System.Text.UTF8Encoding $false
+        $encoding = $before
+    } catch { Write-Debug "The encoding stays as it is: $_" }
+    try {
         # What it says to people on standard error is in the document, too; it must not end anything here.
         $text = & { $ErrorActionPreference = 'Continue'; & $program --json @ArgumentList 2>$null } | Out-String
         $status = $LASTEXITCODE
     } finally {
-        [Console]::OutputEncoding = $encoding
+        if ($encoding) { [Console]::OutputEncoding = $encoding }
+    }
+    if (-not $text.Trim()) {
+        Write-Error -Message "varnelctl ended with status $status and printed no document" -ErrorId "VarnelExit$status"
+        return
     }
     $document = $text | ConvertFrom-Json
     if ($status -ne 0) {
