@@ -1,4 +1,5 @@
 """The collection's own code, without a run of Ansible."""
+import datetime
 import importlib
 import json
 import pathlib
@@ -56,6 +57,8 @@ class ProtectionSets(unittest.TestCase):
                 ({"require": "some"}, [f'{name}.require: wanted all or a list of names, got "some"']),
                 ({"deadline": "soon"}, [f'{name}.deadline: wanted a whole number, got "soon"']),
                 ({"deadline": True}, [f"{name}.deadline: wanted a whole number, got true"]),
+                ({"disks": [datetime.date(2026, 1, 1)]}, [f'{name}.disks[0]: wanted a text, got "2026-01-01"']),
+                ({"deadline": 86401}, [f"{name}.deadline: wanted 86400 or less, got 86401"]),
                 ({"deadline": 0}, [f"{name}.deadline: wanted 1 or more, got 0"]),
                 ({"retries": 4}, [f"{name}.retries: wanted 3 or less, got 4"]),
                 ({"verify": "yes"}, [f'{name}.verify: wanted true or false, got "yes"']),
@@ -122,6 +125,9 @@ class ProtectionSets(unittest.TestCase):
             jsonschema.validate({**WHOLE, "disk": []}, sets.schema())
 
 
+HEAD = {"schema": "varnelctl/1", "kind": "plan", "status": 0, "result": {}}
+
+
 class Documents(unittest.TestCase):
     def test_what_is_no_document_is_told(self):
         for text, expected in (
@@ -132,10 +138,24 @@ class Documents(unittest.TestCase):
                 ('{"a": }', "varnelctl's document is broken: it is not JSON after 7 characters"),
                 ("[]", "varnelctl's document is broken: it has no status"),
                 ('{"status": 0, "schema": "varnelctl/2"}',
-                 "varnelctl's document is of another version: varnelctl/2, not varnelctl/1")):
+                 "varnelctl's document is of another version: varnelctl/2, not varnelctl/1"),
+                (json.dumps({**HEAD, "kind": "doctor"}), "varnelctl's document is of another kind: doctor, not plan"),
+                (json.dumps({**HEAD, "kind": "failure"}), "varnelctl's document is of another kind: failure, not plan"),
+                (json.dumps({**HEAD, "status": 5, "result": None}), "varnelctl's document is broken: it has no result"),
+                (json.dumps({**HEAD, "verdict": "well"}), "varnelctl's document is broken: it has no verdict"),
+                (json.dumps(HEAD), "varnelctl's document is broken: it has no objects"),
+                (json.dumps({**HEAD, "objects": [], "findings": [7]}), "varnelctl's document is broken: its findings are none")):
             with self.subTest(text), self.assertRaises(documents.BrokenDocument) as caught:
-                documents.read(text)
+                documents.read(text, "plan", {"objects": list})
             self.assertTrue(str(caught.exception).startswith(expected), caught.exception)
+
+    def test_a_failure_is_read_where_any_kind_is_expected(self):
+        text = json.dumps({**HEAD, "kind": "failure", "status": 2, "result": {"message": "no"}})
+        self.assertEqual(documents.read(text, "plan", {"objects": list})["status"], 2)
+
+    def test_half_a_surrogate_pair_is_replaced(self):
+        text = '{"schema": "varnelctl/1", "kind": "plan", "status": 5, "result": {"message": "x\\ud800y", "details": ["\\udcfc"]}}'
+        self.assertEqual(documents.message(documents.read(text, "plan")), "x?y. ?")
 
     def test_a_message_has_verdict_cause_and_remedy(self):
         self.assertEqual(documents.message({"status": 19, "kind": "plan", "verdict": {"text": "WOULD FAIL: no sales"}, "result": {
@@ -182,14 +202,77 @@ class Groups(unittest.TestCase):
                          ("planned", {"take": ["a", "b"]}))
 
     def test_after_a_failure_the_sets_of_the_others_are_ended(self):
-        for outcome in ("failed", "hung", "unreachable"):
+        for outcome in ("failed", "hung"):
             fleet = fleet_of({"a": "taken", "b": outcome})
             self.assertEqual(self.decided(fleet, follow_ups=["mask"]), ("incomplete", {"end": ["a", "b"], "clean_up": ["b"]}))
             fleets.note_host(fleet["hosts"][0], {"end": {"changed": True}})
+            self.assertEqual(self.decided(fleet)[0], "incomplete")
             fleets.note_host(fleet["hosts"][1], {"end": {"changed": False}, "clean_up": {"changed": True}})
             self.assertEqual(self.decided(fleet), ("ended", {}))
             self.assertEqual(fleet["groups"][0]["message"], "1 of 2 hosts failed (b); the sets of the others were ended")
             self.assertEqual(fleet["hosts"][0]["message"], "its set was ended, as its group failed")
+
+    def test_a_request_that_may_still_run_leaves_its_set_open(self):
+        for lost in ({"unreachable": True, "msg": "No route."},
+                     {"failed": True, "cause": "hung", "given_up": True, "msg": "No route."}):
+            for ended, outcome, is_left in (({"changed": False}, "incomplete", True), ({"changed": True}, "ended", False),
+                                            ({"changed": False, "settled": True}, "ended", False)):
+                with self.subTest(lost=lost, ended=ended):
+                    fleet = fleet_of({"a": "taken", "b": "planned"}, steps=["plan"])
+                    fleets.note_host(fleet["hosts"][0], {"snapshot": {"state": "kept"}, "end": {"changed": True}})
+                    fleets.note_host(fleet["hosts"][1], {"snapshot": lost, "clean_up": {"changed": True}, "end": ended})
+                    self.assertEqual(self.decided(fleet)[0], outcome)
+                    self.assertEqual("What it may have taken is still there" in fleet["hosts"][1]["message"], is_left)
+                    self.assertEqual("0 sets are there, 1 was deleted, 1 may be there (b)" in fleet["groups"][0]["message"],
+                                     is_left)
+
+    def test_what_is_left_of_a_host_that_failed_is_known_where_varnelctl_said_so(self):
+        for snapshot, clean_up, is_left in (({"state": "deleted"}, {}, False), ({"state": "none"}, {}, False),
+                                            ({"state": "unknown"}, {}, True), ({}, {}, True),
+                                            ({}, {"changed": True}, False), ({}, {"changed": False}, True)):
+            with self.subTest(snapshot=snapshot, clean_up=clean_up):
+                fleet = fleet_of({"a": "planned"}, on_failure="keep", steps=["plan"])
+                fleets.note_host(fleet["hosts"][0], {"snapshot": {"failed": True, "msg": "no", **snapshot}, "clean_up": clean_up})
+                fleets.decide(fleet, 0)
+                self.assertEqual(fleet["groups"][0]["message"], "1 of 1 hosts failed (a); 0 sets are there"
+                                 + (", 1 may be there (a)" if is_left else ""))
+
+    def test_sets_that_the_inventory_has_deleted_are_well(self):
+        fleet = fleet_of({"a": "planned", "b": "planned"}, steps=["plan"])
+        fleet["hosts"][0]["followUps"] = ["delete"]
+        fleets.note_host(fleet["hosts"][0], {"snapshot": {"state": "kept"}})
+        self.assertEqual(fleet["hosts"][0]["outcome"], "taken")
+        fleets.note_host(fleet["hosts"][0], {"follow_up": {"changed": True}})
+        fleets.note_host(fleet["hosts"][1], {"snapshot": {"state": "deleted"}})
+        self.assertEqual([(host["outcome"], host["message"]) for host in fleet["hosts"]],
+                         [("ended", "its set was deleted, as the inventory says")] * 2)
+        self.assertEqual(self.decided(fleet), ("ended", {}))
+        self.assertEqual(fleet["groups"][0]["message"], "every set was deleted, as the inventory says")
+        self.assertEqual(fleets.verdict(fleet), (True, "2 hosts in 1 groups were taken. Each host's set is consistent in "
+                                                 "itself, not with the others'. 2 were deleted, as the inventory says."))
+        fleets.note_host(fleet["hosts"][0], {"end": {"changed": True}})
+        self.assertFalse(fleets.verdict(fleet)[0])
+
+    def test_a_run_that_breaks_off_while_sets_are_taken_says_so(self):
+        fleet = fleet_of({"a": "planned", "b": "planned", "c": "notRun"}, "rolling", steps=["plan"])
+        fleets.decide(fleet, 0)
+        before = json.dumps(fleet)
+        record = fleets.being_taken(fleet, {"a", "b"}, 0)
+        self.assertEqual(json.dumps(fleet), before)
+        self.assertEqual([(host["outcome"], host["message"]) for host in record["hosts"]], [
+            ("failed", "it was being taken when the run broke off: a set may be there (varnelctl sets list)")] * 2
+            + [("notRun", "")])
+        self.assertEqual((record["groups"][0]["outcome"], record["groups"][0]["message"]), (
+            "incomplete", "2 of 3 hosts failed (a, b); 1 was not run (c); 0 sets are there, 2 may be there (a, b)"))
+        fleets.resume(record)
+        fleets.decide(record, 0)
+        self.assertEqual(json.dumps(record), before)
+
+    def test_words_that_are_no_utf_8_are_replaced(self):
+        for task in ("plan", "snapshot", "clean_up"):
+            entry = fleet_of({"a": "notRun"})["hosts"][0]
+            fleets.note_host(entry, {task: {"failed": True, "msg": "f\udcfcr"}})
+            self.assertIn("f?r", entry["message"])
 
     def test_a_set_that_cannot_be_ended_is_told(self):
         fleet = fleet_of({"a": "taken", "b": "failed"})
@@ -198,6 +281,16 @@ class Groups(unittest.TestCase):
         self.assertEqual([host["message"] for host in fleet["hosts"]],
                          ["Its set could not be ended: busy.", "Its set could not be ended: gone."])
         self.assertEqual(fleet["hosts"][0]["outcome"], "failed")
+        self.decided(fleet)
+        self.assertEqual((fleet["groups"][0]["outcome"], fleet["groups"][0]["message"]), (
+            "incomplete", "2 of 2 hosts failed (a, b); 0 sets are there, 2 may be there (a, b)"))
+
+    def test_a_set_is_there_where_only_what_follows_has_failed(self):
+        fleet = fleet_of({"a": "taken"})
+        fleets.note_host(fleet["hosts"][0], {"follow_up": {"failed": True, "msg": "busy."}})
+        self.decided(fleet)
+        self.assertEqual((fleet["groups"][0]["outcome"], fleet["groups"][0]["message"]), (
+            "incomplete", "1 of 1 hosts failed (a); 0 sets are there, 1 may be there (a)"))
 
     def test_or_they_are_kept_and_what_follows_is_done(self):
         fleet = fleet_of({"a": "taken", "b": "failed"}, on_failure="keep")
@@ -298,11 +391,14 @@ class Actions(unittest.TestCase):
         _one, result = self.run_on(Target(is_windows=True), answer=lambda **_: {
             "failed": True, "rc": 2, "msg": "Failed to run: the system cannot find the file specified"})
         self.assertEqual(result["cause"], "missing")
+        _one, result = self.run_on(Target(is_windows=True), answer=lambda **_: {
+            "failed": True, "rc": 3, "msg": "Failed to run: the system cannot find the path specified"})
+        self.assertEqual(result["cause"], "missing")
         self.assertIn("there is no varnelctl at C:\\Program Files\\varnel\\bin\\varnelctl.exe. What to do: install it",
                       result["msg"])
 
     def test_each_kind_of_bad_end_has_its_cause(self):
-        late = json.dumps({"schema": "varnelctl/1", "kind": "snapshot", "status": 17,
+        late = json.dumps({"schema": "varnelctl/1", "kind": "failure", "status": 17,
                            "result": {"message": "late", "explain": "past-deadline"}})
         for rc, stdout, cause, said in (
                 (127, "", "missing", "there is no varnelctl at varnelctl"),
@@ -315,6 +411,110 @@ class Actions(unittest.TestCase):
                 _one, result = self.run_on(Target(), answer=lambda *_: {"rc": rc, "stdout": stdout, "stderr": "words\n"})
                 self.assertEqual((result["failed"], result["cause"]), (True, cause))
                 self.assertTrue(result["msg"].startswith(said), result["msg"])
+
+    def test_exit_codes_of_windows_are_no_signals(self):
+        for rc, cause, said in ((-1073741819, "killed", "varnelctl ended with the exit code 0xC0000005 before it was done"),
+                                (3221225477, "killed", "varnelctl ended with the exit code 0xC0000005 before it was done"),
+                                (137, "broken", "varnelctl printed no document; exit status 137")):
+            _one, result = self.run_on(Target(is_windows=True), answer=lambda **_: {"rc": rc, "stdout": "", "stderr": ""})
+            self.assertEqual(result["cause"], cause)
+            self.assertTrue(result["msg"].startswith(said), result["msg"])
+
+    def test_words_that_are_no_utf_8_are_replaced(self):
+        save = support.SCRATCH / "surrogate.json"
+        _one, result = self.run_on(Target(), answer=lambda *_: {"rc": 1, "stdout": "", "stderr": "f\udcfcr"})
+        self.assertIn("It said: f?r", result["msg"])
+        said = GOOD.replace("WOULD", "\ud800")
+        _one, result = self.run_on(Target(), answer=lambda *_: {"rc": 0, "stdout": said, "stderr": ""}, args={
+            "protection_set": dict(support.SQL), "save": str(save)})
+        self.assertEqual((result["msg"], save.exists()), ("? CAPTURE.", True))
+
+    def test_a_snapshot_without_a_set_is_none(self):
+        well = {"schema": "varnelctl/1", "kind": "snapshot", "status": 0, "result": {}, "verdict": {"text": "CAPTURED"},
+                "snapshotSetId": "{1}", "setState": "kept"}
+        for change, context, cause in (
+                ({}, "app-rollback", None), ({"kind": "plan"}, "app-rollback", "broken"),
+                ({"snapshotSetId": ""}, "app-rollback", "broken"), ({"snapshotSetId": None}, "app-rollback", "broken"),
+                ({"setState": None}, "app-rollback", "broken"), ({"setState": "deleted"}, "app-rollback", "broken"),
+                ({"setState": "released"}, "app-rollback", "broken"), ({"setState": "deleted"}, "backup", None)):
+            with self.subTest(change=change, context=context):
+                _one, result = self.run_on(Target(), name="snapshot", args={
+                    "protection_set": {**support.SQL, "context": context, **({"then": "delete"} if context == "backup" else {})}},
+                    answer=lambda *_: {"rc": 0, "stdout": json.dumps({**well, **change}), "stderr": ""})
+                self.assertEqual(result.get("cause"), cause, result)
+
+    def test_nothing_more_is_asked_of_a_target_that_was_given_up(self):
+        args = {"protection_set": {**support.SQL, "deadline": 1}, "evidence": str(support.SCRATCH / "frozen"), "timeout": 1}
+        with mock.patch.object(varnelctl_action, "CONTROL_GRACE", 0):
+            one = action_on(Target(), name="snapshot", args=args, answer=lambda *_, **_more: time.sleep(30))
+            begin = time.monotonic()
+            result = one.run(task_vars={})
+            one._remove_tmp_path = mock.Mock()
+            one.cleanup()
+        self.assertLess(time.monotonic() - begin, 20)
+        self.assertEqual((result["cause"], result["given_up"]), ("hung", True))
+        self.assertEqual(one._low_level_execute_command.call_count, 1)
+        one._remove_tmp_path.assert_not_called()
+
+    def test_the_folder_the_evidence_and_the_end_have_their_limits(self):
+        module = importlib.import_module("ansible_collections.tessel.varnel.plugins.action.snapshot")
+        args = {"protection_set": dict(support.SQL), "evidence": str(support.SCRATCH / "slow")}
+        begin = time.monotonic()
+        with mock.patch.object(module, "CONTROL_GRACE", 1), mock.patch.object(module, "FETCH_LIMIT", 1), \
+                mock.patch.object(varnelctl_action, "CONTROL_GRACE", 1):
+            one = action_on(Target(), name="snapshot", args=args)
+            one._make_tmp_path.side_effect = lambda: time.sleep(30)
+            result = one.run(task_vars={})
+            self.assertEqual((result["cause"], result["given_up"]), ("hung", True))
+            one._low_level_execute_command.assert_not_called()
+            one = action_on(Target(), name="snapshot", args=args)
+            one._low_level_execute_command.side_effect = lambda *words, **_: (
+                time.sleep(30) if words[0].startswith("ls") else {"rc": 137, "stdout": "", "stderr": ""})
+            result = one.run(task_vars={})
+            self.assertEqual((result["cause"], result["warnings"]), ("killed", ["the evidence had not come after 1 seconds"]))
+            one = action_on(Target(), answer=lambda *_: {"rc": 0, "stdout": GOOD, "stderr": ""})
+            one.run(task_vars={})
+            one._remove_tmp_path = mock.Mock(side_effect=lambda *_: time.sleep(30))
+            one.cleanup()
+        self.assertLess(time.monotonic() - begin, 25)
+
+    def sets_of(self, *listings, **args):
+        """What the task sets came to where the host lists these, one after the other; and what was deleted."""
+        told, deleted = iter(listings), []
+
+        def answer(command):
+            document = {"schema": "varnelctl/1", "kind": "sets", "status": 0, "result": {}}
+            if " delete " in command:
+                deleted.append(command.rpartition(" ")[2].strip("'"))
+                return {"rc": 0, "stdout": json.dumps({**document, "kind": "setAction"}), "stderr": ""}
+            return {"rc": 0, "stdout": json.dumps({**document, "sets": next(told)}), "stderr": ""}
+        module = importlib.import_module("ansible_collections.tessel.varnel.plugins.action.sets")
+        with mock.patch.object(module, "POLL", 0.01):
+            _one, result = self.run_on(Target(), name="sets", answer=answer, args={"actions": ["delete"], "run": "r", **args})
+        return result, deleted
+
+    def test_sets_are_found_by_their_run_and_by_their_identifier(self):
+        ours, other = ({"setId": name, "journal": {"commandLine": ["--evidence", path], "isRunning": False}}
+                       for name, path in (("{A}", "tmp/varnel-r"), ("{B}", "tmp/varnel-s")))
+        unknown = {"setId": "{C}", "journal": None}
+        self.assertEqual(self.sets_of([ours, other, unknown])[1], ["{A}"])
+        self.assertEqual(self.sets_of([other, unknown], set="c")[1], ["{C}"])
+        self.assertEqual(self.sets_of([ours, other, unknown], set="{C}")[1], ["{A}", "{C}"])
+        result, deleted = self.sets_of([other, {"setId": None, "journal": None}], set="{D}")
+        self.assertEqual((deleted, result["changed"], result["settled"], "failed" in result), ([], False, False, False))
+
+    def test_a_request_that_still_works_is_waited_for(self):
+        def request(name, running):
+            return {"setId": name, "journal": {"commandLine": ["varnel-r"], "isRunning": running, "process": 7}}
+        result, deleted = self.sets_of([request(None, True)], [request("{A}", True)], [request("{A}", False)], wait=60)
+        self.assertEqual((deleted, result["changed"], result["settled"]), (["{A}"], True, True))
+        result, deleted = self.sets_of([request(None, True)], [], wait=60)
+        self.assertEqual((deleted, result["changed"], result["settled"]), ([], False, True))
+        result, deleted = self.sets_of([request(None, True)], [request(None, False)], wait=60)
+        self.assertEqual((deleted, result["settled"]), ([], False))
+        result, deleted = self.sets_of([request("{A}", True)])
+        self.assertEqual((deleted, result["failed"], result["msg"]), (
+            [], True, "the request that takes it still runs (process 7)"))
 
     def test_a_target_that_says_nothing_is_given_up_by_the_control_node(self):
         with mock.patch.object(varnelctl_action, "CONTROL_GRACE", 0):

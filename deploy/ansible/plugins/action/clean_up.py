@@ -10,6 +10,7 @@ class ActionModule(VarnelctlAction):
     CAUSE = "failed"
 
     def act(self, result):
-        document = self.ask(["sets", "clean-up"] + (["--dry-run"] if self._task.check_mode else []), save=True)
+        dry = ["--dry-run"] if self._task.check_mode else []
+        document = self.ask(["sets", "clean-up"] + dry, "cleanUp", {"sets": list}, save=True)
         self.report(result, document)
         result["changed"] = any(each.get("outcome") != "left" for each in document.get("sets", []))

@@ -16,4 +16,4 @@ class ActionModule(VarnelctlAction):
             words += ["--app", whole["application"], "--disk"] + list(self.disks_of(whole))
             if whole.get("accept_unknown_disks"):
                 words.append("--accept-unknown-disks")
-        self.report(result, self.ask(words, save=True))
+        self.report(result, self.ask(words, "doctor", {"findings": list}, save=True))

@@ -30,6 +30,7 @@ class ActionModule(ActionBase):
         "name": {"type": "str", "default": "fleet"},
         "groups": {"type": "list", "elements": "str", "default": []},
         "max_fail_percentage": {"type": "float", "default": 0.0},
+        "taking": {"type": "bool", "default": False},
     }
 
     def run(self, tmp=None, task_vars=None):
@@ -62,7 +63,7 @@ class ActionModule(ActionBase):
         result["folder"], result["run"] = self.make_folder()
         result["modes"] = {host: whole["mode"] for host, whole in taken.items()}
         started = now().strftime("%Y-%m-%dT%H:%M:%SZ")
-        self.write(result["folder"], fleets.begun(self.options["name"], started, taken))
+        self.write(result["folder"], fleets.begun(self.options["name"], started, taken, bool(self._task.check_mode)))
 
     def protection_set(self, host):
         variables = self.hostvars[host]
@@ -93,6 +94,7 @@ class ActionModule(ActionBase):
 
     def look(self, result, task_vars):
         fleet = self.read()
+        fleets.resume(fleet)
         batch = set(task_vars["ansible_play_batch"])
         for entry in fleet["hosts"]:
             if entry["name"] in batch:
@@ -100,8 +102,11 @@ class ActionModule(ActionBase):
                 results = {task: variables.get("varnel_%s_result" % task) for task in TASKS}
                 fleets.note_host(entry, results)
                 self.note_files(entry)
-        decisions = fleets.decide(fleet, self.options["max_fail_percentage"])
-        result.update(fleets.next_tasks(fleet, decisions))
+        limit = self.options["max_fail_percentage"]
+        tasks = fleets.next_tasks(fleet, fleets.decide(fleet, limit))
+        result.update(tasks)
+        if self.options["taking"] and not self._task.check_mode:
+            fleet = fleets.being_taken(fleet, batch.intersection(tasks["take"]), limit)
         self.write(self.options["folder"], fleet)
 
     def note_files(self, entry):
@@ -129,7 +134,7 @@ class ActionModule(ActionBase):
     @staticmethod
     def write(folder, fleet):
         path = os.path.join(folder, "fleet.json")
-        with open(path + ".new", "w", encoding="utf-8") as file:
+        with open(path + ".new", "w", encoding="utf-8", errors="replace") as file:
             json.dump(fleet, file, ensure_ascii=False, indent=1)
             file.write("\n")
         os.replace(path + ".new", path)

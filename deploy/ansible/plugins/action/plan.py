@@ -13,4 +13,5 @@ class ActionModule(VarnelctlAction):
     def act(self, result):
         whole = self.protection_set()
         result["disks"] = self.disks_of(whole)
-        self.report(result, self.ask(["plan"] + sets.words_of_plan(whole, result["disks"]), save=True))
+        words = ["plan"] + sets.words_of_plan(whole, result["disks"])
+        self.report(result, self.ask(words, "plan", {"verdict": dict}, save=True))

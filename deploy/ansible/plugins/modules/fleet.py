@@ -42,6 +42,11 @@ options:
       - Of the hosts of a rolling group so many percent may fail.
     type: float
     default: 0
+  taking:
+    description:
+      - Whether the hosts that may be taken are taken next, so that the record of a run that breaks off there says so.
+    type: bool
+    default: false
 """
 
 EXAMPLES = r"""

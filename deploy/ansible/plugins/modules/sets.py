@@ -27,8 +27,13 @@ options:
     type: str
   run:
     description:
-      - The run of M(tessel.varnel.snapshot) whose sets are meant, in place of C(set).
+      - The run of M(tessel.varnel.snapshot) whose sets are meant, in place of C(set) or besides it.
     type: str
+  wait:
+    description:
+      - Seconds to wait for requests of C(run) that still work. One that works longer is a failure.
+    type: int
+    default: 0
 extends_documentation_fragment:
   - tessel.varnel.varnelctl
 """
@@ -58,4 +63,8 @@ sets:
   type: list
   elements: str
   returned: always
+settled:
+  description: Whether a request of C(run) was waited for, and has come to its end.
+  type: bool
+  returned: success
 """

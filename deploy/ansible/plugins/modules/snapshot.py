@@ -62,6 +62,14 @@ set:
   description: The identifier of the set.
   type: str
   returned: when there is a document
+state:
+  description: What became of the set, as C(setState) of the document.
+  type: str
+  returned: when there is a document
+given_up:
+  description: Whether the control node gave up the host, on which varnelctl may still run.
+  type: bool
+  returned: on failure
 evidence:
   description: The folder with the evidence.
   type: str

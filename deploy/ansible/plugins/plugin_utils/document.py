@@ -15,12 +15,23 @@ class BrokenDocument(Exception):
     """What was printed is no document of varnelctl; the text says why."""
 
 
-def read(text):
-    """The document of a run."""
+def clean(value):
+    """The same without half surrogate pairs, which cannot be written as UTF-8."""
+    if isinstance(value, str):
+        return value.encode("utf-8", "replace").decode("utf-8")
+    if isinstance(value, list):
+        return [clean(member) for member in value]
+    if isinstance(value, dict):
+        return {clean(key): clean(member) for key, member in value.items()}
+    return value
+
+
+def read(text, kind, needed=None):
+    """The document of a run, of this kind or of a failure. needed: key to type of what a success has."""
     if not text.strip():
         raise BrokenDocument("varnelctl printed no document")
     try:
-        document = json.loads(text)
+        document = clean(json.loads(text))
     except ValueError as error:
         is_cut = getattr(error, "pos", 0) >= len(text.rstrip()) or "Unterminated" in str(error)
         raise BrokenDocument("varnelctl's document is broken: %s after %d characters (%s)"
@@ -30,7 +41,22 @@ def read(text):
     schema = document.get("schema")
     if schema != "varnelctl/1":
         raise BrokenDocument("varnelctl's document is of another version: %s, not varnelctl/1" % schema)
+    check(document, kind, needed or {})
     return document
+
+
+def check(document, kind, needed):
+    status = document["status"]
+    if document.get("kind") != kind and (status == 0 or document.get("kind") != "failure"):
+        raise BrokenDocument("varnelctl's document is of another kind: %s, not %s" % (document.get("kind"), kind))
+    wanted = {"result": dict, "verdict": dict, "findings": list, **(needed if status == 0 else {})}
+    for key, type_ in wanted.items():
+        is_needed = status == 0 and key in needed or status != 0 and key == "result"
+        if not isinstance(document.get(key), type_) and (is_needed or document.get(key) is not None):
+            raise BrokenDocument("varnelctl's document is broken: it has no %s" % key)
+    for key in ("findings", "sets"):
+        if not all(isinstance(each, dict) for each in document.get(key) or []):
+            raise BrokenDocument("varnelctl's document is broken: its %s are none" % key)
 
 
 def short(document):
@@ -65,7 +91,7 @@ def of_doctor(document):
     cause = (document.get("result") or {}).get("message") or "%d error%s" % (len(errors), "" if len(errors) == 1 else "s")
     remedies = [finding["remedy"] for finding in errors if finding.get("remedy")]
     return ([cause] if document["status"] else ["no error"],
-            ["%s: %s" % (finding["object"], finding["found"]) for finding in errors], remedies[0] if remedies else "")
+            ["%s: %s" % (finding.get("object"), finding.get("found")) for finding in errors], remedies[0] if remedies else "")
 
 
 def sentences(parts):

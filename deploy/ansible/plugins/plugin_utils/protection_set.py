@@ -21,7 +21,7 @@ def schema():
 
 
 def shown(value):
-    return json.dumps(value, ensure_ascii=False)
+    return json.dumps(value, ensure_ascii=False, default=str)
 
 
 def has_type(value, name):

@@ -9,7 +9,6 @@ import shlex
 import signal
 import time
 
-from ansible.module_utils.common.text.converters import to_bytes
 from ansible.plugins.action import ActionBase
 
 from ansible_collections.tessel.varnel.plugins.plugin_utils import document as documents
@@ -17,11 +16,15 @@ from ansible_collections.tessel.varnel.plugins.plugin_utils import protection_se
 
 # Seconds that the control node waits longer than the target, which ends varnelctl by itself.
 CONTROL_GRACE = 30
+# Seconds for the evidence of a failed run.
+FETCH_LIMIT = 120
 # varnelctl ends itself a minute after its deadline at the latest, and then writes its evidence.
 DEADLINE_GRACE = 90
 KILLED = 128
 ENDED_BY_TIMEOUT = (124, 137)
 NOT_FOUND = (126, 127)
+# Of Windows: there is no such file, no such folder.
+NO_FILE = (2, 3)
 PAST_DEADLINE = 17
 STDERR_SHOWN = 400
 
@@ -78,15 +81,32 @@ class VarnelctlAction(ActionBase):
         self.task_vars = task_vars or {}
         self.timeout = self.options["timeout"] or self.DEFAULT_TIMEOUT
         self.seconds = 0.0
+        self.gave_up = False
         try:
             self.act(result)
         except Trouble as trouble:
-            result.update(failed=True, cause=trouble.cause, msg=str(trouble))
+            result.update(failed=True, given_up=self.gave_up, cause=trouble.cause, msg=documents.clean(str(trouble)))
         result["seconds"] = round(self.seconds, 3)
         return result
 
     def act(self, result):
         raise NotImplementedError
+
+    def cleanup(self, force=False):
+        """A target that was given up is not asked again."""
+        if not getattr(self, "gave_up", False):
+            with contextlib.suppress(ControlLimit), limited(CONTROL_GRACE):
+                super().cleanup(force)
+
+    @contextlib.contextmanager
+    def limit(self, seconds):
+        """For what is done on the target. A task with a limit of its own has the alarm already."""
+        try:
+            with contextlib.nullcontext() if self._task.timeout else limited(seconds):
+                yield
+        except ControlLimit:
+            self.gave_up = True
+            raise
 
     # The protection set of the task.
 
@@ -101,7 +121,7 @@ class VarnelctlAction(ActionBase):
         """The disks of the set, asked of the host where it names objects."""
         if "disks" in whole:
             return whole["disks"]
-        document = self.ask(["plan", "--app", whole["application"], "--for"] + whole["objects"])
+        document = self.ask(["plan", "--app", whole["application"], "--for"] + whole["objects"], "disksFor", {"disks": list})
         if document["status"] != 0:
             raise Trouble("refused", documents.message(document))
         return document["disks"]
@@ -116,15 +136,15 @@ class VarnelctlAction(ActionBase):
             is_late = document["result"].get("explain") == "past-deadline"
             result.update(failed=True, cause="hung" if is_late else self.CAUSE)
 
-    def ask(self, words, save=False):
-        """The document of one run. Kept on the control node where the task says so."""
+    def ask(self, words, kind, needed=None, save=False):
+        """The document of one run (documents.read). Kept on the control node where the task says so."""
         run = self.varnelctl(["--json"] + words)
         if run["late"]:
             raise Trouble("hung", "varnelctl %s had not ended after %d seconds and was ended. What to do: see what hangs "
                           "on the host (vssadmin list writers); varnelctl sets clean-up ends what the run has left"
                           % (words[0], self.timeout))
         try:
-            document = documents.read(run["stdout"])
+            document = documents.read(run["stdout"], kind, needed)
         except documents.BrokenDocument as error:
             raise self.trouble_of(run, error) from error
         if save and self.options["save"]:
@@ -139,7 +159,10 @@ class VarnelctlAction(ActionBase):
                            "name it with varnel_program.%s" % (self.program(), said))
         if code == PAST_DEADLINE:
             return Trouble("hung", "varnelctl ended itself past its deadline, in a call that does not return.%s" % said)
-        if code > KILLED or code < 0:
+        if self.is_windows() and not 0 <= code <= 255:
+            return Trouble("killed", "varnelctl ended with the exit code 0x%08X before it was done. What to do: varnelctl "
+                           "sets clean-up ends what it has left.%s" % (code & 0xFFFFFFFF, said))
+        if not self.is_windows() and (code > KILLED or code < 0):
             number = -code if code < 0 else code - KILLED
             return Trouble("killed", "varnelctl was killed (signal %d) before it was done. What to do: varnelctl sets "
                            "clean-up ends what it has left.%s" % (number, said))
@@ -164,8 +187,7 @@ class VarnelctlAction(ActionBase):
         line = [self.program()] + list(self.setting("arguments", "varnel_arguments", [])) + list(words)
         begin = time.monotonic()
         try:
-            # A task with a limit of its own has the alarm already.
-            with contextlib.nullcontext() if self._task.timeout else limited(self.timeout + CONTROL_GRACE):
+            with self.limit(self.timeout + CONTROL_GRACE):
                 run = self.on_windows(line) if self.is_windows() else self.on_posix(line)
         except ControlLimit:
             run = {"rc": 0, "stdout": "", "stderr": "", "late": True}
@@ -188,7 +210,7 @@ class VarnelctlAction(ActionBase):
                                          module_args={"argv": line, "output_encoding_override": "utf-8"})
         finally:
             self._task.check_mode = is_check
-        is_missing = found.get("rc") == 2 and not found.get("stdout") and "stderr" not in found
+        is_missing = found.get("rc") in NO_FILE and not found.get("stdout") and "stderr" not in found
         return {"rc": 127 if is_missing else found.get("rc", 1), "stdout": found.get("stdout", ""),
                 "stderr": found.get("stderr") or found.get("msg", "")}
 
@@ -198,4 +220,4 @@ class VarnelctlAction(ActionBase):
     def write(path, text):
         os.makedirs(os.path.dirname(path) or ".", exist_ok=True)
         with open(path, "wb") as file:
-            file.write(to_bytes(text, errors="surrogate_or_strict"))
+            file.write(text.encode("utf-8", "replace"))
