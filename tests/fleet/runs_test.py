@@ -1,6 +1,10 @@
 """Whole runs of the playbook protect over simulated hosts."""
 import json
+import os
 import shutil
+import signal
+import subprocess
+import time
 import unittest
 
 import support
@@ -18,6 +22,22 @@ kill -9 $victim
 kill -9 $$'''
 SLEEPS = '''case " $* " in *" snapshot "*) sleep 600 ;; *) exec "$varnelctl" "$@" ;; esac'''
 CUTS = '''case " $* " in *" snapshot "*) "$varnelctl" "$@" | head -c 300 ;; *) exec "$varnelctl" "$@" ;; esac'''
+LATIN = r'''case " $* " in *" snapshot "*) printf 'Zugriff f\374r' >&2; exit 1 ;; *) exec "$varnelctl" "$@" ;; esac'''
+HALF = r'''case " $* " in *" snapshot "*) printf '%s' '{"schema": "varnelctl/1", "kind": "failure", "status": 5,
+"result": {"message": "x\ud800y"}}'; exit 5 ;; *) exec "$varnelctl" "$@" ;; esac'''
+UNDELETABLE = '''case " $* " in *" sets delete "*) echo busy >&2; exit 1 ;; *) exec "$varnelctl" "$@" ;; esac'''
+# The command line in the journal is another one than was given.
+NAMELESS = '''case " $* " in *" sets list "*) "$varnelctl" "$@" | sed "s/varnel-2/gone-2/" ;; *) exec "$varnelctl" "$@" ;; esac'''
+# It stands still for a while in the midst of a snapshot.
+WORKS = '''case " $* " in *" snapshot "*) ;; *) exec "$varnelctl" "$@" ;; esac
+"$varnelctl" "$@" & worker=$!
+while ! ls "$4".sets/*.json >/dev/null 2>&1; do sleep 0.002; done
+kill -STOP $worker
+sleep 8
+kill -CONT $worker
+wait $worker'''
+LATER = '''case " $* " in *" snapshot "*) sleep 30; exit 1 ;; *) exec "$varnelctl" "$@" ;; esac'''
+LINGERS = '''case " $* " in *" snapshot "*) "$varnelctl" "$@"; sleep 20 ;; *) exec "$varnelctl" "$@" ;; esac'''
 
 
 class Hundred(unittest.TestCase):
@@ -141,6 +161,73 @@ class Together(unittest.TestCase):
         self.assertIn("no-such-host.invalid", run.host("rolling-4")["message"])
         self.assertIn("What to do: see that the host is up", run.host("rolling-4")["message"])
 
+    def test_words_of_a_host_that_are_no_utf_8_do_not_end_the_run(self):
+        run = Runner("words")
+        for group, script in (("stderr", LATIN), ("document", HALF)):
+            run.group(group, TOGETHER, 1)
+            run.fleet.add(f"{group}-2", group, **wrapper(run.fleet, group, script))
+        code, output = run.protect()
+        self.assertEqual(code, 2, output)
+        self.assertEqual(run.groups(), {"stderr": "ended", "document": "ended"})
+        self.assertIn("It said: Zugriff f?r", run.host("stderr-2")["message"])
+        self.assertIn("x?y", run.host("document-2")["message"])
+        self.assertEqual({name: run.sets(name) for name in run.outcomes()}, {name: 0 for name in run.outcomes()})
+
+    def test_sets_are_ended_or_the_group_is_not(self):
+        run = Runner("unended")
+        for group, script in (("busy", UNDELETABLE), ("nameless", NAMELESS)):
+            run.group(group, TOGETHER, 2, **wrapper(run.fleet, group, script))
+            run.fleet.add(f"{group}-3", group, faults=FREEZE_FAILS)
+        code, output = run.protect()
+        self.assertEqual(code, 2, output)
+        self.assertEqual(run.groups(), {"busy": "incomplete", "nameless": "ended"})
+        self.assertEqual(run.record()["groups"][0]["message"], "3 of 3 hosts failed (busy-1, busy-2, busy-3); 0 sets are there, "
+                         "2 may be there (busy-1, busy-2)")
+        self.assertIn("Its set could not be ended", run.host("busy-1")["message"])
+        self.assertEqual({name: run.sets(name) for name in run.outcomes()}, {
+            "busy-1": 1, "busy-2": 1, "busy-3": 0, "nameless-1": 0, "nameless-2": 0, "nameless-3": 0})
+
+    def test_a_request_of_a_lost_host_is_waited_for_and_else_may_have_taken_its_set(self):
+        run = Runner("cut")
+        for group, script in (("works", WORKS), ("later", LATER)):
+            run.group(group, {**TOGETHER, "deadline": 60}, 1)
+            run.fleet.add(f"{group}-2", group, ansible_connection="cut", **wrapper(run.fleet, group, script))
+        code, output = run.protect()
+        self.assertEqual(code, 2, output)
+        self.assertEqual(run.groups(), {"works": "ended", "later": "incomplete"})
+        self.assertIn("Its set was ended", run.host("works-2")["message"])
+        self.assertIn("What it may have taken is still there", run.host("later-2")["message"])
+        self.assertIn("0 sets are there, 1 was deleted, 1 may be there (later-2)", run.record()["groups"][1]["message"])
+        self.assertEqual([run.sets(name) for name in ("works-1", "works-2", "later-1")], [0, 0, 0])
+
+    def test_a_set_that_the_inventory_deletes_is_not_told_as_there(self):
+        run = Runner("deleted")
+        run.group("one", {**TOGETHER, "then": "delete"}, 2)
+        run.group("two", {**ROLLING, "context": "backup", "then": "delete"}, 1)
+        code, output = run.protect()
+        self.assertEqual(code, 0, output)
+        self.assertEqual(set(run.outcomes().values()), {"ended"})
+        self.assertEqual({host["message"] for host in run.record()["hosts"]}, {"its set was deleted, as the inventory says"})
+        self.assertEqual({group["message"] for group in run.record()["groups"]}, {"every set was deleted, as the inventory says"})
+        self.assertEqual([run.sets(name) for name in run.outcomes()], [0, 0, 0])
+
+    def test_the_record_of_a_run_that_is_broken_off_says_that_sets_may_be_there(self):
+        run = Runner("broken-off")
+        run.group("one", TOGETHER, 2, **wrapper(run.fleet, "lingers", LINGERS))
+        run.fleet.write()
+        playbook = subprocess.Popen(["ansible-playbook", "-i", "inventory.yml", "tessel.varnel.protect"], cwd=run.folder,
+                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
+        try:
+            end = time.monotonic() + 60
+            while not (run.runs() and "failed" in run.outcomes().values()) and time.monotonic() < end:
+                time.sleep(0.2)
+        finally:
+            os.killpg(playbook.pid, signal.SIGKILL)
+            playbook.wait()
+        self.assertEqual(run.outcomes(), {"one-1": "failed", "one-2": "failed"})
+        self.assertIn("a set may be there", run.host("one-1")["message"])
+        self.assertEqual((run.groups(), run.record()["endedAt"], run.record()["plan"]), ({"one": "incomplete"}, None, False))
+
     def test_what_follows_is_done_once_all_are_taken(self):
         run = Runner("follow")
         run.group("mask", {**TOGETHER, "then": "mask", "disconnect": True}, 2)
@@ -256,7 +343,7 @@ class CheckMode(unittest.TestCase):
         code, output = run.protect("--check")
         self.assertEqual(code, 2, output)
         self.assertEqual(run.outcomes(), {"one-1": "planned", "one-2": "planned", "two-1": "planned", "two-2": "refused"})
-        self.assertEqual(run.groups(), {"one": "planned", "two": "stopped"})
+        self.assertEqual((run.groups(), run.record()["plan"]), ({"one": "planned", "two": "stopped"}, True))
         self.assertIn("WOULD FAIL: 2 of 13 required databases", run.host("two-2")["message"])
         self.assertEqual({name: run.sets(name) for name in run.outcomes()}, {name: 0 for name in run.outcomes()})
         self.assertEqual(list(run.runs()[-1].parent.glob("hosts/*/snapshot.json")), [])
@@ -329,6 +416,17 @@ class Agent(unittest.TestCase):
 
 
 class Page(unittest.TestCase):
+    def test_the_page_is_made_on_the_control_node_whatever_the_hosts_are(self):
+        run = Runner("page-windows")
+        run.fleet.variables.update(ansible_connection="ssh", ansible_shell_type="powershell", ansible_become=True,
+                                   varnel_page=True)
+        del run.fleet.variables["varnel_folder"]
+        run.group("one", ROLLING, 1, **DEAD)
+        code, output = run.protect("-e", "varnel_folder=there")
+        self.assertEqual(code, 2, output)
+        if "it is a folder" not in output:
+            self.assertIn("one-1", (run.folder / "there/fleet.html").read_text(encoding="utf-8"))
+
     def test_the_page_of_the_fleet_is_made_last(self):
         run = Runner("page")
         run.group("one", TOGETHER, 2)

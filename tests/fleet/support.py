@@ -43,6 +43,21 @@ def command(words, cwd, **environment):
                                                **environment}, capture_output=True, text=True, check=False)
 
 
+def check_record(record):
+    """Fails where the value of a fleet.json is not as its schema says; without jsonschema only the keys are looked at."""
+    schema = json.loads((SOURCE / "docs/fleet.schema.json").read_text(encoding="utf-8"))
+    try:
+        import jsonschema
+        jsonschema.Draft7Validator(schema).validate(record)
+    except ImportError:
+        parts = [(schema, record)] + [(schema["definitions"][part], value) for part in ("group", "host")
+                                      for value in record[part + "s"]]
+        for rule, value in parts:
+            wrong = set(rule["required"]) - set(value) | set(value) - set(rule["properties"])
+            if wrong:
+                raise AssertionError(f"{sorted(wrong)} of {value}")
+
+
 class Runner:
     """A fleet in a folder of its own."""
 
@@ -85,8 +100,10 @@ class Runner:
         return sorted((self.folder / "runs").glob("*/fleet.json"))
 
     def record(self):
-        """The last run's fleet.json."""
-        return json.loads(self.runs()[-1].read_text(encoding="utf-8"))
+        """The last run's fleet.json, which is as its schema says."""
+        record = json.loads(self.runs()[-1].read_text(encoding="utf-8"))
+        check_record(record)
+        return record
 
     def outcomes(self):
         return {host["name"]: host["outcome"] for host in self.record()["hosts"]}

@@ -588,6 +588,12 @@ class Release(unittest.TestCase):
         agent = yaml.safe_load((COLLECTION / "roles/agent/defaults/main.yml").read_text(encoding="utf-8"))
         self.assertEqual((galaxy["version"], agent["varnel_version"]), (support.VERSION, support.VERSION))
 
+    def test_a_check_runs_no_installer_that_was_not_copied(self):
+        tasks = yaml.safe_load((COLLECTION / "roles/agent/tasks/windows.yml").read_text(encoding="utf-8"))
+        when = {module: task.get("when") for task in tasks for module in task if "." in module}
+        self.assertEqual((when["ansible.windows.win_copy"], when["ansible.windows.win_package"], when["ansible.builtin.debug"]),
+                         ("not ansible_check_mode", "not ansible_check_mode", "ansible_check_mode"))
+
     def test_the_packages_of_the_role_are_those_of_a_release(self):
         names = (COLLECTION / "roles/agent/vars/main.yml").read_text(encoding="utf-8")
         packages = (support.SOURCE / "docs/packages.md").read_text(encoding="utf-8")
