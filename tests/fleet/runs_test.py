@@ -33,10 +33,11 @@ WORKS = '''case " $* " in *" snapshot "*) ;; *) exec "$varnelctl" "$@" ;; esac
 "$varnelctl" "$@" & worker=$!
 while ! ls "$4".sets/*.json >/dev/null 2>&1; do sleep 0.002; done
 kill -STOP $worker
+touch "$4.begun"
 sleep 8
 kill -CONT $worker
 wait $worker'''
-LATER = '''case " $* " in *" snapshot "*) sleep 30; exit 1 ;; *) exec "$varnelctl" "$@" ;; esac'''
+LATER = '''case " $* " in *" snapshot "*) touch "$4.begun"; sleep 30 ;; *) exec "$varnelctl" "$@" ;; esac'''
 LINGERS = '''case " $* " in *" snapshot "*) "$varnelctl" "$@"; sleep 20 ;; *) exec "$varnelctl" "$@" ;; esac'''
 
 

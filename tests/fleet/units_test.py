@@ -227,7 +227,7 @@ class Groups(unittest.TestCase):
                                      is_left)
 
     def test_what_is_left_of_a_host_that_failed_is_known_where_varnelctl_said_so(self):
-        for snapshot, clean_up, is_left in (({"state": "deleted"}, {}, False), ({"state": "none"}, {}, False),
+        for snapshot, clean_up, is_left in (({"state": "deleted"}, {}, False), ({"state": "none", "given_up": True}, {}, False),
                                             ({"state": "unknown"}, {}, True), ({}, {}, True),
                                             ({}, {"changed": True}, False), ({}, {"changed": False}, True)):
             with self.subTest(snapshot=snapshot, clean_up=clean_up):
@@ -465,7 +465,7 @@ class Actions(unittest.TestCase):
             one = action_on(Target(), name="snapshot", args=args)
             one._make_tmp_path.side_effect = lambda: time.sleep(30)
             result = one.run(task_vars={})
-            self.assertEqual((result["cause"], result["given_up"]), ("hung", True))
+            self.assertEqual((result["cause"], result["given_up"], result["state"]), ("hung", True, "none"))
             one._low_level_execute_command.assert_not_called()
             one = action_on(Target(), name="snapshot", args=args)
             one._low_level_execute_command.side_effect = lambda *words, **_: (

@@ -281,8 +281,8 @@ TEST_F(FleetReport, AGroupHasItsModeItsOutcomeAndTheSentenceOnConsistency) {
                     "taken together."));
   EXPECT_TRUE(Shows(page,
                     "<tr class=\"bad\"><th scope=\"row\">erp</th><td class=\"number\">0 of 1</td><td>together</td>"
-                    "<td>the other sets are ended</td><td>ended: some hosts failed, and the sets of the others "
-                    "were ended<p class=\"note\">sql-2 failed</p></td></tr>"));
+                    "<td>the other sets are ended</td><td>ended: no set of it is left"
+                    "<p class=\"note\">sql-2 failed</p></td></tr>"));
 }
 
 TEST_F(FleetReport, HostsInNoGroupOfTheRunAreCounted) {

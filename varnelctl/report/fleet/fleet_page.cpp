@@ -34,7 +34,7 @@ const char* WordsFor(GroupOutcome outcome) {
     case GroupOutcome::Incomplete:
       return "incomplete: some sets are there, and some are not";
     case GroupOutcome::Ended:
-      return "ended: some hosts failed, and the sets of the others were ended";
+      return "ended: no set of it is left";
     case GroupOutcome::Stopped:
       return "stopped: nothing was taken";
     case GroupOutcome::Planned:

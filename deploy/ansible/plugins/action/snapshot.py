@@ -41,7 +41,7 @@ class ActionModule(VarnelctlAction):
         if not self.options["evidence"]:
             self.take(result, words, sets.lasts(whole))
             return
-        folder = self._connection._shell.join_path(self.temporary_folder(), "varnel-" + self.options["run"])
+        folder = self._connection._shell.join_path(self.temporary_folder(result), "varnel-" + self.options["run"])
         try:
             self.take(result, words + ["--evidence", folder], sets.lasts(whole))
         except Trouble:
@@ -51,11 +51,12 @@ class ActionModule(VarnelctlAction):
         if result.get("failed"):
             self.fetch(result, folder)
 
-    def temporary_folder(self):
+    def temporary_folder(self, result):
         try:
             with self.limit(CONTROL_GRACE):
                 return self._make_tmp_path()
         except ControlLimit as error:
+            result["state"] = "none"
             raise Trouble("hung", "the host had not made a temporary folder after %d seconds: nothing was taken. What to do: "
                           "see that it answers" % CONTROL_GRACE) from error
 

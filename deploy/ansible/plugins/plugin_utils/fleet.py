@@ -113,10 +113,10 @@ def note_step(entry, task, result):
     entry["message"] = "" if outcome not in BAD else result["msg"]
     entry["seconds"] = result.get("seconds", entry["seconds"])
     if task == "snapshot":
-        is_gone = result.get("state") in ("none", "deleted")
-        entry["mayRun"] = outcome == "unreachable" or bool(result.get("given_up"))
-        entry["setMayBeThere"] = outcome in BAD and not is_gone
-        if outcome == "taken" and is_gone:
+        is_set_gone = result.get("state") in ("none", "deleted")
+        entry["mayRun"] = outcome == "unreachable" or bool(result.get("given_up") and not is_set_gone)
+        entry["setMayBeThere"] = outcome in BAD and not is_set_gone
+        if outcome == "taken" and is_set_gone:
             entry.update(outcome="ended", message=DELETED)
     if outcome == "unreachable" or entry["mayRun"]:
         entry["message"] = sentences([entry["message"], ANSWER if outcome == "unreachable" else "",
